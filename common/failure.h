@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kestrune {
+
+/// What a step that could not be done throws inside a layer; the layer's entry turns it into its
+/// error text. Deliberately not a std::exception: no text in some other encoding can come along.
+struct Failure {
+  /// The step or sentence that stands in logs and messages, UTF-16.
+  std::wstring text;
+  /// The Windows error as the failing call gave it; 0 when no call failed.
+  std::uint32_t code = 0;
+};
+
+}  // namespace kestrune
