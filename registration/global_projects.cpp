@@ -170,9 +170,9 @@ std::vector<std::byte> TextData(std::wstring_view text) {
   std::vector<std::byte> data;
   data.reserve((text.size() + 1) * 2);
   for (const wchar_t unit : text) {
-    const auto code = static_cast<unsigned>(unit);
+    const auto code = static_cast<std::uint16_t>(unit);
     data.push_back(static_cast<std::byte>(code & 0xFF));
-    data.push_back(static_cast<std::byte>(code >> 8 & 0xFF));
+    data.push_back(static_cast<std::byte>(code >> 8));
   }
   data.resize(data.size() + 2, std::byte{0});
   return data;
