@@ -170,7 +170,7 @@ std::vector<std::byte> TextData(std::wstring_view text) {
   std::vector<std::byte> data;
   data.reserve((text.size() + 1) * 2);
   for (const wchar_t unit : text) {
-    const auto code = static_cast<std::uint16_t>(unit);
+    const auto code = static_cast<unsigned>(unit & 0xFFFF);
     data.push_back(static_cast<std::byte>(code & 0xFF));
     data.push_back(static_cast<std::byte>(code >> 8));
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -295,9 +296,9 @@ bool HasAnchor(std::string_view text, std::string_view tree, std::string_view it
                           error)) {
     return false;
   }
-  const auto& records = document.records();
-  const auto inside = records.begin() + records.front().subtree_end;
-  return std::count_if(records.begin() + 1, inside, [&](const RcsRecord& record) {
+  const std::span inside =
+      std::span(document.records()).first(document.records().front().subtree_end).subspan(1);
+  return std::count_if(inside.begin(), inside.end(), [&](const RcsRecord& record) {
            return document.Identifier(record) == item;
          }) == 1;
 }
