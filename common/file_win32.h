@@ -1,0 +1,74 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "common/owners_win32.h"
+
+namespace kestrune {
+
+/// The path in the form that lifts the 260-character limit ("\\?\", "\\?\UNC\"), made absolute
+/// first. Only for calls to Windows; it never stands in a text, a log line, a command line or the
+/// clipboard. An empty path stays empty.
+std::wstring ExtendedPath(const std::wstring& path);
+
+/// The absolute path as Windows normalises it: "..", "/" and trailing dots resolved. Empty when
+/// Windows refuses the text.
+std::wstring FullPath(const std::wstring& path);
+
+/// What stands at a path.
+enum class FileKind { Absent, RegularFile, Directory };
+
+/// Asks what stands at `path`. Absent are file not found (2), path not found (3), bad network path
+/// (53) and invalid name (123); any other error throws Failure "status" with the Windows code.
+FileKind QueryFileKind(const std::wstring& path);
+
+/// QueryFileKind for callers to whom an error means the same as an absent file.
+FileKind QueryFileKindQuietly(const std::wstring& path) noexcept;
+
+/// A file's size in bytes, asked so that a file which another program is writing is not answered
+/// from a stale directory entry. False with the thread's last error when it cannot be asked.
+[[nodiscard]] bool QueryFileSize(const std::wstring& path, std::uint64_t& size);
+
+/// Opens an existing file for reading.
+FileHandle OpenForReading(const std::wstring& path,
+                          DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+
+/// Reads a whole file of at most `limit` bytes. False with the thread's last error when it cannot
+/// be opened, sized or read whole; a larger file answers ERROR_FILE_TOO_LARGE before any byte is
+/// read.
+[[nodiscard]] bool ReadWholeFile(const std::wstring& path, std::uint64_t limit, std::string& bytes);
+
+/// Creates or truncates the file and writes the bytes. False with the thread's last error.
+[[nodiscard]] bool WriteWholeFile(const std::wstring& path, std::string_view bytes);
+
+/// Writes all bytes at the handle's position. False with the thread's last error.
+[[nodiscard]] bool WriteAll(HANDLE file, std::string_view bytes);
+
+/// Copies a file over an existing one, with its times and streams. False with the thread's last
+/// error.
+[[nodiscard]] bool CopyOver(const std::wstring& source, const std::wstring& target);
+
+/// Renames a file over an existing one. False with the thread's last error.
+[[nodiscard]] bool RenameOver(const std::wstring& source, const std::wstring& target);
+
+/// Takes the read-only attribute off. Does nothing where it is not set.
+void ClearReadOnly(const std::wstring& path);
+
+/// Creates a directory with all missing parents; one that exists already is success. False with the
+/// thread's last error.
+[[nodiscard]] bool CreateDirectories(const std::wstring& path);
+
+/// Removes a directory with all that it holds. Junctions and symbolic links are removed themselves
+/// and never entered; read-only marks do not stop it. An absent path is success. False with the
+/// thread's last error.
+[[nodiscard]] bool RemoveTree(const std::wstring& path);
+
+/// Expands %NAME% with the process environment; a name that is not defined stays as written. False
+/// when Windows refuses.
+[[nodiscard]] bool ExpandEnvironment(const std::wstring& text, std::wstring& expanded);
+
+}  // namespace kestrune

@@ -1,0 +1,76 @@
+#include "common/path.h"
+
+#include <algorithm>
+
+#include "common/ordinal.h"
+
+namespace kestrune {
+namespace {
+
+std::size_t LastSeparator(std::wstring_view path) {
+  return path.find_last_of(L"\\/");
+}
+
+/// Length of "C:", "C:\" or a leading separator: what a parent never loses.
+std::size_t RootLength(std::wstring_view path) {
+  std::size_t length = path.size() >= 2 && path[1] == L':' ? 2 : 0;
+  if (path.size() > length && IsPathSeparator(path[length])) {
+    ++length;
+  }
+  return length;
+}
+
+}  // namespace
+
+std::wstring JoinPath(std::wstring_view directory, std::wstring_view name) {
+  std::wstring result(directory);
+  if (!result.empty() && !IsPathSeparator(result.back())) {
+    result.push_back(L'\\');
+  }
+  return result.append(name);
+}
+
+std::wstring_view FileName(std::wstring_view path) {
+  const std::size_t separator = LastSeparator(path);
+  const std::size_t start = separator == std::wstring_view::npos ? 0 : separator + 1;
+  return path.substr(std::max(start, std::min(RootLength(path), path.size())));
+}
+
+std::wstring_view FileStem(std::wstring_view path) {
+  const std::wstring_view name = FileName(path);
+  const std::size_t dot = name.rfind(L'.');
+  if (dot == std::wstring_view::npos || dot == 0 || name == L"..") {
+    return name;
+  }
+  return name.substr(0, dot);
+}
+
+std::wstring_view ParentPath(std::wstring_view path) {
+  const std::size_t root = RootLength(path);
+  std::size_t end = path.size() - FileName(path).size();
+  while (end > root && IsPathSeparator(path[end - 1])) {
+    --end;
+  }
+  return path.substr(0, end);
+}
+
+std::vector<std::wstring_view> PathComponents(std::wstring_view path) {
+  std::vector<std::wstring_view> components;
+  for (std::size_t at = 0; at < path.size();) {
+    const std::size_t end = std::min(path.find_first_of(L"\\/", at), path.size());
+    if (end > at) {
+      components.push_back(path.substr(at, end - at));
+    }
+    at = end + 1;
+  }
+  return components;
+}
+
+bool LiesInside(std::wstring_view path, std::wstring_view root) {
+  const auto inner = PathComponents(path);
+  const auto outer = PathComponents(root);
+  return inner.size() >= outer.size() &&
+         std::equal(outer.begin(), outer.end(), inner.begin(), EqualIgnoringCase);
+}
+
+}  // namespace kestrune

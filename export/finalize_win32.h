@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kestrune {
+
+/// Delivers the host's archive: copies it under the board's name into the export directory, hands
+/// it to the configured application or places it on the clipboard, and tells the user.
+///
+/// `space` is the board's spacing in ten-thousandths of a mil, positive when present.
+///
+/// Returns the exit code of `--finalize`: 0 delivered, 2 no local application data, 3 copied but
+/// not on the clipboard, 4 failed.
+int FinalizeExport(const std::wstring& native_zip, const std::wstring& source_pcb,
+                   std::optional<std::int64_t> space);
+
+/// The message for a failed delivery that has no text of its own: it names the log.
+std::wstring FinalizeFailureMessage();
+
+}  // namespace kestrune

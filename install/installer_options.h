@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kestrune {
+
+/// What the installer is asked to do. The values are fixed: set-up programs rely on them.
+enum class InstallerCommand : std::int32_t { Install = 0, Update = 1, Uninstall = 2, Status = 3 };
+
+/// An installer command with its options, as the command line gave them.
+struct InstallerOptions {
+  InstallerCommand command = InstallerCommand::Install;
+  /// Only instances of this major version; 0 for all.
+  std::int32_t major = 0;
+  /// Only the instance with this GUID (with braces, any case); empty for all.
+  std::wstring profile;
+  /// The directory of the package to deploy; empty to look beside the program.
+  std::wstring package;
+  /// Whether the result is told by the exit code alone.
+  bool quiet = false;
+};
+
+/// What the installer answers.
+struct InstallerResult {
+  /// The process exit code; 0 is success.
+  std::int32_t code = 1;
+  /// The report over all instances, for the user.
+  std::wstring message;
+};
+
+}  // namespace kestrune

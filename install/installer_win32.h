@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "install/installer_options.h"
+
+namespace kestrune {
+
+/// Carries out one installer command for every host instance that the options leave, and answers
+/// the exit code with a report that covers each of them. Shows nothing and throws nothing.
+///
+/// `program_path` is the running program file, which is deployed as part of the runtime.
+InstallerResult RunInstallerCommand(const InstallerOptions& options,
+                                    const std::wstring& program_path);
+
+}  // namespace kestrune

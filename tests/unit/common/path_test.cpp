@@ -1,0 +1,48 @@
+#include "common/path.h"
+
+#include <gtest/gtest.h>
+
+namespace kestrune {
+namespace {
+
+TEST(Path, JoinsWithOneSeparator) {
+  EXPECT_EQ(JoinPath(L"C:\\a", L"b"), L"C:\\a\\b");
+  EXPECT_EQ(JoinPath(L"C:\\", L"b"), L"C:\\b");
+  EXPECT_EQ(JoinPath(L"C:/a/", L"b"), L"C:/a/b");
+  EXPECT_EQ(JoinPath(L"", L"b"), L"b");
+}
+
+TEST(Path, TakesTheLastComponentAsFileName) {
+  EXPECT_EQ(FileName(L"C:\\a\\b.PcbDoc"), L"b.PcbDoc");
+  EXPECT_EQ(FileName(L"b.PcbDoc"), L"b.PcbDoc");
+  EXPECT_EQ(FileName(L"C:/a\\b/c"), L"c");
+  EXPECT_EQ(FileName(L"C:b"), L"b");
+  EXPECT_EQ(FileName(L"C:\\"), L"");
+}
+
+TEST(Path, StemLosesOnlyTheLastExtension) {
+  EXPECT_EQ(FileStem(L"C:\\a\\Main.v2.PcbDoc"), L"Main.v2");
+  EXPECT_EQ(FileStem(L"Main"), L"Main");
+  EXPECT_EQ(FileStem(L".PcbDoc"), L".PcbDoc");
+  EXPECT_EQ(FileStem(L"a\\.."), L"..");
+  EXPECT_EQ(FileStem(L"Main."), L"Main");
+}
+
+TEST(Path, ParentHasNoTrailingSeparatorExceptAtARoot) {
+  EXPECT_EQ(ParentPath(L"C:\\Out\\Main.zip"), L"C:\\Out");
+  EXPECT_EQ(ParentPath(L"C:\\Main.zip"), L"C:\\");
+  EXPECT_EQ(ParentPath(L"\\\\server\\share\\a"), L"\\\\server\\share");
+  EXPECT_EQ(ParentPath(L"Main.zip"), L"");
+}
+
+TEST(Path, LiesInsideComparesWholeComponentsWithoutCase) {
+  EXPECT_TRUE(LiesInside(L"C:\\Temp\\x", L"c:\\TEMP"));
+  EXPECT_TRUE(LiesInside(L"C:\\Temp", L"C:\\Temp"));
+  EXPECT_TRUE(LiesInside(L"C:\\T\u00C4mp\\x", L"C:\\t\u00E4mp\\"));
+  EXPECT_FALSE(LiesInside(L"C:\\Temp2\\x", L"C:\\Temp"));
+  EXPECT_FALSE(LiesInside(L"C:\\", L"C:\\Temp"));
+  EXPECT_FALSE(LiesInside(L"D:\\Temp\\x", L"C:\\Temp"));
+}
+
+}  // namespace
+}  // namespace kestrune

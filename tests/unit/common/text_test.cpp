@@ -1,0 +1,60 @@
+#include "common/text.h"
+
+#include <gtest/gtest.h>
+
+namespace kestrune {
+namespace {
+
+TEST(Text, LowersAsciiOnly) {
+  EXPECT_EQ(LowerAscii(std::string_view("AbZ_\xC4")), "abz_\xC4");
+  EXPECT_EQ(LowerAscii(std::wstring_view(L"AbZ_\u00C4")), L"abz_\u00C4");
+}
+
+TEST(Text, TrimsOnlyTheGivenBlanks) {
+  EXPECT_EQ(Trim(" \t a b\r\n", " \t\r\n"), "a b");
+  EXPECT_EQ(Trim("\v a", " \t\r\n"), "\v a");
+  EXPECT_EQ(Trim(" \t", " \t"), "");
+}
+
+TEST(Text, TextModeTurnsEachLineFeedIntoTwoCharacters) {
+  EXPECT_EQ(WithWindowsLineEnds(std::string_view("a\nb\r\n\n")), "a\r\nb\r\r\n\r\n");
+  EXPECT_EQ(WithWindowsLineEnds(std::wstring_view(L"\n")), L"\r\n");
+}
+
+TEST(Text, ReplacementIsNeverSearchedAgain) {
+  EXPECT_EQ(ReplaceAll("@A@x@A@", "@A@", "<@A@>"), "<@A@>x<@A@>");
+  EXPECT_EQ(ReplaceAll("none", "@A@", "x"), "none");
+  EXPECT_EQ(ReplaceAll("aaa", "aa", "b"), "ba");
+}
+
+TEST(Text, WidensBytesOneByOne) {
+  EXPECT_EQ(WidenBytes("a\xE4\xFF"), L"a\u00E4\u00FF");
+}
+
+TEST(Text, ReadsUtf16LittleEndianAndDropsAnOddByte) {
+  EXPECT_EQ(WideFromUtf16Le(std::string_view("A\0\xAC\x20x", 5)), L"A\u20AC");
+}
+
+TEST(Text, Utf8AndUtf16AreInverseForWellFormedText) {
+  const std::string utf8 = "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80";
+  const std::wstring wide = WideFromUtf8(utf8);
+  ASSERT_EQ(wide.size(), 5U);
+  EXPECT_EQ(static_cast<unsigned>(wide[3]), 0xD83DU);
+  EXPECT_EQ(static_cast<unsigned>(wide[4]), 0xDE00U);
+  EXPECT_EQ(Utf8FromWide(wide), utf8);
+}
+
+TEST(Text, MalformedTextBecomesReplacementCharacters) {
+  EXPECT_EQ(WideFromUtf8("\xC0\x80"), L"\uFFFD\uFFFD");            // overlong
+  EXPECT_EQ(WideFromUtf8("\xE2\x82"), L"\uFFFD\uFFFD");            // cut short
+  EXPECT_EQ(WideFromUtf8("\xED\xA0\x80"), L"\uFFFD\uFFFD\uFFFD");  // surrogate
+  std::wstring unpaired(1, static_cast<wchar_t>(0xD800));
+  EXPECT_EQ(Utf8FromWide(unpaired), "\xEF\xBF\xBD");
+  unpaired.push_back(L'a');
+  EXPECT_EQ(Utf8FromWide(unpaired),
+            "\xEF\xBF\xBD"
+            "a");
+}
+
+}  // namespace
+}  // namespace kestrune

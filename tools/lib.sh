@@ -1,0 +1,120 @@
+# Shared by the scripts in this folder: places, messages, the private Wine.
+set -euo pipefail
+
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cache=${KESTRUNE_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/kestrune}
+wine_root=$cache/wine-root
+prefix_template=$cache/prefix-template
+
+say() { printf '%s\n' "$*" >&2; }
+die() { say "error: $*"; exit 1; }
+
+# help_if_asked "$1": prints the comment block at the head of the calling script.
+help_if_asked() {
+  case "${1:-}" in
+    -h | --help)
+      sed -n '2,/^[^#]/{/^#/!d;s/^# \{0,1\}//;p}' "$0"
+      exit 0 ;;
+  esac
+}
+
+# step TEXT COMMAND...: runs the command, says how long it took, and shows its output only when it
+# fails (or when KESTRUNE_VERBOSE is set).
+step() {
+  local text=$1 log begin
+  shift
+  begin=$(date +%s)
+  if [ -n "${KESTRUNE_VERBOSE:-}" ]; then
+    say "== $text"
+    "$@"
+    return
+  fi
+  printf '%-58s ' "$text ..." >&2
+  log=$(mktemp)
+  if "$@" >"$log" 2>&1; then
+    say "ok, $(($(date +%s) - begin)) s"
+    rm -f "$log"
+  else
+    local code=$?
+    say "FAILED ($code)"
+    tail -n 60 "$log" >&2
+    rm -f "$log"
+    return "$code"
+  fi
+}
+
+# The machine's own Wine counts only when it can run 32-bit programs.
+own_wine() {
+  command -v wine >/dev/null 2>&1 && [ -e "$(dirname "$(readlink -f "$(command -v wine)")")/../lib/wine/i386-windows/kernel32.dll" ]
+}
+
+# in_wine_root COMMAND...: runs a command where Wine is installed. Every call shares one temporary
+# directory, for there the Wine server keeps the socket by which processes of a prefix find it.
+in_wine_root() {
+  if own_wine; then
+    "$@"
+    return
+  fi
+  mkdir -p "$cache/tmp" "$WINEPREFIX"
+  local links=()
+  for folder in bin lib lib32 lib64 libx32 sbin; do
+    [ -L "$wine_root/$folder" ] && links+=(--symlink "usr/$folder" "/$folder")
+  done
+  bwrap --ro-bind "$wine_root/usr" /usr --ro-bind "$wine_root/etc" /etc "${links[@]}" \
+    --ro-bind "$wine_root/var" /var --dev-bind /dev /dev --proc /proc --bind "$cache/tmp" /tmp \
+    --bind "$project" "$project" --bind "$WINEPREFIX" "$WINEPREFIX" \
+    ${KESTRUNE_WINE_BINDS:+$(printf -- '--bind %s %s ' $KESTRUNE_WINE_BINDS)} \
+    --chdir "$PWD" "$@"
+}
+
+wine_environment() {
+  export WINEPREFIX=${KESTRUNE_PREFIX:-$project/build/wine/prefix}
+  export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
+  export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe="
+  export LC_ALL=C.UTF-8
+}
+
+# start_display: a virtual screen for this script's windows; sets DISPLAY and display_pid.
+start_display() {
+  local number
+  number=$(mktemp)
+  Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$number" >/dev/null 2>&1 &
+  display_pid=$!
+  for _ in $(seq 100); do
+    [ -s "$number" ] && break
+    sleep 0.05
+  done
+  [ -s "$number" ] || die "the virtual screen did not start"
+  export DISPLAY=:$(cat "$number")
+  rm -f "$number"
+}
+
+# stop_wine: ends every process of the prefix, then the screen that start_display started.
+stop_wine() {
+  in_wine_root wineserver -k >/dev/null 2>&1 || true
+  if [ -n "${display_pid:-}" ]; then
+    kill "$display_pid" 2>/dev/null || true
+    wait "$display_pid" 2>/dev/null || true
+    display_pid=
+  fi
+}
+
+# make_prefix: $WINEPREFIX as a copy of one fresh prefix that is made once.
+make_prefix() {
+  [ -e "$WINEPREFIX/system.reg" ] && return
+  (
+    mkdir -p "$cache"
+    flock 9
+    if [ ! -e "$prefix_template/made" ]; then
+      WINEPREFIX=$prefix_template
+      rm -rf "$prefix_template"
+      mkdir -p "$prefix_template"
+      in_wine_root wineboot -i >/dev/null 2>&1
+      in_wine_root wineserver -w
+      touch "$prefix_template/made"
+    fi
+  ) 9>"$cache/prefix.lock"
+  rm -rf "$WINEPREFIX"
+  mkdir -p "$(dirname "$WINEPREFIX")"
+  cp -a --reflink=auto "$prefix_template" "$WINEPREFIX"
+}
