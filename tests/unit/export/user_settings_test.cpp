@@ -1,0 +1,66 @@
+#include "export/user_settings.h"
+
+#include <gtest/gtest.h>
+
+namespace kestrune {
+namespace {
+
+using Kinds = std::vector<std::string>;
+
+UserSettings Viewer() {
+  UserSettings settings;
+  settings.enabled = true;
+  settings.program_name = L"Viewer";
+  settings.executable_path = L"C:\\Viewer\\viewer.exe";
+  return settings;
+}
+
+TEST(ExportCommandLabel, NamesAnEnabledApplicationThatIsThere) {
+  EXPECT_EQ(ExportCommandLabel(Viewer(), true), L"Export PCB through Kestrune -> Viewer");
+}
+
+TEST(ExportCommandLabel, StaysPlainWhenAnyConditionFails) {
+  const std::wstring plain = L"Export PCB through Kestrune";
+  EXPECT_EQ(ExportCommandLabel({}, true), plain);
+  EXPECT_EQ(ExportCommandLabel(Viewer(), false), plain);
+  UserSettings settings = Viewer();
+  settings.enabled = false;
+  EXPECT_EQ(ExportCommandLabel(settings, true), plain);
+  settings = Viewer();
+  settings.program_name.clear();
+  EXPECT_EQ(ExportCommandLabel(settings, true), plain);
+  settings = Viewer();
+  settings.executable_path.clear();
+  EXPECT_EQ(ExportCommandLabel(settings, true), plain);
+}
+
+TEST(ExtraRecordKinds, NothingComesFromAnAbsentOrEmptyList) {
+  EXPECT_EQ(ExtraRecordKinds(L""), Kinds{});
+  EXPECT_EQ(ExtraRecordKinds(L" , ,\t,"), Kinds{});
+}
+
+TEST(ExtraRecordKinds, NamesAreTrimmedAndKeepTheirOrder) {
+  EXPECT_EQ(ExtraRecordKinds(L"Change"), Kinds{"Change"});
+  EXPECT_EQ(ExtraRecordKinds(L" Move ,\tChange\t,Alias"), (Kinds{"Move", "Change", "Alias"}));
+}
+
+TEST(ExtraRecordKinds, ARepeatedNameCountsOnce) {
+  EXPECT_EQ(ExtraRecordKinds(L"Change,Move,Change"), (Kinds{"Change", "Move"}));
+}
+
+TEST(ExtraRecordKinds, NamesDifferByCase) {
+  EXPECT_EQ(ExtraRecordKinds(L"change,Change,tree"), (Kinds{"change", "Change", "tree"}));
+}
+
+TEST(ExtraRecordKinds, KnownKindsAndTheClosingWordAreLeftOut) {
+  EXPECT_EQ(ExtraRecordKinds(L"Tree,PL,Link,Insertion,Deletion,Separator,End,Change"),
+            Kinds{"Change"});
+}
+
+TEST(ExtraRecordKinds, NamesThatNoKeywordCouldBeAreLeftOut) {
+  EXPECT_EQ(ExtraRecordKinds(L"A B,C\tD,E'F,G\"H,I=J,K\nL,\u00C4nderung,M\u0001,Change"),
+            Kinds{"Change"});
+}
+
+}  // namespace
+}  // namespace kestrune
