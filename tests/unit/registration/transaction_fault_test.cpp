@@ -121,8 +121,8 @@ OwnedRow OwnedFrom(const FaultRow& row) {
 std::ostream& operator<<(std::ostream& out, const OwnedRow& row) {
   const char* const separator = "\", \"";
   return out << "    {\"" << row.fault << separator << row.file << separator << row.key << separator
-             << row.left << "\",\n     \"" << row.mutations << separator << row.log << "\",\n     \""
-             << row.message << "\"},";
+             << row.left << "\",\n     \"" << row.mutations << separator << row.log
+             << "\",\n     \"" << row.message << "\"},";
 }
 
 OwnedRow Observe(const std::string& fault, const ModelWorld& world, const Outcome& outcome) {
@@ -217,16 +217,15 @@ TEST(TransactionFaults, EveryCallFailingPairedWithEveryFailingCallOfItsRollbackH
       // An operation that fails after its effect has made its own inner call before.
       const bool has_inner_call =
           first == "Commit#1" || first == "CreateBackups#1" || first == "Prepare#1";
-      const std::ptrdiff_t own_calls =
-          has_inner_call && first_kind == FaultKind::FailAfter ? 2 : 1;
+      const std::ptrdiff_t own_calls = has_inner_call && first_kind == FaultKind::FailAfter ? 2 : 1;
       const std::vector<std::string> rollback(struck + own_calls, calls.end());
       for (const std::string& second : rollback) {
         for (const FaultKind second_kind : kFailures) {
           ModelWorld world = WorldBefore();
           const Outcome outcome = RunOnce(world, {{first, first_kind}, {second, second_kind}});
           EXPECT_TRUE(outcome.all_faults_struck);
-          observed.push_back(
-              Observe(first + Name(first_kind) + ", " + second + Name(second_kind), world, outcome));
+          observed.push_back(Observe(first + Name(first_kind) + ", " + second + Name(second_kind),
+                                     world, outcome));
         }
       }
     }
@@ -305,14 +304,16 @@ TEST(TransactionFaults, AnotherProgramChangingSomethingBeforeAnyCallHasItsRow) {
   CompareWithTable(observed, kInterferenceRows);
 }
 
-/// All sets of faults of the matrix, with another program or without.
+/// Every failing call, with another program acting before every call of the run that fails so; the
+/// calls of the rollback included.
 template <class Check>
 void ForEveryFaultAndForeigner(Check check) {
-  const std::vector<std::string> full_run = CallsOfAFullRun();
-  for (const std::string& call : full_run) {
+  for (const std::string& call : CallsOfAFullRun()) {
     for (const FaultKind kind : kFailures) {
+      ModelWorld single = WorldBefore();
+      const std::vector<std::string> calls = RunOnce(single, {{call, kind}}).calls;
       for (const Foreigner& foreigner : kForeigners) {
-        for (const std::string& at : full_run) {
+        for (const std::string& at : calls) {
           check(ModelFault{call, kind}, foreigner, at);
         }
       }
