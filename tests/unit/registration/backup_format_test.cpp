@@ -21,7 +21,10 @@ TEST(RegistryBackup, ValuesStandInReadOrderWithTheirBytesAsStored) {
   const std::vector<RegistryValue> values = {
       {L"Item1", kRegistryText, TextData(L"A")},
       {L"", 3, {std::byte{0xFF}}},
-      {L"\u00E4\uD83D", 0xFFFF0001, {}},
+      {L"\x00E4"
+       L"\xD83D",
+       0xFFFF0001,
+       {}},
   };
   EXPECT_EQ(RegistryBackup(values),
             "ALTIUM-REGISTRY-BEFORE-V1\n"
