@@ -35,10 +35,7 @@ bool QueryAttributes(const std::wstring& path, DWORD& attributes, DWORD& code) {
     return true;
   }
   code = GetLastError();
-  if (code == ERROR_SHARING_VIOLATION && AttributesFromListing(extended, attributes)) {
-    return true;
-  }
-  return false;
+  return code == ERROR_SHARING_VIOLATION && AttributesFromListing(extended, attributes);
 }
 
 FileKind KindOf(DWORD attributes) {
@@ -85,7 +82,7 @@ std::wstring ExtendedPath(const std::wstring& path) {
   if (path.starts_with(L"\\\\?\\") || path.starts_with(L"\\\\.\\")) {
     return path;
   }
-  const std::wstring full = FullPath(path);
+  std::wstring full = FullPath(path);
   if (full.starts_with(L"\\\\.\\") || full.starts_with(L"\\\\?\\")) {
     return full;
   }
