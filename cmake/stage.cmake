@@ -1,16 +1,10 @@
-# build/<preset>/stage: the package as a user unpacks it, made from what exists.
+# build/<preset>/stage: the package as a user unpacks it, with its timestamp manifests. It is looked
+# at in every build, for a new commit changes the times even where no file changed.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(KESTRUNE_STAGE ${PROJECT_BINARY_DIR}/stage)
-file(GLOB_RECURSE package_files CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/package
-  ${PROJECT_SOURCE_DIR}/package/Script/* ${PROJECT_SOURCE_DIR}/package/Runtime/*
-  ${PROJECT_SOURCE_DIR}/package/Assets/*)
-set(staged ${KESTRUNE_STAGE}/Kestrune.exe)
-add_custom_command(OUTPUT ${KESTRUNE_STAGE}/Kestrune.exe
-  COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:Kestrune> ${KESTRUNE_STAGE}/Kestrune.exe
-  DEPENDS Kestrune VERBATIM)
-foreach(file ${package_files})
-  add_custom_command(OUTPUT ${KESTRUNE_STAGE}/${file}
-    COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/package/${file} ${KESTRUNE_STAGE}/${file}
-    DEPENDS ${PROJECT_SOURCE_DIR}/package/${file} VERBATIM)
-  list(APPEND staged ${KESTRUNE_STAGE}/${file})
-endforeach()
-add_custom_target(stage ALL DEPENDS ${staged})
+add_custom_target(stage ALL
+  COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/make-stage
+    --program $<TARGET_FILE:Kestrune> --package ${PROJECT_SOURCE_DIR}/package
+    --stage ${KESTRUNE_STAGE}
+  COMMENT "Staging the package" VERBATIM)
+add_dependencies(stage Kestrune)
