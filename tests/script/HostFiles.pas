@@ -1,0 +1,225 @@
+unit HostFiles;
+{$mode delphi}{$H+}
+// The files of the host's Windows as this Linux program reaches them: drive letters and network
+// shares are mapped into the Wine prefix, text files are read and written in code page 1252, as the
+// host's script engine does, and a file that is held open cannot be deleted.
+
+interface
+
+uses Classes;
+
+type
+  TStringList = class(Classes.TStringList)
+    constructor Create;
+    destructor Destroy; override;
+    procedure LoadFromFile(const FileName: string); override;
+    procedure SaveToFile(const FileName: string); override;
+  end;
+
+  TextFile = record
+    Path: string;
+    Open: Boolean;
+  end;
+
+var
+  Prefix: string;          // the Wine prefix
+  DiskIsFull: Boolean;     // every write fails
+  OpenLists: Integer;      // string lists that the script has not freed
+  OpenFiles: Classes.TStringList;
+  OnDelete: procedure(const Path: string);
+
+function UnixPath(const Path: string): string;
+function FileExists(const Path: string): Boolean;
+function DeleteFile(const Path: string): Boolean;
+function ForceDirectories(const Path: string): Boolean;
+procedure AssignFile(var F: TextFile; const Path: string);
+procedure Rewrite(var F: TextFile);
+procedure CloseFile(var F: TextFile);
+
+function ReadBytes(const Path: string): string;
+procedure WriteBytes(const Path, Bytes: string);
+function AnsiToUtf8Text(const Bytes: string): string;
+function Utf8ToAnsiText(const Text: string): string;
+procedure RemoveTree(const Path: string);
+procedure ListFiles(const Path: string; List: Classes.TStrings);
+
+implementation
+
+uses SysUtils;
+
+const
+  High: array[$80..$9F] of Word = (
+    $20AC, $81, $201A, $0192, $201E, $2026, $2020, $2021, $02C6, $2030, $0160, $2039, $0152, $8D,
+    $017D, $8F, $90, $2018, $2019, $201C, $201D, $2022, $2013, $2014, $02DC, $2122, $0161, $203A,
+    $0153, $9D, $017E, $0178);
+
+function UnixPath(const Path: string): string;
+var
+  Slashed: string;
+begin
+  Slashed := StringReplace(Path, '\', '/', [rfReplaceAll]);
+  if Copy(Slashed, 1, 2) = '//' then
+    Result := Prefix + '/dosdevices/unc/' + Copy(Slashed, 3, Length(Slashed))
+  else if (Length(Slashed) > 1) and (Slashed[2] = ':') then
+    Result := Prefix + '/dosdevices/' + LowerCase(Slashed[1]) + ':' + Copy(Slashed, 3, Length(Slashed))
+  else
+    Result := '/nowhere/' + Slashed;
+end;
+
+function FileExists(const Path: string): Boolean;
+begin
+  Result := SysUtils.FileExists(UnixPath(Path)) and not DirectoryExists(UnixPath(Path));
+end;
+
+function DeleteFile(const Path: string): Boolean;
+begin
+  if Assigned(OnDelete) then OnDelete(Path);
+  Result := (OpenFiles.IndexOf(Path) < 0) and SysUtils.DeleteFile(UnixPath(Path));
+end;
+
+function ForceDirectories(const Path: string): Boolean;
+begin
+  Result := (not DiskIsFull) and SysUtils.ForceDirectories(UnixPath(Path));
+end;
+
+procedure AssignFile(var F: TextFile; const Path: string);
+begin
+  F.Path := Path;
+  F.Open := False;
+end;
+
+procedure Rewrite(var F: TextFile);
+begin
+  if OpenFiles.IndexOf(F.Path) >= 0 then raise EInOutError.Create('in use');
+  WriteBytes(F.Path, '');
+  OpenFiles.Add(F.Path);
+  F.Open := True;
+end;
+
+procedure CloseFile(var F: TextFile);
+begin
+  if not F.Open then raise EInOutError.Create('file not open');
+  F.Open := False;
+  OpenFiles.Delete(OpenFiles.IndexOf(F.Path));
+end;
+
+function ReadBytes(const Path: string): string;
+var
+  Stream: TFileStream;
+begin
+  Stream := TFileStream.Create(UnixPath(Path), fmOpenRead or fmShareDenyNone);
+  try
+    SetLength(Result, Stream.Size);
+    if Result <> '' then Stream.ReadBuffer(Result[1], Length(Result));
+  finally
+    Stream.Free;
+  end;
+end;
+
+procedure WriteBytes(const Path, Bytes: string);
+var
+  Stream: TFileStream;
+begin
+  if DiskIsFull then raise EInOutError.Create('disk full');
+  SysUtils.ForceDirectories(ExtractFileDir(UnixPath(Path)));
+  Stream := TFileStream.Create(UnixPath(Path), fmCreate);
+  try
+    if Bytes <> '' then Stream.WriteBuffer(Bytes[1], Length(Bytes));
+  finally
+    Stream.Free;
+  end;
+end;
+
+function AnsiToUtf8Text(const Bytes: string): string;
+var
+  Wide: UnicodeString;
+  I: Integer;
+begin
+  SetLength(Wide, Length(Bytes));
+  for I := 1 to Length(Bytes) do
+    if (Ord(Bytes[I]) >= $80) and (Ord(Bytes[I]) <= $9F) then Wide[I] := WideChar(High[Ord(Bytes[I])])
+    else Wide[I] := WideChar(Ord(Bytes[I]));
+  Result := UTF8Encode(Wide);
+end;
+
+function Utf8ToAnsiText(const Text: string): string;
+var
+  Wide: UnicodeString;
+  I, J: Integer;
+  One: Char;
+begin
+  Wide := UTF8Decode(Text);
+  SetLength(Result, Length(Wide));
+  for I := 1 to Length(Wide) do
+  begin
+    One := '?';
+    if (Ord(Wide[I]) < $80) or ((Ord(Wide[I]) >= $A0) and (Ord(Wide[I]) <= $FF)) then
+      One := Chr(Ord(Wide[I]));
+    for J := $80 to $9F do
+      if Ord(Wide[I]) = High[J] then One := Chr(J);
+    Result[I] := One;
+  end;
+end;
+
+procedure RemoveTree(const Path: string);
+var
+  Entry: TSearchRec;
+  Folder: string;
+begin
+  Folder := IncludeTrailingPathDelimiter(UnixPath(Path));
+  if FindFirst(Folder + '*', faAnyFile, Entry) = 0 then
+  begin
+    repeat
+      if (Entry.Name <> '.') and (Entry.Name <> '..') then
+        if (Entry.Attr and faDirectory) <> 0 then RemoveTree(Path + '\' + Entry.Name)
+        else SysUtils.DeleteFile(Folder + Entry.Name);
+    until FindNext(Entry) <> 0;
+    FindClose(Entry);
+  end;
+  RemoveDir(ExcludeTrailingPathDelimiter(Folder));
+end;
+
+procedure ListFiles(const Path: string; List: Classes.TStrings);
+var
+  Entry: TSearchRec;
+begin
+  if FindFirst(IncludeTrailingPathDelimiter(UnixPath(Path)) + '*', faAnyFile, Entry) = 0 then
+  begin
+    repeat
+      if (Entry.Attr and faDirectory) = 0 then List.Add(Entry.Name);
+    until FindNext(Entry) <> 0;
+    FindClose(Entry);
+  end;
+end;
+
+constructor TStringList.Create;
+begin
+  inherited Create;
+  Inc(OpenLists);
+end;
+
+destructor TStringList.Destroy;
+begin
+  Dec(OpenLists);
+  inherited Destroy;
+end;
+
+procedure TStringList.LoadFromFile(const FileName: string);
+begin
+  if not FileExists(FileName) then raise EFOpenError.Create('Cannot open file ' + FileName);
+  Text := AnsiToUtf8Text(ReadBytes(FileName));
+end;
+
+procedure TStringList.SaveToFile(const FileName: string);
+var
+  I: Integer;
+  Bytes: string;
+begin
+  Bytes := '';
+  for I := 0 to Count - 1 do Bytes := Bytes + Strings[I] + #13#10;
+  WriteBytes(FileName, Utf8ToAnsiText(Bytes));
+end;
+
+initialization
+  OpenFiles := Classes.TStringList.Create;
+end.
