@@ -37,7 +37,7 @@ struct RcsParseOptions {
   bool strict = true;
   /// Further keywords that begin a record. Such a record has an identifier and attributes, no
   /// children, and no meaning here. The keywords must outlive the call only.
-  RcsKinds carried_kinds;
+  RcsKinds carried_kinds = {};
 };
 
 /// An identifier or attribute value: bytes of the file without their outer quotes. Lives as long as
