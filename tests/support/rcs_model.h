@@ -76,7 +76,7 @@ inline std::vector<Token> Tokens(const std::string& raw) {
       token.text = "=";
       ++i;
     } else {
-      while (i < raw.size() && std::string(" \t\r\n='").find(raw[i]) == std::string::npos) {
+      while (i < raw.size() && std::string_view(" \t\r\n='").find(raw[i]) == std::string_view::npos) {
         token.text += raw[i++];
       }
     }
