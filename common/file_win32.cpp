@@ -46,9 +46,23 @@ bool IsDots(const wchar_t* name) {
   return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
 }
 
-bool RemoveEntry(const std::wstring& path, DWORD attributes);
+bool IsLink(DWORD attributes) {
+  return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
 
-bool RemoveContents(const std::wstring& directory) {
+/// Removes a file, a link or an empty directory. `path` is in extended form.
+bool RemoveEntry(const std::wstring& path, DWORD attributes) {
+  if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+    SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+  }
+  return ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? RemoveDirectoryW(path.c_str())
+                                                       : DeleteFileW(path.c_str())) != FALSE;
+}
+
+/// Removes files and links up to the first real subdirectory, which is named; empty when there is
+/// none.
+bool RemoveUpToSubdirectory(const std::wstring& directory, std::wstring& subdirectory) {
+  subdirectory.clear();
   WIN32_FIND_DATAW entry{};
   const FindHandle find(FindFirstFileExW(JoinPath(directory, L"*").c_str(), FindExInfoBasic, &entry,
                                          FindExSearchNameMatch, nullptr, 0));
@@ -56,24 +70,42 @@ bool RemoveContents(const std::wstring& directory) {
     return GetLastError() == ERROR_FILE_NOT_FOUND;
   }
   do {
-    if (!IsDots(entry.cFileName) &&
-        !RemoveEntry(JoinPath(directory, entry.cFileName), entry.dwFileAttributes)) {
+    if (IsDots(entry.cFileName)) {
+      continue;
+    }
+    if (KindOf(entry.dwFileAttributes) == FileKind::Directory && !IsLink(entry.dwFileAttributes)) {
+      subdirectory = entry.cFileName;
+      return true;
+    }
+    if (!RemoveEntry(JoinPath(directory, entry.cFileName), entry.dwFileAttributes)) {
       return false;
     }
   } while (FindNextFileW(find.Get(), &entry));
   return GetLastError() == ERROR_NO_MORE_FILES;
 }
 
-/// `path` is in extended form.
-bool RemoveEntry(const std::wstring& path, DWORD attributes) {
-  if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) {
-    SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+/// Goes down to the first directory without subdirectories, removes it, and goes on in its parent:
+/// no recursion, for anybody may have made the tree as deep as a path can be.
+bool RemoveRealDirectory(const std::wstring& root) {
+  std::wstring directory = root;
+  for (;;) {
+    std::wstring subdirectory;
+    if (!RemoveUpToSubdirectory(directory, subdirectory)) {
+      return false;
+    }
+    if (!subdirectory.empty()) {
+      directory = JoinPath(directory, subdirectory);
+      continue;
+    }
+    if (!RemoveEntry(directory, GetFileAttributesW(directory.c_str()))) {
+      return false;
+    }
+    // Not "equal": a root that was given with a trailing separator comes back without it.
+    if (directory.size() <= root.size()) {
+      return true;
+    }
+    directory = ParentPath(directory);
   }
-  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-    return DeleteFileW(path.c_str()) != FALSE;
-  }
-  const bool is_link = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-  return (is_link || RemoveContents(path)) && RemoveDirectoryW(path.c_str()) != FALSE;
 }
 
 }  // namespace
@@ -253,7 +285,9 @@ bool RemoveTree(const std::wstring& path) {
   if (attributes == INVALID_FILE_ATTRIBUTES) {
     return IsNotFound(GetLastError());
   }
-  return RemoveEntry(extended, attributes);
+  return KindOf(attributes) == FileKind::Directory && !IsLink(attributes)
+             ? RemoveRealDirectory(extended)
+             : RemoveEntry(extended, attributes);
 }
 
 bool ExpandEnvironment(const std::wstring& text, std::wstring& expanded) {
