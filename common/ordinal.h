@@ -16,4 +16,11 @@ inline bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right) {
   return left.size() == right.size() && CompareOrdinalIgnoringCase(left, right) == 0;
 }
 
+/// The same comparison as an order for sets and maps of names and paths.
+struct OrdinalLess {
+  bool operator()(std::wstring_view left, std::wstring_view right) const {
+    return CompareOrdinalIgnoringCase(left, right) < 0;
+  }
+};
+
 }  // namespace kestrune

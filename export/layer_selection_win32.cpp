@@ -1,0 +1,84 @@
+#include "export/layer_selection_win32.h"
+
+#include <windows.h>
+
+#include <cstdint>
+#include <new>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+
+namespace kestrune {
+namespace {
+
+constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
+
+std::string ReadOrFail(const std::wstring& path, const std::wstring& failure_text) {
+  std::string bytes;
+  try {
+    if (ReadWholeFile(path, kLargestFile, bytes)) {
+      return bytes;
+    }
+  } catch (const std::bad_alloc&) {
+    bytes.clear();
+  }
+  throw Failure{failure_text + path, 0};
+}
+
+/// The new job goes to its file in three pieces: a job may be large, and the process is not.
+bool WriteSelected(const std::wstring& path, std::string_view job,
+                   const LayerSelection& selection) {
+  FileHandle file(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  return file && WriteAll(file.Get(), job.substr(0, selection.begin)) &&
+         WriteAll(file.Get(), selection.value) && WriteAll(file.Get(), job.substr(selection.end)) &&
+         CloseHandle(file.Release()) != FALSE;
+}
+
+bool Replace(const std::wstring& temporary, const std::wstring& target) {
+  if (RenameOver(temporary, target)) {
+    return true;
+  }
+  DeleteFileW(ExtendedPath(target).c_str());
+  return RenameOver(temporary, target);
+}
+
+std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
+                                           const std::wstring& manifest) {
+  const UsedLayers used =
+      ParseUsedLayers(ReadOrFail(manifest, L"Cannot read the used-layer manifest: "));
+  const std::string job = ReadOrFail(out_job, L"Cannot read the temporary OutJob: ");
+  std::optional<LayerSelection> selection = SelectLayers(job, used);
+  if (!selection) {
+    throw Failure{L"The ODB configuration was not found in the temporary OutJob.", 0};
+  }
+  const std::wstring temporary = out_job + L".tmp";
+  if (!WriteSelected(temporary, job, *selection)) {
+    throw Failure{L"Cannot write the temporary OutJob update.", 0};
+  }
+  if (!Replace(temporary, out_job)) {
+    DeleteFileW(ExtendedPath(temporary).c_str());
+    throw Failure{L"Cannot replace the temporary OutJob after layer selection.", 0};
+  }
+  return std::move(selection->changes);
+}
+
+}  // namespace
+
+bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,
+                        std::vector<PlotFieldChange>& changes, std::wstring& error_text) {
+  changes.clear();
+  error_text.clear();
+  try {
+    changes = RewriteOutJob(out_job, manifest);
+    return true;
+  } catch (const Failure& failure) {
+    error_text = failure.text;
+  } catch (const std::bad_alloc&) {
+    // The job was read but leaves no room for its own selection.
+    error_text = L"Cannot read the temporary OutJob: " + out_job;
+  }
+  return false;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,49 @@
+#include "export/native_wait_win32.h"
+
+#include <windows.h>
+
+#include "common/file_win32.h"
+#include "common/log_win32.h"
+#include "common/text.h"
+#include "export/native_wait.h"
+
+namespace kestrune {
+namespace {
+
+constexpr int kStable = 0;
+constexpr int kTimedOut = 5;
+
+std::optional<std::uint64_t> SizeOfRegularFile(const std::wstring& path) {
+  std::uint64_t size = 0;
+  if (QueryFileKindQuietly(path) != FileKind::RegularFile || !QueryFileSize(path, size)) {
+    return std::nullopt;
+  }
+  return size;
+}
+
+/// The script reads the exit code as well; a result that cannot be written changes nothing.
+void WriteResult(const std::wstring& path, const std::string& text) {
+  static_cast<void>(WriteWholeFile(path, text));
+}
+
+}  // namespace
+
+int WaitForNativeOutput(const std::wstring& expected_path, const std::wstring& report_path,
+                        const std::wstring& result_path) {
+  WriteLogEntry(L"Waiting for native output",
+                L"Expected=" + expected_path + L" Report=" + report_path);
+  const std::optional<std::uint64_t> size = WaitForStableSize(
+      [&] { return SizeOfRegularFile(expected_path); }, [] { Sleep(kWaitSleepMilliseconds); });
+  if (!size) {
+    WriteLogEntry(L"Native output timeout", L"Expected=" + expected_path);
+    WriteResult(result_path, "ERROR\r\n");
+    return kTimedOut;
+  }
+  WriteResult(result_path, "OK\r\n" + std::to_string(*size));
+  const bool has_report = QueryFileKindQuietly(report_path) == FileKind::RegularFile;
+  WriteLogEntry(L"Native output stable", L"Path=" + expected_path + L" Size=" + Decimal(*size) +
+                                             L" ReportExists=" + (has_report ? L"yes" : L"no"));
+  return kStable;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "export/layer_selection.h"
+
+namespace kestrune {
+
+/// The whole output job after a selection.
+inline std::string Applied(std::string_view out_job, const LayerSelection& selection) {
+  return std::string(out_job.substr(0, selection.begin))
+      .append(selection.value)
+      .append(out_job.substr(selection.end));
+}
+
+}  // namespace kestrune
