@@ -10,7 +10,9 @@ set_target_properties(Kestrune PROPERTIES RUNTIME_OUTPUT_DIRECTORY
 if(MSVC)
   target_link_options(Kestrune PRIVATE /DYNAMICBASE /NXCOMPAT /MANIFEST:NO)
 else()
-  target_link_options(Kestrune PRIVATE -municode -Wl,--dynamicbase,--nxcompat,--gc-sections -s)
+  target_link_options(Kestrune PRIVATE -municode -Wl,--dynamicbase,--nxcompat,--gc-sections -s
+    # What was linked in, for the check of the bill of materials.
+    -Wl,-Map,${PROJECT_BINARY_DIR}/Kestrune.map)
   target_compile_options(kestrune_core PRIVATE -ffunction-sections -fdata-sections)
   target_compile_options(kestrune_windows PRIVATE -ffunction-sections -fdata-sections)
 endif()
