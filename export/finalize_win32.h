@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "common/message_box_win32.h"
+
 namespace kestrune {
 
 /// Delivers the host's archive: copies it under the board's name into the export directory, hands
@@ -15,6 +17,20 @@ namespace kestrune {
 /// not on the clipboard, 4 failed.
 int FinalizeExport(const std::wstring& native_zip, const std::wstring& source_pcb,
                    std::optional<std::int64_t> space);
+
+/// How a delivery ended, before the user is told.
+struct FinalizeOutcome {
+  /// The exit code of `--finalize`.
+  int code = 0;
+  /// What the user is told; empty when an application took the archive over.
+  std::wstring message;
+  MessageIcon icon = MessageIcon::Information;
+};
+
+/// All of FinalizeExport but the message box, which waits for a person. `local_app_data` is the
+/// folder below which the default export directory lies.
+FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
+                              const std::wstring& source_pcb, std::optional<std::int64_t> space);
 
 /// The message for a failed delivery that has no text of its own: it names the log.
 std::wstring FinalizeFailureMessage();

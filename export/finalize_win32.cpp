@@ -1,0 +1,182 @@
+#include "export/finalize_win32.h"
+
+#include <windows.h>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+#include "common/known_folders_win32.h"
+#include "common/log_win32.h"
+#include "common/path.h"
+#include "common/text.h"
+#include "common/windows_error_win32.h"
+#include "export/after_export_win32.h"
+#include "export/clipboard_win32.h"
+#include "export/delivery_message.h"
+#include "export/export_directory_win32.h"
+#include "export/user_settings_win32.h"
+
+namespace kestrune {
+namespace {
+
+constexpr int kNoLocalAppData = 2;
+constexpr int kNotOnClipboard = 3;
+constexpr int kFailed = 4;
+
+/// Where the archive is copied to, and where else if that fails.
+struct Target {
+  std::wstring default_directory;
+  std::wstring file_name;
+  std::wstring directory;
+  bool is_configured = false;
+
+  [[nodiscard]] std::wstring Destination() const { return JoinPath(directory, file_name); }
+};
+
+/// The export directory of the settings; empty where they name none or cannot be read, for the
+/// default directory serves then.
+std::wstring ConfiguredDirectory() {
+  UserSettings settings;
+  std::wstring settings_path;
+  std::wstring error_text;
+  try {
+    return LoadUserSettings(settings, settings_path, error_text) ? settings.export_directory
+                                                                 : std::wstring();
+  } catch (const Failure&) {
+    return {};
+  }
+}
+
+Target ChooseTarget(const std::wstring& local_app_data, const std::wstring& source_pcb) {
+  Target target;
+  target.default_directory = JoinPath(JoinPath(local_app_data, L"Kestrune"), L"ODBpp");
+  target.directory = target.default_directory;
+  target.file_name = std::wstring(FileStem(source_pcb)) + L".zip";
+  const std::wstring written = ConfiguredDirectory();
+  if (written.empty()) {
+    return target;
+  }
+  WriteLogEntry(L"Configured export directory", written);
+  std::wstring prepared;
+  if (PrepareExportDirectory(written, prepared)) {
+    target.directory = prepared;
+    target.is_configured = true;
+    WriteLogEntry(L"Using configured export directory", prepared);
+  } else {
+    WriteLogEntry(L"Configured export directory unavailable", written);
+  }
+  return target;
+}
+
+void RequireArchive(const std::wstring& native_zip) {
+  constexpr const wchar_t* text = L"Generated ZIP is missing or empty";
+  std::uint64_t size = 0;
+  if (!QueryFileSize(native_zip, size)) {
+    throw Failure{text, GetLastError()};
+  }
+  if (size == 0 || QueryFileKind(native_zip) != FileKind::RegularFile) {
+    throw Failure{text};
+  }
+}
+
+/// Copies the archive, falling back from a configured directory to the default one, which `target`
+/// then names. A failure sets the user's message.
+void CopyToTarget(const std::wstring& native_zip, Target& target, std::wstring& user_message) {
+  bool copied = CopyOver(native_zip, target.Destination());
+  DWORD code = GetLastError();
+  if (!copied && target.is_configured) {
+    WriteLogEntry(L"Configured export copy failed",
+                  L"Path=" + target.Destination() + L" Error=" + WindowsErrorText(code));
+    target.directory = target.default_directory;
+    target.is_configured = false;
+    copied = CopyOver(native_zip, target.Destination());
+    code = GetLastError();
+  }
+  if (!copied) {
+    user_message = OverwriteFailureMessage(target.Destination(), WindowsErrorText(code));
+    throw Failure{L"copy", code};
+  }
+  if (!target.is_configured) {
+    WriteLogEntry(L"Using default export directory", target.default_directory);
+  }
+}
+
+/// Creates the default directory, copies the archive and answers its size at the destination.
+std::uint64_t CopyArchive(const std::wstring& native_zip, Target& target,
+                          std::wstring& user_message) {
+  if (!CreateDirectories(target.default_directory)) {
+    throw Failure{L"create_directories", GetLastError()};
+  }
+  RequireArchive(native_zip);
+  CopyToTarget(native_zip, target, user_message);
+  std::uint64_t size = 0;
+  if (!QueryFileSize(target.Destination(), size)) {
+    throw Failure{L"file_size", GetLastError()};
+  }
+  WriteLogEntry(L"Finalize copied",
+                L"Destination=" + target.Destination() + L" Size=" + Decimal(size));
+  return size;
+}
+
+/// Hands the copied archive over: to the application, else to the clipboard and the user.
+FinalizeOutcome HandOver(const std::wstring& destination, std::uint64_t size,
+                         std::optional<std::int64_t> space) {
+  const AfterExportResult application = RunAfterExport(destination, space);
+  if (application.configured && application.delivered) {
+    return {};
+  }
+  Delivery delivery;
+  delivery.zip_path = destination;
+  delivery.size = size;
+  delivery.application_configured = application.configured;
+  delivery.application_error = application.error_text;
+  const bool on_clipboard = PlaceZipOnClipboard(destination, delivery.clipboard_error);
+  return {on_clipboard ? 0 : kNotOnClipboard, DeliveryMessage(delivery), MessageIcon::Information};
+}
+
+FinalizeOutcome ReportFailure(const std::wstring& native_zip, DWORD code,
+                              const std::wstring& user_message) {
+  const bool exists = QueryFileKindQuietly(native_zip) != FileKind::Absent;
+  WriteLogEntry(L"Finalize failed", std::wstring(L"NativeExists=") + (exists ? L"yes" : L"no") +
+                                        L" NativeOutput=" + native_zip + L" GetLastError=" +
+                                        Decimal(code));
+  return {kFailed, user_message.empty() ? FinalizeFailureMessage() : user_message,
+          MessageIcon::Error};
+}
+
+}  // namespace
+
+FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
+                              const std::wstring& source_pcb, std::optional<std::int64_t> space) {
+  Target target = ChooseTarget(local_app_data, source_pcb);
+  WriteLogEntry(L"Finalize begin", L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip +
+                                       L" Destination=" + target.Destination());
+  std::wstring user_message;
+  try {
+    const std::uint64_t size = CopyArchive(native_zip, target, user_message);
+    return HandOver(target.Destination(), size, space);
+  } catch (const Failure& failure) {
+    const DWORD last_error = GetLastError();
+    return ReportFailure(native_zip, failure.code != 0 ? failure.code : last_error, user_message);
+  }
+}
+
+int FinalizeExport(const std::wstring& native_zip, const std::wstring& source_pcb,
+                   std::optional<std::int64_t> space) {
+  std::wstring local_app_data;
+  std::wstring error_text;
+  if (!LocalAppDataDirectory(local_app_data, error_text)) {
+    ShowMessage(error_text, MessageIcon::Error);
+    return kNoLocalAppData;
+  }
+  const FinalizeOutcome outcome = DeliverExport(local_app_data, native_zip, source_pcb, space);
+  if (!outcome.message.empty()) {
+    ShowMessage(outcome.message, outcome.icon);
+  }
+  return outcome.code;
+}
+
+std::wstring FinalizeFailureMessage() {
+  return FinalizeFailureMessage(LogFilePath());
+}
+
+}  // namespace kestrune
