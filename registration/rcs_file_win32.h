@@ -1,0 +1,105 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "registration/file_security_win32.h"
+#include "registration/system_calls_win32.h"
+#include "registration/working_files_win32.h"
+
+namespace altium_registration {
+
+/// Attributes, last-write time and size as the directory shows them.
+struct FileFacts {
+  std::uint32_t attributes = 0;
+  std::uint64_t write_time = 0;
+  std::uint64_t size = 0;
+};
+
+/// DXP.RCS of one instance with the files that stand beside it while it is replaced.
+///
+/// The order is: SetPlannedText, Prepare, ReadTemporary, Commit; RollBack after a commit that got
+/// as far as Replaced(). At every instant DXP.RCS is the whole old or the whole new file; where
+/// Windows loses it half way, the displaced file holds the old one and is never deleted then.
+/// Failures are thrown as kestrune::Failure with their complete text.
+class RcsFile {
+ public:
+  /// Looks at the file; refuses one that is read-only, a directory or a link. Changes nothing.
+  RcsFile(const std::wstring& path, SystemCalls& calls);
+  RcsFile(const RcsFile&) = delete;
+  RcsFile& operator=(const RcsFile&) = delete;
+  /// Takes the working files away.
+  ~RcsFile();
+
+  [[nodiscard]] const std::wstring& ExtendedPath() const { return path_; }
+  [[nodiscard]] const FileFacts& Facts() const { return facts_; }
+  [[nodiscard]] const FileSecurity& Security() const { return security_; }
+
+  [[nodiscard]] std::string Read() const;
+  [[nodiscard]] std::string ReadTemporary() const;
+
+  /// Says by its SHA-256 which text the file must have when it is replaced.
+  void SetPlannedText(std::string digest) { planned_digest_ = std::move(digest); }
+
+  /// Writes the new text, whose SHA-256 is `digest`, to the temporary file.
+  void Prepare(std::string_view new_text, std::string digest);
+  void Commit();
+  /// Whether the file counts as replaced by this object.
+  [[nodiscard]] bool Replaced() const noexcept { return replaced_; }
+  void CheckSecurity() const;
+  void RestoreSecurity() const;
+  /// Puts the text of the saved file back.
+  void RollBack(const std::wstring& saved_path);
+
+ private:
+  void CreateWithIdentity(const std::wstring& path, std::string_view bytes,
+                          std::wstring_view refusal) const;
+  void RequireSameFacts() const;
+  void RequireSameReplacementSecurity() const;
+  void PutInPlace(const std::wstring& replacement, const std::string& displaced_digest,
+                  std::wstring_view step, std::wstring_view lost_update);
+  void RecoverFromFailedReplace();
+  [[noreturn]] void PutDisplacedBack(std::wstring_view lost_update);
+  void RequireOwn(std::wstring_view security_refusal, std::wstring_view content_refusal) const;
+  bool MoveDisplacedIntoGap() const;
+  void RestoreFrom(const std::string& saved);
+  [[nodiscard]] bool IsMissing() const;
+  [[nodiscard]] static std::string DigestOf(const std::wstring& path);
+  [[nodiscard]] FileSecurity ReadSecurity() const;
+
+  SystemCalls& calls_;
+  std::wstring path_;
+  WorkingFiles files_;
+  FileFacts facts_;
+  FileSecurity security_;
+  FileSecurity temporary_security_;
+  /// What the file had right after our own replacement, before the exact one was restored.
+  FileSecurity replaced_security_;
+  std::string planned_digest_;
+  std::string new_digest_;
+  bool replaced_ = false;
+  /// A replacement that stopped half way left no DXP.RCS.
+  bool lost_ = false;
+  /// The displaced file holds another program's text, and DXP.RCS ours.
+  bool keeps_foreign_text_ = false;
+};
+
+/// Reads a file of at most 8,388,608 bytes whole, sharing reading and deletion. Throws the failure
+/// of "Open RCS", "Read RCS size" or "Read RCS", or "RCS exceeds limit.".
+std::string ReadRcsBytes(const std::wstring& extended_path);
+
+/// What a failing step is called.
+struct NewFileSteps {
+  std::wstring_view create;
+  std::wstring_view write;
+  std::wstring_view flush;
+};
+
+/// Creates a file that must not exist, writes the bytes and flushes them; one that cannot be
+/// completed is deleted. Throws the failure of the step.
+void WriteNewFile(SystemCalls& calls, const std::wstring& extended_path, std::string_view bytes,
+                  SECURITY_ATTRIBUTES* security, const NewFileSteps& steps);
+
+}  // namespace altium_registration

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace altium_registration {
+
+/// The Windows calls through which a store changes anything, and those about security, on whose
+/// answers it decides. Each does exactly what its Windows name says and leaves the last error (the
+/// registry calls return it). Paths are in extended form already.
+///
+/// Only here can a test show what no test machine does on request: another owner, a DACL that reads
+/// back differently, a replacement that stops half way, the end of the process at any call.
+class SystemCalls {
+ public:
+  SystemCalls() = default;
+  SystemCalls(const SystemCalls&) = delete;
+  SystemCalls& operator=(const SystemCalls&) = delete;
+  virtual ~SystemCalls() = default;
+
+  /// CreateFileW.
+  virtual HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
+                        SECURITY_ATTRIBUTES* security, DWORD disposition);
+  /// WriteFile.
+  virtual BOOL Write(HANDLE file, const void* bytes, DWORD size, DWORD* written);
+  /// FlushFileBuffers.
+  virtual BOOL Flush(HANDLE file);
+  /// CopyFileW, failing when the target exists.
+  virtual BOOL CopyNew(const std::wstring& source, const std::wstring& target);
+  /// CreateDirectoryW.
+  virtual BOOL MakeDirectory(const std::wstring& path);
+  /// ReplaceFileW with a name for the replaced file and without flags: nothing that could lose
+  /// security or attributes is to be ignored.
+  virtual BOOL Replace(const std::wstring& replaced, const std::wstring& replacement,
+                       const std::wstring& displaced);
+  /// MoveFileExW.
+  virtual BOOL Move(const std::wstring& source, const std::wstring& target, DWORD flags);
+  /// DeleteFileW.
+  virtual BOOL Delete(const std::wstring& path);
+  /// GetFileSecurityW.
+  virtual BOOL GetSecurity(const std::wstring& path, SECURITY_INFORMATION parts, void* descriptor,
+                           DWORD size, DWORD* needed);
+  /// SetFileSecurityW.
+  virtual BOOL SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts, void* descriptor);
+  /// RegCreateKeyExW below HKEY_CURRENT_USER, for setting values.
+  virtual LSTATUS CreateKey(const std::wstring& path, HKEY* key);
+  /// RegSetValueExW.
+  virtual LSTATUS SetValue(HKEY key, const std::wstring& name, DWORD type, const void* data,
+                           DWORD size);
+  /// RegDeleteValueW.
+  virtual LSTATUS DeleteValue(HKEY key, const std::wstring& name);
+};
+
+}  // namespace altium_registration

@@ -1,0 +1,197 @@
+#include "registration/windows_store_win32.h"
+
+#include <utility>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "common/sha256_win32.h"
+#include "registration/backup_format.h"
+#include "registration/global_projects_key_win32.h"
+#include "registration/step_failure.h"
+
+namespace altium_registration {
+namespace {
+
+using kestrune::ExtendedPath;
+using kestrune::FileHandle;
+using kestrune::JoinPath;
+
+constexpr std::wstring_view kSavedRcs = L"DXP.RCS.before";
+
+RunStamp StampNow() {
+  SYSTEMTIME now{};
+  GetSystemTime(&now);
+  return {now.wYear,       now.wMonth,  now.wDay,          now.wHour,
+          now.wMinute,     now.wSecond, now.wMilliseconds, GetCurrentProcessId(),
+          GetTickCount64()};
+}
+
+std::wstring NameBackupDirectory(const StoreTarget& target) {
+  const std::wstring root = JoinPath(kestrune::ParentPath(target.rcs_path), L"KestruneBackups");
+  return JoinPath(JoinPath(root, target.guid), BackupDirectoryName(StampNow()));
+}
+
+/// The digest, with the failure in the form that the steps of a store have.
+std::string Digest(std::string_view bytes) {
+  try {
+    return kestrune::Sha256(bytes);
+  } catch (const kestrune::Failure& failure) {
+    if (failure.text == L"SHA provider") {
+      throw FileStepFailure(failure.text, failure.code);
+    }
+    throw;
+  }
+}
+
+/// One directory; the code of the failing call, or success when it is there.
+DWORD MakeDirectory(SystemCalls& calls, const std::wstring& path) {
+  if (calls.MakeDirectory(ExtendedPath(path))) {
+    return ERROR_SUCCESS;
+  }
+  const DWORD code = GetLastError();
+  return code == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : code;
+}
+
+/// A directory with its missing parents.
+DWORD MakeDirectories(SystemCalls& calls, const std::wstring& path) {
+  const DWORD code = MakeDirectory(calls, path);
+  const std::wstring parent(kestrune::ParentPath(path));
+  if (code != ERROR_PATH_NOT_FOUND || parent.size() >= path.size()) {
+    return code;
+  }
+  const DWORD parent_code = MakeDirectories(calls, parent);
+  return parent_code == ERROR_SUCCESS ? MakeDirectory(calls, path) : parent_code;
+}
+
+}  // namespace
+
+WindowsStore::WindowsStore(StoreTarget target, std::shared_ptr<SystemCalls> calls)
+    : target_(std::move(target)),
+      key_path_(GlobalProjectsPath(target_.registry_branch)),
+      calls_(std::move(calls)),
+      file_(target_.rcs_path, *calls_),
+      backup_directory_(NameBackupDirectory(target_)) {}
+
+std::string WindowsStore::ReadRcs() {
+  return file_.Read();
+}
+
+std::vector<RegistryValue> WindowsStore::ReadGlobalProjects() {
+  return ReadRegistryValues(key_path_);
+}
+
+void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<RegistryValue>& values) {
+  if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
+    throw FileStepFailure(L"Create backup directory", code);
+  }
+  const std::string digest = Digest(rcs);
+  BackUpRcs(rcs);
+  WriteBackup(L"registry.before.bin", RegistryBackup(values), L"Write registry backup");
+  const FileFacts& facts = file_.Facts();
+  const InstanceRecord record = {target_.rcs_path, target_.registry_branch, facts.attributes,
+                                 static_cast<std::uint32_t>(facts.write_time >> 32U),
+                                 static_cast<std::uint32_t>(facts.write_time)};
+  WriteBackup(L"instance.txt", InstanceText(record), L"Write instance record");
+  const std::vector<std::byte>& security = file_.Security().Bytes();
+  WriteBackup(L"security.before.bin",
+              {reinterpret_cast<const char*>(security.data()), security.size()},
+              L"Write security backup");
+  file_.SetPlannedText(digest);
+  AppendLog("Before SHA256=" + digest);
+}
+
+/// The copy is compared with what was planned on, not with the file as it is by now.
+void WindowsStore::BackUpRcs(std::string_view rcs) {
+  const std::wstring saved = BackupPath(kSavedRcs);
+  if (!calls_->CopyNew(file_.ExtendedPath(), saved)) {
+    throw FileStepFailure(L"Backup RCS", GetLastError());
+  }
+  if (ReadRcsBytes(saved) != rcs) {
+    throw Refusal(L"Backup/source mismatch.");
+  }
+}
+
+void WindowsStore::WriteBackup(std::wstring_view name, std::string_view bytes,
+                               std::wstring_view step) {
+  WriteNewFile(*calls_, BackupPath(name), bytes, nullptr, {step, step, step});
+}
+
+void WindowsStore::PrepareReplacement(std::string_view new_text) {
+  const std::string digest = Digest(new_text);
+  file_.Prepare(new_text, digest);
+  AppendLog("Intended SHA256=" + digest);
+}
+
+std::string WindowsStore::ReadReplacement() {
+  return file_.ReadTemporary();
+}
+
+void WindowsStore::CommitReplacement() {
+  file_.Commit();
+}
+
+bool WindowsStore::HasReplacedRcs() const noexcept {
+  return file_.Replaced();
+}
+
+void WindowsStore::CheckSourceSecurity() {
+  file_.CheckSecurity();
+}
+
+void WindowsStore::WriteGlobalProjectsValue(const RegistryValue& value) {
+  WriteRegistryValue(*calls_, key_path_, value);
+}
+
+void WindowsStore::RemoveGlobalProjectsValue(const std::wstring& name) {
+  RemoveRegistryValue(*calls_, key_path_, name);
+}
+
+void WindowsStore::RollBackRcs() {
+  file_.RollBack(BackupPath(kSavedRcs));
+}
+
+void WindowsStore::AppendLog(std::string_view line) {
+  constexpr std::wstring_view kUnwritable = L"Cannot write operation log.";
+  if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
+    throw kestrune::Failure{std::wstring(kUnwritable), code};
+  }
+  const FileHandle log(calls_->Create(BackupPath(L"operation.log"), FILE_APPEND_DATA,
+                                      FILE_SHARE_READ, nullptr, OPEN_ALWAYS));
+  if (!log) {
+    throw kestrune::Failure{std::wstring(kUnwritable), GetLastError()};
+  }
+  const std::string text = std::string(line) + "\r\n";
+  DWORD written = 0;
+  if (!calls_->Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written) ||
+      written != text.size()) {
+    throw kestrune::Failure{std::wstring(kUnwritable), GetLastError()};
+  }
+  if (!calls_->Flush(log.Get())) {
+    throw kestrune::Failure{L"Cannot flush operation log.", GetLastError()};
+  }
+}
+
+void WindowsStore::RestoreRcsSecurity() {
+  file_.RestoreSecurity();
+}
+
+std::wstring WindowsStore::BackupPath(std::wstring_view name) const {
+  return JoinPath(ExtendedPath(backup_directory_), name);
+}
+
+/// Every run that changes anything comes through here first, and no run that only looks. Answers
+/// the code of the failing call.
+DWORD WindowsStore::EnsureBackupDirectory() {
+  if (has_backup_directory_) {
+    return ERROR_SUCCESS;
+  }
+  const DWORD code = MakeDirectories(*calls_, backup_directory_);
+  if (code == ERROR_SUCCESS) {
+    has_backup_directory_ = true;
+    ClearLeftovers(*calls_, file_.ExtendedPath(), ExtendedPath(backup_directory_));
+  }
+  return code;
+}
+
+}  // namespace altium_registration

@@ -1,0 +1,107 @@
+#include "tests/support/test_profile_win32.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "common/file_win32.h"
+#include "common/owners_win32.h"
+#include "common/path.h"
+#include "registration/global_projects.h"
+#include "registration/global_projects_key_win32.h"
+
+namespace kestrune {
+namespace {
+
+std::wstring UniqueName() {
+  LARGE_INTEGER counter{};
+  QueryPerformanceCounter(&counter);
+  return L"KestruneTest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+         std::to_wstring(counter.QuadPart);
+}
+
+std::wstring TemporaryFolder() {
+  wchar_t folder[MAX_PATH + 1] = {};
+  GetTempPathW(MAX_PATH + 1, folder);
+  return folder;
+}
+
+}  // namespace
+
+TestProfile::TestProfile(std::string_view rcs) {
+  const std::wstring name = UniqueName();
+  directory_ = JoinPath(TemporaryFolder(), name);
+  branch_ = L"Software\\Altium\\" + name;
+  if (!CreateDirectories(directory_)) {
+    throw std::runtime_error("no test folder");
+  }
+  WriteFileBytes(Rcs(), rcs);
+}
+
+TestProfile::~TestProfile() {
+  static_cast<void>(RemoveTree(directory_));
+  RegDeleteTreeW(HKEY_CURRENT_USER, branch_.c_str());
+  RegDeleteKeyW(HKEY_CURRENT_USER, branch_.c_str());
+}
+
+altium_registration::StoreTarget TestProfile::Target() const {
+  return {Rcs(), branch_, L"{GUID}"};
+}
+
+std::wstring TestProfile::Rcs() const {
+  return JoinPath(directory_, L"DXP.RCS");
+}
+
+std::wstring TestProfile::Key() const {
+  return altium_registration::GlobalProjectsPath(branch_);
+}
+
+void TestProfile::SetValue(const altium_registration::RegistryValue& value) const {
+  altium_registration::SystemCalls calls;
+  altium_registration::WriteRegistryValue(calls, Key(), value);
+}
+
+void TestProfile::SetText(const wchar_t* name, std::wstring_view text) const {
+  SetValue({name, altium_registration::kRegistryText, altium_registration::TextData(text)});
+}
+
+std::vector<std::wstring> TestProfile::Leftovers() const {
+  std::vector<std::wstring> names = FolderEntries(directory_);
+  std::erase_if(names, [](const std::wstring& name) {
+    return name == L"DXP.RCS" || name == L"KestruneBackups";
+  });
+  return names;
+}
+
+std::string FileBytes(const std::wstring& path) {
+  std::string bytes;
+  constexpr std::uint64_t kLimit = std::uint64_t{1} << 30U;
+  return ReadWholeFile(path, kLimit, bytes) ? bytes : "<missing>";
+}
+
+void WriteFileBytes(const std::wstring& path, std::string_view bytes) {
+  if (!WriteWholeFile(path, bytes)) {
+    throw std::runtime_error("no test file");
+  }
+}
+
+std::vector<std::wstring> FolderEntries(const std::wstring& directory) {
+  std::vector<std::wstring> names;
+  WIN32_FIND_DATAW entry{};
+  const FindHandle find(
+      FindFirstFileW(JoinPath(directory, L"*").c_str(), &entry));
+  if (!find) {
+    return names;
+  }
+  do {
+    const std::wstring name = entry.cFileName;
+    if (name != L"." && name != L"..") {
+      names.push_back(name);
+    }
+  } while (FindNextFileW(find.Get(), &entry));
+  std::ranges::sort(names);
+  return names;
+}
+
+}  // namespace kestrune
