@@ -89,8 +89,7 @@ void WriteFileBytes(const std::wstring& path, std::string_view bytes) {
 std::vector<std::wstring> FolderEntries(const std::wstring& directory) {
   std::vector<std::wstring> names;
   WIN32_FIND_DATAW entry{};
-  const FindHandle find(
-      FindFirstFileW(JoinPath(directory, L"*").c_str(), &entry));
+  const FindHandle find(FindFirstFileW(JoinPath(directory, L"*").c_str(), &entry));
   if (!find) {
     return names;
   }

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "registration/system_calls_win32.h"
+
+namespace altium_registration {
+
+/// The real calls, except where a test says otherwise. A hook that answers true has taken the call
+/// over: `answer` (or the last error that it set, for a false answer) is what the caller sees.
+class ScriptedCalls final : public SystemCalls {
+ public:
+  using PathHook = std::function<bool(const std::wstring& path, BOOL& answer)>;
+
+  PathHook on_create, on_copy, on_make_directory, on_replace, on_move, on_delete, on_set_security;
+  /// Called with the path; a descriptor given here is answered instead of the file's own.
+  std::function<bool(const std::wstring& path, std::vector<std::byte>& descriptor)> on_get_security;
+  std::function<bool(BOOL&answer)> on_write, on_flush;
+  std::function<bool(LSTATUS&answer)> on_create_key, on_set_value, on_delete_value;
+
+  HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
+                SECURITY_ATTRIBUTES* security, DWORD disposition) override {
+    BOOL answer = FALSE;
+    return on_create && on_create(path, answer)
+               ? INVALID_HANDLE_VALUE
+               : SystemCalls::Create(path, access, sharing, security, disposition);
+  }
+  BOOL Write(HANDLE file, const void* bytes, DWORD size, DWORD* written) override {
+    BOOL answer = FALSE;
+    return on_write && on_write(answer) ? answer : SystemCalls::Write(file, bytes, size, written);
+  }
+  BOOL Flush(HANDLE file) override {
+    BOOL answer = FALSE;
+    return on_flush && on_flush(answer) ? answer : SystemCalls::Flush(file);
+  }
+  BOOL CopyNew(const std::wstring& source, const std::wstring& target) override {
+    BOOL answer = FALSE;
+    return on_copy && on_copy(target, answer) ? answer : SystemCalls::CopyNew(source, target);
+  }
+  BOOL MakeDirectory(const std::wstring& path) override {
+    BOOL answer = FALSE;
+    return on_make_directory && on_make_directory(path, answer) ? answer
+                                                                : SystemCalls::MakeDirectory(path);
+  }
+  BOOL Replace(const std::wstring& replaced, const std::wstring& replacement,
+               const std::wstring& displaced) override {
+    BOOL answer = FALSE;
+    return on_replace && on_replace(displaced, answer)
+               ? answer
+               : SystemCalls::Replace(replaced, replacement, displaced);
+  }
+  BOOL Move(const std::wstring& source, const std::wstring& target, DWORD flags) override {
+    BOOL answer = FALSE;
+    return on_move && on_move(source, answer) ? answer : SystemCalls::Move(source, target, flags);
+  }
+  BOOL Delete(const std::wstring& path) override {
+    BOOL answer = FALSE;
+    return on_delete && on_delete(path, answer) ? answer : SystemCalls::Delete(path);
+  }
+  BOOL GetSecurity(const std::wstring& path, SECURITY_INFORMATION parts, void* descriptor,
+                   DWORD size, DWORD* needed) override;
+  BOOL SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts,
+                   void* descriptor) override {
+    BOOL answer = FALSE;
+    return on_set_security && on_set_security(path, answer)
+               ? answer
+               : SystemCalls::SetSecurity(path, parts, descriptor);
+  }
+  LSTATUS CreateKey(const std::wstring& path, HKEY* key) override {
+    LSTATUS answer = ERROR_SUCCESS;
+    return on_create_key && on_create_key(answer) ? answer : SystemCalls::CreateKey(path, key);
+  }
+  LSTATUS SetValue(HKEY key, const std::wstring& name, DWORD type, const void* data,
+                   DWORD size) override {
+    LSTATUS answer = ERROR_SUCCESS;
+    return on_set_value && on_set_value(answer)
+               ? answer
+               : SystemCalls::SetValue(key, name, type, data, size);
+  }
+  LSTATUS DeleteValue(HKEY key, const std::wstring& name) override {
+    LSTATUS answer = ERROR_SUCCESS;
+    return on_delete_value && on_delete_value(answer) ? answer
+                                                      : SystemCalls::DeleteValue(key, name);
+  }
+};
+
+}  // namespace altium_registration

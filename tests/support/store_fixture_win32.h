@@ -1,0 +1,59 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "common/failure.h"
+#include "common/path.h"
+#include "registration/windows_store_win32.h"
+#include "tests/support/disposable_profile_win32.h"
+#include "tests/support/scripted_calls_win32.h"
+#include "tests/support/test_profile_win32.h"
+
+namespace altium_registration {
+
+/// The text of the failure that the action ends with; "" when it succeeds.
+template <class Action>
+std::wstring FailureText(Action action) {
+  try {
+    action();
+    return {};
+  } catch (const kestrune::Failure& failure) {
+    return failure.text;
+  }
+}
+
+/// A store on a profile of its own whose DXP.RCS holds "old text".
+class StoreTest : public testing::Test {
+ protected:
+  void SetUp() override { KESTRUNE_NEEDS_DISPOSABLE_PROFILE(); }
+
+  WindowsStore& Open() {
+    store = std::make_unique<WindowsStore>(profile.Target(), calls);
+    return *store;
+  }
+  /// A store that has everything behind it that comes before the replacement.
+  WindowsStore& OpenPrepared() {
+    Open();
+    store->CreateBackups("old text", store->ReadGlobalProjects());
+    store->PrepareReplacement("new text");
+    return *store;
+  }
+  [[nodiscard]] std::wstring Saved(std::wstring_view name) const {
+    return kestrune::JoinPath(store->BackupDirectory(), name);
+  }
+  [[nodiscard]] std::string Rcs() const { return kestrune::FileBytes(profile.Rcs()); }
+  /// The security of DXP.RCS as Windows answers it, whatever the script says.
+  [[nodiscard]] FileSecurity RealSecurity() const {
+    SystemCalls real;
+    return ReadFileSecurity(real, profile.Rcs(), L"size", L"read");
+  }
+
+  kestrune::TestProfile profile{"old text"};
+  std::shared_ptr<ScriptedCalls> calls = std::make_shared<ScriptedCalls>();
+  std::unique_ptr<WindowsStore> store;
+};
+
+}  // namespace altium_registration
