@@ -44,14 +44,14 @@ class StoreTest : public testing::Test {
   [[nodiscard]] std::wstring Saved(std::wstring_view name) const {
     return kestrune::JoinPath(store->BackupDirectory(), name);
   }
-  [[nodiscard]] std::string Rcs() const { return kestrune::FileBytes(profile.Rcs()); }
+  [[nodiscard]] std::string Rcs() const { return FileBytes(profile.Rcs()); }
   /// The security of DXP.RCS as Windows answers it, whatever the script says.
   [[nodiscard]] FileSecurity RealSecurity() const {
     SystemCalls real;
     return ReadFileSecurity(real, profile.Rcs(), L"size", L"read");
   }
 
-  kestrune::TestProfile profile{"old text"};
+  TestProfile profile{"old text"};
   std::shared_ptr<ScriptedCalls> calls = std::make_shared<ScriptedCalls>();
   std::unique_ptr<WindowsStore> store;
 };

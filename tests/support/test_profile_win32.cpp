@@ -11,7 +11,9 @@
 #include "registration/global_projects.h"
 #include "registration/global_projects_key_win32.h"
 
-namespace kestrune {
+namespace altium_registration {
+
+using kestrune::JoinPath;
 namespace {
 
 std::wstring UniqueName() {
@@ -33,19 +35,19 @@ TestProfile::TestProfile(std::string_view rcs) {
   const std::wstring name = UniqueName();
   directory_ = JoinPath(TemporaryFolder(), name);
   branch_ = L"Software\\Altium\\" + name;
-  if (!CreateDirectories(directory_)) {
+  if (!kestrune::CreateDirectories(directory_)) {
     throw std::runtime_error("no test folder");
   }
   WriteFileBytes(Rcs(), rcs);
 }
 
 TestProfile::~TestProfile() {
-  static_cast<void>(RemoveTree(directory_));
+  static_cast<void>(kestrune::RemoveTree(directory_));
   RegDeleteTreeW(HKEY_CURRENT_USER, branch_.c_str());
   RegDeleteKeyW(HKEY_CURRENT_USER, branch_.c_str());
 }
 
-altium_registration::StoreTarget TestProfile::Target() const {
+StoreTarget TestProfile::Target() const {
   return {Rcs(), branch_, L"{GUID}"};
 }
 
@@ -54,16 +56,16 @@ std::wstring TestProfile::Rcs() const {
 }
 
 std::wstring TestProfile::Key() const {
-  return altium_registration::GlobalProjectsPath(branch_);
+  return GlobalProjectsPath(branch_);
 }
 
-void TestProfile::SetValue(const altium_registration::RegistryValue& value) const {
-  altium_registration::SystemCalls calls;
-  altium_registration::WriteRegistryValue(calls, Key(), value);
+void TestProfile::SetValue(const RegistryValue& value) const {
+  SystemCalls calls;
+  WriteRegistryValue(calls, Key(), value);
 }
 
 void TestProfile::SetText(const wchar_t* name, std::wstring_view text) const {
-  SetValue({name, altium_registration::kRegistryText, altium_registration::TextData(text)});
+  SetValue({name, kRegistryText, TextData(text)});
 }
 
 std::vector<std::wstring> TestProfile::Leftovers() const {
@@ -77,11 +79,11 @@ std::vector<std::wstring> TestProfile::Leftovers() const {
 std::string FileBytes(const std::wstring& path) {
   std::string bytes;
   constexpr std::uint64_t kLimit = std::uint64_t{1} << 30U;
-  return ReadWholeFile(path, kLimit, bytes) ? bytes : "<missing>";
+  return kestrune::ReadWholeFile(path, kLimit, bytes) ? bytes : "<missing>";
 }
 
 void WriteFileBytes(const std::wstring& path, std::string_view bytes) {
-  if (!WriteWholeFile(path, bytes)) {
+  if (!kestrune::WriteWholeFile(path, bytes)) {
     throw std::runtime_error("no test file");
   }
 }
@@ -89,7 +91,7 @@ void WriteFileBytes(const std::wstring& path, std::string_view bytes) {
 std::vector<std::wstring> FolderEntries(const std::wstring& directory) {
   std::vector<std::wstring> names;
   WIN32_FIND_DATAW entry{};
-  const FindHandle find(FindFirstFileW(JoinPath(directory, L"*").c_str(), &entry));
+  const kestrune::FindHandle find(FindFirstFileW(JoinPath(directory, L"*").c_str(), &entry));
   if (!find) {
     return names;
   }
@@ -103,4 +105,4 @@ std::vector<std::wstring> FolderEntries(const std::wstring& directory) {
   return names;
 }
 
-}  // namespace kestrune
+}  // namespace altium_registration

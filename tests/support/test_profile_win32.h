@@ -7,7 +7,7 @@
 #include "registration/registry_value.h"
 #include "registration/windows_store_win32.h"
 
-namespace kestrune {
+namespace altium_registration {
 
 /// A folder with a DXP.RCS and a registry branch, both gone at the end of the scope.
 class TestProfile {
@@ -17,14 +17,14 @@ class TestProfile {
   TestProfile& operator=(const TestProfile&) = delete;
   ~TestProfile();
 
-  [[nodiscard]] altium_registration::StoreTarget Target() const;
+  [[nodiscard]] StoreTarget Target() const;
   [[nodiscard]] std::wstring Directory() const { return directory_; }
   [[nodiscard]] std::wstring Rcs() const;
   [[nodiscard]] std::wstring Branch() const { return branch_; }
   /// The Global Projects key below HKEY_CURRENT_USER.
   [[nodiscard]] std::wstring Key() const;
 
-  void SetValue(const altium_registration::RegistryValue& value) const;
+  void SetValue(const RegistryValue& value) const;
   void SetText(const wchar_t* name, std::wstring_view text) const;
 
   /// Names of the entries of the profile folder except DXP.RCS and KestruneBackups.
@@ -42,4 +42,4 @@ void WriteFileBytes(const std::wstring& path, std::string_view bytes);
 /// Names of the entries of a folder, sorted; none when it does not exist.
 std::vector<std::wstring> FolderEntries(const std::wstring& directory);
 
-}  // namespace kestrune
+}  // namespace altium_registration

@@ -17,10 +17,7 @@
 namespace altium_registration {
 namespace {
 
-using kestrune::FileBytes;
 using kestrune::FileHandle;
-using kestrune::FolderEntries;
-using kestrune::WriteFileBytes;
 
 using Names = std::vector<std::wstring>;
 
@@ -235,7 +232,7 @@ TEST_F(WindowsStoreTest, BackupsHoldFileValuesInstanceAndSecurity) {
   EXPECT_NE(instance.find("\\DXP.RCS\r\nRegistry=HKCU\\Software\\Altium\\"), std::string::npos);
   EXPECT_EQ(FileBytes(Saved(L"operation.log")),
             "Before SHA256=" + kestrune::Sha256("old text") + "\r\n");
-  const std::vector<std::byte>& security = RealSecurity().Bytes();
+  const std::vector<std::byte> security = RealSecurity().Bytes();
   EXPECT_EQ(FileBytes(Saved(L"security.before.bin")),
             std::string(reinterpret_cast<const char*>(security.data()), security.size()));
 }
