@@ -60,8 +60,11 @@ in_wine_root() {
   for folder in bin lib lib32 lib64 libx32 sbin; do
     [ -L "$wine_root/$folder" ] && links+=(--symlink "usr/$folder" "/$folder")
   done
+  # Real files beside the checkout, for the tests that read them.
+  local samples=${KESTRUNE_SAMPLES:-$(dirname "$project")/shared/samples}
   bwrap --ro-bind "$wine_root/usr" /usr --ro-bind "$wine_root/etc" /etc "${links[@]}" \
     --ro-bind "$wine_root/var" /var --dev-bind /dev /dev --proc /proc --bind "$cache/tmp" /tmp \
+    $([ -d "$samples" ] && printf -- '--ro-bind %s %s' "$samples" "$samples") \
     --bind "$project" "$project" --bind "$WINEPREFIX" "$WINEPREFIX" \
     ${KESTRUNE_WINE_BINDS:+$(printf -- '--bind %s %s ' $KESTRUNE_WINE_BINDS)} \
     --chdir "$PWD" "$@"

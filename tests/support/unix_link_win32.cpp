@@ -1,0 +1,81 @@
+#include "tests/support/unix_link_win32.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "common/path.h"
+#include "common/text.h"
+#include "tests/support/disposable_profile_win32.h"
+#include "tests/support/export_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+/// The host system's name of a path, which Wine's own loader can tell.
+std::wstring UnixName(const std::wstring& path) {
+  using Translate = char*(CDECL*)(const wchar_t*);
+  const HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
+  const auto translate = reinterpret_cast<Translate>(
+      reinterpret_cast<void*>(GetProcAddress(kernel, "wine_get_unix_file_name")));
+  char* const name = translate != nullptr ? translate(path.c_str()) : nullptr;
+  if (name == nullptr) {
+    return {};
+  }
+  std::wstring result = WideFromUtf8(name);
+  HeapFree(GetProcessHeap(), 0, name);
+  return result;
+}
+
+/// Runs one of the host system's commands. Wine gives no handle to wait for, so the caller looks
+/// for the effect.
+void RunUnixCommand(const std::wstring& command, std::wstring arguments) {
+  arguments.insert(0, command + L" ");
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION process = {};
+  if (CreateProcessW((L"Z:\\bin\\" + command).c_str(), arguments.data(), nullptr, nullptr, FALSE, 0,
+                     nullptr, nullptr, &startup, &process)) {
+    KernelHandle(process.hThread).Reset();
+    KernelHandle(process.hProcess).Reset();
+  }
+}
+
+/// Whether the name stands in its folder, also when it is a link that leads nowhere.
+bool IsListed(const std::wstring& path) {
+  const std::vector<std::wstring> names = NamesIn(std::wstring(ParentPath(path)));
+  return std::find(names.begin(), names.end(), FileName(path)) != names.end();
+}
+
+bool WaitUntilListed(const std::wstring& path, bool listed) {
+  for (int i = 0; i < 300 && IsListed(path) != listed; ++i) {
+    Sleep(10);
+  }
+  return IsListed(path) == listed;
+}
+
+}  // namespace
+
+bool MakeDirectoryLink(const std::wstring& link, const std::wstring& target) {
+  if (!RunsUnderWine()) {
+    return CreateSymbolicLinkW(link.c_str(), target.c_str(),
+                               SYMBOLIC_LINK_FLAG_DIRECTORY |
+                                   SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE) != FALSE;
+  }
+  RunUnixCommand(L"ln", L"-s " + Quoted(UnixName(target)) + L" " + Quoted(UnixName(link)));
+  return WaitUntilListed(link, true);
+}
+
+void RemoveDirectoryLink(const std::wstring& link) {
+  if (!IsListed(link) || RemoveDirectoryW(link.c_str())) {
+    return;
+  }
+  if (RunsUnderWine()) {
+    RunUnixCommand(L"rm", L"-f " + Quoted(UnixName(link)));
+    WaitUntilListed(link, false);
+  }
+}
+
+}  // namespace kestrune

@@ -1,0 +1,189 @@
+// `--wait-native` through the executable, against files that come, grow, stall and vanish.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "common/file_win32.h"
+#include "tests/support/prepare_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+using ::testing::ElementsAre;
+
+class WaitNativeTest : public ExportTest {
+ protected:
+  struct Paths {
+    std::wstring expected;
+    std::wstring report;
+    std::wstring result;
+  };
+
+  Paths PathsFor(const std::wstring& name) const {
+    return {Scratch(name + L".zip"), Scratch(name + L".REP"), Scratch(name + L".txt")};
+  }
+
+  static ProgramRun Start(const Paths& paths) {
+    return ProgramRun(KestrunePath(), L"--wait-native " + Quoted(paths.expected) + L" " +
+                                          Quoted(paths.report) + L" " + Quoted(paths.result));
+  }
+
+  static std::string BeginEntry(const Paths& paths) {
+    return Entry(L"Waiting for native output",
+                 L"Expected=" + paths.expected + L" Report=" + paths.report);
+  }
+
+  static std::string StableEntry(const Paths& paths, const std::wstring& size, bool report) {
+    return Entry(L"Native output stable", L"Path=" + paths.expected + L" Size=" + size +
+                                              L" ReportExists=" + (report ? L"yes" : L"no"));
+  }
+};
+
+TEST_F(WaitNativeTest, ACompleteArchiveIsReportedAfterFourEqualLooks) {
+  const Paths paths = PathsFor(L"complete");
+  PutFile(paths.expected, "0123456789");
+  PutFile(paths.result, "a long leftover of an earlier export");
+  const RunOutcome outcome = Finish(Start(paths));
+  EXPECT_TRUE(EndsSilentlyWith(0, outcome));
+  EXPECT_EQ(FileBytes(paths.result), "OK\r\n10");
+  EXPECT_THAT(Log(), ElementsAre(BeginEntry(paths), StableEntry(paths, L"10", false)));
+  // Three sleeps of half a second lie between four looks.
+  EXPECT_GE(outcome.milliseconds, 1400U);
+  EXPECT_LT(outcome.milliseconds, 10'000U);
+}
+
+TEST_F(WaitNativeTest, AReportBesideTheArchiveIsOnlyMentioned) {
+  const Paths paths = PathsFor(L"report");
+  PutFile(paths.expected, "x");
+  PutFile(paths.report, "");
+  EXPECT_TRUE(EndsSilentlyWith(0, Finish(Start(paths))));
+  EXPECT_EQ(FileBytes(paths.result), "OK\r\n1");
+  EXPECT_EQ(Log().back(), StableEntry(paths, L"1", true));
+}
+
+TEST_F(WaitNativeTest, AFolderInPlaceOfTheReportIsNoReport) {
+  const Paths paths = PathsFor(L"folder");
+  PutFile(paths.expected, "x");
+  ASSERT_TRUE(CreateDirectoryW(paths.report.c_str(), nullptr));
+  EXPECT_TRUE(EndsSilentlyWith(0, Finish(Start(paths))));
+  EXPECT_EQ(Log().back(), StableEntry(paths, L"1", false));
+}
+
+TEST_F(WaitNativeTest, AnArchiveThatComesLateAndGrowsIsReportedWithItsLastSize) {
+  const Paths paths = PathsFor(L"late");
+  ProgramRun run = Start(paths);
+  Sleep(700);
+  std::string content;
+  for (int i = 0; i < 5; ++i) {
+    content += std::string(1000, static_cast<char>('a' + i));
+    PutFile(paths.expected, content);
+    Sleep(400);
+    EXPECT_FALSE(Exists(paths.result));
+  }
+  EXPECT_TRUE(EndsSilentlyWith(0, Finish(std::move(run))));
+  EXPECT_EQ(FileBytes(paths.result), "OK\r\n5000");
+}
+
+TEST_F(WaitNativeTest, AnArchiveThatVanishesAndComesBackStartsTheCountAnew) {
+  const Paths paths = PathsFor(L"vanish");
+  PutFile(paths.expected, "12345");
+  ProgramRun run = Start(paths);
+  Sleep(800);
+  ASSERT_TRUE(DeleteFileW(paths.expected.c_str()));
+  Sleep(700);
+  EXPECT_FALSE(Exists(paths.result));
+  const ULONGLONG back = GetTickCount64();
+  PutFile(paths.expected, "12345");
+  EXPECT_TRUE(EndsSilentlyWith(0, Finish(std::move(run))));
+  EXPECT_GE(GetTickCount64() - back, 1400U);
+  EXPECT_EQ(FileBytes(paths.result), "OK\r\n5");
+}
+
+TEST_F(WaitNativeTest, AnArchiveThatItsWriterStillHoldsOpenIsLookedAtAllTheSame) {
+  const Paths paths = PathsFor(L"held");
+  PutFile(paths.expected, "123");
+  const FileHandle writer = HoldOpen(paths.expected, GENERIC_READ | GENERIC_WRITE, 0);
+  EXPECT_TRUE(EndsSilentlyWith(0, Finish(Start(paths))));
+  EXPECT_EQ(FileBytes(paths.result), "OK\r\n3");
+}
+
+TEST_F(WaitNativeTest, AnArchiveAboveFourGibibytesHasItsWholeSize) {
+  const Paths paths = PathsFor(L"large");
+  PutSparseFile(paths.expected, (4ULL << 30U) + 10);
+  EXPECT_TRUE(EndsSilentlyWith(0, Finish(Start(paths))));
+  EXPECT_EQ(FileBytes(paths.result), "OK\r\n4294967306");
+  EXPECT_EQ(Log().back(), StableEntry(paths, L"4294967306", false));
+}
+
+TEST_F(WaitNativeTest, AResultThatCannotBeWrittenChangesNeitherCodeNorLog) {
+  Paths paths = PathsFor(L"unwritable");
+  paths.result = Scratch(L"no folder\\result.txt");
+  PutFile(paths.expected, "12");
+  EXPECT_TRUE(EndsSilentlyWith(0, Finish(Start(paths))));
+  EXPECT_FALSE(Exists(Scratch(L"no folder")));
+  EXPECT_EQ(Log().back(), StableEntry(paths, L"2", false));
+}
+
+TEST_F(WaitNativeTest, PathsOutsideTheAnsiCodePageAndBeyondTheClassicLimitAreWatched) {
+  Paths paths = PathsFor(L"архив");
+  std::wstring folder = Scratch(L"long");
+  while (folder.size() < 400) {
+    folder += L"\\" + std::wstring(60, L'x');
+  }
+  paths.expected = folder + L"\\Bridge.zip";
+  PutFile(paths.expected, "12");
+  EXPECT_TRUE(EndsSilentlyWith(0, Finish(Start(paths))));
+  EXPECT_EQ(FileBytes(paths.result), "OK\r\n2");
+}
+
+TEST_F(WaitNativeTest, TwoMinutesWithoutACompleteArchiveEndWithError) {
+  // Every way of never being complete waits at the same time, so that the two minutes pass once.
+  const Paths absent = PathsFor(L"absent");
+  const Paths empty = PathsFor(L"empty");
+  const Paths folder = PathsFor(L"folder");
+  const Paths growing = PathsFor(L"growing");
+  Paths mute = PathsFor(L"mute");
+  mute.result = Scratch(L"no folder\\result.txt");
+  PutFile(empty.expected, "");
+  ASSERT_TRUE(CreateDirectoryW(folder.expected.c_str(), nullptr));
+  PutFile(growing.expected, "1");
+
+  const ULONGLONG begin = GetTickCount64();
+  std::vector<ProgramRun> runs;
+  for (const Paths* paths :
+       std::initializer_list<const Paths*>{&absent, &empty, &folder, &growing, &mute}) {
+    runs.push_back(Start(*paths));
+    ASSERT_TRUE(runs.back().Started());
+    Sleep(30);
+  }
+  {
+    const FileHandle writer(CreateFileW(growing.expected.c_str(), FILE_APPEND_DATA,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(static_cast<bool>(writer));
+    while (!runs.back().WaitForExit(200) && GetTickCount64() - begin < 200'000) {
+      ASSERT_TRUE(WriteAll(writer.Get(), "x"));
+    }
+  }
+  for (ProgramRun& run : runs) {
+    EXPECT_TRUE(EndsSilentlyWith(5, Finish(std::move(run), 10'000)));
+  }
+  const ULONGLONG waited = GetTickCount64() - begin;
+  EXPECT_GE(waited, 119'000U);
+  EXPECT_LE(waited, 150'000U);
+  for (const Paths* paths :
+       std::initializer_list<const Paths*>{&absent, &empty, &folder, &growing}) {
+    EXPECT_EQ(FileBytes(paths->result), "ERROR\r\n");
+  }
+  EXPECT_FALSE(Exists(Scratch(L"no folder")));
+  const std::vector<std::string> log = Log();
+  EXPECT_THAT(log,
+              ::testing::Contains(Entry(L"Native output timeout", L"Expected=" + absent.expected)));
+  EXPECT_THAT(log, ::testing::Not(
+                       ::testing::Contains(::testing::StartsWith("Stage: Native output stable"))));
+}
+
+}  // namespace
+}  // namespace kestrune
