@@ -10,6 +10,7 @@ uses Classes;
 
 type
   TStringList = class(Classes.TStringList)
+  public
     constructor Create;
     destructor Destroy; override;
     procedure LoadFromFile(const FileName: string); override;
