@@ -6,7 +6,7 @@ unit HostStandIn;
 
 interface
 
-uses Classes, Contnrs, HostFiles;
+uses SysUtils, Classes, Contnrs, HostFiles;
 
 const
   eTopLayer = 1; eMidLayer1 = 2; eBottomLayer = 32; eTopOverlay = 33; eBottomOverlay = 34;
@@ -229,8 +229,6 @@ procedure Sleep(Milliseconds: Integer);
 function GetTickCount: Integer;
 
 implementation
-
-uses SysUtils;
 
 var
   Parameters: Classes.TStringList;

@@ -987,7 +987,7 @@ procedure Run(const Name: string; Test: TTest);
 var
   Begun: TDateTime;
 begin
-  if Pos(Filter, Name) = 0 then Exit;
+  if (Filter <> '') and (Pos(Filter, Name) = 0) then Exit;
   TestName := Name;
   TestFailed := False;
   Begun := Now;
@@ -1085,5 +1085,5 @@ begin
   Run('SecondHostWindow', SecondHostWindow);
 
   WriteLn(Passed, ' passed, ', Failed, ' failed');
-  if Failed > 0 then Halt(1);
+  if (Failed > 0) or (Passed = 0) then Halt(1);
 end.
