@@ -6,6 +6,9 @@ cache=${KESTRUNE_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/kestrune}
 wine_root=$cache/wine-root
 prefix_template=$cache/prefix-template
 
+# Real host files that some tests read, where they are present. They lie beside the project.
+export KESTRUNE_SAMPLES=${KESTRUNE_SAMPLES:-$(dirname "$project")/shared/samples}
+
 say() { printf '%s\n' "$*" >&2; }
 die() { say "error: $*"; exit 1; }
 
@@ -66,8 +69,7 @@ in_wine_root() {
     --ro-bind "$wine_root/var" /var --dev-bind /dev /dev --proc /proc --bind "$cache/tmp" /tmp \
     $([ -d "$samples" ] && printf -- '--ro-bind %s %s' "$samples" "$samples") \
     --bind "$project" "$project" --bind "$WINEPREFIX" "$WINEPREFIX" \
-    ${KESTRUNE_WINE_BINDS:+$(printf -- '--bind %s %s ' $KESTRUNE_WINE_BINDS)} \
-    --chdir "$PWD" "$@"
+    --ro-bind-try "$KESTRUNE_SAMPLES" "$KESTRUNE_SAMPLES" --setenv HOME /tmp --chdir "$PWD" "$@"
 }
 
 wine_environment() {
