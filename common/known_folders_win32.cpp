@@ -10,6 +10,7 @@
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/process_user_win32.h"
+#include "common/registry_win32.h"
 
 namespace kestrune {
 namespace {
@@ -23,24 +24,6 @@ bool ShellFolder(const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) {
   return !path.empty();
 }
 
-bool ReadTextValue(HKEY key, const wchar_t* name, std::wstring& text) {
-  DWORD type = 0;
-  DWORD size = 0;
-  if (RegQueryValueExW(key, name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
-      (type != REG_SZ && type != REG_EXPAND_SZ)) {
-    return false;
-  }
-  // Room for an odd byte; a stored text may lack its terminating NUL.
-  text.assign(size / sizeof(wchar_t) + 1, L'\0');
-  if (RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size) !=
-      ERROR_SUCCESS) {
-    return false;
-  }
-  text.resize(size / sizeof(wchar_t));
-  text.erase(std::min(text.find(L'\0'), text.size()));
-  return type == REG_SZ || (type == REG_EXPAND_SZ && ExpandEnvironment(std::wstring(text), text));
-}
-
 /// The profile directory as the system's own profile list has it for the process's user.
 bool ProfileFromList(std::wstring& profile) {
   ProcessUser user;
@@ -51,8 +34,12 @@ bool ProfileFromList(std::wstring& profile) {
   const std::wstring name =
       std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\") + sid.Get();
   RegistryKey key;
-  return RegOpenKeyExW(HKEY_LOCAL_MACHINE, name.c_str(), 0, KEY_READ, key.Put()) == ERROR_SUCCESS &&
-         ReadTextValue(key.Get(), L"ProfileImagePath", profile) && !profile.empty();
+  DWORD type = 0;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, name.c_str(), 0, KEY_READ, key.Put()) != ERROR_SUCCESS ||
+      !ReadRegistryText(key.Get(), L"ProfileImagePath", profile, type)) {
+    return false;
+  }
+  return (type == REG_SZ || ExpandEnvironment(std::wstring(profile), profile)) && !profile.empty();
 }
 
 bool AppDataDirectory(const wchar_t* name, const KNOWNFOLDERID& fallback, std::wstring& path,

@@ -1,0 +1,193 @@
+#include "install/host_discovery_win32.h"
+
+#include <windows.h>
+
+#include <set>
+#include <string>
+
+#include "common/file_win32.h"
+#include "common/known_folders_win32.h"
+#include "common/ordinal.h"
+#include "common/owners_win32.h"
+#include "common/path.h"
+#include "common/registry_win32.h"
+#include "install/host_product.h"
+
+namespace kestrune {
+namespace {
+
+constexpr wchar_t kUninstallKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+
+/// Where the user's profiles of all instances lie, and what is there.
+struct UserSide {
+  std::wstring profiles_root;
+  NameListing profiles;
+  NameListing branches;
+};
+
+/// The folders below `root`, without those that lead elsewhere.
+NameListing ListProfiles(const std::wstring& root) {
+  NameListing listing;
+  WIN32_FIND_DATAW entry{};
+  const FindHandle find(FindFirstFileW(ExtendedPath(JoinPath(root, L"*")).c_str(), &entry));
+  if (!find) {
+    const DWORD code = GetLastError();
+    if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) {
+      listing.outcome = NameListing::Outcome::CannotRead;
+    }
+    return listing;
+  }
+  do {
+    const DWORD kind =
+        entry.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT);
+    if (kind == FILE_ATTRIBUTE_DIRECTORY) {
+      listing.names.emplace_back(entry.cFileName);
+    }
+  } while (FindNextFileW(find.Get(), &entry));
+  if (GetLastError() != ERROR_NO_MORE_FILES) {
+    listing.outcome = NameListing::Outcome::CannotEnumerate;
+  }
+  return listing;
+}
+
+NameListing ListBranches() {
+  NameListing listing;
+  RegistryKey key;
+  const LSTATUS opened =
+      RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Altium", 0, KEY_READ, key.Put());
+  if (opened == ERROR_FILE_NOT_FOUND || opened == ERROR_PATH_NOT_FOUND) {
+    return listing;
+  }
+  if (opened != ERROR_SUCCESS) {
+    listing.outcome = NameListing::Outcome::CannotRead;
+  } else if (!ListSubkeys(key.Get(), listing.names)) {
+    listing.outcome = NameListing::Outcome::CannotEnumerate;
+  }
+  return listing;
+}
+
+UserSide ReadUserSide() {
+  UserSide side;
+  std::wstring app_data;
+  std::wstring error_text;
+  if (!RoamingAppDataDirectory(app_data, error_text)) {
+    side.profiles.outcome = NameListing::Outcome::CannotRead;
+    return side;
+  }
+  side.profiles_root = JoinPath(app_data, L"Altium");
+  side.profiles = ListProfiles(side.profiles_root);
+  side.branches = ListBranches();
+  return side;
+}
+
+/// The value's text as stored, unexpanded; empty when it is absent or not a text.
+std::wstring TextValue(HKEY key, const wchar_t* name) {
+  std::wstring text;
+  DWORD type = 0;
+  return ReadRegistryText(key, name, text, type) ? text : std::wstring();
+}
+
+std::wstring FindExecutable(const HostInstance& instance) {
+  const std::wstring named = PathFromDisplayIcon(instance.display_icon);
+  if (NamesHostProgram(named) && QueryFileKind(named) == FileKind::RegularFile) {
+    return named;
+  }
+  if (instance.install_location.empty()) {
+    return {};
+  }
+  for (const wchar_t* name : {L"X2.exe", L"dxp.exe"}) {
+    std::wstring candidate = JoinPath(instance.install_location, name);
+    if (QueryFileKind(candidate) == FileKind::RegularFile) {
+      return candidate;
+    }
+  }
+  return {};
+}
+
+bool PassesFilters(const HostInstance& instance, const InstallerOptions& options) {
+  return (options.major == 0 || options.major == instance.version.major) &&
+         (options.profile.empty() || EqualIgnoringCase(options.profile, instance.guid));
+}
+
+void JoinUserSide(const UserSide& side, HostInstance& instance) {
+  std::wstring name;
+  if (!MatchInstanceName(instance.guid, side.profiles, side.branches, name, instance.reason)) {
+    instance.needs_verification = true;
+    return;
+  }
+  instance.profile_directory = JoinPath(side.profiles_root, name);
+  instance.registry_branch = L"Software\\Altium\\" + name;
+  instance.rcs_path = JoinPath(instance.profile_directory, L"DXP.RCS");
+}
+
+/// Collects instances over both registry views.
+class Discovery {
+ public:
+  explicit Discovery(const InstallerOptions& options) : options_(options), side_(ReadUserSide()) {}
+
+  void ReadView(REGSAM view) {
+    RegistryKey uninstall;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kUninstallKey, 0, KEY_READ | view, uninstall.Put()) !=
+        ERROR_SUCCESS) {
+      return;
+    }
+    std::vector<std::wstring> names;
+    // What could be listed before an error still counts.
+    static_cast<void>(ListSubkeys(uninstall.Get(), names));
+    for (const std::wstring& name : names) {
+      RegistryKey entry;
+      if (RegOpenKeyExW(uninstall.Get(), name.c_str(), 0, KEY_READ | view, entry.Put()) ==
+          ERROR_SUCCESS) {
+        ReadEntry(entry.Get(), view == KEY_WOW64_64KEY);
+      }
+    }
+  }
+
+  std::vector<HostInstance> Take() { return std::move(instances_); }
+
+ private:
+  void ReadEntry(HKEY key, bool in_64_bit_view) {
+    HostInstance instance;
+    instance.display_name = TextValue(key, L"DisplayName");
+    if (!IsHostProductName(instance.display_name)) {
+      return;
+    }
+    instance.uninstall_string = TextValue(key, L"UninstallString");
+    instance.guid = GuidFromUninstallString(instance.uninstall_string);
+    // An entry that a filter passes over below has taken its GUID all the same: its twin in the
+    // other view is the same installation.
+    if (instance.guid.empty() || !taken_.insert(instance.guid).second) {
+      return;
+    }
+    instance.in_64_bit_view = in_64_bit_view;
+    instance.version_text = TextValue(key, L"DisplayVersion");
+    instance.version = ParseHostVersion(instance.version_text);
+    if (!PassesFilters(instance, options_)) {
+      return;
+    }
+    instance.install_location = TextValue(key, L"InstallLocation");
+    instance.display_icon = TextValue(key, L"DisplayIcon");
+    instance.executable = FindExecutable(instance);
+    if (!instance.executable.empty()) {
+      instance.resource_path = JoinPath(ParentPath(instance.executable), L"System\\AdvPcb.rcs");
+    }
+    JoinUserSide(side_, instance);
+    instances_.push_back(std::move(instance));
+  }
+
+  const InstallerOptions& options_;
+  UserSide side_;
+  std::set<std::wstring> taken_;
+  std::vector<HostInstance> instances_;
+};
+
+}  // namespace
+
+std::vector<HostInstance> DiscoverHostInstances(const InstallerOptions& options) {
+  Discovery discovery(options);
+  discovery.ReadView(KEY_WOW64_32KEY);
+  discovery.ReadView(KEY_WOW64_64KEY);
+  return discovery.Take();
+}
+
+}  // namespace kestrune

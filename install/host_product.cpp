@@ -1,0 +1,209 @@
+#include "install/host_product.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+#include "common/path.h"
+#include "common/text.h"
+
+namespace kestrune {
+namespace {
+
+constexpr std::wstring_view kEditions[] = {L"altium designer", L"altium designer develop",
+                                           L"altium designer agile"};
+constexpr std::size_t kGuidLength = 38;
+
+bool IsHexadecimal(wchar_t c) {
+  const wchar_t lower = LowerAscii(c);
+  return IsAsciiDigit(c) || (lower >= L'a' && lower <= L'f');
+}
+
+bool IsVersionTail(std::wstring_view tail) {
+  wchar_t previous = L'.';
+  for (const wchar_t c : tail) {
+    if (!IsAsciiDigit(c) && (c != L'.' || previous == L'.')) {
+      return false;
+    }
+    previous = c;
+  }
+  return previous != L'.';
+}
+
+bool IsBlank(wchar_t c) {
+  return c == L' ' || (c >= L'\t' && c <= L'\r');
+}
+
+/// Takes a decimal number with an optional sign off the front of `text`. False, and 0, when there
+/// is none.
+bool TakeNumber(std::wstring_view& text, std::int32_t& number) {
+  std::size_t at = 0;
+  while (at < text.size() && IsBlank(text[at])) {
+    ++at;
+  }
+  const bool negative = at < text.size() && text[at] == L'-';
+  if (at < text.size() && (text[at] == L'-' || text[at] == L'+')) {
+    ++at;
+  }
+  const std::size_t first_digit = at;
+  std::int64_t value = 0;
+  for (; at < text.size() && IsAsciiDigit(text[at]); ++at) {
+    // One more than the largest magnitude is enough to be held to the limits below.
+    value = std::min<std::int64_t>(value * 10 + (text[at] - L'0'), std::int64_t{1} << 31);
+  }
+  if (at == first_digit) {
+    return false;
+  }
+  number = static_cast<std::int32_t>(
+      std::clamp<std::int64_t>(negative ? -value : value, std::numeric_limits<std::int32_t>::min(),
+                               std::numeric_limits<std::int32_t>::max()));
+  text.remove_prefix(at);
+  return true;
+}
+
+bool TakeDot(std::wstring_view& text) {
+  if (!text.starts_with(L'.')) {
+    return false;
+  }
+  text.remove_prefix(1);
+  return true;
+}
+
+/// The name that belongs to the GUID; `count` tells how many do.
+std::wstring NameOfInstance(const std::vector<std::wstring>& names, std::wstring_view guid,
+                            std::size_t& count) {
+  std::wstring found;
+  count = 0;
+  for (const std::wstring& name : names) {
+    if (name.size() >= kGuidLength &&
+        LowerAscii(std::wstring_view(name).substr(name.size() - kGuidLength)) == guid) {
+      found = name;
+      ++count;
+    }
+  }
+  return found;
+}
+
+}  // namespace
+
+bool IsHostProductName(std::wstring_view display_name) {
+  const std::wstring name = LowerAscii(display_name);
+  return std::any_of(std::begin(kEditions), std::end(kEditions), [&](std::wstring_view edition) {
+    if (!name.starts_with(edition)) {
+      return false;
+    }
+    const std::wstring_view rest = std::wstring_view(name).substr(edition.size());
+    return rest.empty() || (rest.front() == L' ' && IsVersionTail(rest.substr(1)));
+  });
+}
+
+HostVersion ParseHostVersion(std::wstring_view text) {
+  HostVersion version;
+  if (TakeNumber(text, version.major) && TakeDot(text) && TakeNumber(text, version.minor) &&
+      TakeDot(text)) {
+    TakeNumber(text, version.build);
+  }
+  return version;
+}
+
+bool IsInstanceGuid(std::wstring_view text) {
+  if (text.size() != kGuidLength || text.front() != L'{' || text.back() != L'}') {
+    return false;
+  }
+  for (std::size_t i = 1; i + 1 < text.size(); ++i) {
+    const bool hyphen_place = i == 9 || i == 14 || i == 19 || i == 24;
+    if (hyphen_place ? text[i] != L'-' : !IsHexadecimal(text[i])) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::wstring GuidFromUninstallString(std::wstring_view uninstall_string) {
+  constexpr std::wstring_view kMark = L"B-UniqueID:\"{";
+  for (std::size_t at = uninstall_string.find(kMark); at != std::wstring_view::npos;
+       at = uninstall_string.find(kMark, at + 1)) {
+    const std::wstring_view rest = uninstall_string.substr(at + kMark.size() - 1);
+    std::size_t end = 1;
+    while (end < rest.size() && (IsHexadecimal(rest[end]) || rest[end] == L'-')) {
+      ++end;
+    }
+    if (end > 1 && rest.substr(end).starts_with(L"}\"")) {
+      const std::wstring_view candidate = rest.substr(0, end + 1);
+      return IsInstanceGuid(candidate) ? LowerAscii(candidate) : std::wstring();
+    }
+  }
+  return {};
+}
+
+std::wstring PathFromDisplayIcon(std::wstring_view display_icon) {
+  if (display_icon.starts_with(L'"')) {
+    display_icon.remove_prefix(1);
+    return std::wstring(display_icon.substr(0, display_icon.find(L'"')));
+  }
+  const std::size_t comma = display_icon.rfind(L',');
+  if (comma != std::wstring_view::npos) {
+    std::wstring_view number = display_icon.substr(comma + 1);
+    if (number.starts_with(L'-')) {
+      number.remove_prefix(1);
+    }
+    if (!number.empty() &&
+        std::all_of(number.begin(), number.end(), [](wchar_t c) { return IsAsciiDigit(c); })) {
+      display_icon = display_icon.substr(0, comma);
+    }
+  }
+  return std::wstring(display_icon);
+}
+
+bool NamesHostProgram(std::wstring_view path) {
+  const std::wstring name = LowerAscii(FileName(path));
+  return name == L"dxp.exe" || name == L"x2.exe";
+}
+
+std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
+                                std::wstring_view display_name) {
+  if (!active_bar) {
+    return L"odbpp-toolbar-legacy.bmp";
+  }
+  // This one build of this one edition draws the button from a small image.
+  if (version_text == L"26.9.1.9" && IsHostProductName(display_name) &&
+      LowerAscii(display_name).starts_with(L"altium designer develop")) {
+    return L"odbpp-toolbar-ad26-16.png";
+  }
+  return L"odbpp-toolbar-activebar.png";
+}
+
+bool MatchInstanceName(std::wstring_view guid, const NameListing& profiles,
+                       const NameListing& branches, std::wstring& name, std::wstring& reason) {
+  using Outcome = NameListing::Outcome;
+  if (profiles.outcome != Outcome::Complete) {
+    reason = profiles.outcome == Outcome::CannotRead ? L"Cannot read Altium profiles."
+                                                     : L"Cannot enumerate Altium profiles.";
+    return false;
+  }
+  if (branches.outcome != Outcome::Complete) {
+    reason = branches.outcome == Outcome::CannotRead ? L"Cannot read HKCU Altium instances."
+                                                     : L"Cannot enumerate HKCU Altium instances.";
+    return false;
+  }
+  if (!IsInstanceGuid(guid)) {
+    reason = L"Malformed Altium instance GUID.";
+    return false;
+  }
+  std::size_t profile_count = 0;
+  std::size_t branch_count = 0;
+  const std::wstring profile = NameOfInstance(profiles.names, guid, profile_count);
+  const std::wstring branch = NameOfInstance(branches.names, guid, branch_count);
+  if (profile_count != 1 || branch_count != 1) {
+    reason = L"Missing or ambiguous profile/registry instance for " + std::wstring(guid);
+    return false;
+  }
+  if (profile != branch) {
+    reason = L"Profile and HKCU branch disagree for " + std::wstring(guid);
+    return false;
+  }
+  name = profile;
+  return true;
+}
+
+}  // namespace kestrune
