@@ -88,7 +88,7 @@ std::wstring TextValue(HKEY key, const wchar_t* name) {
 }
 
 std::wstring FindExecutable(const HostInstance& instance) {
-  const std::wstring named = PathFromDisplayIcon(instance.display_icon);
+  std::wstring named = PathFromDisplayIcon(instance.display_icon);
   if (NamesHostProgram(named) && QueryFileKind(named) == FileKind::RegularFile) {
     return named;
   }
