@@ -70,7 +70,7 @@ def check_job(data, last_mechanical):
         need(value(key) == "0", key + " is not 0")
     need(not re.search(r"[A-Za-z]:\\|\\\\", text), "an absolute path")
 
-    line = next(odb_lines(text), "")
+    line = next(odb_lines(text), "=")
     pairs = fields(line)
     config = dict(pairs)
     need(len(config) == len(pairs), "a field stands twice")
