@@ -80,6 +80,16 @@ unsigned ShownIcon(HWND control) {
   return 0;
 }
 
+/// A box with a very long line is wider than the screen, and its icon begins left of it.
+void MoveIconOntoScreen(HWND box) {
+  RECT icon = {};
+  RECT whole = {};
+  if (GetWindowRect(IconControl(box), &icon) && GetWindowRect(box, &whole) && icon.left < 0) {
+    SetWindowPos(box, nullptr, whole.left - icon.left, whole.top, 0, 0,
+                 SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+  }
+}
+
 std::wstring OwnFolder() {
   std::wstring path(32768, L'\0');
   path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
@@ -156,6 +166,7 @@ SeenBox ReadBox(HWND box) {
   seen.text = WindowText(GetDlgItem(box, kTextControl));
   seen.owned = GetWindow(box, GW_OWNER) != nullptr;
   seen.topmost = (GetWindowLongW(box, GWL_EXSTYLE) & WS_EX_TOPMOST) != 0;
+  MoveIconOntoScreen(box);
   const ULONGLONG end = GetTickCount64() + 2000;
   while ((seen.icon = ShownIcon(IconControl(box))) == 0 && GetTickCount64() < end) {
     Sleep(kPollMilliseconds);
