@@ -1,10 +1,303 @@
 #include "install/installer_win32.h"
 
-namespace kestrune {
+#include <new>
+#include <optional>
+#include <string_view>
+#include <vector>
 
-InstallerResult RunInstallerCommand(const InstallerOptions& /*options*/,
-                                    const std::wstring& /*program_path*/) {
-  return {40, L"The installer is not part of this build."};
+#include "common/failure.h"
+#include "common/file_win32.h"
+#include "common/known_folders_win32.h"
+#include "common/path.h"
+#include "common/text_win32.h"
+#include "export/user_settings_win32.h"
+#include "install/host_discovery_win32.h"
+#include "install/host_process_win32.h"
+#include "install/host_product.h"
+#include "install/package_locator_win32.h"
+#include "install/registration_plan.h"
+#include "install/runtime_deployment_win32.h"
+#include "registration/global_projects.h"
+#include "registration/rcs_document.h"
+#include "registration/toolbar_edit.h"
+#include "registration/transaction.h"
+#include "registration/windows_store_win32.h"
+
+namespace kestrune {
+namespace {
+
+using altium_registration::RcsDocument;
+using altium_registration::RcsKinds;
+using altium_registration::RegistrationChange;
+using altium_registration::RegistryValue;
+using altium_registration::Spec;
+using altium_registration::ToolbarAnchor;
+using altium_registration::WindowsStore;
+
+/// Codes of the process; set-up programs rely on them.
+constexpr std::int32_t kSuccess = 0;
+constexpr std::int32_t kStatusProblem = 10;
+constexpr std::int32_t kNoInstance = 20;
+constexpr std::int32_t kHostRuns = 30;
+constexpr std::int32_t kFailed = 40;
+
+/// The host's toolbar definitions have some megabytes at most; a larger file would only fill the
+/// memory of a 32-bit process.
+constexpr std::uint64_t kLargestResource = 64 << 20;
+
+/// What the user's settings say about a registration.
+struct RegistrationSettings {
+  std::wstring label;
+  std::vector<std::string> extra_kinds;
+  /// The same kinds as the parser takes them; they point into `extra_kinds`.
+  std::vector<std::string_view> carried_kinds;
+};
+
+RegistrationSettings ReadSettings() {
+  UserSettings user;
+  std::wstring path;
+  std::wstring error_text;
+  if (!LoadUserSettings(user, path, error_text)) {
+    user = {};
+  }
+  RegistrationSettings settings;
+  settings.label = BuildExportCommandLabel(user);
+  settings.extra_kinds = ExtraRecordKinds(user.extra_records);
+  settings.carried_kinds.assign(settings.extra_kinds.begin(), settings.extra_kinds.end());
+  return settings;
+}
+
+/// What an instance's files and registry say before anything is changed.
+struct InstanceState {
+  std::string rcs;
+  std::vector<RegistryValue> projects;
+  std::optional<ToolbarAnchor> anchor;
+};
+
+/// One installer command over all instances.
+class InstallerRun {
+ public:
+  InstallerRun(const InstallerOptions& options, const std::wstring& program_path,
+               std::wstring runtime)
+      : options_(options),
+        program_path_(program_path),
+        runtime_(std::move(runtime)),
+        project_path_(JoinPath(runtime_, L"Kestrune.PrjScr")) {}
+
+  /// Handles one instance; whatever fails there is its line in the report and nobody else's matter.
+  void Handle(const HostInstance& instance) {
+    report_ += InstanceHeader(instance);
+    try {
+      HandleOrFail(instance);
+    } catch (const Failure& failure) {
+      ReportFailure(failure.text);
+    } catch (const std::bad_alloc&) {
+      ReportFailure(L"Not enough memory.");
+    }
+  }
+
+  [[nodiscard]] InstallerResult Result() const {
+    const std::int32_t problem =
+        options_.command == InstallerCommand::Status ? kStatusProblem : kFailed;
+    return {problem_seen_ ? problem : kSuccess, report_};
+  }
+
+ private:
+  void HandleOrFail(const HostInstance& instance) {
+    if (instance.needs_verification || instance.executable.empty() ||
+        QueryFileKind(instance.executable) == FileKind::Absent) {
+      return Skip(instance.reason + L" (executable/profile must be verified).");
+    }
+    if (QueryFileKind(instance.rcs_path) == FileKind::Absent) {
+      return Skip(L"DXP.RCS does not exist; initialize this Altium profile first.");
+    }
+    WindowsStore store({instance.rcs_path, instance.registry_branch, instance.guid});
+    const InstanceState state = ReadState(store, instance);
+    if (options_.command == InstallerCommand::Status) {
+      return ReportStatus(instance, state);
+    }
+    ChangeRegistration(store, instance, state);
+  }
+
+  void ReportFailure(const std::wstring& text) {
+    report_ += L"FAILED: " + text + L"\n";
+    problem_seen_ = true;
+  }
+
+  void Skip(const std::wstring& text) {
+    report_ += L"Skipped: " + text + L"\n";
+    problem_seen_ = true;
+  }
+
+  [[nodiscard]] bool Registering() const {
+    return options_.command == InstallerCommand::Install ||
+           options_.command == InstallerCommand::Update;
+  }
+
+  /// Read when the first instance needs it, and again while reading fails.
+  const RegistrationSettings& Settings() {
+    if (!settings_) {
+      settings_ = ReadSettings();
+    }
+    return *settings_;
+  }
+
+  RcsKinds CarriedKinds() { return Settings().carried_kinds; }
+
+  InstanceState ReadState(WindowsStore& store, const HostInstance& instance) {
+    InstanceState state;
+    state.rcs = store.ReadRcs();
+    state.projects = store.ReadGlobalProjects();
+    RcsDocument document;
+    std::wstring error;
+    if (!RcsDocument::Parse(state.rcs, {.carried_kinds = CarriedKinds()}, document, error)) {
+      throw Failure{error + L" Manual registration required; no profile change."};
+    }
+    // The place is looked for in the host's own definitions; the user's file holds only what the
+    // user changed.
+    std::string resource;
+    if (!ReadWholeFile(instance.resource_path, kLargestResource, resource)) {
+      resource.clear();
+    }
+    state.anchor = ChooseAnchor(resource, instance.version.major, CarriedKinds());
+    return state;
+  }
+
+  /// The button as it is to stand in this instance.
+  Spec DescribeButton(const HostInstance& instance, const std::optional<ToolbarAnchor>& anchor) {
+    const bool active_bar = anchor && anchor->kind != 1;
+    const std::wstring image = JoinPath(
+        runtime_, ChooseToolbarImage(instance.version_text, active_bar, instance.display_name));
+    Spec spec;
+    spec.script_project_path = AnsiFromWideLossy(project_path_);
+    spec.image_path = AnsiFromWideLossy(image);
+    spec.description = AnsiFromWideLossy(Settings().label);
+    if (anchor) {
+      spec.anchor_target = anchor->target;
+      spec.anchor_reference = anchor->reference;
+    }
+    return spec;
+  }
+
+  void ReportStatus(const HostInstance& instance, const InstanceState& state) {
+    std::vector<RegistryValue> plan;
+    std::wstring error;
+    const bool listed =
+        altium_registration::PlanGlobalProjects(state.projects, project_path_, true, plan, error) &&
+        altium_registration::SameValues(plan, state.projects);
+    const bool installed =
+        listed && state.anchor &&
+        altium_registration::ValidateRcs(state.rcs, DescribeButton(instance, state.anchor), true,
+                                         error, CarriedKinds());
+    report_ += installed ? L"Installed\n" : L"Not installed / registration requires repair\n";
+    problem_seen_ = problem_seen_ || !installed;
+  }
+
+  void ChangeRegistration(WindowsStore& store, const HostInstance& instance,
+                          const InstanceState& state) {
+    if (Registering() && !state.anchor) {
+      throw Failure{
+          L"No validated per-instance toolbar anchor; use manual Global Project and toolbar "
+          L"registration. No profile changes made."};
+    }
+    const Spec spec = DescribeButton(instance, state.anchor);
+    const RegistrationChange change = PlanChange(state, spec);
+    if (Registering() && !deployed_) {
+      Deploy();
+    }
+    if (IsHostRunning()) {
+      throw Failure{L"Altium started during preparation; aborting registration."};
+    }
+    Commit(store, change);
+    store.AppendLog(AnsiFromWideLossy(IdentityLine(instance)));
+    report_ += Registering() ? L"Installed/updated and validated.\n"
+                             : L"Registration removed; shared runtime retained.\n";
+  }
+
+  RegistrationChange PlanChange(const InstanceState& state, const Spec& spec) {
+    RegistrationChange change;
+    std::wstring error;
+    if (!altium_registration::EditRcs(state.rcs, spec, Registering(), change.rcs_after, error,
+                                      CarriedKinds()) ||
+        !altium_registration::PlanGlobalProjects(state.projects, project_path_, Registering(),
+                                                 change.values_after, error)) {
+      throw Failure{error};
+    }
+    change.rcs_before = state.rcs;
+    change.values_before = state.projects;
+    change.validate = [this, spec](std::string_view text) {
+      std::wstring ignored;
+      return altium_registration::ValidateRcs(text, spec, Registering(), ignored, CarriedKinds());
+    };
+    return change;
+  }
+
+  void Deploy() {
+    const std::wstring package =
+        options_.package.empty() ? FindPackageDirectory(program_path_) : options_.package;
+    std::wstring message;
+    if (package.empty() || !DeployRuntime(package, program_path_, message)) {
+      throw Failure{L"Runtime deployment failed; profile unchanged."};
+    }
+    deployed_ = true;
+  }
+
+  void Commit(WindowsStore& store, const RegistrationChange& change) {
+    std::wstring message;
+    const bool committed = altium_registration::RunTransaction(store, change, message);
+    report_ += change.rcs_before.empty() ? L"Backend: captured empty RCS"
+                                         : L"Backend: recognized text RCS";
+    report_ += L"\nBackup: " + store.BackupDirectory() + L"\n";
+    if (!committed) {
+      throw Failure{message};
+    }
+  }
+
+  const InstallerOptions& options_;
+  const std::wstring& program_path_;
+  const std::wstring runtime_;
+  const std::wstring project_path_;
+  std::optional<RegistrationSettings> settings_;
+  bool deployed_ = false;
+  bool problem_seen_ = false;
+  std::wstring report_;
+};
+
+InstallerResult RunOrFail(const InstallerOptions& options, const std::wstring& program_path) {
+  const std::vector<HostInstance> instances = DiscoverHostInstances(options);
+  if (instances.empty()) {
+    return {kNoInstance, L"No Altium instance found."};
+  }
+  if (options.command != InstallerCommand::Status && IsHostRunning()) {
+    return {kHostRuns,
+            L"Close all Altium instances before changing shared runtime or registration."};
+  }
+  std::wstring local_app_data;
+  std::wstring folder_error;
+  if (!LocalAppDataDirectory(local_app_data, folder_error)) {
+    return {kFailed, folder_error};
+  }
+  const std::wstring runtime = RuntimeRoot(local_app_data);
+  if (!SurvivesAnsiRoundTrip(JoinPath(runtime, L"Kestrune.PrjScr"))) {
+    return {kFailed,
+            L"Runtime path cannot be represented safely by the existing DelphiScript runtime."};
+  }
+  InstallerRun run(options, program_path, runtime);
+  for (const HostInstance& instance : instances) {
+    run.Handle(instance);
+  }
+  return run.Result();
+}
+
+}  // namespace
+
+InstallerResult RunInstallerCommand(const InstallerOptions& options,
+                                    const std::wstring& program_path) {
+  try {
+    return RunOrFail(options, program_path);
+  } catch (const Failure& failure) {
+    return {kFailed, failure.text};
+  }
 }
 
 }  // namespace kestrune

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace kestrune {
+
+/// Whether any host process runs on the machine, of whatever user. False also when Windows does not
+/// let the processes be listed.
+bool IsHostRunning();
+
+}  // namespace kestrune

@@ -1,0 +1,49 @@
+#include "install/registration_plan.h"
+
+namespace kestrune {
+
+using altium_registration::HasAnchor;
+using altium_registration::kToolbarAnchors;
+using altium_registration::RcsKinds;
+using altium_registration::ToolbarAnchor;
+
+namespace {
+
+/// The last host version with the older toolbar.
+constexpr std::int32_t kLastLegacyMajor = 17;
+constexpr int kLegacyToolbar = 1;
+constexpr int kActiveBar = 2;
+
+}  // namespace
+
+std::optional<ToolbarAnchor> ChooseAnchor(std::string_view resource, std::int32_t major,
+                                          RcsKinds carried_kinds) {
+  const int wanted = major > kLastLegacyMajor ? kActiveBar : kLegacyToolbar;
+  std::optional<ToolbarAnchor> found;
+  std::optional<ToolbarAnchor> fitting;
+  int count = 0;
+  for (const ToolbarAnchor& anchor : kToolbarAnchors) {
+    if (!HasAnchor(resource, anchor.target, anchor.reference, carried_kinds)) {
+      continue;
+    }
+    ++count;
+    found = anchor;
+    if (major > 0 && anchor.kind == wanted) {
+      fitting = anchor;
+    }
+  }
+  return count > 1 ? fitting : found;
+}
+
+std::wstring InstanceHeader(const HostInstance& instance) {
+  return instance.display_name + L" " + instance.version_text + L"\nGUID: " + instance.guid +
+         L"\nProfile: " + instance.profile_directory + L"\nHKCU: " + instance.registry_branch +
+         L"\n";
+}
+
+std::wstring IdentityLine(const HostInstance& instance) {
+  return L"Product=" + instance.display_name + L" Version=" + instance.version_text + L" GUID=" +
+         instance.guid;
+}
+
+}  // namespace kestrune
