@@ -323,7 +323,8 @@ Begin
     End;
 End;
 
-Function KsAwait(FileName : String; Rounds : Integer) : String;
+// Looks for an answer; one that was cancelled gets a few looks more to end properly.
+Function KsAwait(FileName : String; Rounds : Integer; EndingRounds : Integer) : String;
 Var
     Turn   : Integer;
     Ending : Integer;
@@ -341,7 +342,7 @@ Begin
             KsShowTime(0);
             Application.ProcessMessages;
         End;
-    Until (Result <> '') Or (Turn > Rounds) Or (Ending > KsEndingRounds);
+    Until (Result <> '') Or (Turn > Rounds) Or (Ending > EndingRounds);
 End;
 
 // Starts Kestrune.exe; the host neither waits nor tells the exit code.
@@ -841,6 +842,16 @@ Begin
     End;
 End;
 
+// An archive without this value is better than none.
+Function KsClearanceIfKnown(Board : IPCB_Board) : Integer;
+Begin
+    Try
+        Result := KsSmallestClearance(Board);
+    Except
+        Result := 0;
+    End;
+End;
+
 {--- The temporary project in the host -----------------------------------------}
 
 Function KsFocusedProject(Dummy : Integer) : String;
@@ -1025,7 +1036,7 @@ Begin
         If KsRun('--prepare ' + KsQuoted(KsBoardPath) + ' ' + KsQuoted(KsExchangeFile('dependencies'))
             + ' ' + KsQuoted(KsExchangeFile('layers')) + ' ' + KsQuoted(KsExchangeFile('status'))) Then
         Begin
-            Answer := KsAwait(KsExchangeFile('status'), KsPrepareRounds);
+            Answer := KsAwait(KsExchangeFile('status'), KsPrepareRounds, KsEndingRounds);
             If Answer = 'OK' Then Result := True
             Else If Not KsCancelled(0) Then
             Begin
@@ -1065,7 +1076,7 @@ Begin
         + KsQuoted(KsOutputFolder(0) + '\Status Report.Txt') + ' '
         + KsQuoted(KsExchangeFile('result'))) Then
     Begin
-        Answer := KsAwait(KsExchangeFile('result'), KsWaitRounds);
+        Answer := KsAwait(KsExchangeFile('result'), KsWaitRounds, 0);
         Result := (Answer = 'OK') And FileExists(Archive);
         If (Not Result) And (Not KsCancelled(0)) Then
             KsProblem := 'Altium Designer wrote no complete ODB++ archive. Look into its Messages panel'
@@ -1127,18 +1138,21 @@ Begin
     Try
         Try
             Delivered := KsSteps1To4(Board);
-            If Delivered Then Space := KsSmallestClearance(Board);
         Except
             Delivered := False;
             KsProblem := 'The export stopped in the middle of: ' + KsStepText + '.';
         End;
     Finally
-        If Delivered Then KsShowStep(5, 'delivering the archive');
+        If Delivered Then
+        Begin
+            KsShowStep(5, 'delivering the archive');
+            Space := KsClearanceIfKnown(Board);
+        End;
         KsTidyUp(Document);
         If KsCancelled(0) Then Delivered := False;
         KestruneWaitForm.Hide;
     End;
-    If KsNotice <> '' Then ShowWarning(KsNotice);
+    If KsNotice <> '' Then ShowWarning(Trim(KsNotice));
     If Delivered Then
     Begin
         Arguments := '--finalize-auto ' + KsQuoted(KsBoardPath);

@@ -3,8 +3,9 @@ program script_tests;
 // Whole exports of the package's script against the stand-in of the host, with the real Kestrune.exe
 // wherever it can be brought to the behaviour in question.
 //
-// script_tests PREFIX PACKAGE PROGRAM START [FILTER]: the Wine prefix, the package folder, the built
-// program, the script that starts a Windows program, and a part of the names of the tests to run.
+// script_tests PREFIX PACKAGE PROGRAM RECEIVER START [FILTER]: the Wine prefix, the package folder, the
+// built program, the program that plays the application which receives the archives, the script that
+// starts a Windows program, and a part of the names of the tests to run.
 
 uses
   cthreads, Classes, SysUtils, HostFiles, HostStandIn, ScriptUnderTest, Programs;
@@ -19,7 +20,7 @@ const
   Archive = Temp + '\Project Outputs for Bridge\ODB\Bridge.zip';
 
 var
-  Package, ProgramFile, Filter, TestName: string;
+  Package, ProgramFile, Receiver, Filter, TestName: string;
   Passed, Failed: Integer;
   TestFailed: Boolean;
   Local, Runtime, Exchange: string;
@@ -150,8 +151,9 @@ begin
   LogPath := Local + '\Kestrune\Logs\bridge.log';
   PutRuntime(Runtime);
   // An application takes the archive over, so that no box waits for a person.
-  WriteBytes(Local + '\Kestrune\settings.ini',
-    '[Target]'#13#10'Enabled=1'#13#10'ExecutablePath=C:\windows\system32\whoami.exe'#13#10);
+  WriteBytes(Local + '\Kestrune\receiver.exe', FileOfMachine(Receiver));
+  WriteBytes(Local + '\Kestrune\settings.ini', '[Target]'#13#10'Enabled=1'#13#10'ExecutablePath='
+    + Local + '\Kestrune\receiver.exe'#13#10'Arguments=/open "%ODBPP%"'#13#10);
   WriteBytes(Runtime + '\Kestrune.PrjScr', FileOfMachine(Package + '/Script/Kestrune.PrjScr'));
   AddProject(Runtime + '\Kestrune.PrjScr');
   KestruneWaitForm.Free;
@@ -209,6 +211,18 @@ function Delivered(const Name: string): string;
 begin
   Check(WaitForAll, 'a started program does not end');
   Result := Contents(Local + '\Kestrune\ODBpp\' + Name + '.zip');
+end;
+
+// What the receiving application was started with.
+function Received: string;
+var
+  Path: string;
+  Turn: Integer;
+begin
+  Path := Local + '\Kestrune\receiver.exe.record';
+  for Turn := 1 to 100 do
+    if not FileExists(Path) then SysUtils.Sleep(50);
+  Result := StringReplace(Contents(Path), #0, '', [rfReplaceAll]);
 end;
 
 function On_(const Field: string): Boolean;
@@ -277,6 +291,8 @@ begin
   Press;
   Check(Called('--finalize-auto "' + Board1 + '" 78740') = 1, Calls.Text);
   Check(Delivered('Main board') <> '', 'nothing was delivered');
+  Check(Pos('/open "' + Local + '\Kestrune\ODBpp\Main board.zip"', Received) > 0, Received);
+  Check(Pos(' -space:7.874mil', Received) > 0, Received);
 end;
 
 procedure NoClearanceNoValue;
@@ -285,7 +301,8 @@ begin
   Press;
   Check(Called('--finalize-auto "' + Board1 + '"') = 1, Calls.Text);
   Check(Called('--finalize-auto "' + Board1 + '" ') = 0, Calls.Text);
-  Delivered('Main board');
+  Check(Delivered('Main board') <> '', 'nothing was delivered');
+  Check((Received <> '') and (Pos('-space', Received) = 0), Received);
 end;
 
 { panels }
@@ -920,6 +937,19 @@ begin
   Press;
 end;
 
+// The wait itself cannot be stopped; the window does not wait for it.
+procedure CancelledWaitEndsAtOnce;
+begin
+  NewBoard(Board1);
+  Answers := OnlyPrepare;
+  WaitAnswer := #13#10;
+  CancelIn := 'Step 4';
+  Press;
+  Check(CancelIn = 'done', 'step 4 was not reached');
+  Check(Pauses < 50, IntToStr(Pauses) + ' pauses after the cancelling');
+  CheckNotDelivered;
+end;
+
 procedure ClosingTheWindowCancels;
 var
   I: Integer;
@@ -981,6 +1011,21 @@ begin
   HostFiles.DeleteFile(Exchange + '\running.txt');
 end;
 
+{ the form }
+
+procedure FormTextIsWellFormed;
+var
+  Text: TFileStream;
+  Binary: TMemoryStream;
+begin
+  Text := TFileStream.Create(Package + '/Script/Kestrune_WaitForm.dfm', fmOpenRead);
+  Binary := TMemoryStream.Create;
+  ObjectTextToBinary(Text, Binary);
+  Check(Binary.Size > 500, 'the form is empty');
+  Binary.Free;
+  Text.Free;
+end;
+
 { running }
 
 procedure Run(const Name: string; Test: TTest);
@@ -1025,11 +1070,13 @@ begin
   Prefix := ParamStr(1);
   Package := ParamStr(2);
   ProgramFile := ParamStr(3);
-  StartScript := ParamStr(4);
-  Filter := ParamStr(5);
+  Receiver := ParamStr(4);
+  StartScript := ParamStr(5);
+  Filter := ParamStr(6);
   Steps := Classes.TStringList.Create;
   FindUser;
 
+  Run('FormTextIsWellFormed', FormTextIsWellFormed);
   Run('WholeExport', WholeExport);
   Run('EachBoardHasItsOwnArchive', EachBoardHasItsOwnArchive);
   Run('DifficultPaths', DifficultPaths);
@@ -1079,6 +1126,7 @@ begin
   Run('OtherProjectsStayOpen', OtherProjectsStayOpen);
   Run('UnexpectedError', UnexpectedError);
   Run('CancelInEveryStep', CancelInEveryStep);
+  Run('CancelledWaitEndsAtOnce', CancelledWaitEndsAtOnce);
   Run('ClosingTheWindowCancels', ClosingTheWindowCancels);
   Run('SecondPress', SecondPress);
   Run('SecondPressWhileTheHostWorks', SecondPressWhileTheHostWorks);
