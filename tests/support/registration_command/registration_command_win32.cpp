@@ -1,0 +1,216 @@
+// registration_command.exe VERB RCS BRANCH GUID PROJECT [OPTION...]: carries one registration of
+// the script project PROJECT to a given DXP.RCS and the Global Projects key below a given branch of
+// HKEY_CURRENT_USER, with nothing of the installer around it. VERB is install or remove.
+//
+//   --report FILE   writes the outcome, UTF-8: the message, and on a second line the number of
+//                   points at which --die-at can end the run
+//   --die-at N      ends the process at the N-th point: before and after each call that changes
+//                   something, and each call about security
+//   --die-half-way  ends the process where a replacement has taken DXP.RCS away and not yet put
+//                   the new file in its place
+//
+// Exit codes: 0 done or nothing to do, 1 failed, 2 wrong arguments, 99 ended on request.
+#include <windows.h>
+#include <shellapi.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+#include "common/owners_win32.h"
+#include "common/text.h"
+#include "common/text_win32.h"
+#include "registration/global_projects.h"
+#include "registration/toolbar_edit.h"
+#include "registration/transaction.h"
+#include "registration/windows_store_win32.h"
+
+namespace altium_registration {
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kWrongArguments = 2;
+constexpr UINT kEndedOnRequest = 99;
+
+struct Arguments {
+  bool install = false;
+  StoreTarget target;
+  std::wstring project;
+  std::wstring report;
+  unsigned long die_at = 0;
+  bool die_half_way = false;
+};
+
+/// Nothing of the program runs any more after this, not even a destructor.
+[[noreturn]] void EndProcess() {
+  TerminateProcess(GetCurrentProcess(), kEndedOnRequest);
+  for (;;) {
+    Sleep(INFINITE);
+  }
+}
+
+/// The real calls with a point before and after each, at which the process may end.
+class MortalCalls final : public SystemCalls {
+ public:
+  explicit MortalCalls(const Arguments& arguments) : arguments_(arguments) {}
+
+  [[nodiscard]] unsigned long Points() const { return points_; }
+
+  HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
+                SECURITY_ATTRIBUTES* security, DWORD disposition) override {
+    return Around(
+        [&] { return SystemCalls::Create(path, access, sharing, security, disposition); });
+  }
+  BOOL Write(HANDLE file, const void* bytes, DWORD size, DWORD* written) override {
+    return Around([&] { return SystemCalls::Write(file, bytes, size, written); });
+  }
+  BOOL Flush(HANDLE file) override {
+    return Around([&] { return SystemCalls::Flush(file); });
+  }
+  BOOL CopyNew(const std::wstring& source, const std::wstring& target) override {
+    return Around([&] { return SystemCalls::CopyNew(source, target); });
+  }
+  BOOL MakeDirectory(const std::wstring& path) override {
+    return Around([&] { return SystemCalls::MakeDirectory(path); });
+  }
+  BOOL Replace(const std::wstring& replaced, const std::wstring& replacement,
+               const std::wstring& displaced) override {
+    if (arguments_.die_half_way) {
+      SystemCalls::Move(replaced, displaced, 0);
+      EndProcess();
+    }
+    return Around([&] { return SystemCalls::Replace(replaced, replacement, displaced); });
+  }
+  BOOL Move(const std::wstring& source, const std::wstring& target, DWORD flags) override {
+    return Around([&] { return SystemCalls::Move(source, target, flags); });
+  }
+  BOOL Delete(const std::wstring& path) override {
+    return Around([&] { return SystemCalls::Delete(path); });
+  }
+  BOOL GetSecurity(const std::wstring& path, SECURITY_INFORMATION parts, void* descriptor,
+                   DWORD size, DWORD* needed) override {
+    return Around([&] { return SystemCalls::GetSecurity(path, parts, descriptor, size, needed); });
+  }
+  BOOL SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts,
+                   void* descriptor) override {
+    return Around([&] { return SystemCalls::SetSecurity(path, parts, descriptor); });
+  }
+  LSTATUS CreateKey(const std::wstring& path, HKEY* key) override {
+    return Around([&] { return SystemCalls::CreateKey(path, key); });
+  }
+  LSTATUS SetValue(HKEY key, const std::wstring& name, DWORD type, const void* data,
+                   DWORD size) override {
+    return Around([&] { return SystemCalls::SetValue(key, name, type, data, size); });
+  }
+  LSTATUS DeleteValue(HKEY key, const std::wstring& name) override {
+    return Around([&] { return SystemCalls::DeleteValue(key, name); });
+  }
+
+ private:
+  template <class Call>
+  std::invoke_result_t<Call> Around(Call call) {
+    Point();
+    const auto answer = call();
+    Point();
+    return answer;
+  }
+  void Point() {
+    const kestrune::LastErrorKeeper keeper;
+    if (++points_ == arguments_.die_at) {
+      EndProcess();
+    }
+  }
+
+  const Arguments& arguments_;
+  unsigned long points_ = 0;
+};
+
+bool ReadArguments(Arguments& arguments) {
+  int count = 0;
+  const kestrune::LocalMemory<wchar_t*> words(CommandLineToArgvW(GetCommandLineW(), &count));
+  if (!words || count < 6) {
+    return false;
+  }
+  const std::vector<std::wstring> given(words.Get() + 1, words.Get() + count);
+  arguments.install = given[0] == L"install";
+  arguments.target = {given[1], given[2], given[3]};
+  arguments.project = given[4];
+  for (std::size_t i = 5; i < given.size(); ++i) {
+    const bool has_value = i + 1 < given.size();
+    if (given[i] == L"--die-half-way") {
+      arguments.die_half_way = true;
+    } else if (given[i] == L"--report" && has_value) {
+      arguments.report = given[++i];
+    } else if (given[i] == L"--die-at" && has_value) {
+      arguments.die_at = wcstoul(given[++i].c_str(), nullptr, 10);
+    } else {
+      return false;
+    }
+  }
+  return arguments.install || given[0] == L"remove";
+}
+
+/// What the installer would describe for a host of major version 17 or below.
+Spec SpecFor(const std::wstring& project) {
+  Spec spec;
+  if (!kestrune::AnsiFromWide(project, spec.script_project_path)) {
+    throw kestrune::Failure{L"The project's path does not survive the ANSI code page.", 0};
+  }
+  spec.image_path = spec.script_project_path + ".bmp";
+  spec.description = "Export PCB through Kestrune";
+  spec.anchor_target = kToolbarAnchors[0].target;
+  spec.anchor_reference = kToolbarAnchors[0].reference;
+  return spec;
+}
+
+bool Register(const Arguments& arguments, const std::shared_ptr<MortalCalls>& calls,
+              std::wstring& message) {
+  WindowsStore store(arguments.target, calls);
+  const Spec spec = SpecFor(arguments.project);
+  RegistrationChange change;
+  change.rcs_before = store.ReadRcs();
+  change.values_before = store.ReadGlobalProjects();
+  if (!EditRcs(change.rcs_before, spec, arguments.install, change.rcs_after, message) ||
+      !PlanGlobalProjects(change.values_before, arguments.project, arguments.install,
+                          change.values_after, message)) {
+    return false;
+  }
+  change.validate = [&](std::string_view text) {
+    std::wstring ignored;
+    return ValidateRcs(text, spec, arguments.install, ignored);
+  };
+  return RunTransaction(store, change, message);
+}
+
+int Run() {
+  Arguments arguments;
+  if (!ReadArguments(arguments)) {
+    return kWrongArguments;
+  }
+  const auto calls = std::make_shared<MortalCalls>(arguments);
+  std::wstring message;
+  bool success = false;
+  try {
+    success = Register(arguments, calls, message);
+  } catch (const kestrune::Failure& failure) {
+    message = failure.text;
+  }
+  if (!arguments.report.empty() &&
+      !kestrune::WriteWholeFile(arguments.report, kestrune::Utf8FromWide(message) + "\n" +
+                                                      std::to_string(calls->Points()) + "\n")) {
+    return kFailed;
+  }
+  return success ? kDone : kFailed;
+}
+
+}  // namespace
+}  // namespace altium_registration
+
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
+  return altium_registration::Run();
+}

@@ -1,0 +1,258 @@
+// A registration whose process ends at every point of its way, by itself or from outside, and what
+// the user and the next registration find then.
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <algorithm>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "common/path.h"
+#include "common/sha256_win32.h"
+#include "common/text.h"
+#include "registration/backup_format.h"
+#include "registration/global_projects.h"
+#include "registration/global_projects_key_win32.h"
+#include "tests/support/disposable_profile_win32.h"
+#include "tests/support/program_run_win32.h"
+#include "tests/support/test_profile_win32.h"
+
+namespace altium_registration {
+namespace {
+
+using kestrune::JoinPath;
+using kestrune::ProgramRun;
+
+constexpr int kEndedOnRequest = 99;
+constexpr DWORD kLimit = 60'000;
+/// How many ends a run of the tests tries.
+constexpr int kPoints = 200;
+constexpr int kRuns = 50;
+constexpr wchar_t kProject[] = L"C:\\Kestrune\\Runtime\\Kestrune.PrjScr";
+constexpr int kForeignProjects = 24;
+
+std::string OldRcs() {
+  std::string text = "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\nEnd\r\n";
+  for (int i = 0; i < 4000; ++i) {
+    const std::string n = std::to_string(i);
+    text += "PL User" + n + " Command='Foreign:Command" + n + "' Caption='It''s mine' End\r\n";
+  }
+  return text;
+}
+
+/// Every second number is missing, so that a registration rewrites all entries.
+std::vector<RegistryValue> OldList() {
+  std::vector<RegistryValue> values = {{L"Unrelated", 4, std::vector<std::byte>(4)}};
+  for (int i = 0; i < kForeignProjects; ++i) {
+    values.push_back({L"Item" + std::to_wstring(2 * i + 1), kRegistryText,
+                      TextData(L"C:\\Foreign\\Project" + std::to_wstring(i) + L".PrjScr")});
+  }
+  return values;
+}
+
+class KilledRegistration : public testing::Test {
+ protected:
+  void SetUp() override {
+    KESTRUNE_NEEDS_DISPOSABLE_PROFILE();
+    // What an undisturbed run makes of the same beginning is the new state.
+    Begin();
+    ASSERT_EQ(RunToEnd(L""), 0) << Report();
+    new_rcs_ = FileBytes(profile_->Rcs());
+    new_list_ = List();
+    points_ = std::stoi(Report().substr(Report().find('\n') + 1));
+    ASSERT_NE(new_rcs_, old_rcs_);
+    ASSERT_EQ(new_list_.size(), old_list_.size() + 1);
+  }
+
+  /// A fresh profile in the old state.
+  void Begin() {
+    profile_ = std::make_unique<TestProfile>(old_rcs_);
+    for (const RegistryValue& value : old_list_) {
+      profile_->SetValue(value);
+    }
+  }
+
+  [[nodiscard]] std::wstring Arguments(const std::wstring& options) const {
+    return L"install " + kestrune::Quoted(profile_->Rcs()) + L" " +
+           kestrune::Quoted(profile_->Branch()) + L" {GUID} " + kestrune::Quoted(kProject) +
+           L" --report " + kestrune::Quoted(ReportPath()) + L" " + options;
+  }
+  [[nodiscard]] std::wstring ReportPath() const { return profile_->Directory() + L".report"; }
+  [[nodiscard]] std::string Report() const { return FileBytes(ReportPath()); }
+  [[nodiscard]] std::vector<RegistryValue> List() const {
+    return ReadRegistryValues(profile_->Key());
+  }
+
+  int RunToEnd(const std::wstring& options) {
+    ProgramRun run(kestrune::TestProgramPath(L"registration_command"), Arguments(options));
+    return run.WaitForExit(kLimit).value_or(-1);
+  }
+
+  /// The laws of every death; answers whether DXP.RCS is missing.
+  bool CheckRemains() {
+    const std::string rcs = FileBytes(profile_->Rcs());
+    const bool is_missing = rcs == "<missing>";
+    if (is_missing) {
+      CheckDisplacedFile();
+    } else {
+      EXPECT_TRUE(rcs == old_rcs_ || rcs == new_rcs_) << "torn, " << rcs.size() << " bytes";
+    }
+    CheckListIsOldNewOrBetween();
+    if (rcs != old_rcs_) {
+      CheckBackups();
+    }
+    return is_missing;
+  }
+
+  void CheckDisplacedFile() {
+    for (const std::wstring& name : profile_->Leftovers()) {
+      if (name.ends_with(L".old.tmp")) {
+        EXPECT_EQ(FileBytes(JoinPath(profile_->Directory(), name)), old_rcs_);
+        displaced_ = JoinPath(profile_->Directory(), name);
+        return;
+      }
+    }
+    ADD_FAILURE() << "DXP.RCS is missing and nothing holds its bytes";
+  }
+
+  void CheckListIsOldNewOrBetween() {
+    std::map<std::wstring, std::vector<std::byte>> found;
+    for (const RegistryValue& value : List()) {
+      found[value.name] = value.data;
+    }
+    const auto is_in = [](const std::vector<RegistryValue>& list, const std::wstring& name,
+                          const std::vector<std::byte>& data) {
+      return std::ranges::any_of(list, [&](const RegistryValue& value) {
+        return value.name == name && value.data == data;
+      });
+    };
+    for (const auto& [name, data] : found) {
+      EXPECT_TRUE(is_in(old_list_, name, data) || is_in(new_list_, name, data));
+    }
+    for (const RegistryValue& foreign : old_list_) {
+      EXPECT_TRUE(std::ranges::any_of(found, [&](const auto& value) {
+        return value.second == foreign.data;
+      })) << kestrune::Utf8FromWide(foreign.name);
+    }
+  }
+
+  void CheckBackups() {
+    const std::wstring root = profile_->Directory() + L"\\KestruneBackups\\{GUID}";
+    for (const std::wstring& run : FolderEntries(root)) {
+      const std::wstring directory = JoinPath(root, run);
+      const std::string log = FileBytes(JoinPath(directory, L"operation.log"));
+      if (FileBytes(JoinPath(directory, L"DXP.RCS.before")) == old_rcs_ &&
+          FileBytes(JoinPath(directory, L"registry.before.bin")).size() ==
+              RegistryBackup(old_list_).size() &&
+          FileBytes(JoinPath(directory, L"instance.txt")).ends_with("\r\n") &&
+          FileBytes(JoinPath(directory, L"security.before.bin")).size() >= 20 &&
+          log.starts_with("Before SHA256=" + kestrune::Sha256(old_rcs_) +
+                          "\r\nIntended SHA256=" + kestrune::Sha256(new_rcs_) + "\r\n")) {
+        return;
+      }
+    }
+    ADD_FAILURE() << "no complete backups";
+  }
+
+  void CheckNextRegistration() {
+    EXPECT_EQ(RunToEnd(L""), 0) << Report();
+    EXPECT_EQ(FileBytes(profile_->Rcs()), new_rcs_);
+    EXPECT_EQ(profile_->Leftovers(), std::vector<std::wstring>{});
+    const std::vector<RegistryValue> list = List();
+    const auto ours = std::ranges::count_if(
+        list, [](const RegistryValue& value) { return value.data == TextData(kProject); });
+    EXPECT_EQ(ours, 1);
+    CheckListKeepsForeignEntries(list);
+    DeleteFileW(ReportPath().c_str());
+  }
+
+  void CheckListKeepsForeignEntries(const std::vector<RegistryValue>& list) {
+    for (const RegistryValue& foreign : old_list_) {
+      EXPECT_TRUE(std::ranges::any_of(
+          list, [&](const RegistryValue& value) { return value.data == foreign.data; }));
+    }
+  }
+
+  const std::string old_rcs_ = OldRcs();
+  const std::vector<RegistryValue> old_list_ = OldList();
+  std::unique_ptr<TestProfile> profile_;
+  std::string new_rcs_;
+  std::vector<RegistryValue> new_list_;
+  std::wstring displaced_;
+  int points_ = 0;
+};
+
+TEST_F(KilledRegistration, AtEveryPointTheFileIsWholeAndTheNextRunRepairsTheRest) {
+  ASSERT_GE(points_, kPoints);
+  int replaced = 0;
+  // The first and the last point, and the others evenly between them.
+  for (int i = 0; i < kPoints; ++i) {
+    const int point = 1 + i * (points_ - 1) / (kPoints - 1);
+    SCOPED_TRACE("point " + std::to_string(point));
+    Begin();
+    EXPECT_EQ(RunToEnd(L"--die-at " + std::to_wstring(point)), kEndedOnRequest);
+    EXPECT_FALSE(CheckRemains());
+    replaced += FileBytes(profile_->Rcs()) == new_rcs_ ? 1 : 0;
+    CheckNextRegistration();
+    if (HasFailure()) {
+      break;
+    }
+  }
+  EXPECT_GT(replaced, 0);
+  EXPECT_LT(replaced, kPoints);
+  std::cout << "[ MEASURED ] ended at " << kPoints << " of " << points_ << " points, " << replaced
+            << " of them behind the replacement of DXP.RCS\n";
+}
+
+TEST_F(KilledRegistration, FromOutsideAtAnyTimeTheFileIsWholeAndTheNextRunRepairsTheRest) {
+  Begin();
+  const ULONGLONG begin = GetTickCount64();
+  ASSERT_EQ(RunToEnd(L""), 0);
+  const auto duration = static_cast<DWORD>(GetTickCount64() - begin);
+  std::mt19937 random(20260307);
+  int inside_replacement = 0;
+  int ended_before = 0;
+  for (int i = 0; i < kRuns; ++i) {
+    SCOPED_TRACE("run " + std::to_string(i));
+    Begin();
+    ProgramRun run(kestrune::TestProgramPath(L"registration_command"), Arguments(L""));
+    ASSERT_TRUE(run.Started());
+    const DWORD wait = random() % (duration + 1);
+    ended_before += run.WaitForExit(wait) ? 1 : 0;
+    run.Terminate();
+    run.WaitForExit(kLimit);
+    if (CheckRemains()) {
+      // Only where a replacement is two renames; the user puts the displaced file back by hand.
+      ++inside_replacement;
+      EXPECT_TRUE(MoveFileExW(displaced_.c_str(), profile_->Rcs().c_str(), 0));
+    }
+    CheckNextRegistration();
+    if (HasFailure()) {
+      break;
+    }
+  }
+  EXPECT_LT(ended_before, kRuns);
+  std::cout << "[ MEASURED ] ended from outside " << kRuns - ended_before << " times, "
+            << inside_replacement << " of them inside the replacement of DXP.RCS\n";
+}
+
+TEST_F(KilledRegistration, BetweenTheTwoRenamesOfAReplacementTheDisplacedFileIsKept) {
+  Begin();
+  EXPECT_EQ(RunToEnd(L"--die-half-way"), kEndedOnRequest);
+  EXPECT_TRUE(CheckRemains());
+  // Without DXP.RCS a registration refuses and clears nothing.
+  EXPECT_EQ(RunToEnd(L""), 1);
+  EXPECT_TRUE(Report().starts_with("Read profile metadata (Win32 2)\n"));
+  EXPECT_EQ(FileBytes(displaced_), old_rcs_);
+  ASSERT_TRUE(MoveFileExW(displaced_.c_str(), profile_->Rcs().c_str(), 0));
+  CheckNextRegistration();
+}
+
+}  // namespace
+}  // namespace altium_registration
