@@ -94,6 +94,18 @@ class KilledRegistration : public testing::Test {
     return run.WaitForExit(kLimit).value_or(-1);
   }
 
+  /// Milliseconds, so that a wait below it ends most runs on their way.
+  DWORD ShortestRun() {
+    ULONGLONG shortest = kLimit;
+    for (int i = 0; i < 5; ++i) {
+      Begin();
+      const ULONGLONG begin = GetTickCount64();
+      EXPECT_EQ(RunToEnd(L""), 0);
+      shortest = std::min(shortest, GetTickCount64() - begin);
+    }
+    return static_cast<DWORD>(shortest);
+  }
+
   /// The laws of every death; answers whether DXP.RCS is missing.
   bool CheckRemains() {
     const std::string rcs = FileBytes(profile_->Rcs());
@@ -211,10 +223,7 @@ TEST_F(KilledRegistration, AtEveryPointTheFileIsWholeAndTheNextRunRepairsTheRest
 }
 
 TEST_F(KilledRegistration, FromOutsideAtAnyTimeTheFileIsWholeAndTheNextRunRepairsTheRest) {
-  Begin();
-  const ULONGLONG begin = GetTickCount64();
-  ASSERT_EQ(RunToEnd(L""), 0);
-  const auto duration = static_cast<DWORD>(GetTickCount64() - begin);
+  const DWORD duration = ShortestRun();
   std::mt19937 random(20260307);
   int inside_replacement = 0;
   int ended_before = 0;
