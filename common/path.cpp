@@ -13,7 +13,8 @@ std::size_t LastSeparator(std::wstring_view path) {
 
 /// Length of "C:", "C:\" or a leading separator: what a parent never loses.
 std::size_t RootLength(std::wstring_view path) {
-  std::size_t length = path.size() >= 2 && path[1] == L':' ? 2 : 0;
+  const bool has_drive = path.size() >= 2 && path[1] == L':' && !IsPathSeparator(path[0]);
+  std::size_t length = has_drive ? 2 : 0;
   if (path.size() > length && IsPathSeparator(path[length])) {
     ++length;
   }

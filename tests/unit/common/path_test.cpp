@@ -20,6 +20,11 @@ TEST(Path, TakesTheLastComponentAsFileName) {
   EXPECT_EQ(FileName(L"C:\\"), L"");
 }
 
+TEST(Path, AColonBehindASeparatorIsNoDrive) {
+  EXPECT_EQ(FileName(L"\\:Main.zip"), L":Main.zip");
+  EXPECT_EQ(ParentPath(L"\\:Main.zip"), L"\\");
+}
+
 TEST(Path, StemLosesOnlyTheLastExtension) {
   EXPECT_EQ(FileStem(L"C:\\a\\Main.v2.PcbDoc"), L"Main.v2");
   EXPECT_EQ(FileStem(L"Main"), L"Main");

@@ -7,6 +7,8 @@
 #include <random>
 #include <vector>
 
+#include "tests/support/split_command_line.h"
+
 namespace kestrune {
 namespace {
 
@@ -130,34 +132,6 @@ TEST(BuildArgumentLine, TokensAreLookedForInTheReplacedLine) {
             L"-bridge-version:\"0.2.3\" a -bridge:b");
 }
 
-/// How Windows programs take one argument off their command line (not the program's own path).
-std::wstring TakeArgument(const std::wstring& line, std::size_t& at) {
-  std::wstring argument;
-  bool in_quotes = false;
-  while (at < line.size() && (in_quotes || (line[at] != L' ' && line[at] != L'\t'))) {
-    std::size_t backslashes = 0;
-    while (at < line.size() && line[at] == L'\\') {
-      ++backslashes;
-      ++at;
-    }
-    if (at == line.size() || line[at] != L'"') {
-      argument.append(backslashes, L'\\');
-      if (backslashes == 0) {
-        argument.push_back(line[at++]);
-      }
-      continue;
-    }
-    argument.append(backslashes / 2, L'\\');
-    ++at;
-    if (backslashes % 2 != 0) {
-      argument.push_back(L'"');
-    } else {
-      in_quotes = !in_quotes;
-    }
-  }
-  return argument;
-}
-
 TEST(QuoteCommandLineArgument, LeavesAloneWhatNeedsNoQuotes) {
   for (const wchar_t* text : {L"", L"a", L"C:\\a\\b.exe", L"a\\", L"\\\\\\", L"a\nb", L"'"}) {
     EXPECT_EQ(QuoteCommandLineArgument(text), text);
@@ -186,10 +160,8 @@ TEST(QuoteCommandLineArgument, AQuotedArgumentIsSplitBackUnchanged) {
     for (wchar_t& c : argument) {
       c = alphabet[random() % alphabet.size()];
     }
-    std::size_t at = 0;
     const std::wstring line = QuoteCommandLineArgument(argument) + L" next";
-    ASSERT_EQ(TakeArgument(line, at), argument);
-    ASSERT_EQ(line.substr(at), L" next");
+    ASSERT_EQ(SplitCommandLine(line), (std::vector<std::wstring>{argument, L"next"}));
   }
 }
 

@@ -1,0 +1,146 @@
+// Input: the archive's path, a line feed, the spacing in decimal, a line feed, the template.
+// Laws: the placeholders come out as a naive implementation has them; the finished line always
+// carries both identity tokens, and the spacing where there is one, which reads back as the same
+// number; nothing of the user's line is lost; adding tokens twice adds nothing.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "common/text.h"
+#include "export/argument_line.h"
+
+namespace {
+
+void Require(bool law) {
+  if (!law) {
+    std::abort();
+  }
+}
+
+constexpr long kWall = -1;  // stands at both ends of an inserted value; matches nothing
+
+/// One number for each character; those of inserted values are negative, so nothing matches them.
+using Cells = std::vector<long>;
+
+bool MatchesAt(const Cells& cells, std::size_t at, std::wstring_view placeholder) {
+  for (std::size_t i = 0; i < placeholder.size(); ++i) {
+    if (at + i >= cells.size() || cells[at + i] != static_cast<long>(placeholder[i])) {
+      return false;
+    }
+  }
+  return true;
+}
+
+Cells ReplaceOne(const Cells& cells, std::wstring_view placeholder, std::wstring_view value) {
+  Cells result;
+  for (std::size_t at = 0; at < cells.size();) {
+    if (!MatchesAt(cells, at, placeholder)) {
+      result.push_back(cells[at++]);
+      continue;
+    }
+    result.push_back(kWall);
+    for (const wchar_t c : value) {
+      result.push_back(kWall - 1 - static_cast<long>(c));
+    }
+    result.push_back(kWall);
+    at += placeholder.size();
+  }
+  return result;
+}
+
+std::wstring NaiveReplacement(const std::wstring& text, const std::wstring& zip) {
+  const std::size_t separator = zip.find_last_of(L"\\/");
+  const bool has_folder = separator != std::wstring::npos;
+  std::wstring name = has_folder ? zip.substr(separator + 1) : zip;
+  std::wstring folder = has_folder ? zip.substr(0, separator + 1) : L"";
+  if (!has_folder && zip.size() >= 2 && zip[1] == L':') {
+    folder = zip.substr(0, 2);
+    name = zip.substr(2);
+  }
+  std::size_t root =
+      folder.size() >= 2 && folder[1] == L':' && folder[0] != L'\\' && folder[0] != L'/' ? 2 : 0;
+  root += folder.size() > root && (folder[root] == L'\\' || folder[root] == L'/') ? 1 : 0;
+  while (folder.size() > root && (folder.back() == L'\\' || folder.back() == L'/')) {
+    folder.pop_back();
+  }
+  const std::pair<std::wstring_view, std::wstring> placeholders[] = {
+      {L"%ODBPP%", zip},
+      {L"%ODBPP_ZIP%", zip},
+      {L"%ODBPP_DIR%", folder},
+      {L"%ODBPP_NAME%", name},
+      {L"%BRIDGE_CAD%", L"AltiumDesigner"},
+      {L"%BRIDGE_VERSION%", L"0.2.3"}};
+  Cells cells(text.begin(), text.end());
+  for (const auto& [placeholder, value] : placeholders) {
+    cells = ReplaceOne(cells, placeholder, value);
+  }
+  std::wstring line;
+  for (const long cell : cells) {
+    if (cell != kWall) {
+      line.push_back(static_cast<wchar_t>(cell >= 0 ? cell : kWall - 1 - cell));
+    }
+  }
+  return line;
+}
+
+/// The ten-thousandths of a mil in "<digits>[.<digits>]mil".
+std::int64_t ReadBack(std::wstring_view mils) {
+  Require(mils.ends_with(L"mil"));
+  mils.remove_suffix(3);
+  std::uint64_t value = 0;
+  int decimals = -1;
+  for (const wchar_t c : mils) {
+    if (c == L'.') {
+      Require(decimals == -1);
+      decimals = 0;
+      continue;
+    }
+    Require(c >= L'0' && c <= L'9');
+    value = value * 10 + static_cast<std::uint64_t>(c - L'0');
+    decimals += decimals >= 0 ? 1 : 0;
+  }
+  Require(decimals != 0 && decimals <= 4 && (decimals == -1 || mils.back() != L'0'));
+  for (int i = decimals == -1 ? 0 : decimals; i < 4; ++i) {
+    value *= 10;
+  }
+  return static_cast<std::int64_t>(value);
+}
+
+void CheckLine(const std::wstring& text, const std::wstring& zip, std::int64_t space) {
+  const std::wstring replaced = kestrune::ReplacePlaceholders(text, zip);
+  Require(replaced == NaiveReplacement(text, zip));
+  const std::wstring identified = kestrune::WithIdentityTokens(replaced);
+  Require(identified.ends_with(replaced));
+  Require(kestrune::HasToken(identified, L"-bridge:"));
+  Require(kestrune::HasToken(identified, L"-bridge-version:"));
+  Require(kestrune::WithIdentityTokens(identified) == identified);
+  const std::wstring line = kestrune::BuildArgumentLine(text, zip, space);
+  Require(line.starts_with(identified));
+  if (line.size() == identified.size()) {
+    Require(space <= 0 || kestrune::HasToken(identified, L"-space:"));
+  } else {
+    constexpr std::wstring_view token = L" -space:";
+    const std::wstring_view added = std::wstring_view(line).substr(identified.size());
+    Require(space > 0 && added.starts_with(token));
+    Require(ReadBack(added.substr(token.size())) == space);
+  }
+  Require(kestrune::WithSpaceToken(line, space) == line);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string input(reinterpret_cast<const char*>(data), size);
+  const std::size_t first = input.find('\n');
+  const std::size_t second = first == std::string::npos ? first : input.find('\n', first + 1);
+  if (second == std::string::npos) {
+    return 0;
+  }
+  CheckLine(kestrune::WidenBytes(input.substr(second + 1)),
+            kestrune::WidenBytes(input.substr(0, first)),
+            std::strtoll(input.c_str() + first + 1, nullptr, 10));
+  return 0;
+}
