@@ -1110,19 +1110,33 @@ Begin
         End;
 End;
 
-// Whatever happened: nothing of the export stays open, and the board is back.
-Procedure KsTidyUp(Document : IServerDocument);
+Procedure KsCloseAndReturn(Document : IServerDocument);
+Var
+    Closed : Boolean;
 Begin
-    If Not KsCloseBridge(0) Then
+    Closed := False;
+    Try
+        Closed := KsCloseBridge(0);
+    Except
+        Closed := False;
+    End;
+    If Not Closed Then
         KsNotice := KsNotice + KsBreak
             + 'The temporary project Bridge could not be closed. Close it without saving.';
-    Client.ShowDocument(Document);
-    KsDeleteExchange(0);
+    Try
+        Client.ShowDocument(Document);
+    Except
+        KsNotice := KsNotice + KsBreak + 'Your board could not be brought to the front.';
+    End;
+End;
+
+Procedure KsReleaseLock(Dummy : Integer);
+Begin
     If KsLocked Then
     Begin
+        KsLocked := False;
         CloseFile(KsLock);
         DeleteFile(KsExchange + '\running.txt');
-        KsLocked := False;
     End;
 End;
 
@@ -1148,9 +1162,12 @@ Begin
             KsShowStep(5, 'delivering the archive');
             Space := KsClearanceIfKnown(Board);
         End;
-        KsTidyUp(Document);
+        // Whatever happened: nothing of the export stays open, and the board is back.
+        KsCloseAndReturn(Document);
         If KsCancelled(0) Then Delivered := False;
         KestruneWaitForm.Hide;
+        KsDeleteExchange(0);
+        KsReleaseLock(0);
     End;
     If KsNotice <> '' Then ShowWarning(Trim(KsNotice));
     If Delivered Then

@@ -193,7 +193,7 @@ var
   // what tests set
   Version: Integer;
   Generation: TGeneration;
-  CloseDoesNothing, OpenDoesNothing, ProjectsAreListed: Boolean;
+  CloseDoesNothing, CloseFails, OpenDoesNothing, ProjectsAreListed: Boolean;
   AppDataFolder, TempFolder, ScriptProject: string;
   AnswerSave, AnswerNoYes: Integer;
   OnMessages, OnGenerate: TMoment;
@@ -277,6 +277,7 @@ begin
   Version := 24;
   Generation := Writes;
   CloseDoesNothing := False;
+  CloseFails := False;
   OpenDoesNothing := False;
   ProjectsAreListed := True;
   AnswerSave := mrYes;
@@ -773,6 +774,7 @@ begin
   Project := Workspace.DM_FocusedProject;
   if Project = nil then Call('close ' + Kind + ' of nothing')
   else Call('close ' + Kind + ' of ' + Project.Path);
+  if CloseFails then raise Exception.Create('the host failed');
   if (Project = nil) or CloseDoesNothing then Exit;
   if Pos('Documents', Kind) > 0 then
     for I := Documents.Count - 1 downto 0 do

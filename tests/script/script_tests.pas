@@ -873,6 +873,21 @@ begin
   PCBServer.Front := nil;
 end;
 
+procedure HostFailsWhileItCloses;
+begin
+  NewBoard(Board1);
+  Answers := OnlyPrepare;
+  CloseFails := True;
+  Press;
+  CheckBox('could not be closed');
+  Check(Called('--finalize') = 1, 'the archive was there and was not delivered');
+  Check(FrontDocument.Path = Board1, 'the board is not in front');
+  Projects.Clear;
+  Documents.Clear;
+  FrontDocument := nil;
+  PCBServer.Front := nil;
+end;
+
 procedure OtherProjectsStayOpen;
 begin
   WriteBytes('C:\Boards\Mine.PrjPcb', '[Document1]'#13#10'DocumentPath=Main board.PcbDoc'#13#10);
@@ -991,6 +1006,30 @@ begin
   Press;
   Check(Called('--prepare') = 1, 'two preparations');
   Check(Called('--finalize') = 1, 'the first export suffered');
+end;
+
+procedure PressAfterClosing;
+begin
+  if not KestruneWaitForm.Visible then Exit;
+  OnMessages := nil;
+  KestruneWaitForm.CancelButton.Enabled := False;
+  KestruneWaitForm.Visible := False;
+  RunKestrune;
+end;
+
+// The window is gone, but the export that it belonged to has not ended yet.
+procedure PressAfterTheWindowWasClosed;
+begin
+  NewBoard(Board1);
+  Answers := OnlyPrepare;
+  AnswerNoYes := mrNo;
+  OnMessages := PressAfterClosing;
+  Press;
+  Check(Pos('has not ended yet', Questions.Text) > 0, Questions.Text);
+  Check(Called('--prepare') = 0, 'an export goes on');
+  AnswerNoYes := mrYes;
+  Press;
+  Check(Called('--finalize') = 1, 'the next press does not export');
 end;
 
 procedure SecondHostWindow;
@@ -1123,6 +1162,7 @@ begin
   Run('HostDoesNotOpenTheProject', HostDoesNotOpenTheProject);
   Run('LeftOverProjectIsClosedFirst', LeftOverProjectIsClosedFirst);
   Run('LeftOverProjectThatCannotBeClosed', LeftOverProjectThatCannotBeClosed);
+  Run('HostFailsWhileItCloses', HostFailsWhileItCloses);
   Run('OtherProjectsStayOpen', OtherProjectsStayOpen);
   Run('UnexpectedError', UnexpectedError);
   Run('CancelInEveryStep', CancelInEveryStep);
@@ -1130,6 +1170,7 @@ begin
   Run('ClosingTheWindowCancels', ClosingTheWindowCancels);
   Run('SecondPress', SecondPress);
   Run('SecondPressWhileTheHostWorks', SecondPressWhileTheHostWorks);
+  Run('PressAfterTheWindowWasClosed', PressAfterTheWindowWasClosed);
   Run('SecondHostWindow', SecondHostWindow);
 
   WriteLn(Passed, ' passed, ', Failed, ' failed');
