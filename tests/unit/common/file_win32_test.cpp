@@ -1,0 +1,312 @@
+#include "common/file_win32.h"
+
+#include <gmock/gmock.h>
+
+#include "common/failure.h"
+#include "common/path.h"
+#include "tests/support/export_fixture_win32.h"
+#include "tests/support/unix_link_win32.h"
+
+namespace kestrune {
+namespace {
+
+using testing::ElementsAre;
+
+/// A folder of the test's own, gone at its end; no profile is touched.
+class FileTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    wchar_t folder[MAX_PATH + 1] = {};
+    GetTempPathW(MAX_PATH, folder);
+    root_ = JoinPath(folder, L"kestrune-files-" + std::to_wstring(GetCurrentProcessId()));
+    ASSERT_TRUE(RemoveTree(root_)) << GetLastError();
+    ASSERT_TRUE(CreateDirectories(root_)) << GetLastError();
+  }
+  void TearDown() override { EXPECT_TRUE(RemoveTree(root_)) << GetLastError(); }
+
+  std::wstring In(std::wstring_view name) const { return JoinPath(root_, name); }
+
+  std::wstring root_;
+};
+
+DWORD StatusErrorOf(const std::wstring& path) {
+  try {
+    static_cast<void>(QueryFileKind(path));
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.text, L"status");
+    return failure.code;
+  }
+  ADD_FAILURE() << "no failure";
+  return 0;
+}
+
+std::wstring LongPath(const std::wstring& root) {
+  std::wstring path = root;
+  for (int i = 0; i < 20; ++i) {
+    path = JoinPath(path, L"a-directory-with-a-rather-long-name");
+  }
+  return path;
+}
+
+TEST(ExtendedPath, LiftsTheLimitOfDriveAndServerPaths) {
+  EXPECT_EQ(ExtendedPath(L"C:\\a\\b"), L"\\\\?\\C:\\a\\b");
+  EXPECT_EQ(ExtendedPath(L"C:/a/../b."), L"\\\\?\\C:\\b");
+  EXPECT_EQ(ExtendedPath(L"\\\\server\\share\\x"), L"\\\\?\\UNC\\server\\share\\x");
+}
+
+TEST(ExtendedPath, LeavesDevicePathsAndTheEmptyPath) {
+  EXPECT_EQ(ExtendedPath(L"\\\\?\\C:\\a\\..\\b"), L"\\\\?\\C:\\a\\..\\b");
+  EXPECT_EQ(ExtendedPath(L"\\\\.\\mailslot\\x"), L"\\\\.\\mailslot\\x");
+  EXPECT_EQ(ExtendedPath(L""), L"");
+}
+
+TEST(FullPath, ResolvesDotsSlashesAndTrailingDots) {
+  EXPECT_EQ(FullPath(L"C:\\a\\.\\b\\..\\c/d."), L"C:\\a\\c\\d");
+  EXPECT_EQ(FullPath(L""), L"");
+  wchar_t current[MAX_PATH + 1] = {};
+  GetCurrentDirectoryW(MAX_PATH, current);
+  EXPECT_EQ(FullPath(L"x"), JoinPath(current, L"x"));
+}
+
+TEST(FullPath, IsNotCutAtTheClassicLimit) {
+  const std::wstring path = LongPath(L"C:\\r");
+  ASSERT_GT(path.size(), std::size_t{MAX_PATH});
+  EXPECT_EQ(FullPath(path + L"\\x\\.."), path);
+}
+
+TEST_F(FileTest, KindTellsFilesFromDirectories) {
+  ASSERT_TRUE(WriteWholeFile(In(L"file"), "x"));
+  EXPECT_EQ(QueryFileKind(In(L"file")), FileKind::RegularFile);
+  EXPECT_EQ(QueryFileKind(root_), FileKind::Directory);
+  EXPECT_EQ(QueryFileKindQuietly(In(L"file")), FileKind::RegularFile);
+}
+
+TEST_F(FileTest, WhatCannotExistIsAbsent) {
+  EXPECT_EQ(QueryFileKind(In(L"missing")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(In(L"missing\\below")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(In(L"a|b")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(L"Q:\\missing drive"), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(L""), FileKind::Absent);
+}
+
+TEST_F(FileTest, AnyOtherErrorIsAStatusFailure) {
+  const std::wstring device = L"\\\\.\\pipe\\";
+  SetLastError(ERROR_SUCCESS);
+  const DWORD attributes = GetFileAttributesW((device + L"no such pipe").c_str());
+  const DWORD code = GetLastError();
+  if (attributes != INVALID_FILE_ATTRIBUTES || code == ERROR_FILE_NOT_FOUND) {
+    GTEST_SKIP() << "the system has no path at hand whose status is an error";
+  }
+  EXPECT_EQ(StatusErrorOf(device + L"no such pipe"), code);
+  EXPECT_EQ(QueryFileKindQuietly(device + L"no such pipe"), FileKind::Absent);
+}
+
+TEST_F(FileTest, AFileHeldWithoutSharingStillHasKindAndSize) {
+  ASSERT_TRUE(WriteWholeFile(In(L"held"), "12345"));
+  const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ | GENERIC_WRITE, 0);
+  std::uint64_t size = 0;
+  EXPECT_EQ(QueryFileKind(In(L"held")), FileKind::RegularFile);
+  EXPECT_TRUE(QueryFileSize(In(L"held"), size));
+  EXPECT_EQ(size, 5U);
+}
+
+TEST_F(FileTest, SizesAboveFourGibibytesAreWhole) {
+  constexpr std::uint64_t large = (std::uint64_t{1} << 32) + 10;
+  PutSparseFile(In(L"large"), large);
+  std::uint64_t size = 0;
+  EXPECT_TRUE(QueryFileSize(In(L"large"), size));
+  EXPECT_EQ(size, large);
+  std::string bytes;
+  EXPECT_FALSE(ReadWholeFile(In(L"large"), 100, bytes)) << "4 GiB + 10 must not look like 10";
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_TOO_LARGE});
+}
+
+TEST_F(FileTest, SizeOfAnAbsentFileIsAFailureWithItsCode) {
+  std::uint64_t size = 0;
+  EXPECT_FALSE(QueryFileSize(In(L"missing"), size));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+TEST_F(FileTest, WrittenBytesComeBackUnchanged) {
+  const std::string bytes("\x00\r\n\x1A\xFF|", 6);
+  ASSERT_TRUE(WriteWholeFile(In(L"file"), "a longer text that goes"));
+  ASSERT_TRUE(WriteWholeFile(In(L"file"), bytes));
+  std::string read = "old";
+  ASSERT_TRUE(ReadWholeFile(In(L"file"), bytes.size(), read));
+  EXPECT_EQ(read, bytes);
+  ASSERT_TRUE(WriteWholeFile(In(L"file"), ""));
+  ASSERT_TRUE(ReadWholeFile(In(L"file"), 0, read));
+  EXPECT_EQ(read, "");
+}
+
+TEST_F(FileTest, ReadingNamesTheExactError) {
+  std::string bytes;
+  EXPECT_FALSE(ReadWholeFile(In(L"missing"), 10, bytes));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+
+  ASSERT_TRUE(WriteWholeFile(In(L"held"), "x"));
+  const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ, 0);
+  EXPECT_FALSE(ReadWholeFile(In(L"held"), 10, bytes));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+
+  ASSERT_TRUE(WriteWholeFile(In(L"eleven"), "12345678901"));
+  EXPECT_FALSE(ReadWholeFile(In(L"eleven"), 10, bytes));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_TOO_LARGE});
+  EXPECT_FALSE(ReadWholeFile(root_, 10, bytes)) << "a directory has no bytes";
+}
+
+TEST_F(FileTest, WritingNamesTheExactError) {
+  EXPECT_FALSE(WriteWholeFile(In(L"missing\\file"), "x"));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+  ASSERT_TRUE(WriteWholeFile(In(L"held"), "x"));
+  const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_FALSE(WriteWholeFile(In(L"held"), "y"));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+}
+
+TEST_F(FileTest, CopyReplacesAnExistingFileAndKeepsItsTime) {
+  ASSERT_TRUE(WriteWholeFile(In(L"source"), "new"));
+  ASSERT_TRUE(WriteWholeFile(In(L"target"), "an older and longer text"));
+  const FILETIME past{0x12345600, 0x01D00000};
+  FileHandle source = HoldOpen(In(L"source"), GENERIC_WRITE, 0);
+  ASSERT_TRUE(SetFileTime(source.Get(), nullptr, nullptr, &past));
+  source.Reset();
+  ASSERT_TRUE(CopyOver(In(L"source"), In(L"target"))) << GetLastError();
+  EXPECT_EQ(FileBytes(In(L"target")), "new");
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  ASSERT_TRUE(GetFileAttributesExW(In(L"target").c_str(), GetFileExInfoStandard, &data));
+  EXPECT_EQ(CompareFileTime(&data.ftLastWriteTime, &past), 0);
+}
+
+TEST_F(FileTest, CopyNamesTheExactError) {
+  EXPECT_FALSE(CopyOver(In(L"missing"), In(L"target")));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+TEST_F(FileTest, RenameReplacesAnExistingFile) {
+  ASSERT_TRUE(WriteWholeFile(In(L"a"), "a"));
+  ASSERT_TRUE(WriteWholeFile(In(L"b"), "b"));
+  ASSERT_TRUE(RenameOver(In(L"a"), In(L"b"))) << GetLastError();
+  EXPECT_EQ(FileBytes(In(L"b")), "a");
+  EXPECT_THAT(NamesIn(root_), ElementsAre(L"b"));
+  EXPECT_FALSE(RenameOver(In(L"a"), In(L"b")));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+TEST_F(FileTest, ReadOnlyIsTakenOffAndNothingElse) {
+  ASSERT_TRUE(WriteWholeFile(In(L"file"), "x"));
+  const DWORD plain = GetFileAttributesW(In(L"file").c_str());
+  ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(),
+                                 plain | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+  ClearReadOnly(In(L"file"));
+  EXPECT_EQ(GetFileAttributesW(In(L"file").c_str()), plain | FILE_ATTRIBUTE_HIDDEN);
+  ClearReadOnly(In(L"missing"));
+}
+
+TEST_F(FileTest, DirectoriesAreCreatedWithAllParents) {
+  EXPECT_TRUE(CreateDirectories(In(L"a\\b/c\\..\\d"))) << GetLastError();
+  EXPECT_EQ(QueryFileKind(In(L"a\\b\\d")), FileKind::Directory);
+  EXPECT_TRUE(CreateDirectories(In(L"a\\b\\d"))) << "one that exists is success";
+}
+
+TEST_F(FileTest, DirectoriesMayBeDeeperThanTheClassicLimit) {
+  const std::wstring deep = LongPath(root_);
+  EXPECT_TRUE(CreateDirectories(deep)) << GetLastError();
+  EXPECT_TRUE(WriteWholeFile(JoinPath(deep, L"file"), "x")) << GetLastError();
+  EXPECT_EQ(FileBytes(JoinPath(deep, L"file")), "x");
+  EXPECT_TRUE(RemoveTree(In(L"a-directory-with-a-rather-long-name"))) << GetLastError();
+  EXPECT_TRUE(NamesIn(root_).empty());
+}
+
+TEST_F(FileTest, ADirectoryCannotTakeThePlaceOfAFile) {
+  ASSERT_TRUE(WriteWholeFile(In(L"file"), "x"));
+  EXPECT_FALSE(CreateDirectories(In(L"file")));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+  EXPECT_FALSE(CreateDirectories(In(L"file\\below")));
+  EXPECT_FALSE(CreateDirectories(L"Q:\\no such drive"));
+}
+
+TEST_F(FileTest, RemovingATreeTakesEverythingInIt) {
+  PutFile(In(L"t\\a\\b\\file"), "x");
+  PutFile(In(L"t\\a\\file"), "x");
+  PutFile(In(L"t\\file"), "x");
+  ASSERT_TRUE(CreateDirectories(In(L"t\\empty\\empty")));
+  PutFile(In(L"neighbour"), "x");
+  EXPECT_TRUE(RemoveTree(In(L"t"))) << GetLastError();
+  EXPECT_THAT(NamesIn(root_), ElementsAre(L"neighbour"));
+}
+
+TEST_F(FileTest, RemovingATreeNamedWithATrailingSeparatorStopsAtIt) {
+  PutFile(In(L"t\\a\\file"), "x");
+  PutFile(In(L"neighbour"), "x");
+  EXPECT_TRUE(RemoveTree(In(L"t\\"))) << GetLastError();
+  EXPECT_THAT(NamesIn(root_), ElementsAre(L"neighbour"));
+}
+
+TEST_F(FileTest, RemovingWhatIsAbsentIsSuccess) {
+  EXPECT_TRUE(RemoveTree(In(L"missing")));
+  EXPECT_TRUE(RemoveTree(In(L"missing\\below")));
+}
+
+TEST_F(FileTest, RemovingATreeIsNotStoppedByReadOnlyMarks) {
+  PutFile(In(L"t\\a\\file"), "x");
+  ASSERT_TRUE(SetFileAttributesW(In(L"t\\a\\file").c_str(), FILE_ATTRIBUTE_READONLY));
+  ASSERT_TRUE(SetFileAttributesW(In(L"t\\a").c_str(), FILE_ATTRIBUTE_READONLY));
+  EXPECT_TRUE(RemoveTree(In(L"t"))) << GetLastError();
+  EXPECT_FALSE(Exists(In(L"t")));
+}
+
+TEST_F(FileTest, RemovingATreeWithAFileInUseNamesTheExactError) {
+  PutFile(In(L"t\\a\\file"), "x");
+  const FileHandle held = HoldOpen(In(L"t\\a\\file"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_FALSE(RemoveTree(In(L"t")));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+  EXPECT_TRUE(Exists(In(L"t\\a\\file")));
+}
+
+TEST_F(FileTest, RemovingATreeGoesDeeperThanAnyoneBuilds) {
+  std::wstring path = ExtendedPath(In(L"t"));
+  ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr));
+  for (int depth = 0; depth < 100; ++depth) {
+    ASSERT_TRUE(CreateDirectoryW((path += L"\\d").c_str(), nullptr)) << GetLastError();
+  }
+  EXPECT_TRUE(RemoveTree(In(L"t"))) << GetLastError();
+  EXPECT_FALSE(Exists(In(L"t")));
+}
+
+TEST_F(FileTest, RemovingATreeNeverEntersALink) {
+  PutFile(In(L"victim\\file"), "precious");
+  PutFile(In(L"t\\sub\\file"), "x");
+  if (!MakeDirectoryLink(In(L"t\\link"), In(L"victim"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  // Whether the link itself could go depends on the system; its target must stay in any case.
+  const bool removed = RemoveTree(In(L"t"));
+  EXPECT_EQ(FileBytes(In(L"victim\\file")), "precious");
+  EXPECT_EQ(removed, !Exists(In(L"t\\link")));
+  RemoveDirectoryLink(In(L"t\\link"));
+}
+
+TEST_F(FileTest, RemovingALinkLeavesItsTarget) {
+  PutFile(In(L"victim\\file"), "precious");
+  if (!MakeDirectoryLink(In(L"link"), In(L"victim"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  const bool removed = RemoveTree(In(L"link"));
+  EXPECT_EQ(FileBytes(In(L"victim\\file")), "precious");
+  EXPECT_EQ(removed, !Exists(In(L"link")));
+  RemoveDirectoryLink(In(L"link"));
+}
+
+TEST(ExpandEnvironment, ReplacesWhatIsDefinedAndKeepsTheRest) {
+  ASSERT_TRUE(SetEnvironmentVariableW(L"KESTRUNE_TEST_VALUE", std::wstring(3000, L'v').c_str()));
+  std::wstring expanded;
+  EXPECT_TRUE(ExpandEnvironment(L"<%KESTRUNE_TEST_VALUE%>%KESTRUNE_UNDEFINED%", expanded));
+  EXPECT_EQ(expanded, L"<" + std::wstring(3000, L'v') + L">%KESTRUNE_UNDEFINED%");
+  SetEnvironmentVariableW(L"KESTRUNE_TEST_VALUE", nullptr);
+  EXPECT_TRUE(ExpandEnvironment(L"", expanded));
+  EXPECT_EQ(expanded, L"");
+}
+
+}  // namespace
+}  // namespace kestrune

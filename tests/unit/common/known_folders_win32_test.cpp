@@ -1,0 +1,152 @@
+#include "common/known_folders_win32.h"
+
+#include <windows.h>
+#include <sddl.h>
+
+#include <gtest/gtest.h>
+
+#include "common/file_win32.h"
+#include "common/owners_win32.h"
+#include "common/path.h"
+#include "common/process_user_win32.h"
+#include "tests/support/disposable_profile_win32.h"
+
+namespace kestrune {
+namespace {
+
+constexpr wchar_t kValue[] = L"ProfileImagePath";
+
+std::wstring ProfileListKey() {
+  ProcessUser user;
+  LocalMemory<wchar_t> sid;
+  if (!user.Read(GetCurrentProcess()) || !ConvertSidToStringSidW(user.Sid(), sid.Put())) {
+    return {};
+  }
+  return std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\") +
+         sid.Get();
+}
+
+/// Changes the user's entry in the system's profile list and puts it back at the end.
+class ProfileListTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    KESTRUNE_NEEDS_DISPOSABLE_PROFILE();
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, ProfileListKey().c_str(), 0, KEY_READ | KEY_SET_VALUE,
+                      key_.Put()) != ERROR_SUCCESS) {
+      GTEST_SKIP() << "only an administrator may change the profile list";
+    }
+    DWORD size = sizeof(old_bytes_);
+    ASSERT_EQ(RegQueryValueExW(key_.Get(), kValue, nullptr, &old_type_, old_bytes_, &size),
+              ERROR_SUCCESS);
+    old_size_ = size;
+  }
+  void TearDown() override {
+    if (old_size_ != 0) {
+      EXPECT_EQ(RegSetValueExW(key_.Get(), kValue, 0, old_type_, old_bytes_, old_size_),
+                ERROR_SUCCESS);
+    }
+  }
+
+  void Set(DWORD type, std::wstring_view text, DWORD extra_bytes) {
+    const std::wstring terminated(text);
+    ASSERT_EQ(RegSetValueExW(key_.Get(), kValue, 0, type,
+                             reinterpret_cast<const BYTE*>(terminated.c_str()),
+                             static_cast<DWORD>(text.size() * sizeof(wchar_t)) + extra_bytes),
+              ERROR_SUCCESS);
+  }
+  void Remove() { ASSERT_EQ(RegDeleteValueW(key_.Get(), kValue), ERROR_SUCCESS); }
+
+ private:
+  RegistryKey key_;
+  DWORD old_type_ = 0;
+  BYTE old_bytes_[4096] = {};
+  DWORD old_size_ = 0;
+};
+
+constexpr DWORD kWithNul = sizeof(wchar_t);
+
+std::wstring Local() {
+  std::wstring path;
+  std::wstring error_text = L"old";
+  EXPECT_TRUE(LocalAppDataDirectory(path, error_text));
+  EXPECT_EQ(error_text, L"");
+  return path;
+}
+
+std::wstring Roaming() {
+  std::wstring path;
+  std::wstring error_text = L"old";
+  EXPECT_TRUE(RoamingAppDataDirectory(path, error_text));
+  EXPECT_EQ(error_text, L"");
+  return path;
+}
+
+/// What the environment says; the lookups do not use it.
+std::wstring UserProfile() {
+  std::wstring profile;
+  EXPECT_TRUE(ExpandEnvironment(L"%USERPROFILE%", profile));
+  return profile;
+}
+
+TEST(KnownFolders, LieInTheUsersProfile) {
+  EXPECT_EQ(Local(), JoinPath(UserProfile(), L"AppData\\Local"));
+  EXPECT_EQ(Roaming(), JoinPath(UserProfile(), L"AppData\\Roaming"));
+}
+
+TEST(KnownFolders, TemporaryRootLiesInPublicDocuments) {
+  std::wstring root;
+  std::wstring error_text;
+  ASSERT_TRUE(TemporaryRoot(root, error_text));
+  EXPECT_TRUE(root.ends_with(L"\\Kestrune\\Temp")) << root.size();
+  const std::wstring documents(ParentPath(ParentPath(root)));
+  EXPECT_EQ(QueryFileKind(documents), FileKind::Directory);
+}
+
+TEST(KnownFolders, RuntimeRootLiesInLocalApplicationData) {
+  EXPECT_EQ(RuntimeRoot(L"C:\\Users\\x\\AppData\\Local"),
+            L"C:\\Users\\x\\AppData\\Local\\Kestrune\\Runtime");
+}
+
+TEST_F(ProfileListTest, ItsEntryDecidesAndNeedNotExist) {
+  Set(REG_SZ, L"Q:\\no such profile", kWithNul);
+  EXPECT_EQ(Local(), L"Q:\\no such profile\\AppData\\Local");
+  EXPECT_EQ(Roaming(), L"Q:\\no such profile\\AppData\\Roaming");
+}
+
+TEST_F(ProfileListTest, AnExpandableEntryIsExpanded) {
+  Set(REG_EXPAND_SZ, L"%SystemDrive%\\Users\\x", kWithNul);
+  EXPECT_EQ(Local(), L"C:\\Users\\x\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, APlainEntryIsNotExpanded) {
+  Set(REG_SZ, L"%SystemDrive%\\x", kWithNul);
+  EXPECT_EQ(Local(), L"%SystemDrive%\\x\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, AnEntryMayLackItsTerminator) {
+  Set(REG_SZ, L"C:\\profile", 0);
+  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, AnOddByteAtTheEndDoesNotCount) {
+  Set(REG_SZ, L"C:\\profile", 1);
+  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, AnEntryEndsAtItsFirstNul) {
+  Set(REG_SZ, std::wstring_view(L"C:\\profile\0junk", 15), kWithNul);
+  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, WithoutUsableEntryTheShellsProfileCounts) {
+  const std::wstring expected = JoinPath(UserProfile(), L"AppData\\Local");
+  Set(REG_SZ, L"", kWithNul);
+  EXPECT_EQ(Local(), expected) << "empty";
+  Set(REG_BINARY, L"C:\\profile", kWithNul);
+  EXPECT_EQ(Local(), expected) << "no text";
+  Remove();
+  EXPECT_EQ(Local(), expected) << "missing";
+}
+
+}  // namespace
+}  // namespace kestrune

@@ -1,0 +1,39 @@
+#include "common/windows_error_win32.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include "common/owners_win32.h"
+
+namespace kestrune {
+namespace {
+
+/// The system's own text for the code, in whatever language it speaks.
+std::wstring SystemText(DWORD code) {
+  wchar_t buffer[1024] = {};
+  const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                      nullptr, code, 0, buffer, 1024, nullptr);
+  return std::wstring(buffer, length);
+}
+
+TEST(WindowsErrorText, IsTheSystemsTextWithoutItsLineEnd) {
+  for (const DWORD code : std::initializer_list<DWORD>{ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED,
+                                                       ERROR_TOO_MANY_OPEN_FILES}) {
+    const std::wstring text = WindowsErrorText(code);
+    EXPECT_FALSE(text.empty());
+    EXPECT_EQ(text + L"\r\n", SystemText(code)) << "only the line end goes, the period stays";
+  }
+}
+
+TEST(WindowsErrorText, LeavesPlaceholdersAlone) {
+  // The text of error 34 names its inserts; none are given.
+  EXPECT_EQ(WindowsErrorText(ERROR_WRONG_DISK) + L"\r\n", SystemText(ERROR_WRONG_DISK));
+}
+
+TEST(WindowsErrorText, AnUnknownCodeHasAFixedText) {
+  EXPECT_EQ(WindowsErrorText(0xDEADBEEF), L"Unknown Windows error");
+}
+
+}  // namespace
+}  // namespace kestrune
