@@ -47,11 +47,22 @@ constexpr std::uint64_t kLargestResource = 64 << 20;
 
 /// What the user's settings say about a registration.
 struct RegistrationSettings {
-  std::wstring label;
+  /// The button's hint as bytes in the ANSI code page.
+  std::string description;
   std::vector<std::string> extra_kinds;
   /// The same kinds as the parser takes them; they point into `extra_kinds`.
   std::vector<std::string_view> carried_kinds;
 };
+
+/// The command's label, which names the user's application; the plain label where the code page
+/// cannot hold that name.
+std::string DescriptionFor(const UserSettings& user) {
+  std::string description;
+  if (!AnsiFromWide(BuildExportCommandLabel(user), description)) {
+    description = AnsiFromWideLossy(BuildExportCommandLabel({}));
+  }
+  return description;
+}
 
 RegistrationSettings ReadSettings() {
   UserSettings user;
@@ -61,7 +72,7 @@ RegistrationSettings ReadSettings() {
     user = {};
   }
   RegistrationSettings settings;
-  settings.label = BuildExportCommandLabel(user);
+  settings.description = DescriptionFor(user);
   settings.extra_kinds = ExtraRecordKinds(user.extra_records);
   settings.carried_kinds.assign(settings.extra_kinds.begin(), settings.extra_kinds.end());
   return settings;
@@ -171,7 +182,7 @@ class InstallerRun {
     Spec spec;
     spec.script_project_path = AnsiFromWideLossy(project_path_);
     spec.image_path = AnsiFromWideLossy(image);
-    spec.description = AnsiFromWideLossy(Settings().label);
+    spec.description = Settings().description;
     if (anchor) {
       spec.anchor_target = anchor->target;
       spec.anchor_reference = anchor->reference;
