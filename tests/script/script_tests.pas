@@ -6,6 +6,9 @@ program script_tests;
 // script_tests PREFIX PACKAGE PROGRAM RECEIVER START [FILTER]: the Wine prefix, the package folder, the
 // built program, the program that plays the application which receives the archives, the script that
 // starts a Windows program, and a part of the names of the tests to run.
+//
+// KESTRUNE_DEPLOYED names the host's customization file when the package was installed in the prefix:
+// then the runtime stays as the installer left it, and a few exports run through its button.
 
 uses
   cthreads, Classes, SysUtils, HostFiles, HostStandIn, ScriptUnderTest, Programs;
@@ -23,7 +26,7 @@ var
   Package, ProgramFile, Receiver, Filter, TestName: string;
   Passed, Failed: Integer;
   TestFailed: Boolean;
-  Local, Runtime, Exchange: string;
+  Local, Runtime, Exchange, Deployed: string;
   Steps: Classes.TStringList;
   CancelIn, PressIn, CloseIn: string;   // the step in which the user does that
   NoteSeen: string;
@@ -139,23 +142,40 @@ begin
   Projects.Add(IProject.Create(Path));
 end;
 
+// The project that the toolbar button names.
+function ProjectOfButton: string;
+var
+  Text: string;
+begin
+  Text := Contents(Deployed);
+  Result := Copy(Text, Pos('ProjectName=', Text) + 12, Length(Text));
+  Result := Copy(Result, 1, Pos('|ProcName=Kestrune.pas>RunKestrune', Result) - 1);
+end;
+
+procedure InstallByHand;
+begin
+  HostFiles.RemoveTree(Local + '\Kestrune');
+  PutRuntime(Runtime);
+  WriteBytes(Runtime + '\Kestrune.PrjScr', FileOfMachine(Package + '/Script/Kestrune.PrjScr'));
+  AddProject(Runtime + '\Kestrune.PrjScr');
+end;
+
 procedure Prepare;
 begin
   ResetHost;
   ResetPrograms;
   HostFiles.RemoveTree('C:\Boards');
   HostFiles.RemoveTree(Temp);
-  HostFiles.RemoveTree(Local + '\Kestrune');
+  HostFiles.RemoveTree(Local + '\Kestrune\ODBpp');
   Runtime := Local + '\Kestrune\Runtime';
   Exchange := Local + '\Kestrune\Exchange';
   LogPath := Local + '\Kestrune\Logs\bridge.log';
-  PutRuntime(Runtime);
+  if Deployed = '' then InstallByHand
+  else AddProject(ProjectOfButton);
   // An application takes the archive over, so that no box waits for a person.
   WriteBytes(Local + '\Kestrune\receiver.exe', FileOfMachine(Receiver));
   WriteBytes(Local + '\Kestrune\settings.ini', '[Target]'#13#10'Enabled=1'#13#10'ExecutablePath='
     + Local + '\Kestrune\receiver.exe'#13#10'Arguments=/open "%ODBPP%"'#13#10);
-  WriteBytes(Runtime + '\Kestrune.PrjScr', FileOfMachine(Package + '/Script/Kestrune.PrjScr'));
-  AddProject(Runtime + '\Kestrune.PrjScr');
   KestruneWaitForm.Free;
   KestruneWaitForm := TKestruneWaitForm.Create;
   OnMessages := Watch;
@@ -1105,16 +1125,8 @@ begin
   if Local = '' then raise Exception.Create('no user in the prefix');
 end;
 
+procedure RunAll;
 begin
-  Prefix := ParamStr(1);
-  Package := ParamStr(2);
-  ProgramFile := ParamStr(3);
-  Receiver := ParamStr(4);
-  StartScript := ParamStr(5);
-  Filter := ParamStr(6);
-  Steps := Classes.TStringList.Create;
-  FindUser;
-
   Run('FormTextIsWellFormed', FormTextIsWellFormed);
   Run('WholeExport', WholeExport);
   Run('EachBoardHasItsOwnArchive', EachBoardHasItsOwnArchive);
@@ -1172,6 +1184,29 @@ begin
   Run('SecondPressWhileTheHostWorks', SecondPressWhileTheHostWorks);
   Run('PressAfterTheWindowWasClosed', PressAfterTheWindowWasClosed);
   Run('SecondHostWindow', SecondHostWindow);
+end;
+
+procedure RunDeployed;
+begin
+  Run('WholeExport', WholeExport);
+  Run('EachBoardHasItsOwnArchive', EachBoardHasItsOwnArchive);
+  Run('NestedPanel', NestedPanel);
+  Run('DrillsOfEveryKindOfBoard', DrillsOfEveryKindOfBoard);
+end;
+
+begin
+  Prefix := ParamStr(1);
+  Package := ParamStr(2);
+  ProgramFile := ParamStr(3);
+  Receiver := ParamStr(4);
+  StartScript := ParamStr(5);
+  Filter := ParamStr(6);
+  Steps := Classes.TStringList.Create;
+  FindUser;
+
+  Deployed := GetEnvironmentVariable('KESTRUNE_DEPLOYED');
+  if Deployed <> '' then RunDeployed
+  else RunAll;
 
   WriteLn(Passed, ' passed, ', Failed, ' failed');
   if (Failed > 0) or (Passed = 0) then Halt(1);
