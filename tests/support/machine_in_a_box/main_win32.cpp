@@ -1,0 +1,142 @@
+#include <windows.h>
+#include <shellapi.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/file_win32.h"
+#include "common/owners_win32.h"
+#include "common/text.h"
+#include "tests/support/disposable_profile_win32.h"
+#include "tests/support/machine_in_a_box_win32.h"
+
+namespace kestrune {
+namespace {
+
+constexpr char kUsage[] =
+    "machine_in_a_box make N        N installations of the host, made afresh\n"
+    "machine_in_a_box make-three    one of each toolbar generation, and one never started\n"
+    "machine_in_a_box snapshot FILE what registry and files hold\n"
+    "machine_in_a_box diff A B      what differs between two snapshots\n"
+    "machine_in_a_box show          what each host would see\n"
+    "machine_in_a_box clear         removes everything again\n";
+
+void Print(const std::string& text) {
+  static_cast<void>(WriteAll(GetStdHandle(STD_OUTPUT_HANDLE), text));
+}
+
+void MakeMany(unsigned count) {
+  ClearBox();
+  for (unsigned number = 1; number <= count; ++number) {
+    MakeHost(UsedHost(number, number % 2 == 0 ? 17 : 24));
+  }
+}
+
+void MakeThree() {
+  ClearBox();
+  MakeHost(UsedHost(1, 17));
+  MakeHost(UsedHost(2, 24));
+  BoxInstance never_started = UsedHost(3, 25);
+  never_started.has_rcs = false;
+  MakeHost(never_started);
+}
+
+Snapshot ReadSnapshot(const std::wstring& path) {
+  std::string text;
+  if (!ReadWholeFile(path, 256U << 20U, text)) {
+    throw std::runtime_error("cannot read a snapshot");
+  }
+  Snapshot lines;
+  std::size_t begin = 0;
+  for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+    lines.push_back(text.substr(begin, end - begin));
+  }
+  return lines;
+}
+
+void WriteSnapshot(const std::wstring& path) {
+  std::string text;
+  for (const std::string& line : TakeSnapshot()) {
+    text += line + "\n";
+  }
+  if (!WriteWholeFile(path, text)) {
+    throw std::runtime_error("cannot write the snapshot");
+  }
+}
+
+std::string Describe(const HostButton& button) {
+  std::string text = "  button \"" + button.caption + "\" on " + button.toolbar + " beside " +
+                     button.beside + (button.visible ? "\n" : " (hidden)\n");
+  for (const auto& [name, value] : {std::pair("hint ", button.hint), {"image ", button.image}}) {
+    text += value.empty() ? "" : std::string("    ") + name + value + "\n";
+  }
+  return text + "    runs " + button.procedure + " of " + button.project +
+         (button.starts ? "\n" : " (would not start)\n");
+}
+
+void ShowHosts() {
+  for (const MadeInstance& host : MadeHosts()) {
+    Print(Utf8FromWide(host.display_name + L" " + host.version + L" " + host.guid) + "\n");
+    const HostView view = ReadAsHost(host);
+    if (!view.error.empty()) {
+      Print("  " + view.error + "\n");
+    }
+    for (const std::wstring& project : view.projects) {
+      Print("  loads " + Utf8FromWide(project) + "\n");
+    }
+    for (const HostButton& button : view.buttons) {
+      Print(Describe(button));
+    }
+  }
+}
+
+/// False when the words are not a command.
+bool Carry(const std::vector<std::wstring>& words) {
+  const std::wstring command = words.empty() ? L"" : words[0];
+  if (command == L"make" && words.size() == 2) {
+    MakeMany(static_cast<unsigned>(std::stoul(words[1])));
+  } else if (command == L"make-three" && words.size() == 1) {
+    MakeThree();
+  } else if (command == L"snapshot" && words.size() == 2) {
+    WriteSnapshot(words[1]);
+  } else if (command == L"diff" && words.size() == 3) {
+    for (const std::string& line :
+         CompareSnapshots(ReadSnapshot(words[1]), ReadSnapshot(words[2]))) {
+      Print(line + "\n");
+    }
+  } else if (command == L"show" && words.size() == 1) {
+    ShowHosts();
+  } else if (command == L"clear" && words.size() == 1) {
+    ClearBox();
+  } else {
+    return false;
+  }
+  return true;
+}
+
+int Run() {
+  if (!ProfileIsDisposable()) {
+    Print("This would change the user's profile; set KESTRUNE_DISPOSABLE_PROFILE=1 to allow it.\n");
+    return 2;
+  }
+  int count = 0;
+  const LocalMemory<wchar_t*> arguments(CommandLineToArgvW(GetCommandLineW(), &count));
+  try {
+    if (Carry({arguments.Get() + 1, arguments.Get() + count})) {
+      return 0;
+    }
+    Print(kUsage);
+  } catch (const std::exception& error) {
+    Print(std::string(error.what()) + "\n");
+  }
+  return 1;
+}
+
+}  // namespace
+}  // namespace kestrune
+
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
+  return kestrune::Run();
+}
