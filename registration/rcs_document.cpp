@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <functional>
 #include <optional>
 #include <utility>
 
@@ -44,39 +43,79 @@ std::string Collapsed(std::string_view written) {
   return text;
 }
 
+template <typename Word>
+std::uint64_t LoadWord(const char* bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
+}
+
+constexpr std::uint64_t kHashFactor = 0x9E3779B97F4A7C15;
+
+std::uint64_t Mixed(std::uint64_t hash, std::uint64_t word) {
+  hash = (hash ^ word) * kHashFactor;
+  return hash ^ hash >> 32;
+}
+
+/// Reads whole words, overlapping at the end: identifiers are short, and every record has one.
+std::uint32_t HashOf(std::string_view bytes) {
+  const std::size_t size = bytes.size();
+  const char* const data = bytes.data();
+  std::uint64_t hash = size;
+  if (size >= 8) {
+    for (std::size_t at = 0; at + 8 < size; at += 8) {
+      hash = Mixed(hash, LoadWord<std::uint64_t>(data + at));
+    }
+    hash = Mixed(hash, LoadWord<std::uint64_t>(data + size - 8));
+  } else if (size >= 4) {
+    hash =
+        Mixed(hash, LoadWord<std::uint32_t>(data) << 32 | LoadWord<std::uint32_t>(data + size - 4));
+  } else {
+    for (const char byte : bytes) {
+      hash = Mixed(hash, static_cast<unsigned char>(byte));
+    }
+  }
+  return static_cast<std::uint32_t>(hash * kHashFactor >> 32);
+}
+
 struct Token {
-  RcsSpan text;
-  std::uint32_t start = 0;
-  std::uint32_t end = 0;
-  bool bare = false;
+  /// The text without outer quotes; doubled quotes stand as written.
+  std::string_view text;
+  bool quoted = false;
+  bool doubled = false;
+
+  const char* Start() const { return text.data() - (quoted ? 1 : 0); }
+  const char* End() const { return text.data() + text.size() + (quoted ? 1 : 0); }
+  bool ClosesRecord() const { return text == "End" && !quoted; }
+  RcsText Text() const { return {text, doubled}; }
 };
 
 /// Reads tokens one after the other. None is kept: a file of eight million one-byte tokens costs no
 /// more memory than any other.
 class Lexer {
  public:
-  Lexer(std::string_view raw, std::size_t start)
-      : begin_(raw.data()), position_(raw.data() + start), end_(raw.data() + raw.size()) {}
-
-  bool AtEnd() {
+  explicit Lexer(std::string_view text) : position_(text.data()), end_(text.data() + text.size()) {
     SkipBlanks();
-    return position_ == end_;
   }
+
+  bool AtEnd() const { return position_ == end_; }
 
   /// Whether the next token is an unquoted "=", which is then taken.
   bool TakeEquals() {
-    SkipBlanks();
     if (position_ == end_ || *position_ != '=') {
       return false;
     }
     ++position_;
+    SkipBlanks();
     return true;
   }
 
   /// Takes the next token. Must not be called at the end.
   Token Next() {
+    const Token token = *position_ == kQuote ? QuotedToken() : UnquotedToken();
+    position_ = token.End();
     SkipBlanks();
-    return *position_ == kQuote ? NextQuoted() : NextUnquoted();
+    return token;
   }
 
  private:
@@ -86,53 +125,36 @@ class Lexer {
     }
   }
 
-  Token NextUnquoted() {
-    const char* const start = position_;
-    if (*position_ == '=') {
-      ++position_;
-    } else {
-      while (position_ != end_ && ClassOf(*position_) == ByteClass::kBare) {
-        ++position_;
-      }
+  Token UnquotedToken() const {
+    const char* end = position_;
+    while (end != end_ && ClassOf(*end) == ByteClass::kBare) {
+      ++end;
     }
-    if (position_ == start) {
+    if (end == position_ && *end == '=') {
+      ++end;
+    }
+    if (end == position_) {
       throw Failure{L"Invalid RCS token."};
     }
-    return MakeToken(start, position_, start, position_, false, *start != '=');
+    return {{position_, static_cast<std::size_t>(end - position_)}, false, false};
   }
 
-  Token NextQuoted() {
-    const char* const start = position_;
+  Token QuotedToken() const {
+    const char* const begin = position_ + 1;
     bool doubled = false;
-    const char* close = start + 1;
-    for (;; close += 2) {
+    for (const char* close = begin;; close += 2) {
       close = static_cast<const char*>(
           std::memchr(close, kQuote, static_cast<std::size_t>(end_ - close)));
       if (close == nullptr) {
         throw Failure{L"Unclosed RCS quote."};
       }
       if (close + 1 == end_ || close[1] != kQuote) {
-        break;
+        return {{begin, static_cast<std::size_t>(close - begin)}, true, doubled};
       }
       doubled = true;
     }
-    position_ = close + 1;
-    return MakeToken(start, position_, start + 1, close, doubled, false);
   }
 
-  Token MakeToken(const char* start, const char* end, const char* text_begin, const char* text_end,
-                  bool doubled, bool bare) const {
-    Token token;
-    token.start = static_cast<std::uint32_t>(start - begin_);
-    token.end = static_cast<std::uint32_t>(end - begin_);
-    token.text.begin = static_cast<std::uint32_t>(text_begin - begin_);
-    token.text.size = static_cast<std::uint32_t>(text_end - text_begin) & 0x7FFFFFFF;
-    token.text.doubled = doubled ? 1 : 0;
-    token.bare = bare;
-    return token;
-  }
-
-  const char* begin_;
   const char* position_;
   const char* end_;
 };
@@ -144,26 +166,37 @@ std::wstring Widened(const std::string& bytes) {
   return wide;
 }
 
-/// Checks the whole text and answers where its tokens begin.
-std::size_t TextStart(std::string_view raw) {
+/// Checks the whole text and answers the part that holds the tokens.
+std::string_view Checked(std::string_view raw) {
   if (raw.size() > kMaxRcsBytes || raw.find('\0') != std::string_view::npos) {
     throw Failure{L"Unsupported RCS size/encoding."};
   }
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  return raw.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
+  return raw.substr(raw.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
 }
 
-bool MayHaveChildren(RcsKind kind) {
-  return kind == RcsKind::kTree || kind == RcsKind::kInsertion;
-}
+struct KnownKind {
+  std::string_view keyword;
+  RcsKind kind = RcsKind::kTree;
+};
+
+/// The host's own kinds, the most frequent first.
+constexpr std::array<KnownKind, 6> kKnownKinds = {{{"Link", RcsKind::kLink},
+                                                   {"PL", RcsKind::kPl},
+                                                   {"Tree", RcsKind::kTree},
+                                                   {"Insertion", RcsKind::kInsertion},
+                                                   {"Deletion", RcsKind::kDeletion},
+                                                   {"Separator", RcsKind::kSeparator}}};
 
 }  // namespace
 
 class RcsParser {
  public:
   RcsParser(std::string_view raw, const RcsParseOptions& options)
-      : options_(options), lexer_(raw, TextStart(raw)) {
+      : options_(options), lexer_(Checked(raw)) {
     document_.raw_ = raw;
+    document_.records_.reserve(raw.size() / kUsualRecordBytes);
+    document_.attributes_.reserve(raw.size() / kUsualAttributeBytes);
   }
 
   RcsDocument Run() {
@@ -176,33 +209,49 @@ class RcsParser {
       while (!lexer_.AtEnd()) {
         lexer_.Next();
       }
+      IndexIdentifiers();
       throw;
     }
+    IndexIdentifiers();
     return std::move(document_);
   }
 
  private:
+  /// A record whose end is not read yet.
+  struct OpenRecord {
+    std::uint32_t place = 0;
+    /// Where its attributes go: those of a record without children straight into the document, as
+    /// they stand together there by themselves.
+    std::vector<RcsDocument::NamedValue>& attributes;
+    /// The place of its first attribute in that list.
+    std::size_t first = 0;
+    /// One bit for each name so far, shared with other names.
+    std::uint64_t seen = 0;
+    /// The names, once there are many.
+    std::optional<RcsIndex> names = std::nullopt;
+  };
+
   void ParseRecord(const Token& keyword, std::uint32_t parent, std::uint32_t depth) {
     if (depth > kMaxRcsDepth || lexer_.AtEnd()) {
       throw Failure{L"Malformed RCS nesting."};
     }
     const RcsKind kind = KindOf(keyword);
-    const std::uint32_t place = AddRecord(keyword, kind, parent);
-    const std::size_t first_pending = pending_.size();
-    std::optional<RcsIndex> names;
+    const bool may_have_children = kind == RcsKind::kTree || kind == RcsKind::kInsertion;
+    auto& attributes = may_have_children ? pending_ : document_.attributes_;
+    OpenRecord record{AddRecord(keyword, kind, parent), attributes, attributes.size()};
     for (;;) {
       if (lexer_.AtEnd()) {
         throw Failure{L"Unterminated RCS record."};
       }
       const Token token = lexer_.Next();
-      if (token.bare && Text(token) == "End") {
-        CloseRecord(place, token, first_pending);
+      if (token.ClosesRecord()) {
+        CloseRecord(record, token);
         return;
       }
       if (lexer_.TakeEquals()) {
-        AddAttribute(token, first_pending, names);
-      } else if (MayHaveChildren(kind)) {
-        ParseRecord(token, place, depth + 1);
+        AddAttribute(record, token);
+      } else if (may_have_children) {
+        ParseRecord(token, record.place, depth + 1);
       } else {
         throw Failure{L"Unexpected RCS child."};
       }
@@ -210,116 +259,143 @@ class RcsParser {
   }
 
   RcsKind KindOf(const Token& keyword) const {
-    constexpr std::array<std::pair<std::string_view, RcsKind>, 6> kKinds = {
-        {{"Link", RcsKind::kLink},
-         {"PL", RcsKind::kPl},
-         {"Tree", RcsKind::kTree},
-         {"Insertion", RcsKind::kInsertion},
-         {"Deletion", RcsKind::kDeletion},
-         {"Separator", RcsKind::kSeparator}}};
-    const RcsText text = Text(keyword);
-    for (const auto& [name, kind] : kKinds) {
-      if (text == name) {
-        return kind;
+    // None of the six holds a quote, so the text as written decides.
+    for (const KnownKind& known : kKnownKinds) {
+      if (keyword.text == known.keyword) {
+        return known.kind;
       }
     }
     for (const std::string_view name : options_.carried_kinds) {
-      if (text == name) {
+      if (keyword.Text() == name) {
         return RcsKind::kCarried;
       }
     }
-    throw Failure{L"Unknown RCS record: " + Widened(text.ToString())};
+    throw Failure{L"Unknown RCS record: " + Widened(keyword.Text().ToString())};
   }
 
   std::uint32_t AddRecord(const Token& keyword, RcsKind kind, std::uint32_t parent) {
     const Token identifier = lexer_.Next();
     const auto place = static_cast<std::uint32_t>(document_.records_.size());
-    const RcsText text = Text(identifier);
-    if (text.empty() || text == "End" || (options_.strict && !Claim(text, place))) {
+    const RcsText text = identifier.Text();
+    if (text.empty() || text == "End") {
       throw Failure{L"Duplicate/invalid RCS identifier."};
+    }
+    if (options_.strict) {
+      hashes_.push_back(text.Hash());
     }
     RcsRecord& record = document_.records_.emplace_back();
     record.kind = kind;
-    record.start = keyword.start;
+    record.start = Offset(keyword.Start());
     record.parent = parent;
-    record.identifier = identifier.text;
+    record.identifier = Span(identifier);
     return place;
   }
 
-  /// Whether the identifier was free; it is then this record's.
-  bool Claim(const RcsText& identifier, std::uint32_t place) {
-    const std::uint32_t hash = identifier.Hash();
-    const auto same = [&](std::uint32_t other) {
-      return document_.Identifier(document_.records_[other]) == identifier;
-    };
-    if (document_.identifiers_.Find(hash, same) != kNoRcsItem) {
-      return false;
+  /// Looks for repeated identifiers among the records so far: an error found meanwhile stands
+  /// behind all of these in the file. Done in one go, as looking up one identifier at a time would
+  /// wait for the memory each time.
+  void IndexIdentifiers() {
+    RcsIndex& index = document_.identifiers_;
+    const auto count = static_cast<std::uint32_t>(hashes_.size());
+    index.Reserve(count);
+    for (std::uint32_t place = 0; place < count; ++place) {
+      constexpr std::uint32_t kAhead = 16;
+      if (place + kAhead < count) {
+        index.Prefetch(hashes_[place + kAhead]);
+      }
+      const auto same = [&](std::uint32_t other) {
+        return document_.Identifier(document_.records_[other]) ==
+               document_.Identifier(document_.records_[place]);
+      };
+      if (!index.Add(hashes_[place], place, same)) {
+        throw Failure{L"Duplicate/invalid RCS identifier."};
+      }
     }
-    document_.identifiers_.Add(hash, place);
-    return true;
   }
 
-  void AddAttribute(const Token& name, std::size_t first, std::optional<RcsIndex>& names) {
+  void AddAttribute(OpenRecord& record, const Token& name) {
     if (lexer_.AtEnd()) {
       throw Failure{L"Invalid RCS attribute."};
     }
     const Token value = lexer_.Next();
-    if (HasAttribute(Text(name), first, names)) {
+    if (!ClaimName(record, name.Text())) {
       throw Failure{L"Invalid RCS attribute."};
     }
-    pending_.push_back({name.text, value.text});
+    record.attributes.push_back({Span(name), Span(value)});
   }
 
-  /// Whether the open record, whose attributes begin at `first`, has the name already. Few names
-  /// are compared one by one; many get an index, which takes in the new name too.
-  bool HasAttribute(const RcsText& name, std::size_t first, std::optional<RcsIndex>& names) const {
+  /// Whether the name is new to the record. Few names are compared one by one, and only with names
+  /// that share their bit; many get an index.
+  bool ClaimName(OpenRecord& record, const RcsText& name) const {
     constexpr std::size_t kFew = 12;
-    const auto same = [&](std::size_t place) {
-      return document_.TextAt(pending_[place].name) == name;
-    };
-    if (pending_.size() - first <= kFew) {
-      for (std::size_t place = first; place < pending_.size(); ++place) {
-        if (same(place)) {
-          return true;
-        }
-      }
-      return false;
+    const std::uint64_t bit = std::uint64_t{1} << name.Sketch() % 64;
+    const bool seen = (record.seen & bit) != 0;
+    const std::size_t end = record.attributes.size();
+    record.seen |= bit;
+    if (end - record.first > kFew) {
+      return ClaimIndexedName(record, name);
     }
-    if (!names) {
-      names.emplace();
-      for (std::size_t place = first; place < pending_.size(); ++place) {
-        names->Add(document_.TextAt(pending_[place].name).Hash(),
-                   static_cast<std::uint32_t>(place));
+    for (std::size_t place = seen ? record.first : end; place < end; ++place) {
+      if (document_.TextAt(record.attributes[place].name) == name) {
+        return false;
       }
     }
-    const std::uint32_t hash = name.Hash();
-    if (names->Find(hash, same) != kNoRcsItem) {
-      return true;
-    }
-    names->Add(hash, static_cast<std::uint32_t>(pending_.size()));
-    return false;
+    return true;
   }
 
-  void CloseRecord(std::uint32_t place, const Token& end, std::size_t first_pending) {
-    RcsRecord& record = document_.records_[place];
+  bool ClaimIndexedName(OpenRecord& record, const RcsText& name) const {
+    const auto& attributes = record.attributes;
+    if (!record.names) {
+      record.names.emplace();
+      for (std::size_t place = record.first; place < attributes.size(); ++place) {
+        record.names->Add(document_.TextAt(attributes[place].name).Hash(),
+                          static_cast<std::uint32_t>(place), [](std::uint32_t) { return false; });
+      }
+    }
+    return record.names->Add(
+        name.Hash(), static_cast<std::uint32_t>(attributes.size()),
+        [&](std::uint32_t place) { return document_.TextAt(attributes[place].name) == name; });
+  }
+
+  void CloseRecord(const OpenRecord& open, const Token& end) {
+    RcsRecord& record = document_.records_[open.place];
     auto& attributes = document_.attributes_;
-    record.end = end.end;
+    record.end = Offset(end.End());
     record.subtree_end = static_cast<std::uint32_t>(document_.records_.size());
-    record.first_attribute = static_cast<std::uint32_t>(attributes.size());
-    record.attribute_count = static_cast<std::uint32_t>(pending_.size() - first_pending);
-    const auto own = pending_.begin() + static_cast<std::ptrdiff_t>(first_pending);
-    attributes.insert(attributes.end(), own, pending_.end());
-    pending_.erase(own, pending_.end());
+    record.attribute_count = static_cast<std::uint32_t>(open.attributes.size() - open.first);
+    record.first_attribute = static_cast<std::uint32_t>(open.first);
+    if (&open.attributes == &pending_) {
+      record.first_attribute = static_cast<std::uint32_t>(attributes.size());
+      const auto own = pending_.begin() + static_cast<std::ptrdiff_t>(open.first);
+      attributes.insert(attributes.end(), own, pending_.end());
+      pending_.erase(own, pending_.end());
+    }
   }
 
-  RcsText Text(const Token& token) const { return document_.TextAt(token.text); }
+  std::uint32_t Offset(const char* position) const {
+    return static_cast<std::uint32_t>(position - document_.raw_.data());
+  }
+
+  RcsSpan Span(const Token& token) const {
+    RcsSpan span;
+    span.begin = Offset(token.text.data());
+    span.size = static_cast<std::uint32_t>(token.text.size()) & 0x7FFFFFFF;
+    span.doubled = token.doubled ? 1 : 0;
+    return span;
+  }
+
+  // Room for a file as users have them, so that its lists need not grow.
+  static constexpr std::size_t kUsualRecordBytes = 80;
+  static constexpr std::size_t kUsualAttributeBytes = 32;
 
   const RcsParseOptions& options_;
   Lexer lexer_;
   RcsDocument document_;
-  /// Attributes of the records still open, the innermost record's last: attributes may stand
-  /// behind children, yet each record's lie together in the document.
+  /// Attributes of the open records that may have children, the innermost record's last: attributes
+  /// may stand behind children, yet each record's lie together in the document.
   std::vector<RcsDocument::NamedValue> pending_;
+  /// The identifiers' hashes by the places of their records; empty when repeats are accepted.
+  std::vector<std::uint32_t> hashes_;
 };
 
 std::string RcsText::ToString() const {
@@ -327,15 +403,7 @@ std::string RcsText::ToString() const {
 }
 
 std::uint32_t RcsText::Hash() const {
-  const std::hash<std::string_view> hash;
-  return static_cast<std::uint32_t>(doubled_ ? hash(Collapsed(written_)) : hash(written_));
-}
-
-bool operator==(const RcsText& left, const RcsText& right) {
-  if (left.doubled_ == right.doubled_) {
-    return left.written_ == right.written_;
-  }
-  return left.ToString() == right.ToString();
+  return HashOf(doubled_ ? std::string_view(Collapsed(written_)) : written_);
 }
 
 bool RcsDocument::Parse(std::string_view raw, const RcsParseOptions& options, RcsDocument& document,

@@ -53,8 +53,18 @@ class RcsText {
   /// The text meant, doubled quotes collapsed.
   std::string ToString() const;
   std::uint32_t Hash() const;
+  /// A number that equal texts share, made from as little as their ends and their length.
+  std::uint32_t Sketch() const {
+    return empty() ? 0
+                   : static_cast<std::uint32_t>(written_.size()) * 5 +
+                         static_cast<unsigned char>(written_.front()) * 3U +
+                         static_cast<unsigned char>(written_.back()) * 7U;
+  }
 
-  friend bool operator==(const RcsText& left, const RcsText& right);
+  friend bool operator==(const RcsText& left, const RcsText& right) {
+    return left.doubled_ == right.doubled_ ? left.written_ == right.written_
+                                           : left.ToString() == right.ToString();
+  }
   friend bool operator==(const RcsText& left, std::string_view right) {
     return left == RcsText(right, false);
   }
@@ -122,7 +132,7 @@ class RcsDocument {
   };
 
   RcsText TextAt(RcsSpan span) const {
-    return {raw_.substr(span.begin, span.size), span.doubled != 0};
+    return {std::string_view(raw_.data() + span.begin, span.size), span.doubled != 0};
   }
 
   std::string_view raw_;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -28,13 +30,36 @@ class RcsIndex {
     return kNoRcsItem;
   }
 
-  /// Adds an item that is not there yet.
-  void Add(std::uint32_t hash, std::uint32_t item) {
-    if ((count_ + 1) * 2 > slots_.size()) {
-      Grow();
+  /// Adds an item unless one with this hash is there for which `same(item)` holds. Whether it was
+  /// added.
+  template <typename Same>
+  bool Add(std::uint32_t hash, std::uint32_t item, const Same& same) {
+    Reserve(count_ + 1);
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t i = hash & mask;
+    for (; slots_[i].item != kNoRcsItem; i = (i + 1) & mask) {
+      if (slots_[i].hash == hash && same(slots_[i].item)) {
+        return false;
+      }
     }
-    Put({hash, item});
+    slots_[i] = {hash, item};
     ++count_;
+    return true;
+  }
+
+  /// Has the memory fetch the place of a hash that will be looked up soon. Changes nothing but
+  /// time.
+  void Prefetch([[maybe_unused]] std::uint32_t hash) const {
+#if defined(__GNUC__)
+    __builtin_prefetch(&slots_[hash & (slots_.size() - 1)]);
+#endif
+  }
+
+  /// Makes room for this many items at once.
+  void Reserve(std::size_t items) {
+    if (items + items / 3 >= slots_.size()) {
+      Resize(std::bit_ceil(std::max(kFirstSlots, items + items / 3 + 1)));
+    }
   }
 
  private:
@@ -43,28 +68,24 @@ class RcsIndex {
     std::uint32_t item = kNoRcsItem;
   };
 
-  void Put(Slot slot) {
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t i = slot.hash & mask;
-    while (slots_[i].item != kNoRcsItem) {
-      i = (i + 1) & mask;
-    }
-    slots_[i] = slot;
-  }
-
-  void Grow() {
-    std::vector<Slot> old(slots_.empty() ? kFirstSlots : slots_.size() * 2);
+  void Resize(std::size_t slots) {
+    std::vector<Slot> old(slots);
     old.swap(slots_);
+    const std::size_t mask = slots_.size() - 1;
     for (const Slot& slot : old) {
       if (slot.item != kNoRcsItem) {
-        Put(slot);
+        std::size_t i = slot.hash & mask;
+        while (slots_[i].item != kNoRcsItem) {
+          i = (i + 1) & mask;
+        }
+        slots_[i] = slot;
       }
     }
   }
 
   static constexpr std::size_t kFirstSlots = 64;
 
-  /// A power of two in number, at most half of them in use.
+  /// A power of two in number, at most three quarters of them in use.
   std::vector<Slot> slots_;
   std::size_t count_ = 0;
 };
