@@ -1,0 +1,120 @@
+// The input spells a list of registry values: for each a control byte, a name and data. Plans must
+// obey the laws of a plan whatever the list holds.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "common/ordinal.h"
+#include "registration/global_projects.h"
+
+namespace {
+
+using namespace altium_registration;
+using Values = std::vector<RegistryValue>;
+
+constexpr std::wstring_view kProject = L"C:\\K\\a.PrjScr";
+
+void Require(bool law) {
+  if (!law) {
+    std::abort();
+  }
+}
+
+class Input {
+ public:
+  Input(const std::uint8_t* data, std::size_t size) : data_(data), end_(data + size) {}
+
+  bool AtEnd() const { return data_ == end_; }
+  std::uint8_t Byte() { return AtEnd() ? std::uint8_t{0} : *data_++; }
+
+  Values List() {
+    Values values;
+    while (!AtEnd() && values.size() < 24) {
+      values.push_back(Value());
+    }
+    return values;
+  }
+
+ private:
+  RegistryValue Value() {
+    const std::uint8_t control = Byte();
+    RegistryValue value;
+    value.name = (control & 1) != 0 ? L"Item" : (control & 2) != 0 ? L"iTeM" : L"";
+    for (unsigned i = control >> 2 & 7; i > 0; --i) {
+      const std::uint8_t byte = Byte();
+      value.name.push_back(byte < 128 ? static_cast<wchar_t>(L'0' + byte % 10)
+                                      : static_cast<wchar_t>(byte - 128 + 0x0410));
+    }
+    value.type = (control & 32) != 0 ? Byte() : kRegistryText;
+    if ((control & 64) != 0) {
+      value.data = TextData((control & 128) != 0 ? L"c:/k/A.PRJSCR" : kProject);
+    } else if ((control & 128) != 0) {
+      value.data = TextData(std::wstring(1, static_cast<wchar_t>(Byte() << 8 | Byte())));
+    } else {
+      for (unsigned i = Byte() % 9; i > 0; --i) {
+        value.data.push_back(static_cast<std::byte>(Byte()));
+      }
+    }
+    return value;
+  }
+
+  const std::uint8_t* data_;
+  const std::uint8_t* end_;
+};
+
+std::size_t ProjectEntries(const Values& plan) {
+  return static_cast<std::size_t>(
+      std::count_if(plan.begin(), plan.end(), [](const RegistryValue& value) {
+        std::optional<std::uint32_t> index;
+        std::wstring text;
+        std::wstring error;
+        if (!ParseItemName(value.name, index, error) || !index || !ItemText(value, text, error)) {
+          return false;
+        }
+        std::replace(text.begin(), text.end(), L'/', L'\\');
+        return kestrune::EqualIgnoringCase(text, kProject);
+      }));
+}
+
+/// The entries that are not ours and the values that are no entries, by their data.
+std::vector<std::vector<std::byte>> Foreign(const Values& values) {
+  Values plan;
+  std::wstring error;
+  Require(PlanGlobalProjects(values, kProject, false, plan, error));
+  std::vector<std::vector<std::byte>> data;
+  for (const RegistryValue& value : plan) {
+    data.push_back(value.data);
+  }
+  return data;
+}
+
+void CheckPlan(const Values& values, bool install) {
+  Values plan;
+  std::wstring error;
+  if (!PlanGlobalProjects(values, kProject, install, plan, error)) {
+    Require(!error.empty() && plan.empty());
+    return;
+  }
+  Require(ProjectEntries(plan) == (install ? 1U : 0U));
+  Require(Foreign(plan) == Foreign(values));
+  Values again;
+  Require(PlanGlobalProjects(plan, kProject, install, again, error));
+  Require(again.size() == plan.size() && SameValues(again, plan));
+  Values reversed(values.rbegin(), values.rend());
+  Require(PlanGlobalProjects(reversed, kProject, install, again, error));
+  Require(SameValues(again, plan));
+  Require(SameValues(values, reversed));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const Values values = Input(data, size).List();
+  CheckPlan(values, true);
+  CheckPlan(values, false);
+  return 0;
+}
