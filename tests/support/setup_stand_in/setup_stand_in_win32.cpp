@@ -1,0 +1,71 @@
+// setup_stand_in.exe plays Kestrune.exe inside a setup program, so that each answer of the real one
+// can be had without an Altium Designer. In the folder named by KESTRUNE_STAND_IN:
+//   answer   the exit code that it gives, decimal; a second line is the code of every later start
+//   calls    gets one line for each start: the raw command line, UTF-8
+// After code 0 or 40 of --install it has put itself into the shared runtime, as the real one does.
+// Without --quiet it shows a report box titled "Kestrune".
+#include <windows.h>
+
+#include <shlobj.h>
+
+#include <string>
+
+#include "common/file_win32.h"
+#include "common/message_box_win32.h"
+#include "common/text.h"
+
+namespace {
+
+std::wstring Variable(const wchar_t* name) {
+  std::wstring value(32768, L'\0');
+  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
+  return value;
+}
+
+int NextAnswer(const std::wstring& file) {
+  std::string answers;
+  if (!kestrune::ReadWholeFile(file, 100, answers))
+    return 99;
+  const std::size_t line_end = answers.find('\n');
+  if (line_end != std::string::npos && line_end + 1 < answers.size() &&
+      !kestrune::WriteWholeFile(file, answers.substr(line_end + 1))) {
+    return 99;
+  }
+  return std::stoi(answers);
+}
+
+bool CopyItselfToRuntime() {
+  std::wstring own(32768, L'\0');
+  own.resize(GetModuleFileNameW(nullptr, own.data(), static_cast<DWORD>(own.size())));
+  std::wstring local(MAX_PATH, L'\0');
+  if (FAILED(SHGetFolderPathW(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, local.data())))
+    return false;
+  const std::wstring runtime = std::wstring(local.c_str()) + L"\\Kestrune\\Runtime";
+  return kestrune::CreateDirectories(runtime) &&
+         CopyFileW(own.c_str(), (runtime + L"\\Kestrune.exe").c_str(), FALSE) != 0;
+}
+
+}  // namespace
+
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
+  const std::wstring line = GetCommandLineW();
+  const std::wstring folder = Variable(L"KESTRUNE_STAND_IN");
+  const std::wstring calls = folder + L"\\calls";
+  std::string written;
+  if (!kestrune::ReadWholeFile(calls, 1 << 20, written))
+    written.clear();
+  if (!kestrune::WriteWholeFile(calls, written + kestrune::Utf8FromWide(line) + "\n"))
+    return 98;
+
+  const int code = NextAnswer(folder + L"\\answer");
+  if (line.find(L" --install") != std::wstring::npos && (code == 0 || code == 40) &&
+      !CopyItselfToRuntime()) {
+    return 97;
+  }
+  if (line.find(L" --quiet") == std::wstring::npos) {
+    kestrune::ShowMessage(
+        L"Report of the stand-in: " + std::to_wstring(code),
+        code == 0 ? kestrune::MessageIcon::Information : kestrune::MessageIcon::Warning);
+  }
+  return code;
+}
