@@ -35,6 +35,7 @@ Var Outcome
 
 Name "Kestrune"
 Caption "Kestrune ${VERSION}"
+UninstallCaption "Remove Kestrune ${VERSION}"
 OutFile "${OUTPUT}"
 BrandingText "Kestrune ${VERSION}"
 ShowInstDetails show
