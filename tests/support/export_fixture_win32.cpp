@@ -158,6 +158,10 @@ void ExportTest::Settings(std::wstring_view text) const {
   PutFile(folders_.settings, Utf16WithMark(WithWindowsLineEnds(text)));
 }
 
+bool QuickRunIsWanted() {
+  return Environment(L"KESTRUNE_QUICK") == L"1";
+}
+
 ::testing::AssertionResult EndsSilentlyWith(int code, const RunOutcome& outcome) {
   if (outcome.code == code && outcome.boxes.empty()) {
     return ::testing::AssertionSuccess();

@@ -70,6 +70,9 @@ class ExportTest : public ::testing::Test {
   std::wstring scratch_;
 };
 
+/// Whether KESTRUNE_QUICK=1.
+bool QuickRunIsWanted();
+
 /// A start that ended with the code and showed nothing.
 ::testing::AssertionResult EndsSilentlyWith(int code, const RunOutcome& outcome);
 
@@ -79,3 +82,8 @@ class ExportTest : public ::testing::Test {
                                        const RunOutcome& outcome);
 
 }  // namespace kestrune
+
+/// Skips a test that takes minutes where KESTRUNE_QUICK=1 asks for a quick run.
+#define KESTRUNE_NEEDS_TIME()       \
+  if (kestrune::QuickRunIsWanted()) \
+  GTEST_SKIP() << "takes minutes; left out of a quick run"
