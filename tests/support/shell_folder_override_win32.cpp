@@ -9,7 +9,8 @@ constexpr wchar_t kShellFolders[] =
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
 
 DWORD ByteSize(const std::wstring& text) {
-  return static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
+  const std::size_t size = (text.size() + 1) * sizeof(wchar_t);
+  return static_cast<DWORD>(size);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 // stays alive after the record is written (default 0).
 #include <windows.h>
 
+#include <cstdint>
 #include <string>
 
 #include "common/file_win32.h"
@@ -44,12 +45,15 @@ std::wstring WorkingDirectory() {
 }
 
 std::wstring HandlePath() {
-  const DWORD number = NumericVariable(L"KESTRUNE_CHILD_HANDLE");
+  const std::uintptr_t number = NumericVariable(L"KESTRUNE_CHILD_HANDLE");
+  if (number == 0) {
+    return {};
+  }
+  // A handle's number is all that its starter can pass on.
+  auto* const handle = reinterpret_cast<HANDLE>(number);  // NOLINT(performance-no-int-to-ptr)
   std::wstring path(32768, L'\0');
   const DWORD length =
-      number == 0 ? 0
-                  : GetFinalPathNameByHandleW(reinterpret_cast<HANDLE>(std::uintptr_t{number}),
-                                              path.data(), static_cast<DWORD>(path.size()), 0);
+      GetFinalPathNameByHandleW(handle, path.data(), static_cast<DWORD>(path.size()), 0);
   path.resize(length < path.size() ? length : 0);
   return path;
 }

@@ -56,7 +56,7 @@ std::string Number(long long value) {
 }
 
 std::string DescribeDrop() {
-  const HANDLE block = GetClipboardData(CF_HDROP);
+  void* const block = GetClipboardData(CF_HDROP);
   if (block == nullptr) {
     return {};
   }
@@ -70,7 +70,7 @@ std::string DescribeDrop() {
   std::string text = "DropHeader=" + Number(header.pFiles) + "," + Number(header.pt.x) + "," +
                      Number(header.pt.y) + "," + Number(header.fNC) + "," + Number(header.fWide) +
                      "\nDropSize=" + Number(static_cast<long long>(GlobalSize(block))) + "\n";
-  const HDROP drop = static_cast<HDROP>(block);
+  auto* const drop = static_cast<HDROP>(block);
   const UINT count = DragQueryFileW(drop, 0xFFFFFFFF, nullptr, 0);
   for (UINT i = 0; i < count; ++i) {
     std::wstring path(DragQueryFileW(drop, i, nullptr, 0), L'\0');
@@ -81,7 +81,7 @@ std::string DescribeDrop() {
 }
 
 std::string DescribeText() {
-  const HANDLE block = GetClipboardData(CF_UNICODETEXT);
+  void* const block = GetClipboardData(CF_UNICODETEXT);
   const void* const bytes = block == nullptr ? nullptr : GlobalLock(block);
   if (bytes == nullptr) {
     return {};

@@ -46,8 +46,8 @@ TEST_F(ClipboardTest, BlocksHaveTheirExactSizeAndEndInZeros) {
   std::wstring error_text;
   ASSERT_TRUE(PlaceZipOnClipboard(path, error_text));
   ASSERT_TRUE(OpenClipboard(nullptr));
-  const HANDLE drop = GetClipboardData(CF_HDROP);
-  const HANDLE text = GetClipboardData(CF_UNICODETEXT);
+  void* const drop = GetClipboardData(CF_HDROP);
+  void* const text = GetClipboardData(CF_UNICODETEXT);
   std::string drop_bytes;
   std::string text_bytes;
   if (drop != nullptr && text != nullptr) {
