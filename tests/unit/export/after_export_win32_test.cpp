@@ -9,6 +9,7 @@
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/unix_link_win32.h"
 
 namespace kestrune {
 namespace {
@@ -291,6 +292,35 @@ TEST_F(AfterExportTest, ALineThatTheCodePageCannotHoldStartsAProcessWithTheWhole
   DWORD size = 0;
   ASSERT_TRUE(GetMailslotInfo(slot.Get(), nullptr, &size, nullptr, nullptr));
   EXPECT_EQ(size, MAILSLOT_NO_MESSAGE);
+}
+
+TEST_F(AfterExportTest, UnreadableSettingsCountAsNoneWithTheReason) {
+  ASSERT_TRUE(CreateDirectories(folders_.common + L"\\Kestrune"));
+  const UnreadableFile file(folders_.common_settings);
+  if (!file.Works()) {
+    GTEST_SKIP() << "this system tells the presence of a link to itself";
+  }
+  const AfterExportResult result = RunAfterExport(kZip, std::nullopt);
+  EXPECT_FALSE(result.configured);
+  EXPECT_FALSE(result.delivered);
+  EXPECT_EQ(result.error_text, L"status");
+}
+
+TEST_F(AfterExportTest, AnExecutableWhosePresenceCannotBeAskedIsRaised) {
+  UserSettings settings = Viewer();
+  const UnreadableFile file(Scratch(L"loop.exe"));
+  settings.executable_path = Scratch(L"loop.exe");
+  if (!file.Works()) {
+    GTEST_SKIP() << "this system tells the presence of a link to itself";
+  }
+  try {
+    RunAfterExport(settings, kZip, std::nullopt, calls_);
+    FAIL() << "nothing was raised";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.text, L"status");
+    EXPECT_NE(failure.code, 0U);
+  }
+  EXPECT_TRUE(calls_.asked.empty());
 }
 
 TEST_F(AfterExportTest, SettingsComeFromTheUsersFile) {

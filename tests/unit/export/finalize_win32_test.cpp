@@ -8,6 +8,7 @@
 #include "common/text.h"
 #include "common/windows_error_win32.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/unix_link_win32.h"
 
 namespace kestrune {
 namespace {
@@ -234,6 +235,30 @@ TEST_F(FinalizeTest, AHeldClipboardIsAWarningWithTheInformationIcon) {
   EXPECT_EQ(outcome.icon, MessageIcon::Information);
   EXPECT_EQ(outcome.message, L"ODB++ export successful.\n\nZIP:\n" + DefaultZip() +
                                  L"\n\nSize: 0 KB\n\nWarning: Cannot open the Windows Clipboard.");
+}
+
+TEST_F(FinalizeTest, UnreadableSettingsAreSilentlyTheDefaults) {
+  ASSERT_TRUE(CreateDirectories(folders_.common + L"\\Kestrune"));
+  const UnreadableFile file(folders_.common_settings);
+  if (!file.Works()) {
+    GTEST_SKIP() << "this system tells the presence of a link to itself";
+  }
+  const FinalizeOutcome outcome = Deliver();
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.message, Success(DefaultZip()));
+  EXPECT_THAT(Log(),
+              ElementsAre(BeginEntry(DefaultZip()), DefaultEntry(), CopiedEntry(DefaultZip())));
+}
+
+TEST_F(FinalizeTest, AnApplicationWhosePresenceCannotBeAskedFailsTheCopiedExport) {
+  const UnreadableFile file(Scratch(L"loop.exe"));
+  if (!file.Works()) {
+    GTEST_SKIP() << "this system tells the presence of a link to itself";
+  }
+  Settings(L"[Target]\nEnabled=1\nExecutablePath=" + Scratch(L"loop.exe") + L"\n");
+  ExpectGenericFailure(Deliver());
+  EXPECT_EQ(FileBytes(DefaultZip()), "PK archive");
+  EXPECT_EQ(Log().back(), FailedEntry(L"yes", ERROR_CANT_RESOLVE_FILENAME));
 }
 
 TEST_F(FinalizeTest, TheFailureMessageNamesTheLog) {

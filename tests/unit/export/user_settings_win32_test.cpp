@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include "common/failure.h"
 #include "common/file_win32.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/shell_folder_override_win32.h"
+#include "tests/support/unix_link_win32.h"
 
 namespace kestrune {
 namespace {
@@ -170,6 +172,24 @@ TEST_F(UserSettingsTest, WithoutACommonFolderTheLocalPathStandsWhetherOrNotAFile
   EXPECT_EQ(ResolveSettingsPath(kSettingsFolder), folders_.settings);
   EXPECT_FALSE(LoadWithoutFile().enabled);
   EXPECT_TRUE(Load(L"[Target]\nEnabled=1\n").enabled);
+}
+
+TEST_F(UserSettingsTest, AFileWhosePresenceCannotBeAskedIsRaised) {
+  ASSERT_TRUE(CreateDirectories(folders_.common + L"\\Kestrune"));
+  const UnreadableFile file(folders_.common_settings);
+  if (!file.Works()) {
+    GTEST_SKIP() << "this system tells the presence of a link to itself";
+  }
+  UserSettings settings;
+  std::wstring path;
+  std::wstring error_text;
+  try {
+    static_cast<void>(LoadUserSettings(settings, path, error_text));
+    FAIL() << "nothing was raised";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.text, L"status");
+    EXPECT_NE(failure.code, 0U);
+  }
 }
 
 TEST_F(UserSettingsTest, TheFolderNameChoosesTheFile) {
