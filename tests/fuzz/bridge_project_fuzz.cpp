@@ -1,0 +1,69 @@
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/ordinal.h"
+#include "common/text.h"
+#include "export/bridge_project.h"
+#include "export/dependency_list.h"
+
+namespace {
+
+void Require(bool law) {
+  if (!law) {
+    std::abort();
+  }
+}
+
+/// The documents of a project as the host reads them: the path of each [DocumentN], in order.
+std::vector<std::wstring> ReadDocuments(std::wstring_view project) {
+  constexpr std::wstring_view key = L"DocumentPath=";
+  std::vector<std::wstring> paths;
+  std::wstring section;
+  while (!project.empty()) {
+    const std::size_t end = std::min(project.find(L"\r\n"), project.size());
+    const std::wstring_view line = project.substr(0, end);
+    project.remove_prefix(std::min(end + 2, project.size()));
+    if (line.starts_with(L"[Document") && line.ends_with(L"]")) {
+      section = line;
+    } else if (line.starts_with(key)) {
+      paths.emplace_back(line.substr(key.size()));
+      Require(section == L"[Document" + kestrune::Decimal(paths.size()) + L"]");
+    }
+  }
+  return paths;
+}
+
+}  // namespace
+
+/// The input is a list of file names; those that Windows could never have are left out.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  kestrune::BridgeFileNames names;
+  std::wstring project = kestrune::BridgeProjectHead();
+  std::vector<std::wstring> expected = {L"Bridge.PcbDoc"};
+  std::size_t number = kestrune::kFirstDependency;
+  for (const std::wstring& name : kestrune::ParseDependencyList(bytes, kestrune::WidenBytes)) {
+    if (std::any_of(name.begin(), name.end(), [](wchar_t unit) { return unit < L' '; })) {
+      continue;
+    }
+    const bool taken = std::any_of(expected.begin(), expected.end(), [&](const std::wstring& old) {
+      return kestrune::EqualIgnoringCase(old, name);
+    });
+    const bool is_project_file = kestrune::EqualIgnoringCase(name, L"Bridge.PrjPcb") ||
+                                 kestrune::EqualIgnoringCase(name, L"Bridge.OutJob");
+    Require(names.Take(name) == (!taken && !is_project_file));
+    if (taken || is_project_file) {
+      continue;
+    }
+    project += kestrune::DependencySection(number++, name);
+    expected.push_back(name);
+  }
+  project += kestrune::OutJobSection(number);
+  expected.emplace_back(L"Bridge.OutJob");
+  Require(ReadDocuments(kestrune::WithWindowsLineEnds(project)) == expected);
+  return 0;
+}

@@ -1,0 +1,85 @@
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "common/text.h"
+#include "entry/command_line.h"
+
+namespace {
+
+using namespace kestrune;
+
+void Require(bool law) {
+  if (!law) {
+    std::abort();
+  }
+}
+
+bool IsInstallerKeyword(const std::wstring& text) {
+  return text == L"--install" || text == L"--update" || text == L"--uninstall" ||
+         text == L"--status";
+}
+
+/// What each command promises about the arguments that it came from.
+struct Laws {
+  const std::vector<std::wstring>& arguments;
+
+  void operator()(const UnknownCommand&) const {
+    Require(arguments.size() < 2 || !IsInstallerKeyword(arguments[1]));
+  }
+  void operator()(const InvalidInstallerCommand&) const {
+    Require(arguments.size() >= 3 && IsInstallerKeyword(arguments[1]));
+  }
+  void operator()(const InstallerOptions&) const {
+    Require(arguments.size() >= 2 && IsInstallerKeyword(arguments[1]));
+    // An option that can be read stays readable with another one behind it.
+    std::vector<std::wstring> longer = arguments;
+    longer.insert(longer.end(), {L"--profile", L"--quiet", L"--quiet"});
+    const Command command = ParseCommandLine(longer);
+    const InstallerOptions* options = std::get_if<InstallerOptions>(&command);
+    Require(options != nullptr && options->quiet && options->profile == L"--quiet");
+    longer.emplace_back(L"--major");
+    Require(std::holds_alternative<InvalidInstallerCommand>(ParseCommandLine(longer)));
+  }
+  void operator()(const PositionWindowCommand&) const {
+    Require(arguments.size() == 4 && arguments[1] == L"--position-window");
+  }
+  void operator()(const PrepareCommand& command) const {
+    Require(arguments[1] == L"--prepare" && command.source_pcb == arguments[2] &&
+            command.dependency_list == arguments[3] && command.used_layer_manifest == arguments[4]);
+    Require(command.status_path ? arguments.size() == 6 && *command.status_path == arguments[5]
+                                : arguments.size() == 5);
+  }
+  void operator()(const WaitNativeCommand& command) const {
+    Require(arguments.size() == 5 && arguments[1] == L"--wait-native" &&
+            command.expected_path == arguments[2] && command.report_path == arguments[3] &&
+            command.result_path == arguments[4]);
+  }
+  void operator()(const FinalizeAutoCommand& command) const {
+    Require(arguments[1] == L"--finalize-auto" && command.source_pcb == arguments[2]);
+    Require(!command.space || (arguments.size() == 4 && *command.space > 0));
+  }
+  void operator()(const FinalizeCommand& command) const {
+    Require(arguments.size() == 4 && arguments[1] == L"--finalize" &&
+            command.native_zip == arguments[2] && command.source_pcb == arguments[3]);
+  }
+};
+
+}  // namespace
+
+/// The input is the arguments behind the program's path, each ended by a line feed.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::vector<std::wstring> arguments = {L"C:\\Kestrune.exe"};
+  std::string_view rest(reinterpret_cast<const char*>(data), size);
+  for (std::size_t end = 0; (end = rest.find('\n')) != std::string_view::npos;) {
+    // Windows hands arguments over as texts that end at their first NUL.
+    const std::string_view argument = rest.substr(0, end);
+    arguments.push_back(WideFromUtf8(argument.substr(0, argument.find('\0'))));
+    rest.remove_prefix(end + 1);
+  }
+  std::visit(Laws{arguments}, ParseCommandLine(arguments));
+  return 0;
+}
