@@ -1104,7 +1104,7 @@ Begin
                 If Not KsCancelled(0) Then
                 Begin
                     KsShowStep(4, 'waiting until the archive is complete');
-                    Result := KsAwaitArchive(0) And (Not KsCancelled(0));
+                    Result := KsAwaitArchive(0);
                 End;
             End;
         End;

@@ -643,8 +643,6 @@ begin
   Call('closed ' + Document.Path);
   if FrontDocument = Document then FrontDocument := nil;
   Documents.Remove(Document);
-  if (FrontDocument = nil) and (Documents.Count > 0) then
-    FrontDocument := IServerDocument(Documents[Documents.Count - 1]);
 end;
 
 procedure TClient.CloseDocument(Document: IServerDocument);

@@ -24,9 +24,9 @@ const
 
 var
   Package, ProgramFile, Receiver, Filter, TestName: string;
-  Passed, Failed: Integer;
+  Passed, Failed, Tests: Integer;
   TestFailed: Boolean;
-  Local, Runtime, Exchange, Deployed: string;
+  Local, Runtime, Exchange, Deployed, ReceiverFile: string;
   Steps: Classes.TStringList;
   CancelIn, PressIn, CloseIn: string;   // the step in which the user does that
   NoteSeen: string;
@@ -172,10 +172,13 @@ begin
   LogPath := Local + '\Kestrune\Logs\bridge.log';
   if Deployed = '' then InstallByHand
   else AddProject(ProjectOfButton);
-  // An application takes the archive over, so that no box waits for a person.
-  WriteBytes(Local + '\Kestrune\receiver.exe', FileOfMachine(Receiver));
+  // An application takes the archive over, so that no box waits for a person. Each test has its own:
+  // that of the test before may still be busy.
+  Inc(Tests);
+  ReceiverFile := Local + '\Kestrune\receiver' + IntToStr(Tests) + '.exe';
+  WriteBytes(ReceiverFile, FileOfMachine(Receiver));
   WriteBytes(Local + '\Kestrune\settings.ini', '[Target]'#13#10'Enabled=1'#13#10'ExecutablePath='
-    + Local + '\Kestrune\receiver.exe'#13#10'Arguments=/open "%ODBPP%"'#13#10);
+    + ReceiverFile + #13#10'Arguments=/open "%ODBPP%"'#13#10);
   KestruneWaitForm.Free;
   KestruneWaitForm := TKestruneWaitForm.Create;
   OnMessages := Watch;
@@ -206,8 +209,12 @@ begin
     Check(Pos(Temp, IProject(Projects[I]).Path) <> 1, 'still open: ' + IProject(Projects[I]).Path);
   if (PCBServer.Front <> nil) and (Client.GetDocumentByPath(PCBServer.Front.FileName) <> nil) then
   begin
-    Check(FrontDocument.Path = PCBServer.Front.FileName, 'another document is in front');
-    Check(FrontDocument.ModifiedWrites = 0, 'the mark of the user''s board was written');
+    if FrontDocument = nil then Check(False, 'no document is in front')
+    else
+    begin
+      Check(FrontDocument.Path = PCBServer.Front.FileName, 'another document is in front');
+      Check(FrontDocument.ModifiedWrites = 0, 'the mark of the user''s board was written');
+    end;
   end;
   Left := Classes.TStringList.Create;
   ListFiles(Exchange, Left);
@@ -239,8 +246,8 @@ var
   Path: string;
   Turn: Integer;
 begin
-  Path := Local + '\Kestrune\receiver.exe.record';
-  for Turn := 1 to 100 do
+  Path := ReceiverFile + '.record';
+  for Turn := 1 to 600 do
     if not FileExists(Path) then SysUtils.Sleep(50);
   Result := StringReplace(Contents(Path), #0, '', [rfReplaceAll]);
 end;
@@ -901,7 +908,7 @@ begin
   Press;
   CheckBox('could not be closed');
   Check(Called('--finalize') = 1, 'the archive was there and was not delivered');
-  Check(FrontDocument.Path = Board1, 'the board is not in front');
+  Check((FrontDocument <> nil) and (FrontDocument.Path = Board1), 'the board is not in front');
   Projects.Clear;
   Documents.Clear;
   FrontDocument := nil;
