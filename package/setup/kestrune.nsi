@@ -88,6 +88,10 @@ Function ${un}StartAlone
   ${If} $1 = ${ERROR_ALREADY_EXISTS}
     !insertmacro Fail ${CODE_SECOND_START} "Another set-up of Kestrune is running. Wait until it has ended, then try again."
   ${EndIf}
+  ; Empty when the profile cannot be reached.
+  ${If} $LOCALAPPDATA == ""
+    !insertmacro Fail ${CODE_FILES} "Your profile's folder for application data cannot be reached. Nothing was changed."
+  ${EndIf}
   StrCpy $INSTDIR "$LOCALAPPDATA\Programs\Kestrune"
   StrCpy $Quiet ""
   ${If} ${Silent}
@@ -403,14 +407,18 @@ FunctionEnd
 Function un.RemoveRuntime
   Push "$LOCALAPPDATA\Kestrune\Runtime"
   Call un.RemoveTree
-  Push "$PROFILE\AppData\Local\Kestrune\Runtime"
-  Call un.RemoveTree
+  ${If} $PROFILE != ""
+    Push "$PROFILE\AppData\Local\Kestrune\Runtime"
+    Call un.RemoveTree
+  ${EndIf}
   SetShellVarContext all
-  StrCpy $0 "$DOCUMENTS\Kestrune"
+  StrCpy $0 "$DOCUMENTS"
   SetShellVarContext current
-  Push "$0\Temp"
-  Call un.RemoveTree
-  RMDir "$0"
+  ${If} $0 != ""
+    Push "$0\Kestrune\Temp"
+    Call un.RemoveTree
+    RMDir "$0\Kestrune"
+  ${EndIf}
   RMDir "$LOCALAPPDATA\Kestrune"
   ClearErrors
 FunctionEnd
