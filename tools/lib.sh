@@ -123,3 +123,21 @@ make_prefix() {
   mkdir -p "$(dirname "$WINEPREFIX")"
   cp -a --reflink=auto "$prefix_template" "$WINEPREFIX"
 }
+
+# npm_modules FOLDER: prints where the libraries pinned by FOLDER's package-lock.json lie in the cache,
+# after fetching them where they are not there yet.
+npm_modules() {
+  local modules
+  modules=$cache/npm-$(cat "$1/package.json" "$1/package-lock.json" | sha256sum | cut -c1-16)
+  if [ ! -e "$modules/made" ]; then
+    rm -rf "$modules.$$"
+    mkdir -p "$modules.$$"
+    cp "$1/package.json" "$1/package-lock.json" "$1/.npmrc" "$modules.$$"
+    npm ci --prefix "$modules.$$" --ignore-scripts --no-audit --no-fund --silent >&2 ||
+      die "npm could not fetch the libraries of $(basename "$1")"
+    touch "$modules.$$/made"
+    # Another run may have been faster.
+    mv -T "$modules.$$" "$modules" 2>/dev/null || rm -rf "$modules.$$"
+  fi
+  printf '%s' "$modules/node_modules"
+}

