@@ -1,0 +1,598 @@
+// The four installer commands as a user or a set-up program starts them: reports, codes, and what a
+// host sees afterwards.
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "common/text.h"
+#include "registration/global_projects_key_win32.h"
+#include "tests/support/install_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+constexpr unsigned kGood = MB_ICONINFORMATION;
+constexpr unsigned kBad = MB_ICONWARNING;
+constexpr const wchar_t* kCommands[] = {L"--install", L"--update", L"--uninstall", L"--status"};
+constexpr std::wstring_view kNotInstalled = L"Not installed / registration requires repair\n";
+constexpr std::wstring_view kDeploymentFailed = L"Runtime deployment failed; profile unchanged.";
+constexpr std::wstring_view kNoAnchor =
+    L"No validated per-instance toolbar anchor; use manual Global Project and toolbar "
+    L"registration. No profile changes made.";
+
+int ProblemCode(const std::wstring& command) {
+  return command == L"--status" ? 10 : 40;
+}
+
+/// Status, over everything that the box holds, changes nothing.
+class InstallStatusTest : public InstallTest {
+ protected:
+  void ExpectStatus(int code, const std::wstring& text) {
+    const Snapshot before = TakeSnapshot();
+    EXPECT_TRUE(EndsWithBox(code, text, code == 0 ? kGood : kBad, Run(L"--status")));
+    EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
+  }
+};
+
+TEST_F(InstallTest, RegistersEachInstanceSoThatItsHostStartsTheScript) {
+  const MadeInstance legacy = MakeHost(UsedHost(1, 17));
+  const MadeInstance active = MakeHost(UsedHost(2, 24));
+  const RunOutcome outcome = Run(L"--install");
+  EXPECT_TRUE(EndsWithBox(0, Registered(legacy) + Registered(active), kGood, outcome));
+  EXPECT_TRUE(HasWorkingButton(legacy));
+  EXPECT_TRUE(HasWorkingButton(active));
+  const HostButton old_button = OurButtons(ReadAsHost(legacy)).at(0);
+  EXPECT_EQ(old_button.toolbar, "TLPCBToolbar");
+  EXPECT_EQ(old_button.beside, "TBPCB_StandardToolbar760");
+  EXPECT_EQ(old_button.caption, "Kestrune");
+  EXPECT_EQ(old_button.hint, "Export PCB through Kestrune");
+  EXPECT_EQ(WidenBytes(old_button.image), Runtime(L"odbpp-toolbar-legacy.bmp"));
+  const HostButton new_button = OurButtons(ReadAsHost(active)).at(0);
+  EXPECT_EQ(new_button.toolbar, "TopBarPCB");
+  EXPECT_EQ(new_button.beside, "TopBarPCB010");
+  EXPECT_EQ(WidenBytes(new_button.image), Runtime(L"odbpp-toolbar-activebar.png"));
+}
+
+TEST_F(InstallTest, DeploysTheNineFilesWithThePackagesTimesAndThisMachinesFolders) {
+  MakeHost(UsedHost(1, 24));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  std::vector<std::wstring> names = RuntimeFiles();
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(NamesIn(folders_.runtime), names);
+  EXPECT_EQ(FileBytes(Runtime(L"Kestrune.exe")), FileBytes(KestrunePath()));
+  EXPECT_EQ(TimeOf(Runtime(L"Kestrune.exe")), TimeOf(KestrunePath()));
+  for (const std::wstring& name : RuntimeFiles()) {
+    if (name != L"Kestrune.exe") {
+      EXPECT_EQ(TimeOf(Runtime(name)), kPackageTime) << Utf8FromWide(name);
+    }
+  }
+  EXPECT_EQ(FileBytes(Runtime(L"Kestrune.pas")), "{ " + Utf8FromWide(folders_.runtime) +
+                                                     " }\r\n{ " + Utf8FromWide(folders_.temporary) +
+                                                     " }\r\nProcedure RunKestrune;\r\none");
+}
+
+TEST_F(InstallTest, KeepsEverythingOfTheUserAndNamesTheInstanceInTheLog) {
+  const BoxInstance used = UsedHost(1, 24);
+  const MadeInstance host = MakeHost(used);
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  EXPECT_EQ(FileBytes(LatestBackup(host) + L"\\DXP.RCS.before"), used.rcs);
+  const std::string log = FileBytes(LatestBackup(host) + L"\\operation.log");
+  EXPECT_NE(log.find("Product=Altium Designer Version=24.1.2.44 GUID=" + Utf8FromWide(host.guid)),
+            std::string::npos)
+      << log;
+  EXPECT_NE(log.find("Commit validated; file and registry updated."), std::string::npos) << log;
+  const HostView view = ReadAsHost(host);
+  EXPECT_EQ(view.projects,
+            (std::vector<std::wstring>{L"C:\\Scripts\\It's.PrjScr", Runtime(L"Kestrune.PrjScr")}));
+  EXPECT_EQ(view.buttons.size(), 2U);
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
+  EXPECT_EQ(ReadAsHost(host).projects, used.projects);
+  EXPECT_EQ(ReadAsHost(host).buttons.size(), 1U);
+}
+
+TEST_F(InstallTest, ASecondRunChangesNothingButAddsALog) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  for (const wchar_t* command : {L"--install", L"--update"}) {
+    const Snapshot before = TakeSnapshot();
+    const RunOutcome outcome = Run(command);
+    EXPECT_TRUE(EndsWithBox(0, Registered(host), kGood, outcome));
+    const std::vector<std::string> changes = CompareSnapshots(before, TakeSnapshot());
+    ASSERT_EQ(changes.size(), 2U) << testing::PrintToString(changes);
+    EXPECT_NE(changes[0].find("\\operation.log size "), std::string::npos) << changes[0];
+    EXPECT_EQ(changes[1], "+ folder " + Utf8FromWide(LatestBackup(host)));
+    EXPECT_NE(FileBytes(LatestBackup(host) + L"\\operation.log").find("Idempotent: no changes."),
+              std::string::npos);
+  }
+}
+
+TEST_F(InstallTest, UninstallTakesTheRegistrationOutAndLeavesTheRuntime) {
+  const MadeInstance legacy = MakeHost(UsedHost(1, 16));
+  const MadeInstance active = MakeHost(UsedHost(2, 26));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  const std::vector<std::wstring> runtime = NamesIn(folders_.runtime);
+  const RunOutcome outcome = Run(L"--uninstall");
+  EXPECT_TRUE(EndsWithBox(0, Removed(legacy) + Removed(active), kGood, outcome));
+  EXPECT_TRUE(HasNothingOfOurs(legacy));
+  EXPECT_TRUE(HasNothingOfOurs(active));
+  EXPECT_EQ(NamesIn(folders_.runtime), runtime);
+  // Taking out what is not there is harmless, and deploys nothing.
+  ASSERT_TRUE(RemoveTree(folders_.runtime));
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
+  EXPECT_FALSE(Exists(folders_.runtime));
+}
+
+TEST_F(InstallStatusTest, TellsInstalledFromNotInstalledAndWritesNothing) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  ExpectStatus(10, HeaderOf(host) + std::wstring(kNotInstalled));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  ExpectStatus(0, HeaderOf(host) + L"Installed\n");
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
+  ExpectStatus(10, HeaderOf(host) + std::wstring(kNotInstalled));
+}
+
+TEST_F(InstallStatusTest, HalfARegistrationIsNotInstalled) {
+  const BoxInstance used = UsedHost(1, 24);
+  const MadeInstance host = MakeHost(used);
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  const std::wstring not_installed = HeaderOf(host) + std::wstring(kNotInstalled);
+  const std::string registered = FileBytes(host.rcs);
+
+  SetProjects(host, used.projects);
+  ExpectStatus(10, not_installed);
+  // In the list, but at a place that a registration would number anew.
+  SetProjects(host, {L"C:\\Scripts\\It's.PrjScr", L"C:\\x", Runtime(L"Kestrune.PrjScr")});
+  RegDeleteKeyValueW(HKEY_CURRENT_USER, host.ProjectsKey().c_str(), L"Item1");
+  ExpectStatus(10, not_installed);
+
+  SetProjects(host, {L"C:\\Scripts\\It's.PrjScr", Runtime(L"Kestrune.PrjScr")});
+  ExpectStatus(0, HeaderOf(host) + L"Installed\n");
+  PutFile(host.rcs, used.rcs);
+  ExpectStatus(10, not_installed);
+  PutFile(host.rcs, registered +
+                        "Deletion d TargetID='TopBarPCB' DeleteID='KestruneToolbarLink' "
+                        "End\r\n");
+  ExpectStatus(10, not_installed);
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--update")));
+  ExpectStatus(0, HeaderOf(host) + L"Installed\n");
+  EXPECT_TRUE(HasWorkingButton(host));
+}
+
+TEST_F(InstallStatusTest, AListThatCannotBePlannedIsNotInstalledRatherThanFailed) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  RegSetKeyValueW(HKEY_CURRENT_USER, host.ProjectsKey().c_str(), L"Item1000010", REG_SZ, L"x", 4);
+  ExpectStatus(10, HeaderOf(host) + std::wstring(kNotInstalled));
+  for (const wchar_t* command : {L"--install", L"--uninstall"}) {
+    const RunOutcome outcome = Run(command);
+    EXPECT_TRUE(EndsWithBox(40, Failed(host, L"ItemN index too large."), kBad, outcome));
+  }
+  // The plan comes before the deployment.
+  EXPECT_FALSE(Exists(folders_.runtime));
+}
+
+TEST_F(InstallTest, WithoutInstanceNothingIsDone) {
+  BoxInstance viewer = UsedHost(1, 24);
+  viewer.display_name = L"Altium Designer Viewer";
+  MakeHost(viewer);
+  const Snapshot before = TakeSnapshot();
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(EndsWithBox(20, L"No Altium instance found.", kBad, Run(command)));
+    EXPECT_TRUE(EndsSilentlyWith(20, RunQuietly(command)));
+  }
+  EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
+}
+
+TEST_F(InstallTest, FiltersLeaveTheirInstancesOnly) {
+  const MadeInstance old_host = MakeHost(UsedHost(1, 17));
+  const MadeInstance new_host = MakeHost(UsedHost(2, 24));
+  const std::wstring suffix(kNotInstalled);
+  EXPECT_TRUE(EndsWithBox(10, HeaderOf(old_host) + suffix, kBad, Run(L"--status", L"--major 17")));
+  EXPECT_TRUE(EndsWithBox(10, HeaderOf(new_host) + suffix, kBad, Run(L"--status", L"--major 24")));
+  EXPECT_TRUE(EndsWithBox(10, HeaderOf(new_host) + suffix, kBad,
+                          Run(L"--status", L"--profile {00000002-ABCD-4222-8333-444455556666}")));
+  EXPECT_TRUE(EndsSilentlyWith(20, RunQuietly(L"--status", L"--major 25")));
+  EXPECT_TRUE(EndsSilentlyWith(20, RunQuietly(L"--status", L"--profile 00000002")));
+  EXPECT_TRUE(
+      EndsSilentlyWith(20, RunQuietly(L"--status", L"--major 17 --profile " + new_host.guid)));
+}
+
+TEST_F(InstallTest, OnlyWhatTheFilterLeavesIsChanged) {
+  const MadeInstance old_host = MakeHost(UsedHost(1, 17));
+  const MadeInstance new_host = MakeHost(UsedHost(2, 24));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install", L"--major 24")));
+  EXPECT_TRUE(HasNothingOfOurs(old_host));
+  EXPECT_TRUE(HasWorkingButton(new_host));
+}
+
+TEST_F(InstallStatusTest, AnInstallationWithoutProgramIsSkipped) {
+  BoxInstance gone = UsedHost(1, 24);
+  gone.program.clear();
+  const MadeInstance host = MakeHost(gone);
+  const std::wstring text = Skipped(host, L" (executable/profile must be verified).");
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(EndsWithBox(ProblemCode(command), text, kBad, Run(command)));
+  }
+  ExpectStatus(10, text);
+}
+
+TEST_F(InstallTest, AProfileThatCannotBeToldIsSkippedWithItsReason) {
+  BoxInstance without_profile = UsedHost(1, 24);
+  without_profile.has_profile = false;
+  BoxInstance without_branch = UsedHost(2, 24);
+  without_branch.has_branch = false;
+  BoxInstance twice = UsedHost(3, 24);
+  BoxInstance disagreeing = UsedHost(4, 24);
+  disagreeing.has_branch = false;
+  std::wstring text;
+  for (const BoxInstance& instance : {without_profile, without_branch, twice, disagreeing}) {
+    MadeInstance host = MakeHost(instance);
+    host.profile.clear();
+    host.branch.clear();
+    text += Skipped(
+        host, (instance.number == 4 ? L"Profile and HKCU branch disagree for "
+                                    : L"Missing or ambiguous profile/registry instance for ") +
+                  host.guid + L" (executable/profile must be verified).");
+  }
+  const std::wstring profiles(ParentPath(PlaceOf(twice).profile));
+  ASSERT_TRUE(CreateDirectories(JoinPath(profiles, L"Copy of " + PlaceOf(twice).guid)));
+  RegistryKey other;
+  RegCreateKeyW(HKEY_CURRENT_USER,
+                (L"Software\\Altium\\Other " + PlaceOf(disagreeing).guid).c_str(), other.Put());
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(EndsWithBox(ProblemCode(command), text, kBad, Run(command)));
+  }
+  EXPECT_FALSE(Exists(folders_.runtime));
+}
+
+TEST_F(InstallTest, ProfilesThatCannotBeListedAreTheReason) {
+  BoxInstance instance = UsedHost(1, 24);
+  instance.has_profile = false;
+  MadeInstance host = MakeHost(instance);
+  const std::wstring root(ParentPath(host.profile));
+  ASSERT_TRUE(RemoveTree(root));
+  PutFile(root, "a file where the profiles should be");
+  host.profile.clear();
+  host.branch.clear();
+  EXPECT_TRUE(EndsWithBox(
+      40, Skipped(host, L"Cannot read Altium profiles. (executable/profile must be verified)."),
+      kBad, Run(L"--install")));
+}
+
+TEST_F(InstallStatusTest, AProfileThatWasNeverStartedIsSkipped) {
+  BoxInstance fresh = UsedHost(1, 24);
+  fresh.has_rcs = false;
+  const MadeInstance host = MakeHost(fresh);
+  const std::wstring text =
+      Skipped(host, L"DXP.RCS does not exist; initialize this Altium profile first.");
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(EndsWithBox(ProblemCode(command), text, kBad, Run(command)));
+  }
+  ExpectStatus(10, text);
+  EXPECT_FALSE(Exists(host.rcs));
+}
+
+TEST_F(InstallTest, AFailureBetweenTwoInstancesStopsNeither) {
+  const MadeInstance first = MakeHost(UsedHost(1, 24));
+  const MadeInstance second = MakeHost(UsedHost(2, 24));
+  const MadeInstance third = MakeHost(UsedHost(3, 24));
+  ASSERT_TRUE(SetFileAttributesW(second.rcs.c_str(), FILE_ATTRIBUTE_READONLY));
+  const RunOutcome outcome = Run(L"--install");
+  EXPECT_TRUE(EndsWithBox(
+      40, Registered(first) + Failed(second, L"Unsafe/read-only RCS target.") + Registered(third),
+      kBad, outcome));
+  EXPECT_TRUE(HasWorkingButton(first));
+  EXPECT_TRUE(HasNothingOfOurs(second));
+  EXPECT_TRUE(HasWorkingButton(third));
+  SetFileAttributesW(second.rcs.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+TEST_F(InstallTest, AFailureBeforeDeploymentLeavesItToTheNextInstance) {
+  BoxInstance without_toolbar = UsedHost(1, 24);
+  without_toolbar.toolbars = HostToolbars::None;
+  const MadeInstance first = MakeHost(without_toolbar);
+  const MadeInstance second = MakeHost(UsedHost(2, 24));
+  const RunOutcome outcome = Run(L"--update");
+  EXPECT_TRUE(EndsWithBox(40, Failed(first, kNoAnchor) + Registered(second), kBad, outcome));
+  EXPECT_TRUE(HasWorkingButton(second));
+}
+
+TEST_F(InstallTest, ARefusedFileIsLeftToManualRegistration) {
+  const std::pair<std::string, std::wstring> rows[] = {
+      {ShortcutRecords(), L"Unknown RCS record: Change"},
+      {"Tree a End\r\nTree a End\r\n", L"Duplicate/invalid RCS identifier."},
+      {"PL a Caption='open", L"Unclosed RCS quote."},
+      {std::string("T\0r\0", 4), L"Unsupported RCS size/encoding."}};
+  BoxInstance instance = UsedHost(1, 24);
+  for (const auto& [rcs, error] : rows) {
+    instance.rcs = rcs;
+    const MadeInstance host = MakeHost(instance);
+    const std::wstring text =
+        Failed(host, error + L" Manual registration required; no profile change.");
+    for (const wchar_t* command : kCommands) {
+      EXPECT_TRUE(EndsWithBox(ProblemCode(command), text, kBad, Run(command)));
+    }
+    EXPECT_EQ(FileBytes(host.rcs), rcs);
+    EXPECT_EQ(ReadAsHost(host).projects, instance.projects);
+  }
+  EXPECT_FALSE(Exists(folders_.runtime));
+}
+
+TEST_F(InstallTest, ExtraRecordsLetARefusedProfileThrough) {
+  BoxInstance instance = UsedHost(1, 24);
+  instance.rcs += ShortcutRecords();
+  const MadeInstance host = MakeHost(instance);
+  Settings(L"[Registration]\nExtraRecords=Change\n");
+  const RunOutcome outcome = Run(L"--install");
+  EXPECT_TRUE(EndsWithBox(0, Registered(host), kGood, outcome));
+  EXPECT_TRUE(HasWorkingButton(host));
+  EXPECT_NE(FileBytes(host.rcs).find(ShortcutRecords()), std::string::npos);
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--status")));
+  ASSERT_TRUE(DeleteFileW(folders_.settings.c_str()));
+  EXPECT_TRUE(EndsSilentlyWith(10, RunQuietly(L"--status")));
+  Settings(L"[Registration]\nExtraRecords= Other , Change,End,P L\n");
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
+  EXPECT_TRUE(HasNothingOfOurs(host));
+}
+
+TEST_F(InstallTest, AnEmptyCustomizationFileIsRegisteredToo) {
+  BoxInstance instance = UsedHost(1, 24);
+  instance.rcs.clear();
+  const MadeInstance host = MakeHost(instance);
+  const RunOutcome outcome = Run(L"--install");
+  EXPECT_TRUE(
+      EndsWithBox(0, Transacted(host, L"Installed/updated and validated.", L"captured empty RCS"),
+                  kGood, outcome));
+  EXPECT_TRUE(HasWorkingButton(host));
+}
+
+TEST_F(InstallTest, BothToolbarsNeedAVersion) {
+  BoxInstance instance = UsedHost(1, 24);
+  instance.toolbars = HostToolbars::Both;
+  instance.version = L"unknown";
+  const MadeInstance unknown = MakeHost(instance);
+  EXPECT_TRUE(EndsWithBox(40, Failed(unknown, kNoAnchor), kBad, Run(L"--install")));
+  EXPECT_TRUE(
+      EndsWithBox(10, HeaderOf(unknown) + std::wstring(kNotInstalled), kBad, Run(L"--status")));
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
+  EXPECT_FALSE(Exists(folders_.runtime));
+  for (const auto& [version, toolbar] :
+       {std::pair(L"17.0", "TLPCBToolbar"), {L"18.0", "TopBarPCB"}}) {
+    instance.version = version;
+    const MadeInstance host = MakeHost(instance);
+    ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+    EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).toolbar, toolbar);
+  }
+}
+
+TEST_F(InstallTest, TheOneSpecialBuildGetsItsImage) {
+  BoxInstance instance = UsedHost(1, 26);
+  instance.version = L"26.9.1.9";
+  instance.display_name = L"Altium Designer Develop";
+  const MadeInstance host = MakeHost(instance);
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  EXPECT_EQ(WidenBytes(OurButtons(ReadAsHost(host)).at(0).image),
+            Runtime(L"odbpp-toolbar-ad26-16.png"));
+  // Other editions and builds share a registration; the next run moves it to their image.
+  SetEntryText(host, L"DisplayName", L"Altium Designer");
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--update")));
+  EXPECT_EQ(WidenBytes(OurButtons(ReadAsHost(host)).at(0).image),
+            Runtime(L"odbpp-toolbar-activebar.png"));
+}
+
+TEST_F(InstallTest, TheHintNamesTheUsersApplication) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  const std::wstring application = Scratch(L"app.exe");
+  PutFile(application, "x");
+  Settings(L"[Target]\nEnabled=1\nProgramName=Viewer\nExecutablePath=" + application + L"\n");
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).hint, "Export PCB through Kestrune -> Viewer");
+  // Another hint is no reason to call it not installed, but an update brings it in.
+  ASSERT_TRUE(DeleteFileW(folders_.settings.c_str()));
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--status")));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--update")));
+  EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).hint, "Export PCB through Kestrune");
+}
+
+TEST_F(InstallTest, ARunningHostStopsAllCommandsButStatus) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  for (const wchar_t* name : {L"DXP.exe", L"x2.EXE"}) {
+    const RunningAs running(Scratch(name));
+    const Snapshot before = TakeSnapshot();
+    for (const wchar_t* command : {L"--install", L"--update", L"--uninstall"}) {
+      EXPECT_TRUE(EndsWithBox(
+          30, L"Close all Altium instances before changing shared runtime or registration.", kBad,
+          Run(command)));
+    }
+    EXPECT_TRUE(
+        EndsWithBox(10, HeaderOf(host) + std::wstring(kNotInstalled), kBad, Run(L"--status")));
+    EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
+  }
+  const RunningAs other(Scratch(L"dxp2.exe"));
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+}
+
+TEST_F(InstallTest, AHostThatStartsMeanwhileStopsEveryLaterInstance) {
+  const MadeInstance first = MakeHost(UsedHost(1, 24));
+  const MadeInstance second = MakeHost(UsedHost(2, 24));
+  // The deployment takes long enough for a host to start: one large file of the package.
+  PutFile(JoinPath(package_, L"Runtime\\Bridge.OutJob"), std::string(200U << 20U, 'x'));
+  ProgramRun run(KestrunePath(), L"--install --package " + Quoted(package_));
+  ASSERT_TRUE(run.Started());
+  for (int i = 0; i < 10'000 && !Exists(Runtime(L"Kestrune_WaitForm.dfm")); ++i) {
+    Sleep(1);
+  }
+  const RunningAs running(Scratch(L"dxp.exe"));
+  const std::wstring text = L"Altium started during preparation; aborting registration.";
+  EXPECT_TRUE(EndsWithBox(40, Failed(first, text) + Failed(second, text), kBad,
+                          Finish(std::move(run), 60'000)));
+  EXPECT_TRUE(Exists(Runtime(L"Kestrune.pas")));
+  EXPECT_TRUE(HasNothingOfOurs(first));
+  EXPECT_TRUE(HasNothingOfOurs(second));
+}
+
+TEST_F(InstallTest, AnErrorInDiscoveryEndsTheRun) {
+  if (!RunsUnderWine()) {
+    GTEST_SKIP() << "a path that Windows can say nothing about is known for Wine only";
+  }
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  SetEntryText(host, L"DisplayIcon", L"\\\\.\\nothing\\X2.exe");
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(EndsWithBox(40, L"status", kBad, Run(command)));
+  }
+}
+
+TEST_F(InstallTest, APackageThatCannotBeDeployedLeavesTheProfileAlone) {
+  const MadeInstance first = MakeHost(UsedHost(1, 24));
+  const MadeInstance second = MakeHost(UsedHost(2, 24));
+  const std::wstring text = Failed(first, kDeploymentFailed) + Failed(second, kDeploymentFailed);
+  const std::string before = FileBytes(first.rcs);
+  ASSERT_TRUE(DeleteFileW(JoinPath(package_, L"Runtime\\Bridge.OutJob").c_str()));
+  EXPECT_TRUE(EndsWithBox(40, text, kBad, Run(L"--install")));
+  EXPECT_EQ(FileBytes(first.rcs), before);
+  EXPECT_TRUE(HasNothingOfOurs(first));
+  // The files before the missing one have been deployed.
+  EXPECT_EQ(NamesIn(folders_.runtime),
+            (std::vector<std::wstring>{L"Kestrune.PrjScr", L"Kestrune.exe",
+                                       L"Kestrune_WaitForm.dfm", L"Kestrune_WaitForm.pas"}));
+  package_ = Scratch(L"no such package");
+  EXPECT_TRUE(EndsWithBox(40, text, kBad, Run(L"--install")));
+  // A roll-out's classic: the backslash before the quote swallows it.
+  EXPECT_TRUE(EndsWithBox(
+      40, text, kBad,
+      RunKestrune(L"--install --package \"" + Scratch(L"package") + L"\\\" --quiet\"")));
+}
+
+TEST_F(InstallTest, ARuntimeFileThatIsHeldOpenFailsTheDeploymentOnlyWhenItMustChange) {
+  MakeHost(UsedHost(1, 24));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  const FileHandle held =
+      HoldOpen(Runtime(L"Kestrune.PrjScr"), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+  const FileHandle locked = HoldOpen(Runtime(L"Bridge.OutJob"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  MakePackage(package_, kLaterTime, "two");
+  EXPECT_TRUE(EndsSilentlyWith(40, RunQuietly(L"--install")));
+  EXPECT_EQ(FileBytes(Runtime(L"Bridge.OutJob")), "[OutputJobFile]\r\nVersion=1.0\r\none");
+}
+
+TEST_F(InstallTest, AnUpdateReplacesAllFilesAndAnOlderPackageNone) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  MakePackage(package_, kLaterTime, "two");
+  const RunOutcome outcome = Run(L"--update");
+  EXPECT_TRUE(EndsWithBox(0, Registered(host), kGood, outcome));
+  for (const std::wstring& name : RuntimeFiles()) {
+    if (name != L"Kestrune.exe") {
+      EXPECT_TRUE(FileBytes(Runtime(name)).ends_with("two")) << Utf8FromWide(name);
+      EXPECT_EQ(TimeOf(Runtime(name)), kLaterTime) << Utf8FromWide(name);
+    }
+  }
+  MakePackage(package_, kPackageTime, "three");
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--update")));
+  for (const std::wstring& name : RuntimeFiles()) {
+    EXPECT_FALSE(FileBytes(Runtime(name)).ends_with("three")) << Utf8FromWide(name);
+  }
+}
+
+TEST_F(InstallTest, ThePackageIsFoundBesideTheProgramOrUpToFiveFoldersAbove) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  const struct {
+    const wchar_t* folder;
+    int code;
+  } rows[] = {{L"package", 0},
+              {L"package\\1\\2\\3\\4\\5", 0},
+              {L"package\\1\\2\\3\\4\\5\\6", 40},
+              {L"elsewhere", 40}};
+  for (const auto& row : rows) {
+    const std::wstring program = Scratch(JoinPath(row.folder, L"Kestrune.exe"));
+    ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(program))) &&
+                CopyOver(KestrunePath(), program));
+    ASSERT_TRUE(RemoveTree(folders_.runtime));
+    PutFile(host.rcs, UsedHost(1, 24).rcs);
+    EXPECT_TRUE(EndsSilentlyWith(row.code, Finish(ProgramRun(program, L"--install --quiet"))))
+        << Utf8FromWide(row.folder);
+  }
+}
+
+TEST_F(InstallTest, TheDeployedProgramCanUpdateFromAPackage) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  MakePackage(package_, kLaterTime, "two");
+  EXPECT_TRUE(
+      EndsSilentlyWith(0, Finish(ProgramRun(Runtime(L"Kestrune.exe"),
+                                            L"--update --quiet --package " + Quoted(package_)))));
+  EXPECT_TRUE(FileBytes(Runtime(L"Kestrune.pas")).ends_with("two"));
+  EXPECT_TRUE(HasWorkingButton(host));
+}
+
+/// Gives the user another profile directory in the system's own list until the end of the scope.
+class MovedProfile {
+ public:
+  explicit MovedProfile(const std::wstring& path) {
+    RegistryKey list;
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE,
+                  L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList", 0, KEY_READ,
+                  list.Put());
+    wchar_t sid[256] = {};
+    for (DWORD index = 0; RegEnumKeyW(list.Get(), index, sid, 256) == ERROR_SUCCESS; ++index) {
+      if (std::wstring_view(sid).starts_with(L"S-1-5-21-") &&
+          RegOpenKeyExW(list.Get(), sid, 0, KEY_ALL_ACCESS, key_.Put()) == ERROR_SUCCESS) {
+        break;
+      }
+    }
+    wchar_t old_path[MAX_PATH] = {};
+    DWORD size = sizeof(old_path) - sizeof(wchar_t);
+    DWORD type = 0;
+    EXPECT_EQ(RegQueryValueExW(key_.Get(), L"ProfileImagePath", nullptr, &type,
+                               reinterpret_cast<BYTE*>(old_path), &size),
+              ERROR_SUCCESS);
+    old_path_ = old_path;
+    type_ = type;
+    Set(path);
+  }
+  MovedProfile(const MovedProfile&) = delete;
+  MovedProfile& operator=(const MovedProfile&) = delete;
+  ~MovedProfile() { Set(old_path_); }
+
+ private:
+  void Set(const std::wstring& path) const {
+    RegSetValueExW(key_.Get(), L"ProfileImagePath", 0, type_,
+                   reinterpret_cast<const BYTE*>(path.c_str()),
+                   static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
+  }
+
+  RegistryKey key_;
+  std::wstring old_path_;
+  DWORD type_ = REG_SZ;
+};
+
+TEST_F(InstallTest, ARuntimePathOutsideTheAnsiCodePageIsRefused) {
+  MakeHost(UsedHost(1, 24));
+  const MovedProfile moved(Scratch(L"\x540D\x524D"));
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(EndsWithBox(
+        40, L"Runtime path cannot be represented safely by the existing DelphiScript runtime.",
+        kBad, Run(command)));
+  }
+  EXPECT_FALSE(Exists(Scratch(L"\x540D\x524D")));
+}
+
+TEST_F(InstallTest, AnApostropheAndAnAnsiLetterInTheUsersNameDoNotMatter) {
+  const std::wstring home = Scratch(L"O'H\x00E4ra");
+  const BoxInstance instance = UsedHost(1, 24);
+  MadeInstance host = MakeHost(instance);
+  const MovedProfile moved(home);
+  host.profile = home + L"\\AppData\\Roaming\\Altium\\" + std::wstring(FileName(host.profile));
+  host.rcs = JoinPath(host.profile, L"DXP.RCS");
+  PutFile(host.rcs, instance.rcs);
+  const RunOutcome outcome = Run(L"--install");
+  EXPECT_TRUE(EndsWithBox(0, Registered(host), kGood, outcome));
+  EXPECT_TRUE(HasWorkingButton(host));
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--status")));
+}
+
+}  // namespace
+}  // namespace kestrune
