@@ -778,6 +778,11 @@ begin
   CheckNotDelivered;
 end;
 
+procedure StartLogOver(const Arguments: TStrings);
+begin
+  WriteBytes(LogPath, '');
+end;
+
 procedure ReasonsInWords;
 const
   Stamp = '[2026-3-7 9:5:2] Stage: ';
@@ -798,8 +803,7 @@ begin
   FailsWith(Stamp + 'Prepare rejected | Cannot export the Bridge temporary PCB or an embedded board'
     + ' from its temporary folder. Open the original PCB project, not Bridge.PcbDoc from Recent.',
     'Open the original');
-  // The log was started over meanwhile: it is shorter than before.
-  WriteBytes(LogPath, '');
+  BeforeStart := StartLogOver;
   FailsWith(Failed_ + '112', 'is full');
 end;
 
@@ -964,6 +968,7 @@ begin
     Check(CancelIn = 'done', 'step ' + IntToStr(I) + ' was not reached');
     Check(Boxes.Count = 0, Boxes.Text);
     CheckNotDelivered;
+    if I <= 3 then Check(Called('generate ') = 0, 'an output was run after the cancelling');
     Check(WaitForAll, 'a program does not end');
     if I < 4 then CheckTidy;
   end;
@@ -990,6 +995,30 @@ begin
   Check(CancelIn = 'done', 'step 4 was not reached');
   Check(Pauses < 50, IntToStr(Pauses) + ' pauses after the cancelling');
   CheckNotDelivered;
+end;
+
+procedure NoteExchangeFiles(const Arguments: TStrings);
+begin
+  if Arguments[1] = '--prepare' then Steps.Add(Arguments[5]);
+  if Arguments[1] = '--wait-native' then Steps.Add(Arguments[4]);
+end;
+
+// A cancelled export's program may answer while the next one waits.
+procedure EachExportHasItsOwnExchangeFiles;
+var
+  First: string;
+  I: Integer;
+begin
+  NewBoard(Board1);
+  Answers := OnlyPrepare;
+  BeforeStart := NoteExchangeFiles;
+  Press;
+  First := Steps.Text;
+  Press;
+  for I := 0 to Steps.Count - 1 do
+    if Pos(Exchange, Steps[I]) = 1 then
+      Check(Pos(Steps[I] + LineEnding, First) = 0, 'used twice: ' + Steps[I]);
+  Check(Pos(Exchange, First) > 0, First);
 end;
 
 procedure ClosingTheWindowCancels;
@@ -1186,6 +1215,7 @@ begin
   Run('UnexpectedError', UnexpectedError);
   Run('CancelInEveryStep', CancelInEveryStep);
   Run('CancelledWaitEndsAtOnce', CancelledWaitEndsAtOnce);
+  Run('EachExportHasItsOwnExchangeFiles', EachExportHasItsOwnExchangeFiles);
   Run('ClosingTheWindowCancels', ClosingTheWindowCancels);
   Run('SecondPress', SecondPress);
   Run('SecondPressWhileTheHostWorks', SecondPressWhileTheHostWorks);
