@@ -195,6 +195,7 @@ class RcsParser {
   RcsParser(std::string_view raw, const RcsParseOptions& options)
       : options_(options), lexer_(Checked(raw)) {
     document_.raw_ = raw;
+    hashes_.reserve(options.strict ? raw.size() / kUsualRecordBytes : 0);
     document_.records_.reserve(raw.size() / kUsualRecordBytes);
     document_.attributes_.reserve(raw.size() / kUsualAttributeBytes);
   }
@@ -336,7 +337,7 @@ class RcsParser {
       return ClaimIndexedName(record, name);
     }
     for (std::size_t place = seen ? record.first : end; place < end; ++place) {
-      if (document_.TextAt(record.attributes[place].name) == name) {
+      if (record.attributes[place].name.In(document_.raw_) == name) {
         return false;
       }
     }
@@ -348,13 +349,13 @@ class RcsParser {
     if (!record.names) {
       record.names.emplace();
       for (std::size_t place = record.first; place < attributes.size(); ++place) {
-        record.names->Add(document_.TextAt(attributes[place].name).Hash(),
+        record.names->Add(attributes[place].name.In(document_.raw_).Hash(),
                           static_cast<std::uint32_t>(place), [](std::uint32_t) { return false; });
       }
     }
     return record.names->Add(
         name.Hash(), static_cast<std::uint32_t>(attributes.size()),
-        [&](std::uint32_t place) { return document_.TextAt(attributes[place].name) == name; });
+        [&](std::uint32_t place) { return attributes[place].name.In(document_.raw_) == name; });
   }
 
   void CloseRecord(const OpenRecord& open, const Token& end) {
@@ -377,11 +378,8 @@ class RcsParser {
   }
 
   RcsSpan Span(const Token& token) const {
-    RcsSpan span;
-    span.begin = Offset(token.text.data());
-    span.size = static_cast<std::uint32_t>(token.text.size()) & 0x7FFFFFFF;
-    span.doubled = token.doubled ? 1 : 0;
-    return span;
+    return {Offset(token.text.data()), static_cast<std::uint32_t>(token.text.size()),
+            token.doubled};
   }
 
   // Room for a file as users have them, so that its lists need not grow.
@@ -420,8 +418,8 @@ bool RcsDocument::Parse(std::string_view raw, const RcsParseOptions& options, Rc
 RcsText RcsDocument::Attribute(const RcsRecord& record, std::string_view name) const {
   for (std::size_t i = 0; i < record.attribute_count; ++i) {
     const NamedValue& attribute = attributes_[record.first_attribute + i];
-    if (TextAt(attribute.name) == name) {
-      return TextAt(attribute.value);
+    if (attribute.name.In(raw_) == name) {
+      return attribute.value.In(raw_);
     }
   }
   return {};

@@ -75,10 +75,20 @@ class RcsText {
 };
 
 /// Where a text stands in the file: 8 bytes, as a file can hold a million of them.
-struct RcsSpan {
-  std::uint32_t begin = 0;
-  std::uint32_t size : 31 = 0;
-  std::uint32_t doubled : 1 = 0;
+class RcsSpan {
+ public:
+  RcsSpan() = default;
+  RcsSpan(std::uint32_t begin, std::uint32_t size, bool doubled)
+      : begin_(begin), size_and_doubled_(size << 1 | (doubled ? 1U : 0U)) {}
+
+  RcsText In(std::string_view raw) const {
+    return {std::string_view(raw.data() + begin_, size_and_doubled_ >> 1),
+            (size_and_doubled_ & 1) != 0};
+  }
+
+ private:
+  std::uint32_t begin_ = 0;
+  std::uint32_t size_and_doubled_ = 0;
 };
 
 /// One record. Records lie in file order, parents before their children, so a record's
@@ -117,7 +127,7 @@ class RcsDocument {
   std::string_view raw() const { return raw_; }
   const std::vector<RcsRecord>& records() const { return records_; }
 
-  RcsText Identifier(const RcsRecord& record) const { return TextAt(record.identifier); }
+  RcsText Identifier(const RcsRecord& record) const { return record.identifier.In(raw_); }
   /// The value of an attribute; the empty text when the record lacks it.
   RcsText Attribute(const RcsRecord& record, std::string_view name) const;
   /// The place of the record with this identifier, or kNoRcsItem. Strictly parsed documents only.
@@ -130,10 +140,6 @@ class RcsDocument {
     RcsSpan name;
     RcsSpan value;
   };
-
-  RcsText TextAt(RcsSpan span) const {
-    return {std::string_view(raw_.data() + span.begin, span.size), span.doubled != 0};
-  }
 
   std::string_view raw_;
   std::vector<RcsRecord> records_;
