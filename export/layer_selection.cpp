@@ -1,7 +1,7 @@
 #include "export/layer_selection.h"
 
 #include <algorithm>
-#include <unordered_map>
+#include <utility>
 
 #include "common/text.h"
 
@@ -21,9 +21,6 @@ struct Field {
   std::string_view value;
 };
 
-/// From the key of a plot field to whether the layer that its name field names is used.
-using LayerMap = std::unordered_map<std::string_view, bool>;
-
 bool SplitAtEquals(std::string_view text, Field& field) {
   const std::size_t equals = text.find('=');
   if (equals == std::string_view::npos) {
@@ -31,6 +28,12 @@ bool SplitAtEquals(std::string_view text, Field& field) {
   }
   field = {text.substr(0, equals), text.substr(equals + 1)};
   return true;
+}
+
+/// The text up to its first carriage return or line feed.
+std::string_view FirstLine(std::string_view text) {
+  const std::string_view line = text.substr(0, text.find('\n'));
+  return line.substr(0, line.find('\r'));
 }
 
 /// Calls `visit` with each of the separated parts, empty ones included.
@@ -46,44 +49,89 @@ void ForEachPart(std::string_view text, char separator, Visit visit) {
   }
 }
 
+void NormaliseLayerName(std::string_view name, std::string& normalised) {
+  normalised.clear();
+  for (const char c : name) {
+    if (IsAsciiAlphanumeric(c)) {
+      normalised.push_back(LowerAscii(c));
+    }
+  }
+}
+
+/// A plot field of a layer, and whether the board uses the layer.
+struct LayerField {
+  std::string_view key;
+  bool used = false;
+};
+
+bool KeyIsLess(const LayerField& left, const LayerField& right) {
+  return left.key < right.key;
+}
+
+/// The layer fields of one configuration line in the order of their keys. A line may have millions
+/// of fields, mostly in this order already, so a search begins where the last one ended.
+class LayerMap {
+ public:
+  /// `fields` in the order of the line; the last one of a key counts.
+  explicit LayerMap(std::vector<LayerField> fields) : fields_(std::move(fields)) {
+    std::reverse(fields_.begin(), fields_.end());
+    std::stable_sort(fields_.begin(), fields_.end(), KeyIsLess);
+    const auto same_key = [](const LayerField& left, const LayerField& right) {
+      return left.key == right.key;
+    };
+    fields_.erase(std::unique(fields_.begin(), fields_.end(), same_key), fields_.end());
+  }
+
+  std::optional<bool> Find(std::string_view key) {
+    const LayerField sought{key};
+    const bool is_here = (next_ == 0 || KeyIsLess(fields_[next_ - 1], sought)) &&
+                         (next_ == fields_.size() || !KeyIsLess(fields_[next_], sought));
+    if (!is_here) {
+      const auto found = std::lower_bound(fields_.begin(), fields_.end(), sought, KeyIsLess);
+      next_ = static_cast<std::size_t>(found - fields_.begin());
+    }
+    if (next_ == fields_.size() || fields_[next_].key != key) {
+      return std::nullopt;
+    }
+    return fields_[next_++].used;
+  }
+
+ private:
+  std::vector<LayerField> fields_;
+  std::size_t next_ = 0;
+};
+
 LayerMap ReadLayerMap(std::string_view configuration, const UsedLayers& used) {
-  LayerMap map;
+  std::vector<LayerField> fields;
+  std::string name;
   ForEachPart(configuration, '|', [&](std::string_view part) {
     Field field;
-    if (SplitAtEquals(part, field) && field.key.starts_with(kPlotV7) &&
+    if (part.starts_with(kPlotV7) && SplitAtEquals(part, field) && field.key.starts_with(kPlotV7) &&
         field.key.ends_with(kName)) {
       field.key.remove_suffix(kName.size());
-      map[field.key] = used.layer_names.contains(NormalisedLayerName(field.value));
+      NormaliseLayerName(field.value, name);
+      fields.push_back({field.key, used.layer_names.contains(name)});
     }
   });
-  return map;
+  return LayerMap(std::move(fields));
 }
 
 /// Whether the field must be on; nothing for a field that is no plot field.
-std::optional<bool> WantedState(std::string_view key, const UsedLayers& used, const LayerMap& map) {
+std::optional<bool> WantedState(std::string_view key, const UsedLayers& used, LayerMap& map) {
   if (key.starts_with(kAddToAllPlots)) {
     return false;
   }
   if (key.starts_with(kPlot) && key.ends_with(kPlot)) {
     return used.plot_keys.contains(LowerAscii(key));
   }
-  if (key.starts_with(kMappedKey)) {
-    if (const auto found = map.find(key); found != map.end()) {
-      return found->second;
-    }
-  }
-  return std::nullopt;
+  return key.starts_with(kMappedKey) ? map.Find(key) : std::nullopt;
 }
 
 }  // namespace
 
 std::string NormalisedLayerName(std::string_view name) {
   std::string normalised;
-  for (const char c : name) {
-    if (IsAsciiAlphanumeric(c)) {
-      normalised.push_back(LowerAscii(c));
-    }
-  }
+  NormaliseLayerName(name, normalised);
   return normalised;
 }
 
@@ -113,25 +161,26 @@ std::optional<LayerSelection> SelectLayers(std::string_view out_job, const UsedL
   }
   LayerSelection selection;
   selection.begin = found + kConfiguration.size();
-  selection.end = std::min(out_job.find_first_of("\r\n", selection.begin), out_job.size());
-  const std::string_view old = out_job.substr(selection.begin, selection.end - selection.begin);
-  const LayerMap map = ReadLayerMap(old, used);
+  const std::string_view old = FirstLine(out_job.substr(selection.begin));
+  selection.end = selection.begin + old.size();
+  selection.value.reserve(old.size());
+  LayerMap map = ReadLayerMap(old, used);
 
+  std::size_t copied = 0;
   ForEachPart(old, '|', [&](std::string_view part) {
-    if (part.data() != old.data()) {
-      selection.value.push_back('|');
-    }
     Field field;
     const std::optional<bool> wanted =
         SplitAtEquals(part, field) ? WantedState(field.key, used, map) : std::nullopt;
     const std::string_view value = wanted.value_or(false) ? "True" : "False";
     if (!wanted || field.value == value) {
-      selection.value.append(part);
       return;
     }
-    selection.value.append(field.key).append("=").append(value);
+    const auto value_begin = static_cast<std::size_t>(field.value.data() - old.data());
+    selection.value.append(old.substr(copied, value_begin - copied)).append(value);
     selection.changes.push_back({std::string(field.key), *wanted});
+    copied = value_begin + field.value.size();
   });
+  selection.value.append(old.substr(copied));
   return selection;
 }
 
