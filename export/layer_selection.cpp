@@ -74,6 +74,12 @@ class LayerMap {
  public:
   /// `fields` in the order of the line; the last one of a key counts.
   explicit LayerMap(std::vector<LayerField> fields) : fields_(std::move(fields)) {
+    const auto not_ascending = [](const LayerField& left, const LayerField& right) {
+      return !KeyIsLess(left, right);
+    };
+    if (std::adjacent_find(fields_.begin(), fields_.end(), not_ascending) == fields_.end()) {
+      return;
+    }
     std::reverse(fields_.begin(), fields_.end());
     std::stable_sort(fields_.begin(), fields_.end(), KeyIsLess);
     const auto same_key = [](const LayerField& left, const LayerField& right) {
@@ -83,20 +89,24 @@ class LayerMap {
   }
 
   std::optional<bool> Find(std::string_view key) {
-    const LayerField sought{key};
-    const bool is_here = (next_ == 0 || KeyIsLess(fields_[next_ - 1], sought)) &&
-                         (next_ == fields_.size() || !KeyIsLess(fields_[next_], sought));
-    if (!is_here) {
+    if (!IsNext(key)) {
+      const LayerField sought{key};
+      const bool lies_before_next = (next_ == 0 || KeyIsLess(fields_[next_ - 1], sought)) &&
+                                    (next_ == fields_.size() || KeyIsLess(sought, fields_[next_]));
+      if (lies_before_next) {
+        return std::nullopt;
+      }
       const auto found = std::lower_bound(fields_.begin(), fields_.end(), sought, KeyIsLess);
       next_ = static_cast<std::size_t>(found - fields_.begin());
     }
-    if (next_ == fields_.size() || fields_[next_].key != key) {
-      return std::nullopt;
-    }
-    return fields_[next_++].used;
+    return IsNext(key) ? std::optional(fields_[next_++].used) : std::nullopt;
   }
 
  private:
+  bool IsNext(std::string_view key) const {
+    return next_ < fields_.size() && fields_[next_].key == key;
+  }
+
   std::vector<LayerField> fields_;
   std::size_t next_ = 0;
 };

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <random>
+
 #include "tests/support/layer_edit.h"
 
 namespace kestrune {
@@ -228,6 +231,34 @@ TEST(LayerSelection, AnEmptyManifestSwitchesEveryPlotFieldOff) {
   EXPECT_EQ(
       SelectFields("PlotTopPlot=True|Plot_V7_1=True|Plot_V7_1_name=A|Compression_zip=True", ""),
       "PlotTopPlot=False|Plot_V7_1=False|Plot_V7_1_name=A|Compression_zip=True");
+}
+
+TEST(LayerSelection, TheOrderOfTheFieldsDecidesNothing) {
+  std::vector<std::string> fields;
+  std::string manifest;
+  for (int i = 0; i < 150; ++i) {
+    const std::string n = std::to_string(i);
+    fields.push_back("Plot_V7_" + n + "=");
+    if (i % 5 != 0) {
+      fields.push_back("Plot_V7_" + n + "_name=Layer " + n);
+    }
+    if (i % 3 == 0) {
+      manifest += "LayerName=LAYER_" + n + "\n";
+    }
+  }
+  std::mt19937 random(7);
+  for (int round = 0; round < 20; ++round) {
+    std::string line;
+    std::string expected;
+    for (const std::string& field : fields) {
+      const int n = std::stoi(field.substr(8));
+      const std::string value = n % 5 == 0 ? "" : n % 3 == 0 ? "True" : "False";
+      line += field + "|";
+      expected += field.ends_with('=') ? field + value + "|" : field + "|";
+    }
+    EXPECT_EQ(SelectFields(line, manifest), expected);
+    std::shuffle(fields.begin(), fields.end(), random);
+  }
 }
 
 TEST(LayerSelection, SelectingTwiceChangesNothingMore) {
