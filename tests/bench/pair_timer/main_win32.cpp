@@ -1,0 +1,98 @@
+// pair_timer.exe COUNT PAUSE_MS CODE_A LINE_A CODE_B LINE_B: starts two command lines in turn,
+// COUNT times each, and times each from its start to its exit. Which of the two comes first changes
+// from pair to pair. A start that does not end with its code fails the measurement.
+//
+// Prints one line: median of A and of B in milliseconds, then median, lower and upper quartile of
+// the ratios A/B of the pairs.
+#include <windows.h>
+#include <shellapi.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/owners_win32.h"
+
+namespace {
+
+struct Program {
+  DWORD code = 0;
+  std::wstring line;
+};
+
+/// Milliseconds from start to exit; nothing when it ended otherwise than expected.
+std::optional<double> Time(const Program& program) {
+  std::wstring line = program.line;
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION process = {};
+  LARGE_INTEGER frequency = {};
+  LARGE_INTEGER begin = {};
+  LARGE_INTEGER end = {};
+  QueryPerformanceFrequency(&frequency);
+  QueryPerformanceCounter(&begin);
+  if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                      &process)) {
+    return std::nullopt;
+  }
+  const kestrune::KernelHandle thread(process.hThread);
+  const kestrune::KernelHandle owner(process.hProcess);
+  DWORD code = 0;
+  if (WaitForSingleObject(owner.Get(), 120'000) != WAIT_OBJECT_0) {
+    TerminateProcess(owner.Get(), 1);
+    return std::nullopt;
+  }
+  QueryPerformanceCounter(&end);
+  if (!GetExitCodeProcess(owner.Get(), &code) || code != program.code) {
+    return std::nullopt;
+  }
+  return 1000.0 * static_cast<double>(end.QuadPart - begin.QuadPart) /
+         static_cast<double>(frequency.QuadPart);
+}
+
+double Quantile(std::vector<double> values, double part) {
+  std::sort(values.begin(), values.end());
+  return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
+}
+
+int Measure(const Program& a, const Program& b, unsigned long count, DWORD pause) {
+  std::vector<double> times_a;
+  std::vector<double> times_b;
+  std::vector<double> ratios;
+  for (unsigned long i = 0; i < count + 1; ++i) {
+    const bool a_first = i % 2 == 0;
+    const std::optional<double> first = Time(a_first ? a : b);
+    Sleep(pause);
+    const std::optional<double> second = Time(a_first ? b : a);
+    Sleep(pause);
+    if (!first || !second) {
+      std::fprintf(stderr, "a program did not end as expected\n");
+      return 1;
+    }
+    if (i == 0) {
+      continue;  // the first pair warms caches
+    }
+    times_a.push_back(a_first ? *first : *second);
+    times_b.push_back(a_first ? *second : *first);
+    ratios.push_back(times_a.back() / times_b.back());
+  }
+  std::printf("%.1f %.1f %.3f %.3f %.3f\n", Quantile(times_a, 0.5), Quantile(times_b, 0.5),
+              Quantile(ratios, 0.5), Quantile(ratios, 0.25), Quantile(ratios, 0.75));
+  return 0;
+}
+
+}  // namespace
+
+int main() {
+  int count = 0;
+  const kestrune::LocalMemory<wchar_t*> owner(CommandLineToArgvW(GetCommandLineW(), &count));
+  if (!owner || count != 7) {
+    std::fprintf(stderr, "pair_timer COUNT PAUSE_MS CODE_A LINE_A CODE_B LINE_B\n");
+    return 2;
+  }
+  wchar_t* const* const arguments = owner.Get();
+  const auto number = [&](int i) { return std::wcstoul(arguments[i], nullptr, 10); };
+  return Measure({number(3), arguments[4]}, {number(5), arguments[6]}, number(1), number(2));
+}

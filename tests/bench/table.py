@@ -1,0 +1,44 @@
+#!/usr/bin/env python3
+"""table.py FOLDER MEGABYTES: the results of one run of tools/bench as a table for the README."""
+import json
+import pathlib
+import platform
+import sys
+
+folder, megabytes = pathlib.Path(sys.argv[1]), sys.argv[2]
+
+
+def pair(name):
+    a, b, ratio, low, high = (folder / f"{name}.txt").read_text().split()
+    return f"{a} ms | {b} ms | {ratio} ({low} to {high})"
+
+
+def benchmarks(path):
+    """Medians where a benchmark was repeated, else the only result; in nanoseconds."""
+    scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+    data = json.loads(path.read_text())["benchmarks"]
+    medians = [b for b in data if b.get("aggregate_name") == "median"]
+    for b in medians or [b for b in data if b.get("run_type") == "iteration"]:
+        name = b.get("run_name", b["name"])
+        yield name, b["real_time"] * scale[b["time_unit"]], b.get("bytes_per_second")
+
+
+def shown(nanoseconds):
+    for limit, unit in ((1e3, "ns"), (1e6, "us"), (1e9, "ms")):
+        if nanoseconds < limit:
+            return f"{nanoseconds / (limit / 1e3):.3g} {unit}"
+    return f"{nanoseconds / 1e9:.3g} s"
+
+
+print(f"Machine: {platform.machine()}, {platform.system()} {platform.release()}\n")
+print("| Whole starts under Wine, in pairs | Kestrune | baseline | ratio, median (quartiles) |")
+print("|---|---|---|---|")
+print(f"| start to exit of a mode that does nothing, against an empty program with the same import "
+      f"list | {pair('start')} |")
+print(f"| `--finalize` of {megabytes} MiB to an application, against one `CopyFileW` | {pair('copy')} |")
+print("\n| Native benchmark | time | throughput |")
+print("|---|---|---|")
+for path in sorted(folder.glob("*_bench.json")):
+    for name, time, speed in benchmarks(path):
+        throughput = f"{speed / 2**20:.0f} MiB/s" if speed else ""
+        print(f"| {path.stem.removesuffix('_bench')}: {name} | {shown(time)} | {throughput} |")
