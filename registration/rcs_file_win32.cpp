@@ -277,7 +277,11 @@ void RcsFile::RollBack(const std::wstring& saved_path) {
 void RcsFile::RestoreFrom(const std::string& saved) {
   // Where our own replacement lost the file, nobody else's can be overwritten.
   const bool fills_gap = lost_ && IsMissing();
-  if (fills_gap && DigestOf(files_.displaced) == planned_digest_ && MoveDisplacedIntoGap()) {
+  if (fills_gap && MoveDisplacedIntoGap()) {
+    // The old file itself is back; what it holds is the user's, even if it is not what was saved.
+    if (DigestOf(path_) != planned_digest_) {
+      throw Refusal(kForeignContent);
+    }
     return;
   }
   if (!fills_gap) {

@@ -16,7 +16,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include "common/failure.h"
@@ -28,6 +27,7 @@
 #include "registration/toolbar_edit.h"
 #include "registration/transaction.h"
 #include "registration/windows_store_win32.h"
+#include "tests/support/observed_calls_win32.h"
 
 namespace altium_registration {
 namespace {
@@ -55,75 +55,31 @@ struct Arguments {
 }
 
 /// The real calls with a point before and after each, at which the process may end.
-class MortalCalls final : public SystemCalls {
+class MortalCalls final : public ObservedCalls {
  public:
   explicit MortalCalls(const Arguments& arguments) : arguments_(arguments) {}
 
   [[nodiscard]] unsigned long Points() const { return points_; }
 
-  HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
-                SECURITY_ATTRIBUTES* security, DWORD disposition) override {
-    return Around(
-        [&] { return SystemCalls::Create(path, access, sharing, security, disposition); });
-  }
-  BOOL Write(HANDLE file, const void* bytes, DWORD size, DWORD* written) override {
-    return Around([&] { return SystemCalls::Write(file, bytes, size, written); });
-  }
-  BOOL Flush(HANDLE file) override {
-    return Around([&] { return SystemCalls::Flush(file); });
-  }
-  BOOL CopyNew(const std::wstring& source, const std::wstring& target) override {
-    return Around([&] { return SystemCalls::CopyNew(source, target); });
-  }
-  BOOL MakeDirectory(const std::wstring& path) override {
-    return Around([&] { return SystemCalls::MakeDirectory(path); });
-  }
   BOOL Replace(const std::wstring& replaced, const std::wstring& replacement,
                const std::wstring& displaced) override {
     if (arguments_.die_half_way) {
       SystemCalls::Move(replaced, displaced, 0);
       EndProcess();
     }
-    return Around([&] { return SystemCalls::Replace(replaced, replacement, displaced); });
-  }
-  BOOL Move(const std::wstring& source, const std::wstring& target, DWORD flags) override {
-    return Around([&] { return SystemCalls::Move(source, target, flags); });
-  }
-  BOOL Delete(const std::wstring& path) override {
-    return Around([&] { return SystemCalls::Delete(path); });
-  }
-  BOOL GetSecurity(const std::wstring& path, SECURITY_INFORMATION parts, void* descriptor,
-                   DWORD size, DWORD* needed) override {
-    return Around([&] { return SystemCalls::GetSecurity(path, parts, descriptor, size, needed); });
-  }
-  BOOL SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts,
-                   void* descriptor) override {
-    return Around([&] { return SystemCalls::SetSecurity(path, parts, descriptor); });
-  }
-  LSTATUS CreateKey(const std::wstring& path, HKEY* key) override {
-    return Around([&] { return SystemCalls::CreateKey(path, key); });
-  }
-  LSTATUS SetValue(HKEY key, const std::wstring& name, DWORD type, const void* data,
-                   DWORD size) override {
-    return Around([&] { return SystemCalls::SetValue(key, name, type, data, size); });
-  }
-  LSTATUS DeleteValue(HKEY key, const std::wstring& name) override {
-    return Around([&] { return SystemCalls::DeleteValue(key, name); });
+    return ObservedCalls::Replace(replaced, replacement, displaced);
   }
 
+ protected:
+  bool Before(std::string_view) override { return Point(); }
+  bool After(std::string_view) override { return Point(); }
+
  private:
-  template <class Call>
-  std::invoke_result_t<Call> Around(Call call) {
-    Point();
-    const auto answer = call();
-    Point();
-    return answer;
-  }
-  void Point() {
-    const kestrune::LastErrorKeeper keeper;
+  bool Point() {
     if (++points_ == arguments_.die_at) {
       EndProcess();
     }
+    return true;
   }
 
   const Arguments& arguments_;

@@ -135,6 +135,18 @@ TEST(Transaction, TemporaryFileThatReadsBackDifferentlyIsNeverCommitted) {
   EXPECT_EQ(run.world.rcs, "old");
 }
 
+TEST(Transaction, TemporaryFileWithAnotherTextIsNeverCommittedHoweverValid) {
+  Fixture run;
+  run.change.validate = [](std::string_view text) { return text != "old"; };
+  EXPECT_FALSE(run.Run({}, [](std::string_view call, ModelWorld& world) {
+    if (call == "ReadReplacement#1") {
+      world.temporary = "another";
+    }
+  }));
+  EXPECT_EQ(run.message,
+            L"Temporary file validation failed. Rollback complete (or no owned writes).");
+}
+
 TEST(Transaction, FirstFailingCheckNamesTheOutcome) {
   Fixture run;
   run.world.values.push_back(Entry(L"Item7", L"F"));

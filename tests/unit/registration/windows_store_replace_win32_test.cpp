@@ -312,6 +312,22 @@ TEST_F(WindowsStoreReplaceTest, FileLostHalfWayComesBackFromItsDisplacedName) {
   CloseAndExpectNothingLeft();
 }
 
+TEST_F(WindowsStoreReplaceTest, FileLostHalfWayWithAnotherProgramsTextComesBackWithIt) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+  };
+  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  });
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  EXPECT_EQ(RollBack(), kForeignContent);
+  EXPECT_EQ(Rcs(), "foreign!");
+  CloseAndExpectNothingLeft();
+}
+
 TEST_F(WindowsStoreReplaceTest, FileLostAltogetherComesBackFromTheBackup) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring&, BOOL& answer) {

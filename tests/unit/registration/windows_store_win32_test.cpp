@@ -366,8 +366,10 @@ TEST_F(WindowsStoreTest, TemporaryFilesOfDeadRunsAreClearedAndThoseOfLiveRunsSta
 TEST_F(WindowsStoreTest, DisplacedFileIsNeverClearedWhileTheFileIsMissing) {
   WriteFileBytes(profile.Rcs() + L".odbpp-4294967292_1_1.old.tmp", "displaced");
   DeleteFileW(profile.Rcs().c_str());
-  ClearLeftovers(*calls, kestrune::ExtendedPath(profile.Rcs()), profile.Directory());
-  EXPECT_EQ(profile.Leftovers(), Names{L"DXP.RCS.odbpp-4294967292_1_1.old.tmp"});
+  const std::wstring elsewhere = profile.Directory() + L"\\elsewhere";
+  ASSERT_TRUE(kestrune::CreateDirectories(elsewhere));
+  ClearLeftovers(*calls, kestrune::ExtendedPath(profile.Rcs()), elsewhere);
+  EXPECT_EQ(profile.Leftovers(), (Names{L"DXP.RCS.odbpp-4294967292_1_1.old.tmp", L"elsewhere"}));
 }
 
 }  // namespace
