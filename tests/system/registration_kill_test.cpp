@@ -39,7 +39,7 @@ constexpr int kForeignProjects = 24;
 
 std::string OldRcs() {
   std::string text = "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\nEnd\r\n";
-  for (int i = 0; i < 4000; ++i) {
+  for (int i = 0; i < 400; ++i) {
     const std::string n = std::to_string(i);
     text += "PL User" + n + " Command='Foreign:Command" + n + "' Caption='It''s mine' End\r\n";
   }
