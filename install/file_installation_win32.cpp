@@ -69,9 +69,12 @@ bool CopyContent(HANDLE source, HANDLE target, Copying copying, InstallCalls& ca
     }
     MarkUnfinished(target, copying, calls);
   }
+  if (!calls.Truncate(target)) {
+    return false;
+  }
+  MarkUnfinished(target, copying, calls);
   std::uint64_t time = 0;
-  return calls.Truncate(target) && calls.Flush(target) && calls.GetTime(source, time) &&
-         calls.SetTime(target, time);
+  return calls.Flush(target) && calls.GetTime(source, time) && calls.SetTime(target, time);
 }
 
 bool ReadTargetTime(const WIN32_FILE_ATTRIBUTE_DATA& data, std::uint64_t& time) {

@@ -1,0 +1,169 @@
+#include "install/host_discovery_win32.h"
+
+#include <gtest/gtest.h>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "install/package_locator_win32.h"
+#include "tests/support/install_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+class HostDiscovery : public InstallTest {
+ protected:
+  /// The only instance; an empty record with a failed expectation when there are others.
+  static HostInstance Only(const InstallerOptions& options = {}) {
+    const std::vector<HostInstance> found = DiscoverHostInstances(options);
+    EXPECT_EQ(found.size(), 1U);
+    return found.size() == 1 ? found[0] : HostInstance();
+  }
+};
+
+TEST_F(HostDiscovery, FillsTheWholeRecord) {
+  const MadeInstance made = MakeHost(UsedHost(1, 24));
+  const HostInstance host = Only();
+  EXPECT_EQ(host.display_name, L"Altium Designer");
+  EXPECT_EQ(host.version_text, L"24.1.2.44");
+  EXPECT_EQ(host.version.major, 24);
+  EXPECT_EQ(host.version.minor, 1);
+  EXPECT_EQ(host.version.build, 2);
+  EXPECT_EQ(host.guid, made.guid);
+  EXPECT_EQ(host.install_location, made.directory);
+  EXPECT_EQ(host.display_icon, L"\"" + made.program + L"\",0");
+  EXPECT_NE(host.uninstall_string.find(L"B-UniqueID:"), std::wstring::npos);
+  EXPECT_EQ(host.executable, made.program);
+  EXPECT_EQ(host.resource_path, made.resource);
+  EXPECT_EQ(host.profile_directory, made.profile);
+  EXPECT_EQ(host.registry_branch, made.branch);
+  EXPECT_EQ(host.rcs_path, made.rcs);
+  EXPECT_FALSE(host.needs_verification);
+  EXPECT_EQ(host.reason, L"");
+  EXPECT_TRUE(host.in_64_bit_view);
+}
+
+TEST_F(HostDiscovery, TheThirtyTwoBitViewWinsAndComesFirst) {
+  BoxInstance twin = UsedHost(1, 24);
+  MakeHost(twin);
+  twin.in_64_bit_view = false;
+  twin.version = L"23.0.1";
+  MakeHost(twin);
+  MakeHost(UsedHost(2, 24));
+  MakeHost(UsedHost(3, 17));
+  const std::vector<HostInstance> found = DiscoverHostInstances({});
+  ASSERT_EQ(found.size(), 3U);
+  EXPECT_FALSE(found[0].in_64_bit_view);
+  EXPECT_FALSE(found[1].in_64_bit_view);
+  EXPECT_TRUE(found[2].in_64_bit_view);
+  EXPECT_EQ(found[0].version_text, L"23.0.1");
+  EXPECT_EQ(found[1].version_text, L"17.1.2.44");
+  // A twin that the filter passes over has taken the GUID all the same.
+  InstallerOptions filter;
+  filter.major = 24;
+  filter.profile = found[0].guid;
+  EXPECT_TRUE(DiscoverHostInstances(filter).empty());
+}
+
+TEST_F(HostDiscovery, ForeignAndDamagedEntriesArePassedOver) {
+  const MadeInstance made = MakeHost(UsedHost(1, 24));
+  for (const wchar_t* name : {L"Altium Designer Viewer", L"altium designer 24..1", L"", L"Other"}) {
+    SetEntryText(made, L"DisplayName", name);
+    EXPECT_TRUE(DiscoverHostInstances({}).empty());
+  }
+  SetEntryText(made, L"DisplayName", nullptr);
+  EXPECT_TRUE(DiscoverHostInstances({}).empty());
+  SetEntryText(made, L"DisplayName", L"ALTIUM DESIGNER 24.1");
+  EXPECT_EQ(Only().guid, made.guid);
+  for (const wchar_t* text : {L"setup.exe", L"B-UniqueID:\"{1234}\"", L""}) {
+    SetEntryText(made, L"UninstallString", text);
+    EXPECT_TRUE(DiscoverHostInstances({}).empty());
+  }
+}
+
+TEST_F(HostDiscovery, TheProgramIsTheIconsElseTheNewerNamesElseTheOlder) {
+  const MadeInstance made = MakeHost(UsedHost(1, 24));
+  const std::wstring dxp = JoinPath(made.directory, L"dxp.exe");
+  PutFile(dxp, "x");
+  const std::pair<std::wstring, std::wstring> rows[] = {
+      {L"\"" + dxp + L"\",0", dxp},
+      {dxp + L",0", dxp},
+      {dxp, dxp},
+      {L"\"" + made.directory + L"\\other.ico\"", made.program},
+      {L"\"C:\\missing\\dxp.exe\"", made.program},
+      {L"\"" + made.directory + L"\\System\"", made.program},
+      {L"", made.program}};
+  for (const auto& [icon, program] : rows) {
+    SetEntryText(made, L"DisplayIcon", icon.c_str());
+    EXPECT_EQ(Only().executable, program);
+  }
+  ASSERT_TRUE(DeleteFileW(made.program.c_str()));
+  EXPECT_EQ(Only().executable, dxp);
+  // A folder of that name is no program.
+  ASSERT_TRUE(DeleteFileW(dxp.c_str()));
+  ASSERT_TRUE(CreateDirectories(dxp));
+  EXPECT_EQ(Only().executable, L"");
+  EXPECT_EQ(Only().resource_path, L"");
+  EXPECT_FALSE(Only().needs_verification);
+}
+
+TEST_F(HostDiscovery, AnEmptyInstallLocationNamesNoProgram) {
+  const MadeInstance made = MakeHost(UsedHost(1, 24));
+  SetEntryText(made, L"DisplayIcon", nullptr);
+  SetEntryText(made, L"InstallLocation", nullptr);
+  const std::wstring root_program = L"C:\\X2.exe";
+  PutFile(root_program, "x");
+  EXPECT_EQ(Only().executable, L"");
+  DeleteFileW(root_program.c_str());
+}
+
+TEST_F(HostDiscovery, AStatusThatCannotBeAskedEndsIt) {
+  if (!RunsUnderWine()) {
+    GTEST_SKIP() << "a path that Windows can say nothing about is known for Wine only";
+  }
+  MakeHost(UsedHost(1, 24));
+  SetEntryText(MakeHost(UsedHost(2, 24)), L"InstallLocation", L"\\\\.\\nothing");
+  SetEntryText(PlaceOf(UsedHost(2, 24)), L"DisplayIcon", L"");
+  try {
+    static_cast<void>(DiscoverHostInstances({}));
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.text, L"status");
+    EXPECT_NE(failure.code, 0U);
+  }
+}
+
+TEST_F(HostDiscovery, ValuesOfOtherTypesReadAsEmpty) {
+  const MadeInstance made = MakeHost(UsedHost(1, 24));
+  RegistryKey entry;
+  RegOpenKeyExW(
+      HKEY_LOCAL_MACHINE,
+      (L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" + made.uninstall_entry).c_str(),
+      0, KEY_ALL_ACCESS | KEY_WOW64_64KEY, entry.Put());
+  const DWORD number = 24;
+  RegSetValueExW(entry.Get(), L"DisplayVersion", 0, REG_DWORD,
+                 reinterpret_cast<const BYTE*>(&number), sizeof(number));
+  const wchar_t location[] = L"%SystemDrive%\\x";
+  RegSetValueExW(entry.Get(), L"InstallLocation", 0, REG_EXPAND_SZ,
+                 reinterpret_cast<const BYTE*>(location), sizeof(location));
+  EXPECT_EQ(Only().version_text, L"");
+  EXPECT_EQ(Only().version.major, 0);
+  EXPECT_EQ(Only().install_location, location);
+}
+
+TEST_F(HostDiscovery, ThePackageLocatorGivesTheNearestPackage) {
+  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"Kestrune.exe")), package_);
+  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"a\\b\\Kestrune.exe")), package_);
+  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"1\\2\\3\\4\\5\\Kestrune.exe")), package_);
+  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"1\\2\\3\\4\\5\\6\\Kestrune.exe")), L"");
+  MakePackage(JoinPath(package_, L"1"), kPackageTime, "inner");
+  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"1\\2\\Kestrune.exe")),
+            JoinPath(package_, L"1"));
+  ASSERT_TRUE(DeleteFileW(JoinPath(package_, L"1\\Script\\Kestrune.pas").c_str()));
+  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"1\\2\\Kestrune.exe")), package_);
+  EXPECT_EQ(FindPackageDirectory(L"Kestrune.exe"), L"");
+  EXPECT_EQ(FindPackageDirectory(L""), L"");
+}
+
+}  // namespace
+}  // namespace kestrune

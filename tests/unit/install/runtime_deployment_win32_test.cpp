@@ -1,0 +1,158 @@
+#include "install/runtime_deployment_win32.h"
+
+#include <gtest/gtest.h>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "common/sha256_win32.h"
+#include "install/runtime_script_win32.h"
+#include "tests/support/install_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+class RuntimeDeployment : public InstallTest {
+ protected:
+  void SetUp() override {
+    InstallTest::SetUp();
+    program_ = Scratch(L"program\\Kestrune.exe");
+    PutFile(program_, "program");
+    SetTimeOf(program_, kPackageTime);
+  }
+
+  bool Deploy() { return DeployRuntime(package_, program_, message_); }
+
+  std::wstring program_;
+  std::wstring message_;
+};
+
+TEST_F(RuntimeDeployment, ASecondOneTouchesNothing) {
+  ASSERT_TRUE(Deploy());
+  const Snapshot before = TakeSnapshot();
+  ASSERT_TRUE(Deploy());
+  EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
+}
+
+TEST_F(RuntimeDeployment, AMissingFileStopsThereWithoutMessage) {
+  const std::wstring files[] = {
+      L"Script\\Kestrune.PrjScr",          L"Script\\Kestrune_WaitForm.pas",
+      L"Script\\Kestrune_WaitForm.dfm",    L"Runtime\\Bridge.OutJob",
+      L"Assets\\odbpp-toolbar-legacy.bmp", L"Assets\\odbpp-toolbar-activebar.png",
+      L"Assets\\odbpp-toolbar-ad26-16.png"};
+  std::size_t installed_before = 1;
+  for (const std::wstring& file : files) {
+    ASSERT_TRUE(RemoveTree(folders_.runtime));
+    MakePackage(package_, kPackageTime, "");
+    ASSERT_TRUE(DeleteFileW(JoinPath(package_, file).c_str()));
+    EXPECT_FALSE(Deploy());
+    EXPECT_EQ(message_, L"");
+    EXPECT_EQ(NamesIn(folders_.runtime).size(), installed_before++);
+    // A folder in its place is no file either.
+    ASSERT_TRUE(CreateDirectories(JoinPath(package_, file)));
+    EXPECT_FALSE(Deploy());
+    EXPECT_EQ(message_, L"");
+    ASSERT_TRUE(RemoveTree(JoinPath(package_, file)));
+  }
+  program_ = Scratch(L"program\\missing.exe");
+  EXPECT_FALSE(Deploy());
+  EXPECT_EQ(message_, L"");
+}
+
+TEST_F(RuntimeDeployment, AMissingTemplateComesLast) {
+  const std::wstring script = JoinPath(package_, L"Script\\Kestrune.pas");
+  ASSERT_TRUE(DeleteFileW(script.c_str()));
+  EXPECT_FALSE(Deploy());
+  EXPECT_EQ(message_, L"Cannot establish source last-write time: " + script);
+  EXPECT_EQ(NamesIn(folders_.runtime).size(), 8U);
+}
+
+TEST_F(RuntimeDeployment, AFileWhereTheRuntimeShouldBeIsInTheWay) {
+  PutFile(folders_.runtime, "x");
+  EXPECT_FALSE(Deploy());
+  EXPECT_EQ(message_, L"Cannot create the Bridge runtime directory.");
+}
+
+TEST_F(RuntimeDeployment, AFailureLeavesTheFilesOfEarlierRows) {
+  ASSERT_TRUE(CreateDirectories(Runtime(L"Bridge.OutJob")));
+  EXPECT_FALSE(Deploy());
+  EXPECT_EQ(message_, L"Cannot establish target last-write time; file preserved: " +
+                          Runtime(L"Bridge.OutJob"));
+  EXPECT_TRUE(Exists(Runtime(L"Kestrune_WaitForm.dfm")));
+  EXPECT_FALSE(Exists(Runtime(L"odbpp-toolbar-legacy.bmp")));
+}
+
+TEST_F(RuntimeDeployment, ThePackagesManifestsDateAllFiles) {
+  // The folders' manifests say later times than the files themselves have.
+  const std::pair<const wchar_t*, const wchar_t*> folders[] = {
+      {L"Script", L"Kestrune.PrjScr"},
+      {L"Script", L"Kestrune_WaitForm.pas"},
+      {L"Script", L"Kestrune_WaitForm.dfm"},
+      {L"Script", L"Kestrune.pas"}};
+  std::string manifest = "[Files]\r\n";
+  for (const auto& [folder, name] : folders) {
+    const std::wstring path = JoinPath(JoinPath(package_, folder), name);
+    manifest += std::string(name, name + std::wcslen(name)) + "=01DD0000:00000000|" +
+                Sha256OfFile(path) + "\r\n";
+  }
+  PutFile(JoinPath(package_, L"Script\\BFM_Script.ini"), manifest);
+  ASSERT_TRUE(Deploy());
+  for (const auto& [folder, name] : folders) {
+    EXPECT_EQ(TimeOf(Runtime(name)), 0x01DD000000000000ULL);
+  }
+  EXPECT_EQ(TimeOf(Runtime(L"Bridge.OutJob")), kPackageTime);
+  EXPECT_EQ(NamesIn(folders_.runtime).size(), 9U);
+}
+
+class RuntimeScript : public RuntimeDeployment {
+ protected:
+  void SetUp() override {
+    RuntimeDeployment::SetUp();
+    ASSERT_TRUE(CreateDirectories(folders_.runtime));
+  }
+
+  bool Generate() { return GenerateRuntimeScript(package_, folders_.runtime, message_); }
+};
+
+TEST_F(RuntimeScript, IsFilledDatedAndLeavesNothingBehind) {
+  ASSERT_TRUE(Generate());
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
+  EXPECT_EQ(TimeOf(Runtime(L"Kestrune.pas")), kPackageTime);
+  // The next one finds it as new as the template, whatever it holds.
+  PutFile(Runtime(L"Kestrune.pas"), "mine");
+  SetTimeOf(Runtime(L"Kestrune.pas"), kPackageTime);
+  ASSERT_TRUE(Generate());
+  EXPECT_EQ(FileBytes(Runtime(L"Kestrune.pas")), "mine");
+}
+
+TEST_F(RuntimeScript, ALockedScriptIsNamedAndTheWaitingFileGone) {
+  PutFile(Runtime(L"Kestrune.pas"), "old");
+  SetTimeOf(Runtime(L"Kestrune.pas"), kPackageTime - 1);
+  const FileHandle reader = HoldOpen(Runtime(L"Kestrune.pas"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, L"Cannot lock target: " + Runtime(L"Kestrune.pas"));
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
+}
+
+TEST_F(RuntimeScript, AMissingRuntimeDirectoryCannotBeWritten) {
+  ASSERT_TRUE(RemoveTree(folders_.runtime));
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, L"Cannot write the runtime script.");
+}
+
+TEST_F(RuntimeScript, ARuntimeThatTheCodePageCannotHoldIsRefused) {
+  const std::wstring runtime = Scratch(L"\x540D");
+  ASSERT_TRUE(CreateDirectories(runtime));
+  EXPECT_FALSE(GenerateRuntimeScript(package_, runtime, message_));
+  EXPECT_EQ(NamesIn(runtime), std::vector<std::wstring>{});
+}
+
+TEST_F(RuntimeScript, AManifestInTheRuntimeDirectoryDoesNotVouchForTheWaitingFile) {
+  PutFile(Runtime(L"BFM_x.ini"), "[Files]\r\n");
+  EXPECT_FALSE(Generate());
+  EXPECT_NE(message_.find(L"Cannot establish source last-write time: "), std::wstring::npos);
+  EXPECT_FALSE(Exists(Runtime(L"Kestrune.pas")));
+}
+
+}  // namespace
+}  // namespace kestrune
