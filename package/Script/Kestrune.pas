@@ -718,7 +718,6 @@ Begin
         End;
     Finally
         Parent.BoardIterator_Destroy(Iterator);
-        KsBoard := Parent;
     End;
 End;
 

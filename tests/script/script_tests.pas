@@ -513,11 +513,15 @@ begin
   with NewBoard(Board1) do
   begin
     AddCopper(16777219);
+    AddCopper(16777247);
+    AddCopper(16842768);
     AddMechanical(1);
     AddMechanical(112);
   end;
   Answers := OnlyPrepare;
   Press;
+  Check(On_('PlotMidLayer30Plot') and On_('PlotInternalPlane16Plot'), 'the last layers');
+  Check(not On_('PlotMidLayer29Plot') and not On_('PlotInternalPlane15Plot'), 'the last but one');
   Check(On_('PlotMidLayer2Plot') and not On_('PlotMidLayer1Plot'), 'mid layer 2');
   Check(On_('PlotMechanical1Plot') and not On_('PlotMechanical11Plot'), 'mechanical 1');
   Check(On_('Mechanical Layer 112') and not On_('Mechanical Layer 11'), 'mechanical 112');
@@ -780,7 +784,7 @@ end;
 
 procedure StartLogOver(const Arguments: TStrings);
 begin
-  WriteBytes(LogPath, '');
+  if Arguments[1] = '--prepare' then WriteBytes(LogPath, '');
 end;
 
 procedure ReasonsInWords;
