@@ -76,7 +76,8 @@ inline std::vector<Token> Tokens(const std::string& raw) {
       token.text = "=";
       ++i;
     } else {
-      while (i < raw.size() && std::string_view(" \t\r\n='").find(raw[i]) == std::string_view::npos) {
+      while (i < raw.size() &&
+             std::string_view(" \t\r\n='").find(raw[i]) == std::string_view::npos) {
         token.text += raw[i++];
       }
     }
