@@ -63,11 +63,10 @@ in_wine_root() {
   for folder in bin lib lib32 lib64 libx32 sbin; do
     [ -L "$wine_root/$folder" ] && links+=(--symlink "usr/$folder" "/$folder")
   done
-  # Real files beside the checkout, for the tests that read them.
-  local samples=${KESTRUNE_SAMPLES:-$(dirname "$project")/shared/samples}
+  # /small-disk is a disk of one mebibyte, for the tests that need a full one.
   bwrap --ro-bind "$wine_root/usr" /usr --ro-bind "$wine_root/etc" /etc "${links[@]}" \
     --ro-bind "$wine_root/var" /var --dev-bind /dev /dev --proc /proc --bind "$cache/tmp" /tmp \
-    $([ -d "$samples" ] && printf -- '--ro-bind %s %s' "$samples" "$samples") \
+    --size 1048576 --tmpfs /small-disk \
     --bind "$project" "$project" --bind "$WINEPREFIX" "$WINEPREFIX" \
     --ro-bind-try "$KESTRUNE_SAMPLES" "$KESTRUNE_SAMPLES" --setenv HOME /tmp --chdir "$PWD" "$@"
 }

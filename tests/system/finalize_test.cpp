@@ -85,6 +85,21 @@ TEST_F(FinalizeTest, TheSizeIsShownInWholeKilobytesBelowOneMegabyteAndElseInSixD
   }
 }
 
+TEST_F(FinalizeTest, AnArchiveAboveFourGibibytesIsDeliveredWithItsWholeSize) {
+  KESTRUNE_NEEDS_TIME();
+  ULARGE_INTEGER room = {};
+  ASSERT_TRUE(GetDiskFreeSpaceExW(Scratch(L"").c_str(), &room, nullptr, nullptr));
+  if (room.QuadPart < (8ULL << 30U)) {
+    GTEST_SKIP() << "needs 8 GiB of room";
+  }
+  PutSparseFile(native_, (4ULL << 30U) + 10);
+  EXPECT_TRUE(
+      EndsWithBox(0, Delivered(default_destination_, L"4096 MB"), MB_ICONINFORMATION, Finalize()));
+  EXPECT_EQ(Log().back(), Entry(L"Finalize copied",
+                                L"Destination=" + default_destination_ + L" Size=4294967306"));
+  EXPECT_TRUE(DeleteFileW(default_destination_.c_str()));
+}
+
 class FailureTest : public FinalizeTest {
  protected:
   void ExpectFailed(bool native_exists) {
