@@ -304,18 +304,39 @@ Function RegisterInHosts
   ${Loop}
 FunctionEnd
 
+; Renames the folder $0 to $1. A virus scanner may hold a file that has just run for a moment. The
+; error flag tells that it did not work.
+Function PatientRename
+  StrCpy $2 0
+  ${Do}
+    ClearErrors
+    Rename "$0" "$1"
+    ${IfNot} ${Errors}
+      ${ExitDo}
+    ${EndIf}
+    ${If} $2 = 20
+      SetErrors
+      ${ExitDo}
+    ${EndIf}
+    Sleep 250
+    IntOp $2 $2 + 1
+  ${Loop}
+FunctionEnd
+
 Function TakePlace
   ${If} ${FileExists} "$INSTDIR\*.*"
-    ClearErrors
-    Rename "$INSTDIR" "$INSTDIR.old"
+    StrCpy $0 "$INSTDIR"
+    StrCpy $1 "$INSTDIR.old"
+    Call PatientRename
     ${If} ${Errors}
       Push "$INSTDIR.new"
       Call RemoveTree
       !insertmacro Fail ${CODE_FILES} "The older files in $INSTDIR are in use. Close what uses them, then start this set-up again."
     ${EndIf}
   ${EndIf}
-  ClearErrors
-  Rename "$INSTDIR.new" "$INSTDIR"
+  StrCpy $0 "$INSTDIR.new"
+  StrCpy $1 "$INSTDIR"
+  Call PatientRename
   ${If} ${Errors}
     Rename "$INSTDIR.old" "$INSTDIR"
     Push "$INSTDIR.new"
