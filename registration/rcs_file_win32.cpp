@@ -75,7 +75,8 @@ bool WriteAll(SystemCalls& calls, HANDLE file, std::string_view bytes) {
 }
 
 bool IsIdentityRefusal(const Failure& failure) {
-  return failure.code == ERROR_INVALID_OWNER || failure.code == ERROR_PRIVILEGE_NOT_HELD;
+  return failure.code == ERROR_INVALID_OWNER || failure.code == ERROR_INVALID_PRIMARY_GROUP ||
+         failure.code == ERROR_PRIVILEGE_NOT_HELD;
 }
 
 }  // namespace
@@ -136,8 +137,13 @@ RcsFile::RcsFile(const std::wstring& path, SystemCalls& calls)
 }
 
 RcsFile::~RcsFile() {
+  if (new_digest_.empty()) {
+    return;
+  }
   calls_.Delete(files_.temporary);
-  calls_.Delete(files_.recovery);
+  if (wrote_recovery_) {
+    calls_.Delete(files_.recovery);
+  }
   if (IsMissing()) {
     return;
   }
@@ -288,6 +294,7 @@ void RcsFile::RestoreFrom(const std::string& saved) {
     RequireOwn(kForeignSecurity, kForeignContent);
   }
   calls_.Delete(files_.recovery);
+  wrote_recovery_ = true;
   CreateWithIdentity(files_.recovery, saved,
                      L"Cannot preserve recovery owner/group; recovery replacement not attempted.");
   if (fills_gap) {

@@ -84,6 +84,7 @@ class RcsFile {
   bool lost_ = false;
   /// The displaced file holds another program's text, and DXP.RCS ours.
   bool keeps_foreign_text_ = false;
+  bool wrote_recovery_ = false;
 };
 
 /// Reads a file of at most 8,388,608 bytes whole, sharing reading and deletion. Throws the failure

@@ -346,6 +346,26 @@ TEST(TransactionFaults, ForeignFileAndForeignEntryAreNeverOverwrittenWhateverEls
   });
 }
 
+TEST(TransactionFaults, RunThatChangesOnlyTheListNeverReplacesTheFileWhateverFails) {
+  ModelWorld installed = WorldBefore();
+  installed.rcs = kNew;
+  ModelWorld full = installed;
+  const std::vector<std::string> calls = RunOnce(full).calls;
+  EXPECT_EQ(std::ranges::count(calls, "Commit#1"), 0);
+  for (const std::string& call : calls) {
+    for (const FaultKind kind : kFailures) {
+      SCOPED_TRACE(call + Name(kind));
+      ModelWorld world = installed;
+      const Outcome outcome = RunOnce(world, {{call, kind}});
+      EXPECT_EQ(world.rcs, kNew);
+      EXPECT_FALSE(world.temporary);
+      EXPECT_EQ(std::ranges::count(world.mutations, "replace"), 0);
+      EXPECT_EQ(std::ranges::count(world.mutations, "restore"), 0);
+      EXPECT_EQ(KeyText(world.values), outcome.success ? "0=A 1=B 2=K" : "1=A 3=B");
+    }
+  }
+}
+
 TEST(TransactionFaults, WithoutForeignersTheEndStateIsTheNewOneOrTheOldOneOrTheMessageSaysNeither) {
   for (const std::string& call : CallsOfAFullRun()) {
     for (const FaultKind kind : kFailures) {

@@ -111,7 +111,8 @@ class WindowsStoreReplaceTest : public StoreTest {
 // Preparing
 
 TEST_F(WindowsStoreReplaceTest, OwnerThatCannotBeSetLeavesTheFileUntouched) {
-  for (const DWORD code : {DWORD{ERROR_INVALID_OWNER}, DWORD{ERROR_PRIVILEGE_NOT_HELD}}) {
+  for (const DWORD code : {DWORD{ERROR_INVALID_OWNER}, DWORD{ERROR_INVALID_PRIMARY_GROUP},
+                           DWORD{ERROR_PRIVILEGE_NOT_HELD}}) {
     Open();
     store->CreateBackups("old text", {});
     calls->on_create = [&](const std::wstring& path, BOOL& answer) {

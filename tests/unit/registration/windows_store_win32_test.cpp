@@ -46,6 +46,14 @@ TEST_F(WindowsStoreTest, OpeningAndReadingLeaveNothingBehind) {
   EXPECT_EQ(FolderEntries(profile.Directory()), Names{L"DXP.RCS"});
 }
 
+TEST_F(WindowsStoreTest, RecoveryFileOfAnotherRunOutlivesOneThatRestoredNothing) {
+  WriteFileBytes(profile.Rcs() + L".recovery", "of a run that is rolling back");
+  OpenPrepared();
+  store->CommitReplacement();
+  store.reset();
+  EXPECT_EQ(profile.Leftovers(), Names{L"DXP.RCS.recovery"});
+}
+
 TEST_F(WindowsStoreTest, MissingFileNamesTheCode) {
   DeleteFileW(profile.Rcs().c_str());
   EXPECT_EQ(FailureText([&] { Open(); }), L"Read profile metadata (Win32 2)");
