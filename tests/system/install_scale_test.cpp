@@ -1,0 +1,216 @@
+// Installations over many instances, and installations whose process ends on its way.
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <psapi.h>
+
+#include <algorithm>
+#include <iostream>
+#include <map>
+#include <random>
+
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "common/text.h"
+#include "tests/support/install_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+constexpr DWORD kLimit = 120'000;
+constexpr int kKills = 200;
+
+class ManyInstances : public InstallTest {
+ protected:
+  std::vector<MadeInstance> Make(unsigned count) {
+    ClearBox();
+    std::vector<MadeInstance> hosts;
+    for (unsigned number = 1; number <= count; ++number) {
+      hosts.push_back(MakeHost(UsedHost(number, number % 2 == 0 ? 17 : 24)));
+    }
+    return hosts;
+  }
+};
+
+TEST_F(ManyInstances, OneTenAndAHundredAreAllRegistered) {
+  std::map<unsigned, DWORD> milliseconds;
+  for (const unsigned count : {1U, 10U, 100U}) {
+    const std::vector<MadeInstance> hosts = Make(count);
+    const RunOutcome outcome = RunQuietly(L"--install");
+    ASSERT_TRUE(EndsSilentlyWith(0, outcome));
+    milliseconds[count] = outcome.milliseconds;
+    for (const MadeInstance& host : hosts) {
+      EXPECT_TRUE(HasWorkingButton(host));
+    }
+    EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--status")));
+  }
+  std::cout << "[ MEASURED ] --install over 1, 10, 100 instances: " << milliseconds[1] << ", "
+            << milliseconds[10] << ", " << milliseconds[100] << " ms; "
+            << (milliseconds[100] - milliseconds[10]) / 90 << " ms for each further instance\n";
+}
+
+TEST_F(ManyInstances, MemoryStaysBelowTwelveTimesTheLargestCustomizationFile) {
+  BoxInstance large = UsedHost(1, 24);
+  for (int i = 0; large.rcs.size() < 8'380'000; ++i) {
+    const std::string n = std::to_string(i);
+    large.rcs += "PL Own" + n + " Command='Own:Command" + n + "' Caption='Command " + n +
+                 "' Image='C:\\Icons\\" + n + ".bmp' Shortcut1='Ctrl+Shift+" + n + "' End\r\n";
+  }
+  const MadeInstance host = MakeHost(large);
+  ProgramRun run(KestrunePath(), L"--install --quiet --package " + Quoted(package_));
+  ASSERT_TRUE(run.Started());
+  // The system forgets the peak of an ended process, so it is asked until then.
+  std::size_t peak = 0;
+  while (!run.WaitForExit(1)) {
+    PROCESS_MEMORY_COUNTERS counters{};
+    counters.cb = sizeof(counters);
+    if (GetProcessMemoryInfo(run.Process(), &counters, sizeof(counters))) {
+      peak = std::max(peak, counters.PeakWorkingSetSize);
+    }
+  }
+  EXPECT_EQ(run.WaitForExit(0).value_or(-1), 0);
+  EXPECT_TRUE(HasWorkingButton(host));
+  std::cout << "[ MEASURED ] peak working set over a DXP.RCS of " << large.rcs.size()
+            << " bytes: " << peak << ", " << peak / large.rcs.size() << " times the file\n";
+  EXPECT_GT(peak, large.rcs.size());
+  EXPECT_LE(peak, 12 * large.rcs.size());
+}
+
+/// What a process leaves behind that ends anywhere in an installation over three instances.
+class KilledInstallation : public InstallTest {
+ protected:
+  void SetUp() override {
+    InstallTest::SetUp();
+    if (HasFatalFailure() || IsSkipped()) {
+      return;
+    }
+    Begin();
+    ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+    for (const MadeInstance& host : hosts_) {
+      new_rcs_[host.rcs] = FileBytes(host.rcs);
+    }
+    for (const std::wstring& name : RuntimeFiles()) {
+      runtime_[name] = FileBytes(Runtime(name));
+    }
+  }
+
+  /// Three registered-to-be instances as their users left them, and no runtime.
+  void Begin() {
+    ASSERT_TRUE(RemoveTree(folders_.local + L"\\Kestrune")) << GetLastError();
+    hosts_.clear();
+    for (unsigned number = 1; number <= 3; ++number) {
+      const BoxInstance instance = UsedHost(number, number == 2 ? 17 : 24);
+      static_cast<void>(RemoveTree(PlaceOf(instance).profile));
+      hosts_.push_back(MakeHost(instance));
+      old_rcs_[hosts_.back().rcs] = instance.rcs;
+    }
+  }
+
+  ULONGLONG ShortestRun() {
+    ULONGLONG shortest = kLimit;
+    for (int i = 0; i < 3; ++i) {
+      Begin();
+      shortest = std::min<ULONGLONG>(shortest, RunQuietly(L"--install").milliseconds);
+    }
+    return shortest;
+  }
+
+  /// Starts an installation and ends its process after `microseconds`. True when it had not ended
+  /// by itself.
+  bool KillAfter(std::int64_t microseconds) {
+    LARGE_INTEGER frequency{};
+    LARGE_INTEGER now{};
+    QueryPerformanceFrequency(&frequency);
+    ProgramRun run(KestrunePath(), L"--install --quiet --package " + Quoted(package_));
+    EXPECT_TRUE(run.Started());
+    QueryPerformanceCounter(&now);
+    const std::int64_t end = now.QuadPart + microseconds * frequency.QuadPart / 1'000'000;
+    // The last two milliseconds are waited for awake: a sleep is too coarse to hit every step.
+    while (now.QuadPart < end) {
+      if (end - now.QuadPart > frequency.QuadPart / 500) {
+        Sleep(1);
+      }
+      QueryPerformanceCounter(&now);
+    }
+    const bool alive = !run.WaitForExit(0);
+    run.Terminate();
+    run.WaitForExit(kLimit);
+    return alive;
+  }
+
+  void CheckCustomizationFile(const MadeInstance& host) {
+    if (!Exists(host.rcs)) {
+      PutDisplacedFileBack(host);
+      return;
+    }
+    const std::string rcs = FileBytes(host.rcs);
+    EXPECT_TRUE(rcs == old_rcs_[host.rcs] || rcs == new_rcs_[host.rcs])
+        << "torn, " << rcs.size() << " bytes";
+  }
+
+  /// Wine replaces a file with two renames; a person puts the displaced file back.
+  void PutDisplacedFileBack(const MadeInstance& host) {
+    for (const std::wstring& name : NamesIn(host.profile)) {
+      const std::wstring path = JoinPath(host.profile, name);
+      if (name.ends_with(L".old.tmp")) {
+        EXPECT_EQ(FileBytes(path), old_rcs_[host.rcs]);
+        EXPECT_TRUE(MoveFileExW(path.c_str(), host.rcs.c_str(), 0));
+        ++inside_replacement_;
+        return;
+      }
+    }
+    ADD_FAILURE() << "DXP.RCS is missing and nothing holds its bytes";
+  }
+
+  void CheckRemains() {
+    for (const MadeInstance& host : hosts_) {
+      CheckCustomizationFile(host);
+      const std::vector<std::wstring> projects = ReadAsHost(host).projects;
+      EXPECT_TRUE(std::ranges::count(projects, L"C:\\Scripts\\It's.PrjScr") == 1);
+      EXPECT_LE(projects.size(), 2U);
+    }
+    // A file of the runtime is whole or not there.
+    for (const std::wstring& name : RuntimeFiles()) {
+      if (Exists(Runtime(name))) {
+        EXPECT_EQ(FileBytes(Runtime(name)), runtime_[name]) << Utf8FromWide(name);
+      }
+    }
+  }
+
+  void CheckNextInstallation() {
+    EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+    for (const std::wstring& name : RuntimeFiles()) {
+      EXPECT_EQ(FileBytes(Runtime(name)), runtime_[name]) << Utf8FromWide(name);
+    }
+    for (const MadeInstance& host : hosts_) {
+      EXPECT_EQ(FileBytes(host.rcs), new_rcs_[host.rcs]);
+      EXPECT_TRUE(HasWorkingButton(host));
+    }
+  }
+
+  std::vector<MadeInstance> hosts_;
+  std::map<std::wstring, std::string> old_rcs_;
+  std::map<std::wstring, std::string> new_rcs_;
+  std::map<std::wstring, std::string> runtime_;
+  int inside_replacement_ = 0;
+};
+
+TEST_F(KilledInstallation, AtAnyTimeEverythingIsWholeAndTheNextOneSucceeds) {
+  KESTRUNE_NEEDS_TIME();
+  const auto duration = static_cast<std::int64_t>(ShortestRun()) * 1000;
+  int killed = 0;
+  for (int i = 0; i < kKills && !HasFailure(); ++i) {
+    SCOPED_TRACE("kill " + std::to_string(i));
+    Begin();
+    killed += KillAfter(duration * i / kKills) ? 1 : 0;
+    CheckRemains();
+    CheckNextInstallation();
+  }
+  EXPECT_GT(killed, kKills / 4);
+  std::cout << "[ MEASURED ] " << killed << " of " << kKills << " installations ended in the first "
+            << duration / 1000 << " ms, " << inside_replacement_
+            << " inside the replacement of a DXP.RCS\n";
+}
+
+}  // namespace
+}  // namespace kestrune
