@@ -65,7 +65,7 @@ TEST_F(ManyInstances, MemoryStaysBelowTwelveTimesTheLargestCustomizationFile) {
     PROCESS_MEMORY_COUNTERS counters{};
     counters.cb = sizeof(counters);
     if (GetProcessMemoryInfo(run.Process(), &counters, sizeof(counters))) {
-      peak = std::max(peak, counters.PeakWorkingSetSize);
+      peak = std::max<std::size_t>(peak, counters.PeakWorkingSetSize);
     }
   }
   EXPECT_EQ(run.WaitForExit(0).value_or(-1), 0);
