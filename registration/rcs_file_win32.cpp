@@ -290,6 +290,10 @@ void RcsFile::RestoreFrom(const std::string& saved) {
     }
     return;
   }
+  if (lost_ && !fills_gap) {
+    // Somebody filled the gap, perhaps another run with the very same text.
+    throw Refusal(kForeignContent);
+  }
   if (!fills_gap) {
     RequireOwn(kForeignSecurity, kForeignContent);
   }

@@ -263,5 +263,28 @@ TEST_F(KilledRegistration, BetweenTheTwoRenamesOfAReplacementTheDisplacedFileIsK
   CheckNextRegistration();
 }
 
+TEST_F(KilledRegistration, TwoAtOnceNeverTearTheFileOrLoseAnEntryAndOneMoreRunSettlesIt) {
+  constexpr int kRounds = 10;
+  int both_succeeded = 0;
+  int one_succeeded = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    Begin();
+    const std::wstring program = kestrune::TestProgramPath(L"registration_command");
+    ProgramRun first(program, Arguments(L""));
+    ProgramRun second(program, Arguments(L""));
+    const int first_code = first.WaitForExit(kLimit).value_or(-1);
+    const int second_code = second.WaitForExit(kLimit).value_or(-1);
+    EXPECT_TRUE(first_code == 0 || first_code == 1) << first_code;
+    EXPECT_TRUE(second_code == 0 || second_code == 1) << second_code;
+    both_succeeded += first_code + second_code == 0 ? 1 : 0;
+    one_succeeded += first_code + second_code == 1 ? 1 : 0;
+    EXPECT_FALSE(CheckRemains());
+    CheckNextRegistration();
+  }
+  std::cout << "[ MEASURED ] of " << kRounds << " pairs both succeeded " << both_succeeded
+            << " times, one " << one_succeeded << " times\n";
+}
+
 }  // namespace
 }  // namespace altium_registration

@@ -64,7 +64,7 @@ class MortalCalls final : public ObservedCalls {
   BOOL Replace(const std::wstring& replaced, const std::wstring& replacement,
                const std::wstring& displaced) override {
     if (arguments_.die_half_way) {
-      SystemCalls::Move(replaced, displaced, 0);
+      MoveFileExW(replaced.c_str(), displaced.c_str(), 0);
       EndProcess();
     }
     return ObservedCalls::Replace(replaced, replacement, displaced);

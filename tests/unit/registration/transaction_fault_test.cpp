@@ -69,7 +69,7 @@ std::string KeyText(const std::vector<RegistryValue>& values) {
   }
   std::string joined;
   for (const auto& [index, text] : sorted) {
-    joined += (joined.empty() ? "" : " ") + index + "=" + text;
+    joined.append(joined.empty() ? "" : " ").append(index).append("=").append(text);
   }
   return joined;
 }

@@ -356,17 +356,20 @@ TEST_F(WindowsStoreReplaceTest, DisplacedFileIsKeptWhileNothingElseHoldsTheFile)
   EXPECT_EQ(profile.Leftovers().size(), 1U);
 }
 
-TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapIsNotOverwritten) {
-  OpenPrepared();
-  ReplaceStopsHalfWay();
-  calls->on_move = [this](const std::wstring&, BOOL& answer) {
-    return FailWith(ERROR_SHARING_VIOLATION, answer);
-  };
-  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
-  calls->on_move = {};
-  WriteFileBytes(profile.Rcs(), "foreign!");
-  EXPECT_EQ(RollBack(), kForeignContent);
-  EXPECT_EQ(Rcs(), "foreign!");
+TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapIsNotOverwrittenEvenIfItIsOurText) {
+  for (const char* text : {"foreign!", "new text"}) {
+    WriteFileBytes(profile.Rcs(), "old text");
+    OpenPrepared();
+    ReplaceStopsHalfWay();
+    calls->on_move = [](const std::wstring&, BOOL& answer) {
+      return FailWith(ERROR_SHARING_VIOLATION, answer);
+    };
+    EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+    calls->on_move = {};
+    WriteFileBytes(profile.Rcs(), text);
+    EXPECT_EQ(RollBack(), kForeignContent);
+    EXPECT_EQ(Rcs(), text);
+  }
 }
 
 TEST_F(WindowsStoreReplaceTest, FailedReplacementThatWorkedAllTheSameCountsAsWritten) {
