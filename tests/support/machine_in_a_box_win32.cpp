@@ -514,6 +514,7 @@ std::vector<std::string> CompareSnapshots(const Snapshot& before, const Snapshot
   std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
                       std::back_inserter(come));
   std::vector<std::string> lines;
+  lines.reserve(gone.size() + come.size());
   for (const std::string& line : gone) {
     lines.push_back("- " + line);
   }

@@ -11,6 +11,7 @@
 #include "common/text.h"
 #include "tests/support/disposable_profile_win32.h"
 #include "tests/support/machine_in_a_box_win32.h"
+#include "tests/support/program_run_win32.h"
 
 namespace kestrune {
 namespace {
@@ -21,6 +22,10 @@ constexpr char kUsage[] =
     "machine_in_a_box snapshot FILE what registry and files hold\n"
     "machine_in_a_box diff A B      what differs between two snapshots\n"
     "machine_in_a_box show          what each host would see\n"
+    "machine_in_a_box run NAME PROGRAM ARGUMENTS\n"
+    "                               starts a program, has its message photographed (by whoever "
+    "waits\n"
+    "                               for NAME.please and answers NAME.taken), prints and closes it\n"
     "machine_in_a_box clear         removes everything again\n";
 
 void Print(const std::string& text) {
@@ -92,6 +97,29 @@ void ShowHosts() {
   }
 }
 
+/// Gives somebody outside time to take a picture; without an answer it goes on.
+void HavePhotographed(const std::wstring& name) {
+  if (WriteWholeFile(name + L".please", "")) {
+    for (int i = 0; i < 100 && QueryFileKindQuietly(name + L".taken") == FileKind::Absent; ++i) {
+      Sleep(50);
+    }
+    DeleteFileW((name + L".taken").c_str());
+  }
+}
+
+void RunPhotographed(const std::wstring& name, const std::wstring& program,
+                     const std::wstring& arguments) {
+  ProgramRun run(program, arguments);
+  const HWND box = run.WaitForBox(60'000);
+  if (box != nullptr) {
+    const SeenBox seen = ReadBox(box);
+    HavePhotographed(name);
+    Print(Utf8FromWide(seen.text) + "\n");
+    DismissBox(box);
+  }
+  Print("exit code " + std::to_string(run.WaitForExit(60'000).value_or(-1)) + "\n");
+}
+
 /// False when the words are not a command.
 bool Carry(const std::vector<std::wstring>& words) {
   const std::wstring command = words.empty() ? L"" : words[0];
@@ -108,6 +136,8 @@ bool Carry(const std::vector<std::wstring>& words) {
     }
   } else if (command == L"show" && words.size() == 1) {
     ShowHosts();
+  } else if (command == L"run" && words.size() == 4) {
+    RunPhotographed(words[1], words[2], words[3]);
   } else if (command == L"clear" && words.size() == 1) {
     ClearBox();
   } else {
