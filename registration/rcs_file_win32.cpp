@@ -281,34 +281,41 @@ void RcsFile::RollBack(const std::wstring& saved_path) {
 }
 
 void RcsFile::RestoreFrom(const std::string& saved) {
-  // Where our own replacement lost the file, nobody else's can be overwritten.
-  const bool fills_gap = lost_ && IsMissing();
-  if (fills_gap && MoveDisplacedIntoGap()) {
+  if (lost_) {
+    RestoreIntoGap(saved);
+    return;
+  }
+  RequireOwn(kForeignSecurity, kForeignContent);
+  WriteRecovery(saved);
+  RequireOwn(kChangedDuringRollback, kChangedDuringRollback);
+  PutInPlace(files_.recovery, new_digest_, L"Restore RCS", kChangedDuringRollback);
+}
+
+/// Where our own replacement left no DXP.RCS.
+void RcsFile::RestoreIntoGap(const std::string& saved) {
+  if (!IsMissing()) {
+    // Somebody filled the gap, perhaps another run with the very same text.
+    throw Refusal(kForeignContent);
+  }
+  if (MoveDisplacedIntoGap()) {
     // The old file itself is back; what it holds is the user's, even if it is not what was saved.
     if (DigestOf(path_) != planned_digest_) {
       throw Refusal(kForeignContent);
     }
     return;
   }
-  if (lost_ && !fills_gap) {
-    // Somebody filled the gap, perhaps another run with the very same text.
-    throw Refusal(kForeignContent);
+  WriteRecovery(saved);
+  if (!calls_.Move(files_.recovery, path_, MOVEFILE_WRITE_THROUGH)) {
+    throw FileStepFailure(L"Restore RCS", GetLastError());
   }
-  if (!fills_gap) {
-    RequireOwn(kForeignSecurity, kForeignContent);
-  }
+}
+
+/// A stale recovery file gives way.
+void RcsFile::WriteRecovery(const std::string& saved) {
   calls_.Delete(files_.recovery);
   wrote_recovery_ = true;
   CreateWithIdentity(files_.recovery, saved,
                      L"Cannot preserve recovery owner/group; recovery replacement not attempted.");
-  if (fills_gap) {
-    if (!calls_.Move(files_.recovery, path_, MOVEFILE_WRITE_THROUGH)) {
-      throw FileStepFailure(L"Restore RCS", GetLastError());
-    }
-    return;
-  }
-  RequireOwn(kChangedDuringRollback, kChangedDuringRollback);
-  PutInPlace(files_.recovery, new_digest_, L"Restore RCS", kChangedDuringRollback);
 }
 
 /// Requires that DXP.RCS is what the commit left.

@@ -65,6 +65,8 @@ class RcsFile {
   void RequireOwn(std::wstring_view security_refusal, std::wstring_view content_refusal) const;
   bool MoveDisplacedIntoGap() const;
   void RestoreFrom(const std::string& saved);
+  void RestoreIntoGap(const std::string& saved);
+  void WriteRecovery(const std::string& saved);
   [[nodiscard]] bool IsMissing() const;
   [[nodiscard]] static std::string DigestOf(const std::wstring& path);
   [[nodiscard]] FileSecurity ReadSecurity() const;
