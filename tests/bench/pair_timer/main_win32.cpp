@@ -62,21 +62,23 @@ int Measure(const Program& a, const Program& b, unsigned long count, DWORD pause
   std::vector<double> times_b;
   std::vector<double> ratios;
   for (unsigned long i = 0; i < count + 1; ++i) {
-    const bool a_first = i % 2 == 0;
-    const std::optional<double> first = Time(a_first ? a : b);
-    Sleep(pause);
-    const std::optional<double> second = Time(a_first ? b : a);
-    Sleep(pause);
-    if (!first || !second) {
-      std::fprintf(stderr, "a program did not end as expected\n");
-      return 1;
+    double sum_a = 0;
+    double sum_b = 0;
+    for (const bool is_a : {true, false, false, true}) {
+      const std::optional<double> time = Time(is_a ? a : b);
+      if (!time) {
+        std::fprintf(stderr, "a program did not end as expected\n");
+        return 1;
+      }
+      Sleep(pause);
+      (is_a ? sum_a : sum_b) += *time;
+      if (i > 0) {
+        (is_a ? times_a : times_b).push_back(*time);
+      }
     }
-    if (i == 0) {
-      continue;  // the first pair warms caches
+    if (i > 0) {  // the first round warms caches
+      ratios.push_back(sum_a / sum_b);
     }
-    times_a.push_back(a_first ? *first : *second);
-    times_b.push_back(a_first ? *second : *first);
-    ratios.push_back(times_a.back() / times_b.back());
   }
   std::printf("%.1f %.1f %.3f %.3f %.3f\n", Quantile(times_a, 0.5), Quantile(times_b, 0.5),
               Quantile(ratios, 0.5), Quantile(ratios, 0.25), Quantile(ratios, 0.75));
