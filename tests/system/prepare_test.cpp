@@ -461,7 +461,13 @@ TEST_F(StatusTest, AStatusFolderThatIsNotThereEndsWithTen) {
 }
 
 TEST_F(StatusTest, AnEmptyStatusPathEndsWithTen) {
-  EXPECT_TRUE(EndsSilentlyWith(10, PrepareWithStatus(L"")));
+  // The temporary name is then ".tmp" in the current directory.
+  ProgramRun run(
+      KestrunePath(),
+      L"--prepare " + Quoted(board_) + L" " + Quoted(list_) + L" " + Quoted(manifest_) + L" \"\"",
+      Scratch(L""));
+  EXPECT_TRUE(EndsSilentlyWith(10, Finish(std::move(run))));
+  EXPECT_EQ(FileBytes(Scratch(L".tmp")), "OK\r\n");
 }
 
 }  // namespace
