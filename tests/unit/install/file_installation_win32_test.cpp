@@ -352,6 +352,44 @@ TEST_F(FileInstallation, ARollbackThatFailsTooSaysSo) {
   EXPECT_EQ(FileBytes(target_), Content('n'));
 }
 
+/// Gives this process another folder for temporary files until the end of the scope.
+class TemporaryFolderAt {
+ public:
+  explicit TemporaryFolderAt(const std::wstring& folder) {
+    GetEnvironmentVariableW(L"TMP", old_, MAX_PATH);
+    SetEnvironmentVariableW(L"TMP", folder.c_str());
+  }
+  TemporaryFolderAt(const TemporaryFolderAt&) = delete;
+  TemporaryFolderAt& operator=(const TemporaryFolderAt&) = delete;
+  ~TemporaryFolderAt() { SetEnvironmentVariableW(L"TMP", old_[0] == L'\0' ? nullptr : old_); }
+
+ private:
+  wchar_t old_[MAX_PATH] = {};
+};
+
+TEST_F(FileInstallation, WithoutABackupNothingIsUpdated) {
+  PutOldTarget();
+  const std::string old_content = FileBytes(target_);
+  const std::wstring folders[] = {Scratch(L"no such folder"),
+                                  Scratch(L"deep\\" + std::wstring(240, L'd'))};
+  for (const std::wstring& folder : folders) {
+    const TemporaryFolderAt moved(folder);
+    EXPECT_FALSE(Install());
+    EXPECT_EQ(message_, L"Cannot create update backup; target preserved: " + target_);
+    EXPECT_EQ(FileBytes(target_), old_content);
+    EXPECT_EQ(TimeOf(target_), kPackageTime);
+  }
+}
+
+TEST_F(FileInstallation, AnUpdateLeavesNoBackupBehind) {
+  const std::wstring folder = Scratch(L"temp");
+  ASSERT_TRUE(CreateDirectories(folder));
+  const TemporaryFolderAt moved(folder);
+  PutOldTarget();
+  EXPECT_TRUE(Install());
+  EXPECT_EQ(NamesIn(folder), std::vector<std::wstring>{});
+}
+
 TEST_F(FileInstallation, AShortWriteFailsTheCopy) {
   class ShortWrite : public InstallCalls {
    public:
