@@ -178,7 +178,8 @@ class KilledInstallation : public InstallTest {
   }
 
   void CheckNextInstallation() {
-    EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+    ProgramRun run(KestrunePath(), L"--install --quiet --package " + Quoted(package_));
+    EXPECT_EQ(run.WaitForExit(kLimit).value_or(-1), 0);
     for (const std::wstring& name : RuntimeFiles()) {
       EXPECT_EQ(FileBytes(Runtime(name)), runtime_[name]) << Utf8FromWide(name);
     }
