@@ -251,8 +251,18 @@ Function RecoverFolders
     System::Call 'kernel32::GetTickCount() i .r0'
     Rename "$INSTDIR.old" "$INSTDIR.old-$0"
   ${EndIf}
-  Push "$INSTDIR.new"
-  Call RemoveTree
+  ; The program that a killed set-up had started may still be at work in there.
+  StrCpy $1 0
+  ${Do}
+    Push "$INSTDIR.new"
+    Call RemoveTree
+    ${IfNot} ${FileExists} "$INSTDIR.new\*.*"
+    ${OrIf} $1 = 20
+      ${ExitDo}
+    ${EndIf}
+    Sleep 500
+    IntOp $1 $1 + 1
+  ${Loop}
   ClearErrors
 FunctionEnd
 
