@@ -290,6 +290,30 @@ TEST_F(InstallTest, AFailureBetweenTwoInstancesStopsNeither) {
   SetFileAttributesW(second.rcs.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
+TEST_F(InstallTest, AFailedTransactionIsReportedBehindItsBackups) {
+  const BoxInstance used = UsedHost(1, 24);
+  const MadeInstance host = MakeHost(used);
+  const FileHandle held = HoldOpen(host.rcs, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+  const RunOutcome outcome = Run(L"--install");
+  EXPECT_TRUE(EndsWithBox(
+      40,
+      Transacted(host, L"FAILED: Replace RCS (Win32 32) Rollback complete (or no owned writes)."),
+      kBad, outcome));
+  EXPECT_EQ(FileBytes(host.rcs), used.rcs);
+  EXPECT_EQ(ReadAsHost(host).projects, used.projects);
+  EXPECT_EQ(FileBytes(LatestBackup(host) + L"\\operation.log").find("Product="), std::string::npos);
+}
+
+TEST_F(InstallTest, AnUnreadableCustomizationFileFailsItsInstance) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  const FileHandle held = HoldOpen(host.rcs, GENERIC_READ | GENERIC_WRITE, 0);
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(EndsWithBox(ProblemCode(command), Failed(host, L"Open RCS (Win32 32)"), kBad,
+                            Run(command)));
+  }
+  EXPECT_FALSE(Exists(folders_.runtime));
+}
+
 TEST_F(InstallTest, AFailureBeforeDeploymentLeavesItToTheNextInstance) {
   BoxInstance without_toolbar = UsedHost(1, 24);
   without_toolbar.toolbars = HostToolbars::None;
