@@ -26,21 +26,19 @@ FileHandle OpenFile(const std::wstring& path, DWORD access, DWORD sharing, DWORD
 
 /// Creates a target that vanishes with its handle until it is told to stay. It is so from the very
 /// call that creates it, where the file system knows how to change its mind later (all but old ones
-/// do); else from the next call on.
-FileHandle CreateVanishingTarget(const std::wstring& path) {
+/// do); else from the next call on. `vanishes` is false where the file system knows neither way:
+/// the file then stays unless it is deleted.
+FileHandle CreateVanishingTarget(const std::wstring& path, InstallCalls& calls, bool& vanishes) {
   constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE | DELETE;
   FileHandle file =
       OpenFile(path, kAccess, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE);
-  if (!file ||
-      SetDisposition(file.Get(), FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_ON_CLOSE)) {
+  vanishes = file && calls.VanishFromTheStart(file.Get());
+  if (!file || vanishes) {
     return file;
   }
   file.Reset();
   file = OpenFile(path, kAccess, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL);
-  if (file) {
-    FILE_DISPOSITION_INFO vanish{TRUE};
-    SetFileInformationByHandle(file.Get(), FileDispositionInfo, &vanish, sizeof(vanish));
-  }
+  vanishes = file && calls.VanishFromNowOn(file.Get());
   return file;
 }
 
@@ -107,6 +105,14 @@ class Installation {
   Installation(const std::wstring& source, const std::wstring& target, std::wstring& message,
                InstallCalls& calls)
       : source_(source), target_(target), message_(message), calls_(calls) {}
+  Installation(const Installation&) = delete;
+  Installation& operator=(const Installation&) = delete;
+  ~Installation() {
+    if (must_delete_target_) {
+      target_file_.Reset();
+      DeleteFileW(ExtendedPath(target_).c_str());
+    }
+  }
 
   bool Run(InstallVerdict verdict) {
     source_file_ =
@@ -115,9 +121,11 @@ class Installation {
       return Fail(L"Cannot lock source: ", source_);
     }
     const bool is_new = verdict == InstallVerdict::Install;
-    target_file_ = is_new ? CreateVanishingTarget(target_)
+    bool vanishes = false;
+    target_file_ = is_new ? CreateVanishingTarget(target_, calls_, vanishes)
                           : OpenFile(target_, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
                                      FILE_ATTRIBUTE_NORMAL);
+    must_delete_target_ = is_new && target_file_ && !vanishes;
     if (!target_file_) {
       return Fail(L"Cannot lock target: ", target_);
     }
@@ -136,8 +144,11 @@ class Installation {
 
  private:
   bool FillNewTarget() {
-    return (CopyToTarget() && calls_.Keep(target_file_.Get())) ||
-           Fail(L"Cannot install file: ", target_);
+    if (!CopyToTarget() || (!must_delete_target_ && !calls_.Keep(target_file_.Get()))) {
+      return Fail(L"Cannot install file: ", target_);
+    }
+    must_delete_target_ = false;
+    return true;
   }
 
   bool UpdateTarget() {
@@ -177,6 +188,8 @@ class Installation {
   InstallCalls& calls_;
   FileHandle source_file_;
   FileHandle target_file_;
+  /// Whether the target is new, unfinished, and would outlive its handle.
+  bool must_delete_target_ = false;
   PackageTimestamp timestamp_;
 };
 
@@ -184,6 +197,15 @@ class Installation {
 
 bool InstallCalls::ReadPackageTime(const std::wstring& source, PackageTimestamp& timestamp) {
   return GetPackageTimestamp(source, timestamp);
+}
+
+bool InstallCalls::VanishFromTheStart(HANDLE file) {
+  return SetDisposition(file, FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_ON_CLOSE);
+}
+
+bool InstallCalls::VanishFromNowOn(HANDLE file) {
+  FILE_DISPOSITION_INFO vanish{TRUE};
+  return SetFileInformationByHandle(file, FileDispositionInfo, &vanish, sizeof(vanish)) != FALSE;
 }
 
 bool InstallCalls::GoToBeginning(HANDLE file) {

@@ -17,6 +17,10 @@ enum class InstallVerdict : std::int32_t { UpToDate = 0, Install = 1, Update = 2
 class InstallCalls {
  public:
   virtual ~InstallCalls() = default;
+  /// Makes sure that a file which was created to vanish with its handle can be kept later.
+  virtual bool VanishFromTheStart(HANDLE file);
+  /// Lets a file vanish with its handle that was created to stay.
+  virtual bool VanishFromNowOn(HANDLE file);
   virtual bool ReadPackageTime(const std::wstring& source, PackageTimestamp& timestamp);
   virtual bool GoToBeginning(HANDLE file);
   virtual bool Read(HANDLE file, void* bytes, DWORD size, DWORD& done);

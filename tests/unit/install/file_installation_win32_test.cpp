@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <new>
 
 #include "common/file_win32.h"
 #include "common/path.h"
@@ -28,6 +29,12 @@ class StrikingCalls : public InstallCalls {
   StrikingCalls() = default;
   StrikingCalls(int at, Strike strike) : at_(at), strike_(strike) {}
 
+  bool VanishFromTheStart(HANDLE file) override {
+    return Call([&] { return InstallCalls::VanishFromTheStart(file); });
+  }
+  bool VanishFromNowOn(HANDLE file) override {
+    return Call([&] { return InstallCalls::VanishFromNowOn(file); });
+  }
   bool ReadPackageTime(const std::wstring& source, PackageTimestamp& timestamp) override {
     return Call([&] { return InstallCalls::ReadPackageTime(source, timestamp); });
   }
@@ -298,7 +305,7 @@ TEST_F(FileInstallation, ARefusalAtAnyCallLeavesTheWholeFileOrNone) {
       EXPECT_EQ(FileBytes(target_), Content('n')) << at;
       EXPECT_EQ(TimeOf(target_), kLaterTime) << at;
     } else {
-      EXPECT_EQ(message_, (at <= 2 ? L"Timestamp changed or became unreadable; target preserved: "
+      EXPECT_EQ(message_, (at <= 3 ? L"Timestamp changed or became unreadable; target preserved: "
                                    : L"Cannot install file: ") +
                               target_)
           << at;
@@ -401,6 +408,59 @@ TEST_F(FileInstallation, AShortWriteFailsTheCopy) {
   EXPECT_FALSE(InstallFile(source_, target_, message_, calls));
   EXPECT_EQ(message_, L"Cannot install file: " + target_);
   EXPECT_FALSE(Exists(target_));
+}
+
+/// A file system that cannot let a file vanish with its handle.
+class NothingVanishes : public InstallCalls {
+ public:
+  bool VanishFromTheStart(HANDLE) override { return false; }
+  bool VanishFromNowOn(HANDLE) override { return false; }
+  bool Keep(HANDLE) override { return false; }
+};
+
+TEST_F(FileInstallation, WhereFilesCannotVanishANewTargetIsDeletedAfterAnyRefusal) {
+  NothingVanishes whole;
+  EXPECT_TRUE(InstallFile(source_, target_, message_, whole));
+  EXPECT_EQ(FileBytes(target_), Content('n'));
+  EXPECT_EQ(TimeOf(target_), kLaterTime);
+  ASSERT_TRUE(DeleteFileW(target_.c_str()));
+
+  class NoSecondLook : public NothingVanishes {
+   public:
+    bool ReadPackageTime(const std::wstring&, PackageTimestamp&) override { return false; }
+  } no_second_look;
+  EXPECT_FALSE(InstallFile(source_, target_, message_, no_second_look));
+  EXPECT_FALSE(Exists(target_));
+
+  class NoWrite : public NothingVanishes {
+   public:
+    bool Write(HANDLE, const void*, DWORD, DWORD&) override { return false; }
+  } no_write;
+  EXPECT_FALSE(InstallFile(source_, target_, message_, no_write));
+  EXPECT_EQ(message_, L"Cannot install file: " + target_);
+  EXPECT_FALSE(Exists(target_));
+
+  class NoMemory : public NothingVanishes {
+   public:
+    bool Flush(HANDLE) override { throw std::bad_alloc(); }
+  } no_memory;
+  EXPECT_THROW(static_cast<void>(InstallFile(source_, target_, message_, no_memory)),
+               std::bad_alloc);
+  EXPECT_FALSE(Exists(target_));
+}
+
+TEST_F(FileInstallation, WhereFilesCanOnlyVanishLaterTheyDoToo) {
+  class OldSystem : public InstallCalls {
+   public:
+    bool VanishFromTheStart(HANDLE) override { return false; }
+    bool Flush(HANDLE file) override { return !refuses && InstallCalls::Flush(file); }
+    bool refuses = true;
+  } calls;
+  EXPECT_FALSE(InstallFile(source_, target_, message_, calls));
+  EXPECT_FALSE(Exists(target_));
+  calls.refuses = false;
+  EXPECT_TRUE(InstallFile(source_, target_, message_, calls));
+  EXPECT_EQ(FileBytes(target_), Content('n'));
 }
 
 /// After every death the next installation ends with the whole file.
