@@ -56,8 +56,9 @@ InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& tar
 [[nodiscard]] bool CopyFileContent(HANDLE source, HANDLE target);
 [[nodiscard]] bool CopyFileContent(HANDLE source, HANDLE target, InstallCalls& calls);
 
-/// The last-write time of a file that is being overwritten: the beginning of 1980, the oldest time
-/// that every file system can hold.
-inline constexpr std::uint64_t kUnfinishedTime = 119'600'064'000'000'000;
+/// The last-write time of a file that is being overwritten: the beginning of 1980-01-02, UTC. No
+/// package is older, and a file system that keeps local times from 1980 on can hold it in every
+/// time zone; the day before it could not, west of Greenwich.
+inline constexpr std::uint64_t kUnfinishedTime = 119'600'928'000'000'000;
 
 }  // namespace kestrune

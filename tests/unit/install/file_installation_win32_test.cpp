@@ -5,6 +5,7 @@
 #include <functional>
 #include <new>
 
+#include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/path.h"
 #include "common/sha256_win32.h"
@@ -461,6 +462,20 @@ TEST_F(FileInstallation, WhereFilesCanOnlyVanishLaterTheyDoToo) {
   calls.refuses = false;
   EXPECT_TRUE(InstallFile(source_, target_, message_, calls));
   EXPECT_EQ(FileBytes(target_), Content('n'));
+}
+
+TEST_F(FileInstallation, AnUnfinishedFilesTimeLiesIn1980InEveryTimeZone) {
+  constexpr std::int64_t kHour = 36'000'000'000;
+  for (int offset = -12; offset <= 14; ++offset) {
+    const FILETIME time =
+        SplitFileTime(kUnfinishedTime + static_cast<std::uint64_t>(offset * kHour));
+    SYSTEMTIME parts{};
+    WORD date = 0;
+    WORD hour = 0;
+    EXPECT_TRUE(FileTimeToSystemTime(&time, &parts));
+    EXPECT_EQ(parts.wYear, 1980) << offset;
+    EXPECT_TRUE(FileTimeToDosDateTime(&time, &date, &hour)) << offset;
+  }
 }
 
 /// After every death the next installation ends with the whole file.
