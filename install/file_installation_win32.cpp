@@ -53,7 +53,7 @@ void MarkUnfinished(HANDLE target, Copying copying, InstallCalls& calls) {
   }
 }
 
-bool CopyContent(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
+bool CopyBytes(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
   if (!calls.GoToBeginning(source) || !calls.GoToBeginning(target)) {
     return false;
   }
@@ -71,8 +71,13 @@ bool CopyContent(HANDLE source, HANDLE target, Copying copying, InstallCalls& ca
     return false;
   }
   MarkUnfinished(target, copying, calls);
+  return calls.Flush(target);
+}
+
+bool CopyBytesAndTime(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
   std::uint64_t time = 0;
-  return calls.Flush(target) && calls.GetTime(source, time) && calls.SetTime(target, time);
+  return CopyBytes(source, target, copying, calls) && calls.GetTime(source, time) &&
+         calls.SetTime(target, time);
 }
 
 bool ReadTargetTime(const WIN32_FILE_ATTRIBUTE_DATA& data, std::uint64_t& time) {
@@ -160,20 +165,22 @@ class Installation {
     if (outcome == BackupOutcome::NotCreated) {
       return Fail(L"Cannot create update backup; target preserved: ", target_);
     }
-    if (!CopyContent(target_file_.Get(), backup.Get(), Copying::Safely, calls_)) {
+    if (!CopyBytesAndTime(target_file_.Get(), backup.Get(), Copying::Safely, calls_)) {
       return Fail(L"Cannot back up target: ", target_);
     }
     if (CopyToTarget()) {
       return true;
     }
     const bool restored =
-        CopyContent(backup.Get(), target_file_.Get(), Copying::OverTheTarget, calls_);
+        CopyBytesAndTime(backup.Get(), target_file_.Get(), Copying::OverTheTarget, calls_);
     return Fail(restored ? L"Update failed; original restored: " : L"Update and rollback failed: ",
                 target_);
   }
 
+  /// The source's own time never stands on the target: it may be later than the package's, and a
+  /// process that ended just then would leave a file that no later package replaces.
   bool CopyToTarget() {
-    return CopyContent(source_file_.Get(), target_file_.Get(), Copying::OverTheTarget, calls_) &&
+    return CopyBytes(source_file_.Get(), target_file_.Get(), Copying::OverTheTarget, calls_) &&
            calls_.SetTime(target_file_.Get(), timestamp_.time);
   }
 
@@ -294,7 +301,7 @@ bool InstallFile(const std::wstring& source, const std::wstring& target, std::ws
 }
 
 bool CopyFileContent(HANDLE source, HANDLE target, InstallCalls& calls) {
-  return CopyContent(source, target, Copying::Safely, calls);
+  return CopyBytesAndTime(source, target, Copying::Safely, calls);
 }
 
 bool CopyFileContent(HANDLE source, HANDLE target) {

@@ -481,6 +481,28 @@ TEST_F(FileInstallation, AnUnfinishedFilesTimeLiesIn1980InEveryTimeZone) {
 /// After every death the next installation ends with the whole file.
 class DyingInstallation : public FileInstallation {
  protected:
+  static constexpr std::uint64_t kOwnTime = kLaterTime + 36'000'000'000;
+
+  /// The package's manifest says an earlier time than the source file has itself.
+  void SetUp() override {
+    FileInstallation::SetUp();
+    if (HasFatalFailure() || IsSkipped()) {
+      return;
+    }
+    SetTimeOf(source_, kOwnTime);
+    const FILETIME time = SplitFileTime(kLaterTime);
+    PutManifest(ManifestValue(Capitals(time.dwHighDateTime) + ":" + Capitals(time.dwLowDateTime)));
+  }
+
+  /// Eight hexadecimal digits.
+  static std::string Capitals(DWORD value) {
+    std::string digits(8, '0');
+    for (auto digit = digits.rbegin(); digit != digits.rend(); ++digit, value /= 16) {
+      *digit = "0123456789ABCDEF"[value % 16];
+    }
+    return digits;
+  }
+
   void DieEverywhere(const std::function<void()>& begin, int allowed_apart) {
     begin();
     StrikingCalls counting;
@@ -492,6 +514,7 @@ class DyingInstallation : public FileInstallation {
         StrikingCalls calls(at, strike);
         EXPECT_THROW(static_cast<void>(InstallFile(source_, target_, message_, calls)),
                      StrikingCalls::Killed);
+        EXPECT_NE(TimeOf(target_), kOwnTime) << at;
         // Wine moves the time of a file on with each write although it was set; dying between the
         // write and the mark behind it then leaves a file that looks new.
         const bool looks_new = RunsUnderWine() && TimeOf(target_) > kLaterTime;
