@@ -32,7 +32,9 @@ bool FindManifest(const std::wstring& directory, std::wstring& manifest) {
   const FindHandle find(
       FindFirstFileW(ExtendedPath(JoinPath(directory, L"BFM_*.ini")).c_str(), &entry));
   if (!find) {
-    return GetLastError() == ERROR_FILE_NOT_FOUND;
+    // Some file systems end an empty search at once, others do not begin it.
+    const DWORD code = GetLastError();
+    return code == ERROR_FILE_NOT_FOUND || code == ERROR_NO_MORE_FILES;
   }
   do {
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ||
