@@ -26,15 +26,13 @@ bool FillForThisMachine(const std::string& script, const std::wstring& runtime, 
   if (!TemporaryRoot(temporary, message)) {
     return false;
   }
-  std::string runtime_bytes;
-  std::string temporary_bytes;
   // The host reads scripts in the ANSI code page: a path with a replaced character would lead
   // somewhere else.
-  if (!AnsiFromWide(runtime, runtime_bytes) || !AnsiFromWide(temporary, temporary_bytes)) {
+  if (!SurvivesAnsiRoundTrip(runtime) || !SurvivesAnsiRoundTrip(temporary)) {
     message = L"The runtime script cannot hold its directories.";
     return false;
   }
-  filled = FillScriptTemplate(script, runtime_bytes, temporary_bytes);
+  filled = FillScriptTemplate(script, AnsiFromWideLossy(runtime), AnsiFromWideLossy(temporary));
   return true;
 }
 

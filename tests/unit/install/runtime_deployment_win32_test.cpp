@@ -4,10 +4,12 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
+#include "common/known_folders_win32.h"
 #include "common/path.h"
 #include "common/sha256_win32.h"
 #include "install/runtime_script_win32.h"
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/shell_folder_override_win32.h"
 
 namespace kestrune {
 namespace {
@@ -144,7 +146,20 @@ TEST_F(RuntimeScript, ARuntimeThatTheCodePageCannotHoldIsRefused) {
   const std::wstring runtime = Scratch(L"\x540D");
   ASSERT_TRUE(CreateDirectories(runtime));
   EXPECT_FALSE(GenerateRuntimeScript(package_, runtime, message_));
+  EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
   EXPECT_EQ(NamesIn(runtime), std::vector<std::wstring>{});
+}
+
+TEST_F(RuntimeScript, ATemporaryRootThatTheCodePageCannotHoldIsRefused) {
+  const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", Scratch(L"\x540D"));
+  std::wstring root;
+  ASSERT_TRUE(TemporaryRoot(root, message_));
+  if (!root.starts_with(Scratch(L"\x540D"))) {
+    GTEST_SKIP() << "this system does not move the public documents at once";
+  }
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
 }
 
 TEST_F(RuntimeScript, AManifestInTheRuntimeDirectoryDoesNotVouchForTheWaitingFile) {
