@@ -88,12 +88,60 @@ struct InstanceState {
 /// One installer command over all instances.
 class InstallerRun {
  public:
-  InstallerRun(const InstallerOptions& options, const std::wstring& program_path,
-               std::wstring runtime)
-      : options_(options),
-        program_path_(program_path),
-        runtime_(std::move(runtime)),
-        project_path_(JoinPath(runtime_, L"Kestrune.PrjScr")) {}
+  InstallerRun(const InstallerOptions& options, const std::wstring& program_path)
+      : options_(options), program_path_(program_path) {}
+
+  /// Throws only when memory runs out; what was reported until then can still be taken.
+  void Run() {
+    try {
+      RunOrFail();
+    } catch (const Failure& failure) {
+      End(kFailed, failure.text);
+    }
+  }
+
+  /// Ends the run without memory, behind what was reported before.
+  void EndWithoutMemory() noexcept {
+    code_ = kFailed;
+    try {
+      report_ += L"Not enough memory.";
+    } catch (const std::bad_alloc&) {
+      // The code tells that something failed, and the report what was done before.
+      return;
+    }
+  }
+
+  InstallerResult TakeResult() { return {code_, std::move(report_)}; }
+
+ private:
+  void RunOrFail() {
+    const std::vector<HostInstance> instances = DiscoverHostInstances(options_);
+    if (instances.empty()) {
+      return End(kNoInstance, L"No Altium instance found.");
+    }
+    if (options_.command != InstallerCommand::Status && IsHostRunning()) {
+      return End(kHostRuns,
+                 L"Close all Altium instances before changing shared runtime or registration.");
+    }
+    FindRuntime();
+    for (const HostInstance& instance : instances) {
+      Handle(instance);
+    }
+  }
+
+  void FindRuntime() {
+    std::wstring local_app_data;
+    std::wstring folder_error;
+    if (!LocalAppDataDirectory(local_app_data, folder_error)) {
+      throw Failure{folder_error};
+    }
+    runtime_ = RuntimeRoot(local_app_data);
+    project_path_ = JoinPath(runtime_, L"Kestrune.PrjScr");
+    if (!SurvivesAnsiRoundTrip(project_path_)) {
+      throw Failure{
+          L"Runtime path cannot be represented safely by the existing DelphiScript runtime."};
+    }
+  }
 
   /// Handles one instance; whatever fails there is its line in the report and nobody else's matter.
   void Handle(const HostInstance& instance) {
@@ -107,13 +155,6 @@ class InstallerRun {
     }
   }
 
-  [[nodiscard]] InstallerResult Result() const {
-    const std::int32_t problem =
-        options_.command == InstallerCommand::Status ? kStatusProblem : kFailed;
-    return {problem_seen_ ? problem : kSuccess, report_};
-  }
-
- private:
   void HandleOrFail(const HostInstance& instance) {
     if (instance.needs_verification || instance.executable.empty() ||
         QueryFileKind(instance.executable) == FileKind::Absent) {
@@ -131,13 +172,22 @@ class InstallerRun {
   }
 
   void ReportFailure(const std::wstring& text) {
+    SeeProblem();
     report_ += L"FAILED: " + text + L"\n";
-    problem_seen_ = true;
   }
 
   void Skip(const std::wstring& text) {
+    SeeProblem();
     report_ += L"Skipped: " + text + L"\n";
-    problem_seen_ = true;
+  }
+
+  void SeeProblem() {
+    code_ = options_.command == InstallerCommand::Status ? kStatusProblem : kFailed;
+  }
+
+  void End(std::int32_t code, const std::wstring& text) {
+    code_ = code;
+    report_ += text;
   }
 
   [[nodiscard]] bool Registering() const {
@@ -200,8 +250,10 @@ class InstallerRun {
         listed && state.anchor &&
         altium_registration::ValidateRcs(state.rcs, DescribeButton(instance, state.anchor), true,
                                          error, CarriedKinds());
+    if (!installed) {
+      SeeProblem();
+    }
     report_ += installed ? L"Installed\n" : L"Not installed / registration requires repair\n";
-    problem_seen_ = problem_seen_ || !installed;
   }
 
   void ChangeRegistration(WindowsStore& store, const HostInstance& instance,
@@ -266,49 +318,25 @@ class InstallerRun {
 
   const InstallerOptions& options_;
   const std::wstring& program_path_;
-  const std::wstring runtime_;
-  const std::wstring project_path_;
+  std::wstring runtime_;
+  std::wstring project_path_;
   std::optional<RegistrationSettings> settings_;
   bool deployed_ = false;
-  bool problem_seen_ = false;
+  std::int32_t code_ = kSuccess;
   std::wstring report_;
 };
-
-InstallerResult RunOrFail(const InstallerOptions& options, const std::wstring& program_path) {
-  const std::vector<HostInstance> instances = DiscoverHostInstances(options);
-  if (instances.empty()) {
-    return {kNoInstance, L"No Altium instance found."};
-  }
-  if (options.command != InstallerCommand::Status && IsHostRunning()) {
-    return {kHostRuns,
-            L"Close all Altium instances before changing shared runtime or registration."};
-  }
-  std::wstring local_app_data;
-  std::wstring folder_error;
-  if (!LocalAppDataDirectory(local_app_data, folder_error)) {
-    return {kFailed, folder_error};
-  }
-  const std::wstring runtime = RuntimeRoot(local_app_data);
-  if (!SurvivesAnsiRoundTrip(JoinPath(runtime, L"Kestrune.PrjScr"))) {
-    return {kFailed,
-            L"Runtime path cannot be represented safely by the existing DelphiScript runtime."};
-  }
-  InstallerRun run(options, program_path, runtime);
-  for (const HostInstance& instance : instances) {
-    run.Handle(instance);
-  }
-  return run.Result();
-}
 
 }  // namespace
 
 InstallerResult RunInstallerCommand(const InstallerOptions& options,
                                     const std::wstring& program_path) {
+  InstallerRun run(options, program_path);
   try {
-    return RunOrFail(options, program_path);
-  } catch (const Failure& failure) {
-    return {kFailed, failure.text};
+    run.Run();
+  } catch (const std::bad_alloc&) {
+    run.EndWithoutMemory();
   }
+  return run.TakeResult();
 }
 
 }  // namespace kestrune

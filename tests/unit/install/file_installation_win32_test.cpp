@@ -164,7 +164,8 @@ TEST_F(FileInstallation, AManifestBeyondTheClassicPathLengthIsNeverPassedOver) {
   source_ = Scratch(std::wstring(120, L'a') + L"\\" + std::wstring(120, L'b') + L"\\file.txt");
   Put(source_, "new", kPackageTime);
   EXPECT_EQ(Decide(), InstallVerdict::Install);
-  // Whether the system reads settings from there or not, the file's own time is out of the question.
+  // Whether the system reads settings from there or not, the file's own time is out of the
+  // question.
   PutManifest(ManifestValue("01DC8000:00000000"));
   if (Install()) {
     EXPECT_EQ(TimeOf(target_), 0x01DC800000000000ULL);

@@ -1,0 +1,67 @@
+#include "install/installer_win32.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "common/text.h"
+#include "tests/support/install_fixture_win32.h"
+#include "tests/support/scarce_memory_win32.h"
+
+namespace kestrune {
+namespace {
+
+using Refused = ScarceMemory::Refused;
+
+/// Installations in this process, over two instances of one user.
+class InstallerInScarcity : public InstallTest {
+ protected:
+  void Begin() {
+    ClearBox();
+    hosts_ = {MakeHost(UsedHost(1, 24)), MakeHost(UsedHost(2, 17))};
+  }
+
+  /// Answers how many allocations were asked for.
+  long Install(long allowed, Refused refused) {
+    InstallerOptions options;
+    options.package = package_;
+    const std::wstring program = KestrunePath();
+    const ScarceMemory memory(allowed, refused);
+    result_ = RunInstallerCommand(options, program);
+    return ScarceMemory::Asked();
+  }
+
+  std::vector<MadeInstance> hosts_;
+  InstallerResult result_;
+};
+
+TEST_F(InstallerInScarcity, WhateverWasChangedIsReportedAndSuccessIsWhole) {
+  constexpr long kPoints = 12;
+  Begin();
+  const long all = Install(std::numeric_limits<long>::max(), Refused::One);
+  ASSERT_EQ(result_.code, 0) << Utf8FromWide(result_.message);
+  ASSERT_GT(all, kPoints);
+  int partly = 0;
+  for (const Refused refused : {Refused::One, Refused::AllFromThenOn}) {
+    for (long point = 0; point <= kPoints; ++point) {
+      SCOPED_TRACE(testing::Message() << "allocation " << (all - 1) * point / kPoints << " of "
+                                      << all << (refused == Refused::One ? "" : " and all later"));
+      Begin();
+      const std::string before[] = {FileBytes(hosts_[0].rcs), FileBytes(hosts_[1].rcs)};
+      Install((all - 1) * point / kPoints, refused);
+      EXPECT_TRUE(result_.code == 40 || result_.code == 0) << result_.code;
+      for (std::size_t i = 0; i < 2; ++i) {
+        const bool changed = FileBytes(hosts_[i].rcs) != before[i];
+        partly += changed && result_.code == 40 ? 1 : 0;
+        EXPECT_TRUE(!changed || result_.message.find(hosts_[i].guid) != std::wstring::npos)
+            << Utf8FromWide(result_.message);
+        // Some memory can be done without, but success is no less for it.
+        EXPECT_TRUE(result_.code == 40 || HasWorkingButton(hosts_[i]));
+      }
+    }
+  }
+  EXPECT_GT(partly, 0);
+}
+
+}  // namespace
+}  // namespace kestrune
