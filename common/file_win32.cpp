@@ -8,7 +8,7 @@
 namespace kestrune {
 namespace {
 
-constexpr std::size_t kLargestWrite = std::size_t{1} << 30;
+constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 
 bool IsNotFound(DWORD code) {
   return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ||
@@ -199,11 +199,15 @@ bool ReadWholeFile(const std::wstring& path, std::uint64_t limit, std::string& b
     return false;
   }
   bytes.resize(static_cast<std::size_t>(size.QuadPart));
+  return ReadAll(file.Get(), bytes);
+}
+
+bool ReadAll(HANDLE file, std::string& bytes) {
   std::size_t done = 0;
   while (done < bytes.size()) {
     DWORD read = 0;
-    const auto chunk = static_cast<DWORD>(std::min(bytes.size() - done, kLargestWrite));
-    if (!ReadFile(file.Get(), bytes.data() + done, chunk, &read, nullptr)) {
+    const auto chunk = static_cast<DWORD>(std::min(bytes.size() - done, kLargestTransfer));
+    if (!ReadFile(file, bytes.data() + done, chunk, &read, nullptr)) {
       return false;
     }
     if (read == 0) {
@@ -218,7 +222,7 @@ bool ReadWholeFile(const std::wstring& path, std::uint64_t limit, std::string& b
 bool WriteAll(HANDLE file, std::string_view bytes) {
   while (!bytes.empty()) {
     DWORD written = 0;
-    const auto chunk = static_cast<DWORD>(std::min(bytes.size(), kLargestWrite));
+    const auto chunk = static_cast<DWORD>(std::min(bytes.size(), kLargestTransfer));
     if (!WriteFile(file, bytes.data(), chunk, &written, nullptr)) {
       return false;
     }

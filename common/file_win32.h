@@ -42,6 +42,10 @@ FileHandle OpenForReading(const std::wstring& path,
 /// read.
 [[nodiscard]] bool ReadWholeFile(const std::wstring& path, std::uint64_t limit, std::string& bytes);
 
+/// Reads as many bytes as `bytes` has from the handle's position. False with the thread's last
+/// error; ERROR_HANDLE_EOF when there are fewer.
+[[nodiscard]] bool ReadAll(HANDLE file, std::string& bytes);
+
 /// Creates or truncates the file and writes the bytes. False with the thread's last error.
 [[nodiscard]] bool WriteWholeFile(const std::wstring& path, std::string_view bytes);
 

@@ -103,6 +103,9 @@ FileSecurity ReadFileSecurity(SystemCalls& calls, const std::wstring& extended_p
   if (!calls.GetSecurity(extended_path, kParts, descriptor.data(), size, &size)) {
     throw FileStepFailure(read_step, GetLastError());
   }
+  if (size != 0 && size < descriptor.size()) {
+    descriptor.resize(size);
+  }
   return FileSecurity(std::move(descriptor));
 }
 

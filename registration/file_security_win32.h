@@ -52,6 +52,8 @@ class IdentityDescriptor {
  public:
   /// Throws the failure of the step that Windows refused.
   explicit IdentityDescriptor(const FileSecurity& original);
+  IdentityDescriptor(const IdentityDescriptor&) = delete;
+  IdentityDescriptor& operator=(const IdentityDescriptor&) = delete;
 
   [[nodiscard]] SECURITY_ATTRIBUTES* Attributes() { return &attributes_; }
 

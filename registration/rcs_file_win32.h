@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "common/owners_win32.h"
 #include "registration/file_security_win32.h"
 #include "registration/system_calls_win32.h"
 #include "registration/working_files_win32.h"
@@ -21,8 +22,8 @@ struct FileFacts {
 /// DXP.RCS of one instance with the files that stand beside it while it is replaced.
 ///
 /// The order is: SetPlannedText, Prepare, ReadTemporary, Commit; RollBack after a commit that got
-/// as far as Replaced(). At every instant DXP.RCS is the whole old or the whole new file; where
-/// Windows loses it half way, the displaced file holds the old one and is never deleted then.
+/// as far as Replaced(). At every instant DXP.RCS is the whole old or the whole new file, or, where
+/// Windows loses it half way, missing; then a working file holds it, and none is ever deleted.
 /// Failures are thrown as kestrune::Failure with their complete text.
 class RcsFile {
  public:
@@ -30,7 +31,7 @@ class RcsFile {
   RcsFile(const std::wstring& path, SystemCalls& calls);
   RcsFile(const RcsFile&) = delete;
   RcsFile& operator=(const RcsFile&) = delete;
-  /// Takes the working files away.
+  /// Takes away the working files that it created; while DXP.RCS is missing, none.
   ~RcsFile();
 
   [[nodiscard]] const std::wstring& ExtendedPath() const { return path_; }
@@ -46,28 +47,31 @@ class RcsFile {
   /// Writes the new text, whose SHA-256 is `digest`, to the temporary file.
   void Prepare(std::string_view new_text, std::string digest);
   void Commit();
-  /// Whether the file counts as replaced by this object.
+  /// Whether the file counts as replaced by this object; yes where that cannot be told.
   [[nodiscard]] bool Replaced() const noexcept { return replaced_; }
   void CheckSecurity() const;
-  void RestoreSecurity() const;
-  /// Puts the text of the saved file back.
+  void RestoreSecurity();
+  /// Puts the text of the saved file back, or the displaced file itself where DXP.RCS is missing.
   void RollBack(const std::wstring& saved_path);
 
  private:
-  void CreateWithIdentity(const std::wstring& path, std::string_view bytes,
+  void CreateWithIdentity(const std::wstring& path, std::string_view bytes, bool& created,
                           std::wstring_view refusal) const;
   void RequireSameFacts() const;
   void RequireSameReplacementSecurity() const;
-  void PutInPlace(const std::wstring& replacement, const std::string& displaced_digest,
-                  std::wstring_view step, std::wstring_view lost_update);
-  void RecoverFromFailedReplace();
-  [[noreturn]] void PutDisplacedBack(std::wstring_view lost_update);
-  void RequireOwn(std::wstring_view security_refusal, std::wstring_view content_refusal) const;
+  void DropDisplaced(const std::string& expected, const std::string& ours,
+                     std::wstring_view lost_update);
+  void TakeBackFailedReplacement();
+  void JudgeFailedReplacement();
   bool MoveDisplacedIntoGap() const;
-  void RestoreFrom(const std::string& saved);
-  void RestoreIntoGap(const std::string& saved);
-  void WriteRecovery(const std::string& saved);
+  void RequireOwn(std::wstring_view security_refusal, std::wstring_view content_refusal) const;
+  [[nodiscard]] bool HasOwnSecurity() const;
+  void RestoreOver(const std::wstring& saved_path);
+  [[nodiscard]] bool FinishHalfRestoration() const;
+  void FillGap(const std::wstring& saved_path);
+  void WriteRecovery(const std::wstring& saved_path);
   [[nodiscard]] bool IsMissing() const;
+  [[nodiscard]] static bool Exists(const std::wstring& path);
   [[nodiscard]] static std::string DigestOf(const std::wstring& path);
   [[nodiscard]] FileSecurity ReadSecurity() const;
 
@@ -79,19 +83,24 @@ class RcsFile {
   FileSecurity temporary_security_;
   /// What the file had right after our own replacement, before the exact one was restored.
   FileSecurity replaced_security_;
+  /// What it had after the exact one was written.
+  FileSecurity restored_security_;
   std::string planned_digest_;
   std::string new_digest_;
   bool replaced_ = false;
   /// A replacement that stopped half way left no DXP.RCS.
   bool lost_ = false;
-  /// The displaced file holds another program's text, and DXP.RCS ours.
-  bool keeps_foreign_text_ = false;
-  bool wrote_recovery_ = false;
+  /// A replacement failed, and DXP.RCS could not be read after it.
+  bool is_outcome_unknown_ = false;
+  /// The displaced file is somebody's only copy of a text.
+  bool keeps_displaced_ = false;
+  /// DXP.RCS.recovery is a file that this object created.
+  bool owns_recovery_ = false;
 };
 
 /// Reads a file of at most 8,388,608 bytes whole, sharing reading and deletion. Throws the failure
 /// of "Open RCS", "Read RCS size" or "Read RCS", or "RCS exceeds limit.".
-std::string ReadRcsBytes(const std::wstring& extended_path);
+std::string ReadRcsBytes(SystemCalls& calls, const std::wstring& extended_path);
 
 /// What a failing step is called.
 struct NewFileSteps {
@@ -100,9 +109,20 @@ struct NewFileSteps {
   std::wstring_view flush;
 };
 
-/// Creates a file that must not exist, writes the bytes and flushes them; one that cannot be
-/// completed is deleted. Throws the failure of the step.
+/// Creates a file that must not exist. Throws the failure of the step.
+kestrune::FileHandle CreateNewFile(SystemCalls& calls, const std::wstring& extended_path,
+                                   SECURITY_ATTRIBUTES* security, std::wstring_view step);
+
+/// Writes the bytes to a file that was just created and flushes them; one that cannot be completed
+/// is deleted. Throws the failure of the step.
+void FillNewFile(SystemCalls& calls, kestrune::FileHandle file, const std::wstring& extended_path,
+                 std::string_view bytes, const NewFileSteps& steps);
+
+/// Both of them, with the security that the folder gives.
 void WriteNewFile(SystemCalls& calls, const std::wstring& extended_path, std::string_view bytes,
-                  SECURITY_ATTRIBUTES* security, const NewFileSteps& steps);
+                  const NewFileSteps& steps);
+
+/// The SHA-256 of the bytes. Throws "SHA256 unavailable." or the failure of "SHA provider".
+std::string Digest(SystemCalls& calls, std::string_view bytes);
 
 }  // namespace altium_registration

@@ -1,11 +1,17 @@
 #include "registration/system_calls_win32.h"
 
+#include "common/sha256_win32.h"
+
 namespace altium_registration {
 
 HANDLE SystemCalls::Create(const std::wstring& path, DWORD access, DWORD sharing,
                            SECURITY_ATTRIBUTES* security, DWORD disposition) {
   return CreateFileW(path.c_str(), access, sharing, security, disposition, FILE_ATTRIBUTE_NORMAL,
                      nullptr);
+}
+
+BOOL SystemCalls::GetSize(HANDLE file, LARGE_INTEGER* size) {
+  return GetFileSizeEx(file, size);
 }
 
 BOOL SystemCalls::Write(HANDLE file, const void* bytes, DWORD size, DWORD* written) {
@@ -46,6 +52,10 @@ BOOL SystemCalls::GetSecurity(const std::wstring& path, SECURITY_INFORMATION par
 BOOL SystemCalls::SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts,
                               void* descriptor) {
   return SetFileSecurityW(path.c_str(), parts, descriptor);
+}
+
+std::string SystemCalls::Sha256(std::string_view bytes) {
+  return kestrune::Sha256(bytes);
 }
 
 LSTATUS SystemCalls::CreateKey(const std::wstring& path, HKEY* key) {

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <string>
+#include <string_view>
 
 namespace altium_registration {
 
@@ -22,6 +23,8 @@ class SystemCalls {
   /// CreateFileW.
   virtual HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
                         SECURITY_ATTRIBUTES* security, DWORD disposition);
+  /// GetFileSizeEx.
+  virtual BOOL GetSize(HANDLE file, LARGE_INTEGER* size);
   /// WriteFile.
   virtual BOOL Write(HANDLE file, const void* bytes, DWORD size, DWORD* written);
   /// FlushFileBuffers.
@@ -43,6 +46,8 @@ class SystemCalls {
                            DWORD size, DWORD* needed);
   /// SetFileSecurityW.
   virtual BOOL SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts, void* descriptor);
+  /// The SHA-256 of common/sha256_win32.h, with its failures.
+  virtual std::string Sha256(std::string_view bytes);
   /// RegCreateKeyExW below HKEY_CURRENT_USER, for setting values.
   virtual LSTATUS CreateKey(const std::wstring& path, HKEY* key);
   /// RegSetValueExW.

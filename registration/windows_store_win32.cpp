@@ -5,7 +5,6 @@
 #include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/path.h"
-#include "common/sha256_win32.h"
 #include "registration/backup_format.h"
 #include "registration/global_projects_key_win32.h"
 #include "registration/step_failure.h"
@@ -30,18 +29,6 @@ RunStamp StampNow() {
 std::wstring NameBackupDirectory(const StoreTarget& target) {
   const std::wstring root = JoinPath(kestrune::ParentPath(target.rcs_path), L"KestruneBackups");
   return JoinPath(JoinPath(root, target.guid), BackupDirectoryName(StampNow()));
-}
-
-/// The digest, with the failure in the form that the steps of a store have.
-std::string Digest(std::string_view bytes) {
-  try {
-    return kestrune::Sha256(bytes);
-  } catch (const kestrune::Failure& failure) {
-    if (failure.text == L"SHA provider") {
-      throw FileStepFailure(failure.text, failure.code);
-    }
-    throw;
-  }
 }
 
 /// One directory; the code of the failing call, or success when it is there.
@@ -85,7 +72,7 @@ void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<Registr
   if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
     throw FileStepFailure(L"Create backup directory", code);
   }
-  const std::string digest = Digest(rcs);
+  const std::string digest = Digest(*calls_, rcs);
   BackUpRcs(rcs);
   WriteBackup(L"registry.before.bin", RegistryBackup(values), L"Write registry backup");
   const FileFacts& facts = file_.Facts();
@@ -107,18 +94,24 @@ void WindowsStore::BackUpRcs(std::string_view rcs) {
   if (!calls_->CopyNew(file_.ExtendedPath(), saved)) {
     throw FileStepFailure(L"Backup RCS", GetLastError());
   }
-  if (ReadRcsBytes(saved) != rcs) {
+  // A copy stands in the cache only; it must not be gone when the original is replaced.
+  FileHandle copy(calls_->Create(saved, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING));
+  if (!copy || !calls_->Flush(copy.Get())) {
+    throw FileStepFailure(L"Backup RCS", GetLastError());
+  }
+  copy.Reset();
+  if (ReadRcsBytes(*calls_, saved) != rcs) {
     throw Refusal(L"Backup/source mismatch.");
   }
 }
 
 void WindowsStore::WriteBackup(std::wstring_view name, std::string_view bytes,
                                std::wstring_view step) {
-  WriteNewFile(*calls_, BackupPath(name), bytes, nullptr, {step, step, step});
+  WriteNewFile(*calls_, BackupPath(name), bytes, {step, step, step});
 }
 
 void WindowsStore::PrepareReplacement(std::string_view new_text) {
-  const std::string digest = Digest(new_text);
+  const std::string digest = Digest(*calls_, new_text);
   file_.Prepare(new_text, digest);
   AppendLog("Intended SHA256=" + digest);
 }
@@ -163,9 +156,11 @@ void WindowsStore::AppendLog(std::string_view line) {
   }
   const std::string text = std::string(line) + "\r\n";
   DWORD written = 0;
-  if (!calls_->Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written) ||
-      written != text.size()) {
+  if (!calls_->Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written)) {
     throw kestrune::Failure{std::wstring(kUnwritable), GetLastError()};
+  }
+  if (written != text.size()) {
+    throw kestrune::Failure{std::wstring(kUnwritable), ERROR_WRITE_FAULT};
   }
   if (!calls_->Flush(log.Get())) {
     throw kestrune::Failure{L"Cannot flush operation log.", GetLastError()};

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "common/failure.h"
 #include "registration/system_calls_win32.h"
 
 namespace altium_registration {
@@ -18,6 +20,9 @@ class ScriptedCalls final : public SystemCalls {
   /// Called with the path; a descriptor given here is answered instead of the file's own.
   std::function<bool(const std::wstring& path, std::vector<std::byte>& descriptor)> on_get_security;
   std::function<bool(BOOL&answer)> on_write, on_flush;
+  std::function<bool(LARGE_INTEGER& size, BOOL& answer)> on_size;
+  /// Thrown where a digest is asked for.
+  std::optional<kestrune::Failure> on_sha;
   std::function<bool(LSTATUS&answer)> on_create_key, on_set_value, on_delete_value;
 
   HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
@@ -67,6 +72,16 @@ class ScriptedCalls final : public SystemCalls {
     return on_set_security && on_set_security(path, answer)
                ? answer
                : SystemCalls::SetSecurity(path, parts, descriptor);
+  }
+  BOOL GetSize(HANDLE file, LARGE_INTEGER* size) override {
+    BOOL answer = FALSE;
+    return on_size && on_size(*size, answer) ? answer : SystemCalls::GetSize(file, size);
+  }
+  std::string Sha256(std::string_view bytes) override {
+    if (on_sha) {
+      throw kestrune::Failure{*on_sha};
+    }
+    return SystemCalls::Sha256(bytes);
   }
   LSTATUS CreateKey(const std::wstring& path, HKEY* key) override {
     LSTATUS answer = ERROR_SUCCESS;

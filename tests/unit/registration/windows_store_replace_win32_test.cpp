@@ -7,6 +7,7 @@
 #include <sddl.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/owners_win32.h"
@@ -353,7 +354,7 @@ TEST_F(WindowsStoreReplaceTest, DisplacedFileIsKeptWhileNothingElseHoldsTheFile)
   const std::wstring kept = Left(L".old.tmp");
   store.reset();
   EXPECT_EQ(FileBytes(kept), "old text");
-  EXPECT_EQ(profile.Leftovers().size(), 1U);
+  EXPECT_EQ(FileBytes(profile.Rcs() + L".recovery"), "old text");
 }
 
 TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapIsNotOverwrittenEvenIfItIsOurText) {
@@ -369,7 +370,144 @@ TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapIsNotOverwrittenEven
     WriteFileBytes(profile.Rcs(), text);
     EXPECT_EQ(RollBack(), kForeignContent);
     EXPECT_EQ(Rcs(), text);
+    const std::wstring kept = Left(L".old.tmp");
+    store.reset();
+    EXPECT_EQ(FileBytes(kept), "old text");
+    EXPECT_TRUE(DeleteFileW(kept.c_str()));
   }
+}
+
+TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapDuringTheCallCountsAsWritten) {
+  for (const char* text : {"foreign!", "new text"}) {
+    WriteFileBytes(profile.Rcs(), "old text");
+    OpenPrepared();
+    calls->on_replace = [&](const std::wstring& displaced, BOOL& answer) {
+      EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+      WriteFileBytes(profile.Rcs(), text);
+      return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+    };
+    EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+    EXPECT_TRUE(store->HasReplacedRcs());
+    EXPECT_NE(RollBack(), L"");
+    EXPECT_EQ(Rcs(), text);
+    const std::wstring kept = Left(L".old.tmp");
+    store.reset();
+    EXPECT_EQ(FileBytes(kept), "old text");
+    EXPECT_TRUE(DeleteFileW(kept.c_str()));
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, SameTextFromAnotherRunIsNotTakenForOurOwn) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring&, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "new text");
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "new text");
+}
+
+TEST_F(WindowsStoreReplaceTest, FailedReplacementWhoseOutcomeCannotBeReadCountsAsWritten) {
+  for (const bool is_unlocked_again : {false, true}) {
+    OpenPrepared();
+    kestrune::FileHandle lock;
+    calls->on_replace = [&](const std::wstring&, BOOL& answer) {
+      lock = kestrune::FileHandle(
+          CreateFileW(profile.Rcs().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+      return FailWith(ERROR_SHARING_VIOLATION, answer);
+    };
+    EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
+    EXPECT_TRUE(store->HasReplacedRcs());
+    if (is_unlocked_again) {
+      lock.Reset();
+    }
+    // What can be told by then to be the old file needs no rollback.
+    EXPECT_EQ(RollBack(), is_unlocked_again ? L"" : kForeignContent);
+    lock.Reset();
+    EXPECT_EQ(Rcs(), "old text");
+    CloseAndExpectNothingLeft();
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, ForeignTextLostHalfWayIsPutBackAndNamed) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+  };
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "foreign!");
+}
+
+TEST_F(WindowsStoreReplaceTest, ForeignTextThatCannotComeBackIsNotReplacedByTheBackup) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+  };
+  calls->on_move = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  EXPECT_EQ(RollBack(), kForeignContent);
+  EXPECT_EQ(Rcs(), "<missing>");
+  const std::wstring kept = Left(L".old.tmp");
+  store.reset();
+  EXPECT_EQ(FileBytes(kept), "foreign!");
+}
+
+TEST_F(WindowsStoreReplaceTest, SecondForeignTextIsNotOverwrittenByTheFirst) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    SystemCalls real;
+    answer = real.Replace(profile.Rcs(), Left(L".tmp"), displaced);
+    WriteUnnoticed(profile.Rcs(), "a third!");
+    return true;
+  };
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(RollBack(), kForeignContent);
+  EXPECT_EQ(Rcs(), "a third!");
+  const std::wstring kept = Left(L".old.tmp");
+  store.reset();
+  EXPECT_EQ(FileBytes(kept), "foreign!");
+}
+
+TEST_F(WindowsStoreReplaceTest, SecurityOfAFileThatComesBackFromItsDisplacedNameIsKept) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    RestrictToOwner(profile.Rcs());
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+  };
+  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  });
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  const FileSecurity foreign = [this] {
+    SystemCalls real;
+    return ReadFileSecurity(real, Left(L".old.tmp"), L"size", L"read");
+  }();
+  EXPECT_EQ(RollBack(), L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
+  EXPECT_EQ(Rcs(), "old text");
+  EXPECT_TRUE(RealSecurity() == foreign);
+}
+
+TEST_F(WindowsStoreReplaceTest, GapIsFilledFromTheDisplacedFileEvenWithADamagedBackup) {
+  OpenPrepared();
+  ReplaceStopsHalfWay();
+  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  });
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  WriteFileBytes(Saved(L"DXP.RCS.before"), "damaged");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
 }
 
 TEST_F(WindowsStoreReplaceTest, FailedReplacementThatWorkedAllTheSameCountsAsWritten) {
@@ -414,7 +552,78 @@ TEST_F(WindowsStoreReplaceTest, DaclOrOwnerThatReadsBackDifferentlyIsNamed) {
             L"RCS owner/group changed; manual recovery required.");
 }
 
+TEST_F(WindowsStoreReplaceTest, DaclThatReadBackDifferentlyIsOurOwnWhenRollingBack) {
+  OpenPrepared();
+  const std::wstring odd = SecurityText() + L"(A;;FR;;;BG)";
+  bool is_odd = false;
+  calls->on_set_security = [&](const std::wstring&, BOOL&) {
+    is_odd = !is_odd;
+    return false;
+  };
+  calls->on_get_security = [&](const std::wstring& path, std::vector<std::byte>& descriptor) {
+    descriptor = DescriptorFrom(odd.c_str());
+    return is_odd && path.ends_with(L"DXP.RCS");
+  };
+  EXPECT_EQ(Commit(), L"RCS security readback mismatch.");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, SecurityThatCouldNotBeReadAfterReplacingIsKnownAllTheSame) {
+  OpenPrepared();
+  bool is_replaced = false;
+  calls->on_replace = OnCall(1, [&](const std::wstring&, BOOL&) {
+    is_replaced = true;
+    return false;
+  });
+  calls->on_get_security = [&](const std::wstring&, std::vector<std::byte>&) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return std::exchange(is_replaced, false);
+  };
+  EXPECT_EQ(Commit(), L"Query RCS security size (Win32 5)");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+}
+
 // Rolling back
+
+TEST_F(WindowsStoreReplaceTest, RestorationThatStopsHalfWayIsFinishedFromTheRecoveryFile) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  ReplaceStopsHalfWay();
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, RestorationThatStaysHalfWayKeepsEveryWorkingFile) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  ReplaceStopsHalfWay();
+  calls->on_move = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(RollBack(), L"Restore RCS (Win32 1177)");
+  EXPECT_EQ(Rcs(), "<missing>");
+  const std::wstring displaced = Left(L".old.tmp");
+  store.reset();
+  EXPECT_EQ(FileBytes(displaced), "new text");
+  EXPECT_EQ(FileBytes(profile.Rcs() + L".recovery"), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, RecoveryFileThatAnotherRunMakesFirstIsNotCleared) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  calls->on_create = [this](const std::wstring& path, BOOL&) {
+    if (path.ends_with(L".recovery")) {
+      WriteFileBytes(profile.Rcs() + L".recovery", "of another run");
+    }
+    return false;
+  };
+  EXPECT_EQ(RollBack(), L"Create recovery/temp file (Win32 80)");
+  store.reset();
+  EXPECT_EQ(FileBytes(profile.Rcs() + L".recovery"), "of another run");
+}
 
 TEST_F(WindowsStoreReplaceTest, RollbackRestoresTheSavedBytes) {
   OpenPrepared();

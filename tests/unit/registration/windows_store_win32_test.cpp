@@ -10,6 +10,7 @@
 
 #include "common/file_win32.h"
 #include "common/sha256_win32.h"
+#include "registration/backup_format.h"
 #include "registration/global_projects.h"
 #include "registration/rcs_document.h"
 #include "tests/support/store_fixture_win32.h"
@@ -50,6 +51,14 @@ TEST_F(WindowsStoreTest, RecoveryFileOfAnotherRunOutlivesOneThatRestoredNothing)
   WriteFileBytes(profile.Rcs() + L".recovery", "of a run that is rolling back");
   OpenPrepared();
   store->CommitReplacement();
+  store.reset();
+  EXPECT_EQ(profile.Leftovers(), Names{L"DXP.RCS.recovery"});
+}
+
+TEST_F(WindowsStoreTest, RecoveryFileOfAnotherRunOutlivesOneThatOnlyReads) {
+  WriteFileBytes(profile.Rcs() + L".recovery", "of a run that is rolling back");
+  Open();
+  EXPECT_EQ(store->ReadRcs(), "old text");
   store.reset();
   EXPECT_EQ(profile.Leftovers(), Names{L"DXP.RCS.recovery"});
 }
@@ -120,6 +129,20 @@ TEST_F(WindowsStoreTest, FileWhoseSizeOnlyLooksSmallIn32BitsIsRefused) {
   }
   Open();
   EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"RCS exceeds limit.");
+}
+
+TEST_F(WindowsStoreTest, SizeThatCannotBeAskedOrIsNotThereNamesItsStep) {
+  Open();
+  calls->on_size = [](LARGE_INTEGER& size, BOOL& answer) {
+    size.QuadPart = 9;
+    answer = TRUE;
+    return true;
+  };
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"Read RCS (Win32 38)");
+  calls->on_size = [](LARGE_INTEGER&, BOOL& answer) {
+    return FailWith(ERROR_NETNAME_DELETED, answer);
+  };
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"Read RCS size (Win32 64)");
 }
 
 // Reading and writing the key
@@ -235,9 +258,14 @@ TEST_F(WindowsStoreTest, BackupsHoldFileValuesInstanceAndSecurity) {
             (Names{L"DXP.RCS.before", L"instance.txt", L"operation.log", L"registry.before.bin",
                    L"security.before.bin"}));
   EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.before")), "old text");
-  EXPECT_EQ(FileBytes(Saved(L"registry.before.bin")).size(), 30U + 4 + 12 + 4 + 4 + 4);
-  const std::string instance = FileBytes(Saved(L"instance.txt"));
-  EXPECT_NE(instance.find("\\DXP.RCS\r\nRegistry=HKCU\\Software\\Altium\\"), std::string::npos);
+  EXPECT_EQ(FileBytes(Saved(L"registry.before.bin")),
+            RegistryBackup({{L"Item0", kRegistryText, TextData(L"A")}}));
+  WIN32_FILE_ATTRIBUTE_DATA facts{};
+  ASSERT_TRUE(GetFileAttributesExW(profile.Rcs().c_str(), GetFileExInfoStandard, &facts));
+  EXPECT_EQ(
+      FileBytes(Saved(L"instance.txt")),
+      InstanceText({profile.Rcs(), profile.Branch(), facts.dwFileAttributes,
+                    facts.ftLastWriteTime.dwHighDateTime, facts.ftLastWriteTime.dwLowDateTime}));
   EXPECT_EQ(FileBytes(Saved(L"operation.log")),
             "Before SHA256=" + kestrune::Sha256("old text") + "\r\n");
   const std::vector<std::byte> security = RealSecurity().Bytes();
@@ -268,6 +296,31 @@ TEST_F(WindowsStoreTest, BackupThatIsNotWhatWasPlannedOnFails) {
   Open();
   EXPECT_EQ(FailureText([&] { store->CreateBackups("other text", {}); }),
             L"Backup/source mismatch.");
+}
+
+TEST_F(WindowsStoreTest, EveryBackupIsFlushed) {
+  Open();
+  int flushes = 0;
+  int failing = 0;
+  calls->on_flush = [&](BOOL& answer) {
+    return ++flushes == failing && FailWith(ERROR_DISK_FULL, answer);
+  };
+  store->CreateBackups("old text", {});
+  // Four files and one line of the log.
+  EXPECT_EQ(flushes, 5);
+  Open();
+  flushes = 0;
+  failing = 1;
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"Backup RCS (Win32 112)");
+}
+
+TEST_F(WindowsStoreTest, DigestThatCannotBeHadIsNamed) {
+  Open();
+  calls->on_sha = kestrune::Failure{L"SHA provider", ERROR_ACCESS_DENIED};
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"SHA provider (Win32 5)");
+  EXPECT_EQ(FailureText([&] { store->PrepareReplacement("x"); }), L"SHA provider (Win32 5)");
+  calls->on_sha = kestrune::Failure{L"SHA256 unavailable.", ERROR_ACCESS_DENIED};
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"SHA256 unavailable.");
 }
 
 TEST_F(WindowsStoreTest, BackupStepsThatFailAreNamed) {
