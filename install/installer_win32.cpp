@@ -1,5 +1,7 @@
 #include "install/installer_win32.h"
 
+#include <windows.h>
+
 #include <new>
 #include <optional>
 #include <string_view>
@@ -8,7 +10,9 @@
 #include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
+#include "common/log_win32.h"
 #include "common/path.h"
+#include "common/text.h"
 #include "common/text_win32.h"
 #include "export/user_settings_win32.h"
 #include "install/host_discovery_win32.h"
@@ -97,12 +101,14 @@ class InstallerRun {
       RunOrFail();
     } catch (const Failure& failure) {
       End(kFailed, failure.text);
+      Log(L"Error=" + failure.text + L" GetLastError=" + Decimal(failure.code));
     }
   }
 
   /// Ends the run without memory, behind what was reported before.
   void EndWithoutMemory() noexcept {
     code_ = kFailed;
+    Log(L"Error=Not enough memory. GetLastError=8");
     try {
       report_ += L"Not enough memory.";
     } catch (const std::bad_alloc&) {
@@ -149,9 +155,9 @@ class InstallerRun {
     try {
       HandleOrFail(instance);
     } catch (const Failure& failure) {
-      ReportFailure(failure.text);
+      ReportFailure(instance, failure.text, failure.code);
     } catch (const std::bad_alloc&) {
-      ReportFailure(L"Not enough memory.");
+      ReportFailure(instance, L"Not enough memory.", ERROR_NOT_ENOUGH_MEMORY);
     }
   }
 
@@ -171,9 +177,10 @@ class InstallerRun {
     ChangeRegistration(store, instance, state);
   }
 
-  void ReportFailure(const std::wstring& text) {
+  void ReportFailure(const HostInstance& instance, const std::wstring& text, std::uint32_t code) {
     SeeProblem();
     report_ += L"FAILED: " + text + L"\n";
+    Log(L"Error=" + text + L" GetLastError=" + Decimal(code) + L" GUID=" + instance.guid);
   }
 
   void Skip(const std::wstring& text) {
@@ -188,6 +195,13 @@ class InstallerRun {
   void End(std::int32_t code, const std::wstring& text) {
     code_ = code;
     report_ += text;
+  }
+
+  /// For whoever reads only the exit code of a quiet run. Asking for the status writes nothing.
+  void Log(std::wstring_view detail) const {
+    if (options_.command != InstallerCommand::Status) {
+      WriteLogEntry(L"Installer failed", detail);
+    }
   }
 
   [[nodiscard]] bool Registering() const {
@@ -300,6 +314,8 @@ class InstallerRun {
         options_.package.empty() ? FindPackageDirectory(program_path_) : options_.package;
     std::wstring message;
     if (package.empty() || !DeployRuntime(package, program_path_, message)) {
+      // The report keeps to one sentence; which file it was stands in the log.
+      Log(L"Error=" + message + L" Package=" + package);
       throw Failure{L"Runtime deployment failed; profile unchanged."};
     }
     deployed_ = true;

@@ -314,6 +314,31 @@ TEST_F(InstallTest, AnUnreadableCustomizationFileFailsItsInstance) {
   EXPECT_FALSE(Exists(folders_.runtime));
 }
 
+TEST_F(InstallStatusTest, AFailureStandsInTheLogForWhoeverSeesOnlyTheCode) {
+  const MadeInstance first = MakeHost(UsedHost(1, 24));
+  const MadeInstance second = MakeHost(UsedHost(2, 24));
+  const FileHandle held = HoldOpen(first.rcs, GENERIC_READ | GENERIC_WRITE, 0);
+  ExpectStatus(
+      10, Failed(first, L"Open RCS (Win32 32)") + HeaderOf(second) + std::wstring(kNotInstalled));
+  EXPECT_FALSE(Exists(folders_.log));
+  ASSERT_TRUE(DeleteFileW(JoinPath(package_, L"Script\\Kestrune.pas").c_str()));
+  ASSERT_TRUE(EndsSilentlyWith(40, RunQuietly(L"--install")));
+  const std::string log = FileBytes(folders_.log);
+  const std::string stage = "] Stage: Installer failed | Error=";
+  const std::string rows[] = {
+      "Open RCS (Win32 32) GetLastError=32 GUID=" + Utf8FromWide(first.guid),
+      "Cannot establish source last-write time: " +
+          Utf8FromWide(JoinPath(package_, L"Script\\Kestrune.pas")) +
+          " Package=" + Utf8FromWide(package_),
+      "Runtime deployment failed; profile unchanged. GetLastError=0 GUID=" +
+          Utf8FromWide(second.guid)};
+  std::size_t at = 0;
+  for (const std::string& row : rows) {
+    at = log.find(stage + row + "\r\n", at);
+    ASSERT_NE(at, std::string::npos) << row << "\n" << log;
+  }
+}
+
 TEST_F(InstallTest, AFailureBeforeDeploymentLeavesItToTheNextInstance) {
   BoxInstance without_toolbar = UsedHost(1, 24);
   without_toolbar.toolbars = HostToolbars::None;
@@ -601,7 +626,12 @@ TEST_F(InstallTest, ARuntimePathOutsideTheAnsiCodePageIsRefused) {
         40, L"Runtime path cannot be represented safely by the existing DelphiScript runtime.",
         kBad, Run(command)));
   }
-  EXPECT_FALSE(Exists(Scratch(L"\x540D\x524D")));
+  EXPECT_FALSE(Exists(Scratch(L"\x540D\x524D\\AppData\\Local\\Kestrune\\Runtime")));
+  EXPECT_NE(
+      FileBytes(Scratch(L"\x540D\x524D\\AppData\\Local\\Kestrune\\Logs\\bridge.log"))
+          .find("] Stage: Installer failed | Error=Runtime path cannot be represented safely by "
+                "the existing DelphiScript runtime. GetLastError=0\r\n"),
+      std::string::npos);
 }
 
 TEST_F(InstallTest, AnApostropheAndAnAnsiLetterInTheUsersNameDoNotMatter) {
