@@ -7,36 +7,22 @@
 #include <utility>
 
 #include "common/failure.h"
+#include "registration/rcs_scan.h"
 
 namespace altium_registration {
 namespace {
 
 using kestrune::Failure;
 
-constexpr char kQuote = '\'';
-
-enum class ByteClass : std::uint8_t { kBare, kBlank, kEquals, kQuoteMark };
-
-constexpr std::array<ByteClass, 256> kByteClasses = [] {
-  std::array<ByteClass, 256> classes{};
-  for (const char blank : {' ', '\t', '\r', '\n'}) {
-    classes[static_cast<unsigned char>(blank)] = ByteClass::kBlank;
-  }
-  classes['='] = ByteClass::kEquals;
-  classes[kQuote] = ByteClass::kQuoteMark;
-  return classes;
-}();
-
-ByteClass ClassOf(char byte) {
-  return kByteClasses[static_cast<unsigned char>(byte)];
-}
+/// Above the size limit, or with a NUL byte, as UTF-16 files have them.
+constexpr const wchar_t* kUnsupported = L"Unsupported RCS size/encoding.";
 
 std::string Collapsed(std::string_view written) {
   std::string text;
   text.reserve(written.size());
   for (std::size_t i = 0; i < written.size(); ++i) {
     text.push_back(written[i]);
-    if (written[i] == kQuote) {
+    if (written[i] == kRcsQuote) {
       ++i;
     }
   }
@@ -112,7 +98,7 @@ class Lexer {
 
   /// Takes the next token. Must not be called at the end.
   Token Next() {
-    const Token token = *position_ == kQuote ? QuotedToken() : UnquotedToken();
+    const Token token = *position_ == kRcsQuote ? QuotedToken() : UnquotedToken();
     position_ = token.End();
     SkipBlanks();
     return token;
@@ -120,21 +106,18 @@ class Lexer {
 
  private:
   void SkipBlanks() {
-    while (position_ != end_ && ClassOf(*position_) == ByteClass::kBlank) {
+    while (position_ != end_ && IsRcsBlank(*position_)) {
       ++position_;
     }
   }
 
   Token UnquotedToken() const {
-    const char* end = position_;
-    while (end != end_ && ClassOf(*end) == ByteClass::kBare) {
-      ++end;
-    }
+    const char* end = FindBareTokenEnd(position_, end_);
     if (end == position_ && *end == '=') {
       ++end;
     }
     if (end == position_) {
-      throw Failure{L"Invalid RCS token."};
+      throw Failure{*end == '\0' ? kUnsupported : L"Invalid RCS token."};
     }
     return {{position_, static_cast<std::size_t>(end - position_)}, false, false};
   }
@@ -143,12 +126,14 @@ class Lexer {
     const char* const begin = position_ + 1;
     bool doubled = false;
     for (const char* close = begin;; close += 2) {
-      close = static_cast<const char*>(
-          std::memchr(close, kQuote, static_cast<std::size_t>(end_ - close)));
+      close = FindRcsQuoteOrNul(close, end_);
       if (close == nullptr) {
         throw Failure{L"Unclosed RCS quote."};
       }
-      if (close + 1 == end_ || close[1] != kQuote) {
+      if (*close == '\0') {
+        throw Failure{kUnsupported};
+      }
+      if (close + 1 == end_ || close[1] != kRcsQuote) {
         return {{begin, static_cast<std::size_t>(close - begin)}, true, doubled};
       }
       doubled = true;
@@ -166,10 +151,10 @@ std::wstring Widened(const std::string& bytes) {
   return wide;
 }
 
-/// Checks the whole text and answers the part that holds the tokens.
-std::string_view Checked(std::string_view raw) {
-  if (raw.size() > kMaxRcsBytes || raw.find('\0') != std::string_view::npos) {
-    throw Failure{L"Unsupported RCS size/encoding."};
+/// The part of the text that holds the tokens. NUL bytes are found while reading them.
+std::string_view Tokens(std::string_view raw) {
+  if (raw.size() > kMaxRcsBytes) {
+    throw Failure{kUnsupported};
   }
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   return raw.substr(raw.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
@@ -193,7 +178,7 @@ constexpr std::array<KnownKind, 6> kKnownKinds = {{{"Link", RcsKind::kLink},
 class RcsParser {
  public:
   RcsParser(std::string_view raw, const RcsParseOptions& options)
-      : options_(options), lexer_(Checked(raw)) {
+      : options_(options), lexer_(Tokens(raw)) {
     document_.raw_ = raw;
     hashes_.reserve(options.strict ? raw.size() / kUsualRecordBytes : 0);
     document_.records_.reserve(raw.size() / kUsualRecordBytes);
@@ -206,7 +191,11 @@ class RcsParser {
         ParseRecord(lexer_.Next(), kNoRcsItem, 0);
       }
     } catch (const Failure&) {
-      // A quote that is never closed makes every other finding doubtful, so it is named first.
+      // A text that is no 8-bit text, and a quote that is never closed, make every other finding
+      // doubtful, so they are named first.
+      if (document_.raw_.find('\0') != std::string_view::npos) {
+        throw Failure{kUnsupported};
+      }
       while (!lexer_.AtEnd()) {
         lexer_.Next();
       }
@@ -432,12 +421,12 @@ std::uint32_t RcsDocument::FindIdentifier(const RcsText& identifier) const {
 }
 
 std::string Quote(std::string_view value) {
-  std::string quoted(1, kQuote);
+  std::string quoted(1, kRcsQuote);
   quoted.reserve(value.size() + 2);
   for (const char byte : value) {
-    quoted.append(byte == kQuote ? 2 : 1, byte);
+    quoted.append(byte == kRcsQuote ? 2 : 1, byte);
   }
-  quoted.push_back(kQuote);
+  quoted.push_back(kRcsQuote);
   return quoted;
 }
 
