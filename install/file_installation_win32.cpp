@@ -18,26 +18,20 @@ bool SetDisposition(HANDLE file, DWORD flags) {
   return SetFileInformationByHandle(file, kDispositionClass, &info, sizeof(info)) != FALSE;
 }
 
-FileHandle OpenFile(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition,
-                    DWORD flags) {
-  return FileHandle(CreateFileW(ExtendedPath(path).c_str(), access, sharing, nullptr, disposition,
-                                flags, nullptr));
-}
-
 /// Creates a target that vanishes with its handle until it is told to stay. It is so from the very
 /// call that creates it, where the file system knows how to change its mind later (all but old ones
 /// do); else from the next call on. `vanishes` is false where the file system knows neither way:
 /// the file then stays unless it is deleted.
 FileHandle CreateVanishingTarget(const std::wstring& path, InstallCalls& calls, bool& vanishes) {
   constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE | DELETE;
-  FileHandle file =
-      OpenFile(path, kAccess, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE);
+  FileHandle file(
+      calls.Open(path, kAccess, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE));
   vanishes = file && calls.VanishFromTheStart(file.Get());
   if (!file || vanishes) {
     return file;
   }
   file.Reset();
-  file = OpenFile(path, kAccess, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL);
+  file.Reset(calls.Open(path, kAccess, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL));
   vanishes = file && calls.VanishFromNowOn(file.Get());
   return file;
 }
@@ -88,15 +82,15 @@ bool ReadTargetTime(const WIN32_FILE_ATTRIBUTE_DATA& data, std::uint64_t& time) 
 /// A nameless copy of the target for the time of an update.
 enum class BackupOutcome { Open, NotCreated, NotOpened };
 
-BackupOutcome OpenBackup(FileHandle& backup) {
+BackupOutcome OpenBackup(FileHandle& backup, InstallCalls& calls) {
   wchar_t folder[MAX_PATH + 1] = {};
   const DWORD length = GetTempPathW(MAX_PATH + 1, folder);
   wchar_t name[MAX_PATH + 1] = {};
   if (length == 0 || length >= MAX_PATH || GetTempFileNameW(folder, L"bfu", 0, name) == 0) {
     return BackupOutcome::NotCreated;
   }
-  backup = OpenFile(name, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
-                    FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE);
+  backup.Reset(calls.Open(name, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
+                          FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE));
   if (!backup) {
     DeleteFileW(name);
     return BackupOutcome::NotOpened;
@@ -120,16 +114,16 @@ class Installation {
   }
 
   bool Run(InstallVerdict verdict) {
-    source_file_ =
-        OpenFile(source_, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL);
+    source_file_.Reset(
+        calls_.Open(source_, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL));
     if (!source_file_) {
       return Fail(L"Cannot lock source: ", source_);
     }
     const bool is_new = verdict == InstallVerdict::Install;
     bool vanishes = false;
     target_file_ = is_new ? CreateVanishingTarget(target_, calls_, vanishes)
-                          : OpenFile(target_, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
-                                     FILE_ATTRIBUTE_NORMAL);
+                          : FileHandle(calls_.Open(target_, GENERIC_READ | GENERIC_WRITE, 0,
+                                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL));
     must_delete_target_ = is_new && target_file_ && !vanishes;
     if (!target_file_) {
       return Fail(L"Cannot lock target: ", target_);
@@ -158,14 +152,14 @@ class Installation {
 
   bool UpdateTarget() {
     FileHandle backup;
-    const BackupOutcome outcome = OpenBackup(backup);
+    const BackupOutcome outcome = OpenBackup(backup, calls_);
     if (outcome == BackupOutcome::NotOpened) {
       return false;
     }
     if (outcome == BackupOutcome::NotCreated) {
       return Fail(L"Cannot create update backup; target preserved: ", target_);
     }
-    if (!CopyBytesAndTime(target_file_.Get(), backup.Get(), Copying::Safely, calls_)) {
+    if (!CopyFileContent(target_file_.Get(), backup.Get(), calls_)) {
       return Fail(L"Cannot back up target: ", target_);
     }
     if (CopyToTarget()) {
@@ -204,6 +198,12 @@ class Installation {
 
 bool InstallCalls::ReadPackageTime(const std::wstring& source, PackageTimestamp& timestamp) {
   return GetPackageTimestamp(source, timestamp);
+}
+
+HANDLE InstallCalls::Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition,
+                          DWORD flags) {
+  return CreateFileW(ExtendedPath(path).c_str(), access, sharing, nullptr, disposition, flags,
+                     nullptr);
 }
 
 bool InstallCalls::VanishFromTheStart(HANDLE file) {
@@ -302,11 +302,6 @@ bool InstallFile(const std::wstring& source, const std::wstring& target, std::ws
 
 bool CopyFileContent(HANDLE source, HANDLE target, InstallCalls& calls) {
   return CopyBytesAndTime(source, target, Copying::Safely, calls);
-}
-
-bool CopyFileContent(HANDLE source, HANDLE target) {
-  InstallCalls calls;
-  return CopyFileContent(source, target, calls);
 }
 
 }  // namespace kestrune

@@ -13,10 +13,13 @@ namespace kestrune {
 enum class InstallVerdict : std::int32_t { UpToDate = 0, Install = 1, Update = 2, Refused = 3 };
 
 /// The calls by which files are copied and put in place, one to one. Tests derive from it to fail
-/// at any of them; the program uses it as it is. All answer false when Windows refused.
+/// at any of them; the program uses it as it is. All answer false when Windows refused, Open
+/// INVALID_HANDLE_VALUE.
 class InstallCalls {
  public:
   virtual ~InstallCalls() = default;
+  virtual HANDLE Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition,
+                      DWORD flags);
   /// Makes sure that a file which was created to vanish with its handle can be kept later.
   virtual bool VanishFromTheStart(HANDLE file);
   /// Lets a file vanish with its handle that was created to stay.
@@ -53,7 +56,6 @@ InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& tar
 
 /// Copies the whole content of one open file over another's and gives it the last-write time of the
 /// first.
-[[nodiscard]] bool CopyFileContent(HANDLE source, HANDLE target);
 [[nodiscard]] bool CopyFileContent(HANDLE source, HANDLE target, InstallCalls& calls);
 
 /// The last-write time of a file that is being overwritten: the beginning of 1980-01-02, UTC. No

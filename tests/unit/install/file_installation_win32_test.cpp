@@ -11,6 +11,7 @@
 #include "common/sha256_win32.h"
 #include "common/text.h"
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/small_disk_win32.h"
 
 namespace kestrune {
 namespace {
@@ -413,6 +414,153 @@ TEST_F(FileInstallation, AnUpdateLeavesNoBackupBehind) {
   EXPECT_EQ(NamesIn(folder), std::vector<std::wstring>{});
 }
 
+TEST_F(FileInstallation, AnUpdateWithoutRoomForItsBackupLeavesTheOldFile) {
+  const FullDisk disk;
+  if (disk.Folder().empty()) {
+    GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only";
+  }
+  PutOldTarget();
+  const std::string old_content = FileBytes(target_);
+  {
+    const TemporaryFolderAt moved(disk.Folder());
+    EXPECT_FALSE(Install());
+  }
+  EXPECT_EQ(message_, L"Cannot back up target: " + target_);
+  EXPECT_EQ(FileBytes(target_), old_content);
+  EXPECT_EQ(TimeOf(target_), kPackageTime);
+  EXPECT_EQ(NamesIn(disk.Folder()), std::vector<std::wstring>{});
+}
+
+TEST_F(FileInstallation, ANewFileWithoutRoomIsNotThere) {
+  const FullDisk disk;
+  if (disk.Folder().empty()) {
+    GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only";
+  }
+  target_ = JoinPath(disk.Folder(), L"file.txt");
+  EXPECT_FALSE(Install());
+  EXPECT_EQ(message_, L"Cannot install file: " + target_);
+  EXPECT_EQ(NamesIn(disk.Folder()), std::vector<std::wstring>{});
+}
+
+/// Lets something happen before a file is opened, and may refuse it.
+class MeddlingOpen : public InstallCalls {
+ public:
+  explicit MeddlingOpen(std::function<bool(const std::wstring&)> meddle)
+      : meddle_(std::move(meddle)) {}
+  HANDLE Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition,
+              DWORD flags) override {
+    return meddle_(path) ? InstallCalls::Open(path, access, sharing, disposition, flags)
+                         : INVALID_HANDLE_VALUE;
+  }
+
+ private:
+  std::function<bool(const std::wstring&)> meddle_;
+};
+
+TEST_F(FileInstallation, ABackupThatCannotBeOpenedFailsWithoutMessageAndIsDeleted) {
+  const std::wstring folder = Scratch(L"temp");
+  ASSERT_TRUE(CreateDirectories(folder));
+  const TemporaryFolderAt moved(folder);
+  PutOldTarget();
+  const std::string old_content = FileBytes(target_);
+  int backups = 0;
+  MeddlingOpen calls([&](const std::wstring& path) {
+    const bool is_backup = FileName(path).starts_with(L"bfu");
+    backups += is_backup ? 1 : 0;
+    return !is_backup;
+  });
+  EXPECT_FALSE(InstallFile(source_, target_, message_, calls));
+  EXPECT_EQ(message_, L"");
+  EXPECT_EQ(backups, 1);
+  EXPECT_EQ(NamesIn(folder), std::vector<std::wstring>{});
+  EXPECT_EQ(FileBytes(target_), old_content);
+  EXPECT_EQ(TimeOf(target_), kPackageTime);
+}
+
+TEST_F(FileInstallation, WhatVanishesOrAppearsBeforeTheLocksFailsThem) {
+  PutOldTarget();
+  MeddlingOpen target_vanishes([&](const std::wstring& path) {
+    return path != target_ || DeleteFileW(target_.c_str()) != FALSE;
+  });
+  EXPECT_FALSE(InstallFile(source_, target_, message_, target_vanishes));
+  EXPECT_EQ(message_, L"Cannot lock target: " + target_);
+  EXPECT_FALSE(Exists(target_));
+  // One that appears meanwhile is somebody else's.
+  MeddlingOpen target_appears([&](const std::wstring& path) {
+    if (path == target_) {
+      PutFile(target_, "theirs");
+    }
+    return true;
+  });
+  EXPECT_FALSE(InstallFile(source_, target_, message_, target_appears));
+  EXPECT_EQ(message_, L"Cannot lock target: " + target_);
+  EXPECT_EQ(FileBytes(target_), "theirs");
+  ASSERT_TRUE(DeleteFileW(target_.c_str()));
+  MeddlingOpen source_vanishes([&](const std::wstring& path) {
+    return path != source_ || DeleteFileW(source_.c_str()) != FALSE;
+  });
+  EXPECT_FALSE(InstallFile(source_, target_, message_, source_vanishes));
+  EXPECT_EQ(message_, L"Cannot lock source: " + source_);
+  EXPECT_FALSE(Exists(target_));
+}
+
+TEST_F(FileInstallation, BothFilesStayLockedUntilTheEnd) {
+  class Prying : public InstallCalls {
+   public:
+    Prying(std::wstring from, std::wstring to) : source(std::move(from)), target(std::move(to)) {}
+    bool Write(HANDLE file, const void* bytes, DWORD size, DWORD& done) override {
+      Pry();
+      return InstallCalls::Write(file, bytes, size, done);
+    }
+    bool Flush(HANDLE file) override {
+      Pry();
+      return InstallCalls::Flush(file);
+    }
+    /// The source may be read by others, the target not even that.
+    void Pry() {
+      constexpr DWORD kAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+      for (const DWORD access : {DWORD{GENERIC_WRITE}, DWORD{DELETE}}) {
+        Expect(source, access, kAll);
+      }
+      for (const DWORD access : {DWORD{GENERIC_READ}, DWORD{GENERIC_WRITE}, DWORD{DELETE}}) {
+        Expect(target, access, kAll);
+      }
+      ++pries;
+    }
+    static void Expect(const std::wstring& path, DWORD access, DWORD sharing) {
+      const FileHandle file(
+          CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING, 0, nullptr));
+      const DWORD code = GetLastError();
+      EXPECT_FALSE(file) << Utf8FromWide(path) << " access " << access;
+      EXPECT_TRUE(code == ERROR_SHARING_VIOLATION || code == ERROR_ACCESS_DENIED) << code;
+    }
+
+    std::wstring source;
+    std::wstring target;
+    int pries = 0;
+  } calls(source_, target_);
+  EXPECT_TRUE(InstallFile(source_, target_, message_, calls));
+  PutOldTarget();
+  EXPECT_TRUE(InstallFile(source_, target_, message_, calls));
+  EXPECT_GT(calls.pries, 10);
+}
+
+TEST_F(FileInstallation, ATargetWithoutTimeIsPreserved) {
+  class NoTime : public InstallCalls {
+   public:
+    bool GetTime(HANDLE, std::uint64_t& time) override {
+      time = 0;
+      return true;
+    }
+  } calls;
+  PutOldTarget();
+  const std::string old_content = FileBytes(target_);
+  EXPECT_FALSE(InstallFile(source_, target_, message_, calls));
+  EXPECT_EQ(message_, L"Timestamp changed or became unreadable; target preserved: " + target_);
+  EXPECT_EQ(FileBytes(target_), old_content);
+  EXPECT_EQ(TimeOf(target_), kPackageTime);
+}
+
 TEST_F(FileInstallation, AShortWriteFailsTheCopy) {
   class ShortWrite : public InstallCalls {
    public:
@@ -561,9 +709,10 @@ TEST_F(FileInstallation, CopyingTakesContentAndTimeFromWhereverThePositionsAre) 
   const FileHandle to = HoldOpen(target_, GENERIC_READ | GENERIC_WRITE, 0);
   SetFilePointer(from.Get(), 5, nullptr, FILE_BEGIN);
   SetFilePointer(to.Get(), 0, nullptr, FILE_END);
-  ASSERT_TRUE(CopyFileContent(from.Get(), to.Get()));
+  InstallCalls calls;
+  ASSERT_TRUE(CopyFileContent(from.Get(), to.Get(), calls));
   std::uint64_t time = 0;
-  EXPECT_TRUE(InstallCalls().GetTime(to.Get(), time));
+  EXPECT_TRUE(calls.GetTime(to.Get(), time));
   EXPECT_EQ(time, kLaterTime);
   EXPECT_EQ(GetFileSize(to.Get(), nullptr), Content('n').size());
 }

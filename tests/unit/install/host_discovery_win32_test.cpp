@@ -7,6 +7,7 @@
 #include "common/path.h"
 #include "install/package_locator_win32.h"
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/unix_link_win32.h"
 
 namespace kestrune {
 namespace {
@@ -111,10 +112,57 @@ TEST_F(HostDiscovery, AnEmptyInstallLocationNamesNoProgram) {
   const MadeInstance made = MakeHost(UsedHost(1, 24));
   SetEntryText(made, L"DisplayIcon", nullptr);
   SetEntryText(made, L"InstallLocation", nullptr);
-  const std::wstring root_program = L"C:\\X2.exe";
-  PutFile(root_program, "x");
+  // Neither in the root of the drive nor in the current directory.
+  const std::wstring folders[] = {L"C:", Scratch(L"current")};
+  for (const std::wstring& folder : folders) {
+    PutFile(JoinPath(folder, L"X2.exe"), "x");
+    PutFile(JoinPath(folder, L"dxp.exe"), "x");
+  }
+  wchar_t before[MAX_PATH] = {};
+  GetCurrentDirectoryW(MAX_PATH, before);
+  ASSERT_TRUE(SetCurrentDirectoryW(folders[1].c_str()));
+  EXPECT_TRUE(Exists(L"X2.exe"));
   EXPECT_EQ(Only().executable, L"");
-  DeleteFileW(root_program.c_str());
+  SetEntryText(made, L"InstallLocation", L"");
+  EXPECT_EQ(Only().executable, L"");
+  SetCurrentDirectoryW(before);
+  DeleteFileW(L"C:\\X2.exe");
+  DeleteFileW(L"C:\\dxp.exe");
+}
+
+TEST_F(HostDiscovery, AFileOrALinkWithAnInstancesNameIsNoProfile) {
+  const MadeInstance made = MakeHost(UsedHost(1, 24));
+  const std::wstring root(ParentPath(made.profile));
+  PutFile(JoinPath(root, L"A file " + made.guid), "x");
+  EXPECT_EQ(Only().profile_directory, made.profile);
+  const std::wstring elsewhere = Scratch(L"elsewhere");
+  PutFile(JoinPath(elsewhere, L"DXP.RCS"), "x");
+  const std::wstring link = JoinPath(root, L"A link " + made.guid);
+  if (!MakeDirectoryLink(link, elsewhere)) {
+    GTEST_SKIP() << "no link could be made here";
+  }
+  const DWORD attributes = GetFileAttributesW(link.c_str());
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    EXPECT_EQ(Only().profile_directory, made.profile);
+  }
+  RemoveDirectoryLink(link);
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
+    GTEST_SKIP() << "the link was seen as a folder: Wine shows links of the host system so";
+  }
+}
+
+TEST_F(HostDiscovery, AUserWithoutAnyProfileOrBranchHasNone) {
+  const MadeInstance made = MakeHost(UsedHost(1, 24));
+  const std::wstring missing = L"Missing or ambiguous profile/registry instance for " + made.guid;
+  ASSERT_TRUE(RemoveTree(std::wstring(ParentPath(made.profile))));
+  EXPECT_EQ(Only().reason, missing);
+  EXPECT_TRUE(Only().needs_verification);
+  MakeHost(UsedHost(1, 24));
+  EXPECT_EQ(Only().reason, L"");
+  ASSERT_EQ(RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\Altium"), ERROR_SUCCESS);
+  EXPECT_EQ(Only().reason, missing);
+  EXPECT_EQ(Only().profile_directory, L"");
+  EXPECT_EQ(Only().rcs_path, L"");
 }
 
 TEST_F(HostDiscovery, AStatusThatCannotBeAskedEndsIt) {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
@@ -134,6 +137,38 @@ TEST_F(RuntimeScript, ALockedScriptIsNamedAndTheWaitingFileGone) {
   EXPECT_FALSE(Generate());
   EXPECT_EQ(message_, L"Cannot lock target: " + Runtime(L"Kestrune.pas"));
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
+}
+
+TEST_F(RuntimeScript, AWaitingFileThatCannotBeDeletedIsThrown) {
+  // Large, so that it waits long enough to be caught.
+  PutFile(JoinPath(package_, L"Script\\Kestrune.pas"), std::string(12U << 20U, 'x'));
+  SetTimeOf(JoinPath(package_, L"Script\\Kestrune.pas"), kPackageTime);
+  FileHandle held;
+  std::atomic<bool> ended = false;
+  std::thread holder([&] {
+    while (!held && !ended) {
+      WIN32_FIND_DATAW entry{};
+      const FindHandle find(FindFirstFileW(Runtime(L"*.incoming").c_str(), &entry));
+      if (find) {
+        held.Reset(CreateFileW(Runtime(entry.cFileName).c_str(), GENERIC_READ, FILE_SHARE_READ,
+                               nullptr, OPEN_EXISTING, 0, nullptr));
+      }
+      Sleep(1);
+    }
+  });
+  std::wstring thrown;
+  try {
+    static_cast<void>(Generate());
+  } catch (const Failure& failure) {
+    thrown = failure.text;
+    EXPECT_EQ(failure.code, DWORD{ERROR_SHARING_VIOLATION});
+  }
+  ended = true;
+  holder.join();
+  EXPECT_TRUE(held);
+  EXPECT_EQ(thrown, L"remove");
+  // The script itself had been installed.
+  EXPECT_EQ(TimeOf(Runtime(L"Kestrune.pas")), kPackageTime);
 }
 
 TEST_F(RuntimeScript, AMissingRuntimeDirectoryCannotBeWritten) {
