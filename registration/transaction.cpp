@@ -24,6 +24,10 @@ constexpr std::wstring_view kFileBlocked = L" File recovery blocked: ";
 constexpr std::wstring_view kManualRecovery = L" MANUAL RECOVERY REQUIRED; backups retained.";
 constexpr std::wstring_view kRolledBack = L" Rollback complete (or no owned writes).";
 
+/// How many values a key may have to be read again before each step; with more the readings would
+/// take minutes.
+constexpr std::size_t kMostValuesReadBeforeEachStep = 256;
+
 /// One write or removal in the key.
 struct KeyStep {
   RegistryValue value;
@@ -40,13 +44,7 @@ KeyStep StepFor(const RegistryValue& value, bool removes) {
 
 enum class WriteOrder { Ascending, Descending };
 
-struct NameLess {
-  bool operator()(std::wstring_view left, std::wstring_view right) const {
-    return kestrune::CompareOrdinalIgnoringCase(left, right) < 0;
-  }
-};
-
-using ValuesByName = std::map<std::wstring_view, const RegistryValue*, NameLess>;
+using ValuesByName = std::map<std::wstring_view, const RegistryValue*, kestrune::OrdinalLess>;
 
 ValuesByName ByName(const std::vector<RegistryValue>& values) {
   ValuesByName by_name;
@@ -192,12 +190,21 @@ class Transaction {
   }
 
   void ApplyPlan() {
-    RequireValues(change_.values_before);
     steps_ = StepsBetween(change_.values_before, change_.values_after, WriteOrder::Ascending);
-    for (const KeyStep& step : steps_) {
+    RequireValues(change_.values_before);
+    for (std::size_t i = 0; i < steps_.size(); ++i) {
+      RequireUndisturbed(change_.values_before, steps_, i);
       ++begun_steps_;
-      Perform(step);
+      Perform(steps_[i]);
       ++done_steps_;
+    }
+  }
+
+  /// Nobody else may have come between the steps. The first one has its check behind it.
+  void RequireUndisturbed(const std::vector<RegistryValue>& from, const std::vector<KeyStep>& steps,
+                          std::size_t done) {
+    if (done > 0 && from.size() + done <= kMostValuesReadBeforeEachStep) {
+      RequireValues(ContentAfter(from, steps, done));
     }
   }
 
@@ -215,14 +222,17 @@ class Transaction {
     Require(file_holds && list_holds, L"Final state validation failed.");
   }
 
-  /// Both halves are always tried. Returns what the message has to say about them.
+  /// Both halves are always tried, before any text is made of what became of them. Returns what the
+  /// message has to say.
   std::wstring RollBack() {
+    const auto registry_failure = FailureOf([&] { RollBackRegistry(); });
+    const auto file_failure = FailureOf([&] { RollBackFile(); });
     std::wstring report;
-    if (const auto failure = FailureOf([&] { RollBackRegistry(); })) {
-      report.append(kRegistryBlocked).append(*failure);
+    if (registry_failure) {
+      report.append(kRegistryBlocked).append(*registry_failure);
     }
-    if (const auto failure = FailureOf([&] { RollBackFile(); })) {
-      report.append(kFileBlocked).append(*failure);
+    if (file_failure) {
+      report.append(kFileBlocked).append(*file_failure);
     }
     return report.append(report.empty() ? kRolledBack : kManualRecovery);
   }
@@ -231,9 +241,15 @@ class Transaction {
     if (begun_steps_ == 0) {
       return;
     }
-    for (const KeyStep& step :
-         StepsBetween(OwnedValues(), change_.values_before, WriteOrder::Descending)) {
-      Perform(step);
+    const std::vector<RegistryValue> owned = OwnedValues();
+    const std::vector<KeyStep> steps =
+        StepsBetween(owned, change_.values_before, WriteOrder::Descending);
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+      RequireUndisturbed(owned, steps, i);
+      Perform(steps[i]);
+    }
+    if (!steps.empty()) {
+      RequireValues(change_.values_before);
     }
   }
 

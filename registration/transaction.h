@@ -31,7 +31,11 @@ struct RegistrationChange {
 /// outcome in any case, and the operation log receives the same text.
 ///
 /// Every write is preceded by a check that nobody else changed the file, its security or the key;
-/// somebody else's change is never overwritten, not even when rolling back.
+/// a change that the check finds is never overwritten, not even when rolling back. The registry
+/// has no write that happens only if a value is still the expected one: an entry that another
+/// program writes under a name of the plan between the check and the very next write is
+/// overwritten. With more than 256 values the key is checked only before the first write and after
+/// the last one, and this gap is as long as all the writes together.
 [[nodiscard]] bool RunTransaction(Store& store, const RegistrationChange& change,
                                   std::wstring& message);
 

@@ -190,8 +190,8 @@ TEST(TransactionFaults, FullRunMakesTheseCalls) {
   EXPECT_EQ(Join(CallsOfAFullRun()),
             "ReadRcs#1 CheckSecurity#1 ReadValues#1 CreateBackups#1 Log#1 Prepare#1 Log#2 "
             "ReadReplacement#1 ReadRcs#2 ReadValues#2 Commit#1 RestoreSecurity#1 ReadRcs#3 "
-            "ReadValues#3 WriteValue#1 WriteValue#2 WriteValue#3 RemoveValue#1 ReadRcs#4 "
-            "ReadValues#4 CheckSecurity#2 Log#3");
+            "ReadValues#3 WriteValue#1 ReadValues#4 WriteValue#2 ReadValues#5 WriteValue#3 "
+            "ReadValues#6 RemoveValue#1 ReadRcs#4 ReadValues#7 CheckSecurity#2 Log#3");
 }
 
 TEST(TransactionFaults, EveryCallFailingHasItsRow) {
@@ -270,6 +270,54 @@ TEST(TransactionFaults, AfterProcessDeathAnywhereBackupsAreCompleteUnlessFileIsO
   }
 }
 
+/// The last check refuses: everything is in place, and all of it is to be undone.
+const ModelFault kLastFault = {"CheckSecurity#2", FaultKind::FailBefore};
+
+/// The calls that a run makes behind the one that fails.
+std::vector<std::string> CallsBehind(const ModelFault& fault) {
+  ModelWorld world = WorldBefore();
+  const std::vector<std::string> calls = RunOnce(world, {fault}).calls;
+  return {std::ranges::find(calls, fault.call) + 1, calls.end()};
+}
+
+TEST(TransactionFaults, ProcessDeathAtEveryCallOfTheLongestRollbackHasItsRow) {
+  std::vector<OwnedRow> observed;
+  for (const std::string& call : CallsBehind(kLastFault)) {
+    for (const FaultKind kind : kDeaths) {
+      ModelWorld world = WorldBefore();
+      const Outcome outcome = RunOnce(world, {kLastFault, {call, kind}});
+      EXPECT_TRUE(outcome.died);
+      observed.push_back(Observe(call + Name(kind), world, outcome));
+    }
+  }
+  CompareWithTable(observed, kRollbackDeathRows);
+}
+
+TEST(TransactionFaults, AfterProcessDeathAnywhereInAnyRollbackNothingIsLostAndNextRunEnds) {
+  for (const std::string& fault : CallsOfAFullRun()) {
+    for (const FaultKind fault_kind : kFailures) {
+      for (const std::string& call : CallsBehind({fault, fault_kind})) {
+        for (const FaultKind kind : kDeaths) {
+          SCOPED_TRACE(fault + Name(fault_kind) + ", " + call + Name(kind));
+          ModelWorld world = WorldBefore();
+          EXPECT_TRUE(RunOnce(world, {{fault, fault_kind}, {call, kind}}).died);
+          EXPECT_TRUE(world.rcs == kOld || world.rcs == kNew);
+          EXPECT_TRUE(world.rcs == kOld || world.backup == kOld);
+          for (const bool is_next_run_over : {false, true}) {
+            const std::string key = KeyText(world.values);
+            EXPECT_NE(key.find("=A"), std::string::npos) << key;
+            EXPECT_NE(key.find("=B"), std::string::npos) << key;
+            EXPECT_TRUE(is_next_run_over || RunOnce(world).success);
+          }
+          EXPECT_EQ(world.rcs, kNew);
+          EXPECT_EQ(std::ranges::count(KeyText(world.values), 'K'), 1);
+          EXPECT_FALSE(world.temporary);
+        }
+      }
+    }
+  }
+}
+
 struct Foreigner {
   const char* name;
   void (*act)(ModelWorld& world);
@@ -288,9 +336,36 @@ void AddEntry(ModelWorld& world) {
 constexpr Foreigner kForeigners[] = {
     {"file", ChangeFile}, {"security", ChangeSecurity}, {"list", AddEntry}};
 
+void SetText(ModelWorld& world, const wchar_t* name) {
+  std::erase_if(world.values, [&](const RegistryValue& value) { return value.name == name; });
+  world.values.push_back(Entry(name, L"F"));
+}
+void TakeFirst(ModelWorld& world) {
+  SetText(world, L"Item0");
+}
+void ChangeEntry(ModelWorld& world) {
+  SetText(world, L"Item1");
+}
+void TakeNextFree(ModelWorld& world) {
+  SetText(world, L"Item2");
+}
+void RemoveEntry(ModelWorld& world) {
+  std::erase_if(world.values, [](const RegistryValue& value) { return value.name == L"Item3"; });
+}
+
+/// Changes under names that the plan touches.
+constexpr Foreigner kCollidingForeigners[] = {
+    {"Item0", TakeFirst}, {"Item1", ChangeEntry}, {"Item2", TakeNextFree}, {"Item3", RemoveEntry}};
+
+std::vector<Foreigner> AllForeigners() {
+  std::vector<Foreigner> all(std::begin(kForeigners), std::end(kForeigners));
+  all.insert(all.end(), std::begin(kCollidingForeigners), std::end(kCollidingForeigners));
+  return all;
+}
+
 TEST(TransactionFaults, AnotherProgramChangingSomethingBeforeAnyCallHasItsRow) {
   std::vector<OwnedRow> observed;
-  for (const Foreigner& foreigner : kForeigners) {
+  for (const Foreigner& foreigner : AllForeigners()) {
     for (const std::string& call : CallsOfAFullRun()) {
       ModelWorld world = WorldBefore();
       const Outcome outcome = RunOnce(world, {}, [&](std::string_view at, ModelWorld& changing) {
@@ -302,6 +377,53 @@ TEST(TransactionFaults, AnotherProgramChangingSomethingBeforeAnyCallHasItsRow) {
     }
   }
   CompareWithTable(observed, kInterferenceRows);
+}
+
+TEST(TransactionFaults, AnotherProgramChangingSomethingDuringTheLongestRollbackHasItsRow) {
+  std::vector<OwnedRow> observed;
+  for (const Foreigner& foreigner : AllForeigners()) {
+    for (const std::string& call : CallsBehind(kLastFault)) {
+      ModelWorld world = WorldBefore();
+      const Outcome outcome =
+          RunOnce(world, {kLastFault}, [&](std::string_view at, ModelWorld& changing) {
+            if (at == call) {
+              foreigner.act(changing);
+            }
+          });
+      observed.push_back(Observe(foreigner.name + (" changes before " + call), world, outcome));
+    }
+  }
+  CompareWithTable(observed, kRollbackInterferenceRows);
+}
+
+TEST(TransactionFaults, ForeignChangeUnderAPlannedNameStaysUnlessItComesRightBeforeAWrite) {
+  for (const std::string& fault : CallsOfAFullRun()) {
+    ModelWorld single = WorldBefore();
+    const std::vector<std::string> calls = RunOnce(single, {{fault, FaultKind::FailAfter}}).calls;
+    for (const Foreigner& foreigner : kCollidingForeigners) {
+      for (const std::string& at : calls) {
+        // Between a check and the next call nobody can be noticed.
+        if (at.starts_with("WriteValue") || at.starts_with("RemoveValue")) {
+          continue;
+        }
+        SCOPED_TRACE(fault + " fails, " + foreigner.name + " changes before " + at);
+        ModelWorld world = WorldBefore();
+        std::string changed;
+        RunOnce(world, {{fault, FaultKind::FailAfter}},
+                [&](std::string_view call, ModelWorld& changing) {
+                  if (call == at) {
+                    const std::string before = KeyText(changing.values);
+                    foreigner.act(changing);
+                    const std::string after = KeyText(changing.values);
+                    changed = after == before ? "" : after;
+                  }
+                });
+        if (!changed.empty()) {
+          EXPECT_EQ(KeyText(world.values), changed);
+        }
+      }
+    }
+  }
 }
 
 /// Every failing call, with another program acting before every call of the run that fails so; the
@@ -338,6 +460,9 @@ TEST(TransactionFaults, ForeignFileAndForeignEntryAreNeverOverwrittenWhateverEls
     });
     if (acted && foreigner.act == ChangeFile) {
       EXPECT_EQ(world.rcs, "foreign");
+    }
+    if (acted && foreigner.act == ChangeSecurity && !at.starts_with("RestoreSecurity")) {
+      EXPECT_EQ(world.security, "foreign");
     }
     if (acted && foreigner.act == AddEntry) {
       EXPECT_NE(KeyText(world.values).find("9=F"), std::string::npos);
