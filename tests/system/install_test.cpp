@@ -483,6 +483,39 @@ TEST_F(InstallTest, AHostThatStartsMeanwhileStopsEveryLaterInstance) {
   EXPECT_TRUE(HasNothingOfOurs(second));
 }
 
+TEST_F(InstallTest, AHostThatStartsMeanwhileStopsARemovalToo) {
+  // Large files, so that the first instance's removal takes long enough for a host to start.
+  std::vector<MadeInstance> hosts;
+  for (unsigned number = 1; number <= 3; ++number) {
+    BoxInstance large = UsedHost(number, 24);
+    for (int i = 0; large.rcs.size() < 6'000'000; ++i) {
+      const std::string n = std::to_string(i);
+      large.rcs += "PL Own" + n + " Command='Own:Command" + n + "' Caption='Command " + n +
+                   "' Image='C:\\Icons\\" + n + ".bmp' End\r\n";
+    }
+    hosts.push_back(MakeHost(large));
+  }
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  const std::wstring backup = LatestBackup(hosts[0]);
+  const std::string registered = FileBytes(hosts[2].rcs);
+  ProgramRun run(KestrunePath(), L"--uninstall");
+  ASSERT_TRUE(run.Started());
+  // The first instance's backups are made behind its own look for a host.
+  for (int i = 0; i < 10'000 && LatestBackup(hosts[0]) == backup; ++i) {
+    Sleep(1);
+  }
+  const RunningAs running(Scratch(L"dxp.exe"));
+  const RunOutcome outcome = Finish(std::move(run), 60'000);
+  EXPECT_EQ(outcome.code, 40);
+  ASSERT_EQ(outcome.boxes.size(), 1U);
+  const std::wstring& report = outcome.boxes[0].text;
+  EXPECT_TRUE(report.starts_with(Removed(hosts[0])));
+  EXPECT_TRUE(report.ends_with(
+      Failed(hosts[2], L"Altium started during preparation; aborting registration.")))
+      << Utf8FromWide(report);
+  EXPECT_EQ(FileBytes(hosts[2].rcs), registered);
+}
+
 TEST_F(InstallTest, AnErrorInDiscoveryEndsTheRun) {
   if (!RunsUnderWine()) {
     GTEST_SKIP() << "a path that Windows can say nothing about is known for Wine only";
@@ -492,6 +525,58 @@ TEST_F(InstallTest, AnErrorInDiscoveryEndsTheRun) {
   for (const wchar_t* command : kCommands) {
     EXPECT_TRUE(EndsWithBox(40, L"status", kBad, Run(command)));
   }
+}
+
+TEST_F(InstallTest, ManyInstancesCostOneDeployment) {
+  const MadeInstance first = MakeHost(UsedHost(1, 17));
+  const MadeInstance second = MakeHost(UsedHost(2, 24));
+  // A package whose age nobody vouches for fills gaps only: a second deployment is refused.
+  package_ = Scratch(L"kestrunes\\package");
+  MakePackage(package_, kPackageTime, "one");
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  EXPECT_TRUE(HasWorkingButton(first));
+  EXPECT_TRUE(HasWorkingButton(second));
+  EXPECT_TRUE(EndsWithBox(40, Failed(first, kDeploymentFailed) + Failed(second, kDeploymentFailed),
+                          kBad, Run(L"--install")));
+}
+
+TEST_F(InstallTest, APackageThatWindowsCannotAnswerForFailsTheInstance) {
+  if (!RunsUnderWine()) {
+    GTEST_SKIP() << "a path that Windows can say nothing about is known for Wine only";
+  }
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  package_ = L"\\\\.\\nothing";
+  EXPECT_TRUE(EndsWithBox(40, Failed(host, L"status"), kBad, Run(L"--install")));
+  EXPECT_TRUE(HasNothingOfOurs(host));
+}
+
+/// Makes a file longer without writing it: what is between is zero.
+void Stretch(const std::wstring& path, LONGLONG size) {
+  const FileHandle file = HoldOpen(path, GENERIC_WRITE, 0);
+  LARGE_INTEGER end{};
+  end.QuadPart = size;
+  EXPECT_TRUE(SetFilePointerEx(file.Get(), end, nullptr, FILE_BEGIN) && SetEndOfFile(file.Get()));
+}
+
+TEST_F(InstallStatusTest, ToolbarDefinitionsThatCannotBeReadHoldNoPlace) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  const std::wstring not_installed = HeaderOf(host) + std::wstring(kNotInstalled);
+  {
+    const FileHandle locked = HoldOpen(host.resource, GENERIC_READ, 0);
+    ExpectStatus(10, not_installed);
+    EXPECT_TRUE(EndsWithBox(40, Failed(host, kNoAnchor), kBad, Run(L"--install")));
+  }
+  constexpr LONGLONG kLargest = 64 << 20;
+  Stretch(host.resource, kLargest);
+  ExpectStatus(0, HeaderOf(host) + L"Installed\n");
+  Stretch(host.resource, kLargest + 1);
+  ExpectStatus(10, not_installed);
+  ASSERT_TRUE(DeleteFileW(host.resource.c_str()));
+  ExpectStatus(10, not_installed);
+  // A removal needs no place.
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
+  EXPECT_TRUE(HasNothingOfOurs(host));
 }
 
 TEST_F(InstallTest, APackageThatCannotBeDeployedLeavesTheProfileAlone) {
