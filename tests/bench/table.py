@@ -36,6 +36,13 @@ print("|---|---|---|---|")
 print(f"| start to exit of a mode that does nothing, against an empty program with the same import "
       f"list | {pair('start')} |")
 print(f"| `--finalize` of {megabytes} MiB to an application, against one `CopyFileW` | {pair('copy')} |")
+print("\n| `--install` under Wine over | whole, median | each further instance |")
+print("|---|---|---|")
+before = None
+for count, time in (map(int, line.split()) for line in (folder / "install.txt").open()):
+    further = f"{(time - before[1]) / (count - before[0]):.0f} ms" if before else ""
+    print(f"| {count} instance{'s' * (count > 1)} | {time} ms | {further} |")
+    before = count, time
 print("\n| Native benchmark | time | throughput |")
 print("|---|---|---|")
 for path in sorted(folder.glob("*_bench.json")):

@@ -1,6 +1,9 @@
 #include <windows.h>
 #include <shellapi.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -8,6 +11,7 @@
 
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
+#include "common/path.h"
 #include "common/text.h"
 #include "tests/support/disposable_profile_win32.h"
 #include "tests/support/machine_in_a_box_win32.h"
@@ -26,6 +30,9 @@ constexpr char kUsage[] =
     "                               starts a program, has its message photographed (by whoever "
     "waits\n"
     "                               for NAME.please and answers NAME.taken), prints and closes it\n"
+    "machine_in_a_box time-install N ROUNDS PROGRAM\n"
+    "                               median milliseconds of its --install over N such "
+    "installations\n"
     "machine_in_a_box clear         removes everything again\n";
 
 void Print(const std::string& text) {
@@ -120,6 +127,39 @@ void RunPhotographed(const std::wstring& name, const std::wstring& program,
   Print("exit code " + std::to_string(run.WaitForExit(60'000).value_or(-1)) + "\n");
 }
 
+double MillisecondsOf(const std::wstring& program, const std::wstring& arguments) {
+  LARGE_INTEGER frequency{};
+  LARGE_INTEGER begin{};
+  LARGE_INTEGER end{};
+  QueryPerformanceFrequency(&frequency);
+  QueryPerformanceCounter(&begin);
+  ProgramRun run(program, arguments);
+  if (run.WaitForExit(120'000).value_or(-1) != 0) {
+    throw std::runtime_error("the installation failed");
+  }
+  QueryPerformanceCounter(&end);
+  return 1000.0 * static_cast<double>(end.QuadPart - begin.QuadPart) /
+         static_cast<double>(frequency.QuadPart);
+}
+
+/// Each round installs over hosts made afresh and deploys anew.
+void TimeInstallation(unsigned count, unsigned rounds, const std::wstring& program) {
+  wchar_t folder[MAX_PATH + 1] = {};
+  GetTempPathW(MAX_PATH + 1, folder);
+  const std::wstring package = JoinPath(folder, L"kestrune-time-install");
+  constexpr std::uint64_t kYear2026 = 134'117'856'000'000'000;
+  MakePackage(package, kYear2026, "timed");
+  std::vector<double> times;
+  for (unsigned round = 0; round < rounds; ++round) {
+    MakeMany(count);
+    times.push_back(MillisecondsOf(program, L"--install --quiet --package " + Quoted(package)));
+  }
+  ClearBox();
+  static_cast<void>(RemoveTree(package));
+  std::ranges::sort(times);
+  Print(std::to_string(std::lround(times.at(times.size() / 2))) + "\n");
+}
+
 /// False when the words are not a command.
 bool Carry(const std::vector<std::wstring>& words) {
   const std::wstring command = words.empty() ? L"" : words[0];
@@ -138,6 +178,9 @@ bool Carry(const std::vector<std::wstring>& words) {
     ShowHosts();
   } else if (command == L"run" && words.size() == 4) {
     RunPhotographed(words[1], words[2], words[3]);
+  } else if (command == L"time-install" && words.size() == 4) {
+    TimeInstallation(static_cast<unsigned>(std::stoul(words[1])),
+                     static_cast<unsigned>(std::stoul(words[2])), words[3]);
   } else if (command == L"clear" && words.size() == 1) {
     ClearBox();
   } else {
