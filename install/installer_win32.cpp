@@ -36,6 +36,7 @@ using altium_registration::RegistrationChange;
 using altium_registration::RegistryValue;
 using altium_registration::Spec;
 using altium_registration::ToolbarAnchor;
+using altium_registration::ToolbarKind;
 using altium_registration::WindowsStore;
 
 /// Codes of the process; set-up programs rely on them.
@@ -240,7 +241,7 @@ class InstallerRun {
 
   /// The button as it is to stand in this instance.
   Spec DescribeButton(const HostInstance& instance, const std::optional<ToolbarAnchor>& anchor) {
-    const bool active_bar = anchor && anchor->kind != 1;
+    const bool active_bar = anchor && anchor->kind == ToolbarKind::ActiveBar;
     const std::wstring image = JoinPath(
         runtime_, ChooseToolbarImage(instance.version_text, active_bar, instance.display_name));
     Spec spec;

@@ -6,19 +6,19 @@ using altium_registration::HasAnchor;
 using altium_registration::kToolbarAnchors;
 using altium_registration::RcsKinds;
 using altium_registration::ToolbarAnchor;
+using altium_registration::ToolbarKind;
 
 namespace {
 
 /// The last host version with the older toolbar.
 constexpr std::int32_t kLastLegacyMajor = 17;
-constexpr int kLegacyToolbar = 1;
-constexpr int kActiveBar = 2;
 
 }  // namespace
 
 std::optional<ToolbarAnchor> ChooseAnchor(std::string_view resource, std::int32_t major,
                                           RcsKinds carried_kinds) {
-  const int wanted = major > kLastLegacyMajor ? kActiveBar : kLegacyToolbar;
+  const ToolbarKind wanted =
+      major > kLastLegacyMajor ? ToolbarKind::ActiveBar : ToolbarKind::Legacy;
   std::optional<ToolbarAnchor> found;
   std::optional<ToolbarAnchor> fitting;
   int count = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -23,20 +24,20 @@ struct Spec {
   std::string anchor_reference;
 };
 
+/// The toolbars of hosts up to major version 17, and of later ones.
+enum class ToolbarKind : std::uint8_t { Legacy = 1, ActiveBar = 2 };
+
 /// A place on the host's own toolbars where the button can stand.
 struct ToolbarAnchor {
   std::string_view target;
   std::string_view reference;
-  /// 1 for hosts up to major version 17, 2 for later ones.
-  int kind = 0;
-  /// File name of the button's image for this kind of toolbar.
-  std::wstring_view image;
+  ToolbarKind kind = ToolbarKind::Legacy;
 };
 
 /// The places known so far, in the order in which they are tried.
 inline constexpr std::array<ToolbarAnchor, 2> kToolbarAnchors = {{
-    {"TLPCBToolbar", "TBPCB_StandardToolbar760", 1, L"odbpp-toolbar-legacy.bmp"},
-    {"TopBarPCB", "TopBarPCB010", 2, L"odbpp-toolbar-activebar.png"},
+    {"TLPCBToolbar", "TBPCB_StandardToolbar760", ToolbarKind::Legacy},
+    {"TopBarPCB", "TopBarPCB010", ToolbarKind::ActiveBar},
 }};
 
 /// Computes the text of a customization file with the button installed or removed.

@@ -13,7 +13,7 @@ constexpr std::string_view kActive =
 /// 0 for no place, else its kind.
 int KindFor(const std::string& resource, std::int32_t major) {
   const auto anchor = ChooseAnchor(resource, major, {});
-  return anchor ? anchor->kind : 0;
+  return anchor ? static_cast<int>(anchor->kind) : 0;
 }
 
 TEST(AnchorChoice, TheOnlyPlaceIsTakenWhateverTheVersion) {

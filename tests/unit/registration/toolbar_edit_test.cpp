@@ -528,12 +528,10 @@ TEST(ToolbarAnchors, AreTriedOldHostsFirst) {
   ASSERT_EQ(kToolbarAnchors.size(), 2U);
   EXPECT_EQ(kToolbarAnchors[0].target, "TLPCBToolbar");
   EXPECT_EQ(kToolbarAnchors[0].reference, "TBPCB_StandardToolbar760");
-  EXPECT_EQ(kToolbarAnchors[0].kind, 1);
-  EXPECT_EQ(kToolbarAnchors[0].image, L"odbpp-toolbar-legacy.bmp");
+  EXPECT_EQ(kToolbarAnchors[0].kind, ToolbarKind::Legacy);
   EXPECT_EQ(kToolbarAnchors[1].target, "TopBarPCB");
   EXPECT_EQ(kToolbarAnchors[1].reference, "TopBarPCB010");
-  EXPECT_EQ(kToolbarAnchors[1].kind, 2);
-  EXPECT_EQ(kToolbarAnchors[1].image, L"odbpp-toolbar-activebar.png");
+  EXPECT_EQ(kToolbarAnchors[1].kind, ToolbarKind::ActiveBar);
 }
 
 }  // namespace
