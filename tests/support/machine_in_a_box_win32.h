@@ -1,13 +1,12 @@
+// A machine with any number of host installations, made out of files and registry entries that
+// look like the host's own. Everything here changes the user's profile and the machine's list of
+// programs: only for profiles that nobody will miss.
 #pragma once
 
 #include <string>
 #include <vector>
 
 namespace kestrune {
-
-/// A machine with any number of host installations, made out of files and registry entries that
-/// look like the host's own. Everything here changes the user's profile and the machine's list of
-/// programs: only for profiles that nobody will miss.
 
 /// The toolbars that an installation of the host defines.
 enum class HostToolbars { Legacy, ActiveBar, Both, None };
