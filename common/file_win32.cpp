@@ -15,39 +15,44 @@ bool IsNotFound(DWORD code) {
          code == ERROR_BAD_NETPATH || code == ERROR_INVALID_NAME;
 }
 
-/// Attributes from the directory listing: the answer for a file that is open without sharing.
-bool AttributesFromListing(const std::wstring& extended, DWORD& attributes) {
-  WIN32_FIND_DATAW entry{};
-  const FindHandle find(FindFirstFileW(extended.c_str(), &entry));
-  if (!find) {
-    return false;
-  }
-  attributes = entry.dwFileAttributes;
-  return true;
-}
-
-/// False with the code of the failing call.
-bool QueryAttributes(const std::wstring& path, DWORD& attributes, DWORD& code) {
-  const std::wstring extended = ExtendedPath(path);
-  WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (GetFileAttributesExW(extended.c_str(), GetFileExInfoStandard, &data)) {
-    attributes = data.dwFileAttributes;
-    return true;
-  }
-  code = GetLastError();
-  return code == ERROR_SHARING_VIOLATION && AttributesFromListing(extended, attributes);
+std::uint64_t SizeFrom(DWORD high, DWORD low) {
+  return (std::uint64_t{high} << 32) | low;
 }
 
 FileKind KindOf(DWORD attributes) {
   return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? FileKind::Directory : FileKind::RegularFile;
 }
 
-bool IsDots(const wchar_t* name) {
-  return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
-}
-
 bool IsLink(DWORD attributes) {
   return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+/// What the directory listing says. Besides the entry it alone tells one kind of link from another.
+bool ReadListing(const std::wstring& extended, WIN32_FIND_DATAW& listed, DWORD& code) {
+  const FindHandle find(FindFirstFileW(extended.c_str(), &listed));
+  if (!find) {
+    code = GetLastError();
+  }
+  return static_cast<bool>(find);
+}
+
+/// What a symbolic link leads to. Opened without any right, so nobody's sharing stands against it.
+bool ReadLinkTarget(const std::wstring& extended, FileEntry& entry, DWORD& code) {
+  const FileHandle target(CreateFileW(extended.c_str(), 0,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  BY_HANDLE_FILE_INFORMATION information{};
+  if (!target || !GetFileInformationByHandle(target.Get(), &information)) {
+    code = GetLastError();
+    return false;
+  }
+  entry = {KindOf(information.dwFileAttributes),
+           SizeFrom(information.nFileSizeHigh, information.nFileSizeLow)};
+  return true;
+}
+
+bool IsDots(const wchar_t* name) {
+  return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
 }
 
 /// Removes a file, a link or an empty directory. `path` is in extended form.
@@ -137,11 +142,36 @@ std::wstring FullPath(const std::wstring& path) {
   return {};
 }
 
+bool QueryEntry(const std::wstring& path, FileEntry& entry, DWORD& code) {
+  const std::wstring extended = ExtendedPath(path);
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  const bool answered =
+      GetFileAttributesExW(extended.c_str(), GetFileExInfoStandard, &data) != FALSE;
+  code = answered ? ERROR_SUCCESS : GetLastError();
+  if (answered) {
+    entry = {KindOf(data.dwFileAttributes), SizeFrom(data.nFileSizeHigh, data.nFileSizeLow)};
+  }
+  if (answered ? !IsLink(data.dwFileAttributes) : code != ERROR_SHARING_VIOLATION) {
+    return answered;
+  }
+  WIN32_FIND_DATAW listed{};
+  if (!ReadListing(extended, listed, code)) {
+    return answered;
+  }
+  if (IsLink(listed.dwFileAttributes) && listed.dwReserved0 == IO_REPARSE_TAG_SYMLINK) {
+    return ReadLinkTarget(extended, entry, code);
+  }
+  if (!answered) {
+    entry = {KindOf(listed.dwFileAttributes), SizeFrom(listed.nFileSizeHigh, listed.nFileSizeLow)};
+  }
+  return true;
+}
+
 FileKind QueryFileKind(const std::wstring& path) {
-  DWORD attributes = 0;
+  FileEntry entry;
   DWORD code = 0;
-  if (QueryAttributes(path, attributes, code)) {
-    return KindOf(attributes);
+  if (QueryEntry(path, entry, code)) {
+    return entry.kind;
   }
   if (path.empty() || IsNotFound(code)) {
     return FileKind::Absent;
@@ -151,35 +181,12 @@ FileKind QueryFileKind(const std::wstring& path) {
 
 FileKind QueryFileKindQuietly(const std::wstring& path) noexcept {
   try {
-    DWORD attributes = 0;
+    FileEntry entry;
     DWORD code = 0;
-    return QueryAttributes(path, attributes, code) ? KindOf(attributes) : FileKind::Absent;
+    return QueryEntry(path, entry, code) ? entry.kind : FileKind::Absent;
   } catch (...) {
     return FileKind::Absent;
   }
-}
-
-bool QueryFileSize(const std::wstring& path, std::uint64_t& size) {
-  const std::wstring extended = ExtendedPath(path);
-  WIN32_FILE_ATTRIBUTE_DATA data{};
-  DWORD high = 0;
-  DWORD low = 0;
-  if (GetFileAttributesExW(extended.c_str(), GetFileExInfoStandard, &data)) {
-    high = data.nFileSizeHigh;
-    low = data.nFileSizeLow;
-  } else if (GetLastError() == ERROR_SHARING_VIOLATION) {
-    WIN32_FIND_DATAW entry{};
-    const FindHandle find(FindFirstFileW(extended.c_str(), &entry));
-    if (!find) {
-      return false;
-    }
-    high = entry.nFileSizeHigh;
-    low = entry.nFileSizeLow;
-  } else {
-    return false;
-  }
-  size = (std::uint64_t{high} << 32) | low;
-  return true;
 }
 
 FileHandle OpenForReading(const std::wstring& path, DWORD sharing) {

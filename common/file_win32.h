@@ -22,16 +22,25 @@ std::wstring FullPath(const std::wstring& path);
 /// What stands at a path.
 enum class FileKind { Absent, RegularFile, Directory };
 
-/// Asks what stands at `path`. Absent are file not found (2), path not found (3), bad network path
-/// (53) and invalid name (123); any other error throws Failure "status" with the Windows code.
+/// A file or directory as a program that opens it finds it.
+struct FileEntry {
+  FileKind kind = FileKind::Absent;
+  /// In bytes; nothing to rely on for a directory.
+  std::uint64_t size = 0;
+};
+
+/// Asks what stands at `path`, past symbolic links: a link is what it leads to, and one that leads
+/// nowhere is not found. A file that another program holds without sharing is answered from its
+/// directory entry, any other one from the file itself. False with the code of the failing call.
+[[nodiscard]] bool QueryEntry(const std::wstring& path, FileEntry& entry, DWORD& code);
+
+/// The kind alone, past symbolic links. Absent are file not found (2), path not found (3), bad
+/// network path (53) and invalid name (123); any other error throws Failure "status" with the
+/// Windows code.
 FileKind QueryFileKind(const std::wstring& path);
 
 /// QueryFileKind for callers to whom an error means the same as an absent file.
 FileKind QueryFileKindQuietly(const std::wstring& path) noexcept;
-
-/// A file's size in bytes, asked so that a file which another program is writing is not answered
-/// from a stale directory entry. False with the thread's last error when it cannot be asked.
-[[nodiscard]] bool QueryFileSize(const std::wstring& path, std::uint64_t& size);
 
 /// Opens an existing file for reading.
 FileHandle OpenForReading(const std::wstring& path,

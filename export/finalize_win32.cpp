@@ -69,11 +69,12 @@ Target ChooseTarget(const std::wstring& local_app_data, const std::wstring& sour
 
 void RequireArchive(const std::wstring& native_zip) {
   constexpr const wchar_t* text = L"Generated ZIP is missing or empty";
-  std::uint64_t size = 0;
-  if (!QueryFileSize(native_zip, size)) {
-    throw Failure{text, GetLastError()};
+  FileEntry entry;
+  DWORD code = 0;
+  if (!QueryEntry(native_zip, entry, code)) {
+    throw Failure{text, code};
   }
-  if (size == 0 || QueryFileKind(native_zip) != FileKind::RegularFile) {
+  if (entry.size == 0 || entry.kind != FileKind::RegularFile) {
     throw Failure{text};
   }
 }
@@ -108,13 +109,14 @@ std::uint64_t CopyArchive(const std::wstring& native_zip, Target& target,
   }
   RequireArchive(native_zip);
   CopyToTarget(native_zip, target, user_message);
-  std::uint64_t size = 0;
-  if (!QueryFileSize(target.Destination(), size)) {
-    throw Failure{L"file_size", GetLastError()};
+  FileEntry entry;
+  DWORD code = 0;
+  if (!QueryEntry(target.Destination(), entry, code)) {
+    throw Failure{L"file_size", code};
   }
   WriteLogEntry(L"Finalize copied",
-                L"Destination=" + target.Destination() + L" Size=" + Decimal(size));
-  return size;
+                L"Destination=" + target.Destination() + L" Size=" + Decimal(entry.size));
+  return entry.size;
 }
 
 /// Hands the copied archive over: to the application, else to the clipboard and the user.

@@ -14,14 +14,15 @@ constexpr int kStable = 0;
 constexpr int kTimedOut = 5;
 
 std::optional<std::uint64_t> SizeOfRegularFile(const std::wstring& path) {
-  std::uint64_t size = 0;
-  if (QueryFileKindQuietly(path) != FileKind::RegularFile || !QueryFileSize(path, size)) {
-    return std::nullopt;
-  }
-  return size;
+  FileEntry entry;
+  DWORD code = 0;
+  return QueryEntry(path, entry, code) && entry.kind == FileKind::RegularFile
+             ? std::optional(entry.size)
+             : std::nullopt;
 }
 
-/// The script reads the exit code as well; a result that cannot be written changes nothing.
+/// A result that cannot be written changes nothing: the script looks for the file only, and gives
+/// up by itself when none comes.
 void WriteResult(const std::wstring& path, const std::string& text) {
   static_cast<void>(WriteWholeFile(path, text));
 }

@@ -56,25 +56,35 @@ bool WaitUntilListed(const std::wstring& path, bool listed) {
   return IsListed(path) == listed;
 }
 
-}  // namespace
-
-bool MakeDirectoryLink(const std::wstring& link, const std::wstring& target) {
+bool MakeLink(const std::wstring& link, const std::wstring& target, DWORD kind) {
   if (!RunsUnderWine()) {
     return CreateSymbolicLinkW(link.c_str(), target.c_str(),
-                               SYMBOLIC_LINK_FLAG_DIRECTORY |
-                                   SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE) != FALSE;
+                               kind | SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE) != FALSE;
   }
   RunUnixCommand(L"ln", L"-s " + Quoted(UnixName(target)) + L" " + Quoted(UnixName(link)));
   return WaitUntilListed(link, true);
 }
 
-void RemoveDirectoryLink(const std::wstring& link) {
-  if (!IsListed(link) || RemoveDirectoryW(link.c_str())) {
+}  // namespace
+
+bool MakeFileLink(const std::wstring& link, const std::wstring& target) {
+  return MakeLink(link, target, 0);
+}
+
+bool MakeDirectoryLink(const std::wstring& link, const std::wstring& target) {
+  return MakeLink(link, target, SYMBOLIC_LINK_FLAG_DIRECTORY);
+}
+
+void RemoveLink(const std::wstring& link) {
+  if (!IsListed(link)) {
     return;
   }
   if (RunsUnderWine()) {
+    // Wine would delete the file that the link leads to.
     RunUnixCommand(L"rm", L"-f " + Quoted(UnixName(link)));
     WaitUntilListed(link, false);
+  } else if (!RemoveDirectoryW(link.c_str())) {
+    DeleteFileW(link.c_str());
   }
 }
 

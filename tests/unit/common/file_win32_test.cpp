@@ -104,27 +104,68 @@ TEST_F(FileTest, AnyOtherErrorIsAStatusFailure) {
 TEST_F(FileTest, AFileHeldWithoutSharingStillHasKindAndSize) {
   ASSERT_TRUE(WriteWholeFile(In(L"held"), "12345"));
   const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ | GENERIC_WRITE, 0);
-  std::uint64_t size = 0;
-  EXPECT_EQ(QueryFileKind(In(L"held")), FileKind::RegularFile);
-  EXPECT_TRUE(QueryFileSize(In(L"held"), size));
-  EXPECT_EQ(size, 5U);
+  FileEntry entry;
+  DWORD code = 0;
+  ASSERT_TRUE(QueryEntry(In(L"held"), entry, code)) << code;
+  EXPECT_EQ(entry.kind, FileKind::RegularFile);
+  EXPECT_EQ(entry.size, 5U);
+}
+
+TEST_F(FileTest, ALinkedFileHasTheKindAndSizeOfItsTarget) {
+  ASSERT_TRUE(WriteWholeFile(In(L"target"), "12345"));
+  if (!MakeFileLink(In(L"link"), In(L"target"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  FileEntry entry;
+  DWORD code = 0;
+  ASSERT_TRUE(QueryEntry(In(L"link"), entry, code)) << code;
+  EXPECT_EQ(entry.kind, FileKind::RegularFile);
+  EXPECT_EQ(entry.size, 5U);
+  RemoveLink(In(L"link"));
+}
+
+TEST_F(FileTest, ALinkThatLeadsNowhereIsAbsent) {
+  ASSERT_TRUE(WriteWholeFile(In(L"target"), "12345"));
+  if (!MakeFileLink(In(L"link"), In(L"target"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  ASSERT_TRUE(RemoveTree(In(L"target")));
+  FileEntry entry;
+  DWORD code = 0;
+  EXPECT_FALSE(QueryEntry(In(L"link"), entry, code));
+  EXPECT_EQ(QueryFileKind(In(L"link")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKindQuietly(In(L"link")), FileKind::Absent);
+  // Wine neither lists nor removes a link without a target.
+  ASSERT_TRUE(WriteWholeFile(In(L"target"), "12345"));
+  RemoveLink(In(L"link"));
+}
+
+TEST_F(FileTest, ALinkedDirectoryIsADirectory) {
+  ASSERT_TRUE(CreateDirectories(In(L"target")));
+  if (!MakeDirectoryLink(In(L"link"), In(L"target"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  EXPECT_EQ(QueryFileKind(In(L"link")), FileKind::Directory);
+  RemoveLink(In(L"link"));
 }
 
 TEST_F(FileTest, SizesAboveFourGibibytesAreWhole) {
   constexpr std::uint64_t large = (std::uint64_t{1} << 32) + 10;
   PutSparseFile(In(L"large"), large);
-  std::uint64_t size = 0;
-  EXPECT_TRUE(QueryFileSize(In(L"large"), size));
-  EXPECT_EQ(size, large);
+  FileEntry entry;
+  DWORD code = 0;
+  ASSERT_TRUE(QueryEntry(In(L"large"), entry, code)) << code;
+  EXPECT_EQ(entry.size, large);
   std::string bytes;
   EXPECT_FALSE(ReadWholeFile(In(L"large"), 100, bytes)) << "4 GiB + 10 must not look like 10";
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_TOO_LARGE});
 }
 
-TEST_F(FileTest, SizeOfAnAbsentFileIsAFailureWithItsCode) {
-  std::uint64_t size = 0;
-  EXPECT_FALSE(QueryFileSize(In(L"missing"), size));
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+TEST_F(FileTest, AnAbsentFileIsAFailureWithItsCode) {
+  FileEntry entry;
+  DWORD code = 0;
+  EXPECT_FALSE(QueryEntry(In(L"missing"), entry, code));
+  EXPECT_EQ(code, DWORD{ERROR_FILE_NOT_FOUND});
 }
 
 TEST_F(FileTest, WrittenBytesComeBackUnchanged) {
@@ -284,7 +325,7 @@ TEST_F(FileTest, RemovingATreeNeverEntersALink) {
   const bool removed = RemoveTree(In(L"t"));
   EXPECT_EQ(FileBytes(In(L"victim\\file")), "precious");
   EXPECT_EQ(removed, !Exists(In(L"t\\link")));
-  RemoveDirectoryLink(In(L"t\\link"));
+  RemoveLink(In(L"t\\link"));
 }
 
 TEST_F(FileTest, RemovingALinkLeavesItsTarget) {
@@ -295,7 +336,7 @@ TEST_F(FileTest, RemovingALinkLeavesItsTarget) {
   const bool removed = RemoveTree(In(L"link"));
   EXPECT_EQ(FileBytes(In(L"victim\\file")), "precious");
   EXPECT_EQ(removed, !Exists(In(L"link")));
-  RemoveDirectoryLink(In(L"link"));
+  RemoveLink(In(L"link"));
 }
 
 TEST(ExpandEnvironment, ReplacesWhatIsDefinedAndKeepsTheRest) {

@@ -101,7 +101,7 @@ TEST_F(PreparationTest, ASourceReachedThroughALinkIsStillInside) {
   }
   board_ = JoinPath(link, L"Bridge.PcbDoc");
   const int code = Prepare();
-  RemoveDirectoryLink(link);
+  RemoveLink(link);
   if (code != 9 && RunsUnderWine()) {
     GTEST_SKIP() << "Wine does not resolve links in final paths; the code was " << code;
   }
@@ -120,7 +120,7 @@ TEST_F(PreparationTest, ATemporaryRootThatIsALinkLosesTheLinkAndNotItsTarget) {
   EXPECT_EQ(FileBytes(JoinPath(victim, L"file")), "precious");
   EXPECT_THAT(NamesIn(victim), ElementsAre(L"file"));
   EXPECT_TRUE(code == 0 || (code == 4 && RunsUnderWine())) << code;
-  RemoveDirectoryLink(folders_.temporary);
+  RemoveLink(folders_.temporary);
 }
 
 TEST_F(PreparationTest, AFileInThePlaceOfTheTemporaryRootFailsWithItsCode) {
