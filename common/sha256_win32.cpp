@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/failure_win32.h"
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
 
@@ -18,10 +19,10 @@ class Hasher {
   Hasher() {
     if (!CryptAcquireContextW(provider_.Put(), nullptr, nullptr, PROV_RSA_AES,
                               CRYPT_VERIFYCONTEXT)) {
-      throw Failure{L"SHA provider", GetLastError()};
+      ThrowLastError(L"SHA provider");
     }
     if (!CryptCreateHash(provider_.Get(), CALG_SHA_256, 0, 0, hash_.Put())) {
-      throw Failure{L"SHA256 unavailable.", GetLastError()};
+      ThrowLastError(L"SHA256 unavailable.");
     }
   }
 
@@ -30,7 +31,7 @@ class Hasher {
       const std::string_view chunk = bytes.substr(0, kChunk);
       const auto* data = reinterpret_cast<const BYTE*>(chunk.data());
       if (!CryptHashData(hash_.Get(), data, static_cast<DWORD>(chunk.size()), 0)) {
-        throw Failure{L"SHA256 unavailable.", GetLastError()};
+        ThrowLastError(L"SHA256 unavailable.");
       }
       bytes.remove_prefix(chunk.size());
     }
@@ -40,7 +41,7 @@ class Hasher {
     std::array<BYTE, 32> digest{};
     auto size = static_cast<DWORD>(digest.size());
     if (!CryptGetHashParam(hash_.Get(), HP_HASHVAL, digest.data(), &size, 0)) {
-      throw Failure{L"SHA256 unavailable.", GetLastError()};
+      ThrowLastError(L"SHA256 unavailable.");
     }
     constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string text;
@@ -69,7 +70,7 @@ std::string Sha256OfFile(HANDLE file) {
   std::vector<char> buffer(kChunk);
   for (DWORD read = 1; read != 0;) {
     if (!ReadFile(file, buffer.data(), static_cast<DWORD>(buffer.size()), &read, nullptr)) {
-      throw Failure{L"Read file", GetLastError()};
+      ThrowLastError(L"Read file");
     }
     hasher.Add({buffer.data(), read});
   }
@@ -79,7 +80,7 @@ std::string Sha256OfFile(HANDLE file) {
 std::string Sha256OfFile(const std::wstring& path) {
   const FileHandle file = OpenForReading(path);
   if (!file) {
-    throw Failure{L"Open file", GetLastError()};
+    ThrowLastError(L"Open file");
   }
   return Sha256OfFile(file.Get());
 }

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include "common/failure.h"
+#include "common/failure_win32.h"
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
@@ -83,7 +83,7 @@ bool GenerateRuntimeScript(const std::wstring& package, const std::wstring& runt
   }
   const bool installed = InstallFile(incoming, target, message);
   if (!DeleteFileW(ExtendedPath(incoming).c_str())) {
-    throw Failure{L"remove", GetLastError()};
+    ThrowLastError(L"remove");
   }
   return installed;
 }

@@ -1,0 +1,14 @@
+#include "common/failure_win32.h"
+
+#include <windows.h>
+
+#include "common/failure.h"
+
+namespace kestrune {
+
+void ThrowLastError(const wchar_t* text) {
+  const DWORD code = GetLastError();
+  throw Failure{text, code};
+}
+
+}  // namespace kestrune
