@@ -28,6 +28,15 @@ Text WindowsLines(View text) {
   return result;
 }
 
+template <class View>
+View Trimmed(View text, View blanks) {
+  const std::size_t first = text.find_first_not_of(blanks);
+  if (first == View::npos) {
+    return {};
+  }
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
 void AppendUtf8(std::string& out, char32_t point) {
   const auto put = [&out](char32_t byte) { out.push_back(static_cast<char>(byte)); };
   if (point < 0x80) {
@@ -114,11 +123,11 @@ std::wstring LowerAscii(std::wstring_view text) {
 }
 
 std::string_view Trim(std::string_view text, std::string_view blanks) {
-  const std::size_t first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) {
-    return {};
-  }
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+  return Trimmed(text, blanks);
+}
+
+std::wstring_view Trim(std::wstring_view text, std::wstring_view blanks) {
+  return Trimmed(text, blanks);
 }
 
 std::string WithWindowsLineEnds(std::string_view text) {

@@ -26,8 +26,14 @@ constexpr bool IsAsciiAlphanumeric(char c) {
   return IsAsciiDigit(c) || (LowerAscii(c) >= 'a' && LowerAscii(c) <= 'z');
 }
 
+/// Space, tab, line feed, vertical tab, form feed and carriage return.
+constexpr bool IsAsciiBlank(wchar_t c) {
+  return c == L' ' || (c >= L'\t' && c <= L'\r');
+}
+
 /// `text` without the leading and trailing characters that stand in `blanks`.
 std::string_view Trim(std::string_view text, std::string_view blanks);
+std::wstring_view Trim(std::wstring_view text, std::wstring_view blanks);
 
 /// Each line feed becomes carriage return and line feed: what text mode does on Windows.
 std::string WithWindowsLineEnds(std::string_view text);

@@ -52,10 +52,6 @@ std::vector<Segment> ReplaceInSegments(const std::vector<Segment>& segments,
   return result;
 }
 
-constexpr bool IsBlank(wchar_t c) {
-  return c == L' ' || (c >= L'\t' && c <= L'\r');
-}
-
 std::wstring InQuotes(std::wstring_view text) {
   return L"\"" + std::wstring(text) + L"\"";
 }
@@ -99,7 +95,7 @@ bool HasToken(std::wstring_view line, std::wstring_view token) {
   const std::wstring lowered = LowerAscii(line);
   for (std::size_t at = lowered.find(token); at != std::wstring::npos;
        at = lowered.find(token, at + 1)) {
-    if (at == 0 || IsBlank(lowered[at - 1])) {
+    if (at == 0 || IsAsciiBlank(lowered[at - 1])) {
       return true;
     }
   }

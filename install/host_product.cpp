@@ -30,15 +30,11 @@ bool IsVersionTail(std::wstring_view tail) {
   return previous != L'.';
 }
 
-bool IsBlank(wchar_t c) {
-  return c == L' ' || (c >= L'\t' && c <= L'\r');
-}
-
 /// Takes a decimal number with an optional sign off the front of `text`. False, and 0, when there
 /// is none.
 bool TakeNumber(std::wstring_view& text, std::int32_t& number) {
   std::size_t at = 0;
-  while (at < text.size() && IsBlank(text[at])) {
+  while (at < text.size() && IsAsciiBlank(text[at])) {
     ++at;
   }
   const bool negative = at < text.size() && text[at] == L'-';

@@ -14,6 +14,8 @@ TEST(Text, TrimsOnlyTheGivenBlanks) {
   EXPECT_EQ(Trim(" \t a b\r\n", " \t\r\n"), "a b");
   EXPECT_EQ(Trim("\v a", " \t\r\n"), "\v a");
   EXPECT_EQ(Trim(" \t", " \t"), "");
+  EXPECT_EQ(Trim(L"\t \u00A0a\u00A0 ", L" \t"), L"\u00A0a\u00A0");
+  EXPECT_EQ(Trim(L" ", L" \t"), L"");
 }
 
 TEST(Text, TextModeTurnsEachLineFeedIntoTwoCharacters) {
