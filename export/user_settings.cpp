@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "common/text.h"
+
 namespace kestrune {
 namespace {
 
@@ -11,14 +13,6 @@ constexpr std::array<std::string_view, 7> kReservedKeywords = {
 
 bool CanStandInKeyword(wchar_t c) {
   return c > L' ' && c < L'\x7F' && c != L'\'' && c != L'"' && c != L'=';
-}
-
-std::wstring_view WithoutOuterBlanks(std::wstring_view text) {
-  const std::size_t begin = text.find_first_not_of(L" \t");
-  if (begin == std::wstring_view::npos) {
-    return {};
-  }
-  return text.substr(begin, text.find_last_not_of(L" \t") - begin + 1);
 }
 
 /// The name as bytes; empty when no customization file could hold it as a keyword.
@@ -35,10 +29,10 @@ std::string KeywordBytes(std::wstring_view name) {
 
 }  // namespace
 
-std::wstring ExportCommandLabel(const UserSettings& settings, bool executable_is_file) {
+std::wstring ExportCommandLabel(const UserSettings& settings, const IsFile& is_file) {
   std::wstring label = L"Export PCB through Kestrune";
-  if (settings.enabled && !settings.executable_path.empty() && executable_is_file &&
-      !settings.program_name.empty()) {
+  if (settings.enabled && !settings.executable_path.empty() && !settings.program_name.empty() &&
+      is_file(settings.executable_path)) {
     label += L" -> " + settings.program_name;
   }
   return label;
@@ -48,7 +42,7 @@ std::vector<std::string> ExtraRecordKinds(std::wstring_view extra_records) {
   std::vector<std::string> kinds;
   for (std::size_t at = 0; at <= extra_records.size();) {
     const std::size_t comma = std::min(extra_records.find(L',', at), extra_records.size());
-    std::string kind = KeywordBytes(WithoutOuterBlanks(extra_records.substr(at, comma - at)));
+    std::string kind = KeywordBytes(Trim(extra_records.substr(at, comma - at), L" \t"));
     if (!kind.empty() && std::ranges::find(kReservedKeywords, kind) == kReservedKeywords.end() &&
         std::ranges::find(kinds, kind) == kinds.end()) {
       kinds.push_back(std::move(kind));

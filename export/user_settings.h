@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,10 +27,14 @@ struct UserSettings {
   std::wstring extra_records;
 };
 
+/// Whether a path is that of an existing regular file.
+using IsFile = std::function<bool(const std::wstring& path)>;
+
 /// The caption of the export command: "Export PCB through Kestrune", and the application's name
 /// behind it when the settings enable one that has a name and whose executable is there.
-/// `executable_is_file` tells whether executable_path, as written, is an existing regular file.
-std::wstring ExportCommandLabel(const UserSettings& settings, bool executable_is_file);
+/// The executable's path is asked as written, and only when everything else speaks for the name: it
+/// may lie on a network that takes long to answer.
+std::wstring ExportCommandLabel(const UserSettings& settings, const IsFile& is_file);
 
 /// The record kinds in the comma-separated list `extra_records`, in its order and each once,
 /// without the spaces and tabs around them.

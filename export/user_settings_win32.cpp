@@ -102,8 +102,9 @@ bool LoadUserSettings(UserSettings& settings, std::wstring& settings_path,
 }
 
 std::wstring BuildExportCommandLabel(const UserSettings& settings) {
-  return ExportCommandLabel(
-      settings, QueryFileKindQuietly(settings.executable_path) == FileKind::RegularFile);
+  return ExportCommandLabel(settings, [](const std::wstring& path) {
+    return QueryFileKindQuietly(path) == FileKind::RegularFile;
+  });
 }
 
 }  // namespace kestrune
