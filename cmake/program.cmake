@@ -1,9 +1,11 @@
 # Kestrune.exe: GUI subsystem, manifest, version resource and icon.
+configure_file(${PROJECT_SOURCE_DIR}/cmake/Kestrune.manifest.in
+  ${PROJECT_BINARY_DIR}/Kestrune.manifest @ONLY)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/Kestrune.rc.in ${PROJECT_BINARY_DIR}/Kestrune.rc @ONLY)
 add_executable(Kestrune WIN32 ${PROJECT_SOURCE_DIR}/entry/main_win32.cpp
   ${PROJECT_BINARY_DIR}/Kestrune.rc)
 set_source_files_properties(${PROJECT_BINARY_DIR}/Kestrune.rc PROPERTIES OBJECT_DEPENDS
-  "${PROJECT_SOURCE_DIR}/cmake/Kestrune.manifest;${PROJECT_SOURCE_DIR}/cmake/Kestrune.ico")
+  "${PROJECT_BINARY_DIR}/Kestrune.manifest;${PROJECT_SOURCE_DIR}/cmake/Kestrune.ico")
 target_link_libraries(Kestrune PRIVATE kestrune_windows)
 set_target_properties(Kestrune PROPERTIES RUNTIME_OUTPUT_DIRECTORY
   ${PROJECT_BINARY_DIR}$<$<BOOL:${MSVC}>:/$<0:>>)
