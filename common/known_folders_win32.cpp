@@ -15,7 +15,21 @@
 namespace kestrune {
 namespace {
 
-bool ShellFolder(const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) {
+bool AppDataDirectory(const wchar_t* name, const KNOWNFOLDERID& fallback, std::wstring& path,
+                      std::wstring& error_text, FolderCalls& calls) {
+  error_text.clear();
+  std::wstring profile;
+  if (calls.ProfileFromList(profile) || calls.ShellFolder(FOLDERID_Profile, 0, profile)) {
+    path = JoinPath(JoinPath(profile, L"AppData"), name);
+    return true;
+  }
+  error_text = L"Cannot determine the current Windows user profile directory.";
+  return calls.ShellFolder(fallback, 0, path);
+}
+
+}  // namespace
+
+bool FolderCalls::ShellFolder(const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) {
   TaskText text;
   if (FAILED(SHGetKnownFolderPath(folder, flags, nullptr, text.Put())) || !text) {
     return false;
@@ -24,8 +38,7 @@ bool ShellFolder(const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) {
   return !path.empty();
 }
 
-/// The profile directory as the system's own profile list has it for the process's user.
-bool ProfileFromList(std::wstring& profile) {
+bool FolderCalls::ProfileFromList(std::wstring& profile) {
   ProcessUser user;
   LocalMemory<wchar_t> sid;
   if (!user.Read(GetCurrentProcess()) || !ConvertSidToStringSidW(user.Sid(), sid.Put())) {
@@ -42,36 +55,37 @@ bool ProfileFromList(std::wstring& profile) {
   return (type == REG_SZ || ExpandEnvironment(std::wstring(profile), profile)) && !profile.empty();
 }
 
-bool AppDataDirectory(const wchar_t* name, const KNOWNFOLDERID& fallback, std::wstring& path,
-                      std::wstring& error_text) {
-  error_text.clear();
-  std::wstring profile;
-  if (ProfileFromList(profile) || ShellFolder(FOLDERID_Profile, 0, profile)) {
-    path = JoinPath(JoinPath(profile, L"AppData"), name);
-    return true;
-  }
-  error_text = L"Cannot determine the current Windows user profile directory.";
-  return ShellFolder(fallback, 0, path);
+bool LocalAppDataDirectory(std::wstring& path, std::wstring& error_text, FolderCalls& calls) {
+  return AppDataDirectory(L"Local", FOLDERID_LocalAppData, path, error_text, calls);
 }
 
-}  // namespace
-
 bool LocalAppDataDirectory(std::wstring& path, std::wstring& error_text) {
-  return AppDataDirectory(L"Local", FOLDERID_LocalAppData, path, error_text);
+  FolderCalls calls;
+  return LocalAppDataDirectory(path, error_text, calls);
+}
+
+bool RoamingAppDataDirectory(std::wstring& path, std::wstring& error_text, FolderCalls& calls) {
+  return AppDataDirectory(L"Roaming", FOLDERID_RoamingAppData, path, error_text, calls);
 }
 
 bool RoamingAppDataDirectory(std::wstring& path, std::wstring& error_text) {
-  return AppDataDirectory(L"Roaming", FOLDERID_RoamingAppData, path, error_text);
+  FolderCalls calls;
+  return RoamingAppDataDirectory(path, error_text, calls);
 }
 
-bool TemporaryRoot(std::wstring& path, std::wstring& error_text) {
+bool TemporaryRoot(std::wstring& path, std::wstring& error_text, FolderCalls& calls) {
   std::wstring documents;
-  if (!ShellFolder(FOLDERID_PublicDocuments, KF_FLAG_CREATE, documents)) {
+  if (!calls.ShellFolder(FOLDERID_PublicDocuments, KF_FLAG_CREATE, documents)) {
     error_text = L"Cannot locate the Public Documents directory.";
     return false;
   }
   path = JoinPath(JoinPath(documents, L"Kestrune"), L"Temp");
   return true;
+}
+
+bool TemporaryRoot(std::wstring& path, std::wstring& error_text) {
+  FolderCalls calls;
+  return TemporaryRoot(path, error_text, calls);
 }
 
 std::wstring RuntimeRoot(const std::wstring& local_app_data) {

@@ -1,6 +1,7 @@
 #include "common/known_folders_win32.h"
 
 #include <windows.h>
+#include <knownfolders.h>
 #include <sddl.h>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include "common/path.h"
 #include "common/process_user_win32.h"
 #include "tests/support/disposable_profile_win32.h"
+#include "tests/support/unknown_folders_win32.h"
 
 namespace kestrune {
 namespace {
@@ -63,6 +65,7 @@ class ProfileListTest : public testing::Test {
   DWORD old_size_ = 0;
 };
 
+constexpr wchar_t kNoProfile[] = L"Cannot determine the current Windows user profile directory.";
 constexpr DWORD kWithNul = sizeof(wchar_t);
 
 std::wstring Local() {
@@ -91,6 +94,42 @@ std::wstring UserProfile() {
 TEST(KnownFolders, LieInTheUsersProfile) {
   EXPECT_EQ(Local(), JoinPath(UserProfile(), L"AppData\\Local"));
   EXPECT_EQ(Roaming(), JoinPath(UserProfile(), L"AppData\\Roaming"));
+}
+
+TEST(KnownFolders, TheShellsProfileServesWhereTheListHasNone) {
+  UnknownFolders folders;
+  folders.known = &FOLDERID_Profile;
+  folders.shell_path = L"C:\\shell";
+  std::wstring path;
+  std::wstring error_text = L"old";
+  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(path, L"C:\\shell\\AppData\\Local");
+  EXPECT_EQ(error_text, L"");
+}
+
+TEST(KnownFolders, WithoutAnyProfileTheShellsFolderServesAndTheTextIsSet) {
+  UnknownFolders folders;
+  folders.known = &FOLDERID_LocalAppData;
+  folders.shell_path = L"D:\\redirected";
+  std::wstring path;
+  std::wstring error_text;
+  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(path, L"D:\\redirected");
+  EXPECT_EQ(error_text, kNoProfile);
+  folders.known = &FOLDERID_RoamingAppData;
+  EXPECT_TRUE(RoamingAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(path, L"D:\\redirected");
+  EXPECT_EQ(error_text, kNoProfile);
+}
+
+TEST(KnownFolders, WithoutAnyFolderOnlyTheTextIsLeft) {
+  UnknownFolders folders;
+  std::wstring path;
+  std::wstring error_text;
+  EXPECT_FALSE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(error_text, kNoProfile);
+  EXPECT_FALSE(TemporaryRoot(path, error_text, folders));
+  EXPECT_EQ(error_text, L"Cannot locate the Public Documents directory.");
 }
 
 TEST(KnownFolders, TemporaryRootLiesInPublicDocuments) {
