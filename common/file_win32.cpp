@@ -102,7 +102,10 @@ bool RemoveRealDirectory(const std::wstring& root) {
       directory = JoinPath(directory, subdirectory);
       continue;
     }
-    if (!RemoveEntry(directory, GetFileAttributesW(directory.c_str()))) {
+    const DWORD attributes = GetFileAttributesW(directory.c_str());
+    const bool gone = attributes == INVALID_FILE_ATTRIBUTES ? IsNotFound(GetLastError())
+                                                            : RemoveEntry(directory, attributes);
+    if (!gone) {
       return false;
     }
     // Not "equal": a root that was given with a trailing separator comes back without it.
@@ -242,11 +245,38 @@ bool WriteAll(HANDLE file, std::string_view bytes) {
   return true;
 }
 
+FileWriter::FileWriter(const std::wstring& path, DWORD sharing)
+    : file_(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, sharing, nullptr, CREATE_ALWAYS,
+                        FILE_ATTRIBUTE_NORMAL, nullptr)) {
+  if (!file_) {
+    code_ = GetLastError();
+  }
+}
+
+void FileWriter::Write(std::string_view bytes) {
+  if (code_ == ERROR_SUCCESS && !WriteAll(file_.Get(), bytes)) {
+    code_ = GetLastError();
+  }
+}
+
+void FileWriter::Fail(DWORD code) {
+  if (code_ == ERROR_SUCCESS) {
+    code_ = code;
+  }
+}
+
+bool FileWriter::Finish() {
+  if (file_ && !CloseHandle(file_.Release())) {
+    Fail(GetLastError());
+  }
+  SetLastError(code_);
+  return code_ == ERROR_SUCCESS;
+}
+
 bool WriteWholeFile(const std::wstring& path, std::string_view bytes) {
-  FileHandle file(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS,
-                              FILE_ATTRIBUTE_NORMAL, nullptr));
-  return file && WriteAll(file.Get(), bytes) && CloseHandle(file.Release()) != FALSE;
+  FileWriter file(path, FILE_SHARE_READ | FILE_SHARE_WRITE);
+  file.Write(bytes);
+  return file.Finish();
 }
 
 bool CopyOver(const std::wstring& source, const std::wstring& target) {

@@ -55,6 +55,27 @@ FileHandle OpenForReading(const std::wstring& path,
 /// error; ERROR_HANDLE_EOF when there are fewer.
 [[nodiscard]] bool ReadAll(HANDLE file, std::string& bytes);
 
+/// A file that is written anew, from its creation to its checked close. The first failure is kept:
+/// what is written after it is dropped, and Finish tells it.
+class FileWriter {
+ public:
+  /// Creates or truncates the file.
+  explicit FileWriter(const std::wstring& path, DWORD sharing = FILE_SHARE_READ);
+
+  void Write(std::string_view bytes);
+
+  /// Fails the file for a reason of the caller's, unless it failed before.
+  void Fail(DWORD code);
+
+  /// Closes the file. False with the thread's last error when anything failed; the file then stays
+  /// as far as it got.
+  [[nodiscard]] bool Finish();
+
+ private:
+  FileHandle file_;
+  DWORD code_ = ERROR_SUCCESS;
+};
+
 /// Creates or truncates the file and writes the bytes. False with the thread's last error.
 [[nodiscard]] bool WriteWholeFile(const std::wstring& path, std::string_view bytes);
 

@@ -34,7 +34,7 @@ std::wstring JoinPath(std::wstring_view directory, std::wstring_view name) {
 std::wstring_view FileName(std::wstring_view path) {
   const std::size_t separator = LastSeparator(path);
   const std::size_t start = separator == std::wstring_view::npos ? 0 : separator + 1;
-  return path.substr(std::max(start, std::min(RootLength(path), path.size())));
+  return path.substr(std::max(start, RootLength(path)));
 }
 
 std::wstring_view FileStem(std::wstring_view path) {

@@ -116,8 +116,7 @@ LayerMap ReadLayerMap(std::string_view configuration, const UsedLayers& used) {
   std::string name;
   ForEachPart(configuration, '|', [&](std::string_view part) {
     Field field;
-    if (part.starts_with(kPlotV7) && SplitAtEquals(part, field) && field.key.starts_with(kPlotV7) &&
-        field.key.ends_with(kName)) {
+    if (part.starts_with(kPlotV7) && SplitAtEquals(part, field) && field.key.ends_with(kName)) {
       field.key.remove_suffix(kName.size());
       NormaliseLayerName(field.value, name);
       fields.push_back({field.key, used.layer_names.contains(name)});

@@ -13,26 +13,31 @@ namespace {
 
 constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
 
+/// A file that does not fit into memory counts as one that cannot be read.
+bool TryToRead(const std::wstring& path, std::string& bytes) {
+  try {
+    return ReadWholeFile(path, kLargestFile, bytes);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 std::string ReadOrFail(const std::wstring& path, const std::wstring& failure_text) {
   std::string bytes;
-  try {
-    if (ReadWholeFile(path, kLargestFile, bytes)) {
-      return bytes;
-    }
-  } catch (const std::bad_alloc&) {
-    bytes.clear();
+  if (!TryToRead(path, bytes)) {
+    throw Failure{failure_text + path, 0};
   }
-  throw Failure{failure_text + path, 0};
+  return bytes;
 }
 
 /// The new job goes to its file in three pieces: a job may be large, and the process is not.
 bool WriteSelected(const std::wstring& path, std::string_view job,
                    const LayerSelection& selection) {
-  FileHandle file(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  return file && WriteAll(file.Get(), job.substr(0, selection.begin)) &&
-         WriteAll(file.Get(), selection.value) && WriteAll(file.Get(), job.substr(selection.end)) &&
-         CloseHandle(file.Release()) != FALSE;
+  FileWriter file(path);
+  file.Write(job.substr(0, selection.begin));
+  file.Write(selection.value);
+  file.Write(job.substr(selection.end));
+  return file.Finish();
 }
 
 bool Replace(const std::wstring& temporary, const std::wstring& target) {
