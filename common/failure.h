@@ -14,4 +14,7 @@ struct Failure {
   std::uint32_t code = 0;
 };
 
+/// What stands in logs and messages when memory ran out.
+inline constexpr wchar_t kNotEnoughMemory[] = L"Not enough memory.";
+
 }  // namespace kestrune

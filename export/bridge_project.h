@@ -13,6 +13,8 @@ namespace kestrune {
 inline constexpr std::wstring_view kBridgeBoard = L"Bridge.PcbDoc";
 inline constexpr std::wstring_view kBridgeOutJob = L"Bridge.OutJob";
 inline constexpr std::wstring_view kBridgeProject = L"Bridge.PrjPcb";
+/// Written last: its presence tells the script that the project is complete.
+inline constexpr std::wstring_view kReadyFile = L"ready.txt";
 
 /// The number of the first dependency's section; the board itself is number 1.
 inline constexpr std::size_t kFirstDependency = 2;
@@ -32,7 +34,8 @@ class BridgeFileNames {
 
  private:
   std::set<std::wstring, OrdinalLess> taken_{
-      std::wstring(kBridgeBoard), std::wstring(kBridgeOutJob), std::wstring(kBridgeProject)};
+      std::wstring(kBridgeBoard), std::wstring(kBridgeOutJob), std::wstring(kBridgeProject),
+      std::wstring(kReadyFile)};
 };
 
 }  // namespace kestrune

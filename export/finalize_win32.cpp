@@ -2,9 +2,11 @@
 
 #include <windows.h>
 
+#include <new>
+
 #include "common/failure.h"
+#include "common/failure_win32.h"
 #include "common/file_win32.h"
-#include "common/known_folders_win32.h"
 #include "common/log_win32.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -20,7 +22,6 @@ namespace {
 
 constexpr int kNoLocalAppData = 2;
 constexpr int kNotOnClipboard = 3;
-constexpr int kFailed = 4;
 
 /// Where the archive is copied to, and where else if that fails.
 struct Target {
@@ -105,7 +106,7 @@ void CopyToTarget(const std::wstring& native_zip, Target& target, std::wstring& 
 std::uint64_t CopyArchive(const std::wstring& native_zip, Target& target,
                           std::wstring& user_message) {
   if (!CreateDirectories(target.default_directory)) {
-    throw Failure{L"create_directories", GetLastError()};
+    ThrowLastError(L"create_directories");
   }
   RequireArchive(native_zip);
   CopyToTarget(native_zip, target, user_message);
@@ -141,7 +142,7 @@ FinalizeOutcome ReportFailure(const std::wstring& native_zip, DWORD code,
   WriteLogEntry(L"Finalize failed", std::wstring(L"NativeExists=") + (exists ? L"yes" : L"no") +
                                         L" NativeOutput=" + native_zip + L" GetLastError=" +
                                         Decimal(code));
-  return {kFailed, user_message.empty() ? FinalizeFailureMessage() : user_message,
+  return {kFinalizeFailed, user_message.empty() ? FinalizeFailureMessage() : user_message,
           MessageIcon::Error};
 }
 
@@ -149,28 +150,35 @@ FinalizeOutcome ReportFailure(const std::wstring& native_zip, DWORD code,
 
 FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
                               const std::wstring& source_pcb, std::optional<std::int64_t> space) {
-  Target target = ChooseTarget(local_app_data, source_pcb);
-  WriteLogEntry(L"Finalize begin", L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip +
-                                       L" Destination=" + target.Destination());
   std::wstring user_message;
   try {
+    Target target = ChooseTarget(local_app_data, source_pcb);
+    WriteLogEntry(L"Finalize begin", L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip +
+                                         L" Destination=" + target.Destination());
     const std::uint64_t size = CopyArchive(native_zip, target, user_message);
     return HandOver(target.Destination(), size, space);
   } catch (const Failure& failure) {
     const DWORD last_error = GetLastError();
     return ReportFailure(native_zip, failure.code != 0 ? failure.code : last_error, user_message);
+  } catch (const std::bad_alloc&) {
+    return ReportFailure(native_zip, ERROR_NOT_ENOUGH_MEMORY, user_message);
   }
+}
+
+FinalizeOutcome FinalizeQuietly(const std::wstring& native_zip, const std::wstring& source_pcb,
+                                std::optional<std::int64_t> space, FolderCalls& folders) {
+  std::wstring local_app_data;
+  std::wstring error_text;
+  if (!LocalAppDataDirectory(local_app_data, error_text, folders)) {
+    return {kNoLocalAppData, error_text, MessageIcon::Error};
+  }
+  return DeliverExport(local_app_data, native_zip, source_pcb, space);
 }
 
 int FinalizeExport(const std::wstring& native_zip, const std::wstring& source_pcb,
                    std::optional<std::int64_t> space) {
-  std::wstring local_app_data;
-  std::wstring error_text;
-  if (!LocalAppDataDirectory(local_app_data, error_text)) {
-    ShowMessage(error_text, MessageIcon::Error);
-    return kNoLocalAppData;
-  }
-  const FinalizeOutcome outcome = DeliverExport(local_app_data, native_zip, source_pcb, space);
+  FolderCalls folders;
+  const FinalizeOutcome outcome = FinalizeQuietly(native_zip, source_pcb, space, folders);
   if (!outcome.message.empty()) {
     ShowMessage(outcome.message, outcome.icon);
   }

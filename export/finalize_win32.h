@@ -4,9 +4,13 @@
 #include <optional>
 #include <string>
 
+#include "common/known_folders_win32.h"
 #include "common/message_box_win32.h"
 
 namespace kestrune {
+
+/// The exit code of a delivery that failed.
+inline constexpr int kFinalizeFailed = 4;
 
 /// Delivers the host's archive: copies it under the board's name into the export directory, hands
 /// it to the configured application or places it on the clipboard, and tells the user.
@@ -27,8 +31,12 @@ struct FinalizeOutcome {
   MessageIcon icon = MessageIcon::Information;
 };
 
-/// All of FinalizeExport but the message box, which waits for a person. `local_app_data` is the
-/// folder below which the default export directory lies.
+/// All of FinalizeExport but the message box, which waits for a person.
+FinalizeOutcome FinalizeQuietly(const std::wstring& native_zip, const std::wstring& source_pcb,
+                                std::optional<std::int64_t> space, FolderCalls& folders);
+
+/// The delivery itself. `local_app_data` is the folder below which the default export directory
+/// lies.
 FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
                               const std::wstring& source_pcb, std::optional<std::int64_t> space);
 

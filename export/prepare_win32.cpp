@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "common/failure.h"
+#include "common/failure_win32.h"
 #include "common/file_win32.h"
-#include "common/known_folders_win32.h"
 #include "common/log_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
@@ -24,7 +24,6 @@ namespace {
 constexpr int kComplete = 0;
 constexpr int kNoLocalAppData = 2;
 constexpr int kNoPublicDocuments = 3;
-constexpr int kFailed = 4;
 constexpr int kMissingDependency = 6;
 constexpr int kNameCollision = 7;
 constexpr int kLayerSelectionFailed = 8;
@@ -47,10 +46,14 @@ struct Preparation {
   std::vector<std::wstring> dependencies;
 };
 
-/// The missing list of a board without embedded boards is the usual case, not an error.
+/// The missing list of a board without embedded boards is the usual case, not an error. A list that
+/// is too large is one: without it the export would lack boards.
 std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
   std::string bytes;
   if (!ReadWholeFile(list_path, kLargestDependencyList, bytes)) {
+    if (GetLastError() == ERROR_FILE_TOO_LARGE) {
+      throw Failure{L"Dependency list is too large", ERROR_FILE_TOO_LARGE};
+    }
     return {};
   }
   std::vector<std::wstring> paths =
@@ -156,8 +159,7 @@ void CreateRoot(const std::wstring& root) {
 /// could save it nor the next run remove it.
 void CopyWritable(const std::wstring& source, const std::wstring& target) {
   if (!CopyOver(source, target)) {
-    const DWORD code = GetLastError();
-    throw Failure{L"copy", code};
+    ThrowLastError(L"copy");
   }
   ClearReadOnly(target);
 }
@@ -182,40 +184,27 @@ bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifes
 /// dependencies come first.
 class ProjectFile {
  public:
-  explicit ProjectFile(const std::wstring& path)
-      : file_(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                          CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)) {
-    if (!file_) {
-      code_ = GetLastError();
-    }
-  }
+  explicit ProjectFile(const std::wstring& path) : file_(path) {}
 
   /// Writes text in the system's ANSI code page, which is what the host reads. Text that it cannot
   /// hold is a failure: the host would look for a document of another name.
   void Append(std::wstring_view text) {
     std::string bytes;
-    if (code_ != ERROR_SUCCESS) {
-      return;
-    }
-    if (!AnsiFromWide(WithWindowsLineEnds(text), bytes)) {
-      code_ = ERROR_NO_UNICODE_TRANSLATION;
-    } else if (!WriteAll(file_.Get(), bytes)) {
-      code_ = GetLastError();
+    if (AnsiFromWide(WithWindowsLineEnds(text), bytes)) {
+      file_.Write(bytes);
+    } else {
+      file_.Fail(ERROR_NO_UNICODE_TRANSLATION);
     }
   }
 
   void Finish() {
-    if (code_ == ERROR_SUCCESS && !CloseHandle(file_.Release())) {
-      code_ = GetLastError();
-    }
-    if (code_ != ERROR_SUCCESS) {
-      throw Failure{L"Cannot finish temporary project", code_};
+    if (!file_.Finish()) {
+      ThrowLastError(L"Cannot finish temporary project");
     }
   }
 
  private:
-  FileHandle file_;
-  DWORD code_ = ERROR_SUCCESS;
+  FileWriter file_;
 };
 
 /// Copies one embedded board and enters it in the project; answers the exit code.
@@ -240,10 +229,9 @@ int AddDependency(const std::wstring& path, std::size_t number, const std::wstri
 /// Its presence tells the script that the project is complete, so a path that the code page cannot
 /// hold is written with replacement characters rather than not at all.
 void WriteReadyFile(const std::wstring& root, const std::wstring& source_pcb) {
-  if (!WriteWholeFile(JoinPath(root, L"ready.txt"),
+  if (!WriteWholeFile(JoinPath(root, kReadyFile),
                       AnsiFromWideLossy(WithWindowsLineEnds(source_pcb)))) {
-    const DWORD code = GetLastError();
-    throw Failure{L"Cannot write ready.txt", code};
+    ThrowLastError(L"Cannot write ready.txt");
   }
 }
 
@@ -287,35 +275,40 @@ void LogFailure(const std::wstring& text, DWORD code) {
 }  // namespace
 
 int PrepareTemporaryProject(const std::wstring& source_pcb, const std::wstring& dependency_list,
-                            const std::wstring& used_layer_manifest) {
+                            const std::wstring& used_layer_manifest, FolderCalls& folders) {
   Preparation run{source_pcb, used_layer_manifest, {}, {}, {}};
   std::wstring local_app_data;
   std::wstring error_text;
-  if (!LocalAppDataDirectory(local_app_data, error_text)) {
+  if (!LocalAppDataDirectory(local_app_data, error_text, folders)) {
     return kNoLocalAppData;
   }
-  if (!TemporaryRoot(run.temporary_root, error_text)) {
+  if (!TemporaryRoot(run.temporary_root, error_text, folders)) {
     return kNoPublicDocuments;
   }
   run.runtime_root = RuntimeRoot(local_app_data);
-  run.dependencies = ReadDependencies(dependency_list);
-  WriteLogEntry(L"Prepare begin", L"SourcePCB=" + source_pcb + L" Temp=" + run.temporary_root +
-                                      L" Runtime=" + run.runtime_root + L" Dependencies=" +
-                                      Decimal(run.dependencies.size()));
-
-  const std::wstring rejection = FirstRejection(run);
-  if (!rejection.empty()) {
-    WriteLogEntry(L"Prepare rejected", rejection);
-    return kRejected;
-  }
   try {
+    run.dependencies = ReadDependencies(dependency_list);
+    WriteLogEntry(L"Prepare begin", L"SourcePCB=" + source_pcb + L" Temp=" + run.temporary_root +
+                                        L" Runtime=" + run.runtime_root + L" Dependencies=" +
+                                        Decimal(run.dependencies.size()));
+    const std::wstring rejection = FirstRejection(run);
+    if (!rejection.empty()) {
+      WriteLogEntry(L"Prepare rejected", rejection);
+      return kRejected;
+    }
     return BuildProject(run);
   } catch (const Failure& failure) {
     LogFailure(failure.text, failure.code);
   } catch (const std::bad_alloc&) {
-    LogFailure(L"Out of memory", ERROR_NOT_ENOUGH_MEMORY);
+    LogFailure(kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY);
   }
-  return kFailed;
+  return kPrepareFailed;
+}
+
+int PrepareTemporaryProject(const std::wstring& source_pcb, const std::wstring& dependency_list,
+                            const std::wstring& used_layer_manifest) {
+  FolderCalls folders;
+  return PrepareTemporaryProject(source_pcb, dependency_list, used_layer_manifest, folders);
 }
 
 }  // namespace kestrune

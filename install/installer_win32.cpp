@@ -44,7 +44,6 @@ constexpr std::int32_t kSuccess = 0;
 constexpr std::int32_t kStatusProblem = 10;
 constexpr std::int32_t kNoInstance = 20;
 constexpr std::int32_t kHostRuns = 30;
-constexpr std::int32_t kFailed = 40;
 
 /// The host's toolbar definitions have some megabytes at most; a larger file would only fill the
 /// memory of a 32-bit process.
@@ -101,17 +100,17 @@ class InstallerRun {
     try {
       RunOrFail();
     } catch (const Failure& failure) {
-      End(kFailed, failure.text);
+      End(kInstallerFailed, failure.text);
       Log(L"Error=" + failure.text + L" GetLastError=" + Decimal(failure.code));
     }
   }
 
   /// Ends the run without memory, behind what was reported before.
   void EndWithoutMemory() noexcept {
-    code_ = kFailed;
+    code_ = kInstallerFailed;
     Log(L"Error=Not enough memory. GetLastError=8");
     try {
-      report_ += L"Not enough memory.";
+      report_ += kNotEnoughMemory;
     } catch (const std::bad_alloc&) {
       // The code tells that something failed, and the report what was done before.
       return;
@@ -158,7 +157,7 @@ class InstallerRun {
     } catch (const Failure& failure) {
       ReportFailure(instance, failure.text, failure.code);
     } catch (const std::bad_alloc&) {
-      ReportFailure(instance, L"Not enough memory.", ERROR_NOT_ENOUGH_MEMORY);
+      ReportFailure(instance, kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY);
     }
   }
 
@@ -190,7 +189,7 @@ class InstallerRun {
   }
 
   void SeeProblem() {
-    code_ = options_.command == InstallerCommand::Status ? kStatusProblem : kFailed;
+    code_ = options_.command == InstallerCommand::Status ? kStatusProblem : kInstallerFailed;
   }
 
   void End(std::int32_t code, const std::wstring& text) {

@@ -6,6 +6,9 @@
 
 namespace kestrune {
 
+/// The exit code of an installer command that failed.
+inline constexpr int kInstallerFailed = 40;
+
 /// Carries out one installer command for every host instance that the options leave, and answers
 /// the exit code with a report that covers each of them. Shows nothing and throws nothing.
 ///

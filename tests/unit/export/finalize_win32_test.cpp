@@ -9,6 +9,7 @@
 #include "common/windows_error_win32.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/unix_link_win32.h"
+#include "tests/support/unknown_folders_win32.h"
 
 namespace kestrune {
 namespace {
@@ -74,6 +75,14 @@ TEST_F(FinalizeTest, CopiesToTheDefaultDirectoryAndTheClipboard) {
   EXPECT_EQ(FileBytes(native_), "PK archive");
   EXPECT_THAT(Log(),
               ElementsAre(BeginEntry(DefaultZip()), DefaultEntry(), CopiedEntry(DefaultZip())));
+}
+
+TEST_F(FinalizeTest, WithoutLocalApplicationDataItTellsSoAndEndsWithTwo) {
+  UnknownFolders folders;
+  const FinalizeOutcome outcome = FinalizeQuietly(native_, L"Main.PcbDoc", std::nullopt, folders);
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.icon, MessageIcon::Error);
+  EXPECT_EQ(outcome.message, L"Cannot determine the current Windows user profile directory.");
 }
 
 TEST_F(FinalizeTest, AnotherExportOfTheBoardReplacesTheArchive) {

@@ -7,11 +7,13 @@
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/unix_link_win32.h"
+#include "tests/support/unknown_folders_win32.h"
 
 namespace kestrune {
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::StartsWith;
 
 constexpr char kRecentFile[] =
@@ -121,6 +123,50 @@ TEST_F(PreparationTest, ATemporaryRootThatIsALinkLosesTheLinkAndNotItsTarget) {
   EXPECT_THAT(NamesIn(victim), ElementsAre(L"file"));
   EXPECT_TRUE(code == 0 || (code == 4 && RunsUnderWine())) << code;
   RemoveLink(folders_.temporary);
+}
+
+TEST_F(PreparationTest, WithoutLocalApplicationDataItEndsSilentlyWithTwo) {
+  UnknownFolders folders;
+  EXPECT_EQ(PrepareTemporaryProject(board_, list_, manifest_, folders), 2);
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(PreparationTest, WithoutPublicDocumentsItEndsSilentlyWithThree) {
+  UnknownFolders folders;
+  folders.listed_profile = L"C:\\profile";
+  EXPECT_EQ(PrepareTemporaryProject(board_, list_, manifest_, folders), 3);
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(PreparationTest, ASourceWhosePresenceCannotBeAskedIsRejected) {
+  ASSERT_EQ(Prepare(), 0);
+  const UnreadableFile source(Scratch(L"loop.PcbDoc"));
+  if (!source.Works()) {
+    GTEST_SKIP() << "the system has no file at hand whose presence cannot be asked";
+  }
+  board_ = Scratch(L"loop.PcbDoc");
+  EXPECT_EQ(Prepare(), 9);
+  EXPECT_EQ(Log().back(),
+            "Stage: Prepare rejected | Cannot validate source PCB paths. Temporary files were not "
+            "removed.");
+  EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
+}
+
+TEST_F(PreparationTest, AnOversizedListFailsBeforeAnythingIsTouched) {
+  ASSERT_EQ(Prepare(), 0);
+  PutSparseFile(list_, (std::uint64_t{64} << 20) + 1);
+  EXPECT_EQ(Prepare(), 4);
+  EXPECT_EQ(Log().back(),
+            "Stage: Prepare failed | Error=Dependency list is too large GetLastError=223");
+  EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
+}
+
+TEST_F(PreparationTest, ABoardNamedLikeTheSignOfCompletionIsACollision) {
+  const std::wstring embedded = Scratch(L"READY.txt");
+  PutFile(embedded, "embedded");
+  PutFile(list_, Utf8FromWide(embedded) + "\r\n");
+  EXPECT_EQ(Prepare(), 7);
+  EXPECT_FALSE(Exists(Temporary(L"ready.txt")));
 }
 
 TEST_F(PreparationTest, AFileInThePlaceOfTheTemporaryRootFailsWithItsCode) {
