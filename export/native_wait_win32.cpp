@@ -11,7 +11,6 @@ namespace kestrune {
 namespace {
 
 constexpr int kStable = 0;
-constexpr int kTimedOut = 5;
 
 std::optional<std::uint64_t> SizeOfRegularFile(const std::wstring& path) {
   FileEntry entry;
@@ -29,6 +28,10 @@ void WriteResult(const std::wstring& path, const std::string& text) {
 
 }  // namespace
 
+void ReportNativeWaitFailure(const std::wstring& result_path) {
+  WriteResult(result_path, "ERROR\r\n");
+}
+
 int WaitForNativeOutput(const std::wstring& expected_path, const std::wstring& report_path,
                         const std::wstring& result_path) {
   WriteLogEntry(L"Waiting for native output",
@@ -37,8 +40,8 @@ int WaitForNativeOutput(const std::wstring& expected_path, const std::wstring& r
       [&] { return SizeOfRegularFile(expected_path); }, [] { Sleep(kWaitSleepMilliseconds); });
   if (!size) {
     WriteLogEntry(L"Native output timeout", L"Expected=" + expected_path);
-    WriteResult(result_path, "ERROR\r\n");
-    return kTimedOut;
+    ReportNativeWaitFailure(result_path);
+    return kNativeWaitFailed;
   }
   WriteResult(result_path, "OK\r\n" + std::to_string(*size));
   const bool has_report = QueryFileKindQuietly(report_path) == FileKind::RegularFile;

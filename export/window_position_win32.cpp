@@ -9,7 +9,6 @@ namespace {
 
 constexpr int kMoved = 0;
 constexpr int kNoTarget = 2;
-constexpr int kCannotRead = 3;
 constexpr int kCannotMove = 4;
 
 /// A 64-bit host may print a handle sign-extended; only its low 32 bits mean anything.
@@ -39,7 +38,7 @@ int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle) 
   RECT window{};
   if (monitor == nullptr || !GetMonitorInfoW(monitor, &information) ||
       !GetWindowRect(target, &window)) {
-    return kCannotRead;
+    return kPositionUnreadable;
   }
   const ScreenPoint corner = CentredIn(ToScreen(information.rcWork), ToScreen(window));
   const BOOL moved = SetWindowPos(target, nullptr, corner.x, corner.y, 0, 0,

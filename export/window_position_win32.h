@@ -4,6 +4,9 @@
 
 namespace kestrune {
 
+/// The exit code when the monitor or the window could not be read.
+inline constexpr int kPositionUnreadable = 3;
+
 /// Moves the target window to the centre of the work area of the monitor on which the reference
 /// window lies; it is neither resized nor activated. The handles are numbers whose low 32 bits
 /// count.
