@@ -1,7 +1,5 @@
 #include "export/window_position_win32.h"
 
-#include <windows.h>
-
 #include "export/window_placement.h"
 
 namespace kestrune {
@@ -22,28 +20,58 @@ ScreenRectangle ToScreen(const RECT& rectangle) {
 
 }  // namespace
 
-int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle) {
+bool WindowCalls::IsWindow(HWND window) {
+  return ::IsWindow(window) != FALSE;
+}
+
+HWND WindowCalls::Foreground() {
+  return GetForegroundWindow();
+}
+
+HMONITOR WindowCalls::MonitorOf(HWND window) {
+  return MonitorFromWindow(window, MONITOR_DEFAULTTOPRIMARY);
+}
+
+bool WindowCalls::ReadMonitor(HMONITOR monitor, MONITORINFO& information) {
+  return GetMonitorInfoW(monitor, &information) != FALSE;
+}
+
+bool WindowCalls::ReadPlace(HWND window, RECT& place) {
+  return GetWindowRect(window, &place) != FALSE;
+}
+
+bool WindowCalls::Move(HWND window, HWND insert_after, int x, int y, int width, int height,
+                       UINT flags) {
+  return SetWindowPos(window, insert_after, x, y, width, height, flags) != FALSE;
+}
+
+int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle,
+                   WindowCalls& calls) {
   const HWND target = WindowFromNumber(target_handle);
   HWND reference = WindowFromNumber(reference_handle);
-  if (!IsWindow(target)) {
+  if (!calls.IsWindow(target)) {
     return kNoTarget;
   }
-  if (!IsWindow(reference)) {
-    reference = GetForegroundWindow();
+  if (!calls.IsWindow(reference)) {
+    reference = calls.Foreground();
   }
-  const HMONITOR monitor =
-      MonitorFromWindow(IsWindow(reference) ? reference : target, MONITOR_DEFAULTTOPRIMARY);
+  const HMONITOR monitor = calls.MonitorOf(calls.IsWindow(reference) ? reference : target);
   MONITORINFO information{};
   information.cbSize = sizeof(information);
   RECT window{};
-  if (monitor == nullptr || !GetMonitorInfoW(monitor, &information) ||
-      !GetWindowRect(target, &window)) {
+  if (monitor == nullptr || !calls.ReadMonitor(monitor, information) ||
+      !calls.ReadPlace(target, window)) {
     return kPositionUnreadable;
   }
   const ScreenPoint corner = CentredIn(ToScreen(information.rcWork), ToScreen(window));
-  const BOOL moved = SetWindowPos(target, nullptr, corner.x, corner.y, 0, 0,
-                                  SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE | SWP_NOOWNERZORDER);
+  const bool moved = calls.Move(target, nullptr, corner.x, corner.y, 0, 0,
+                                SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE | SWP_NOOWNERZORDER);
   return moved ? kMoved : kCannotMove;
+}
+
+int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle) {
+  WindowCalls calls;
+  return PositionWindow(target_handle, reference_handle, calls);
 }
 
 }  // namespace kestrune

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace kestrune {
 namespace {
 
@@ -98,6 +100,98 @@ TEST(PositionWindow, ATargetThatIsNoWindowEndsWithTwo) {
   EXPECT_EQ(PositionWindow(number, reference.Number()), 2);
   EXPECT_EQ(PositionWindow(0, reference.Number()), 2);
   EXPECT_EQ(PositionWindow(0, 0), 2);
+}
+
+/// Two monitors: number 1 holds the target (window 1), number 2 the reference (window 2) and has
+/// a task bar at its left and top. Window 3 is in the foreground, on monitor 3.
+class ScriptedWindows final : public WindowCalls {
+ public:
+  struct Moved {
+    HWND window;
+    HWND insert_after;
+    int x, y, width, height;
+    UINT flags;
+  };
+
+  static HWND Window(std::uintptr_t number) { return reinterpret_cast<HWND>(number); }
+  static HMONITOR Monitor(std::uintptr_t number) { return reinterpret_cast<HMONITOR>(number); }
+
+  bool IsWindow(HWND window) override {
+    return window == Window(1) || (window == Window(2) && reference_exists) || window == Window(3);
+  }
+  HWND Foreground() override { return Window(foreground); }
+  HMONITOR MonitorOf(HWND window) override {
+    return monitor_exists ? Monitor(reinterpret_cast<std::uintptr_t>(window)) : nullptr;
+  }
+  bool ReadMonitor(HMONITOR monitor, MONITORINFO& information) override {
+    const auto left = static_cast<LONG>(reinterpret_cast<std::uintptr_t>(monitor)) * 1000;
+    size_told = information.cbSize;
+    information.rcMonitor = {left, 0, left + 1000, 1000};
+    information.rcWork = {left + 100, 40, left + 1000, 1000};
+    return monitor_reads;
+  }
+  bool ReadPlace(HWND window, RECT& place) override {
+    EXPECT_EQ(window, Window(1));
+    place = {7, 9, 7 + 300, 9 + 160};
+    return window_reads;
+  }
+  bool Move(HWND window, HWND insert_after, int x, int y, int width, int height,
+            UINT flags) override {
+    moves.push_back({window, insert_after, x, y, width, height, flags});
+    return window_moves;
+  }
+
+  bool reference_exists = true;
+  std::uintptr_t foreground = 3;
+  bool monitor_exists = true;
+  bool monitor_reads = true;
+  bool window_reads = true;
+  bool window_moves = true;
+  DWORD size_told = 0;
+  std::vector<Moved> moves;
+};
+
+TEST(PositionWindow, MovesOnceIntoTheWorkAreaOfTheReferencesMonitor) {
+  ScriptedWindows windows;
+  EXPECT_EQ(PositionWindow(1, 2, windows), 0);
+  ASSERT_EQ(windows.moves.size(), 1U);
+  const ScriptedWindows::Moved& move = windows.moves.front();
+  EXPECT_EQ(move.window, ScriptedWindows::Window(1));
+  EXPECT_EQ(move.insert_after, nullptr);
+  EXPECT_EQ(move.x, 2100 + (900 - 300) / 2);
+  EXPECT_EQ(move.y, 40 + (960 - 160) / 2);
+  EXPECT_EQ(move.width, 0);
+  EXPECT_EQ(move.height, 0);
+  EXPECT_EQ(move.flags, 0x215U);
+  EXPECT_EQ(windows.size_told, sizeof(MONITORINFO));
+}
+
+TEST(PositionWindow, TakesTheForegroundsMonitorAndThenTheTargetsOwn) {
+  ScriptedWindows windows;
+  windows.reference_exists = false;
+  EXPECT_EQ(PositionWindow(1, 2, windows), 0);
+  windows.foreground = 0;
+  EXPECT_EQ(PositionWindow(1, 2, windows), 0);
+  ASSERT_EQ(windows.moves.size(), 2U);
+  EXPECT_EQ(windows.moves[0].x, 3100 + 300);
+  EXPECT_EQ(windows.moves[1].x, 1100 + 300);
+}
+
+TEST(PositionWindow, WhatCannotBeReadEndsWithThreeAndMovesNothing) {
+  for (bool ScriptedWindows::*answer :
+       {&ScriptedWindows::monitor_exists, &ScriptedWindows::monitor_reads,
+        &ScriptedWindows::window_reads}) {
+    ScriptedWindows windows;
+    windows.*answer = false;
+    EXPECT_EQ(PositionWindow(1, 2, windows), 3);
+    EXPECT_TRUE(windows.moves.empty());
+  }
+}
+
+TEST(PositionWindow, AWindowThatDoesNotMoveEndsWithFour) {
+  ScriptedWindows windows;
+  windows.window_moves = false;
+  EXPECT_EQ(PositionWindow(1, 2, windows), 4);
 }
 
 }  // namespace
