@@ -27,11 +27,6 @@ class ClipboardSession {
   bool open_;
 };
 
-/// A movable block of zeros.
-GlobalMemory ZeroedBlock(std::size_t size) {
-  return GlobalMemory(GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, size));
-}
-
 bool CopyInto(const GlobalMemory& block, std::size_t offset, const void* bytes, std::size_t size) {
   auto* const memory = static_cast<char*>(GlobalLock(block.Get()));
   if (memory == nullptr) {
@@ -43,8 +38,8 @@ bool CopyInto(const GlobalMemory& block, std::size_t offset, const void* bytes, 
 }
 
 /// Hands the block to the open clipboard; one that is not accepted stays the caller's.
-bool Place(UINT format, GlobalMemory& block) {
-  if (SetClipboardData(format, block.Get()) == nullptr) {
+bool Place(UINT format, GlobalMemory& block, ClipboardCalls& calls) {
+  if (calls.Place(format, block.Get()) == nullptr) {
     return false;
   }
   static_cast<void>(block.Release());
@@ -53,7 +48,21 @@ bool Place(UINT format, GlobalMemory& block) {
 
 }  // namespace
 
+HGLOBAL ClipboardCalls::Allocate(std::size_t size) {
+  return GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, size);
+}
+
+HANDLE ClipboardCalls::Place(UINT format, HGLOBAL block) {
+  return SetClipboardData(format, block);
+}
+
 bool PlaceZipOnClipboard(const std::wstring& path, std::wstring& error_text) {
+  ClipboardCalls calls;
+  return PlaceZipOnClipboard(path, calls, error_text);
+}
+
+bool PlaceZipOnClipboard(const std::wstring& path, ClipboardCalls& calls,
+                         std::wstring& error_text) {
   // The shell reads a list of files behind the header: each path ends with a zero, the list with
   // one more.
   DROPFILES header{};
@@ -61,8 +70,8 @@ bool PlaceZipOnClipboard(const std::wstring& path, std::wstring& error_text) {
   header.pFiles = sizeof header;
   header.fWide = TRUE;
   const std::size_t path_size = 2 * path.size() + 2;
-  GlobalMemory drop = ZeroedBlock(sizeof header + path_size + 2);
-  GlobalMemory text = ZeroedBlock(path_size);
+  GlobalMemory drop(calls.Allocate(sizeof header + path_size + 2));
+  GlobalMemory text(calls.Allocate(path_size));
   if (!drop || !text || !CopyInto(drop, 0, &header, sizeof header) ||
       !CopyInto(drop, sizeof header, path.c_str(), path_size) ||
       !CopyInto(text, 0, path.c_str(), path_size)) {
@@ -75,8 +84,8 @@ bool PlaceZipOnClipboard(const std::wstring& path, std::wstring& error_text) {
     return false;
   }
   EmptyClipboard();
-  const bool drop_placed = Place(CF_HDROP, drop);
-  const bool text_placed = Place(CF_UNICODETEXT, text);
+  const bool drop_placed = Place(CF_HDROP, drop, calls);
+  const bool text_placed = Place(CF_UNICODETEXT, text, calls);
   if (!drop_placed || !text_placed) {
     error_text = L"Cannot place the ZIP file on the Windows Clipboard.";
   }

@@ -4,6 +4,7 @@
 #include <shlobj.h>
 
 #include <cstring>
+#include <vector>
 
 #include "common/file_win32.h"
 #include "common/text.h"
@@ -83,6 +84,64 @@ TEST_F(ClipboardTest, AClipboardThatAnotherProgramHoldsStaysAsItIs) {
   const std::string seen = Seen();
   EXPECT_NE(seen.find("Text=before\n"), std::string::npos) << seen;
   EXPECT_EQ(seen.find("Drop"), std::string::npos) << seen;
+}
+
+/// Refuses one allocation or one format, and keeps the blocks that it saw.
+class RefusingClipboard final : public ClipboardCalls {
+ public:
+  HGLOBAL Allocate(std::size_t size) override {
+    if (++allocations == refused_allocation) {
+      return nullptr;
+    }
+    blocks.push_back(ClipboardCalls::Allocate(size));
+    return blocks.back();
+  }
+  HANDLE Place(UINT format, HGLOBAL block) override {
+    if (format == refused_format) {
+      refused_block = block;
+      return nullptr;
+    }
+    return ClipboardCalls::Place(format, block);
+  }
+
+  int allocations = 0;
+  int refused_allocation = 0;
+  UINT refused_format = 0;
+  HGLOBAL refused_block = nullptr;
+  std::vector<HGLOBAL> blocks;
+};
+
+bool IsFreed(HGLOBAL block) {
+  return GlobalFlags(block) == GMEM_INVALID_HANDLE;
+}
+
+TEST_F(ClipboardTest, WithoutMemoryTheClipboardStaysAndWhatWasTakenIsFreed) {
+  for (const int refused : {1, 2}) {
+    PutText(L"before");
+    RefusingClipboard calls;
+    calls.refused_allocation = refused;
+    std::wstring error_text;
+    EXPECT_FALSE(PlaceZipOnClipboard(L"C:\\Out\\Main.zip", calls, error_text));
+    EXPECT_EQ(error_text, L"Cannot allocate Clipboard data.");
+    ASSERT_EQ(calls.blocks.size(), 1U);
+    EXPECT_TRUE(IsFreed(calls.blocks.front()));
+    EXPECT_NE(Seen().find("Text=before\n"), std::string::npos);
+  }
+}
+
+TEST_F(ClipboardTest, AFormatThatIsRefusedIsFreedAndTheOtherStays) {
+  for (const UINT refused : {UINT{CF_HDROP}, UINT{CF_UNICODETEXT}}) {
+    RefusingClipboard calls;
+    calls.refused_format = refused;
+    std::wstring error_text;
+    EXPECT_FALSE(PlaceZipOnClipboard(L"C:\\Out\\Main.zip", calls, error_text));
+    EXPECT_EQ(error_text, L"Cannot place the ZIP file on the Windows Clipboard.");
+    ASSERT_NE(calls.refused_block, nullptr);
+    EXPECT_TRUE(IsFreed(calls.refused_block));
+    const std::string seen = Seen();
+    EXPECT_EQ(seen.find("Drop=") != std::string::npos, refused != CF_HDROP) << seen;
+    EXPECT_EQ(seen.find("Text=") != std::string::npos, refused != CF_UNICODETEXT) << seen;
+  }
 }
 
 }  // namespace
