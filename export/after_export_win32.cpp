@@ -34,10 +34,9 @@ class ComApartment {
 };
 
 /// The executable with its environment variables expanded, as written where Windows refuses.
-std::wstring ExpandedExecutable(const UserSettings& settings) {
+std::wstring ExpandedExecutable(const UserSettings& settings, LaunchCalls& calls) {
   std::wstring expanded;
-  return ExpandEnvironment(settings.executable_path, expanded) ? expanded
-                                                               : settings.executable_path;
+  return calls.Expand(settings.executable_path, expanded) ? expanded : settings.executable_path;
 }
 
 /// Starts the process; false with the Windows error. It is created suspended so that it has the
@@ -56,7 +55,7 @@ bool StartProcess(const std::wstring& executable, const std::wstring& argument_l
   }
   const KernelHandle process(information.hProcess);
   const KernelHandle thread(information.hThread);
-  AllowSetForegroundWindow(information.dwProcessId);
+  calls.AllowForeground(information.dwProcessId);
   if (calls.Resume(thread.Get()) != static_cast<DWORD>(-1)) {
     return true;
   }
@@ -86,12 +85,20 @@ bool StartThroughShell(const std::wstring& executable, const std::wstring& argum
 
 }  // namespace
 
+bool LaunchCalls::Expand(const std::wstring& text, std::wstring& expanded) {
+  return ExpandEnvironment(text, expanded);
+}
+
 BOOL LaunchCalls::CreateSuspended(const wchar_t* application, wchar_t* command_line,
                                   const wchar_t* directory, PROCESS_INFORMATION& process) {
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   return CreateProcessW(application, command_line, nullptr, nullptr, FALSE, CREATE_SUSPENDED,
                         nullptr, directory, &startup, &process);
+}
+
+void LaunchCalls::AllowForeground(DWORD process_id) {
+  AllowSetForegroundWindow(process_id);
 }
 
 DWORD LaunchCalls::Resume(HANDLE thread) {
@@ -134,7 +141,7 @@ AfterExportResult RunAfterExport(const UserSettings& settings, const std::wstrin
     return result;
   }
   result.configured = true;
-  const std::wstring executable = ExpandedExecutable(settings);
+  const std::wstring executable = ExpandedExecutable(settings, calls);
   if (QueryFileKind(executable) != FileKind::RegularFile) {
     result.error_text = L"The configured after-export executable does not exist: " + executable;
     return result;

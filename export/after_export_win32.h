@@ -33,9 +33,13 @@ class LaunchCalls {
   LaunchCalls& operator=(const LaunchCalls&) = delete;
   virtual ~LaunchCalls() = default;
 
+  /// ExpandEnvironment.
+  virtual bool Expand(const std::wstring& text, std::wstring& expanded);
   /// CreateProcessW with a suspended main thread, inheriting the environment but no handles.
   virtual BOOL CreateSuspended(const wchar_t* application, wchar_t* command_line,
                                const wchar_t* directory, PROCESS_INFORMATION& process);
+  /// AllowSetForegroundWindow.
+  virtual void AllowForeground(DWORD process_id);
   /// ResumeThread.
   virtual DWORD Resume(HANDLE thread);
   /// ShellExecuteExW on a thread that is ready for COM.

@@ -16,11 +16,11 @@ bool IsRunning(HANDLE process) {
   return WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
 }
 
-bool IsInOurSession(DWORD process_id) {
+bool IsInOurSession(DWORD process_id, ListenerCalls& calls) {
   DWORD theirs = 0;
   DWORD ours = 0;
-  return ProcessIdToSessionId(process_id, &theirs) &&
-         ProcessIdToSessionId(GetCurrentProcessId(), &ours) && theirs == ours;
+  return calls.ReadLogOn(process_id, theirs) && calls.ReadLogOn(GetCurrentProcessId(), ours) &&
+         theirs == ours;
 }
 
 bool HasImage(HANDLE process, const std::wstring& executable_path) {
@@ -33,19 +33,28 @@ bool HasImage(HANDLE process, const std::wstring& executable_path) {
   return EqualIgnoringCase(image, executable_path);
 }
 
-bool IsOurUsers(HANDLE process) {
+}  // namespace
+
+bool ListenerCalls::ReadLogOn(DWORD process_id, DWORD& log_on) {
+  return ProcessIdToSessionId(process_id, &log_on) != FALSE;
+}
+
+bool ListenerCalls::IsOurUsers(HANDLE process) {
   ProcessUser theirs;
   ProcessUser ours;
   return theirs.Read(process) && ours.Read(GetCurrentProcess()) &&
          EqualSid(theirs.Sid(), ours.Sid());
 }
 
-}  // namespace
+void ListenerCalls::AllowForeground(DWORD process_id) {
+  AllowSetForegroundWindow(process_id);
+}
 
 bool VerifyListenerProcess(HANDLE process, std::uint32_t process_id,
-                           const std::wstring& executable_path) {
+                           const std::wstring& executable_path, ListenerCalls& calls) {
   return process != nullptr && GetProcessId(process) == process_id && IsRunning(process) &&
-         IsInOurSession(process_id) && HasImage(process, executable_path) && IsOurUsers(process);
+         IsInOurSession(process_id, calls) && HasImage(process, executable_path) &&
+         calls.IsOurUsers(process);
 }
 
 bool SendMailslotNotice(const std::wstring& mailslot_name, const std::wstring& argument_line) {
@@ -65,15 +74,21 @@ bool SendMailslotNotice(const std::wstring& mailslot_name, const std::wstring& a
 }
 
 bool SendToRunningInstance(const std::wstring& mailslot_name, const std::wstring& argument_line,
-                           const std::wstring& executable_path) {
+                           const std::wstring& executable_path, ListenerCalls& calls) {
   KernelHandle process;
   if (const DWORD process_id = ListenerProcessId(mailslot_name); process_id != 0) {
     process.Reset(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
-    if (VerifyListenerProcess(process.Get(), process_id, executable_path)) {
-      AllowSetForegroundWindow(process_id);
+    if (VerifyListenerProcess(process.Get(), process_id, executable_path, calls)) {
+      calls.AllowForeground(process_id);
     }
   }
   return SendMailslotNotice(mailslot_name, argument_line);
+}
+
+bool SendToRunningInstance(const std::wstring& mailslot_name, const std::wstring& argument_line,
+                           const std::wstring& executable_path) {
+  ListenerCalls calls;
+  return SendToRunningInstance(mailslot_name, argument_line, executable_path, calls);
 }
 
 }  // namespace kestrune

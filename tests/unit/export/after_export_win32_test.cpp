@@ -38,6 +38,10 @@ class ScriptedCalls : public LaunchCalls {
   DWORD resume_error = 0;
   DWORD shell_error = 0;
   bool really_create = false;
+  bool expands = true;
+  std::vector<DWORD> allowed;
+  std::vector<DWORD> allowed_before_resume;
+  std::vector<std::wstring> order_before_allowed;
   HANDLE shell_process = nullptr;
 
   std::vector<std::wstring> asked;
@@ -50,11 +54,20 @@ class ScriptedCalls : public LaunchCalls {
     asked.push_back(std::wstring(L"create ") + application + L"|" + command_line + L"|" +
                     directory);
     SetLastError(create_error);
+    process.dwProcessId = 4242;
     return create_error == 0 &&
            (!really_create ||
             LaunchCalls::CreateSuspended(application, command_line, directory, process));
   }
+  bool Expand(const std::wstring& text, std::wstring& expanded) override {
+    return expands && LaunchCalls::Expand(text, expanded);
+  }
+  void AllowForeground(DWORD process_id) override {
+    order_before_allowed = asked;
+    allowed.push_back(process_id);
+  }
   DWORD Resume(HANDLE thread) override {
+    allowed_before_resume = allowed;
     asked.emplace_back(L"resume");
     if (really_create) {
       suspended.Reset(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE,
@@ -130,6 +143,23 @@ TEST_F(AfterExportTest, AMissingExecutableIsNamedExpanded) {
               L"The configured after-export executable does not exist: " + expanded);
   }
   EXPECT_TRUE(calls_.asked.empty());
+}
+
+TEST_F(AfterExportTest, APathThatWindowsDoesNotExpandIsUsedAsWritten) {
+  UserSettings settings = Viewer();
+  settings.executable_path = L"%SystemDrive%\\none.exe";
+  calls_.expands = false;
+  EXPECT_EQ(RunAfterExport(settings, kZip, std::nullopt, calls_).error_text,
+            L"The configured after-export executable does not exist: %SystemDrive%\\none.exe");
+}
+
+TEST_F(AfterExportTest, AProcessMayComeToTheForegroundBeforeItRuns) {
+  EXPECT_TRUE(RunAfterExport(Viewer(), kZip, std::nullopt, calls_).delivered);
+  const std::vector<DWORD> once = {4242};
+  EXPECT_EQ(calls_.allowed, once);
+  EXPECT_EQ(calls_.allowed_before_resume, once);
+  ASSERT_EQ(calls_.order_before_allowed.size(), 1U);
+  EXPECT_TRUE(calls_.order_before_allowed.front().starts_with(L"create "));
 }
 
 TEST_F(AfterExportTest, AStartedProcessGetsQuotedPathLineAndItsOwnFolder) {

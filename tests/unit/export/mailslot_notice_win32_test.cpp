@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <vector>
 
 #include "common/file_win32.h"
 #include "common/text.h"
@@ -53,6 +54,30 @@ std::wstring OwnImage() {
 KernelHandle OpenListener(DWORD process_id) {
   return KernelHandle(
       OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
+}
+
+/// Answers about a listener as told, and notes who may come to the foreground.
+class ScriptedListener final : public ListenerCalls {
+ public:
+  bool ReadLogOn(DWORD process_id, DWORD& log_on) override {
+    log_on = ++asked == 1 ? listeners_log_on : 1;
+    return ListenerCalls::ReadLogOn(process_id, real_log_on);
+  }
+  bool IsOurUsers(HANDLE process) override {
+    return same_user && ListenerCalls::IsOurUsers(process);
+  }
+  void AllowForeground(DWORD process_id) override { allowed.push_back(process_id); }
+
+  int asked = 0;
+  DWORD real_log_on = 0;
+  DWORD listeners_log_on = 1;
+  bool same_user = true;
+  std::vector<DWORD> allowed;
+};
+
+bool Verifies(HANDLE process, DWORD id, const std::wstring& image) {
+  ListenerCalls calls;
+  return VerifyListenerProcess(process, id, image, calls);
 }
 
 TEST(SendMailslotNotice, WritesTheLineAsOneMessageWithoutATerminator) {
@@ -120,20 +145,44 @@ TEST(SendToRunningInstance, SendsWhateverTheProcessIs) {
   }
 }
 
+TEST(SendToRunningInstance, OnlyAVerifiedListenerMayComeToTheForeground) {
+  const OwnMailslot own;
+  ScriptedListener verified;
+  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"a", OwnImage(), verified));
+  EXPECT_EQ(verified.allowed, std::vector<DWORD>{GetCurrentProcessId()});
+  ScriptedListener other_image;
+  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"b", L"C:\\other.exe", other_image));
+  EXPECT_TRUE(other_image.allowed.empty());
+}
+
+TEST(SendToRunningInstance, AnotherUsersOrLogOnsListenerGetsTheMessageAlone) {
+  const OwnMailslot own;
+  ScriptedListener other_user;
+  other_user.same_user = false;
+  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"other user", OwnImage(), other_user));
+  EXPECT_TRUE(other_user.allowed.empty());
+  ScriptedListener other_log_on;
+  other_log_on.listeners_log_on = 2;
+  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"other log-on", OwnImage(), other_log_on));
+  EXPECT_TRUE(other_log_on.allowed.empty());
+  EXPECT_EQ(own.Next(), "other user");
+  EXPECT_EQ(own.Next(), "other log-on");
+}
+
 TEST(VerifyListenerProcess, AcceptsOurOwnKindIgnoringCase) {
   const DWORD id = GetCurrentProcessId();
   const KernelHandle process = OpenListener(id);
-  EXPECT_TRUE(VerifyListenerProcess(process.Get(), id, OwnImage()));
-  EXPECT_TRUE(VerifyListenerProcess(process.Get(), id, LowerAscii(OwnImage())));
+  EXPECT_TRUE(Verifies(process.Get(), id, OwnImage()));
+  EXPECT_TRUE(Verifies(process.Get(), id, LowerAscii(OwnImage())));
 }
 
 TEST(VerifyListenerProcess, RefusesAnotherProcessNumberImageOrNoProcess) {
   const DWORD id = GetCurrentProcessId();
   const KernelHandle process = OpenListener(id);
-  EXPECT_FALSE(VerifyListenerProcess(nullptr, id, OwnImage()));
-  EXPECT_FALSE(VerifyListenerProcess(process.Get(), id + 4, OwnImage()));
-  EXPECT_FALSE(VerifyListenerProcess(process.Get(), id, OwnImage() + L"x"));
-  EXPECT_FALSE(VerifyListenerProcess(process.Get(), id, L""));
+  EXPECT_FALSE(Verifies(nullptr, id, OwnImage()));
+  EXPECT_FALSE(Verifies(process.Get(), id + 4, OwnImage()));
+  EXPECT_FALSE(Verifies(process.Get(), id, OwnImage() + L"x"));
+  EXPECT_FALSE(Verifies(process.Get(), id, L""));
 }
 
 class MailslotListenerTest : public ExportTest {
@@ -154,17 +203,15 @@ TEST_F(MailslotListenerTest, AListenerInAnotherProcessGetsTheBytes) {
   const std::wstring name = WidenBytes(Published(Scratch(L"name")));
   EXPECT_EQ(ListenerProcessId(name), listener.Id());
   const KernelHandle process = OpenListener(listener.Id());
-  EXPECT_TRUE(
-      VerifyListenerProcess(process.Get(), listener.Id(), TestProgramPath(L"mailslot_listener")));
-  EXPECT_FALSE(VerifyListenerProcess(process.Get(), listener.Id(), OwnImage()));
+  EXPECT_TRUE(Verifies(process.Get(), listener.Id(), TestProgramPath(L"mailslot_listener")));
+  EXPECT_FALSE(Verifies(process.Get(), listener.Id(), OwnImage()));
   EXPECT_TRUE(
       SendToRunningInstance(name, L"first \"line\"", TestProgramPath(L"mailslot_listener")));
   EXPECT_TRUE(SendToRunningInstance(name, L"second", L"C:\\other.exe"));
   EXPECT_EQ(Published(Scratch(L"message")), "first \"line\"");
   EXPECT_EQ(Published(Scratch(L"message.2")), "second");
   EXPECT_EQ(listener.WaitForExit(10000), 0);
-  EXPECT_FALSE(
-      VerifyListenerProcess(process.Get(), listener.Id(), TestProgramPath(L"mailslot_listener")))
+  EXPECT_FALSE(Verifies(process.Get(), listener.Id(), TestProgramPath(L"mailslot_listener")))
       << "a process that has ended is no listener";
   EXPECT_FALSE(SendToRunningInstance(name, L"late", TestProgramPath(L"mailslot_listener")));
 }
