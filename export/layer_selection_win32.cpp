@@ -40,16 +40,17 @@ bool WriteSelected(const std::wstring& path, std::string_view job,
   return file.Finish();
 }
 
-bool Replace(const std::wstring& temporary, const std::wstring& target) {
-  if (RenameOver(temporary, target)) {
+/// Where the old job cannot be renamed over, taking it away first may help.
+bool Replace(const std::wstring& temporary, const std::wstring& target, ReplaceCalls& calls) {
+  if (calls.Rename(temporary, target)) {
     return true;
   }
-  DeleteFileW(ExtendedPath(target).c_str());
-  return RenameOver(temporary, target);
+  calls.Delete(target);
+  return calls.Rename(temporary, target);
 }
 
 std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
-                                           const std::wstring& manifest) {
+                                           const std::wstring& manifest, ReplaceCalls& calls) {
   const UsedLayers used =
       ParseUsedLayers(ReadOrFail(manifest, L"Cannot read the used-layer manifest: "));
   const std::string job = ReadOrFail(out_job, L"Cannot read the temporary OutJob: ");
@@ -61,8 +62,8 @@ std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
   if (!WriteSelected(temporary, job, *selection)) {
     throw Failure{L"Cannot write the temporary OutJob update.", 0};
   }
-  if (!Replace(temporary, out_job)) {
-    DeleteFileW(ExtendedPath(temporary).c_str());
+  if (!Replace(temporary, out_job, calls)) {
+    calls.Delete(temporary);
     throw Failure{L"Cannot replace the temporary OutJob after layer selection.", 0};
   }
   return std::move(selection->changes);
@@ -70,12 +71,27 @@ std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
 
 }  // namespace
 
+bool ReplaceCalls::Rename(const std::wstring& source, const std::wstring& target) {
+  return RenameOver(source, target);
+}
+
+void ReplaceCalls::Delete(const std::wstring& path) {
+  DeleteFileW(ExtendedPath(path).c_str());
+}
+
 bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,
                         std::vector<PlotFieldChange>& changes, std::wstring& error_text) {
+  ReplaceCalls calls;
+  return SelectOutJobLayers(out_job, manifest, changes, error_text, calls);
+}
+
+bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,
+                        std::vector<PlotFieldChange>& changes, std::wstring& error_text,
+                        ReplaceCalls& calls) {
   changes.clear();
   error_text.clear();
   try {
-    changes = RewriteOutJob(out_job, manifest);
+    changes = RewriteOutJob(out_job, manifest, calls);
     return true;
   } catch (const Failure& failure) {
     error_text = failure.text;

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "common/path.h"
 #include "tests/support/export_fixture_win32.h"
 
 namespace kestrune {
@@ -44,6 +45,47 @@ TEST_F(OutJobFileTest, IsRewrittenInPlaceWithNothingLeftBeside) {
             "\xEF[OutputGroup1]\r\n"
             "Configuration1_Item1=PlotTopPlot=True|Plot_V7_2=False|Plot_V7_2_name=Top|a\r\n\x1A");
   EXPECT_THAT(NamesIn(Scratch(L"")), ElementsAre(L"Bridge.OutJob", L"layers.txt"));
+}
+
+/// Refuses the first renames, and notes every call with the names of its files.
+class RefusedRenames final : public ReplaceCalls {
+ public:
+  explicit RefusedRenames(int refusals) : refusals_(refusals) {}
+
+  bool Rename(const std::wstring& source, const std::wstring& target) override {
+    calls.push_back(L"rename " + std::wstring(FileName(source)) + L" " +
+                    std::wstring(FileName(target)));
+    return --refusals_ < 0 && ReplaceCalls::Rename(source, target);
+  }
+  void Delete(const std::wstring& path) override {
+    calls.push_back(L"delete " + std::wstring(FileName(path)));
+    ReplaceCalls::Delete(path);
+  }
+
+  std::vector<std::wstring> calls;
+
+ private:
+  int refusals_;
+};
+
+TEST_F(OutJobFileTest, IsTakenAwayWhereItCannotBeReplaced) {
+  RefusedRenames once(1);
+  EXPECT_TRUE(SelectOutJobLayers(job_, manifest_, changes_, error_text_, once));
+  EXPECT_THAT(once.calls,
+              ElementsAre(L"rename Bridge.OutJob.tmp Bridge.OutJob", L"delete Bridge.OutJob",
+                          L"rename Bridge.OutJob.tmp Bridge.OutJob"));
+  EXPECT_NE(FileBytes(job_), kJob);
+}
+
+TEST_F(OutJobFileTest, ASecondRefusalEndsItWithNothingLeftBeside) {
+  RefusedRenames twice(2);
+  EXPECT_FALSE(SelectOutJobLayers(job_, manifest_, changes_, error_text_, twice));
+  EXPECT_EQ(error_text_, L"Cannot replace the temporary OutJob after layer selection.");
+  EXPECT_THAT(twice.calls,
+              ElementsAre(L"rename Bridge.OutJob.tmp Bridge.OutJob", L"delete Bridge.OutJob",
+                          L"rename Bridge.OutJob.tmp Bridge.OutJob", L"delete Bridge.OutJob.tmp"));
+  EXPECT_THAT(NamesIn(Scratch(L"")), ElementsAre(L"layers.txt"));
+  EXPECT_THAT(changes_, IsEmpty());
 }
 
 TEST_F(OutJobFileTest, IsWrittenAnewEvenWhenNothingChanges) {
