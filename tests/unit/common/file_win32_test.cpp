@@ -5,6 +5,7 @@
 #include "common/failure.h"
 #include "common/path.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/small_disk_win32.h"
 #include "tests/support/unix_link_win32.h"
 
 namespace kestrune {
@@ -203,6 +204,34 @@ TEST_F(FileTest, WritingNamesTheExactError) {
   const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ, FILE_SHARE_READ);
   EXPECT_FALSE(WriteWholeFile(In(L"held"), "y"));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+}
+
+TEST_F(FileTest, AWriterKeepsItsFirstFailure) {
+  FileWriter missing(In(L"missing\\file"));
+  missing.Write("x");
+  missing.Fail(ERROR_NO_UNICODE_TRANSLATION);
+  EXPECT_FALSE(missing.Finish());
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+
+  FileWriter refused(In(L"file"));
+  refused.Write("kept");
+  refused.Fail(ERROR_NO_UNICODE_TRANSLATION);
+  refused.Write("dropped");
+  EXPECT_FALSE(refused.Finish());
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_UNICODE_TRANSLATION});
+  EXPECT_EQ(FileBytes(In(L"file")), "kept");
+}
+
+TEST(FileWriter, AFullDiskIsToldAtTheEnd) {
+  const FullDisk disk;
+  if (disk.Folder().empty()) {
+    GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only";
+  }
+  FileWriter file(JoinPath(disk.Folder(), L"project"));
+  file.Write(std::string(8192, 'x'));
+  file.Write("more");
+  EXPECT_FALSE(file.Finish());
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
 }
 
 TEST_F(FileTest, CopyReplacesAnExistingFileAndKeepsItsTime) {

@@ -41,6 +41,7 @@ TEST(BridgeFileNames, FilesOfTheProjectAreTakenFromTheStart) {
   EXPECT_FALSE(names.Take(L"bridge.pcbdoc"));
   EXPECT_FALSE(names.Take(L"BRIDGE.OUTJOB"));
   EXPECT_FALSE(names.Take(L"Bridge.PrjPcb"));
+  EXPECT_FALSE(names.Take(L"READY.txt"));
   EXPECT_TRUE(names.Take(L"Bridge.SchDoc"));
 }
 
