@@ -145,7 +145,7 @@ TEST_F(HostDiscovery, AFileOrALinkWithAnInstancesNameIsNoProfile) {
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
     EXPECT_EQ(Only().profile_directory, made.profile);
   }
-  RemoveDirectoryLink(link);
+  RemoveLink(link);
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
     GTEST_SKIP() << "the link was seen as a folder: Wine shows links of the host system so";
   }
