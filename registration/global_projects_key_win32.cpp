@@ -17,13 +17,12 @@ DWORD Code(LSTATUS status) {
 }
 
 /// The data of a value whose name, type and size the enumeration gave.
-void ReadData(HKEY key, RegistryValue& value, DWORD size) {
+void ReadData(SystemCalls& calls, HKEY key, RegistryValue& value, DWORD size) {
   // One byte more than needed, so that an empty value, too, is read into a buffer.
   value.data.resize(std::size_t{size} + 1);
   DWORD type = 0;
   DWORD read = size;
-  const LSTATUS status = RegQueryValueExW(key, value.name.c_str(), nullptr, &type,
-                                          reinterpret_cast<BYTE*>(value.data.data()), &read);
+  const LSTATUS status = calls.QueryValue(key, value.name, &type, value.data.data(), &read);
   if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) {
     throw RegistryStepFailure(L"Read Global Projects value", Code(status));
   }
@@ -39,10 +38,9 @@ std::wstring GlobalProjectsPath(const std::wstring& registry_branch) {
   return registry_branch + L"\\DesignExplorer\\Preferences\\ScriptingSystem\\Global Projects";
 }
 
-std::vector<RegistryValue> ReadRegistryValues(const std::wstring& key_path) {
+std::vector<RegistryValue> ReadRegistryValues(SystemCalls& calls, const std::wstring& key_path) {
   RegistryKey key;
-  LSTATUS status =
-      RegOpenKeyExW(HKEY_CURRENT_USER, key_path.c_str(), 0, KEY_QUERY_VALUE, key.Put());
+  LSTATUS status = calls.OpenKey(key_path, KEY_QUERY_VALUE, key.Put());
   if (status == ERROR_FILE_NOT_FOUND) {
     return {};
   }
@@ -55,7 +53,7 @@ std::vector<RegistryValue> ReadRegistryValues(const std::wstring& key_path) {
     DWORD length = kNameBuffer;
     DWORD type = 0;
     DWORD size = 0;
-    status = RegEnumValueW(key.Get(), index, name.data(), &length, nullptr, &type, nullptr, &size);
+    status = calls.EnumerateValue(key.Get(), index, name.data(), &length, &type, &size);
     if (status == ERROR_NO_MORE_ITEMS) {
       return values;
     }
@@ -66,7 +64,7 @@ std::vector<RegistryValue> ReadRegistryValues(const std::wstring& key_path) {
       throw Refusal(L"Registry value exceeds safe limit.");
     }
     values.push_back({name.substr(0, length), type, {}});
-    ReadData(key.Get(), values.back(), size);
+    ReadData(calls, key.Get(), values.back(), size);
   }
 }
 
@@ -87,7 +85,7 @@ void WriteRegistryValue(SystemCalls& calls, const std::wstring& key_path,
 void RemoveRegistryValue(SystemCalls& calls, const std::wstring& key_path,
                          const std::wstring& name) {
   RegistryKey key;
-  LSTATUS status = RegOpenKeyExW(HKEY_CURRENT_USER, key_path.c_str(), 0, KEY_SET_VALUE, key.Put());
+  LSTATUS status = calls.OpenKey(key_path, KEY_SET_VALUE, key.Put());
   if (status != ERROR_SUCCESS) {
     throw RegistryStepFailure(L"Open Global Projects for removal", Code(status));
   }

@@ -14,7 +14,7 @@ std::wstring GlobalProjectsPath(const std::wstring& registry_branch);
 /// The key's values in enumeration order; none when the key does not exist. Throws the failure of
 /// the step, "Registry value exceeds safe limit." for a value above 1 MiB (before its data is read)
 /// and "Registry changed during read." when a value is not what its enumeration said.
-std::vector<RegistryValue> ReadRegistryValues(const std::wstring& key_path);
+std::vector<RegistryValue> ReadRegistryValues(SystemCalls& calls, const std::wstring& key_path);
 
 /// Sets a value; creates the key where it is absent.
 void WriteRegistryValue(SystemCalls& calls, const std::wstring& key_path,

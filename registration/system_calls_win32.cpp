@@ -58,6 +58,20 @@ std::string SystemCalls::Sha256(std::string_view bytes) {
   return kestrune::Sha256(bytes);
 }
 
+LSTATUS SystemCalls::OpenKey(const std::wstring& path, DWORD access, HKEY* key) {
+  return RegOpenKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, access, key);
+}
+
+LSTATUS SystemCalls::EnumerateValue(HKEY key, DWORD index, wchar_t* name, DWORD* length,
+                                    DWORD* type, DWORD* size) {
+  return RegEnumValueW(key, index, name, length, nullptr, type, nullptr, size);
+}
+
+LSTATUS SystemCalls::QueryValue(HKEY key, const std::wstring& name, DWORD* type, void* data,
+                                DWORD* size) {
+  return RegQueryValueExW(key, name.c_str(), nullptr, type, static_cast<BYTE*>(data), size);
+}
+
 LSTATUS SystemCalls::CreateKey(const std::wstring& path, HKEY* key) {
   return RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
                          KEY_SET_VALUE, nullptr, key, nullptr);

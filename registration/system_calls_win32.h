@@ -7,9 +7,9 @@
 
 namespace altium_registration {
 
-/// The Windows calls through which a store changes anything, and those about security, on whose
-/// answers it decides. Each does exactly what its Windows name says and leaves the last error (the
-/// registry calls return it). Paths are in extended form already.
+/// The Windows calls through which a store changes anything, and those on whose answers it decides.
+/// Each does exactly what its Windows name says and leaves the last error (the registry calls
+/// return it). Paths are in extended form already.
 ///
 /// Only here can a test show what no test machine does on request: another owner, a DACL that reads
 /// back differently, a replacement that stops half way, the end of the process at any call.
@@ -48,6 +48,14 @@ class SystemCalls {
   virtual BOOL SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts, void* descriptor);
   /// The SHA-256 of common/sha256_win32.h, with its failures.
   virtual std::string Sha256(std::string_view bytes);
+  /// RegOpenKeyExW below HKEY_CURRENT_USER.
+  virtual LSTATUS OpenKey(const std::wstring& path, DWORD access, HKEY* key);
+  /// RegEnumValueW without the data. `name` has `*length` units.
+  virtual LSTATUS EnumerateValue(HKEY key, DWORD index, wchar_t* name, DWORD* length, DWORD* type,
+                                 DWORD* size);
+  /// RegQueryValueExW.
+  virtual LSTATUS QueryValue(HKEY key, const std::wstring& name, DWORD* type, void* data,
+                             DWORD* size);
   /// RegCreateKeyExW below HKEY_CURRENT_USER, for setting values.
   virtual LSTATUS CreateKey(const std::wstring& path, HKEY* key);
   /// RegSetValueExW.

@@ -65,7 +65,7 @@ std::string WindowsStore::ReadRcs() {
 }
 
 std::vector<RegistryValue> WindowsStore::ReadGlobalProjects() {
-  return ReadRegistryValues(key_path_);
+  return ReadRegistryValues(*calls_, key_path_);
 }
 
 void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<RegistryValue>& values) {

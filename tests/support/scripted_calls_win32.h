@@ -23,7 +23,10 @@ class ScriptedCalls final : public SystemCalls {
   std::function<bool(LARGE_INTEGER& size, BOOL& answer)> on_size;
   /// Thrown where a digest is asked for.
   std::optional<kestrune::Failure> on_sha;
-  std::function<bool(LSTATUS&answer)> on_create_key, on_set_value, on_delete_value;
+  std::function<bool(LSTATUS&answer)> on_open_key, on_enumerate, on_create_key, on_set_value,
+      on_delete_value;
+  /// Called after the real reading of a value; may change what it answered.
+  std::function<void(LSTATUS& answer, DWORD& type, DWORD& size)> after_query;
 
   HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
                 SECURITY_ATTRIBUTES* security, DWORD disposition) override {
@@ -82,6 +85,25 @@ class ScriptedCalls final : public SystemCalls {
       throw kestrune::Failure{*on_sha};
     }
     return SystemCalls::Sha256(bytes);
+  }
+  LSTATUS OpenKey(const std::wstring& path, DWORD access, HKEY* key) override {
+    LSTATUS answer = ERROR_SUCCESS;
+    return on_open_key && on_open_key(answer) ? answer : SystemCalls::OpenKey(path, access, key);
+  }
+  LSTATUS EnumerateValue(HKEY key, DWORD index, wchar_t* name, DWORD* length, DWORD* type,
+                         DWORD* size) override {
+    LSTATUS answer = ERROR_SUCCESS;
+    return on_enumerate && on_enumerate(answer)
+               ? answer
+               : SystemCalls::EnumerateValue(key, index, name, length, type, size);
+  }
+  LSTATUS QueryValue(HKEY key, const std::wstring& name, DWORD* type, void* data,
+                     DWORD* size) override {
+    LSTATUS answer = SystemCalls::QueryValue(key, name, type, data, size);
+    if (after_query) {
+      after_query(answer, *type, *size);
+    }
+    return answer;
   }
   LSTATUS CreateKey(const std::wstring& path, HKEY* key) override {
     LSTATUS answer = ERROR_SUCCESS;

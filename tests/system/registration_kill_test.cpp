@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -76,6 +75,16 @@ class KilledRegistration : public testing::Test {
     for (const RegistryValue& value : old_list_) {
       profile_->SetValue(value);
     }
+    enumerated_ = List();
+    WIN32_FILE_ATTRIBUTE_DATA facts{};
+    EXPECT_TRUE(GetFileAttributesExW(profile_->Rcs().c_str(), GetFileExInfoStandard, &facts));
+    instance_ =
+        InstanceText({profile_->Rcs(), profile_->Branch(), facts.dwFileAttributes,
+                      facts.ftLastWriteTime.dwHighDateTime, facts.ftLastWriteTime.dwLowDateTime});
+    SystemCalls real;
+    const FileSecurity security = ReadFileSecurity(real, profile_->Rcs(), L"size", L"read");
+    security_.assign(reinterpret_cast<const char*>(security.Bytes().data()),
+                     security.Bytes().size());
   }
 
   [[nodiscard]] std::wstring Arguments(const std::wstring& options) const {
@@ -86,7 +95,8 @@ class KilledRegistration : public testing::Test {
   [[nodiscard]] std::wstring ReportPath() const { return profile_->Directory() + L".report"; }
   [[nodiscard]] std::string Report() const { return FileBytes(ReportPath()); }
   [[nodiscard]] std::vector<RegistryValue> List() const {
-    return ReadRegistryValues(profile_->Key());
+    SystemCalls real;
+    return ReadRegistryValues(real, profile_->Key());
   }
 
   int RunToEnd(const std::wstring& options) {
@@ -134,24 +144,17 @@ class KilledRegistration : public testing::Test {
   }
 
   void CheckListIsOldNewOrBetween() {
-    std::map<std::wstring, std::vector<std::byte>> found;
-    for (const RegistryValue& value : List()) {
-      found[value.name] = value.data;
-    }
-    const auto is_in = [](const std::vector<RegistryValue>& list, const std::wstring& name,
-                          const std::vector<std::byte>& data) {
+    const std::vector<RegistryValue> found = List();
+    const auto is_in = [](const std::vector<RegistryValue>& list, const RegistryValue& wanted) {
       return std::ranges::any_of(list, [&](const RegistryValue& value) {
-        return value.name == name && value.data == data;
+        return value.name == wanted.name && value.type == wanted.type && value.data == wanted.data;
       });
     };
-    for (const auto& [name, data] : found) {
-      EXPECT_TRUE(is_in(old_list_, name, data) || is_in(new_list_, name, data));
+    for (const RegistryValue& value : found) {
+      EXPECT_TRUE(is_in(old_list_, value) || is_in(new_list_, value))
+          << kestrune::Utf8FromWide(value.name);
     }
-    for (const RegistryValue& foreign : old_list_) {
-      EXPECT_TRUE(std::ranges::any_of(found, [&](const auto& value) {
-        return value.second == foreign.data;
-      })) << kestrune::Utf8FromWide(foreign.name);
-    }
+    CheckListKeepsForeignEntries(found);
   }
 
   void CheckBackups() {
@@ -160,10 +163,9 @@ class KilledRegistration : public testing::Test {
       const std::wstring directory = JoinPath(root, run);
       const std::string log = FileBytes(JoinPath(directory, L"operation.log"));
       if (FileBytes(JoinPath(directory, L"DXP.RCS.before")) == old_rcs_ &&
-          FileBytes(JoinPath(directory, L"registry.before.bin")).size() ==
-              RegistryBackup(old_list_).size() &&
-          FileBytes(JoinPath(directory, L"instance.txt")).ends_with("\r\n") &&
-          FileBytes(JoinPath(directory, L"security.before.bin")).size() >= 20 &&
+          FileBytes(JoinPath(directory, L"registry.before.bin")) == RegistryBackup(enumerated_) &&
+          FileBytes(JoinPath(directory, L"instance.txt")) == instance_ &&
+          FileBytes(JoinPath(directory, L"security.before.bin")) == security_ &&
           log.starts_with("Before SHA256=" + kestrune::Sha256(old_rcs_) +
                           "\r\nIntended SHA256=" + kestrune::Sha256(new_rcs_) + "\r\n")) {
         return;
@@ -186,14 +188,19 @@ class KilledRegistration : public testing::Test {
 
   void CheckListKeepsForeignEntries(const std::vector<RegistryValue>& list) {
     for (const RegistryValue& foreign : old_list_) {
-      EXPECT_TRUE(std::ranges::any_of(
-          list, [&](const RegistryValue& value) { return value.data == foreign.data; }));
+      EXPECT_TRUE(std::ranges::any_of(list, [&](const RegistryValue& value) {
+        return value.type == foreign.type && value.data == foreign.data;
+      })) << kestrune::Utf8FromWide(foreign.name);
     }
   }
 
   const std::string old_rcs_ = OldRcs();
   const std::vector<RegistryValue> old_list_ = OldList();
   std::unique_ptr<TestProfile> profile_;
+  /// What the backups of a run have to hold.
+  std::vector<RegistryValue> enumerated_;
+  std::string instance_;
+  std::string security_;
   std::string new_rcs_;
   std::vector<RegistryValue> new_list_;
   std::wstring displaced_;

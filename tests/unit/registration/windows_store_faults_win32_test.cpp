@@ -88,7 +88,8 @@ class RefusedCallsTest : public testing::Test {
 
   /// "1=A 3=B "
   std::string List() {
-    std::vector<RegistryValue> values = ReadRegistryValues(profile_->Key());
+    SystemCalls real;
+    std::vector<RegistryValue> values = ReadRegistryValues(real, profile_->Key());
     std::ranges::sort(values, {}, &RegistryValue::name);
     std::string list;
     for (const RegistryValue& value : values) {

@@ -218,6 +218,44 @@ TEST_F(WindowsStoreTest, RegistryCallsThatFailAreNamedByTheirSteps) {
             L"Open/create Global Projects (registry 5)");
 }
 
+TEST_F(WindowsStoreTest, ReadingOfTheKeyThatFailsIsNamedByItsStep) {
+  Open();
+  profile.SetText(L"Item0", L"x");
+  const auto failure = [&] {
+    return FailureText([&] { static_cast<void>(store->ReadGlobalProjects()); });
+  };
+  const auto denied = [](LSTATUS& answer) {
+    answer = ERROR_ACCESS_DENIED;
+    return true;
+  };
+  calls->on_open_key = denied;
+  EXPECT_EQ(failure(), L"Open Global Projects (registry 5)");
+  calls->on_open_key = {};
+  calls->on_enumerate = denied;
+  EXPECT_EQ(failure(), L"Enumerate Global Projects (registry 5)");
+  calls->on_enumerate = {};
+  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_ACCESS_DENIED; };
+  EXPECT_EQ(failure(), L"Read Global Projects value (registry 5)");
+  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_FILE_NOT_FOUND; };
+  EXPECT_EQ(failure(), L"Read Global Projects value (registry 2)");
+}
+
+TEST_F(WindowsStoreTest, ValueThatIsNotWhatItsEnumerationSaidFails) {
+  Open();
+  profile.SetText(L"Item0", L"x");
+  const auto failure = [&] {
+    return FailureText([&] { static_cast<void>(store->ReadGlobalProjects()); });
+  };
+  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_MORE_DATA; };
+  EXPECT_EQ(failure(), L"Registry changed during read.");
+  calls->after_query = [](LSTATUS&, DWORD& type, DWORD&) { type = REG_BINARY; };
+  EXPECT_EQ(failure(), L"Registry changed during read.");
+  calls->after_query = [](LSTATUS&, DWORD&, DWORD& size) { size -= 2; };
+  EXPECT_EQ(failure(), L"Registry changed during read.");
+  calls->after_query = {};
+  EXPECT_EQ(failure(), L"");
+}
+
 TEST_F(WindowsStoreTest, KeyWithoutWriteAccessIsReadAndNotWritten) {
   profile.SetText(L"Item0", L"x");
   kestrune::RegistryKey key;
