@@ -201,4 +201,9 @@ std::wstring Decimal(std::uint64_t value) {
   return std::to_wstring(value);
 }
 
+std::wstring PaddedDecimal(std::uint64_t value, std::size_t width) {
+  const std::wstring digits = Decimal(value);
+  return digits.size() < width ? std::wstring(width - digits.size(), L'0') + digits : digits;
+}
+
 }  // namespace kestrune

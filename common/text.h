@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -57,5 +58,8 @@ std::string Utf8FromWide(std::wstring_view text);
 
 /// Plain decimal.
 std::wstring Decimal(std::uint64_t value);
+
+/// Decimal with leading zeros up to `width` digits; a longer number keeps all of its own.
+std::wstring PaddedDecimal(std::uint64_t value, std::size_t width);
 
 }  // namespace kestrune

@@ -8,11 +8,6 @@ namespace {
 constexpr std::string_view kRuntimeRoot = "@RUNTIME_ROOT@";
 constexpr std::string_view kTempRoot = "@TEMP_ROOT@";
 
-std::wstring Padded(unsigned value, std::size_t width) {
-  std::wstring digits = Decimal(value);
-  return digits.size() < width ? std::wstring(width - digits.size(), L'0') + digits : digits;
-}
-
 }  // namespace
 
 std::string FillScriptTemplate(std::string_view script, std::string_view runtime_root,
@@ -28,9 +23,10 @@ std::string FillScriptTemplate(std::string_view script, std::string_view runtime
 }
 
 std::wstring IncomingScriptName(const IncomingTime& time) {
-  return L"script-" + Padded(time.year, 4) + Padded(time.month, 2) + Padded(time.day, 2) + L"_" +
-         Padded(time.hour, 2) + Padded(time.minute, 2) + Padded(time.second, 2) + L"_" +
-         Padded(time.milliseconds, 3) + L".incoming";
+  return L"script-" + PaddedDecimal(time.year, 4) + PaddedDecimal(time.month, 2) +
+         PaddedDecimal(time.day, 2) + L"_" + PaddedDecimal(time.hour, 2) +
+         PaddedDecimal(time.minute, 2) + PaddedDecimal(time.second, 2) + L"_" +
+         PaddedDecimal(time.milliseconds, 3) + L".incoming";
 }
 
 }  // namespace kestrune

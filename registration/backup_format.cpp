@@ -18,11 +18,6 @@ void AppendUnsigned32(std::string& bytes, std::size_t number) {
   AppendUnsigned(bytes, number, 4);
 }
 
-std::wstring Padded(unsigned number, std::size_t width) {
-  const std::wstring digits = std::to_wstring(number);
-  return digits.size() < width ? std::wstring(width - digits.size(), L'0') + digits : digits;
-}
-
 }  // namespace
 
 std::string RegistryBackup(const std::vector<RegistryValue>& values) {
@@ -50,10 +45,11 @@ std::string InstanceText(const InstanceRecord& record) {
 }
 
 std::wstring BackupDirectoryName(const RunStamp& stamp) {
-  return Padded(stamp.year, 4) + Padded(stamp.month, 2) + Padded(stamp.day, 2) + L"_" +
-         Padded(stamp.hour, 2) + Padded(stamp.minute, 2) + Padded(stamp.second, 2) + L"_" +
-         Padded(stamp.millisecond, 3) + L"_" + std::to_wstring(stamp.process_id) + L"_" +
-         std::to_wstring(stamp.tick);
+  return kestrune::PaddedDecimal(stamp.year, 4) + kestrune::PaddedDecimal(stamp.month, 2) +
+         kestrune::PaddedDecimal(stamp.day, 2) + L"_" + kestrune::PaddedDecimal(stamp.hour, 2) +
+         kestrune::PaddedDecimal(stamp.minute, 2) + kestrune::PaddedDecimal(stamp.second, 2) +
+         L"_" + kestrune::PaddedDecimal(stamp.millisecond, 3) + L"_" +
+         std::to_wstring(stamp.process_id) + L"_" + std::to_wstring(stamp.tick);
 }
 
 }  // namespace altium_registration

@@ -7,6 +7,7 @@
 
 #include "common/failure.h"
 #include "common/ordinal.h"
+#include "common/text.h"
 
 namespace altium_registration {
 namespace {
@@ -15,19 +16,14 @@ using kestrune::Failure;
 
 constexpr std::wstring_view kItemPrefix = L"Item";
 
-wchar_t AsciiLower(wchar_t unit) {
-  return unit >= L'A' && unit <= L'Z' ? static_cast<wchar_t>(unit - L'A' + L'a') : unit;
-}
-
-bool IsDigit(wchar_t unit) {
-  return unit >= L'0' && unit <= L'9';
-}
-
 bool HasItemForm(std::wstring_view name) {
   return name.size() > kItemPrefix.size() &&
          std::equal(kItemPrefix.begin(), kItemPrefix.end(), name.begin(),
-                    [](wchar_t a, wchar_t b) { return AsciiLower(a) == AsciiLower(b); }) &&
-         std::all_of(name.begin() + kItemPrefix.size(), name.end(), IsDigit);
+                    [](wchar_t a, wchar_t b) {
+                      return kestrune::LowerAscii(a) == kestrune::LowerAscii(b);
+                    }) &&
+         std::all_of(name.begin() + kItemPrefix.size(), name.end(),
+                     [](wchar_t unit) { return kestrune::IsAsciiDigit(unit); });
 }
 
 std::optional<std::uint32_t> ItemIndex(std::wstring_view name) {

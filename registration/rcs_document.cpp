@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "common/failure.h"
+#include "common/text.h"
 #include "registration/rcs_scan.h"
 
 namespace altium_registration {
@@ -144,13 +145,6 @@ class Lexer {
   const char* end_;
 };
 
-std::wstring Widened(const std::string& bytes) {
-  std::wstring wide(bytes.size(), L'\0');
-  std::transform(bytes.begin(), bytes.end(), wide.begin(),
-                 [](char byte) { return static_cast<wchar_t>(static_cast<unsigned char>(byte)); });
-  return wide;
-}
-
 /// The part of the text that holds the tokens. NUL bytes are found while reading them.
 std::string_view Tokens(std::string_view raw) {
   if (raw.size() > kMaxRcsBytes) {
@@ -260,7 +254,7 @@ class RcsParser {
         return RcsKind::kCarried;
       }
     }
-    throw Failure{L"Unknown RCS record: " + Widened(keyword.Text().ToString())};
+    throw Failure{L"Unknown RCS record: " + kestrune::WidenBytes(keyword.Text().ToString())};
   }
 
   std::uint32_t AddRecord(const Token& keyword, RcsKind kind, std::uint32_t parent) {

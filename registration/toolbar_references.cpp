@@ -3,23 +3,16 @@
 #include <algorithm>
 #include <string>
 
+#include "common/text.h"
+
 namespace altium_registration {
 namespace {
 
 constexpr std::string_view kRunScript = "scriptingsystem:runscript";
 
-char AsciiLower(char byte) {
-  return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
-}
-
-std::string Lowered(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), AsciiLower);
-  return text;
-}
-
 std::string Normalised(std::string text) {
   std::replace(text.begin(), text.end(), '/', '\\');
-  return Lowered(std::move(text));
+  return kestrune::LowerAscii(text);
 }
 
 class ReferenceFinder {
@@ -56,7 +49,7 @@ class ReferenceFinder {
   }
 
   void FindCommand(std::uint32_t place) {
-    if (Lowered(Attribute(place, "Command").ToString()) == kRunScript &&
+    if (kestrune::LowerAscii(Attribute(place, "Command").ToString()) == kRunScript &&
         Normalised(Attribute(place, "Params").ToString()) == parameters_) {
       found_.roles[place] = RcsRole::kCommand;
       ++found_.commands;

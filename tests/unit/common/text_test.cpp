@@ -58,5 +58,11 @@ TEST(Text, MalformedTextBecomesReplacementCharacters) {
             "a");
 }
 
+TEST(Text, PaddedDecimalFillsWithZerosAndCutsNothing) {
+  EXPECT_EQ(PaddedDecimal(7, 3), L"007");
+  EXPECT_EQ(PaddedDecimal(1234, 3), L"1234");
+  EXPECT_EQ(PaddedDecimal(0, 0), L"0");
+}
+
 }  // namespace
 }  // namespace kestrune
