@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <shellapi.h>
 
+#include <array>
 #include <variant>
 
 #include "common/known_folders_win32.h"
@@ -88,17 +89,12 @@ struct Dispatcher {
   }
 };
 
-/// The code of a command that failed where nothing expects it.
-struct FailureCode {
-  int operator()(const UnknownCommand&) const noexcept { return kNotACommand; }
-  int operator()(const InvalidInstallerCommand&) const noexcept { return kInvalidInstallerLine; }
-  int operator()(const InstallerOptions&) const noexcept { return kInstallerFailed; }
-  int operator()(const PositionWindowCommand&) const noexcept { return kPositionUnreadable; }
-  int operator()(const PrepareCommand&) const noexcept { return kPrepareFailed; }
-  int operator()(const WaitNativeCommand&) const noexcept { return kNativeWaitFailed; }
-  int operator()(const FinalizeAutoCommand&) const noexcept { return kFinalizeFailed; }
-  int operator()(const FinalizeCommand&) const noexcept { return kFinalizeFailed; }
-};
+/// The codes of commands that failed where nothing expects it, in the order of Command's kinds. A
+/// table, for a look into it cannot fail.
+constexpr std::array kFailureCodes = {kNotACommand,        kInvalidInstallerLine, kInstallerFailed,
+                                      kPositionUnreadable, kPrepareFailed,        kNativeWaitFailed,
+                                      kFinalizeFailed,     kFinalizeFailed};
+static_assert(kFailureCodes.size() == std::variant_size_v<Command>);
 
 /// Tells whoever waits for such a command that it failed; answers the exit code.
 struct LastResort {
@@ -123,10 +119,9 @@ struct LastResort {
   int operator()(const FinalizeAutoCommand&) const { return FinalizeFailed(); }
   int operator()(const FinalizeCommand&) const { return FinalizeFailed(); }
 
-  template <class Other>
-  int operator()(const Other& command) const {
-    return FailureCode{}(command);
-  }
+  int operator()(const UnknownCommand&) const { return kNotACommand; }
+  int operator()(const InvalidInstallerCommand&) const { return kInvalidInstallerLine; }
+  int operator()(const PositionWindowCommand&) const { return kPositionUnreadable; }
 
  private:
   int FinalizeFailed() const {
@@ -193,7 +188,7 @@ int RunCommand(const Command& command, ModeCalls& calls) noexcept {
     return std::visit(LastResort{calls}, command);
   } catch (...) {
     // Not even its telling had room; the code still does.
-    return std::visit(FailureCode{}, command);
+    return kFailureCodes[command.index()];
   }
 }
 
