@@ -9,7 +9,8 @@ constexpr std::size_t kLongestLine = 8192;
 
 }  // namespace
 
-std::string FormatLogLine(const LogTime& time, std::wstring_view stage, std::wstring_view detail) {
+std::string FormatLogLine(const LocalTime& time, std::wstring_view stage,
+                          std::wstring_view detail) {
   std::wstring line = L"[" + Decimal(time.year) + L"-" + Decimal(time.month) + L"-" +
                       Decimal(time.day) + L" " + Decimal(time.hour) + L":" + Decimal(time.minute) +
                       L":" + Decimal(time.second) + L"] Stage: ";

@@ -4,6 +4,7 @@
 
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
+#include "common/local_time_win32.h"
 #include "common/log_line.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
@@ -12,12 +13,6 @@ namespace kestrune {
 namespace {
 
 constexpr LONGLONG kLargestLog = 0x100000;
-
-LogTime LocalTime() {
-  SYSTEMTIME now{};
-  GetLocalTime(&now);
-  return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond};
-}
 
 void AppendLine(const std::wstring& path, std::string_view line) {
   // Write sharing is denied: a second writer loses its entry rather than tearing this one.
@@ -52,7 +47,7 @@ void WriteLogEntry(std::wstring_view stage, std::wstring_view detail) noexcept {
   try {
     const std::wstring path = LogFilePath();
     if (!path.empty() && CreateDirectories(std::wstring(ParentPath(path)))) {
-      AppendLine(path, FormatLogLine(LocalTime(), stage, detail));
+      AppendLine(path, FormatLogLine(LocalTimeNow(), stage, detail));
     }
   } catch (...) {
     // The log is a courtesy; an export must not fail for want of memory to describe it.

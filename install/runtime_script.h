@@ -1,8 +1,9 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
+
+#include "common/local_time.h"
 
 namespace kestrune {
 
@@ -12,19 +13,8 @@ namespace kestrune {
 std::string FillScriptTemplate(std::string_view script, std::string_view runtime_root,
                                std::string_view temp_root);
 
-/// A local time down to the millisecond.
-struct IncomingTime {
-  unsigned year = 0;
-  unsigned month = 0;
-  unsigned day = 0;
-  unsigned hour = 0;
-  unsigned minute = 0;
-  unsigned second = 0;
-  unsigned milliseconds = 0;
-};
-
-/// Name of the file in which a filled script waits to be installed:
+/// Name of the file in which a filled script waits from this moment on to be installed:
 /// "script-20250131_235959_042.incoming".
-std::wstring IncomingScriptName(const IncomingTime& time);
+std::wstring IncomingScriptName(const LocalTime& time);
 
 }  // namespace kestrune

@@ -6,6 +6,7 @@
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
+#include "common/local_time_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/text_win32.h"
@@ -34,12 +35,6 @@ bool FillForThisMachine(const std::string& script, const std::wstring& runtime, 
   }
   filled = FillScriptTemplate(script, AnsiFromWideLossy(runtime), AnsiFromWideLossy(temporary));
   return true;
-}
-
-IncomingTime Now() {
-  SYSTEMTIME now{};
-  GetLocalTime(&now);
-  return {now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds};
 }
 
 /// Gives the waiting file the template's time, so that the script ends up with it.
@@ -73,7 +68,7 @@ bool GenerateRuntimeScript(const std::wstring& package, const std::wstring& runt
   if (!FillForThisMachine(bytes, runtime, filled, message)) {
     return false;
   }
-  const std::wstring incoming = JoinPath(runtime, IncomingScriptName(Now()));
+  const std::wstring incoming = JoinPath(runtime, IncomingScriptName(LocalTimeNow()));
   if (!WriteWholeFile(incoming, filled)) {
     message = L"Cannot write the runtime script.";
     return false;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
 #include "common/process_user_win32.h"
@@ -63,13 +64,9 @@ TEST_F(LogTest, ALineIsLocalTimeWithoutLeadingZerosThenStageThenDetail) {
   FILETIME last = {};
   SystemTimeToFileTime(&before, &moment);
   SystemTimeToFileTime(&after, &last);
-  for (ULONGLONG ticks =
-           (static_cast<ULONGLONG>(moment.dwHighDateTime) << 32U) | moment.dwLowDateTime;
-       possible.empty() ||
-       ticks <= ((static_cast<ULONGLONG>(last.dwHighDateTime) << 32U) | last.dwLowDateTime) +
-                    10'000'000ULL;
-       ticks += 10'000'000ULL) {
-    const FILETIME step{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32U)};
+  for (ULONGLONG ticks = JoinFileTime(moment);
+       possible.empty() || ticks <= JoinFileTime(last) + 10'000'000ULL; ticks += 10'000'000ULL) {
+    const FILETIME step = SplitFileTime(ticks);
     SYSTEMTIME time = {};
     FileTimeToSystemTime(&step, &time);
     possible.push_back(ExpectedTime(time) + detail);
