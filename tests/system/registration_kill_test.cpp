@@ -1,5 +1,5 @@
-// A registration whose process ends at every point of its way, by itself or from outside, and what
-// the user and the next registration find then.
+// A registration whose process ends at every point of its way and of its way back, by itself or
+// from outside, and what the user and the next registration find then.
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 #include <iostream>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -33,8 +34,27 @@ constexpr DWORD kLimit = 60'000;
 /// How many ends a run of the tests tries.
 constexpr int kPoints = 200;
 constexpr int kRuns = 50;
+constexpr int kRunsInRollback = 25;
 constexpr wchar_t kProject[] = L"C:\\Kestrune\\Runtime\\Kestrune.PrjScr";
 constexpr int kForeignProjects = 24;
+constexpr wchar_t kRecovery[] = L"DXP.RCS.recovery";
+
+/// A failure that makes a registration undo what it did, by the point where a call is refused.
+struct FailingPoint {
+  const char* why;
+  const char* point;
+  /// Among the points of this name; 0 is the last one.
+  int number;
+  /// How many ends on the way back a run of the tests tries.
+  int ends;
+};
+
+constexpr FailingPoint kFailingPoints[] = {
+    {"the last check refuses a finished registration", "GetSecurity before", 0, 60},
+    {"the list is half written", "SetValue after", 13, 20},
+    {"the new file lacks its access list", "SetSecurity before", 1, 20},
+    {"the replacement reports failure behind its effect", "Replace after", 1, 20},
+};
 
 std::string OldRcs() {
   std::string text = "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\nEnd\r\n";
@@ -64,7 +84,7 @@ class KilledRegistration : public testing::Test {
     ASSERT_EQ(RunToEnd(L""), 0) << Report();
     new_rcs_ = FileBytes(profile_->Rcs());
     new_list_ = List();
-    points_ = std::stoi(Report().substr(Report().find('\n') + 1));
+    points_ = Points();
     ASSERT_NE(new_rcs_, old_rcs_);
     ASSERT_EQ(new_list_.size(), old_list_.size() + 1);
   }
@@ -99,18 +119,42 @@ class KilledRegistration : public testing::Test {
     return ReadRegistryValues(real, profile_->Key());
   }
 
+  /// The points that the last run to the end passed.
+  [[nodiscard]] std::vector<std::string> Points() const {
+    std::istringstream report(Report());
+    std::vector<std::string> points;
+    std::string line;
+    std::getline(report, line);
+    while (std::getline(report, line)) {
+      points.push_back(line);
+    }
+    return points;
+  }
+
+  /// The place of a failing point among all points of a whole run, counted from 1.
+  [[nodiscard]] int PlaceOf(const FailingPoint& failing) const {
+    int place = 0;
+    int found = 0;
+    for (std::size_t i = 0; i < points_.size(); ++i) {
+      if (points_[i] == failing.point && (failing.number == 0 || ++found <= failing.number)) {
+        place = static_cast<int>(i) + 1;
+      }
+    }
+    return place;
+  }
+
   int RunToEnd(const std::wstring& options) {
     ProgramRun run(kestrune::TestProgramPath(L"registration_command"), Arguments(options));
     return run.WaitForExit(kLimit).value_or(-1);
   }
 
   /// Milliseconds, so that a wait below it ends most runs on their way.
-  DWORD ShortestRun() {
+  DWORD ShortestRun(const std::wstring& options, int exit_code) {
     ULONGLONG shortest = kLimit;
     for (int i = 0; i < 5; ++i) {
       Begin();
       const ULONGLONG begin = GetTickCount64();
-      EXPECT_EQ(RunToEnd(L""), 0);
+      EXPECT_EQ(RunToEnd(options), exit_code);
       shortest = std::min(shortest, GetTickCount64() - begin);
     }
     return static_cast<DWORD>(shortest);
@@ -132,15 +176,52 @@ class KilledRegistration : public testing::Test {
     return is_missing;
   }
 
+  /// A replacement that stopped between its renames: the displaced file holds the old bytes, or the
+  /// new ones where it was undoing an earlier replacement, and then the recovery file the old ones.
   void CheckDisplacedFile() {
     for (const std::wstring& name : profile_->Leftovers()) {
       if (name.ends_with(L".old.tmp")) {
-        EXPECT_EQ(FileBytes(JoinPath(profile_->Directory(), name)), old_rcs_);
         displaced_ = JoinPath(profile_->Directory(), name);
+        const bool undoes = FileBytes(displaced_) == new_rcs_;
+        way_back_ = undoes ? JoinPath(profile_->Directory(), kRecovery) : displaced_;
+        EXPECT_EQ(FileBytes(way_back_), old_rcs_);
         return;
       }
     }
     ADD_FAILURE() << "DXP.RCS is missing and nothing holds its bytes";
+  }
+
+  /// What a user does who finds no DXP.RCS.
+  void PutBack() { EXPECT_TRUE(MoveFileExW(way_back_.c_str(), profile_->Rcs().c_str(), 0)); }
+
+  /// Ends a run that fails at `failing` at one point; answers whether it left the new file.
+  bool EndOnTheWayBack(int failing, int point) {
+    SCOPED_TRACE("point " + std::to_string(point));
+    Begin();
+    EXPECT_EQ(
+        RunToEnd(L"--fail-at " + std::to_wstring(failing) + L" --die-at " + std::to_wstring(point)),
+        kEndedOnRequest);
+    EXPECT_FALSE(CheckRemains());
+    const bool is_new = FileBytes(profile_->Rcs()) == new_rcs_;
+    CheckNextRegistration();
+    return is_new;
+  }
+
+  /// A failing run that nobody ends puts everything back; answers the number of its points.
+  int CheckWholeRollback(int failing) {
+    Begin();
+    EXPECT_EQ(RunToEnd(L"--fail-at " + std::to_wstring(failing)), 1);
+    EXPECT_NE(Report().find(" Rollback complete (or no owned writes).\n"), std::string::npos)
+        << Report();
+    EXPECT_EQ(FileBytes(profile_->Rcs()), old_rcs_);
+    EXPECT_EQ(RegistryBackup(Sorted(List())), RegistryBackup(Sorted(enumerated_)));
+    EXPECT_EQ(profile_->Leftovers(), std::vector<std::wstring>{});
+    return static_cast<int>(Points().size());
+  }
+
+  static std::vector<RegistryValue> Sorted(std::vector<RegistryValue> values) {
+    std::ranges::sort(values, {}, &RegistryValue::name);
+    return values;
   }
 
   void CheckListIsOldNewOrBetween() {
@@ -175,9 +256,13 @@ class KilledRegistration : public testing::Test {
   }
 
   void CheckNextRegistration() {
+    // A recovery file names no run and may be another live one's; only undoing takes it away.
+    std::vector<std::wstring> kept = profile_->Leftovers();
+    std::erase_if(kept, [](const std::wstring& name) { return name != kRecovery; });
     EXPECT_EQ(RunToEnd(L""), 0) << Report();
     EXPECT_EQ(FileBytes(profile_->Rcs()), new_rcs_);
-    EXPECT_EQ(profile_->Leftovers(), std::vector<std::wstring>{});
+    EXPECT_EQ(profile_->Leftovers(), kept);
+    recovery_files_ += static_cast<int>(kept.size());
     const std::vector<RegistryValue> list = List();
     const auto ours = std::ranges::count_if(
         list, [](const RegistryValue& value) { return value.data == TextData(kProject); });
@@ -203,16 +288,21 @@ class KilledRegistration : public testing::Test {
   std::string security_;
   std::string new_rcs_;
   std::vector<RegistryValue> new_list_;
+  std::vector<std::string> points_;
+  /// What stands beside a missing DXP.RCS, and which file is to be renamed to it.
   std::wstring displaced_;
-  int points_ = 0;
+  std::wstring way_back_;
+  /// How often a recovery file was found after the end of a run.
+  int recovery_files_ = 0;
 };
 
 TEST_F(KilledRegistration, AtEveryPointTheFileIsWholeAndTheNextRunRepairsTheRest) {
-  ASSERT_GE(points_, kPoints);
+  const int points = static_cast<int>(points_.size());
+  ASSERT_GE(points, kPoints);
   int replaced = 0;
   // The first and the last point, and the others evenly between them.
   for (int i = 0; i < kPoints; ++i) {
-    const int point = 1 + i * (points_ - 1) / (kPoints - 1);
+    const int point = 1 + i * (points - 1) / (kPoints - 1);
     SCOPED_TRACE("point " + std::to_string(point));
     Begin();
     EXPECT_EQ(RunToEnd(L"--die-at " + std::to_wstring(point)), kEndedOnRequest);
@@ -225,48 +315,101 @@ TEST_F(KilledRegistration, AtEveryPointTheFileIsWholeAndTheNextRunRepairsTheRest
   }
   EXPECT_GT(replaced, 0);
   EXPECT_LT(replaced, kPoints);
-  std::cout << "[ MEASURED ] ended at " << kPoints << " of " << points_ << " points, " << replaced
+  EXPECT_EQ(recovery_files_, 0);
+  std::cout << "[ MEASURED ] ended at " << kPoints << " of " << points << " points, " << replaced
             << " of them behind the replacement of DXP.RCS\n";
 }
 
-TEST_F(KilledRegistration, FromOutsideAtAnyTimeTheFileIsWholeAndTheNextRunRepairsTheRest) {
-  const DWORD duration = ShortestRun();
-  std::mt19937 random(20260307);
-  int inside_replacement = 0;
-  int ended_before = 0;
-  for (int i = 0; i < kRuns; ++i) {
-    SCOPED_TRACE("run " + std::to_string(i));
+TEST_F(KilledRegistration, OnTheWayBackFromEveryKindOfFailureTheSameHolds) {
+  for (const FailingPoint& failing : kFailingPoints) {
+    SCOPED_TRACE(failing.why);
+    const int place = PlaceOf(failing);
+    const int rollback = CheckWholeRollback(place) - place;
+    ASSERT_GE(rollback, failing.ends);
+    recovery_files_ = 0;
+    int still_new = 0;
+    for (int i = 0; i < failing.ends && !HasFailure(); ++i) {
+      const int point = place + 1 + i * (rollback - 1) / (failing.ends - 1);
+      still_new += EndOnTheWayBack(place, point) ? 1 : 0;
+    }
+    EXPECT_GT(still_new, 0);
+    EXPECT_LT(still_new, failing.ends);
+    EXPECT_GT(recovery_files_, 0);
+    std::cout << "[ MEASURED ] " << failing.why << ": ended at " << failing.ends << " of "
+              << rollback << " points of the rollback, " << still_new
+              << " of them before the old DXP.RCS was back\n";
+  }
+}
+
+/// Ends runs from outside, and repairs what they leave.
+class KilledFromOutside : public KilledRegistration {
+ protected:
+  /// Ends `runs` runs, each at some time in the last `share`-th of what it takes at least.
+  void EndAtAnyTime(const std::wstring& options, int exit_code, int runs, DWORD share) {
+    const DWORD duration = ShortestRun(options, exit_code);
+    const DWORD span = duration / share;
+    std::mt19937 random(20260307);
+    for (int i = 0; i < runs && !HasFailure(); ++i) {
+      SCOPED_TRACE("run " + std::to_string(i));
+      EndOne(options, duration - span + random() % (span + 1));
+    }
+    EXPECT_LT(ended_before_, runs);
+    std::cout << "[ MEASURED ] ended from outside " << runs - ended_before_ << " times, "
+              << inside_replacement_ << " of them inside a replacement of DXP.RCS\n";
+  }
+
+ private:
+  void EndOne(const std::wstring& options, DWORD wait) {
     Begin();
-    ProgramRun run(kestrune::TestProgramPath(L"registration_command"), Arguments(L""));
+    ProgramRun run(kestrune::TestProgramPath(L"registration_command"), Arguments(options));
     ASSERT_TRUE(run.Started());
-    const DWORD wait = random() % (duration + 1);
-    ended_before += run.WaitForExit(wait) ? 1 : 0;
+    ended_before_ += run.WaitForExit(wait) ? 1 : 0;
     run.Terminate();
     run.WaitForExit(kLimit);
     if (CheckRemains()) {
-      // Only where a replacement is two renames; the user puts the displaced file back by hand.
-      ++inside_replacement;
-      EXPECT_TRUE(MoveFileExW(displaced_.c_str(), profile_->Rcs().c_str(), 0));
+      // Only where a replacement is two renames; the user puts the file back by hand.
+      ++inside_replacement_;
+      PutBack();
     }
     CheckNextRegistration();
-    if (HasFailure()) {
-      break;
-    }
   }
-  EXPECT_LT(ended_before, kRuns);
-  std::cout << "[ MEASURED ] ended from outside " << kRuns - ended_before << " times, "
-            << inside_replacement << " of them inside the replacement of DXP.RCS\n";
+
+  int inside_replacement_ = 0;
+  int ended_before_ = 0;
+};
+
+TEST_F(KilledFromOutside, AtAnyTimeTheFileIsWholeAndTheNextRunRepairsTheRest) {
+  EndAtAnyTime(L"", 0, kRuns, 1);
+}
+
+TEST_F(KilledFromOutside, AtAnyTimeOfTheLongestRollbackTheSameHolds) {
+  const int place = PlaceOf(kFailingPoints[0]);
+  EndAtAnyTime(L"--fail-at " + std::to_wstring(place), 1, kRunsInRollback, 2);
 }
 
 TEST_F(KilledRegistration, BetweenTheTwoRenamesOfAReplacementTheDisplacedFileIsKept) {
   Begin();
-  EXPECT_EQ(RunToEnd(L"--die-half-way"), kEndedOnRequest);
+  EXPECT_EQ(RunToEnd(L"--die-half-way 1"), kEndedOnRequest);
   EXPECT_TRUE(CheckRemains());
+  EXPECT_EQ(way_back_, displaced_);
   // Without DXP.RCS a registration refuses and clears nothing.
   EXPECT_EQ(RunToEnd(L""), 1);
   EXPECT_TRUE(Report().starts_with("Read profile metadata (Win32 2)\n"));
   EXPECT_EQ(FileBytes(displaced_), old_rcs_);
-  ASSERT_TRUE(MoveFileExW(displaced_.c_str(), profile_->Rcs().c_str(), 0));
+  PutBack();
+  CheckNextRegistration();
+}
+
+TEST_F(KilledRegistration, BetweenTheTwoRenamesOfARestorationTheOldTextIsInTheRecoveryFile) {
+  Begin();
+  const int place = PlaceOf(kFailingPoints[0]);
+  EXPECT_EQ(RunToEnd(L"--die-half-way 2 --fail-at " + std::to_wstring(place)), kEndedOnRequest);
+  EXPECT_TRUE(CheckRemains());
+  EXPECT_NE(way_back_, displaced_);
+  EXPECT_EQ(RunToEnd(L""), 1);
+  EXPECT_EQ(FileBytes(displaced_), new_rcs_);
+  EXPECT_EQ(FileBytes(way_back_), old_rcs_);
+  PutBack();
   CheckNextRegistration();
 }
 

@@ -2,12 +2,15 @@
 // the script project PROJECT to a given DXP.RCS and the Global Projects key below a given branch of
 // HKEY_CURRENT_USER, with nothing of the installer around it. VERB is install or remove.
 //
-//   --report FILE   writes the outcome, UTF-8: the message, and on a second line the number of
-//                   points at which --die-at can end the run
-//   --die-at N      ends the process at the N-th point: before and after each call that changes
-//                   something, and each call about security
-//   --die-half-way  ends the process where a replacement has taken DXP.RCS away and not yet put
-//                   the new file in its place
+// A point is the moment before or after a call that changes something or asks about security.
+//
+//   --report FILE     writes the outcome, UTF-8: the message, and then a line for every point that
+//                     the run passed: the call's name in SystemCalls and "before" or "after"
+//   --fail-at N       refuses the call of the N-th point; behind the call it has taken effect all
+//                     the same
+//   --die-at N        ends the process at the N-th point
+//   --die-half-way N  ends the process where the N-th replacement has taken DXP.RCS away and not
+//                     yet put the other file in its place
 //
 // Exit codes: 0 done or nothing to do, 1 failed, 2 wrong arguments, 99 ended on request.
 #include <windows.h>
@@ -42,8 +45,10 @@ struct Arguments {
   StoreTarget target;
   std::wstring project;
   std::wstring report;
+  /// Numbers of points and of replacements; 0 is none.
+  unsigned long fail_at = 0;
   unsigned long die_at = 0;
-  bool die_half_way = false;
+  unsigned long die_half_way = 0;
 };
 
 /// Nothing of the program runs any more after this, not even a destructor.
@@ -54,16 +59,17 @@ struct Arguments {
   }
 }
 
-/// The real calls with a point before and after each, at which the process may end.
+/// The real calls with a point before and after each, at which it may fail or the process end.
 class MortalCalls final : public ObservedCalls {
  public:
   explicit MortalCalls(const Arguments& arguments) : arguments_(arguments) {}
 
-  [[nodiscard]] unsigned long Points() const { return points_; }
+  /// The points passed so far, a line for each.
+  [[nodiscard]] const std::string& Points() const { return points_; }
 
   BOOL Replace(const std::wstring& replaced, const std::wstring& replacement,
                const std::wstring& displaced) override {
-    if (arguments_.die_half_way) {
+    if (++replacements_ == arguments_.die_half_way) {
       MoveFileExW(replaced.c_str(), displaced.c_str(), 0);
       EndProcess();
     }
@@ -71,20 +77,39 @@ class MortalCalls final : public ObservedCalls {
   }
 
  protected:
-  bool Before(std::string_view) override { return Point(); }
-  bool After(std::string_view) override { return Point(); }
+  bool Before(std::string_view call) override { return Point(call, " before\n"); }
+  bool After(std::string_view call) override { return Point(call, " after\n"); }
 
  private:
-  bool Point() {
-    if (++points_ == arguments_.die_at) {
+  bool Point(std::string_view call, std::string_view when) {
+    points_.append(call).append(when);
+    if (++count_ == arguments_.die_at) {
       EndProcess();
     }
-    return true;
+    return count_ != arguments_.fail_at;
   }
 
   const Arguments& arguments_;
-  unsigned long points_ = 0;
+  std::string points_;
+  unsigned long count_ = 0;
+  unsigned long replacements_ = 0;
 };
+
+bool ReadOption(const std::wstring& name, const std::wstring& value, Arguments& arguments) {
+  if (name == L"--report") {
+    arguments.report = value;
+    return true;
+  }
+  unsigned long* const number = name == L"--fail-at"        ? &arguments.fail_at
+                                : name == L"--die-at"       ? &arguments.die_at
+                                : name == L"--die-half-way" ? &arguments.die_half_way
+                                                            : nullptr;
+  if (number == nullptr) {
+    return false;
+  }
+  *number = wcstoul(value.c_str(), nullptr, 10);
+  return *number != 0;
+}
 
 bool ReadArguments(Arguments& arguments) {
   int count = 0;
@@ -96,15 +121,8 @@ bool ReadArguments(Arguments& arguments) {
   arguments.install = given[0] == L"install";
   arguments.target = {given[1], given[2], given[3]};
   arguments.project = given[4];
-  for (std::size_t i = 5; i < given.size(); ++i) {
-    const bool has_value = i + 1 < given.size();
-    if (given[i] == L"--die-half-way") {
-      arguments.die_half_way = true;
-    } else if (given[i] == L"--report" && has_value) {
-      arguments.report = given[++i];
-    } else if (given[i] == L"--die-at" && has_value) {
-      arguments.die_at = wcstoul(given[++i].c_str(), nullptr, 10);
-    } else {
+  for (std::size_t i = 5; i < given.size(); i += 2) {
+    if (i + 1 == given.size() || !ReadOption(given[i], given[i + 1], arguments)) {
       return false;
     }
   }
@@ -157,8 +175,8 @@ int Run() {
     message = failure.text;
   }
   if (!arguments.report.empty() &&
-      !kestrune::WriteWholeFile(arguments.report, kestrune::Utf8FromWide(message) + "\n" +
-                                                      std::to_string(calls->Points()) + "\n")) {
+      !kestrune::WriteWholeFile(arguments.report,
+                                kestrune::Utf8FromWide(message) + "\n" + calls->Points())) {
     return kFailed;
   }
   return success ? kDone : kFailed;
