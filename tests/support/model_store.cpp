@@ -11,6 +11,11 @@
 namespace altium_registration {
 namespace {
 
+constexpr const char* kReplacementSecurity = "of the replacement";
+constexpr const char* kRecoverySecurity = "of the recovery file";
+/// What Windows makes of a DACL that does not read back as it was written.
+constexpr const char* kReadBackSecurity = "as read back";
+
 std::vector<RegistryValue>::iterator FindValue(std::vector<RegistryValue>& values,
                                                const std::wstring& name) {
   return std::ranges::find_if(values, [&](const RegistryValue& value) {
@@ -28,12 +33,31 @@ ModelStore::ModelStore(ModelWorld& world, std::vector<ModelFault> faults, Interf
       opened_security_(world.security) {}
 
 ModelStore::~ModelStore() {
-  if (!dead_) {
+  if (!dead_ && world_.rcs) {
     world_.temporary.reset();
+    if (owns_recovery_) {
+      world_.recovery.reset();
+    }
+    if (!lost_ || world_.rcs == opened_rcs_) {
+      world_.displaced.reset();
+    }
   }
 }
 
-std::wstring ModelStore::FailureText(std::string_view operation) {
+std::wstring ModelStore::FailureText(std::string_view operation, FaultPlace place) {
+  static const std::map<std::pair<std::string_view, FaultPlace>, std::wstring> kPartialTexts = {
+      {{"CreateBackups", FaultPlace::HalfWay}, L"Write registry backup (Win32 112)"},
+      {{"Prepare", FaultPlace::HalfWay}, L"Write recovery/temp file (Win32 112)"},
+      {{"Commit", FaultPlace::HalfWay}, L"Replace RCS (Win32 1176)"},
+      {{"Commit", FaultPlace::InGap}, L"Replace RCS (Win32 1177)"},
+      {{"Commit", FaultPlace::Gone}, L"Replace RCS (Win32 1177)"},
+      {{"RollBack", FaultPlace::HalfWay}, L"Restore RCS (Win32 1176)"},
+      {{"RollBack", FaultPlace::InGap}, L"Restore RCS (Win32 1177)"},
+      {{"RestoreSecurity", FaultPlace::HalfWay}, L"RCS security readback mismatch."},
+  };
+  if (const auto text = kPartialTexts.find({operation, place}); text != kPartialTexts.end()) {
+    return text->second;
+  }
   static const std::map<std::string_view, std::wstring> kTexts = {
       {"ReadRcs", L"Open RCS (Win32 32)"},
       {"ReadValues", L"Open Global Projects (registry 5)"},
@@ -51,9 +75,15 @@ std::wstring ModelStore::FailureText(std::string_view operation) {
   return kTexts.at(operation);
 }
 
-void ModelStore::Act(const std::string& operation, const std::function<void()>& effect) {
+void ModelStore::Act(const std::string& operation, const Effect& effect, Effects partial) {
   const std::string call = operation + "#" + std::to_string(++counts_[operation]);
   calls_.push_back(call);
+  Effects effects = std::move(partial);
+  effects[FaultPlace::Before] = [] {};
+  effects[FaultPlace::After] = effect;
+  for (const auto& [place, ignored] : effects) {
+    offered_.push_back({call, place});
+  }
   if (interference_) {
     interference_(call, world_);
   }
@@ -64,15 +94,12 @@ void ModelStore::Act(const std::string& operation, const std::function<void()>& 
     return;
   }
   ++struck_;
-  const bool dies = fault->kind == FaultKind::DieBefore || fault->kind == FaultKind::DieAfter;
-  if (fault->kind == FaultKind::FailAfter || fault->kind == FaultKind::DieAfter) {
-    effect();
-  }
-  if (dies) {
+  effects.at(fault->place)();
+  if (fault->dies) {
     dead_ = true;
     throw ProcessDeath{};
   }
-  throw kestrune::Failure{FailureText(operation), 5};
+  throw kestrune::Failure{FailureText(operation, fault->place), 5};
 }
 
 std::string ModelStore::ReadRcs() {
@@ -93,22 +120,35 @@ std::vector<RegistryValue> ModelStore::ReadGlobalProjects() {
 }
 
 void ModelStore::CreateBackups(std::string_view rcs, const std::vector<RegistryValue>&) {
-  Act("CreateBackups", [&] {
+  const auto begin = [&] {
     if (world_.rcs != rcs) {
       throw Refusal(L"Backup/source mismatch.");
     }
+    // What dead runs left: the displaced file goes to the backups.
+    world_.temporary.reset();
+    world_.displaced.reset();
     Mutate("backups");
-    world_.backup = rcs;
-    AppendLog("Before");
-  });
+  };
+  Act("CreateBackups",
+      [&] {
+        begin();
+        world_.backup = rcs;
+        AppendLog("Before");
+      },
+      {{FaultPlace::HalfWay, begin}});
 }
 
 void ModelStore::PrepareReplacement(std::string_view new_text) {
-  Act("Prepare", [&] {
-    Mutate("temp");
-    world_.temporary = new_text;
-    AppendLog("Intended");
-  });
+  Act("Prepare",
+      [&] {
+        Mutate("temp");
+        world_.temporary = new_text;
+        AppendLog("Intended");
+      },
+      {{FaultPlace::HalfWay, [&] {
+          Mutate("temp");
+          world_.temporary = new_text.substr(0, new_text.size() / 2);
+        }}});
 }
 
 std::string ModelStore::ReadReplacement() {
@@ -117,21 +157,46 @@ std::string ModelStore::ReadReplacement() {
   return bytes;
 }
 
+void ModelStore::RequireCommittable() const {
+  if (world_.rcs != opened_rcs_) {
+    throw Refusal(L"Source metadata/content changed.");
+  }
+  if (world_.security != opened_security_) {
+    throw Refusal(L"Source security changed or was not preserved.");
+  }
+}
+
+/// The first of the two renames of a replacement, which stays alone.
+void ModelStore::MoveAway() {
+  RequireCommittable();
+  Mutate("away");
+  world_.displaced = std::exchange(world_.rcs, std::nullopt);
+  replaced_ = lost_ = true;
+}
+
+/// The whole replacement, without what has to follow it.
+void ModelStore::PutNewTextInPlace() {
+  RequireCommittable();
+  Mutate("replace");
+  committed_rcs_ = world_.temporary.value();
+  world_.displaced = std::exchange(world_.rcs, std::exchange(world_.temporary, std::nullopt));
+  world_.security = kReplacementSecurity;
+  replaced_ = true;
+}
+
 void ModelStore::CommitReplacement() {
-  Act("Commit", [&] {
-    if (world_.rcs != opened_rcs_) {
-      throw Refusal(L"Source metadata/content changed.");
-    }
-    if (world_.security != opened_security_) {
-      throw Refusal(L"Source security changed or was not preserved.");
-    }
-    Mutate("replace");
-    committed_rcs_ = world_.temporary.value();
-    world_.rcs = std::exchange(world_.temporary, std::nullopt);
-    world_.security = "of the replacement";
-    replaced_ = true;
-    RestoreRcsSecurity();
-  });
+  Act("Commit",
+      [&] {
+        PutNewTextInPlace();
+        world_.displaced.reset();
+        RestoreRcsSecurity();
+      },
+      {{FaultPlace::HalfWay, [&] { PutNewTextInPlace(); }},
+       {FaultPlace::InGap, [&] { MoveAway(); }},
+       {FaultPlace::Gone, [&] {
+          MoveAway();
+          world_.displaced.reset();
+        }}});
 }
 
 void ModelStore::CheckSourceSecurity() {
@@ -166,30 +231,73 @@ void ModelStore::RemoveGlobalProjectsValue(const std::wstring& name) {
   });
 }
 
-void ModelStore::RollBackRcs() {
-  Act("RollBack", [&] {
-    if (world_.security != opened_security_ && world_.security != "of the replacement") {
-      throw Refusal(L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
-    }
-    if (world_.rcs != committed_rcs_) {
+void ModelStore::RequireOwnFile() const {
+  if (lost_) {
+    if (world_.rcs) {
       throw Refusal(L"Concurrent RCS change; refusing rollback overwrite.");
     }
-    Mutate("restore");
-    world_.rcs = world_.backup;
-    world_.security = "of the recovery file";
-    RestoreRcsSecurity();
-  });
+    return;
+  }
+  if (world_.security != opened_security_ && world_.security != kReplacementSecurity &&
+      world_.security != kReadBackSecurity) {
+    throw Refusal(L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
+  }
+  if (world_.rcs != committed_rcs_) {
+    throw Refusal(L"Concurrent RCS change; refusing rollback overwrite.");
+  }
+}
+
+/// The whole restoration from the backup, without what has to follow it.
+void ModelStore::PutOldTextBack() {
+  RequireOwnFile();
+  Mutate("restore");
+  if (world_.rcs) {
+    world_.displaced = world_.rcs;
+  }
+  world_.rcs = world_.backup;
+  world_.security = kRecoverySecurity;
+}
+
+/// The restoration moved the new file away or found none, and the old text stands beside its place.
+void ModelStore::StopRestoringInGap() {
+  RequireOwnFile();
+  Mutate("recovery");
+  world_.recovery = world_.backup;
+  owns_recovery_ = true;
+  if (world_.rcs) {
+    Mutate("away");
+    world_.displaced = std::exchange(world_.rcs, std::nullopt);
+  }
+}
+
+void ModelStore::RollBackRcs() {
+  Act("RollBack",
+      [&] {
+        if (lost_ && !world_.rcs && world_.displaced) {
+          Mutate("back");
+          world_.rcs = std::exchange(world_.displaced, std::nullopt);
+          return;
+        }
+        PutOldTextBack();
+        world_.displaced.reset();
+        RestoreRcsSecurity();
+      },
+      {{FaultPlace::HalfWay, [&] { PutOldTextBack(); }},
+       {FaultPlace::InGap, [&] { StopRestoringInGap(); }}});
 }
 
 void ModelStore::AppendLog(std::string_view line) {
-  Act("Log", [&] { world_.log.emplace_back(line); });
+  Act("Log", [&] { world_.log.emplace_back(line); },
+      {{FaultPlace::HalfWay, [&] { world_.log.emplace_back(line.substr(0, 3)); }}});
 }
 
 void ModelStore::RestoreRcsSecurity() {
-  Act("RestoreSecurity", [&] {
+  const auto write = [&](const std::string& security) {
     Mutate("dacl");
-    world_.security = opened_security_;
-  });
+    world_.security = security;
+  };
+  Act("RestoreSecurity", [&] { write(opened_security_); },
+      {{FaultPlace::HalfWay, [&] { write(kReadBackSecurity); }}});
 }
 
 }  // namespace altium_registration

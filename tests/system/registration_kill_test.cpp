@@ -332,6 +332,9 @@ TEST_F(KilledRegistration, OnTheWayBackFromEveryKindOfFailureTheSameHolds) {
       const int point = place + 1 + i * (rollback - 1) / (failing.ends - 1);
       still_new += EndOnTheWayBack(place, point) ? 1 : 0;
     }
+    if (HasFailure()) {
+      return;
+    }
     EXPECT_GT(still_new, 0);
     EXPECT_LT(still_new, failing.ends);
     EXPECT_GT(recovery_files_, 0);

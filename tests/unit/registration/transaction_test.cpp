@@ -72,7 +72,7 @@ TEST(Transaction, NothingToDoWithAnUnwritableLogFails) {
   Fixture run;
   run.world.rcs = run.change.rcs_before = "new";
   run.change.values_after = run.change.values_before;
-  EXPECT_FALSE(run.Run({{"Log#1", FaultKind::FailBefore}}));
+  EXPECT_FALSE(run.Run({{"Log#1", FaultPlace::Before}}));
   EXPECT_EQ(run.message, L"Cannot write operation log. Rollback complete (or no owned writes).");
 }
 
@@ -157,7 +157,7 @@ TEST(Transaction, FirstFailingCheckNamesTheOutcome) {
 
 TEST(Transaction, RegistryFailureAfterTheFileRestoresBoth) {
   Fixture run;
-  EXPECT_FALSE(run.Run({{"WriteValue#1", FaultKind::FailAfter}}));
+  EXPECT_FALSE(run.Run({{"WriteValue#1", FaultPlace::After}}));
   EXPECT_EQ(run.message,
             L"Write Global Projects value (registry 5) Rollback complete (or no owned writes).");
   EXPECT_EQ(run.world.rcs, "old");
@@ -166,12 +166,12 @@ TEST(Transaction, RegistryFailureAfterTheFileRestoresBoth) {
 
 TEST(Transaction, WriteOfAnotherProgramIsNotMistakenForOurOwnFailedOne) {
   Fixture run;
-  EXPECT_FALSE(run.Run({{"WriteValue#1", FaultKind::FailBefore}},
-                       [](std::string_view call, ModelWorld& world) {
-                         if (call == "WriteValue#1") {
-                           world.values.push_back(Entry(L"Item1", L"foreign"));
-                         }
-                       }));
+  EXPECT_FALSE(
+      run.Run({{"WriteValue#1", FaultPlace::Before}}, [](std::string_view call, ModelWorld& world) {
+        if (call == "WriteValue#1") {
+          world.values.push_back(Entry(L"Item1", L"foreign"));
+        }
+      }));
   EXPECT_EQ(run.message,
             L"Write Global Projects value (registry 5) Registry recovery blocked: Registry changed "
             L"concurrently. MANUAL RECOVERY REQUIRED; backups retained.");
@@ -192,7 +192,7 @@ TEST(Transaction, NamesWithLeadingZerosAreWrittenInTheOrderOfTheirNumbers) {
   Fixture undone;
   undone.world.values = undone.change.values_before = run.change.values_before;
   undone.change.values_after = run.change.values_after;
-  EXPECT_FALSE(undone.Run({{"CheckSecurity#2", FaultKind::FailBefore}}));
+  EXPECT_FALSE(undone.Run({{"CheckSecurity#2", FaultPlace::Before}}));
   EXPECT_EQ(Words(undone.world.mutations.end() - 7, undone.world.mutations.end()),
             (Words{"+Item10", "+Item009", "-Item2", "-Item1", "-Item0", "restore", "dacl"}));
 }
@@ -217,7 +217,7 @@ TEST(Transaction, ListOfThousandsOfForeignValuesIsAppliedAndUndone) {
   run.change.values_before = run.world.values;
   run.change.values_after = run.world.values;
   run.change.values_after.push_back(Entry(L"Item0", L"K"));
-  EXPECT_FALSE(run.Run({{"CheckSecurity#2", FaultKind::FailBefore}}));
+  EXPECT_FALSE(run.Run({{"CheckSecurity#2", FaultPlace::Before}}));
   EXPECT_EQ(run.message, L"Read RCS security (Win32 5) Rollback complete (or no owned writes).");
   EXPECT_TRUE(SameValues(run.world.values, run.change.values_before));
   EXPECT_TRUE(run.Run());
