@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/failure.h"
+#include "common/file_time_win32.h"
 #include "common/path.h"
 
 namespace kestrune {
@@ -13,10 +14,6 @@ constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 bool IsNotFound(DWORD code) {
   return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ||
          code == ERROR_BAD_NETPATH || code == ERROR_INVALID_NAME;
-}
-
-std::uint64_t SizeFrom(DWORD high, DWORD low) {
-  return (std::uint64_t{high} << 32) | low;
 }
 
 FileKind KindOf(DWORD attributes) {
@@ -47,7 +44,7 @@ bool ReadLinkTarget(const std::wstring& extended, FileEntry& entry, DWORD& code)
     return false;
   }
   entry = {KindOf(information.dwFileAttributes),
-           SizeFrom(information.nFileSizeHigh, information.nFileSizeLow)};
+           JoinWords(information.nFileSizeHigh, information.nFileSizeLow)};
   return true;
 }
 
@@ -152,7 +149,7 @@ bool QueryEntry(const std::wstring& path, FileEntry& entry, DWORD& code) {
       GetFileAttributesExW(extended.c_str(), GetFileExInfoStandard, &data) != FALSE;
   code = answered ? ERROR_SUCCESS : GetLastError();
   if (answered) {
-    entry = {KindOf(data.dwFileAttributes), SizeFrom(data.nFileSizeHigh, data.nFileSizeLow)};
+    entry = {KindOf(data.dwFileAttributes), JoinWords(data.nFileSizeHigh, data.nFileSizeLow)};
   }
   if (answered ? !IsLink(data.dwFileAttributes) : code != ERROR_SHARING_VIOLATION) {
     return answered;
@@ -165,7 +162,7 @@ bool QueryEntry(const std::wstring& path, FileEntry& entry, DWORD& code) {
     return ReadLinkTarget(extended, entry, code);
   }
   if (!answered) {
-    entry = {KindOf(listed.dwFileAttributes), SizeFrom(listed.nFileSizeHigh, listed.nFileSizeLow)};
+    entry = {KindOf(listed.dwFileAttributes), JoinWords(listed.nFileSizeHigh, listed.nFileSizeLow)};
   }
   return true;
 }
@@ -230,10 +227,16 @@ bool ReadAll(HANDLE file, std::string& bytes) {
 }
 
 bool WriteAll(HANDLE file, std::string_view bytes) {
+  return WriteAll(bytes, [&](const void* chunk, DWORD size, DWORD* written) {
+    return WriteFile(file, chunk, size, written, nullptr);
+  });
+}
+
+bool WriteAll(std::string_view bytes, const WriteCall& write) {
   while (!bytes.empty()) {
     DWORD written = 0;
-    const auto chunk = static_cast<DWORD>(std::min(bytes.size(), kLargestTransfer));
-    if (!WriteFile(file, bytes.data(), chunk, &written, nullptr)) {
+    if (!write(bytes.data(), static_cast<DWORD>(std::min(bytes.size(), kLargestTransfer)),
+               &written)) {
       return false;
     }
     if (written == 0) {

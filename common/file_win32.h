@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -79,8 +80,15 @@ class FileWriter {
 /// Creates or truncates the file and writes the bytes. False with the thread's last error.
 [[nodiscard]] bool WriteWholeFile(const std::wstring& path, std::string_view bytes);
 
-/// Writes all bytes at the handle's position. False with the thread's last error.
+/// Writes all bytes at the handle's position. False with the thread's last error;
+/// ERROR_WRITE_FAULT when a call succeeded and wrote nothing.
 [[nodiscard]] bool WriteAll(HANDLE file, std::string_view bytes);
+
+/// WriteFile on a file that the caller knows.
+using WriteCall = std::function<BOOL(const void* bytes, DWORD size, DWORD* written)>;
+
+/// The same through a call of the caller's.
+[[nodiscard]] bool WriteAll(std::string_view bytes, const WriteCall& write);
 
 /// Copies a file over an existing one, with its times and streams. False with the thread's last
 /// error.

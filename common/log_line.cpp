@@ -9,7 +9,7 @@ constexpr std::size_t kLongestLine = 8192;
 
 }  // namespace
 
-std::string FormatLogLine(const LocalTime& time, std::wstring_view stage,
+std::string FormatLogLine(const ClockTime& time, std::wstring_view stage,
                           std::wstring_view detail) {
   std::wstring line = L"[" + Decimal(time.year) + L"-" + Decimal(time.month) + L"-" +
                       Decimal(time.day) + L" " + Decimal(time.hour) + L":" + Decimal(time.minute) +

@@ -4,7 +4,7 @@
 
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
-#include "common/local_time_win32.h"
+#include "common/clock_time_win32.h"
 #include "common/log_line.h"
 #include "common/owners_win32.h"
 #include "common/path.h"

@@ -22,7 +22,7 @@ std::string FillScriptTemplate(std::string_view script, std::string_view runtime
   return filled += ReplaceAll(script, kTempRoot, temp_root);
 }
 
-std::wstring IncomingScriptName(const LocalTime& time) {
+std::wstring IncomingScriptName(const ClockTime& time) {
   return L"script-" + PaddedDecimal(time.year, 4) + PaddedDecimal(time.month, 2) +
          PaddedDecimal(time.day, 2) + L"_" + PaddedDecimal(time.hour, 2) +
          PaddedDecimal(time.minute, 2) + PaddedDecimal(time.second, 2) + L"_" +

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/local_time.h"
+#include "common/clock_time.h"
 
 namespace kestrune {
 
@@ -15,6 +15,6 @@ std::string FillScriptTemplate(std::string_view script, std::string_view runtime
 
 /// Name of the file in which a filled script waits from this moment on to be installed:
 /// "script-20250131_235959_042.incoming".
-std::wstring IncomingScriptName(const LocalTime& time);
+std::wstring IncomingScriptName(const ClockTime& time);
 
 }  // namespace kestrune

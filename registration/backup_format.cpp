@@ -45,10 +45,11 @@ std::string InstanceText(const InstanceRecord& record) {
 }
 
 std::wstring BackupDirectoryName(const RunStamp& stamp) {
-  return kestrune::PaddedDecimal(stamp.year, 4) + kestrune::PaddedDecimal(stamp.month, 2) +
-         kestrune::PaddedDecimal(stamp.day, 2) + L"_" + kestrune::PaddedDecimal(stamp.hour, 2) +
-         kestrune::PaddedDecimal(stamp.minute, 2) + kestrune::PaddedDecimal(stamp.second, 2) +
-         L"_" + kestrune::PaddedDecimal(stamp.millisecond, 3) + L"_" +
+  using kestrune::PaddedDecimal;
+  const kestrune::ClockTime& utc = stamp.utc;
+  return PaddedDecimal(utc.year, 4) + PaddedDecimal(utc.month, 2) + PaddedDecimal(utc.day, 2) +
+         L"_" + PaddedDecimal(utc.hour, 2) + PaddedDecimal(utc.minute, 2) +
+         PaddedDecimal(utc.second, 2) + L"_" + PaddedDecimal(utc.millisecond, 3) + L"_" +
          std::to_wstring(stamp.process_id) + L"_" + std::to_wstring(stamp.tick);
 }
 

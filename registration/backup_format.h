@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/clock_time.h"
 #include "registration/registry_value.h"
 
 namespace altium_registration {
@@ -31,13 +32,7 @@ std::string InstanceText(const InstanceRecord& record);
 
 /// The moment of a run in UTC, its process and the milliseconds since the system started.
 struct RunStamp {
-  unsigned year = 0;
-  unsigned month = 0;
-  unsigned day = 0;
-  unsigned hour = 0;
-  unsigned minute = 0;
-  unsigned second = 0;
-  unsigned millisecond = 0;
+  kestrune::ClockTime utc;
   std::uint32_t process_id = 0;
   std::uint64_t tick = 0;
 };

@@ -129,23 +129,22 @@ void WriteDacl(SystemCalls& calls, const std::wstring& extended_path,
   }
 }
 
-IdentityDescriptor::IdentityDescriptor(const FileSecurity& original) {
-  if (!InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION)) {
-    throw FileStepFailure(L"Initialize replacement identity", GetLastError());
-  }
+IdentityDescriptor::IdentityDescriptor(SystemCalls& calls, const FileSecurity& original) {
   PSID owner = nullptr;
   PSID group = nullptr;
-  BOOL defaulted = FALSE;
-  if (!GetSecurityDescriptorOwner(original.Descriptor(), &owner, &defaulted)) {
+  if (!calls.InitializeDescriptor(&descriptor_)) {
+    throw FileStepFailure(L"Initialize replacement identity", GetLastError());
+  }
+  if (!calls.GetOwner(original.Descriptor(), &owner)) {
     throw FileStepFailure(L"Read original owner", GetLastError());
   }
-  if (!GetSecurityDescriptorGroup(original.Descriptor(), &group, &defaulted)) {
+  if (!calls.GetGroup(original.Descriptor(), &group)) {
     throw FileStepFailure(L"Read original group", GetLastError());
   }
-  if (!SetSecurityDescriptorOwner(&descriptor_, owner, FALSE)) {
+  if (!calls.SetOwner(&descriptor_, owner)) {
     throw FileStepFailure(L"Set replacement owner", GetLastError());
   }
-  if (!SetSecurityDescriptorGroup(&descriptor_, group, FALSE)) {
+  if (!calls.SetGroup(&descriptor_, group)) {
     throw FileStepFailure(L"Set replacement group", GetLastError());
   }
   attributes_ = {sizeof attributes_, &descriptor_, FALSE};

@@ -51,7 +51,7 @@ void WriteDacl(SystemCalls& calls, const std::wstring& extended_path, const File
 class IdentityDescriptor {
  public:
   /// Throws the failure of the step that Windows refused.
-  explicit IdentityDescriptor(const FileSecurity& original);
+  IdentityDescriptor(SystemCalls& calls, const FileSecurity& original);
   IdentityDescriptor(const IdentityDescriptor&) = delete;
   IdentityDescriptor& operator=(const IdentityDescriptor&) = delete;
 

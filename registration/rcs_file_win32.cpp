@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/failure.h"
+#include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
 #include "common/sha256_win32.h"
@@ -28,31 +29,19 @@ constexpr std::wstring_view kRollbackInvalid = L"Rollback file validation failed
 constexpr NewFileSteps kWorkingFileSteps = {
     L"Create recovery/temp file", L"Write recovery/temp file", L"Flush recovery/temp file"};
 
-FileFacts ReadFacts(const std::wstring& extended_path, std::wstring_view step) {
+FileFacts ReadFacts(SystemCalls& calls, const std::wstring& extended_path, std::wstring_view step) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!GetFileAttributesExW(extended_path.c_str(), GetFileExInfoStandard, &data)) {
+  if (!calls.GetAttributes(extended_path, &data)) {
     throw FileStepFailure(step, GetLastError());
   }
-  return {data.dwFileAttributes,
-          (std::uint64_t{data.ftLastWriteTime.dwHighDateTime} << 32U) |
-              data.ftLastWriteTime.dwLowDateTime,
-          (std::uint64_t{data.nFileSizeHigh} << 32U) | data.nFileSizeLow};
+  return {data.dwFileAttributes, kestrune::JoinFileTime(data.ftLastWriteTime),
+          kestrune::JoinWords(data.nFileSizeHigh, data.nFileSizeLow)};
 }
 
-/// At most a file of 8 MiB, or the values of one key, so a length is never above 32 bits.
 bool WriteAll(SystemCalls& calls, HANDLE file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    DWORD written = 0;
-    if (!calls.Write(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written)) {
-      return false;
-    }
-    if (written == 0) {
-      SetLastError(ERROR_WRITE_FAULT);
-      return false;
-    }
-    bytes.remove_prefix(written);
-  }
-  return true;
+  return kestrune::WriteAll(bytes, [&](const void* chunk, DWORD size, DWORD* written) {
+    return calls.Write(file, chunk, size, written);
+  });
 }
 
 bool IsIdentityRefusal(const Failure& failure) {
@@ -130,7 +119,7 @@ RcsFile::RcsFile(const std::wstring& path, SystemCalls& calls)
     : calls_(calls),
       path_(kestrune::ExtendedPath(path)),
       files_(NameWorkingFiles(path_)),
-      facts_(ReadFacts(path_, L"Read profile metadata")) {
+      facts_(ReadFacts(calls_, path_, L"Read profile metadata")) {
   constexpr DWORD kUnsafe =
       FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
   if ((facts_.attributes & kUnsafe) != 0) {
@@ -177,7 +166,7 @@ void RcsFile::Prepare(std::string_view new_text, std::string digest) {
 /// `created` is set as soon as the file is ours to delete.
 void RcsFile::CreateWithIdentity(const std::wstring& path, std::string_view bytes, bool& created,
                                  std::wstring_view refusal) const {
-  IdentityDescriptor identity(security_);
+  IdentityDescriptor identity(calls_, security_);
   try {
     FileHandle file = CreateNewFile(calls_, path, identity.Attributes(), kWorkingFileSteps.create);
     created = true;
@@ -212,7 +201,7 @@ void RcsFile::Commit() {
 }
 
 void RcsFile::RequireSameFacts() const {
-  const FileFacts now = ReadFacts(path_, L"Recheck profile");
+  const FileFacts now = ReadFacts(calls_, path_, L"Recheck profile");
   if (now.write_time != facts_.write_time || now.size != facts_.size) {
     throw Refusal(kSourceChanged);
   }
@@ -414,11 +403,6 @@ bool RcsFile::HasOwnSecurity() const {
 bool RcsFile::IsMissing() const {
   return GetFileAttributesW(path_.c_str()) == INVALID_FILE_ATTRIBUTES &&
          GetLastError() == ERROR_FILE_NOT_FOUND;
-}
-
-/// False also for a file that cannot be asked.
-bool RcsFile::Exists(const std::wstring& path) {
-  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 /// Empty for a file that cannot be read.

@@ -71,7 +71,6 @@ class RcsFile {
   void FillGap(const std::wstring& saved_path);
   void WriteRecovery(const std::wstring& saved_path);
   [[nodiscard]] bool IsMissing() const;
-  [[nodiscard]] static bool Exists(const std::wstring& path);
   [[nodiscard]] static std::string DigestOf(const std::wstring& path);
   [[nodiscard]] FileSecurity ReadSecurity() const;
 

@@ -4,6 +4,10 @@
 
 namespace altium_registration {
 
+BOOL SystemCalls::GetAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA* data) {
+  return GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, data);
+}
+
 HANDLE SystemCalls::Create(const std::wstring& path, DWORD access, DWORD sharing,
                            SECURITY_ATTRIBUTES* security, DWORD disposition) {
   return CreateFileW(path.c_str(), access, sharing, security, disposition, FILE_ATTRIBUTE_NORMAL,
@@ -52,6 +56,28 @@ BOOL SystemCalls::GetSecurity(const std::wstring& path, SECURITY_INFORMATION par
 BOOL SystemCalls::SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts,
                               void* descriptor) {
   return SetFileSecurityW(path.c_str(), parts, descriptor);
+}
+
+BOOL SystemCalls::InitializeDescriptor(SECURITY_DESCRIPTOR* descriptor) {
+  return InitializeSecurityDescriptor(descriptor, SECURITY_DESCRIPTOR_REVISION);
+}
+
+BOOL SystemCalls::GetOwner(void* descriptor, PSID* owner) {
+  BOOL defaulted = FALSE;
+  return GetSecurityDescriptorOwner(descriptor, owner, &defaulted);
+}
+
+BOOL SystemCalls::GetGroup(void* descriptor, PSID* group) {
+  BOOL defaulted = FALSE;
+  return GetSecurityDescriptorGroup(descriptor, group, &defaulted);
+}
+
+BOOL SystemCalls::SetOwner(SECURITY_DESCRIPTOR* descriptor, PSID owner) {
+  return SetSecurityDescriptorOwner(descriptor, owner, FALSE);
+}
+
+BOOL SystemCalls::SetGroup(SECURITY_DESCRIPTOR* descriptor, PSID group) {
+  return SetSecurityDescriptorGroup(descriptor, group, FALSE);
 }
 
 std::string SystemCalls::Sha256(std::string_view bytes) {

@@ -20,6 +20,8 @@ class SystemCalls {
   SystemCalls& operator=(const SystemCalls&) = delete;
   virtual ~SystemCalls() = default;
 
+  /// GetFileAttributesExW.
+  virtual BOOL GetAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA* data);
   /// CreateFileW.
   virtual HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
                         SECURITY_ATTRIBUTES* security, DWORD disposition);
@@ -46,6 +48,16 @@ class SystemCalls {
                            DWORD size, DWORD* needed);
   /// SetFileSecurityW.
   virtual BOOL SetSecurity(const std::wstring& path, SECURITY_INFORMATION parts, void* descriptor);
+  /// InitializeSecurityDescriptor.
+  virtual BOOL InitializeDescriptor(SECURITY_DESCRIPTOR* descriptor);
+  /// GetSecurityDescriptorOwner.
+  virtual BOOL GetOwner(void* descriptor, PSID* owner);
+  /// GetSecurityDescriptorGroup.
+  virtual BOOL GetGroup(void* descriptor, PSID* group);
+  /// SetSecurityDescriptorOwner.
+  virtual BOOL SetOwner(SECURITY_DESCRIPTOR* descriptor, PSID owner);
+  /// SetSecurityDescriptorGroup.
+  virtual BOOL SetGroup(SECURITY_DESCRIPTOR* descriptor, PSID group);
   /// The SHA-256 of common/sha256_win32.h, with its failures.
   virtual std::string Sha256(std::string_view bytes);
   /// RegOpenKeyExW below HKEY_CURRENT_USER.

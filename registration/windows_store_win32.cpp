@@ -2,7 +2,10 @@
 
 #include <utility>
 
+#include "common/clock_time_win32.h"
 #include "common/failure.h"
+#include "common/failure_win32.h"
+#include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/path.h"
 #include "registration/backup_format.h"
@@ -18,17 +21,10 @@ using kestrune::JoinPath;
 
 constexpr std::wstring_view kSavedRcs = L"DXP.RCS.before";
 
-RunStamp StampNow() {
-  SYSTEMTIME now{};
-  GetSystemTime(&now);
-  return {now.wYear,       now.wMonth,  now.wDay,          now.wHour,
-          now.wMinute,     now.wSecond, now.wMilliseconds, GetCurrentProcessId(),
-          GetTickCount64()};
-}
-
 std::wstring NameBackupDirectory(const StoreTarget& target) {
   const std::wstring root = JoinPath(kestrune::ParentPath(target.rcs_path), L"KestruneBackups");
-  return JoinPath(JoinPath(root, target.guid), BackupDirectoryName(StampNow()));
+  const RunStamp stamp = {kestrune::UtcTimeNow(), GetCurrentProcessId(), GetTickCount64()};
+  return JoinPath(JoinPath(root, target.guid), BackupDirectoryName(stamp));
 }
 
 /// One directory; the code of the failing call, or success when it is there.
@@ -76,9 +72,9 @@ void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<Registr
   BackUpRcs(rcs);
   WriteBackup(L"registry.before.bin", RegistryBackup(values), L"Write registry backup");
   const FileFacts& facts = file_.Facts();
+  const FILETIME time = kestrune::SplitFileTime(facts.write_time);
   const InstanceRecord record = {target_.rcs_path, target_.registry_branch, facts.attributes,
-                                 static_cast<std::uint32_t>(facts.write_time >> 32U),
-                                 static_cast<std::uint32_t>(facts.write_time)};
+                                 time.dwHighDateTime, time.dwLowDateTime};
   WriteBackup(L"instance.txt", InstanceText(record), L"Write instance record");
   const std::vector<std::byte>& security = file_.Security().Bytes();
   WriteBackup(L"security.before.bin",
@@ -145,25 +141,26 @@ void WindowsStore::RollBackRcs() {
 }
 
 void WindowsStore::AppendLog(std::string_view line) {
-  constexpr std::wstring_view kUnwritable = L"Cannot write operation log.";
+  constexpr const wchar_t* kUnwritable = L"Cannot write operation log.";
   if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
-    throw kestrune::Failure{std::wstring(kUnwritable), code};
+    throw kestrune::Failure{kUnwritable, code};
   }
   const FileHandle log(calls_->Create(BackupPath(L"operation.log"), FILE_APPEND_DATA,
                                       FILE_SHARE_READ, nullptr, OPEN_ALWAYS));
   if (!log) {
-    throw kestrune::Failure{std::wstring(kUnwritable), GetLastError()};
+    kestrune::ThrowLastError(kUnwritable);
   }
   const std::string text = std::string(line) + "\r\n";
   DWORD written = 0;
   if (!calls_->Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written)) {
-    throw kestrune::Failure{std::wstring(kUnwritable), GetLastError()};
+    kestrune::ThrowLastError(kUnwritable);
   }
+  // A line goes in one write or not at all; what the last error says is about something else then.
   if (written != text.size()) {
-    throw kestrune::Failure{std::wstring(kUnwritable), ERROR_WRITE_FAULT};
+    throw kestrune::Failure{kUnwritable, ERROR_WRITE_FAULT};
   }
   if (!calls_->Flush(log.Get())) {
-    throw kestrune::Failure{L"Cannot flush operation log.", GetLastError()};
+    kestrune::ThrowLastError(L"Cannot flush operation log.");
   }
 }
 

@@ -4,6 +4,7 @@
 #include <cwchar>
 #include <string_view>
 
+#include "common/file_time_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -24,7 +25,7 @@ std::uint64_t StartTime(HANDLE process) {
   if (!GetProcessTimes(process, &created, &ignored, &ignored, &ignored)) {
     return 0;
   }
-  return (std::uint64_t{created.dwHighDateTime} << 32U) | created.dwLowDateTime;
+  return kestrune::JoinFileTime(created);
 }
 
 /// Reads a decimal number off the front of the text.
@@ -56,10 +57,6 @@ bool IsLiveRun(std::wstring_view run) {
   return runs && StartTime(process.Get()) == start_time;
 }
 
-bool Exists(const std::wstring& extended_path) {
-  return GetFileAttributesW(extended_path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 void ClearLeftover(SystemCalls& calls, const std::wstring& rcs_path, const std::wstring& name,
                    const std::wstring& directory) {
   const std::wstring path = JoinPath(kestrune::ParentPath(rcs_path), name);
@@ -71,6 +68,10 @@ void ClearLeftover(SystemCalls& calls, const std::wstring& rcs_path, const std::
 }
 
 }  // namespace
+
+bool Exists(const std::wstring& extended_path) {
+  return GetFileAttributesW(extended_path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
 
 WorkingFiles NameWorkingFiles(const std::wstring& extended_rcs_path) {
   LARGE_INTEGER counter{};

@@ -18,6 +18,9 @@ struct WorkingFiles {
   std::wstring recovery;
 };
 
+/// Whether something stands at a path in extended form; false also where that cannot be asked.
+bool Exists(const std::wstring& extended_path);
+
 /// Names the files of a new run of this process.
 WorkingFiles NameWorkingFiles(const std::wstring& extended_rcs_path);
 

@@ -14,6 +14,9 @@ namespace altium_registration {
 /// In both cases its caller sees ERROR_ACCESS_DENIED.
 class ObservedCalls : public SystemCalls {
  public:
+  BOOL GetAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA* data) override {
+    return Around("GetAttributes", FALSE, [&] { return SystemCalls::GetAttributes(path, data); });
+  }
   HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
                 SECURITY_ATTRIBUTES* security, DWORD disposition) override {
     return Around("Create", INVALID_HANDLE_VALUE, [&] {
@@ -52,6 +55,22 @@ class ObservedCalls : public SystemCalls {
                    void* descriptor) override {
     return Around("SetSecurity", FALSE,
                   [&] { return SystemCalls::SetSecurity(path, parts, descriptor); });
+  }
+  BOOL InitializeDescriptor(SECURITY_DESCRIPTOR* descriptor) override {
+    return Around("InitializeDescriptor", FALSE,
+                  [&] { return SystemCalls::InitializeDescriptor(descriptor); });
+  }
+  BOOL GetOwner(void* descriptor, PSID* owner) override {
+    return Around("GetOwner", FALSE, [&] { return SystemCalls::GetOwner(descriptor, owner); });
+  }
+  BOOL GetGroup(void* descriptor, PSID* group) override {
+    return Around("GetGroup", FALSE, [&] { return SystemCalls::GetGroup(descriptor, group); });
+  }
+  BOOL SetOwner(SECURITY_DESCRIPTOR* descriptor, PSID owner) override {
+    return Around("SetOwner", FALSE, [&] { return SystemCalls::SetOwner(descriptor, owner); });
+  }
+  BOOL SetGroup(SECURITY_DESCRIPTOR* descriptor, PSID group) override {
+    return Around("SetGroup", FALSE, [&] { return SystemCalls::SetGroup(descriptor, group); });
   }
   LSTATUS CreateKey(const std::wstring& path, HKEY* key) override {
     return Around("CreateKey", LSTATUS{ERROR_ACCESS_DENIED},

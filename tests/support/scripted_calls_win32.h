@@ -19,7 +19,10 @@ class ScriptedCalls final : public SystemCalls {
   PathHook on_create, on_copy, on_make_directory, on_replace, on_move, on_delete, on_set_security;
   /// Called with the path; a descriptor given here is answered instead of the file's own.
   std::function<bool(const std::wstring& path, std::vector<std::byte>& descriptor)> on_get_security;
-  std::function<bool(BOOL&answer)> on_write, on_flush;
+  std::function<bool(BOOL&answer)> on_write, on_flush, on_initialize_descriptor, on_get_owner,
+      on_get_group, on_set_owner, on_set_group;
+  /// Called after the real look at a file; may change what it answered.
+  std::function<void(WIN32_FILE_ATTRIBUTE_DATA& data, BOOL& answer)> after_get_attributes;
   std::function<bool(LARGE_INTEGER& size, BOOL& answer)> on_size;
   /// Thrown where a digest is asked for.
   std::optional<kestrune::Failure> on_sha;
@@ -28,6 +31,13 @@ class ScriptedCalls final : public SystemCalls {
   /// Called after the real reading of a value; may change what it answered.
   std::function<void(LSTATUS& answer, DWORD& type, DWORD& size)> after_query;
 
+  BOOL GetAttributes(const std::wstring& path, WIN32_FILE_ATTRIBUTE_DATA* data) override {
+    BOOL answer = SystemCalls::GetAttributes(path, data);
+    if (after_get_attributes) {
+      after_get_attributes(*data, answer);
+    }
+    return answer;
+  }
   HANDLE Create(const std::wstring& path, DWORD access, DWORD sharing,
                 SECURITY_ATTRIBUTES* security, DWORD disposition) override {
     BOOL answer = FALSE;
@@ -79,6 +89,28 @@ class ScriptedCalls final : public SystemCalls {
   BOOL GetSize(HANDLE file, LARGE_INTEGER* size) override {
     BOOL answer = FALSE;
     return on_size && on_size(*size, answer) ? answer : SystemCalls::GetSize(file, size);
+  }
+  BOOL InitializeDescriptor(SECURITY_DESCRIPTOR* descriptor) override {
+    BOOL answer = FALSE;
+    return on_initialize_descriptor && on_initialize_descriptor(answer)
+               ? answer
+               : SystemCalls::InitializeDescriptor(descriptor);
+  }
+  BOOL GetOwner(void* descriptor, PSID* owner) override {
+    BOOL answer = FALSE;
+    return on_get_owner && on_get_owner(answer) ? answer : SystemCalls::GetOwner(descriptor, owner);
+  }
+  BOOL GetGroup(void* descriptor, PSID* group) override {
+    BOOL answer = FALSE;
+    return on_get_group && on_get_group(answer) ? answer : SystemCalls::GetGroup(descriptor, group);
+  }
+  BOOL SetOwner(SECURITY_DESCRIPTOR* descriptor, PSID owner) override {
+    BOOL answer = FALSE;
+    return on_set_owner && on_set_owner(answer) ? answer : SystemCalls::SetOwner(descriptor, owner);
+  }
+  BOOL SetGroup(SECURITY_DESCRIPTOR* descriptor, PSID group) override {
+    BOOL answer = FALSE;
+    return on_set_group && on_set_group(answer) ? answer : SystemCalls::SetGroup(descriptor, group);
   }
   std::string Sha256(std::string_view bytes) override {
     if (on_sha) {

@@ -5,7 +5,7 @@
 namespace kestrune {
 namespace {
 
-constexpr LocalTime kMarch{2026, 3, 7, 9, 5, 2};
+constexpr ClockTime kMarch{2026, 3, 7, 9, 5, 2};
 
 TEST(LogLine, WritesNumbersWithoutLeadingZeros) {
   EXPECT_EQ(FormatLogLine(kMarch, L"Prepare rejected", L"Error=x"),

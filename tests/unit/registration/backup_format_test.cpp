@@ -53,7 +53,7 @@ TEST(InstanceText, NamesFileKeyAttributesAndTime) {
 }
 
 TEST(BackupDirectoryName, PadsTheDateAndNothingElse) {
-  EXPECT_EQ(BackupDirectoryName({2026, 3, 7, 9, 5, 2, 4, 17, 5'000'000'000}),
+  EXPECT_EQ(BackupDirectoryName({{2026, 3, 7, 9, 5, 2, 4}, 17, 5'000'000'000}),
             L"20260307_090502_004_17_5000000000");
 }
 

@@ -174,6 +174,68 @@ TEST_F(WindowsStoreReplaceTest, TemporaryFileThatCannotBeMadeIsNamedByItsStepAnd
   }
 }
 
+struct IdentityStep {
+  std::function<bool(BOOL& answer)> ScriptedCalls::*call;
+  const wchar_t* text;
+};
+
+const IdentityStep kIdentitySteps[] = {
+    {&ScriptedCalls::on_initialize_descriptor, L"Initialize replacement identity (Win32 1305)"},
+    {&ScriptedCalls::on_get_owner, L"Read original owner (Win32 1305)"},
+    {&ScriptedCalls::on_get_group, L"Read original group (Win32 1305)"},
+    {&ScriptedCalls::on_set_owner, L"Set replacement owner (Win32 1305)"},
+    {&ScriptedCalls::on_set_group, L"Set replacement group (Win32 1305)"},
+};
+
+TEST_F(WindowsStoreReplaceTest, IdentityThatCannotBeMadeIsNamedByItsStepAndNoFileAppears) {
+  for (const IdentityStep& step : kIdentitySteps) {
+    calls = std::make_shared<ScriptedCalls>();
+    Open();
+    store->CreateBackups("old text", {});
+    (*calls).*step.call = [](BOOL& answer) { return FailWith(ERROR_UNKNOWN_REVISION, answer); };
+    EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }), step.text);
+    EXPECT_EQ(Rcs(), "old text");
+    EXPECT_EQ(profile.Leftovers(), Names{});
+    EXPECT_FALSE(store->HasReplacedRcs());
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, IdentityStepsComeInTheirOrder) {
+  Open();
+  store->CreateBackups("old text", {});
+  std::vector<std::wstring> order;
+  for (const IdentityStep& step : kIdentitySteps) {
+    (*calls).*step.call = [&](BOOL&) {
+      order.emplace_back(step.text);
+      return false;
+    };
+  }
+  calls->on_create = [&](const std::wstring& path, BOOL&) {
+    order.emplace_back(path.ends_with(L".tmp") ? L"create" : L"log");
+    return false;
+  };
+  store->PrepareReplacement("new text");
+  std::vector<std::wstring> expected;
+  for (const IdentityStep& step : kIdentitySteps) {
+    expected.emplace_back(step.text);
+  }
+  expected.insert(expected.end(), {L"create", L"log"});
+  EXPECT_EQ(order, expected);
+}
+
+TEST_F(WindowsStoreReplaceTest, IdentityOfTheRecoveryFileThatCannotBeMadeBlocksTheRollback) {
+  for (const IdentityStep& step : kIdentitySteps) {
+    calls = std::make_shared<ScriptedCalls>();
+    WriteFileBytes(profile.Rcs(), "old text");
+    OpenPrepared();
+    EXPECT_EQ(Commit(), L"");
+    (*calls).*step.call = [](BOOL& answer) { return FailWith(ERROR_UNKNOWN_REVISION, answer); };
+    EXPECT_EQ(RollBack(), step.text);
+    EXPECT_EQ(Rcs(), "new text");
+    EXPECT_EQ(profile.Leftovers(), Names{});
+  }
+}
+
 // Committing
 
 TEST_F(WindowsStoreReplaceTest, CommitPutsTheNewTextInPlaceAndLeavesNoWorkingFile) {
@@ -207,6 +269,30 @@ TEST_F(WindowsStoreReplaceTest, MereTouchSinceOpeningFails) {
   EXPECT_EQ(Commit(), kSourceChanged);
   EXPECT_FALSE(store->HasReplacedRcs());
   EXPECT_EQ(Rcs(), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, SameSizeAndTimeAgainMakeTheFileTheSameWhateverItsAttributes) {
+  OpenPrepared();
+  calls->after_get_attributes = [](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) {
+    data.dwFileAttributes |= FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+  };
+  EXPECT_EQ(Commit(), L"");
+}
+
+TEST_F(WindowsStoreReplaceTest, AnotherSizeOrEitherHalfOfAnotherTimeFails) {
+  const std::function<void(WIN32_FILE_ATTRIBUTE_DATA&)> changes[] = {
+      [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.nFileSizeHigh; },
+      [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.nFileSizeLow; },
+      [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.ftLastWriteTime.dwHighDateTime; },
+      [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.ftLastWriteTime.dwLowDateTime; }};
+  for (const auto& change : changes) {
+    OpenPrepared();
+    calls->after_get_attributes = [&](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) { change(data); };
+    EXPECT_EQ(Commit(), kSourceChanged);
+    calls->after_get_attributes = {};
+    EXPECT_EQ(Rcs(), "old text");
+    CloseAndExpectNothingLeft();
+  }
 }
 
 TEST_F(WindowsStoreReplaceTest, FileGoneSinceOpeningNamesTheCode) {

@@ -80,6 +80,21 @@ TEST_F(WindowsStoreTest, DirectoryIsRefused) {
   EXPECT_EQ(FailureText([&] { Open(); }), L"Unsafe/read-only RCS target.");
 }
 
+TEST_F(WindowsStoreTest, EachUnsafeAttributeAloneIsRefusedAndNoOtherIs) {
+  for (DWORD attribute = 1; attribute != 0; attribute <<= 1U) {
+    SCOPED_TRACE(attribute);
+    calls->after_get_attributes = [&](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) {
+      data.dwFileAttributes = attribute;
+    };
+    const bool is_unsafe = attribute == FILE_ATTRIBUTE_READONLY ||
+                           attribute == FILE_ATTRIBUTE_DIRECTORY ||
+                           attribute == FILE_ATTRIBUTE_REPARSE_POINT;
+    EXPECT_EQ(FailureText([&] { Open(); }), is_unsafe ? L"Unsafe/read-only RCS target." : L"");
+    store.reset();
+    EXPECT_EQ(FolderEntries(profile.Directory()), Names{L"DXP.RCS"});
+  }
+}
+
 TEST_F(WindowsStoreTest, UnreadableSecurityIsNamedByItsStep) {
   int call = 0;
   int failing = 1;
@@ -412,6 +427,59 @@ TEST_F(WindowsStoreTest, LogThatCannotBeWrittenOrFlushedSaysWhich) {
   calls->on_write = {};
   const FileHandle lock = OpenWithoutSharing(Saved(L"operation.log"));
   EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
+}
+
+/// What a failure of the next log line carries as its code.
+class LogFailureTest : public StoreTest {
+ protected:
+  DWORD Code() {
+    try {
+      store->AppendLog("x");
+    } catch (const kestrune::Failure& failure) {
+      return failure.code;
+    }
+    return ERROR_SUCCESS;
+  }
+};
+
+TEST_F(LogFailureTest, CodeIsThatOfTheCallThatFailed) {
+  Open();
+  calls->on_flush = [](BOOL& answer) { return FailWith(ERROR_IO_DEVICE, answer); };
+  EXPECT_EQ(Code(), DWORD{ERROR_IO_DEVICE});
+  calls->on_write = [](BOOL& answer) { return FailWith(ERROR_DISK_FULL, answer); };
+  EXPECT_EQ(Code(), DWORD{ERROR_DISK_FULL});
+  calls->on_create = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Code(), DWORD{ERROR_SHARING_VIOLATION});
+  store.reset();
+  calls->on_make_directory = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_WRITE_PROTECT, answer);
+  };
+  Open();
+  EXPECT_EQ(Code(), DWORD{ERROR_WRITE_PROTECT});
+}
+
+/// A write that succeeds without writing anything, behind some older failure.
+bool WriteNothing(BOOL& answer) {
+  SetLastError(ERROR_DISK_FULL);
+  answer = TRUE;
+  return true;
+}
+
+TEST_F(LogFailureTest, ShortWriteHasItsOwnCodeAndNoOlderOne) {
+  Open();
+  calls->on_write = WriteNothing;
+  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
+  EXPECT_EQ(Code(), DWORD{ERROR_WRITE_FAULT});
+}
+
+TEST_F(LogFailureTest, ShortWriteOfAWorkingFileHasItsOwnCodeAndNoOlderOne) {
+  Open();
+  store->CreateBackups("old text", {});
+  calls->on_write = WriteNothing;
+  EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }),
+            L"Write recovery/temp file (Win32 29)");
 }
 
 TEST_F(WindowsStoreTest, ProfileWithALongPathIsBackedUpAndReplaced) {

@@ -2,8 +2,8 @@
 
 namespace kestrune {
 
-/// A moment on the user's clock, as logs and names show it.
-struct LocalTime {
+/// A moment as a clock shows it, for logs and names: the user's own or one in UTC.
+struct ClockTime {
   unsigned year = 0;
   unsigned month = 0;
   unsigned day = 0;
