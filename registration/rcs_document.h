@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "registration/rcs_index.h"
+#include "registration/rcs_text.h"
 
 namespace altium_registration {
 
@@ -38,57 +39,6 @@ struct RcsParseOptions {
   /// Further keywords that begin a record. Such a record has an identifier and attributes, no
   /// children, and no meaning here. The keywords must outlive the call only.
   RcsKinds carried_kinds = {};
-};
-
-/// An identifier or attribute value: bytes of the file without their outer quotes. Lives as long as
-/// the file's text.
-class RcsText {
- public:
-  RcsText() = default;
-  /// `written` stands as in the file; `doubled` tells that it holds doubled quotes, each of which
-  /// means one.
-  RcsText(std::string_view written, bool doubled) : written_(written), doubled_(doubled) {}
-
-  bool empty() const { return written_.empty(); }
-  /// The text meant, doubled quotes collapsed.
-  std::string ToString() const;
-  std::uint32_t Hash() const;
-  /// A number that equal texts share, made from as little as their ends and their length.
-  std::uint32_t Sketch() const {
-    return empty() ? 0
-                   : static_cast<std::uint32_t>(written_.size()) * 5 +
-                         static_cast<unsigned char>(written_.front()) * 3U +
-                         static_cast<unsigned char>(written_.back()) * 7U;
-  }
-
-  friend bool operator==(const RcsText& left, const RcsText& right) {
-    return left.doubled_ == right.doubled_ ? left.written_ == right.written_
-                                           : left.ToString() == right.ToString();
-  }
-  friend bool operator==(const RcsText& left, std::string_view right) {
-    return left == RcsText(right, false);
-  }
-
- private:
-  std::string_view written_;
-  bool doubled_ = false;
-};
-
-/// Where a text stands in the file: 8 bytes, as a file can hold a million of them.
-class RcsSpan {
- public:
-  RcsSpan() = default;
-  RcsSpan(std::uint32_t begin, std::uint32_t size, bool doubled)
-      : begin_(begin), size_and_doubled_(size << 1 | (doubled ? 1U : 0U)) {}
-
-  RcsText In(std::string_view raw) const {
-    return {std::string_view(raw.data() + begin_, size_and_doubled_ >> 1),
-            (size_and_doubled_ & 1) != 0};
-  }
-
- private:
-  std::uint32_t begin_ = 0;
-  std::uint32_t size_and_doubled_ = 0;
 };
 
 /// One record. Records lie in file order, parents before their children, so a record's
@@ -146,8 +96,5 @@ class RcsDocument {
   std::vector<NamedValue> attributes_;
   RcsIndex identifiers_;
 };
-
-/// Writes an attribute value: in quotes, every quote inside doubled.
-std::string Quote(std::string_view value);
 
 }  // namespace altium_registration

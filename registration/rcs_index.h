@@ -4,12 +4,50 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string_view>
 #include <vector>
 
 namespace altium_registration {
 
 /// Stands for "none" where items of a file are numbered.
 inline constexpr std::uint32_t kNoRcsItem = 0xFFFFFFFF;
+
+template <typename Word>
+std::uint64_t LoadWord(const char* bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
+}
+
+inline constexpr std::uint64_t kHashFactor = 0x9E3779B97F4A7C15;
+
+inline std::uint64_t Mixed(std::uint64_t hash, std::uint64_t word) {
+  hash = (hash ^ word) * kHashFactor;
+  return hash ^ hash >> 32;
+}
+
+/// The hash of a text for RcsIndex. Reads whole words, overlapping at the end: identifiers are
+/// short, and every record has one.
+inline std::uint32_t HashOf(std::string_view bytes) {
+  const std::size_t size = bytes.size();
+  const char* const data = bytes.data();
+  std::uint64_t hash = size;
+  if (size >= 8) {
+    for (std::size_t at = 0; at + 8 < size; at += 8) {
+      hash = Mixed(hash, LoadWord<std::uint64_t>(data + at));
+    }
+    hash = Mixed(hash, LoadWord<std::uint64_t>(data + size - 8));
+  } else if (size >= 4) {
+    hash =
+        Mixed(hash, LoadWord<std::uint32_t>(data) << 32 | LoadWord<std::uint32_t>(data + size - 4));
+  } else {
+    for (const char byte : bytes) {
+      hash = Mixed(hash, static_cast<unsigned char>(byte));
+    }
+  }
+  return static_cast<std::uint32_t>(hash * kHashFactor >> 32);
+}
 
 /// A hash index over items that are numbered and stored elsewhere: 8 bytes a slot and no
 /// allocation per item, as a file of the largest size names a million of them.
