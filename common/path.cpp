@@ -1,6 +1,7 @@
 #include "common/path.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "common/ordinal.h"
 
@@ -19,6 +20,20 @@ std::size_t RootLength(std::wstring_view path) {
     ++length;
   }
   return length;
+}
+
+/// The drive or server first, then the directories and the name; separators and empty components
+/// are left out.
+std::vector<std::wstring_view> PathComponents(std::wstring_view path) {
+  std::vector<std::wstring_view> components;
+  for (std::size_t at = 0; at < path.size();) {
+    const std::size_t end = std::min(path.find_first_of(L"\\/", at), path.size());
+    if (end > at) {
+      components.push_back(path.substr(at, end - at));
+    }
+    at = end + 1;
+  }
+  return components;
 }
 
 }  // namespace
@@ -53,18 +68,6 @@ std::wstring_view ParentPath(std::wstring_view path) {
     --end;
   }
   return path.substr(0, end);
-}
-
-std::vector<std::wstring_view> PathComponents(std::wstring_view path) {
-  std::vector<std::wstring_view> components;
-  for (std::size_t at = 0; at < path.size();) {
-    const std::size_t end = std::min(path.find_first_of(L"\\/", at), path.size());
-    if (end > at) {
-      components.push_back(path.substr(at, end - at));
-    }
-    at = end + 1;
-  }
-  return components;
 }
 
 bool LiesInside(std::wstring_view path, std::wstring_view root) {

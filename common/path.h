@@ -2,7 +2,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace kestrune {
 
@@ -24,10 +23,6 @@ std::wstring_view FileStem(std::wstring_view path);
 
 /// Everything before the last component, without a trailing separator except at a root ("C:\").
 std::wstring_view ParentPath(std::wstring_view path);
-
-/// The path's components: the root name ("C:", "\\server") first, then the directories and the
-/// name; separators and empty components are left out.
-std::vector<std::wstring_view> PathComponents(std::wstring_view path);
 
 /// Whether `path` is `root` or lies below it: every component of the root equals the path's
 /// component in the same place, without regard to case. Both must be full paths.

@@ -52,22 +52,7 @@ class SettingsFile {
   std::wstring buffer_;
 };
 
-}  // namespace
-
-std::wstring ResolveSettingsPath(const std::wstring& folder_name) {
-  std::wstring folder;
-  if (!ShellFolder(CSIDL_LOCAL_APPDATA, folder) || folder.empty()) {
-    return {};
-  }
-  const std::wstring below = L"\\" + folder_name + L"\\settings.ini";
-  std::wstring local = folder + below;
-  if (!ShellFolder(CSIDL_COMMON_APPDATA, folder) ||
-      GetFileAttributesW(local.c_str()) != INVALID_FILE_ATTRIBUTES) {
-    return local;
-  }
-  return folder + below;
-}
-
+/// All keys of the settings file at its full path.
 UserSettings ReadSettingsFile(const std::wstring& path) {
   SettingsFile file(path);
   UserSettings settings;
@@ -82,6 +67,22 @@ UserSettings ReadSettingsFile(const std::wstring& path) {
   settings.export_directory = file.Text(L"Export", L"Directory");
   settings.extra_records = file.Text(L"Registration", L"ExtraRecords");
   return settings;
+}
+
+}  // namespace
+
+std::wstring ResolveSettingsPath(const std::wstring& folder_name) {
+  std::wstring folder;
+  if (!ShellFolder(CSIDL_LOCAL_APPDATA, folder) || folder.empty()) {
+    return {};
+  }
+  const std::wstring below = L"\\" + folder_name + L"\\settings.ini";
+  std::wstring local = folder + below;
+  if (!ShellFolder(CSIDL_COMMON_APPDATA, folder) ||
+      GetFileAttributesW(local.c_str()) != INVALID_FILE_ATTRIBUTES) {
+    return local;
+  }
+  return folder + below;
 }
 
 bool LoadUserSettings(UserSettings& settings, std::wstring& settings_path,

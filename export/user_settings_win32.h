@@ -19,16 +19,13 @@ inline constexpr wchar_t kSettingsFolder[] = L"Kestrune";
 std::wstring ResolveSettingsPath(const std::wstring& folder_name);
 
 /// Reads the user's settings afresh. `settings_path` becomes the file that was read, empty when
-/// there is none: then the defaults stand, which is success.
+/// there is none: then the defaults stand, which is success. A value keeps at most 32,767
+/// characters; absent or malformed keys leave their defaults.
 ///
 /// False only when no path can be formed: "The Windows LocalAppData directory is unavailable.".
 /// Throws Failure "status" when the file's presence cannot be asked.
 [[nodiscard]] bool LoadUserSettings(UserSettings& settings, std::wstring& settings_path,
                                     std::wstring& error_text);
-
-/// Reads the keys of one settings file, given by its full path. A value keeps at most 32,767
-/// characters; absent or malformed keys leave their defaults.
-UserSettings ReadSettingsFile(const std::wstring& path);
 
 /// The caption of the export command under these settings.
 std::wstring BuildExportCommandLabel(const UserSettings& settings);
