@@ -127,20 +127,10 @@ std::wstring FirstRejection(const Preparation& run) {
   }
 }
 
+/// Whatever stands in the root's place goes: nothing but a throw-away project has business there.
 void RemoveOldProject(const std::wstring& root) {
-  ClearReadOnly(root);
-  if (RemoveDirectoryW(ExtendedPath(root).c_str())) {
-    return;
-  }
-  DWORD code = GetLastError();
-  if (code == ERROR_DIR_NOT_EMPTY) {
-    if (RemoveTree(root)) {
-      return;
-    }
-    code = GetLastError();
-  }
-  if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) {
-    throw Failure{L"remove", code};
+  if (!RemoveTree(root)) {
+    ThrowLastError(L"remove");
   }
 }
 

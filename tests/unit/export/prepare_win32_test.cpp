@@ -169,11 +169,17 @@ TEST_F(PreparationTest, ABoardNamedLikeTheSignOfCompletionIsACollision) {
   EXPECT_FALSE(Exists(Temporary(L"ready.txt")));
 }
 
-TEST_F(PreparationTest, AFileInThePlaceOfTheTemporaryRootFailsWithItsCode) {
+TEST_F(PreparationTest, AFileInThePlaceOfTheTemporaryRootGivesWay) {
   PutFile(folders_.temporary, "no folder");
+  EXPECT_EQ(Prepare(), 0);
+  EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
+}
+
+TEST_F(PreparationTest, AnOldFileInUseFailsWithItsCode) {
+  ASSERT_EQ(Prepare(), 0);
+  const FileHandle held = HoldOpen(Temporary(L"ready.txt"), GENERIC_READ, FILE_SHARE_READ);
   EXPECT_EQ(Prepare(), 4);
-  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=remove GetLastError=267");
-  EXPECT_EQ(FileBytes(folders_.temporary), "no folder");
+  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=remove GetLastError=32");
 }
 
 TEST_F(PreparationTest, AFailedCopyIsLoggedWithItsCode) {
