@@ -11,9 +11,10 @@ namespace {
 
 constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 
+/// Newer systems answer ERROR_DIRECTORY for a path below a file, older ones ERROR_PATH_NOT_FOUND.
 bool IsNotFound(DWORD code) {
   return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ||
-         code == ERROR_BAD_NETPATH || code == ERROR_INVALID_NAME;
+         code == ERROR_BAD_NETPATH || code == ERROR_INVALID_NAME || code == ERROR_DIRECTORY;
 }
 
 FileKind KindOf(DWORD attributes) {

@@ -36,8 +36,8 @@ struct FileEntry {
 [[nodiscard]] bool QueryEntry(const std::wstring& path, FileEntry& entry, DWORD& code);
 
 /// The kind alone, past symbolic links. Absent are file not found (2), path not found (3), bad
-/// network path (53) and invalid name (123); any other error throws Failure "status" with the
-/// Windows code.
+/// network path (53), invalid name (123) and no directory on the way (267); any other error throws
+/// Failure "status" with the Windows code.
 FileKind QueryFileKind(const std::wstring& path);
 
 /// QueryFileKind for callers to whom an error means the same as an absent file.

@@ -83,6 +83,8 @@ TEST_F(FileTest, KindTellsFilesFromDirectories) {
 }
 
 TEST_F(FileTest, WhatCannotExistIsAbsent) {
+  ASSERT_TRUE(WriteWholeFile(In(L"file"), "x"));
+  EXPECT_EQ(QueryFileKind(In(L"file\\below")), FileKind::Absent);
   EXPECT_EQ(QueryFileKind(In(L"missing")), FileKind::Absent);
   EXPECT_EQ(QueryFileKind(In(L"missing\\below")), FileKind::Absent);
   EXPECT_EQ(QueryFileKind(In(L"a|b")), FileKind::Absent);
