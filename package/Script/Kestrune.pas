@@ -402,8 +402,7 @@ Begin
                         Or (Pos('] Stage: Prepare failed', Lines.Strings[I]) > 0)
                         Or (Pos('] Stage: Prepare layer selection failed', Lines.Strings[I]) > 0)
                         Or (Pos('] Stage: Prepare missing dependency', Lines.Strings[I]) > 0)
-                        Or (Pos('] Stage: Prepare dependency name collision', Lines.Strings[I]) > 0)
-                        Or (Pos('] Stage: Prepare status failed', Lines.Strings[I]) > 0) Then
+                        Or (Pos('] Stage: Prepare dependency name collision', Lines.Strings[I]) > 0) Then
                         Result := Lines.Strings[I];
             Except
                 Result := '';
