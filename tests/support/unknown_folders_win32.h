@@ -11,7 +11,8 @@ class UnknownFolders final : public FolderCalls {
     profile = listed_profile;
     return !profile.empty();
   }
-  bool ShellFolder(const KNOWNFOLDERID& folder, DWORD, std::wstring& path) override {
+  bool ShellFolder(const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) override {
+    asked_flags = flags;
     path = known != nullptr && folder == *known ? shell_path : L"";
     return !path.empty();
   }
@@ -20,6 +21,8 @@ class UnknownFolders final : public FolderCalls {
   /// The one folder that the shell knows, at `shell_path`.
   const KNOWNFOLDERID* known = nullptr;
   std::wstring shell_path;
+  /// The flags of the last question to the shell.
+  DWORD asked_flags = 0;
 };
 
 }  // namespace kestrune

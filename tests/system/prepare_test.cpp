@@ -454,6 +454,14 @@ TEST_F(StatusTest, AStaleTemporaryNameIsOverwritten) {
   EXPECT_THAT(Left(), ElementsAre(L"done.txt"));
 }
 
+TEST_F(StatusTest, ATemporaryNameThatAnotherProgramHasOpenIsShared) {
+  PutFile(status_ + L".tmp", "scanned");
+  const FileHandle open = HoldOpen(status_ + L".tmp", GENERIC_READ | GENERIC_WRITE,
+                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  EXPECT_TRUE(EndsSilentlyWith(0, PrepareWithStatus(status_)));
+  EXPECT_EQ(FileBytes(status_), "OK\r\n");
+}
+
 TEST_F(StatusTest, AStatusFolderThatIsNotThereEndsWithTen) {
   EXPECT_TRUE(EndsSilentlyWith(10, PrepareWithStatus(Scratch(L"nowhere\\done.txt"))));
   EXPECT_EQ(Log().back(), Entry(L"Prepare status failed", L"Cannot publish completion result"));

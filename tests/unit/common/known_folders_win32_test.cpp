@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <knownfolders.h>
 #include <sddl.h>
+#include <shlobj.h>
 
 #include <gtest/gtest.h>
 
@@ -139,6 +140,20 @@ TEST(KnownFolders, TemporaryRootLiesInPublicDocuments) {
   EXPECT_TRUE(root.ends_with(L"\\Kestrune\\Temp")) << root.size();
   const std::wstring documents(ParentPath(ParentPath(root)));
   EXPECT_EQ(QueryFileKind(documents), FileKind::Directory);
+}
+
+TEST(KnownFolders, OnlyPublicDocumentsAreMadeWhereTheyAreMissing) {
+  UnknownFolders folders;
+  std::wstring path;
+  std::wstring error_text;
+  folders.known = &FOLDERID_PublicDocuments;
+  folders.shell_path = L"D:\\public";
+  EXPECT_TRUE(TemporaryRoot(path, error_text, folders));
+  EXPECT_EQ(path, L"D:\\public\\Kestrune\\Temp");
+  EXPECT_EQ(folders.asked_flags, DWORD{KF_FLAG_CREATE});
+  folders.known = &FOLDERID_LocalAppData;
+  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(folders.asked_flags, 0U);
 }
 
 TEST(KnownFolders, RuntimeRootLiesInLocalApplicationData) {

@@ -285,6 +285,25 @@ TEST_F(AfterExportTest, ARealChildSeesLineFolderAndEnvironmentButNoHandle) {
       << Utf8FromWide(text);
 }
 
+/// Tells how often a thread was suspended when it was resumed.
+class CountedSuspensions final : public LaunchCalls {
+ public:
+  DWORD Resume(HANDLE thread) override {
+    suspensions = LaunchCalls::Resume(thread);
+    return suspensions;
+  }
+
+  DWORD suspensions = 0;
+};
+
+TEST_F(AfterExportTest, AProcessStandsStillUntilItIsResumed) {
+  const Variable record(L"KESTRUNE_CHILD_RECORD", Scratch(L"record"));
+  CountedSuspensions calls;
+  EXPECT_TRUE(RunAfterExport(Recorder(), kZip, std::nullopt, calls).delivered);
+  EXPECT_EQ(calls.suspensions, 1U);
+  EXPECT_FALSE(Record().empty());
+}
+
 TEST_F(AfterExportTest, ARunningCopyIsServedFirst) {
   const std::wstring name = L"TAVORIN.Kestrune." + Decimal(GetCurrentProcessId());
   const FileHandle slot(CreateMailslotW((L"\\\\.\\mailslot\\" + name).c_str(), 0, 0, nullptr));

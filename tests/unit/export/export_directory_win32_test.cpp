@@ -40,6 +40,15 @@ TEST_F(ExportDirectoryTest, NothingElseIsUsableAndNothingIsCreated) {
   EXPECT_EQ(NamesIn(Scratch(L"")), std::vector<std::wstring>{L"file"});
 }
 
+TEST_F(ExportDirectoryTest, AFolderThatTakesNoFileIsNotUsable) {
+  const std::wstring folder = RunsUnderWine() ? L"Z:\\proc" : L"C:\\System Volume Information";
+  if (QueryFileKindQuietly(folder) != FileKind::Directory) {
+    GTEST_SKIP() << "the system has no folder at hand in which nobody may create a file";
+  }
+  std::wstring prepared;
+  EXPECT_FALSE(PrepareExportDirectory(folder, prepared));
+}
+
 TEST_F(ExportDirectoryTest, ADeepFolderIsUsable) {
   std::wstring deep = Scratch(L"deep");
   while (deep.size() < 300) {

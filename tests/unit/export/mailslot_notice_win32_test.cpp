@@ -205,6 +205,8 @@ TEST_F(MailslotListenerTest, AListenerInAnotherProcessGetsTheBytes) {
   const KernelHandle process = OpenListener(listener.Id());
   EXPECT_TRUE(Verifies(process.Get(), listener.Id(), TestProgramPath(L"mailslot_listener")));
   EXPECT_FALSE(Verifies(process.Get(), listener.Id(), OwnImage()));
+  EXPECT_FALSE(Verifies(OpenListener(GetCurrentProcessId()).Get(), listener.Id(), OwnImage()))
+      << "another process than the one that was opened";
   EXPECT_TRUE(
       SendToRunningInstance(name, L"first \"line\"", TestProgramPath(L"mailslot_listener")));
   EXPECT_TRUE(SendToRunningInstance(name, L"second", L"C:\\other.exe"));

@@ -84,6 +84,14 @@ TEST(PositionWindow, AWindowLargerThanTheWorkAreaGoesToItsCorner) {
   EXPECT_EQ(target.Place().top, area.top);
 }
 
+TEST(PositionWindow, AReferenceOutsideEveryMonitorMeansThePrimaryOne) {
+  const TestWindow reference(-30000, -30000, 400, 300);
+  ASSERT_EQ(MonitorFromWindow(reference.Handle(), MONITOR_DEFAULTTONULL), nullptr);
+  const TestWindow target(3, 5, 300, 200);
+  EXPECT_EQ(PositionWindow(target.Number(), reference.Number()), 0);
+  ExpectCentred(target, 300, 200, WorkArea(reference.Handle()));
+}
+
 TEST(PositionWindow, DoesNotShowOrActivate) {
   const TestWindow target(3, 5, 300, 200);
   const HWND foreground = GetForegroundWindow();
