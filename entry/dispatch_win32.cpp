@@ -10,6 +10,7 @@
 #include "common/log_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
+#include "common/program_path_win32.h"
 #include "entry/prepare_status_win32.h"
 #include "export/finalize_win32.h"
 #include "export/native_wait_win32.h"
@@ -24,14 +25,6 @@ constexpr int kNotACommand = 1;
 constexpr int kInvalidInstallerLine = 2;
 constexpr int kNoTemporaryRoot = 2;
 constexpr int kStatusNotPublished = 10;
-
-/// The program's own path in a buffer of the classic length. Empty when it does not fit: what
-/// Windows cuts names another file or none, and deploying from nowhere fails with its own text.
-std::wstring ProgramPath() {
-  wchar_t buffer[MAX_PATH] = {};
-  const DWORD length = GetModuleFileNameW(nullptr, buffer, MAX_PATH);
-  return length < MAX_PATH ? std::wstring(buffer, length) : std::wstring();
-}
 
 /// Tells a script that asked for it how the preparation ended; answers the exit code.
 int PublishOutcome(const PrepareCommand& command, int prepare_code) {
@@ -133,6 +126,7 @@ struct LastResort {
 }  // namespace
 
 InstallerResult ModeCalls::Install(const InstallerOptions& options) {
+  // Of a path that does not fit nothing is known; deploying from nowhere fails with its own text.
   return RunInstallerCommand(options, ProgramPath());
 }
 

@@ -9,6 +9,7 @@
 #include "common/file_win32.h"
 #include "common/path.h"
 #include "common/text.h"
+#include "registration/global_projects.h"
 #include "registration/global_projects_key_win32.h"
 #include "tests/support/install_fixture_win32.h"
 
@@ -92,6 +93,46 @@ TEST_F(InstallTest, KeepsEverythingOfTheUserAndNamesTheInstanceInTheLog) {
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
   EXPECT_EQ(ReadAsHost(host).projects, used.projects);
   EXPECT_EQ(ReadAsHost(host).buttons.size(), 1U);
+}
+
+/// Waits until a run has logged what it intends, and shuts its operation log from then on.
+FileHandle ShutLog(const MadeInstance& host) {
+  const ULONGLONG end = GetTickCount64() + 20'000;
+  while (GetTickCount64() < end) {
+    const std::wstring log = JoinPath(LatestBackup(host), L"operation.log");
+    std::string text;
+    if (ReadWholeFile(log, 4096, text) && text.find("Intended SHA256=") != std::string::npos) {
+      FileHandle shut(
+          CreateFileW(log.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+      if (shut) {
+        return shut;
+      }
+    }
+  }
+  return {};
+}
+
+TEST_F(InstallTest, ALogThatShutsAfterTheBackupsFailsTheReportAndNotTheRegistration) {
+  // Every second number is missing: so many entries to rewrite take longer than to shut the log.
+  constexpr int kProjects = 100;
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  altium_registration::SystemCalls calls;
+  for (int i = 0; i < kProjects; ++i) {
+    altium_registration::WriteRegistryValue(
+        calls, host.ProjectsKey(),
+        {L"Item" + std::to_wstring(2 * i + 3), altium_registration::kRegistryText,
+         altium_registration::TextData(L"C:\\Scripts\\" + std::to_wstring(i) + L".PrjScr")});
+  }
+  ProgramRun run(KestrunePath(), L"--install --package " + Quoted(package_));
+  const FileHandle shut = ShutLog(host);
+  ASSERT_TRUE(shut);
+  const RunOutcome outcome = Finish(std::move(run));
+  EXPECT_TRUE(
+      EndsWithBox(40, Transacted(host, L"FAILED: Cannot write operation log."), kBad, outcome));
+  EXPECT_TRUE(HasWorkingButton(host));
+  EXPECT_EQ(ReadAsHost(host).projects.size(), kProjects + 2U);
+  EXPECT_EQ(NamesIn(host.profile), (std::vector<std::wstring>{L"DXP.RCS", L"KestruneBackups"}));
+  ASSERT_TRUE(EndsWithBox(0, HeaderOf(host) + L"Installed\n", kGood, Run(L"--status")));
 }
 
 TEST_F(InstallTest, ASecondRunChangesNothingButAddsALog) {

@@ -3,11 +3,17 @@
 #include <gtest/gtest.h>
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <limits>
+#include <new>
+#include <optional>
+
 #include "common/file_win32.h"
 #include "common/log_win32.h"
 #include "common/text.h"
 #include "common/windows_error_win32.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/scarce_memory_win32.h"
 #include "tests/support/unix_link_win32.h"
 #include "tests/support/unknown_folders_win32.h"
 
@@ -244,6 +250,69 @@ TEST_F(FinalizeTest, AHeldClipboardIsAWarningWithTheInformationIcon) {
   EXPECT_EQ(outcome.icon, MessageIcon::Information);
   EXPECT_EQ(outcome.message, L"ODB++ export successful.\n\nZIP:\n" + DefaultZip() +
                                  L"\n\nSize: 0 KB\n\nWarning: Cannot open the Windows Clipboard.");
+}
+
+/// Deliveries in a process that runs out of memory.
+class FinalizeInScarcity : public FinalizeTest {
+ protected:
+  using Refused = ScarceMemory::Refused;
+  static constexpr long kPoints = 80;
+
+  /// Answers how many allocations were asked for; `outcome_` is empty when the failure escaped.
+  long DeliverWith(long allowed, Refused refused) {
+    outcome_.reset();
+    const ScarceMemory memory(allowed, refused);
+    try {
+      outcome_ = DeliverExport(folders_.local, native_, board_, std::nullopt);
+    } catch (const std::bad_alloc&) {
+      // The dispatch tells the user.
+    }
+    return ScarceMemory::Asked();
+  }
+
+  /// Every delivery begins without an archive and without a log.
+  void DeliverAtEachPoint(Refused refused, const std::function<void()>& check) {
+    const long all = DeliverWith(std::numeric_limits<long>::max(), Refused::One);
+    ASSERT_EQ(outcome_->code, 0);
+    ASSERT_GT(all, kPoints);
+    for (long point = 0; point <= kPoints; ++point) {
+      const long allowed = (all - 1) * point / kPoints;
+      SCOPED_TRACE(testing::Message() << "allocation " << allowed << " of " << all);
+      DeleteFileW(DefaultZip().c_str());
+      DeleteFileW(folders_.log.c_str());
+      DeliverWith(allowed, refused);
+      if (!Exists(DefaultZip())) {
+        EXPECT_TRUE(!outcome_ || outcome_->code == 4);
+      } else {
+        EXPECT_EQ(FileBytes(DefaultZip()), "PK archive");
+      }
+      check();
+    }
+  }
+
+  std::wstring board_ = L"C:\\boards\\Main.PcbDoc";
+  std::optional<FinalizeOutcome> outcome_;
+};
+
+TEST_F(FinalizeInScarcity, OneRefusalIsAFailureThatIsLoggedAndToldOrDoesNoHarm) {
+  int failed = 0;
+  DeliverAtEachPoint(Refused::One, [&] {
+    ASSERT_TRUE(outcome_);
+    if (outcome_->code == 4) {
+      ++failed;
+      ExpectGenericFailure(*outcome_);
+      EXPECT_EQ(Log().back(), FailedEntry(L"yes", ERROR_NOT_ENOUGH_MEMORY));
+    } else {
+      EXPECT_EQ(outcome_->message.substr(0, 24), L"ODB++ export successful.");
+    }
+  });
+  EXPECT_GT(failed, 0);
+}
+
+TEST_F(FinalizeInScarcity, WithoutAnyMemoryFromAPointOnNoArchiveIsTorn) {
+  int escaped = 0;
+  DeliverAtEachPoint(Refused::AllFromThenOn, [&] { escaped += outcome_ ? 0 : 1; });
+  EXPECT_GT(escaped, 0);
 }
 
 TEST_F(FinalizeTest, UnreadableSettingsAreSilentlyTheDefaults) {

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <thread>
+
 #include "common/file_win32.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -123,6 +125,24 @@ TEST_F(PreparationTest, ATemporaryRootThatIsALinkLosesTheLinkAndNotItsTarget) {
   EXPECT_THAT(NamesIn(victim), ElementsAre(L"file"));
   EXPECT_TRUE(code == 0 || (code == 4 && RunsUnderWine())) << code;
   RemoveLink(folders_.temporary);
+}
+
+/// Where Windows keeps the name of a removed folder until it is closed, this waits; Wine frees it.
+TEST_F(PreparationTest, ATemporaryRootThatSomebodyHasOpenForAMomentIsMadeAgain) {
+  ASSERT_EQ(Prepare(), 0);
+  FileHandle held(CreateFileW(folders_.temporary.c_str(), GENERIC_READ,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  ASSERT_TRUE(held);
+  std::thread holder([&] {
+    Sleep(300);
+    held.Reset();
+  });
+  const int code = Prepare();
+  holder.join();
+  EXPECT_EQ(code, 0);
+  EXPECT_THAT(NamesIn(folders_.temporary),
+              ElementsAre(L"Bridge.OutJob", L"Bridge.PcbDoc", L"Bridge.PrjPcb", L"ready.txt"));
 }
 
 TEST_F(PreparationTest, WithoutLocalApplicationDataItEndsSilentlyWithTwo) {

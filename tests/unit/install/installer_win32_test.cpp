@@ -13,6 +13,23 @@ namespace {
 
 using Refused = ScarceMemory::Refused;
 
+class InstallerFromNowhere : public InstallTest {};
+
+TEST_F(InstallerFromNowhere, DeploysNothingAndChangesNoProfile) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  const std::string rcs = FileBytes(host.rcs);
+  InstallerOptions with_package;
+  with_package.package = package_;
+  for (const InstallerOptions& options : {InstallerOptions{}, with_package}) {
+    const InstallerResult result = RunInstallerCommand(options, L"");
+    EXPECT_EQ(result.code, 40);
+    EXPECT_EQ(result.message, Failed(host, L"Runtime deployment failed; profile unchanged."));
+  }
+  EXPECT_EQ(FileBytes(host.rcs), rcs);
+  EXPECT_TRUE(HasNothingOfOurs(host));
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
+}
+
 /// Installations in this process, over two instances of one user.
 class InstallerInScarcity : public InstallTest {
  protected:
