@@ -76,6 +76,8 @@ wine_environment() {
   export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
   export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe="
   export LC_ALL=C.UTF-8
+  # A clock apart from UTC, or no test could tell which of the two a time was taken from.
+  export TZ=KST-5:45
 }
 
 # start_display: a virtual screen for this script's windows; sets DISPLAY and display_pid.

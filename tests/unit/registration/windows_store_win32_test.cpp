@@ -326,15 +326,31 @@ TEST_F(WindowsStoreTest, BackupsHoldFileValuesInstanceAndSecurity) {
             std::string(reinterpret_cast<const char*>(security.data()), security.size()));
 }
 
+/// A backup directory of this process and that time, with a tick of 0.
+std::wstring NameAt(const SYSTEMTIME& time) {
+  return BackupDirectoryName({time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute,
+                              time.wSecond, time.wMilliseconds, GetCurrentProcessId(), 0});
+}
+
 TEST_F(WindowsStoreTest, BackupDirectoryLiesInTheProfileUnderTheGuidAndTheUtcTime) {
-  SYSTEMTIME now{};
-  GetSystemTime(&now);
+  SYSTEMTIME before{};
+  SYSTEMTIME after{};
+  GetSystemTime(&before);
+  const ULONGLONG first_tick = GetTickCount64();
   Open();
+  const ULONGLONG last_tick = GetTickCount64();
+  GetSystemTime(&after);
   const std::wstring root = profile.Directory() + L"\\KestruneBackups\\{GUID}\\";
   ASSERT_TRUE(store->BackupDirectory().starts_with(root));
   const std::wstring name = store->BackupDirectory().substr(root.size());
-  EXPECT_EQ(name.substr(0, 4), std::to_wstring(now.wYear));
-  EXPECT_NE(name.find(L"_" + std::to_wstring(GetCurrentProcessId()) + L"_"), std::wstring::npos);
+  const std::size_t tick_at = name.rfind(L'_') + 1;
+  const std::wstring stamp = name.substr(0, tick_at);
+  // The parts before the tick have a fixed width, so their order is that of the times.
+  EXPECT_LE(NameAt(before).substr(0, tick_at), stamp);
+  EXPECT_LE(stamp, NameAt(after).substr(0, tick_at));
+  const ULONGLONG tick = std::stoull(name.substr(tick_at));
+  EXPECT_LE(first_tick, tick);
+  EXPECT_LE(tick, last_tick);
 }
 
 TEST_F(WindowsStoreTest, SavedFileThatIsThereAlreadyIsNeverOverwritten) {
