@@ -12,6 +12,7 @@
 #include "common/text.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/small_disk_win32.h"
+#include "tests/support/unix_link_win32.h"
 
 namespace kestrune {
 namespace {
@@ -231,6 +232,22 @@ TEST_F(FileInstallation, WhatIsNoFileIsRefused) {
   EXPECT_EQ(message_, L"Cannot establish source last-write time: " + source_);
   source_ = Scratch(L"pkg\\missing");
   EXPECT_EQ(Decide(), InstallVerdict::Refused);
+}
+
+TEST_F(FileInstallation, ALinkIsNoSource) {
+  const std::wstring link = Scratch(L"pkg\\link.txt");
+  if (!MakeFileLink(link, source_)) {
+    GTEST_SKIP() << "no link could be made here";
+  }
+  const bool is_shown = (GetFileAttributesW(link.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  source_ = link;
+  const InstallVerdict verdict = Decide();
+  RemoveLink(link);
+  if (!is_shown) {
+    GTEST_SKIP() << "the link was seen as a file: Wine may show links of the host system so";
+  }
+  EXPECT_EQ(verdict, InstallVerdict::Refused);
+  EXPECT_EQ(message_, L"Cannot establish source last-write time: " + link);
 }
 
 TEST_F(FileInstallation, LockedFilesAreNamed) {
