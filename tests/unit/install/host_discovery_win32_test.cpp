@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <aclapi.h>
+#include <sddl.h>
+
 #include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/path.h"
@@ -163,6 +166,48 @@ TEST_F(HostDiscovery, AUserWithoutAnyProfileOrBranchHasNone) {
   EXPECT_EQ(Only().reason, missing);
   EXPECT_EQ(Only().profile_directory, L"");
   EXPECT_EQ(Only().rcs_path, L"");
+}
+
+/// Denies everybody the reading of the user's branches until the end of the scope.
+class UnreadableBranches {
+ public:
+  UnreadableBranches() {
+    RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Altium", 0, WRITE_DAC, key_.Put());
+    Protect(L"D:P(D;;KR;;;WD)(A;;WD;;;WD)");
+  }
+  UnreadableBranches(const UnreadableBranches&) = delete;
+  UnreadableBranches& operator=(const UnreadableBranches&) = delete;
+  ~UnreadableBranches() { Protect(L"D:(A;;KA;;;WD)"); }
+
+  static bool Works() {
+    RegistryKey key;
+    return RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Altium", 0, KEY_READ, key.Put()) ==
+           ERROR_ACCESS_DENIED;
+  }
+
+ private:
+  void Protect(const wchar_t* access) const {
+    LocalMemory<void> security;
+    EXPECT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(access, SDDL_REVISION_1,
+                                                                     security.Put(), nullptr));
+    RegSetKeySecurity(key_.Get(), DACL_SECURITY_INFORMATION, security.Get());
+  }
+
+  RegistryKey key_;
+};
+
+TEST_F(HostDiscovery, BranchesThatMayNotBeReadAreTheReason) {
+  MakeHost(UsedHost(1, 24));
+  {
+    const UnreadableBranches unreadable;
+    if (!UnreadableBranches::Works()) {
+      GTEST_SKIP() << "the access list of a key is not enforced here";
+    }
+    EXPECT_EQ(Only().reason, L"Cannot read HKCU Altium instances.");
+    EXPECT_TRUE(Only().needs_verification);
+    EXPECT_EQ(Only().rcs_path, L"");
+  }
+  EXPECT_EQ(Only().reason, L"");
 }
 
 TEST_F(HostDiscovery, AStatusThatCannotBeAskedEndsIt) {
