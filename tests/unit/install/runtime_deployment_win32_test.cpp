@@ -13,6 +13,7 @@
 #include "install/runtime_script_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/shell_folder_override_win32.h"
+#include "tests/support/small_disk_win32.h"
 
 namespace kestrune {
 namespace {
@@ -175,6 +176,35 @@ TEST_F(RuntimeScript, AMissingRuntimeDirectoryCannotBeWritten) {
   ASSERT_TRUE(RemoveTree(folders_.runtime));
   EXPECT_FALSE(Generate());
   EXPECT_EQ(message_, L"Cannot write the runtime script.");
+}
+
+TEST_F(RuntimeScript, AWaitingFileThatCannotBeWrittenWholeStays) {
+  const FullDisk disk;
+  if (disk.Folder().empty()) {
+    GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only";
+  }
+  EXPECT_FALSE(GenerateRuntimeScript(package_, disk.Folder(), message_));
+  EXPECT_EQ(message_, L"Cannot write the runtime script.");
+  const std::vector<std::wstring> left = NamesIn(disk.Folder());
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_TRUE(left[0].starts_with(L"script-") && left[0].ends_with(L".incoming"));
+}
+
+TEST_F(RuntimeScript, ATemplateThatCannotBeReadIsNamed) {
+  const std::wstring script = JoinPath(package_, L"Script\\Kestrune.pas");
+  const std::wstring text = L"Cannot read the runtime script template.";
+  {
+    const FileHandle held = HoldOpen(script, GENERIC_READ, 0);
+    EXPECT_FALSE(Generate());
+    EXPECT_EQ(message_, text);
+  }
+  constexpr std::size_t kLargest = 16U << 20U;
+  PutFile(script, std::string(kLargest + 1, 'x'));
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, text);
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
+  PutFile(script, std::string(kLargest, 'x'));
+  EXPECT_TRUE(Generate());
 }
 
 TEST_F(RuntimeScript, ARuntimeThatTheCodePageCannotHoldIsRefused) {
