@@ -487,6 +487,24 @@ TEST_F(InstallTest, TheHintNamesTheUsersApplication) {
   EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).hint, "Export PCB through Kestrune");
 }
 
+TEST_F(InstallTest, HintAndLogAreTextInTheAnsiCodePage) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  SetEntryText(host, L"DisplayVersion", L"24.1 \x00E4 \x540D");
+  const std::wstring application = Scratch(L"app.exe");
+  PutFile(application, "x");
+  const std::wstring settings =
+      L"[Target]\nEnabled=1\nExecutablePath=" + application + L"\nProgramName=";
+  Settings(settings + L"Vi\x00E4wer\n");
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).hint, "Export PCB through Kestrune -> Vi\xE4wer");
+  // The log only tells; the button must not show what the user did not write.
+  EXPECT_NE(FileBytes(LatestBackup(host) + L"\\operation.log").find(" Version=24.1 \xE4 ? GUID="),
+            std::string::npos);
+  Settings(settings + L"\x540D\n");
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--update")));
+  EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).hint, "Export PCB through Kestrune");
+}
+
 TEST_F(InstallTest, ARunningHostStopsAllCommandsButStatus) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   for (const wchar_t* name : {L"DXP.exe", L"x2.EXE"}) {
