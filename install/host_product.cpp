@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 
 #include "common/path.h"
@@ -65,18 +66,13 @@ bool TakeDot(std::wstring_view& text) {
   return true;
 }
 
-/// The name that belongs to the GUID; `count` tells how many do.
-std::wstring NameOfInstance(const std::vector<std::wstring>& names, std::wstring_view guid,
-                            std::size_t& count) {
-  std::wstring found;
-  count = 0;
-  for (const std::wstring& name : names) {
-    if (name.size() >= kGuidLength &&
-        LowerAscii(std::wstring_view(name).substr(name.size() - kGuidLength)) == guid) {
-      found = name;
-      ++count;
-    }
-  }
+/// The names that belong to the GUID.
+std::vector<std::wstring> NamesOfInstance(const std::vector<std::wstring>& names,
+                                          std::wstring_view guid) {
+  std::vector<std::wstring> found;
+  std::ranges::copy_if(names, std::back_inserter(found), [&](std::wstring_view name) {
+    return name.size() >= kGuidLength && LowerAscii(name.substr(name.size() - kGuidLength)) == guid;
+  });
   return found;
 }
 
@@ -186,19 +182,17 @@ bool MatchInstanceName(std::wstring_view guid, const NameListing& profiles,
     reason = L"Malformed Altium instance GUID.";
     return false;
   }
-  std::size_t profile_count = 0;
-  std::size_t branch_count = 0;
-  const std::wstring profile = NameOfInstance(profiles.names, guid, profile_count);
-  const std::wstring branch = NameOfInstance(branches.names, guid, branch_count);
-  if (profile_count != 1 || branch_count != 1) {
+  const auto own_profiles = NamesOfInstance(profiles.names, guid);
+  const auto own_branches = NamesOfInstance(branches.names, guid);
+  if (own_profiles.size() != 1 || own_branches.size() != 1) {
     reason = L"Missing or ambiguous profile/registry instance for " + std::wstring(guid);
     return false;
   }
-  if (profile != branch) {
+  if (own_profiles != own_branches) {
     reason = L"Profile and HKCU branch disagree for " + std::wstring(guid);
     return false;
   }
-  name = profile;
+  name = own_profiles.front();
   return true;
 }
 

@@ -119,7 +119,7 @@ std::optional<std::wstring> FailureOf(Action action) {
   } catch (const kestrune::Failure& failure) {
     return failure.text;
   } catch (const std::bad_alloc&) {
-    return L"Not enough memory.";
+    return kestrune::kNotEnoughMemory;
   }
 }
 
