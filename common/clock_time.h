@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace kestrune {
 
 /// A moment as a clock shows it, for logs and names: the user's own or one in UTC.
@@ -12,5 +14,8 @@ struct ClockTime {
   unsigned second = 0;
   unsigned millisecond = 0;
 };
+
+/// The moment in a file's name: "20250131_235959_042".
+std::wstring ClockStamp(const ClockTime& time);
 
 }  // namespace kestrune

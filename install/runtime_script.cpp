@@ -23,10 +23,7 @@ std::string FillScriptTemplate(std::string_view script, std::string_view runtime
 }
 
 std::wstring IncomingScriptName(const ClockTime& time) {
-  return L"script-" + PaddedDecimal(time.year, 4) + PaddedDecimal(time.month, 2) +
-         PaddedDecimal(time.day, 2) + L"_" + PaddedDecimal(time.hour, 2) +
-         PaddedDecimal(time.minute, 2) + PaddedDecimal(time.second, 2) + L"_" +
-         PaddedDecimal(time.millisecond, 3) + L".incoming";
+  return L"script-" + ClockStamp(time) + L".incoming";
 }
 
 }  // namespace kestrune

@@ -45,12 +45,8 @@ std::string InstanceText(const InstanceRecord& record) {
 }
 
 std::wstring BackupDirectoryName(const RunStamp& stamp) {
-  using kestrune::PaddedDecimal;
-  const kestrune::ClockTime& utc = stamp.utc;
-  return PaddedDecimal(utc.year, 4) + PaddedDecimal(utc.month, 2) + PaddedDecimal(utc.day, 2) +
-         L"_" + PaddedDecimal(utc.hour, 2) + PaddedDecimal(utc.minute, 2) +
-         PaddedDecimal(utc.second, 2) + L"_" + PaddedDecimal(utc.millisecond, 3) + L"_" +
-         std::to_wstring(stamp.process_id) + L"_" + std::to_wstring(stamp.tick);
+  return kestrune::ClockStamp(stamp.utc) + L"_" + std::to_wstring(stamp.process_id) + L"_" +
+         std::to_wstring(stamp.tick);
 }
 
 }  // namespace altium_registration

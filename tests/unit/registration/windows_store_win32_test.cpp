@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "common/clock_time_win32.h"
 #include "common/file_win32.h"
 #include "common/sha256_win32.h"
 #include "registration/backup_format.h"
@@ -327,9 +328,8 @@ TEST_F(WindowsStoreTest, BackupsHoldFileValuesInstanceAndSecurity) {
 }
 
 /// A backup directory of this process and that time, with a tick of 0.
-std::wstring NameAt(const SYSTEMTIME& time) {
-  return BackupDirectoryName({time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute,
-                              time.wSecond, time.wMilliseconds, GetCurrentProcessId(), 0});
+std::wstring NameAt(const kestrune::ClockTime& utc) {
+  return BackupDirectoryName({utc, GetCurrentProcessId(), 0});
 }
 
 TEST_F(WindowsStoreTest, BackupDirectoryLiesInTheProfileUnderTheGuidAndTheUtcTime) {
@@ -346,8 +346,8 @@ TEST_F(WindowsStoreTest, BackupDirectoryLiesInTheProfileUnderTheGuidAndTheUtcTim
   const std::size_t tick_at = name.rfind(L'_') + 1;
   const std::wstring stamp = name.substr(0, tick_at);
   // The parts before the tick have a fixed width, so their order is that of the times.
-  EXPECT_LE(NameAt(before).substr(0, tick_at), stamp);
-  EXPECT_LE(stamp, NameAt(after).substr(0, tick_at));
+  EXPECT_LE(NameAt(kestrune::ClockTimeFrom(before)).substr(0, tick_at), stamp);
+  EXPECT_LE(stamp, NameAt(kestrune::ClockTimeFrom(after)).substr(0, tick_at));
   const ULONGLONG tick = std::stoull(name.substr(tick_at));
   EXPECT_LE(first_tick, tick);
   EXPECT_LE(tick, last_tick);
