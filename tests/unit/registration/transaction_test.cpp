@@ -179,6 +179,20 @@ TEST(Transaction, WriteOfAnotherProgramIsNotMistakenForOurOwnFailedOne) {
   EXPECT_EQ(run.world.values.size(), 2U);
 }
 
+TEST(Transaction, WriteThatAnotherProgramTookBackIsNotMistakenForOneNotYetDone) {
+  Fixture run;
+  EXPECT_FALSE(run.Run({{"CheckSecurity#2", FaultPlace::Before}},
+                       [](std::string_view call, ModelWorld& world) {
+                         if (call == "CheckSecurity#2") {
+                           world.values.pop_back();
+                         }
+                       }));
+  EXPECT_EQ(run.message,
+            L"Read RCS security (Win32 5) Registry recovery blocked: Registry changed concurrently."
+            L" MANUAL RECOVERY REQUIRED; backups retained.");
+  EXPECT_EQ(run.world.rcs, "old");
+}
+
 TEST(Transaction, NamesWithLeadingZerosAreWrittenInTheOrderOfTheirNumbers) {
   Fixture run;
   run.world.values = run.change.values_before = {Entry(L"Item10", L"B"), Entry(L"Item009", L"A")};
