@@ -16,6 +16,8 @@ $program = Get-ChildItem $Build -Recurse -Filter Kestrune.exe | Where-Object Ful
 $results = New-Item -ItemType Directory -Force "$project/build/test-results"
 $env:KESTRUNE_EXE = $program.FullName
 $env:KESTRUNE_DISPOSABLE_PROFILE = '1'
+# Apart from UTC, or no test could tell which of the two a time was taken from.
+Set-TimeZone -Id 'Nepal Standard Time'
 $failed = 0
 
 function Find-Program([string] $name) {
