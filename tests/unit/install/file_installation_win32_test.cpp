@@ -234,6 +234,27 @@ TEST_F(FileInstallation, WhatIsNoFileIsRefused) {
   EXPECT_EQ(Decide(), InstallVerdict::Refused);
 }
 
+TEST_F(FileInstallation, ATargetThatCannotBeAskedIsPreserved) {
+  const UnreadableFile unreadable(target_);
+  if (!unreadable.Works()) {
+    GTEST_SKIP() << "every path can be asked here";
+  }
+  EXPECT_EQ(Decide(), InstallVerdict::Refused);
+  EXPECT_EQ(message_, L"Cannot establish target last-write time; file preserved: " + target_);
+}
+
+TEST_F(FileInstallation, ASourceWithoutFolderLiesWithItsManifestInTheCurrentOne) {
+  PutManifest(ManifestValue("01DC8000:00000000"));
+  wchar_t before[MAX_PATH] = {};
+  GetCurrentDirectoryW(MAX_PATH, before);
+  ASSERT_TRUE(SetCurrentDirectoryW(Scratch(L"pkg").c_str()));
+  source_ = L"file.txt";
+  const bool installed = Install();
+  SetCurrentDirectoryW(before);
+  EXPECT_TRUE(installed) << Utf8FromWide(message_);
+  EXPECT_EQ(TimeOf(target_), 0x01DC800000000000ULL);
+}
+
 TEST_F(FileInstallation, ALinkIsNoSource) {
   const std::wstring link = Scratch(L"pkg\\link.txt");
   if (!MakeFileLink(link, source_)) {
