@@ -261,11 +261,15 @@ TEST(EditRcs, ADeletionAtAnotherTargetOrOfAnUnplacedLinkIsForeign) {
   const std::string other =
       kButton +
       "Deletion d TargetID='TLOther' DeleteID='KestruneToolbarLink' End\r\n"
-      "Deletion e TargetID='TLPCBToolbar' DeleteID='KestruneCommandLink' End\r\n";
+      "Deletion e TargetID='TLPCBToolbar' DeleteID='KestruneCommandLink' End\r\n"
+      "Deletion f DeleteID='KestruneCommandLink' End\r\n"
+      "Deletion g DeleteID='nobody' End\r\n";
   EXPECT_EQ(Invalid(other, true), L"");
   EXPECT_EQ(Install(other), other);
   EXPECT_NE(Remove(other).find("Deletion d"), std::string::npos);
   EXPECT_NE(Remove(other).find("Deletion e"), std::string::npos);
+  EXPECT_NE(Remove(other).find("Deletion f"), std::string::npos);
+  EXPECT_NE(Remove(other).find("Deletion g"), std::string::npos);
 }
 
 TEST(EditRcs, TargetsAreComparedByteByByte) {
