@@ -5,17 +5,12 @@
 #include "common/failure.h"
 #include "common/file_time_win32.h"
 #include "common/path.h"
+#include "common/windows_error_win32.h"
 
 namespace kestrune {
 namespace {
 
 constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
-
-/// Newer systems answer ERROR_DIRECTORY for a path below a file, older ones ERROR_PATH_NOT_FOUND.
-bool IsNotFound(DWORD code) {
-  return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ||
-         code == ERROR_BAD_NETPATH || code == ERROR_INVALID_NAME || code == ERROR_DIRECTORY;
-}
 
 FileKind KindOf(DWORD attributes) {
   return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? FileKind::Directory : FileKind::RegularFile;
@@ -101,7 +96,7 @@ bool RemoveRealDirectory(const std::wstring& root) {
       continue;
     }
     const DWORD attributes = GetFileAttributesW(directory.c_str());
-    const bool gone = attributes == INVALID_FILE_ATTRIBUTES ? IsNotFound(GetLastError())
+    const bool gone = attributes == INVALID_FILE_ATTRIBUTES ? MeansAbsent(GetLastError())
                                                             : RemoveEntry(directory, attributes);
     if (!gone) {
       return false;
@@ -174,7 +169,7 @@ FileKind QueryFileKind(const std::wstring& path) {
   if (QueryEntry(path, entry, code)) {
     return entry.kind;
   }
-  if (path.empty() || IsNotFound(code)) {
+  if (path.empty() || MeansAbsent(code)) {
     return FileKind::Absent;
   }
   throw Failure{L"status", code};
@@ -328,7 +323,7 @@ bool RemoveTree(const std::wstring& path) {
   const std::wstring extended = ExtendedPath(path);
   const DWORD attributes = GetFileAttributesW(extended.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) {
-    return IsNotFound(GetLastError());
+    return MeansAbsent(GetLastError());
   }
   return KindOf(attributes) == FileKind::Directory && !IsLink(attributes)
              ? RemoveRealDirectory(extended)

@@ -17,4 +17,9 @@ std::wstring WindowsErrorText(std::uint32_t code) {
   return text;
 }
 
+bool MeansAbsent(std::uint32_t code) {
+  return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ||
+         code == ERROR_BAD_NETPATH || code == ERROR_INVALID_NAME || code == ERROR_DIRECTORY;
+}
+
 }  // namespace kestrune

@@ -35,5 +35,16 @@ TEST(WindowsErrorText, AnUnknownCodeHasAFixedText) {
   EXPECT_EQ(WindowsErrorText(0xDEADBEEF), L"Unknown Windows error");
 }
 
+TEST(MeansAbsent, OnlyWhereNothingCanStandAtThePath) {
+  for (const DWORD code : std::initializer_list<DWORD>{2, 3, 53, 123, 267}) {
+    EXPECT_TRUE(MeansAbsent(code)) << code;
+  }
+  for (const DWORD code :
+       std::initializer_list<DWORD>{ERROR_SUCCESS, ERROR_ACCESS_DENIED, ERROR_NOT_READY,
+                                    ERROR_SHARING_VIOLATION, ERROR_CANT_RESOLVE_FILENAME}) {
+    EXPECT_FALSE(MeansAbsent(code)) << code;
+  }
+}
+
 }  // namespace
 }  // namespace kestrune
