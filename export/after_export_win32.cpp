@@ -154,9 +154,9 @@ AfterExportResult RunAfterExport(const UserSettings& settings, const std::wstrin
 
 AfterExportResult RunAfterExport(const std::wstring& zip_path, std::optional<std::int64_t> space) {
   UserSettings settings;
-  std::wstring settings_path;
   AfterExportResult unreadable;
   try {
+    std::wstring settings_path;
     if (!LoadUserSettings(settings, settings_path, unreadable.error_text)) {
       return unreadable;
     }

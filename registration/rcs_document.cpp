@@ -224,12 +224,12 @@ class RcsParser {
 
   void Close(const OpenRecord& open, RcsSpan end) {
     RcsRecord& record = document_.records_[open.place];
-    auto& attributes = document_.attributes_;
     record.end = end.End();
     record.subtree_end = static_cast<std::uint32_t>(document_.records_.size());
     record.attribute_count = static_cast<std::uint32_t>(open.attributes->size() - open.first);
     record.first_attribute = static_cast<std::uint32_t>(open.first);
     if (open.may_have_children) {
+      auto& attributes = document_.attributes_;
       record.first_attribute = static_cast<std::uint32_t>(attributes.size());
       const auto own = pending_.begin() + static_cast<std::ptrdiff_t>(open.first);
       attributes.insert(attributes.end(), own, pending_.end());
