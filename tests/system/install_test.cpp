@@ -12,6 +12,7 @@
 #include "registration/global_projects.h"
 #include "registration/global_projects_key_win32.h"
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/moved_profile_win32.h"
 
 namespace kestrune {
 namespace {
@@ -720,47 +721,6 @@ TEST_F(InstallTest, TheDeployedProgramCanUpdateFromAPackage) {
   EXPECT_TRUE(FileBytes(Runtime(L"Kestrune.pas")).ends_with("two"));
   EXPECT_TRUE(HasWorkingButton(host));
 }
-
-/// Gives the user another profile directory in the system's own list until the end of the scope.
-class MovedProfile {
- public:
-  explicit MovedProfile(const std::wstring& path) {
-    RegistryKey list;
-    RegOpenKeyExW(HKEY_LOCAL_MACHINE,
-                  L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList", 0, KEY_READ,
-                  list.Put());
-    wchar_t sid[256] = {};
-    for (DWORD index = 0; RegEnumKeyW(list.Get(), index, sid, 256) == ERROR_SUCCESS; ++index) {
-      if (std::wstring_view(sid).starts_with(L"S-1-5-21-") &&
-          RegOpenKeyExW(list.Get(), sid, 0, KEY_ALL_ACCESS, key_.Put()) == ERROR_SUCCESS) {
-        break;
-      }
-    }
-    wchar_t old_path[MAX_PATH] = {};
-    DWORD size = sizeof(old_path) - sizeof(wchar_t);
-    DWORD type = 0;
-    EXPECT_EQ(RegQueryValueExW(key_.Get(), L"ProfileImagePath", nullptr, &type,
-                               reinterpret_cast<BYTE*>(old_path), &size),
-              ERROR_SUCCESS);
-    old_path_ = old_path;
-    type_ = type;
-    Set(path);
-  }
-  MovedProfile(const MovedProfile&) = delete;
-  MovedProfile& operator=(const MovedProfile&) = delete;
-  ~MovedProfile() { Set(old_path_); }
-
- private:
-  void Set(const std::wstring& path) const {
-    RegSetValueExW(key_.Get(), L"ProfileImagePath", 0, type_,
-                   reinterpret_cast<const BYTE*>(path.c_str()),
-                   static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
-  }
-
-  RegistryKey key_;
-  std::wstring old_path_;
-  DWORD type_ = REG_SZ;
-};
 
 TEST_F(InstallTest, ARuntimePathOutsideTheAnsiCodePageIsRefused) {
   MakeHost(UsedHost(1, 24));

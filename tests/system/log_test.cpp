@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <sddl.h>
 
 #include <algorithm>
 #include <optional>
@@ -12,9 +11,9 @@
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
-#include "common/process_user_win32.h"
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/moved_profile_win32.h"
 
 namespace kestrune {
 namespace {
@@ -234,75 +233,23 @@ TEST_F(LogTest, EightProcessesWritingAtOnceTearNoLine) {
   EXPECT_LE(lines.size(), 8000U);
 }
 
-/// Another profile directory for this user in the system's list, until the end of the scope.
-class ListedProfile {
- public:
-  ListedProfile() {
-    ProcessUser user;
-    LocalMemory<wchar_t> sid;
-    if (user.Read(GetCurrentProcess()) && ConvertSidToStringSidW(user.Sid(), sid.Put())) {
-      name_ = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\";
-      name_ += sid.Get();
-      DWORD size = sizeof(before_);
-      readable_ = RegOpenKeyExW(HKEY_LOCAL_MACHINE, name_.c_str(), 0, KEY_READ | KEY_WRITE,
-                                key_.Put()) == ERROR_SUCCESS &&
-                  RegQueryValueExW(key_.Get(), L"ProfileImagePath", nullptr, &type_,
-                                   reinterpret_cast<BYTE*>(before_), &size) == ERROR_SUCCESS;
-      size_ = size;
-    }
-  }
-  ListedProfile(const ListedProfile&) = delete;
-  ListedProfile& operator=(const ListedProfile&) = delete;
-  ~ListedProfile() {
-    if (readable_) {
-      RegSetValueExW(key_.Get(), L"ProfileImagePath", 0, type_,
-                     reinterpret_cast<const BYTE*>(before_), size_);
-    }
-  }
-
-  [[nodiscard]] bool Readable() const { return readable_; }
-
-  void Set(const std::wstring& path, DWORD type) const {
-    EXPECT_EQ(RegSetValueExW(key_.Get(), L"ProfileImagePath", 0, type,
-                             reinterpret_cast<const BYTE*>(path.c_str()),
-                             static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t))),
-              ERROR_SUCCESS);
-  }
-  void Remove() const {
-    EXPECT_EQ(RegDeleteValueW(key_.Get(), L"ProfileImagePath"), ERROR_SUCCESS);
-  }
-
- private:
-  std::wstring name_;
-  RegistryKey key_;
-  wchar_t before_[MAX_PATH] = {};
-  DWORD type_ = 0;
-  DWORD size_ = 0;
-  bool readable_ = false;
-};
-
 TEST_F(LogTest, TheProfileListSaysWhereTheLogLies) {
-  const ListedProfile profile;
-  ASSERT_TRUE(profile.Readable());
-  profile.Set(Scratch(L"plain"), REG_SZ);
+  const MovedProfile moved(Scratch(L"plain"));
   EXPECT_TRUE(EndsSilentlyWith(9, LogTwoLines()));
   EXPECT_TRUE(Exists(Scratch(L"plain\\AppData\\Local\\Kestrune\\Logs\\bridge.log")));
   EXPECT_FALSE(Exists(folders_.log));
 }
 
 TEST_F(LogTest, VariablesInTheProfileListAreExpanded) {
-  const ListedProfile profile;
-  ASSERT_TRUE(profile.Readable());
   ASSERT_TRUE(SetEnvironmentVariableW(L"KESTRUNE_TEST_PLACE", Scratch(L"expanded").c_str()));
-  profile.Set(L"%KESTRUNE_TEST_PLACE%\\x", REG_EXPAND_SZ);
+  const MovedProfile moved(L"%KESTRUNE_TEST_PLACE%\\x", REG_EXPAND_SZ);
   EXPECT_TRUE(EndsSilentlyWith(9, LogTwoLines()));
   EXPECT_TRUE(Exists(Scratch(L"expanded\\x\\AppData\\Local\\Kestrune\\Logs\\bridge.log")));
   SetEnvironmentVariableW(L"KESTRUNE_TEST_PLACE", nullptr);
 }
 
 TEST_F(LogTest, WithoutAnEntryInTheProfileListTheShellSaysWhereTheLogLies) {
-  const ListedProfile profile;
-  ASSERT_TRUE(profile.Readable());
+  const ProfileListEntry profile;
   profile.Remove();
   EXPECT_TRUE(EndsSilentlyWith(9, LogTwoLines()));
   EXPECT_TRUE(Exists(folders_.log));

@@ -2,7 +2,6 @@
 
 #include <windows.h>
 #include <knownfolders.h>
-#include <sddl.h>
 #include <shlobj.h>
 
 #include <gtest/gtest.h>
@@ -10,60 +9,24 @@
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
-#include "common/process_user_win32.h"
 #include "tests/support/disposable_profile_win32.h"
+#include "tests/support/moved_profile_win32.h"
 #include "tests/support/unknown_folders_win32.h"
 
 namespace kestrune {
 namespace {
-
-constexpr wchar_t kValue[] = L"ProfileImagePath";
-
-std::wstring ProfileListKey() {
-  ProcessUser user;
-  LocalMemory<wchar_t> sid;
-  if (!user.Read(GetCurrentProcess()) || !ConvertSidToStringSidW(user.Sid(), sid.Put())) {
-    return {};
-  }
-  return std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\") +
-         sid.Get();
-}
 
 /// Changes the user's entry in the system's profile list and puts it back at the end.
 class ProfileListTest : public testing::Test {
  protected:
   void SetUp() override {
     KESTRUNE_NEEDS_DISPOSABLE_PROFILE();
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, ProfileListKey().c_str(), 0, KEY_READ | KEY_SET_VALUE,
-                      key_.Put()) != ERROR_SUCCESS) {
+    if (!entry_.Writable()) {
       GTEST_SKIP() << "only an administrator may change the profile list";
     }
-    DWORD size = sizeof(old_bytes_);
-    ASSERT_EQ(RegQueryValueExW(key_.Get(), kValue, nullptr, &old_type_, old_bytes_, &size),
-              ERROR_SUCCESS);
-    old_size_ = size;
-  }
-  void TearDown() override {
-    if (old_size_ != 0) {
-      EXPECT_EQ(RegSetValueExW(key_.Get(), kValue, 0, old_type_, old_bytes_, old_size_),
-                ERROR_SUCCESS);
-    }
   }
 
-  void Set(DWORD type, std::wstring_view text, DWORD extra_bytes) {
-    const std::wstring terminated(text);
-    ASSERT_EQ(RegSetValueExW(key_.Get(), kValue, 0, type,
-                             reinterpret_cast<const BYTE*>(terminated.c_str()),
-                             static_cast<DWORD>(text.size() * sizeof(wchar_t)) + extra_bytes),
-              ERROR_SUCCESS);
-  }
-  void Remove() { ASSERT_EQ(RegDeleteValueW(key_.Get(), kValue), ERROR_SUCCESS); }
-
- private:
-  RegistryKey key_;
-  DWORD old_type_ = 0;
-  BYTE old_bytes_[4096] = {};
-  DWORD old_size_ = 0;
+  ProfileListEntry entry_;
 };
 
 constexpr wchar_t kNoProfile[] = L"Cannot determine the current Windows user profile directory.";
@@ -162,43 +125,43 @@ TEST(KnownFolders, RuntimeRootLiesInLocalApplicationData) {
 }
 
 TEST_F(ProfileListTest, ItsEntryDecidesAndNeedNotExist) {
-  Set(REG_SZ, L"Q:\\no such profile", kWithNul);
+  entry_.Set(REG_SZ, L"Q:\\no such profile", kWithNul);
   EXPECT_EQ(Local(), L"Q:\\no such profile\\AppData\\Local");
   EXPECT_EQ(Roaming(), L"Q:\\no such profile\\AppData\\Roaming");
 }
 
 TEST_F(ProfileListTest, AnExpandableEntryIsExpanded) {
-  Set(REG_EXPAND_SZ, L"%SystemDrive%\\Users\\x", kWithNul);
+  entry_.Set(REG_EXPAND_SZ, L"%SystemDrive%\\Users\\x", kWithNul);
   EXPECT_EQ(Local(), L"C:\\Users\\x\\AppData\\Local");
 }
 
 TEST_F(ProfileListTest, APlainEntryIsNotExpanded) {
-  Set(REG_SZ, L"%SystemDrive%\\x", kWithNul);
+  entry_.Set(REG_SZ, L"%SystemDrive%\\x", kWithNul);
   EXPECT_EQ(Local(), L"%SystemDrive%\\x\\AppData\\Local");
 }
 
 TEST_F(ProfileListTest, AnEntryMayLackItsTerminator) {
-  Set(REG_SZ, L"C:\\profile", 0);
+  entry_.Set(REG_SZ, L"C:\\profile", 0);
   EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
 }
 
 TEST_F(ProfileListTest, AnOddByteAtTheEndDoesNotCount) {
-  Set(REG_SZ, L"C:\\profile", 1);
+  entry_.Set(REG_SZ, L"C:\\profile", 1);
   EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
 }
 
 TEST_F(ProfileListTest, AnEntryEndsAtItsFirstNul) {
-  Set(REG_SZ, std::wstring_view(L"C:\\profile\0junk", 15), kWithNul);
+  entry_.Set(REG_SZ, std::wstring_view(L"C:\\profile\0junk", 15), kWithNul);
   EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
 }
 
 TEST_F(ProfileListTest, WithoutUsableEntryTheShellsProfileCounts) {
   const std::wstring expected = JoinPath(UserProfile(), L"AppData\\Local");
-  Set(REG_SZ, L"", kWithNul);
+  entry_.Set(REG_SZ, L"", kWithNul);
   EXPECT_EQ(Local(), expected) << "empty";
-  Set(REG_BINARY, L"C:\\profile", kWithNul);
+  entry_.Set(REG_BINARY, L"C:\\profile", kWithNul);
   EXPECT_EQ(Local(), expected) << "no text";
-  Remove();
+  entry_.Remove();
   EXPECT_EQ(Local(), expected) << "missing";
 }
 
