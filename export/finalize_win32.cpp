@@ -37,9 +37,9 @@ struct Target {
 /// default directory serves then.
 std::wstring ConfiguredDirectory() {
   UserSettings settings;
-  std::wstring settings_path;
-  std::wstring error_text;
   try {
+    std::wstring settings_path;
+    std::wstring error_text;
     return LoadUserSettings(settings, settings_path, error_text) ? settings.export_directory
                                                                  : std::wstring();
   } catch (const Failure&) {
@@ -68,7 +68,8 @@ Target ChooseTarget(const std::wstring& local_app_data, const std::wstring& sour
   return target;
 }
 
-void RequireArchive(const std::wstring& native_zip) {
+/// The archive's size; a failure when there is nothing to deliver.
+std::uint64_t RequireArchive(const std::wstring& native_zip) {
   constexpr const wchar_t* text = L"Generated ZIP is missing or empty";
   FileEntry entry;
   DWORD code = 0;
@@ -78,20 +79,44 @@ void RequireArchive(const std::wstring& native_zip) {
   if (entry.size == 0 || entry.kind != FileKind::RegularFile) {
     throw Failure{text};
   }
+  return entry.size;
+}
+
+/// Whether an archive of this size has no room in place of the one that the destination holds.
+/// Copying would empty that one first, and the user would be left without either.
+bool FindsNoRoom(std::uint64_t size, const std::wstring& destination) {
+  FileEntry former;
+  DWORD code = 0;
+  ULARGE_INTEGER free = {};
+  return QueryEntry(destination, former, code) && former.kind == FileKind::RegularFile &&
+         GetDiskFreeSpaceExW(ExtendedPath(std::wstring(ParentPath(destination))).c_str(), &free,
+                             nullptr, nullptr) != FALSE &&
+         size > free.QuadPart + former.size;
+}
+
+bool CopyNativeOutput(const std::wstring& native_zip, std::uint64_t size,
+                      const std::wstring& destination, DWORD& code) {
+  if (FindsNoRoom(size, destination)) {
+    code = ERROR_DISK_FULL;
+    return false;
+  }
+  const bool copied = CopyOver(native_zip, destination);
+  code = GetLastError();
+  return copied;
 }
 
 /// Copies the archive, falling back from a configured directory to the default one, which `target`
 /// then names. A failure sets the user's message.
-void CopyToTarget(const std::wstring& native_zip, Target& target, std::wstring& user_message) {
-  bool copied = CopyOver(native_zip, target.Destination());
-  DWORD code = GetLastError();
+void CopyToTarget(const std::wstring& native_zip, std::uint64_t size, Target& target,
+                  std::wstring& user_message) {
+  DWORD code = 0;
+  bool copied = CopyNativeOutput(native_zip, size, target.Destination(), code);
   if (!copied && target.is_configured) {
     WriteLogEntry(L"Configured export copy failed",
                   L"Path=" + target.Destination() + L" Error=" + WindowsErrorText(code));
     target.directory = target.default_directory;
     target.is_configured = false;
-    copied = CopyOver(native_zip, target.Destination());
-    code = GetLastError();
+    copied = CopyNativeOutput(native_zip, size, target.Destination(), code);
   }
   if (!copied) {
     user_message = OverwriteFailureMessage(target.Destination(), WindowsErrorText(code));
@@ -108,8 +133,8 @@ std::uint64_t CopyArchive(const std::wstring& native_zip, Target& target,
   if (!CreateDirectories(target.default_directory)) {
     ThrowLastError(L"create_directories");
   }
-  RequireArchive(native_zip);
-  CopyToTarget(native_zip, target, user_message);
+  const std::uint64_t size = RequireArchive(native_zip);
+  CopyToTarget(native_zip, size, target, user_message);
   FileEntry entry;
   DWORD code = 0;
   if (!QueryEntry(target.Destination(), entry, code)) {

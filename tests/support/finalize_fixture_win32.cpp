@@ -55,4 +55,15 @@ void FinalizeTest::ExpectClipboardUntouched() {
   EXPECT_EQ(content.text, kBefore);
 }
 
+std::wstring SystemText(DWORD code) {
+  wchar_t buffer[1024] = {};
+  FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
+                 buffer, 1024, nullptr);
+  std::wstring text = buffer;
+  while (!text.empty() && (text.back() == L'\r' || text.back() == L'\n')) {
+    text.pop_back();
+  }
+  return text;
+}
+
 }  // namespace kestrune

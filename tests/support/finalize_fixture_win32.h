@@ -33,4 +33,8 @@ class FinalizeTest : public ExportTest {
   std::string native_bytes_ = std::string("PK\3\4archive\0\xFF", 13);
 };
 
+/// The system's text for a code without its line end, asked here and not through the program's own
+/// code.
+std::wstring SystemText(DWORD code);
+
 }  // namespace kestrune

@@ -6,19 +6,27 @@
 
 namespace kestrune {
 
-/// A full disk: the one-mebibyte disk that tools/wine mounts, filled until the end of the scope.
-class FullDisk {
+/// The one-mebibyte disk that tools/wine mounts; empty again at the end of the scope.
+class SmallDisk {
  public:
-  FullDisk();
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
-  ~FullDisk();
+  SmallDisk();
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+  ~SmallDisk();
 
   /// A folder on the disk; empty where there is no such disk.
   [[nodiscard]] const std::wstring& Folder() const { return folder_; }
+
+  /// Takes all the room that is left. False when the disk has no end.
+  [[nodiscard]] bool Fill() const;
 
  private:
   std::wstring folder_;
 };
 
 }  // namespace kestrune
+
+/// Skips the test where there is no such disk.
+#define KESTRUNE_NEEDS_SMALL_DISK(disk) \
+  if ((disk).Folder().empty())          \
+  GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only"

@@ -16,18 +16,6 @@ using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::StartsWith;
 
-/// The system's text for a code, asked here and not through the program's own code.
-std::wstring SystemText(DWORD code) {
-  wchar_t buffer[1024] = {};
-  FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
-                 buffer, 1024, nullptr);
-  std::wstring text = buffer;
-  while (!text.empty() && (text.back() == L'\r' || text.back() == L'\n')) {
-    text.pop_back();
-  }
-  return text;
-}
-
 TEST_F(FinalizeTest, TheArchiveIsDeliveredUnderTheBoardsNameAndOnTheClipboard) {
   EXPECT_TRUE(
       EndsWithBox(0, Delivered(default_destination_, L"0 KB"), MB_ICONINFORMATION, Finalize()));

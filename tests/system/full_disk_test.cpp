@@ -4,15 +4,16 @@
 
 #include <string>
 
+#include "common/file_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/finalize_fixture_win32.h"
+#include "tests/support/install_fixture_win32.h"
+#include "tests/support/moved_profile_win32.h"
 #include "tests/support/output_job_reader.h"
+#include "tests/support/shell_folder_override_win32.h"
 #include "tests/support/small_disk_win32.h"
-
-#define NEEDS_FULL_DISK(disk)  \
-  if ((disk).Folder().empty()) \
-  GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only"
+#include "tests/support/unix_link_win32.h"
 
 namespace kestrune {
 namespace {
@@ -22,8 +23,9 @@ using ::testing::StartsWith;
 class FullDiskTest : public FinalizeTest {};
 
 TEST_F(FullDiskTest, AnExportFolderOnAFullDiskIsReplacedByTheDefaultOne) {
-  const FullDisk disk;
-  NEEDS_FULL_DISK(disk);
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  ASSERT_TRUE(disk.Fill());
   native_bytes_.assign(100'000, 'z');
   PutFile(native_, native_bytes_);
   Settings(L"[Export]\nDirectory=" + disk.Folder() + L"\n");
@@ -40,9 +42,72 @@ TEST_F(FullDiskTest, AnExportFolderOnAFullDiskIsReplacedByTheDefaultOne) {
   EXPECT_TRUE(copy_failed);
 }
 
+TEST_F(FullDiskTest, TheFormerArchiveStaysWhereTheNewOneHasNoRoom) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  const std::wstring former = JoinPath(disk.Folder(), L"Main.zip");
+  PutFile(former, std::string(50'000, 'f'));
+  ASSERT_TRUE(disk.Fill());
+  PutFile(native_, std::string(100'000, 'z'));
+  Settings(L"[Export]\nDirectory=" + disk.Folder() + L"\n");
+  EXPECT_TRUE(
+      EndsWithBox(0, Delivered(default_destination_, L"97 KB"), MB_ICONINFORMATION, Finalize()));
+  EXPECT_EQ(FileBytes(former), std::string(50'000, 'f'));
+  EXPECT_EQ(FileBytes(default_destination_), std::string(100'000, 'z'));
+}
+
+TEST_F(FullDiskTest, WithoutRoomForItTheUserIsToldAndTheFormerArchiveStays) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  const MovedProfile moved(disk.Folder());
+  const std::wstring destination = disk.Folder() + L"\\AppData\\Local\\Kestrune\\ODBpp\\Main.zip";
+  PutFile(destination, std::string(50'000, 'f'));
+  ASSERT_TRUE(disk.Fill());
+  PutFile(native_, std::string(100'000, 'z'));
+  EXPECT_TRUE(EndsWithBox(4,
+                          L"Cannot overwrite the destination ZIP.\n\n" + destination + L"\n\n" +
+                              SystemText(ERROR_DISK_FULL),
+                          MB_ICONERROR, Finalize()));
+  EXPECT_EQ(FileBytes(destination), std::string(50'000, 'f'));
+  ExpectClipboardUntouched();
+}
+
+TEST_F(FullDiskTest, ASmallerArchiveReplacesTheFormerOneOnAFullDisk) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  const MovedProfile moved(disk.Folder());
+  const std::wstring destination = disk.Folder() + L"\\AppData\\Local\\Kestrune\\ODBpp\\Main.zip";
+  PutFile(destination, std::string(100'000, 'f'));
+  ASSERT_TRUE(disk.Fill());
+  PutFile(native_, std::string(50'000, 'z'));
+  EXPECT_TRUE(EndsWithBox(0, Delivered(destination, L"48 KB"), MB_ICONINFORMATION, Finalize()));
+  EXPECT_EQ(FileBytes(destination), std::string(50'000, 'z'));
+}
+
+TEST_F(FullDiskTest, ATemporaryRootOnAFullDiskFailsThePreparation) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", disk.Folder());
+  const std::wstring board = Scratch(L"Main.PcbDoc");
+  const std::wstring status = Scratch(L"status.txt");
+  PutFile(board, std::string(100'000, 'b'));
+  PutFile(Scratch(L"layers.txt"), "");
+  PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
+  ASSERT_TRUE(CreateDirectories(JoinPath(disk.Folder(), L"Kestrune\\Temp")));
+  ASSERT_TRUE(disk.Fill());
+  EXPECT_TRUE(
+      EndsSilentlyWith(4, RunKestrune(L"--prepare " + Quoted(board) + L" none " +
+                                      Quoted(Scratch(L"layers.txt")) + L" " + Quoted(status))));
+  EXPECT_EQ(FileBytes(status), "ERROR\r\n");
+  EXPECT_FALSE(Exists(JoinPath(disk.Folder(), L"Kestrune\\Temp\\ready.txt")));
+  EXPECT_THAT(Log().back(), ::testing::EndsWith("GetLastError=112"));
+  EXPECT_EQ(FileBytes(board), std::string(100'000, 'b'));
+}
+
 TEST_F(FullDiskTest, AStatusThatNoLongerFitsEndsWithTen) {
-  const FullDisk disk;
-  NEEDS_FULL_DISK(disk);
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  ASSERT_TRUE(disk.Fill());
   const std::wstring board = Scratch(L"Main.PcbDoc");
   const std::wstring status = JoinPath(disk.Folder(), L"status.txt");
   PutFile(board, "board");
@@ -56,12 +121,57 @@ TEST_F(FullDiskTest, AStatusThatNoLongerFitsEndsWithTen) {
 }
 
 TEST_F(FullDiskTest, AResultThatNoLongerFitsChangesNeitherCodeNorLog) {
-  const FullDisk disk;
-  NEEDS_FULL_DISK(disk);
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  ASSERT_TRUE(disk.Fill());
   const std::wstring result = JoinPath(disk.Folder(), L"result.txt");
   EXPECT_TRUE(EndsSilentlyWith(
       0, RunKestrune(L"--wait-native " + Quoted(native_) + L" none " + Quoted(result))));
   EXPECT_THAT(Log().back(), StartsWith("Stage: Native output stable | "));
+}
+
+class FullDiskInstallTest : public InstallTest {};
+
+TEST_F(FullDiskInstallTest, AProfileOnAFullDiskIsLeftAsItWas) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  const BoxInstance used = UsedHost(1, 24);
+  MadeInstance host = MakeHost(used);
+  // The program's own folder has room, the host's profile has none.
+  const std::wstring roaming = Scratch(L"user\\AppData\\Roaming");
+  ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(roaming))));
+  ASSERT_TRUE(MakeDirectoryLink(roaming, disk.Folder()));
+  const MovedProfile moved(Scratch(L"user"));
+  host.profile = roaming + L"\\Altium\\" + std::wstring(FileName(host.profile));
+  host.rcs = JoinPath(host.profile, L"DXP.RCS");
+  PutFile(host.rcs, used.rcs);
+  ASSERT_TRUE(disk.Fill());
+  const RunOutcome outcome = Run(L"--install");
+  EXPECT_TRUE(EndsWithBox(
+      40,
+      Transacted(host, L"FAILED: Backup RCS (Win32 112) Rollback complete (or no owned writes)."),
+      MB_ICONWARNING, outcome));
+  EXPECT_EQ(FileBytes(host.rcs), used.rcs);
+  EXPECT_TRUE(HasNothingOfOurs(host));
+  EXPECT_EQ(ReadAsHost(host).projects, used.projects);
+  RemoveLink(roaming);
+}
+
+TEST_F(FullDiskInstallTest, WithoutRoomForTheRuntimeNoProfileIsChanged) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  const BoxInstance used = UsedHost(1, 24);
+  MadeInstance host = MakeHost(used);
+  const MovedProfile moved(disk.Folder());
+  host.profile =
+      disk.Folder() + L"\\AppData\\Roaming\\Altium\\" + std::wstring(FileName(host.profile));
+  host.rcs = JoinPath(host.profile, L"DXP.RCS");
+  PutFile(host.rcs, used.rcs);
+  ASSERT_TRUE(disk.Fill());
+  EXPECT_TRUE(EndsWithBox(40, Failed(host, L"Runtime deployment failed; profile unchanged."),
+                          MB_ICONWARNING, Run(L"--install")));
+  EXPECT_EQ(FileBytes(host.rcs), used.rcs);
+  EXPECT_TRUE(HasNothingOfOurs(host));
 }
 
 }  // namespace

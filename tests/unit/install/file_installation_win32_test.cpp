@@ -453,10 +453,9 @@ TEST_F(FileInstallation, AnUpdateLeavesNoBackupBehind) {
 }
 
 TEST_F(FileInstallation, AnUpdateWithoutRoomForItsBackupLeavesTheOldFile) {
-  const FullDisk disk;
-  if (disk.Folder().empty()) {
-    GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only";
-  }
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  ASSERT_TRUE(disk.Fill());
   PutOldTarget();
   const std::string old_content = FileBytes(target_);
   {
@@ -470,10 +469,9 @@ TEST_F(FileInstallation, AnUpdateWithoutRoomForItsBackupLeavesTheOldFile) {
 }
 
 TEST_F(FileInstallation, ANewFileWithoutRoomIsNotThere) {
-  const FullDisk disk;
-  if (disk.Folder().empty()) {
-    GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only";
-  }
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  ASSERT_TRUE(disk.Fill());
   target_ = JoinPath(disk.Folder(), L"file.txt");
   EXPECT_FALSE(Install());
   EXPECT_EQ(message_, L"Cannot install file: " + target_);
