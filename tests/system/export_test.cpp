@@ -9,6 +9,7 @@
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/after_export_fixture_win32.h"
+#include "tests/support/moved_profile_win32.h"
 #include "tests/support/odb_archive.h"
 #include "tests/support/output_job_reader.h"
 
@@ -153,6 +154,40 @@ TEST_F(ExportRoadTest, TheBridgeBoardOfTheLastExportCannotBeExported) {
   EXPECT_EQ(Export(L""), 3) << Journal();
   EXPECT_THAT(Journal(), HasSubstr("--prepare ended with 9\n"));
   EXPECT_TRUE(Exists(board_));
+}
+
+TEST_F(ExportRoadTest, AUsersNameMayHoldAnything) {
+  const std::wstring user =
+      Scratch(L"Zo\x00EB O'Brien & \x0141ukasz \x03A9\x03BC\x03AD\x03B3\x03B1 100%");
+  const std::wstring local = user + L"\\AppData\\Local\\Kestrune";
+  PutFile(local + L"\\Runtime\\Bridge.OutJob", SmallOutputJob());
+  const MovedProfile moved(user);
+  board_ = JoinPath(user, L"It's a board, 50% \x017C.PcbDoc");
+  PutFile(board_, SmallBoard());
+  ASSERT_EQ(Export(L"--plot-key PlotTopLayerPlot"), 0) << Journal();
+  const std::wstring delivered = local + L"\\ODBpp\\It's a board, 50% \x017C.zip";
+  EXPECT_EQ(FileBytes(delivered), FileBytes(folders_.native_zip));
+  ExpectOnClipboard(delivered);
+  EXPECT_THAT(FileBytes(local + L"\\Logs\\bridge.log"),
+              HasSubstr("Destination=" + Utf8FromWide(delivered)));
+  EXPECT_FALSE(Exists(folders_.log));
+}
+
+TEST_F(ExportRoadTest, AProfileOnAShareThatHasGoneEndsTheExportWithoutLoss) {
+  ASSERT_EQ(Export(L"--plot-key PlotTopLayerPlot"), 0) << Journal();
+  const std::string former = Delivered();
+  const MovedProfile moved(L"\\\\server.invalid\\profiles\\somebody");
+  // The deployed output job lies on the share as well, so the export ends before it begins.
+  EXPECT_EQ(Export(L"--plot-key PlotBottomLayerPlot"), 3) << Journal();
+  EXPECT_THAT(Journal(), HasSubstr("status: ERROR\n"));
+  EXPECT_EQ(Delivered(), former);
+  PutFile(folders_.native_zip, "PK archive");
+  EXPECT_TRUE(EndsWithBox(4,
+                          L"ODB++ export finalization failed.\nStage: Copying native output\nSee "
+                          L"log: \\\\server.invalid\\profiles\\somebody\\AppData\\Local\\Kestrune\\"
+                          L"Logs\\bridge.log",
+                          MB_ICONERROR, RunKestrune(L"--finalize-auto " + Quoted(board_))));
+  EXPECT_EQ(FileBytes(folders_.native_zip), "PK archive");
 }
 
 }  // namespace

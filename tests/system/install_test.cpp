@@ -752,5 +752,59 @@ TEST_F(InstallTest, AnApostropheAndAnAnsiLetterInTheUsersNameDoNotMatter) {
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--status")));
 }
 
+/// Profiles on a server that has gone: on a drive letter of its own, and by its name.
+constexpr const wchar_t* kVanishedProfiles[] = {L"Q:\\users\\somebody",
+                                                L"\\\\server.invalid\\profiles\\somebody"};
+
+TEST_F(InstallTest, AProfileOnAShareThatHasGoneIsNamedAndNothingIsChanged) {
+  MadeInstance host = MakeHost(UsedHost(1, 24));
+  host.profile.clear();
+  host.branch.clear();
+  const std::wstring missing =
+      Skipped(host, L"Missing or ambiguous profile/registry instance for " + host.guid +
+                        L" (executable/profile must be verified).");
+  const std::wstring unreadable =
+      Skipped(host, L"Cannot read Altium profiles. (executable/profile must be verified).");
+  for (const wchar_t* const profile : kVanishedProfiles) {
+    const MovedProfile moved(profile);
+    for (const wchar_t* const command : kCommands) {
+      const Snapshot before = TakeSnapshot();
+      const RunOutcome outcome = Run(command);
+      // A system that tells a server that has gone from a folder that is not there says so.
+      EXPECT_TRUE(EndsWithBox(ProblemCode(command), missing, kBad, outcome) ||
+                  EndsWithBox(ProblemCode(command), unreadable, kBad, outcome));
+      EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
+    }
+  }
+}
+
+TEST_F(InstallTest, TwoRunsAtOnceLeaveOneWorkingButtonEach) {
+  std::vector<MadeInstance> hosts;
+  for (unsigned number = 1; number <= 8; ++number) {
+    hosts.push_back(MakeHost(UsedHost(number, 24)));
+  }
+  const std::wstring line = L"--install --quiet --package " + Quoted(package_);
+  for (int round = 0; round < 3; ++round) {
+    ProgramRun first(KestrunePath(), line);
+    ProgramRun second(KestrunePath(), line);
+    for (ProgramRun* const run : {&first, &second}) {
+      const int code = run->WaitForExit(60'000).value_or(RunOutcome::kNeverEnded);
+      EXPECT_TRUE(code == 0 || code == 40) << code;
+    }
+    // Whoever came too late for an instance has left it to the other; the next run tells.
+    EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+    for (const MadeInstance& host : hosts) {
+      EXPECT_TRUE(HasWorkingButton(host));
+      EXPECT_EQ(ReadAsHost(host).projects.size(), UsedHost(1, 24).projects.size() + 1);
+    }
+    EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
+    for (const MadeInstance& host : hosts) {
+      EXPECT_TRUE(HasNothingOfOurs(host));
+      EXPECT_EQ(ReadAsHost(host).projects, UsedHost(1, 24).projects);
+    }
+    ASSERT_TRUE(RemoveTree(folders_.runtime));
+  }
+}
+
 }  // namespace
 }  // namespace kestrune
