@@ -20,6 +20,7 @@
 #include "registration/global_projects.h"
 #include "registration/global_projects_key_win32.h"
 #include "tests/support/disposable_profile_win32.h"
+#include "tests/support/export_fixture_win32.h"
 #include "tests/support/program_run_win32.h"
 #include "tests/support/test_profile_win32.h"
 
@@ -297,6 +298,7 @@ class KilledRegistration : public testing::Test {
 };
 
 TEST_F(KilledRegistration, AtEveryPointTheFileIsWholeAndTheNextRunRepairsTheRest) {
+  KESTRUNE_NEEDS_TIME();
   const int points = static_cast<int>(points_.size());
   ASSERT_GE(points, kPoints);
   int replaced = 0;
@@ -321,6 +323,7 @@ TEST_F(KilledRegistration, AtEveryPointTheFileIsWholeAndTheNextRunRepairsTheRest
 }
 
 TEST_F(KilledRegistration, OnTheWayBackFromEveryKindOfFailureTheSameHolds) {
+  KESTRUNE_NEEDS_TIME();
   for (const FailingPoint& failing : kFailingPoints) {
     SCOPED_TRACE(failing.why);
     const int place = PlaceOf(failing);
