@@ -68,7 +68,6 @@ void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<Registr
   if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
     throw FileStepFailure(L"Create backup directory", code);
   }
-  const std::string digest = Digest(*calls_, rcs);
   BackUpRcs(rcs);
   WriteBackup(L"registry.before.bin", RegistryBackup(values), L"Write registry backup");
   const FileFacts& facts = file_.Facts();
@@ -80,6 +79,7 @@ void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<Registr
   WriteBackup(L"security.before.bin",
               {reinterpret_cast<const char*>(security.data()), security.size()},
               L"Write security backup");
+  const std::string digest = Digest(*calls_, rcs);
   file_.SetPlannedText(digest);
   AppendLog("Before SHA256=" + digest);
 }

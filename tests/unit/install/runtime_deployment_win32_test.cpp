@@ -179,10 +179,9 @@ TEST_F(RuntimeScript, AMissingRuntimeDirectoryCannotBeWritten) {
 }
 
 TEST_F(RuntimeScript, AWaitingFileThatCannotBeWrittenWholeStays) {
-  const FullDisk disk;
-  if (disk.Folder().empty()) {
-    GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only";
-  }
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  ASSERT_TRUE(disk.Fill());
   EXPECT_FALSE(GenerateRuntimeScript(package_, disk.Folder(), message_));
   EXPECT_EQ(message_, L"Cannot write the runtime script.");
   const std::vector<std::wstring> left = NamesIn(disk.Folder());
