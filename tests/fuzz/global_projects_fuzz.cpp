@@ -10,6 +10,7 @@
 
 #include "common/ordinal.h"
 #include "registration/global_projects.h"
+#include "tests/support/project_entries.h"
 
 namespace {
 
@@ -66,20 +67,6 @@ class Input {
   const std::uint8_t* end_;
 };
 
-std::size_t ProjectEntries(const Values& plan) {
-  return static_cast<std::size_t>(
-      std::count_if(plan.begin(), plan.end(), [](const RegistryValue& value) {
-        std::optional<std::uint32_t> index;
-        std::wstring text;
-        std::wstring error;
-        if (!ParseItemName(value.name, index, error) || !index || !ItemText(value, text, error)) {
-          return false;
-        }
-        std::replace(text.begin(), text.end(), L'/', L'\\');
-        return kestrune::EqualIgnoringCase(text, kProject);
-      }));
-}
-
 /// The entries that are not ours and the values that are no entries, by their data.
 std::vector<std::vector<std::byte>> Foreign(const Values& values) {
   Values plan;
@@ -99,7 +86,7 @@ void CheckPlan(const Values& values, bool install) {
     Require(!error.empty() && plan.empty());
     return;
   }
-  Require(ProjectEntries(plan) == (install ? 1U : 0U));
+  Require(ProjectEntries(plan, kProject) == (install ? 1U : 0U));
   Require(Foreign(plan) == Foreign(values));
   Values again;
   Require(PlanGlobalProjects(plan, kProject, install, again, error));

@@ -78,6 +78,13 @@ RunOutcome InstallTest::RunQuietly(const std::wstring& command, const std::wstri
   return Run(command, L"--quiet " + more);
 }
 
+void MoveHost(MadeInstance& instance, const std::wstring& roaming) {
+  const std::string rcs = FileBytes(instance.rcs);
+  instance.profile = roaming + L"\\Altium\\" + std::wstring(FileName(instance.profile));
+  instance.rcs = JoinPath(instance.profile, L"DXP.RCS");
+  PutFile(instance.rcs, rcs);
+}
+
 std::wstring HeaderOf(const MadeInstance& instance) {
   return instance.display_name + L" " + instance.version + L"\nGUID: " + instance.guid +
          L"\nProfile: " + instance.profile + L"\nHKCU: " + instance.branch + L"\n";

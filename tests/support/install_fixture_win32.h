@@ -52,6 +52,9 @@ class InstallTest : public ::testing::Test {
   std::wstring scratch_;
 };
 
+/// Puts an instance's profile into another roaming folder, as a user's profile elsewhere has it.
+void MoveHost(MadeInstance& instance, const std::wstring& roaming);
+
 /// The report's first lines about an instance.
 std::wstring HeaderOf(const MadeInstance& instance);
 

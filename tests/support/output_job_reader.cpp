@@ -1,7 +1,6 @@
 #include "tests/support/output_job_reader.h"
 
 namespace kestrune {
-namespace {
 
 std::vector<std::string> Split(std::string_view text, char separator) {
   std::vector<std::string> parts(1);
@@ -14,6 +13,8 @@ std::vector<std::string> Split(std::string_view text, char separator) {
   }
   return parts;
 }
+
+namespace {
 
 std::vector<std::string> Lines(std::string_view text) {
   std::vector<std::string> lines = Split(text, '\n');

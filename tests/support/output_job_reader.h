@@ -7,6 +7,9 @@
 
 namespace kestrune {
 
+/// The text between separators; one empty part for an empty text.
+std::vector<std::string> Split(std::string_view text, char separator);
+
 /// The ODB++ configuration of an output job as the host reads it: the value of the first
 /// "Configuration1_Item1" line, cut into its fields. A field without "=" has an empty second part.
 struct OutputConfiguration {

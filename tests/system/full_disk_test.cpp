@@ -20,7 +20,21 @@ namespace {
 
 using ::testing::StartsWith;
 
-class FullDiskTest : public FinalizeTest {};
+class FullDiskTest : public FinalizeTest {
+ protected:
+  /// The disk becomes full with an archive of an earlier export on it, and the host writes another.
+  void PutArchives(const SmallDisk& disk, const std::wstring& former, std::size_t former_size,
+                   std::size_t size) const {
+    PutFile(former, std::string(former_size, 'f'));
+    EXPECT_TRUE(disk.Fill());
+    PutFile(native_, std::string(size, 'z'));
+  }
+
+  /// The default destination of a user whose profile lies on the disk.
+  static std::wstring DestinationOn(const SmallDisk& disk) {
+    return disk.Folder() + L"\\AppData\\Local\\Kestrune\\ODBpp\\Main.zip";
+  }
+};
 
 TEST_F(FullDiskTest, AnExportFolderOnAFullDiskIsReplacedByTheDefaultOne) {
   const SmallDisk disk;
@@ -46,9 +60,7 @@ TEST_F(FullDiskTest, TheFormerArchiveStaysWhereTheNewOneHasNoRoom) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const std::wstring former = JoinPath(disk.Folder(), L"Main.zip");
-  PutFile(former, std::string(50'000, 'f'));
-  ASSERT_TRUE(disk.Fill());
-  PutFile(native_, std::string(100'000, 'z'));
+  PutArchives(disk, former, 50'000, 100'000);
   Settings(L"[Export]\nDirectory=" + disk.Folder() + L"\n");
   EXPECT_TRUE(
       EndsWithBox(0, Delivered(default_destination_, L"97 KB"), MB_ICONINFORMATION, Finalize()));
@@ -60,10 +72,8 @@ TEST_F(FullDiskTest, WithoutRoomForItTheUserIsToldAndTheFormerArchiveStays) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const MovedProfile moved(disk.Folder());
-  const std::wstring destination = disk.Folder() + L"\\AppData\\Local\\Kestrune\\ODBpp\\Main.zip";
-  PutFile(destination, std::string(50'000, 'f'));
-  ASSERT_TRUE(disk.Fill());
-  PutFile(native_, std::string(100'000, 'z'));
+  const std::wstring destination = DestinationOn(disk);
+  PutArchives(disk, destination, 50'000, 100'000);
   EXPECT_TRUE(EndsWithBox(4,
                           L"Cannot overwrite the destination ZIP.\n\n" + destination + L"\n\n" +
                               SystemText(ERROR_DISK_FULL),
@@ -76,10 +86,8 @@ TEST_F(FullDiskTest, ASmallerArchiveReplacesTheFormerOneOnAFullDisk) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const MovedProfile moved(disk.Folder());
-  const std::wstring destination = disk.Folder() + L"\\AppData\\Local\\Kestrune\\ODBpp\\Main.zip";
-  PutFile(destination, std::string(100'000, 'f'));
-  ASSERT_TRUE(disk.Fill());
-  PutFile(native_, std::string(50'000, 'z'));
+  const std::wstring destination = DestinationOn(disk);
+  PutArchives(disk, destination, 100'000, 50'000);
   EXPECT_TRUE(EndsWithBox(0, Delivered(destination, L"48 KB"), MB_ICONINFORMATION, Finalize()));
   EXPECT_EQ(FileBytes(destination), std::string(50'000, 'z'));
 }
@@ -142,9 +150,7 @@ TEST_F(FullDiskInstallTest, AProfileOnAFullDiskIsLeftAsItWas) {
   ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(roaming))));
   ASSERT_TRUE(MakeDirectoryLink(roaming, disk.Folder()));
   const MovedProfile moved(Scratch(L"user"));
-  host.profile = roaming + L"\\Altium\\" + std::wstring(FileName(host.profile));
-  host.rcs = JoinPath(host.profile, L"DXP.RCS");
-  PutFile(host.rcs, used.rcs);
+  MoveHost(host, roaming);
   ASSERT_TRUE(disk.Fill());
   const RunOutcome outcome = Run(L"--install");
   EXPECT_TRUE(EndsWithBox(
@@ -163,10 +169,7 @@ TEST_F(FullDiskInstallTest, WithoutRoomForTheRuntimeNoProfileIsChanged) {
   const BoxInstance used = UsedHost(1, 24);
   MadeInstance host = MakeHost(used);
   const MovedProfile moved(disk.Folder());
-  host.profile =
-      disk.Folder() + L"\\AppData\\Roaming\\Altium\\" + std::wstring(FileName(host.profile));
-  host.rcs = JoinPath(host.profile, L"DXP.RCS");
-  PutFile(host.rcs, used.rcs);
+  MoveHost(host, disk.Folder() + L"\\AppData\\Roaming");
   ASSERT_TRUE(disk.Fill());
   EXPECT_TRUE(EndsWithBox(40, Failed(host, L"Runtime deployment failed; profile unchanged."),
                           MB_ICONWARNING, Run(L"--install")));

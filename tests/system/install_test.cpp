@@ -743,9 +743,7 @@ TEST_F(InstallTest, AnApostropheAndAnAnsiLetterInTheUsersNameDoNotMatter) {
   const BoxInstance instance = UsedHost(1, 24);
   MadeInstance host = MakeHost(instance);
   const MovedProfile moved(home);
-  host.profile = home + L"\\AppData\\Roaming\\Altium\\" + std::wstring(FileName(host.profile));
-  host.rcs = JoinPath(host.profile, L"DXP.RCS");
-  PutFile(host.rcs, instance.rcs);
+  MoveHost(host, home + L"\\AppData\\Roaming");
   const RunOutcome outcome = Run(L"--install");
   EXPECT_TRUE(EndsWithBox(0, Registered(host), kGood, outcome));
   EXPECT_TRUE(HasWorkingButton(host));

@@ -3,24 +3,13 @@
 #include "common/text.h"
 #include "export/layer_selection.h"
 #include "tests/support/layer_edit.h"
+#include "tests/support/output_job_reader.h"
 #include "tests/support/samples.h"
 
 namespace kestrune {
 namespace {
 
 constexpr std::string_view kConfiguration = "Configuration1_Item1=";
-
-std::vector<std::string> Split(std::string_view text, char separator) {
-  std::vector<std::string> parts(1);
-  for (const char c : text) {
-    if (c == separator) {
-      parts.emplace_back();
-    } else {
-      parts.back().push_back(c);
-    }
-  }
-  return parts;
-}
 
 std::string KeyOf(std::string_view field) {
   return std::string(field.substr(0, field.find('=')));

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/ordinal.h"
+#include "tests/support/project_entries.h"
 #include "tests/support/rcs_generator.h"
 
 namespace altium_registration {
@@ -396,17 +397,7 @@ TEST(PlanLaw, InstallThenRemoveLeavesTheForeignEntries) {
 
 TEST(PlanLaw, TheProjectStandsOnceAfterInstallAndNeverAfterRemoval) {
   ForEachPlan([](ListGenerator&, const Values&, bool install, const Values& plan) {
-    const auto count = std::count_if(plan.begin(), plan.end(), [](const RegistryValue& value) {
-      std::optional<std::uint32_t> index;
-      std::wstring text;
-      std::wstring error;
-      if (!ParseItemName(value.name, index, error) || !index || !ItemText(value, text, error)) {
-        return false;
-      }
-      std::replace(text.begin(), text.end(), L'/', L'\\');
-      return kestrune::EqualIgnoringCase(text, kProject);
-    });
-    EXPECT_EQ(count, install ? 1 : 0);
+    EXPECT_EQ(ProjectEntries(plan, kProject), install ? 1U : 0U);
   });
 }
 
