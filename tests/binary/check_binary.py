@@ -1,10 +1,13 @@
 #!/usr/bin/env python3
-"""Checks of the built program: check_binary.py Kestrune.exe [SOURCE_FOLDER...]
+"""Checks of what is built: check_binary.py Kestrune.exe [SOURCE_FOLDER...]
+                        check_binary.py --setup SETUP.exe [SOURCE_FOLDER...]
 
 Reads the file itself, byte by byte, so that nothing has to be installed: headers, import list,
-flags, relocations, resources (manifest, version, icon) and size. Prints what is wrong and ends with
-"N passed, N failed"; the exit code is 0 when nothing failed.
+flags, relocations, resources (manifest, version, icon), texts and size. Of a setup program only the
+texts, after unpacking it. Prints what is wrong and ends with "N passed, N failed"; the exit code is
+0 when nothing failed.
 """
+import lzma
 import os
 import re
 import struct
@@ -183,28 +186,56 @@ def check_resources(image):
 
 
 def check_strings(data, folders):
-    texts = data + data.decode("utf-16-le", "ignore").encode("utf-8", "ignore")
+    """No folder of the builder's stands in the data, be it in bytes or in UTF-16."""
     for folder in folders:
         check(f"the folder {folder} does not stand in the file",
-              os.fsencode(folder) not in texts)
+              os.fsencode(folder) not in data and folder.encode("utf-16-le") not in data)
+    narrowed = data.replace(b"\0", b"")
     for pattern in (rb"/home/[a-z]", rb"[A-Z]:\\(work|build|src)\\", rb"[a-z0-9_]+_win32\.cpp",
-                    rb"\.pdb\0"):
-        found = re.search(pattern, data)
+                    rb"\.pdb(\0|$)"):
+        found = re.search(pattern, data) or re.search(pattern, narrowed)
         check(f"{pattern.decode()} does not stand in the file", not found,
               found.group(0) if found else "")
 
 
-def main():
-    path = sys.argv[1]
-    with open(path, "rb") as file:
-        data = file.read()
+def unpacked_setup(data):
+    """What a setup program carries: one LZMA stream behind the installer's 28-byte header."""
+    start = data.index(b"\xef\xbe\xad\xdeNullsoftInst") + 24
+    kind, dictionary = data[start], struct.unpack_from("<I", data, start + 1)[0]
+    stream = lzma.LZMADecompressor(lzma.FORMAT_RAW, filters=[{
+        "id": lzma.FILTER_LZMA1, "lc": kind % 9, "lp": kind // 9 % 5, "pb": kind // 45,
+        "dict_size": dictionary}])
+    return stream.decompress(data[start + 5:])
+
+
+def check_setup(data, folders):
+    carried = unpacked_setup(data)
+    # Without these the stream was not read, and looking for texts in it would prove nothing.
+    check("the program was found in the setup program", b"SetDefaultDllDirectories" in carried)
+    check("the setup's own texts were found", "--package".encode("utf-16-le") in carried)
+    check_strings(data, folders)
+    check_strings(carried, folders)
+
+
+def check_program(data, folders):
     image = Image(data)
     check_headers(image)
     check_imports(image)
     check_resources(image)
-    project = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-    check_strings(data, [project] + sys.argv[2:])
+    check_strings(data, folders)
     check(f"the file is smaller than {SIZE_LIMIT} bytes", len(data) < SIZE_LIMIT, len(data))
+
+
+def main():
+    arguments = sys.argv[1:]
+    check_file = check_program
+    if arguments[0] == "--setup":
+        check_file = check_setup
+        del arguments[0]
+    with open(arguments[0], "rb") as file:
+        data = file.read()
+    project = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+    check_file(data, [project] + arguments[1:])
     print(f"{len(data)} bytes")
     print(f"{passed} passed, {failed} failed")
     return 1 if failed else 0
