@@ -39,9 +39,8 @@ class UnattendedCalls final : public ModeCalls {
 
 /// Repeats `round` and compares what is held after the first rounds, in which the system's own
 /// libraries open what they keep, with what is held after the last.
-void ExpectNothingLeaks(const std::function<void()>& round, int usual = 10) {
-  constexpr int kFirstRounds = 5;
-  const int rounds = RepeatedRounds(usual);
+void ExpectNothingLeaks(const std::function<void()>& round, int rounds = RepeatedRounds(10)) {
+  constexpr int kFirstRounds = 3;
   for (int i = 0; i < kFirstRounds && !::testing::Test::HasFailure(); ++i) {
     round();
   }
@@ -129,7 +128,6 @@ TEST_F(RepeatedModes, WaitingForTheArchive) {
   PutArchive();
   // A wait sleeps for a second and a half, so eight of them stand for eight rounds.
   constexpr int kAtOnce = 8;
-  const int rounds = RepeatedRounds(2 * kAtOnce) / kAtOnce;
   const auto wait_eight_times = [&] {
     std::vector<int> codes(kAtOnce, -1);
     std::vector<std::thread> waits;
@@ -144,14 +142,7 @@ TEST_F(RepeatedModes, WaitingForTheArchive) {
     }
     EXPECT_EQ(codes, std::vector<int>(kAtOnce, 0));
   };
-  wait_eight_times();
-  wait_eight_times();
-  const OpenResources before = CountOpenResources();
-  for (int i = 0; i < rounds; ++i) {
-    wait_eight_times();
-  }
-  EXPECT_EQ(CountOpenResources().handles, before.handles);
-  RecordProperty("rounds", rounds * kAtOnce);
+  ExpectNothingLeaks(wait_eight_times, RepeatedRounds(2 * kAtOnce) / kAtOnce);
 }
 
 TEST_F(RepeatedModes, DeliveringToTheClipboard) {
