@@ -165,7 +165,7 @@ class RcsParser {
     for (std::uint32_t place = 0; place < count; ++place) {
       constexpr std::uint32_t kAhead = 16;
       if (place + kAhead < count) {
-        index.Prefetch(hashes_[place + kAhead]);
+        index.PrefetchPlace(hashes_[place + kAhead]);
       }
       const auto same = [&](std::uint32_t other) {
         return document_.Identifier(document_.records_[other]) ==

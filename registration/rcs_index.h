@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "registration/prefetch.h"
+
 namespace altium_registration {
 
 /// Stands for "none" where items of a file are numbered.
@@ -85,13 +87,8 @@ class RcsIndex {
     return true;
   }
 
-  /// Has the memory fetch the place of a hash that will be looked up soon. Changes nothing but
-  /// time.
-  void Prefetch([[maybe_unused]] std::uint32_t hash) const {
-#if defined(__GNUC__)
-    __builtin_prefetch(&slots_[hash & (slots_.size() - 1)]);
-#endif
-  }
+  /// Has the memory fetch the place of a hash that will be looked up soon. There must be room.
+  void PrefetchPlace(std::uint32_t hash) const { Prefetch(&slots_[hash & (slots_.size() - 1)]); }
 
   /// Makes room for this many items at once.
   void Reserve(std::size_t items) {

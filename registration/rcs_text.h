@@ -21,6 +21,8 @@ class RcsText {
   RcsText(std::string_view written, bool doubled) : written_(written), doubled_(doubled) {}
 
   bool empty() const { return written_.empty(); }
+  /// The size of the text, or more when doubled quotes stand in it.
+  std::size_t LongestSize() const { return written_.size(); }
   /// The text meant, doubled quotes collapsed.
   std::string ToString() const;
   std::uint32_t Hash() const { return HashOf(doubled_ ? std::string_view(ToString()) : written_); }
