@@ -15,6 +15,7 @@
 #include "common/text.h"
 #include "common/text_win32.h"
 #include "export/user_settings_win32.h"
+#include "install/extra_record_kinds.h"
 #include "install/host_discovery_win32.h"
 #include "install/host_process_win32.h"
 #include "install/host_product.h"

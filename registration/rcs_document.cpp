@@ -38,7 +38,14 @@ constexpr std::array<KnownKind, 6> kKnownKinds = {{{"Link", RcsKind::kLink},
                                                    {"Deletion", RcsKind::kDeletion},
                                                    {"Separator", RcsKind::kSeparator}}};
 
+constexpr std::string_view kEnd = "End";
+
 }  // namespace
+
+bool IsRcsKeyword(std::string_view word) {
+  return word == kEnd ||
+         std::ranges::find(kKnownKinds, word, &KnownKind::keyword) != kKnownKinds.end();
+}
 
 class RcsParser {
  public:
@@ -141,7 +148,7 @@ class RcsParser {
   std::uint32_t AddRecord(RcsSpan keyword, RcsKind kind, RcsSpan identifier) {
     const auto place = static_cast<std::uint32_t>(document_.records_.size());
     const RcsText text = Text(identifier);
-    if (text.empty() || text == "End") {
+    if (text.empty() || text == kEnd) {
       throw Failure{L"Duplicate/invalid RCS identifier."};
     }
     if (options_.strict) {
@@ -240,7 +247,7 @@ class RcsParser {
   RcsText Text(RcsSpan token) const { return token.In(document_.raw_); }
 
   bool ClosesRecord(RcsSpan token) const {
-    return !token.quoted() && token.Written(document_.raw_) == "End";
+    return !token.quoted() && token.Written(document_.raw_) == kEnd;
   }
 
   // Room for a file as users have them, so that its lists need not grow.

@@ -24,6 +24,10 @@ inline constexpr std::uint32_t kMaxRcsDepth = 32;
 /// Record kinds named by their keywords.
 using RcsKinds = std::span<const std::string_view>;
 
+/// Whether this word has a meaning of its own where a record begins or ends: the host's own kinds,
+/// and "End". Words differ by case.
+bool IsRcsKeyword(std::string_view word);
+
 /// The kinds of record. kCarried stands for every kind that the caller let through by name.
 enum class RcsKind : std::uint8_t {
   kTree,

@@ -48,6 +48,16 @@ std::string Nested(int depth) {
   return text;
 }
 
+TEST(RcsKeywords, AreTheKindsThatAreParsedAndTheClosingWord) {
+  for (const std::string_view word :
+       {"Tree", "PL", "Link", "Insertion", "Deletion", "Separator", "End"}) {
+    EXPECT_TRUE(IsRcsKeyword(word)) << word;
+  }
+  for (const std::string_view word : {"", "tree", "Trees", "Change", "end"}) {
+    EXPECT_FALSE(IsRcsKeyword(word)) << word;
+  }
+}
+
 TEST(RcsDocument, EmptyTextsAreDocumentsWithoutRecords) {
   for (const std::string_view raw : {"", " \t\r\n", "\xEF\xBB\xBF", "\xEF\xBB\xBF \r\n"}) {
     EXPECT_TRUE(Parsed(raw).records().empty());
