@@ -3,7 +3,6 @@
 namespace kestrune {
 
 using altium_registration::HasAnchor;
-using altium_registration::kToolbarAnchors;
 using altium_registration::RcsKinds;
 using altium_registration::ToolbarAnchor;
 using altium_registration::ToolbarKind;
@@ -16,19 +15,20 @@ constexpr std::int32_t kLastLegacyMajor = 17;
 }  // namespace
 
 std::optional<ToolbarAnchor> ChooseAnchor(std::string_view resource, std::int32_t major,
-                                          RcsKinds carried_kinds) {
+                                          RcsKinds carried_kinds,
+                                          std::span<const ToolbarAnchor> places) {
   const ToolbarKind wanted =
       major > kLastLegacyMajor ? ToolbarKind::ActiveBar : ToolbarKind::Legacy;
   std::optional<ToolbarAnchor> found;
   std::optional<ToolbarAnchor> fitting;
   int count = 0;
-  for (const ToolbarAnchor& anchor : kToolbarAnchors) {
+  for (const ToolbarAnchor& anchor : places) {
     if (!HasAnchor(resource, anchor.target, anchor.reference, carried_kinds)) {
       continue;
     }
     ++count;
     found = anchor;
-    if (major > 0 && anchor.kind == wanted) {
+    if (!fitting && major > 0 && anchor.kind == wanted) {
       fitting = anchor;
     }
   }

@@ -24,7 +24,8 @@ struct Spec {
   std::string anchor_reference;
 };
 
-/// The toolbars of hosts up to major version 17, and of later ones.
+/// The toolbars of hosts up to major version 17, and of later ones. The button has an image for
+/// each.
 enum class ToolbarKind : std::uint8_t { Legacy = 1, ActiveBar = 2 };
 
 /// A place on the host's own toolbars where the button can stand.
@@ -34,11 +35,12 @@ struct ToolbarAnchor {
   ToolbarKind kind = ToolbarKind::Legacy;
 };
 
-/// The places known so far, in the order in which they are tried.
-inline constexpr std::array<ToolbarAnchor, 2> kToolbarAnchors = {{
+/// The places known so far. Of several on one host's bar the first counts, so further ones are
+/// appended: a button that stands then stays where it is.
+inline constexpr std::array kToolbarAnchors = std::to_array<ToolbarAnchor>({
     {"TLPCBToolbar", "TBPCB_StandardToolbar760", ToolbarKind::Legacy},
     {"TopBarPCB", "TopBarPCB010", ToolbarKind::ActiveBar},
-}};
+});
 
 /// Computes the text of a customization file with the button installed or removed.
 ///
