@@ -43,7 +43,8 @@ FileKind QueryFileKind(const std::wstring& path);
 /// QueryFileKind for callers to whom an error means the same as an absent file.
 FileKind QueryFileKindQuietly(const std::wstring& path) noexcept;
 
-/// Opens an existing file for reading.
+/// Opens an existing file for reading. Owns nothing, with the thread's last error, when Windows
+/// refuses.
 FileHandle OpenForReading(const std::wstring& path,
                           DWORD sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
 

@@ -31,8 +31,9 @@ std::wstring PathFromDisplayIcon(std::wstring_view display_icon);
 /// Whether the path's last component is the name of the host's program, in either of its names.
 bool NamesHostProgram(std::wstring_view path);
 
-/// File name of the toolbar button's image. `active_bar` tells that the instance has the newer
-/// toolbar.
+/// File name of the toolbar button's image, one of those in package/Assets: the legacy one for the
+/// older toolbar; for the newer one (`active_bar`) the usual image, or the small one for the single
+/// version and edition that needs it.
 std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
                                 std::wstring_view display_name);
 

@@ -38,6 +38,7 @@ class RcsFile {
   [[nodiscard]] const FileFacts& Facts() const { return facts_; }
   [[nodiscard]] const FileSecurity& Security() const { return security_; }
 
+  /// The bytes of the file and of the temporary one, by the rules of ReadRcsBytes.
   [[nodiscard]] std::string Read() const;
   [[nodiscard]] std::string ReadTemporary() const;
 
@@ -46,10 +47,16 @@ class RcsFile {
 
   /// Writes the new text, whose SHA-256 is `digest`, to the temporary file.
   void Prepare(std::string_view new_text, std::string digest);
+  /// Puts the temporary file in the place of DXP.RCS where nobody changed either since this object
+  /// saw them, then restores the exact security. Where the replaced file was not the planned text
+  /// after all, it goes back as far as possible.
   void Commit();
   /// Whether the file counts as replaced by this object; yes where that cannot be told.
   [[nodiscard]] bool Replaced() const noexcept { return replaced_; }
+  /// Throws when owner, group or DACL are not those of the beginning.
   void CheckSecurity() const;
+  /// Writes the DACL of the beginning and reads everything back. Throws when owner, group or DACL
+  /// differ then.
   void RestoreSecurity();
   /// Puts the text of the saved file back, or the displaced file itself where DXP.RCS is missing.
   void RollBack(const std::wstring& saved_path);
