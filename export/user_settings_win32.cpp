@@ -39,13 +39,13 @@ class SettingsFile {
   }
 
   bool Enabled() const {
-    const int current = Number(L"Target", kAbsentNumber);
-    return (current < 0 ? Number(L"AfterExport", 0) : current) != 0;
+    const int current = Number(L"Target", L"Enabled", kAbsentNumber);
+    return (current < 0 ? Number(L"AfterExport", L"Enabled", 0) : current) != 0;
   }
 
  private:
-  int Number(const wchar_t* section, int absent) const {
-    return static_cast<int>(GetPrivateProfileIntW(section, L"Enabled", absent, path_.c_str()));
+  int Number(const wchar_t* section, const wchar_t* key, int absent) const {
+    return static_cast<int>(GetPrivateProfileIntW(section, key, absent, path_.c_str()));
   }
 
   std::wstring path_;
