@@ -21,6 +21,14 @@ help_if_asked() {
   esac
 }
 
+# allow_only OPTION "${1:-}": ends the calling script when it was started with anything but this option.
+allow_only() {
+  case "$2" in
+    '' | "$1") ;;
+    *) die "unknown argument $2; see --help" ;;
+  esac
+}
+
 # step TEXT COMMAND...: runs the command, says how long it took, and shows its output only when it
 # fails (or when KESTRUNE_VERBOSE is set).
 step() {
