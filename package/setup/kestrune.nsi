@@ -435,11 +435,16 @@ Function un.Unregister
 FunctionEnd
 
 ; The program finds its folders through the profile, which may differ from what the shell says.
+; The script keeps its journal in Exchange, beside the runtime.
 Function un.RemoveRuntime
   Push "$LOCALAPPDATA\Kestrune\Runtime"
   Call un.RemoveTree
+  Push "$LOCALAPPDATA\Kestrune\Exchange"
+  Call un.RemoveTree
   ${If} $PROFILE != ""
     Push "$PROFILE\AppData\Local\Kestrune\Runtime"
+    Call un.RemoveTree
+    Push "$PROFILE\AppData\Local\Kestrune\Exchange"
     Call un.RemoveTree
   ${EndIf}
   SetShellVarContext all
@@ -455,11 +460,8 @@ Function un.RemoveRuntime
 FunctionEnd
 
 Function un.NameWhatStays
-  SetShellVarContext all
-  StrCpy $0 "$DOCUMENTS\Kestrune\ODBpp"
-  SetShellVarContext current
   StrCpy $Outcome "Kestrune is removed. These stay, where they exist:$\r$\n$\r$\n\
-    your exports: $0, or the export folder of your settings$\r$\n\
+    your exports: $LOCALAPPDATA\Kestrune\ODBpp, or the export folder of your settings$\r$\n\
     the log: $LOCALAPPDATA\Kestrune\Logs$\r$\n\
     your settings: $LOCALAPPDATA\Kestrune\settings.ini$\r$\n\
     the backups: KestruneBackups in each profile folder of Altium Designer"
