@@ -12,7 +12,8 @@
 
 namespace altium_registration {
 
-/// Attributes, last-write time and size as the directory shows them.
+/// Attributes, last-write time (100 nanoseconds since 1601, UTC) and size in bytes as the directory
+/// shows them.
 struct FileFacts {
   std::uint32_t attributes = 0;
   std::uint64_t write_time = 0;

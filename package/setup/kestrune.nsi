@@ -465,7 +465,7 @@ Function un.NameWhatStays
     the log: $LOCALAPPDATA\Kestrune\Logs$\r$\n\
     your settings: $LOCALAPPDATA\Kestrune\settings.ini$\r$\n\
     the backups: KestruneBackups in each profile folder of Altium Designer"
-  DetailPrint "$Outcome"
+  DetailPrint "Kestrune is removed."
   MessageBox MB_OK|MB_ICONINFORMATION "$Outcome" /SD IDOK
 FunctionEnd
 
