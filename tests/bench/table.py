@@ -43,9 +43,18 @@ for count, time in (map(int, line.split()) for line in (folder / "install.txt").
     further = f"{(time - before[1]) / (count - before[0]):.0f} ms" if before else ""
     print(f"| {count} instance{'s' * (count > 1)} | {time} ms | {further} |")
     before = count, time
+times = {}
 print("\n| Native benchmark | time | throughput |")
 print("|---|---|---|")
 for path in sorted(folder.glob("*_bench.json")):
     for name, time, speed in benchmarks(path):
         throughput = f"{speed / 2**20:.0f} MiB/s" if speed else ""
         print(f"| {path.stem.removesuffix('_bench')}: {name} | {shown(time)} | {throughput} |")
+        times[name] = time
+
+print("\n| Customization file | 1 MiB | 2 MiB | 4 MiB | 8 MiB |")
+print("|---|---|---|---|---|")
+for first in [name for name in times if name.endswith("/1024")]:
+    work = first.removesuffix("/1024")
+    row = [times[n] for n in times if n.rpartition("/")[0] == work and not n.endswith("/64")]
+    print(f"| {work} | {' | '.join(shown(time) for time in row)} |")
