@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
+#include "common/clock_time_win32.h"
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
-#include "common/clock_time_win32.h"
 #include "common/log_line.h"
 #include "common/owners_win32.h"
 #include "common/path.h"

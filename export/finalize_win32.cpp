@@ -88,9 +88,10 @@ bool FindsNoRoom(std::uint64_t size, const std::wstring& destination) {
   FileEntry former;
   DWORD code = 0;
   ULARGE_INTEGER free = {};
+  // A folder on a network share is answered for only with a separator behind it.
+  const std::wstring folder = ExtendedPath(JoinPath(ParentPath(destination), L""));
   return QueryEntry(destination, former, code) && former.kind == FileKind::RegularFile &&
-         GetDiskFreeSpaceExW(ExtendedPath(std::wstring(ParentPath(destination))).c_str(), &free,
-                             nullptr, nullptr) != FALSE &&
+         GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) != FALSE &&
          size > free.QuadPart + former.size;
 }
 

@@ -2,11 +2,11 @@
 
 #include <windows.h>
 
+#include "common/clock_time_win32.h"
 #include "common/failure_win32.h"
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
-#include "common/clock_time_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/text_win32.h"

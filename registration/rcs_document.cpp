@@ -15,12 +15,9 @@ namespace {
 
 using kestrune::Failure;
 
-/// Above the size limit, or with a NUL byte, as UTF-16 files have them.
-constexpr const wchar_t* kUnsupported = L"Unsupported RCS size/encoding.";
-
 std::string_view AtMostTheLimit(std::string_view raw) {
   if (raw.size() > kMaxRcsBytes) {
-    throw Failure{kUnsupported};
+    throw Failure{kUnsupportedRcs};
   }
   return raw;
 }
@@ -63,7 +60,7 @@ class RcsParser {
       // A text that is no 8-bit text, and a quote that is never closed, make every other finding
       // doubtful, so they are named first.
       if (document_.raw_.find('\0') != std::string_view::npos) {
-        throw Failure{kUnsupported};
+        throw Failure{kUnsupportedRcs};
       }
       for (RcsLexer lexer(document_.raw_); !lexer.AtEnd();) {
         lexer.Next();

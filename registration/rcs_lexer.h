@@ -9,6 +9,10 @@
 
 namespace altium_registration {
 
+/// The failure's text for a file above the size limit, or with a NUL byte as UTF-16 files have
+/// them.
+inline constexpr const wchar_t* kUnsupportedRcs = L"Unsupported RCS size/encoding.";
+
 /// Reads the tokens of a customization file one after the other. None is kept: a file of eight
 /// million one-byte tokens costs no more memory than any other.
 class RcsLexer {
@@ -33,7 +37,7 @@ class RcsLexer {
   }
 
   /// Takes the next token. Must not be called at the end. Throws kestrune::Failure with "Unclosed
-  /// RCS quote." or "Unsupported RCS size/encoding." (a NUL byte).
+  /// RCS quote." or kUnsupportedRcs (a NUL byte).
   RcsSpan Next() {
     const char* const start = position_;
     if (*start == kRcsQuote) {
@@ -43,7 +47,7 @@ class RcsLexer {
     if (end == start) {
       // A token cannot begin with a blank or a quote here: an equals sign, or a NUL.
       if (*end == '\0') {
-        throw kestrune::Failure{L"Unsupported RCS size/encoding."};
+        throw kestrune::Failure{kUnsupportedRcs};
       }
       ++end;
     }
@@ -60,7 +64,7 @@ class RcsLexer {
         throw kestrune::Failure{L"Unclosed RCS quote."};
       }
       if (*close == '\0') {
-        throw kestrune::Failure{L"Unsupported RCS size/encoding."};
+        throw kestrune::Failure{kUnsupportedRcs};
       }
       if (close + 1 == end_ || close[1] != kRcsQuote) {
         SkipTo(close + 1);
