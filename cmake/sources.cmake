@@ -2,7 +2,7 @@
 set(KESTRUNE_CORE_SOURCES)
 set(KESTRUNE_WINDOWS_SOURCES)
 foreach(folder common entry export install registration)
-  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
   foreach(source ${sources})
     if(source MATCHES "/entry/main_win32\\.cpp$")
       continue()

@@ -11,11 +11,11 @@
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/program_path_win32.h"
-#include "entry/prepare_status_win32.h"
-#include "export/finalize_win32.h"
-#include "export/native_wait_win32.h"
-#include "export/prepare_win32.h"
-#include "export/window_position_win32.h"
+#include "export/prepare/prepare_status_win32.h"
+#include "export/deliver/finalize_win32.h"
+#include "export/wait/native_wait_win32.h"
+#include "export/prepare/prepare_win32.h"
+#include "export/wait/window_position_win32.h"
 #include "install/installer_win32.h"
 
 namespace kestrune {

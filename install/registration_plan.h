@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "install/host_instance.h"
-#include "registration/toolbar_edit.h"
+#include "registration/rcs/toolbar_edit.h"
 
 namespace kestrune {
 

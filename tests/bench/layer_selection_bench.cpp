@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "export/layer_selection.h"
+#include "export/prepare/layer_selection.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "registration/global_projects.h"
-#include "registration/toolbar_edit.h"
+#include "registration/transaction/global_projects.h"
+#include "registration/rcs/toolbar_edit.h"
 
 namespace altium_registration {
 namespace {

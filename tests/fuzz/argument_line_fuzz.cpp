@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "common/text.h"
-#include "export/argument_line.h"
+#include "export/deliver/argument_line.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include "common/ordinal.h"
 #include "common/text.h"
-#include "export/bridge_project.h"
-#include "export/dependency_list.h"
+#include "export/prepare/bridge_project.h"
+#include "export/prepare/dependency_list.h"
 
 namespace {
 

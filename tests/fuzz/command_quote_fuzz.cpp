@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "common/text.h"
-#include "export/argument_line.h"
+#include "export/deliver/argument_line.h"
 #include "tests/support/split_command_line.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

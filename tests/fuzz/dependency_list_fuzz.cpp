@@ -7,7 +7,7 @@
 
 #include "common/ordinal.h"
 #include "common/text.h"
-#include "export/dependency_list.h"
+#include "export/prepare/dependency_list.h"
 
 namespace {
 

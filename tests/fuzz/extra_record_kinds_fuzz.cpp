@@ -11,7 +11,7 @@
 
 #include "common/text.h"
 #include "install/extra_record_kinds.h"
-#include "registration/rcs_document.h"
+#include "registration/rcs/rcs_document.h"
 
 namespace {
 

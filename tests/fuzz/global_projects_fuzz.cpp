@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "common/ordinal.h"
-#include "registration/global_projects.h"
+#include "registration/transaction/global_projects.h"
 #include "tests/support/project_entries.h"
 
 namespace {

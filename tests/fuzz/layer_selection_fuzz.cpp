@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "export/layer_selection.h"
+#include "export/prepare/layer_selection.h"
 #include "tests/support/layer_edit.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "common/text.h"
-#include "export/mailslot_name.h"
+#include "export/deliver/mailslot_name.h"
 
 namespace {
 

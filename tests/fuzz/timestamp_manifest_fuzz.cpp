@@ -5,7 +5,7 @@
 #include <string>
 
 #include "common/text.h"
-#include "install/package_timestamp.h"
+#include "install/deploy/package_timestamp.h"
 
 namespace {
 

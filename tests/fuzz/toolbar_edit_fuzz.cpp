@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "registration/toolbar_edit.h"
+#include "registration/rcs/toolbar_edit.h"
 #include "tests/fuzz/rcs_mutator.h"
 #include "tests/support/rcs_model.h"
 

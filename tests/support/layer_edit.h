@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "export/layer_selection.h"
+#include "export/prepare/layer_selection.h"
 
 namespace kestrune {
 

@@ -6,7 +6,7 @@
 #include "common/failure.h"
 #include "common/ordinal.h"
 #include "common/text.h"
-#include "registration/step_failure.h"
+#include "registration/transaction/step_failure.h"
 
 namespace altium_registration {
 namespace {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "registration/store.h"
+#include "registration/transaction/store.h"
 
 namespace altium_registration {
 

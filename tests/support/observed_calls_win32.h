@@ -5,7 +5,7 @@
 #include <type_traits>
 
 #include "common/owners_win32.h"
-#include "registration/system_calls_win32.h"
+#include "registration/transaction/system_calls_win32.h"
 
 namespace altium_registration {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "common/ordinal.h"
-#include "registration/global_projects.h"
+#include "registration/transaction/global_projects.h"
 
 namespace altium_registration {
 

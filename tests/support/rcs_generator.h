@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "registration/toolbar_edit.h"
+#include "registration/rcs/toolbar_edit.h"
 
 /// Customization files made up from a number: the shapes that users have and the ones that only a
 /// torn or hand-edited file has.

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "registration/toolbar_edit.h"
+#include "registration/rcs/toolbar_edit.h"
 
 /// A second, naive implementation of customization files and of the toolbar edit: copies
 /// everything, recurses, searches from the start each time. Tests and fuzzers hold the product

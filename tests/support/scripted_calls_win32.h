@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "common/failure.h"
-#include "registration/system_calls_win32.h"
+#include "registration/transaction/system_calls_win32.h"
 
 namespace altium_registration {
 

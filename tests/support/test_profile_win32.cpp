@@ -8,8 +8,8 @@
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
-#include "registration/global_projects.h"
-#include "registration/global_projects_key_win32.h"
+#include "registration/transaction/global_projects.h"
+#include "registration/transaction/global_projects_key_win32.h"
 
 namespace altium_registration {
 

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "registration/registry_value.h"
-#include "registration/windows_store_win32.h"
+#include "registration/transaction/registry_value.h"
+#include "registration/transaction/windows_store_win32.h"
 
 namespace altium_registration {
 

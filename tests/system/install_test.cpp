@@ -9,8 +9,8 @@
 #include "common/file_win32.h"
 #include "common/path.h"
 #include "common/text.h"
-#include "registration/global_projects.h"
-#include "registration/global_projects_key_win32.h"
+#include "registration/transaction/global_projects.h"
+#include "registration/transaction/global_projects_key_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/moved_profile_win32.h"
 

@@ -26,10 +26,10 @@
 #include "common/owners_win32.h"
 #include "common/text.h"
 #include "common/text_win32.h"
-#include "registration/global_projects.h"
-#include "registration/toolbar_edit.h"
-#include "registration/transaction.h"
-#include "registration/windows_store_win32.h"
+#include "registration/transaction/global_projects.h"
+#include "registration/rcs/toolbar_edit.h"
+#include "registration/transaction/transaction.h"
+#include "registration/transaction/windows_store_win32.h"
 #include "tests/support/observed_calls_win32.h"
 
 namespace altium_registration {

@@ -13,7 +13,7 @@
 #include "common/path.h"
 #include "common/text.h"
 #include "entry/dispatch_win32.h"
-#include "export/finalize_win32.h"
+#include "export/deliver/finalize_win32.h"
 #include "install/installer_win32.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/install_fixture_win32.h"

@@ -8,7 +8,7 @@
 #include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/path.h"
-#include "install/package_locator_win32.h"
+#include "install/deploy/package_locator_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/unix_link_win32.h"
 

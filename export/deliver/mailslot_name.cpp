@@ -1,0 +1,36 @@
+#include "export/deliver/mailslot_name.h"
+
+#include <algorithm>
+#include <cwctype>
+#include <limits>
+
+#include "common/text.h"
+
+namespace kestrune {
+
+std::uint32_t ListenerProcessId(std::wstring_view name) {
+  constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+  if (!name.starts_with(kMailslotPrefix)) {
+    return 0;
+  }
+  std::uint64_t number = 0;
+  for (const wchar_t c : name.substr(kMailslotPrefix.size())) {
+    if (!IsAsciiDigit(c)) {
+      return 0;
+    }
+    number = number * 10 + static_cast<std::uint64_t>(c - L'0');
+    if (number >= none) {
+      return 0;
+    }
+  }
+  return static_cast<std::uint32_t>(number);
+}
+
+bool IsMailslotName(std::wstring_view name) {
+  return name.size() > kMailslotPrefix.size() && name.starts_with(kMailslotPrefix) &&
+         std::ranges::all_of(name.substr(kMailslotPrefix.size()), [](wchar_t c) {
+           return std::iswdigit(static_cast<std::wint_t>(c)) != 0;
+         });
+}
+
+}  // namespace kestrune

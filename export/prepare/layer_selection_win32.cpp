@@ -1,0 +1,105 @@
+#include "export/prepare/layer_selection_win32.h"
+
+#include <windows.h>
+
+#include <cstdint>
+#include <new>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+
+namespace kestrune {
+namespace {
+
+constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
+
+/// A file that does not fit into memory counts as one that cannot be read.
+bool TryToRead(const std::wstring& path, std::string& bytes) {
+  try {
+    return ReadWholeFile(path, kLargestFile, bytes);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+std::string ReadOrFail(const std::wstring& path, const std::wstring& failure_text) {
+  std::string bytes;
+  if (!TryToRead(path, bytes)) {
+    throw Failure{failure_text + path, 0};
+  }
+  return bytes;
+}
+
+/// The new job goes to its file in three pieces: a job may be large, and the process is not.
+bool WriteSelected(const std::wstring& path, std::string_view job,
+                   const LayerSelection& selection) {
+  FileWriter file(path);
+  file.Write(job.substr(0, selection.begin));
+  file.Write(selection.value);
+  file.Write(job.substr(selection.end));
+  return file.Finish();
+}
+
+/// Where the old job cannot be renamed over, taking it away first may help.
+bool Replace(const std::wstring& temporary, const std::wstring& target, ReplaceCalls& calls) {
+  if (calls.Rename(temporary, target)) {
+    return true;
+  }
+  calls.Delete(target);
+  return calls.Rename(temporary, target);
+}
+
+std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
+                                           const std::wstring& manifest, ReplaceCalls& calls) {
+  const UsedLayers used =
+      ParseUsedLayers(ReadOrFail(manifest, L"Cannot read the used-layer manifest: "));
+  const std::string job = ReadOrFail(out_job, L"Cannot read the temporary OutJob: ");
+  std::optional<LayerSelection> selection = SelectLayers(job, used);
+  if (!selection) {
+    throw Failure{L"The ODB configuration was not found in the temporary OutJob.", 0};
+  }
+  const std::wstring temporary = out_job + L".tmp";
+  if (!WriteSelected(temporary, job, *selection)) {
+    throw Failure{L"Cannot write the temporary OutJob update.", 0};
+  }
+  if (!Replace(temporary, out_job, calls)) {
+    calls.Delete(temporary);
+    throw Failure{L"Cannot replace the temporary OutJob after layer selection.", 0};
+  }
+  return std::move(selection->changes);
+}
+
+}  // namespace
+
+bool ReplaceCalls::Rename(const std::wstring& source, const std::wstring& target) {
+  return RenameOver(source, target);
+}
+
+void ReplaceCalls::Delete(const std::wstring& path) {
+  DeleteFileW(ExtendedPath(path).c_str());
+}
+
+bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,
+                        std::vector<PlotFieldChange>& changes, std::wstring& error_text) {
+  ReplaceCalls calls;
+  return SelectOutJobLayers(out_job, manifest, changes, error_text, calls);
+}
+
+bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,
+                        std::vector<PlotFieldChange>& changes, std::wstring& error_text,
+                        ReplaceCalls& calls) {
+  changes.clear();
+  error_text.clear();
+  try {
+    changes = RewriteOutJob(out_job, manifest, calls);
+    return true;
+  } catch (const Failure& failure) {
+    error_text = failure.text;
+  } catch (const std::bad_alloc&) {
+    // The job was read but leaves no room for its own selection.
+    error_text = L"Cannot read the temporary OutJob: " + out_job;
+  }
+  return false;
+}
+
+}  // namespace kestrune

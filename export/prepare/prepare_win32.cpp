@@ -1,0 +1,304 @@
+#include "export/prepare/prepare_win32.h"
+
+#include <windows.h>
+
+#include <new>
+#include <string_view>
+#include <vector>
+
+#include "common/failure.h"
+#include "common/failure_win32.h"
+#include "common/file_win32.h"
+#include "common/log_win32.h"
+#include "common/owners_win32.h"
+#include "common/path.h"
+#include "common/text.h"
+#include "common/text_win32.h"
+#include "export/prepare/bridge_project.h"
+#include "export/prepare/dependency_list.h"
+#include "export/prepare/layer_selection_win32.h"
+
+namespace kestrune {
+namespace {
+
+constexpr int kComplete = 0;
+constexpr int kNoLocalAppData = 2;
+constexpr int kNoPublicDocuments = 3;
+constexpr int kMissingDependency = 6;
+constexpr int kNameCollision = 7;
+constexpr int kLayerSelectionFailed = 8;
+constexpr int kRejected = 9;
+
+/// A list names one path per line; this is far beyond any panel.
+constexpr std::uint64_t kLargestDependencyList = std::uint64_t{64} << 20;
+
+/// How long a directory that is still being deleted may keep its name: a scanner lets go of it
+/// within a fraction of a second.
+constexpr int kCreateAttempts = 20;
+constexpr DWORD kCreatePauseMilliseconds = 50;
+
+/// What one run works on.
+struct Preparation {
+  std::wstring source_pcb;
+  std::wstring manifest;
+  std::wstring temporary_root;
+  std::wstring runtime_root;
+  std::vector<std::wstring> dependencies;
+};
+
+/// The missing list of a board without embedded boards is the usual case, not an error. A list that
+/// is too large is one: without it the export would lack boards.
+std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
+  std::string bytes;
+  if (!ReadWholeFile(list_path, kLargestDependencyList, bytes)) {
+    if (GetLastError() == ERROR_FILE_TOO_LARGE) {
+      throw Failure{L"Dependency list is too large", ERROR_FILE_TOO_LARGE};
+    }
+    return {};
+  }
+  std::vector<std::wstring> paths =
+      ParseDependencyList(bytes, [](std::string_view ansi) { return WideFromAnsi(ansi); });
+  for (std::wstring& path : paths) {
+    const std::wstring full = FullPath(path);
+    if (!full.empty()) {
+      path = full;
+    }
+  }
+  return WithoutRepeatedPaths(paths);
+}
+
+/// The path that the system itself has for a file or directory, whatever alias it was named by
+/// (short name, substituted drive, junction on the way). Empty where nothing can be opened. A link
+/// at the path's own end counts as itself only when asked so.
+std::wstring FinalPath(const std::wstring& path, DWORD link_flag) {
+  const FileHandle file(CreateFileW(
+      ExtendedPath(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | link_flag, nullptr));
+  std::wstring final_path;
+  DWORD size = file ? MAX_PATH : 0;
+  while (size > final_path.size()) {
+    final_path.resize(size);
+    size = GetFinalPathNameByHandleW(file.Get(), final_path.data(), size, 0);
+    if (size < final_path.size()) {
+      final_path.resize(size);
+      return final_path;
+    }
+  }
+  return {};
+}
+
+/// Whether emptying the temporary root would destroy the file. The root's own link, if it is one,
+/// is not followed: emptying removes the link and leaves its target.
+bool LiesInTemporaryRoot(const std::wstring& path, const std::wstring& root) {
+  const std::wstring full_path = FullPath(path);
+  const std::wstring full_root = FullPath(root);
+  if (full_path.empty() || full_root.empty()) {
+    throw Failure{L"absolute", ERROR_INVALID_NAME};
+  }
+  if (LiesInside(full_path, full_root)) {
+    return true;
+  }
+  const std::wstring final_root = FinalPath(root, FILE_FLAG_OPEN_REPARSE_POINT);
+  const std::wstring final_path = FinalPath(path, 0);
+  return !final_root.empty() && !final_path.empty() && LiesInside(final_path, final_root);
+}
+
+/// Why a source must not be exported, or nothing.
+std::wstring RejectionOf(const std::wstring& path, const std::wstring& root) {
+  if (path.empty() || LiesInTemporaryRoot(path, root)) {
+    return L"Cannot export the Bridge temporary PCB or an embedded board from its temporary "
+           L"folder. Open the original PCB project, not Bridge.PcbDoc from Recent.";
+  }
+  if (QueryFileKind(path) != FileKind::RegularFile) {
+    return L"A source PCB or embedded board is missing. Temporary files were not removed.";
+  }
+  return {};
+}
+
+std::wstring FirstRejection(const Preparation& run) {
+  try {
+    std::wstring rejection = RejectionOf(run.source_pcb, run.temporary_root);
+    for (std::size_t i = 0; rejection.empty() && i < run.dependencies.size(); ++i) {
+      rejection = RejectionOf(run.dependencies[i], run.temporary_root);
+    }
+    return rejection;
+  } catch (...) {
+    return L"Cannot validate source PCB paths. Temporary files were not removed.";
+  }
+}
+
+/// Whatever stands in the root's place goes: nothing but a throw-away project has business there.
+void RemoveOldProject(const std::wstring& root) {
+  if (!RemoveTree(root)) {
+    ThrowLastError(L"remove");
+  }
+}
+
+/// A directory that was removed while somebody had it open keeps its name for a moment.
+void CreateRoot(const std::wstring& root) {
+  for (int attempt = 1; !CreateDirectories(root); ++attempt) {
+    const DWORD code = GetLastError();
+    if (code != ERROR_ACCESS_DENIED || attempt == kCreateAttempts) {
+      throw Failure{L"create_directories", code};
+    }
+    Sleep(kCreatePauseMilliseconds);
+  }
+}
+
+/// A board under version control is often read-only; its copy must not be, or neither the host
+/// could save it nor the next run remove it.
+void CopyWritable(const std::wstring& source, const std::wstring& target) {
+  if (!CopyOver(source, target)) {
+    ThrowLastError(L"copy");
+  }
+  ClearReadOnly(target);
+}
+
+bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifest) {
+  std::vector<PlotFieldChange> changes;
+  std::wstring error_text;
+  if (!SelectOutJobLayers(out_job, manifest, changes, error_text)) {
+    WriteLogEntry(L"Prepare layer selection failed",
+                  L"Manifest=" + manifest + L" Error=" + error_text);
+    return false;
+  }
+  WriteLogEntry(L"ODB used layers", L"Manifest=" + manifest);
+  for (const PlotFieldChange& change : changes) {
+    WriteLogEntry(L"ODB plot field changed",
+                  WideFromAnsi(change.field) + (change.enabled ? L"=True" : L"=False"));
+  }
+  return true;
+}
+
+/// The project file while it grows. A failure shows only when it is finished, as the copies of the
+/// dependencies come first.
+class ProjectFile {
+ public:
+  explicit ProjectFile(const std::wstring& path) : file_(path) {}
+
+  /// Writes text in the system's ANSI code page, which is what the host reads. Text that it cannot
+  /// hold is a failure: the host would look for a document of another name.
+  void Append(std::wstring_view text) {
+    std::string bytes;
+    if (AnsiFromWide(WithWindowsLineEnds(text), bytes)) {
+      file_.Write(bytes);
+    } else {
+      file_.Fail(ERROR_NO_UNICODE_TRANSLATION);
+    }
+  }
+
+  void Finish() {
+    if (!file_.Finish()) {
+      ThrowLastError(L"Cannot finish temporary project");
+    }
+  }
+
+ private:
+  FileWriter file_;
+};
+
+/// Copies one embedded board and enters it in the project; answers the exit code.
+int AddDependency(const std::wstring& path, std::size_t number, const std::wstring& root,
+                  BridgeFileNames& names, ProjectFile& project) {
+  if (QueryFileKind(path) != FileKind::RegularFile) {
+    WriteLogEntry(L"Prepare missing dependency", path);
+    return kMissingDependency;
+  }
+  const std::wstring_view name = FileName(path);
+  if (!names.Take(name)) {
+    WriteLogEntry(L"Prepare dependency name collision", path);
+    return kNameCollision;
+  }
+  const std::wstring copy = JoinPath(root, name);
+  CopyWritable(path, copy);
+  project.Append(DependencySection(number, name));
+  WriteLogEntry(L"Prepare dependency", L"Source=" + path + L" Copy=" + copy);
+  return kComplete;
+}
+
+/// Its presence tells the script that the project is complete, so a path that the code page cannot
+/// hold is written with replacement characters rather than not at all.
+void WriteReadyFile(const std::wstring& root, const std::wstring& source_pcb) {
+  if (!WriteWholeFile(JoinPath(root, kReadyFile),
+                      AnsiFromWideLossy(WithWindowsLineEnds(source_pcb)))) {
+    ThrowLastError(L"Cannot write ready.txt");
+  }
+}
+
+/// Everything that changes the temporary root; answers the exit code or throws Failure.
+int BuildProject(const Preparation& run) {
+  const std::wstring& root = run.temporary_root;
+  const std::wstring out_job_path = JoinPath(root, kBridgeOutJob);
+  const std::wstring project_path = JoinPath(root, kBridgeProject);
+  RemoveOldProject(root);
+  CreateRoot(root);
+  CopyWritable(run.source_pcb, JoinPath(root, kBridgeBoard));
+  CopyWritable(JoinPath(run.runtime_root, kBridgeOutJob), out_job_path);
+  if (!SelectLayersAndLog(out_job_path, run.manifest)) {
+    return kLayerSelectionFailed;
+  }
+
+  ProjectFile project(project_path);
+  project.Append(BridgeProjectHead());
+  BridgeFileNames names;
+  std::size_t number = kFirstDependency;
+  for (const std::wstring& dependency : run.dependencies) {
+    const int code = AddDependency(dependency, number, root, names, project);
+    if (code != kComplete) {
+      return code;
+    }
+    ++number;
+  }
+  project.Append(OutJobSection(number));
+  project.Finish();
+
+  WriteReadyFile(root, run.source_pcb);
+  WriteLogEntry(L"Prepare complete", L"Project=" + project_path + L" OutJob=" + out_job_path +
+                                         L" Dependencies=" + Decimal(run.dependencies.size()));
+  return kComplete;
+}
+
+void LogFailure(const std::wstring& text, DWORD code) {
+  WriteLogEntry(L"Prepare failed", L"Error=" + text + L" GetLastError=" + Decimal(code));
+}
+
+}  // namespace
+
+int PrepareTemporaryProject(const std::wstring& source_pcb, const std::wstring& dependency_list,
+                            const std::wstring& used_layer_manifest, FolderCalls& folders) {
+  Preparation run{source_pcb, used_layer_manifest, {}, {}, {}};
+  std::wstring local_app_data;
+  std::wstring error_text;
+  if (!LocalAppDataDirectory(local_app_data, error_text, folders)) {
+    return kNoLocalAppData;
+  }
+  if (!TemporaryRoot(run.temporary_root, error_text, folders)) {
+    return kNoPublicDocuments;
+  }
+  run.runtime_root = RuntimeRoot(local_app_data);
+  try {
+    run.dependencies = ReadDependencies(dependency_list);
+    WriteLogEntry(L"Prepare begin", L"SourcePCB=" + source_pcb + L" Temp=" + run.temporary_root +
+                                        L" Runtime=" + run.runtime_root + L" Dependencies=" +
+                                        Decimal(run.dependencies.size()));
+    const std::wstring rejection = FirstRejection(run);
+    if (!rejection.empty()) {
+      WriteLogEntry(L"Prepare rejected", rejection);
+      return kRejected;
+    }
+    return BuildProject(run);
+  } catch (const Failure& failure) {
+    LogFailure(failure.text, failure.code);
+  } catch (const std::bad_alloc&) {
+    LogFailure(kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY);
+  }
+  return kPrepareFailed;
+}
+
+int PrepareTemporaryProject(const std::wstring& source_pcb, const std::wstring& dependency_list,
+                            const std::wstring& used_layer_manifest) {
+  FolderCalls folders;
+  return PrepareTemporaryProject(source_pcb, dependency_list, used_layer_manifest, folders);
+}
+
+}  // namespace kestrune

@@ -1,0 +1,53 @@
+#include "export/wait/native_wait_win32.h"
+
+#include <windows.h>
+
+#include "common/file_win32.h"
+#include "common/log_win32.h"
+#include "common/text.h"
+#include "export/wait/native_wait.h"
+
+namespace kestrune {
+namespace {
+
+constexpr int kStable = 0;
+
+std::optional<std::uint64_t> SizeOfRegularFile(const std::wstring& path) {
+  FileEntry entry;
+  DWORD code = 0;
+  return QueryEntry(path, entry, code) && entry.kind == FileKind::RegularFile
+             ? std::optional(entry.size)
+             : std::nullopt;
+}
+
+/// A result that cannot be written changes nothing: the script looks for the file only, and gives
+/// up by itself when none comes.
+void WriteResult(const std::wstring& path, const std::string& text) {
+  static_cast<void>(WriteWholeFile(path, text));
+}
+
+}  // namespace
+
+void ReportNativeWaitFailure(const std::wstring& result_path) {
+  WriteResult(result_path, "ERROR\r\n");
+}
+
+int WaitForNativeOutput(const std::wstring& expected_path, const std::wstring& report_path,
+                        const std::wstring& result_path) {
+  WriteLogEntry(L"Waiting for native output",
+                L"Expected=" + expected_path + L" Report=" + report_path);
+  const std::optional<std::uint64_t> size = WaitForStableSize(
+      [&] { return SizeOfRegularFile(expected_path); }, [] { Sleep(kWaitSleepMilliseconds); });
+  if (!size) {
+    WriteLogEntry(L"Native output timeout", L"Expected=" + expected_path);
+    ReportNativeWaitFailure(result_path);
+    return kNativeWaitFailed;
+  }
+  WriteResult(result_path, "OK\r\n" + std::to_string(*size));
+  const bool has_report = QueryFileKindQuietly(report_path) == FileKind::RegularFile;
+  WriteLogEntry(L"Native output stable", L"Path=" + expected_path + L" Size=" + Decimal(*size) +
+                                             L" ReportExists=" + (has_report ? L"yes" : L"no"));
+  return kStable;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,96 @@
+#include "install/deploy/package_timestamp_win32.h"
+
+#include <windows.h>
+
+#include "common/failure.h"
+#include "common/file_time_win32.h"
+#include "common/file_win32.h"
+#include "common/owners_win32.h"
+#include "common/path.h"
+#include "common/sha256_win32.h"
+#include "common/text.h"
+
+namespace kestrune {
+namespace {
+
+constexpr DWORD kValueBuffer = 128;
+
+bool ReadOwnTime(const std::wstring& source, std::uint64_t& time) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!GetFileAttributesExW(ExtendedPath(source).c_str(), GetFileExInfoStandard, &data) ||
+      (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) != 0) {
+    return false;
+  }
+  time = JoinFileTime(data.ftLastWriteTime);
+  return time != 0;
+}
+
+/// Finds the folder's only manifest; `manifest` stays empty when it has none. False when it has
+/// several or cannot be searched.
+bool FindManifest(const std::wstring& directory, std::wstring& manifest) {
+  WIN32_FIND_DATAW entry{};
+  const FindHandle find(
+      FindFirstFileW(ExtendedPath(JoinPath(directory, L"BFM_*.ini")).c_str(), &entry));
+  if (!find) {
+    // Some file systems end an empty search at once, others do not begin it.
+    const DWORD code = GetLastError();
+    return code == ERROR_FILE_NOT_FOUND || code == ERROR_NO_MORE_FILES;
+  }
+  do {
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ||
+        !IsManifestName(entry.cFileName)) {
+      continue;
+    }
+    if (!manifest.empty()) {
+      return false;
+    }
+    manifest = JoinPath(directory, entry.cFileName);
+  } while (FindNextFileW(find.Get(), &entry));
+  return GetLastError() == ERROR_NO_MORE_FILES;
+}
+
+std::wstring ReadManifestValue(const std::wstring& manifest, const std::wstring& file_name) {
+  wchar_t value[kValueBuffer] = {};
+  // A name without its folder would be looked for among the system's own settings.
+  const DWORD length = GetPrivateProfileStringW(L"Files", file_name.c_str(), L"", value,
+                                                kValueBuffer, FullPath(manifest).c_str());
+  return {value, length};
+}
+
+bool HasDigest(const std::wstring& source, std::wstring_view digest) {
+  try {
+    return WidenBytes(Sha256OfFile(source)) == digest;
+  } catch (const Failure&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+bool GetPackageTimestamp(const std::wstring& source, PackageTimestamp& timestamp) {
+  std::uint64_t own_time = 0;
+  if (!ReadOwnTime(source, own_time)) {
+    return false;
+  }
+  const std::size_t separator = source.rfind(L'\\');
+  const bool has_directory = separator != std::wstring::npos;
+  const std::wstring directory = has_directory ? source.substr(0, separator) : L".";
+  const std::wstring name = has_directory ? source.substr(separator + 1) : source;
+  std::wstring manifest;
+  if (!FindManifest(directory, manifest)) {
+    return false;
+  }
+  if (manifest.empty()) {
+    timestamp = {own_time, IsTrustedWithoutManifest(source)};
+    return true;
+  }
+  const std::wstring value = ReadManifestValue(manifest, name);
+  ManifestEntry entry;
+  if (!ParseManifestValue(value, entry) || !HasDigest(source, entry.digest)) {
+    return false;
+  }
+  timestamp = {entry.time, true};
+  return true;
+}
+
+}  // namespace kestrune

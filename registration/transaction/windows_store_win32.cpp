@@ -1,0 +1,189 @@
+#include "registration/transaction/windows_store_win32.h"
+
+#include <utility>
+
+#include "common/clock_time_win32.h"
+#include "common/failure.h"
+#include "common/failure_win32.h"
+#include "common/file_time_win32.h"
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "registration/transaction/backup_format.h"
+#include "registration/transaction/global_projects_key_win32.h"
+#include "registration/transaction/step_failure.h"
+
+namespace altium_registration {
+namespace {
+
+using kestrune::ExtendedPath;
+using kestrune::FileHandle;
+using kestrune::JoinPath;
+
+constexpr std::wstring_view kSavedRcs = L"DXP.RCS.before";
+
+std::wstring NameBackupDirectory(const StoreTarget& target) {
+  const std::wstring root = JoinPath(kestrune::ParentPath(target.rcs_path), L"KestruneBackups");
+  const RunStamp stamp = {kestrune::UtcTimeNow(), GetCurrentProcessId(), GetTickCount64()};
+  return JoinPath(JoinPath(root, target.guid), BackupDirectoryName(stamp));
+}
+
+/// One directory; the code of the failing call, or success when it is there.
+DWORD MakeDirectory(SystemCalls& calls, const std::wstring& path) {
+  if (calls.MakeDirectory(ExtendedPath(path))) {
+    return ERROR_SUCCESS;
+  }
+  const DWORD code = GetLastError();
+  return code == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : code;
+}
+
+/// A directory with its missing parents.
+DWORD MakeDirectories(SystemCalls& calls, const std::wstring& path) {
+  const DWORD code = MakeDirectory(calls, path);
+  const std::wstring parent(kestrune::ParentPath(path));
+  if (code != ERROR_PATH_NOT_FOUND || parent.size() >= path.size()) {
+    return code;
+  }
+  const DWORD parent_code = MakeDirectories(calls, parent);
+  return parent_code == ERROR_SUCCESS ? MakeDirectory(calls, path) : parent_code;
+}
+
+}  // namespace
+
+WindowsStore::WindowsStore(StoreTarget target, std::shared_ptr<SystemCalls> calls)
+    : target_(std::move(target)),
+      key_path_(GlobalProjectsPath(target_.registry_branch)),
+      calls_(std::move(calls)),
+      file_(target_.rcs_path, *calls_),
+      backup_directory_(NameBackupDirectory(target_)) {}
+
+std::string WindowsStore::ReadRcs() {
+  return file_.Read();
+}
+
+std::vector<RegistryValue> WindowsStore::ReadGlobalProjects() {
+  return ReadRegistryValues(*calls_, key_path_);
+}
+
+void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<RegistryValue>& values) {
+  if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
+    throw FileStepFailure(L"Create backup directory", code);
+  }
+  BackUpRcs(rcs);
+  WriteBackup(L"registry.before.bin", RegistryBackup(values), L"Write registry backup");
+  const FileFacts& facts = file_.Facts();
+  const FILETIME time = kestrune::SplitFileTime(facts.write_time);
+  const InstanceRecord record = {target_.rcs_path, target_.registry_branch, facts.attributes,
+                                 time.dwHighDateTime, time.dwLowDateTime};
+  WriteBackup(L"instance.txt", InstanceText(record), L"Write instance record");
+  const std::vector<std::byte>& security = file_.Security().Bytes();
+  WriteBackup(L"security.before.bin",
+              {reinterpret_cast<const char*>(security.data()), security.size()},
+              L"Write security backup");
+  const std::string digest = Digest(*calls_, rcs);
+  file_.SetPlannedText(digest);
+  AppendLog("Before SHA256=" + digest);
+}
+
+/// The copy is compared with what was planned on, not with the file as it is by now.
+void WindowsStore::BackUpRcs(std::string_view rcs) {
+  const std::wstring saved = BackupPath(kSavedRcs);
+  if (!calls_->CopyNew(file_.ExtendedPath(), saved)) {
+    throw FileStepFailure(L"Backup RCS", GetLastError());
+  }
+  // A copy stands in the cache only; it must not be gone when the original is replaced.
+  FileHandle copy(calls_->Create(saved, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING));
+  if (!copy || !calls_->Flush(copy.Get())) {
+    throw FileStepFailure(L"Backup RCS", GetLastError());
+  }
+  copy.Reset();
+  if (ReadRcsBytes(*calls_, saved) != rcs) {
+    throw Refusal(L"Backup/source mismatch.");
+  }
+}
+
+void WindowsStore::WriteBackup(std::wstring_view name, std::string_view bytes,
+                               std::wstring_view step) {
+  WriteNewFile(*calls_, BackupPath(name), bytes, {step, step, step});
+}
+
+void WindowsStore::PrepareReplacement(std::string_view new_text) {
+  const std::string digest = Digest(*calls_, new_text);
+  file_.Prepare(new_text, digest);
+  AppendLog("Intended SHA256=" + digest);
+}
+
+std::string WindowsStore::ReadReplacement() {
+  return file_.ReadTemporary();
+}
+
+void WindowsStore::CommitReplacement() {
+  file_.Commit();
+}
+
+bool WindowsStore::HasReplacedRcs() const noexcept {
+  return file_.Replaced();
+}
+
+void WindowsStore::CheckSourceSecurity() {
+  file_.CheckSecurity();
+}
+
+void WindowsStore::WriteGlobalProjectsValue(const RegistryValue& value) {
+  WriteRegistryValue(*calls_, key_path_, value);
+}
+
+void WindowsStore::RemoveGlobalProjectsValue(const std::wstring& name) {
+  RemoveRegistryValue(*calls_, key_path_, name);
+}
+
+void WindowsStore::RollBackRcs() {
+  file_.RollBack(BackupPath(kSavedRcs));
+}
+
+void WindowsStore::AppendLog(std::string_view line) {
+  constexpr const wchar_t* kUnwritable = L"Cannot write operation log.";
+  if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
+    throw kestrune::Failure{kUnwritable, code};
+  }
+  const FileHandle log(calls_->Create(BackupPath(L"operation.log"), FILE_APPEND_DATA,
+                                      FILE_SHARE_READ, nullptr, OPEN_ALWAYS));
+  if (!log) {
+    kestrune::ThrowLastError(kUnwritable);
+  }
+  const std::string text = std::string(line) + "\r\n";
+  DWORD written = 0;
+  if (!calls_->Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written)) {
+    kestrune::ThrowLastError(kUnwritable);
+  }
+  // A line goes in one write or not at all; what the last error says is about something else then.
+  if (written != text.size()) {
+    throw kestrune::Failure{kUnwritable, ERROR_WRITE_FAULT};
+  }
+  if (!calls_->Flush(log.Get())) {
+    kestrune::ThrowLastError(L"Cannot flush operation log.");
+  }
+}
+
+void WindowsStore::RestoreRcsSecurity() {
+  file_.RestoreSecurity();
+}
+
+std::wstring WindowsStore::BackupPath(std::wstring_view name) const {
+  return JoinPath(ExtendedPath(backup_directory_), name);
+}
+
+/// Every run that changes anything comes through here first, and no run that only looks. Answers
+/// the code of the failing call.
+DWORD WindowsStore::EnsureBackupDirectory() {
+  if (has_backup_directory_) {
+    return ERROR_SUCCESS;
+  }
+  const DWORD code = MakeDirectories(*calls_, backup_directory_);
+  if (code == ERROR_SUCCESS) {
+    has_backup_directory_ = true;
+    ClearLeftovers(*calls_, file_.ExtendedPath(), ExtendedPath(backup_directory_));
+  }
+  return code;
+}
+
+}  // namespace altium_registration

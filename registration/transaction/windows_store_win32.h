@@ -1,0 +1,64 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "registration/transaction/rcs_file_win32.h"
+#include "registration/transaction/store.h"
+#include "registration/transaction/system_calls_win32.h"
+
+namespace altium_registration {
+
+/// The host instance that a store serves.
+struct StoreTarget {
+  /// The instance's DXP.RCS; its folder is the profile directory.
+  std::wstring rcs_path;
+  /// The instance's branch below HKEY_CURRENT_USER.
+  std::wstring registry_branch;
+  /// The instance's GUID as its record spells it; names its folder of backups.
+  std::wstring guid;
+};
+
+/// The Store of a real profile. Opening one looks at DXP.RCS and changes nothing; the backup
+/// directory, "<profile>\KestruneBackups\<GUID>\<UTC stamp>", appears with the first line of the
+/// operation log or with the backups, and what dead runs left beside DXP.RCS is cleared then.
+class WindowsStore final : public Store {
+ public:
+  /// Throws kestrune::Failure when DXP.RCS cannot be asked, or is read-only, a directory or a link.
+  explicit WindowsStore(StoreTarget target,
+                        std::shared_ptr<SystemCalls> calls = std::make_shared<SystemCalls>());
+
+  /// Where this run keeps its backups and its log.
+  [[nodiscard]] const std::wstring& BackupDirectory() const { return backup_directory_; }
+
+  [[nodiscard]] std::string ReadRcs() override;
+  [[nodiscard]] std::vector<RegistryValue> ReadGlobalProjects() override;
+  void CreateBackups(std::string_view rcs, const std::vector<RegistryValue>& values) override;
+  void PrepareReplacement(std::string_view new_text) override;
+  [[nodiscard]] std::string ReadReplacement() override;
+  void CommitReplacement() override;
+  [[nodiscard]] bool HasReplacedRcs() const noexcept override;
+  void CheckSourceSecurity() override;
+  void WriteGlobalProjectsValue(const RegistryValue& value) override;
+  void RemoveGlobalProjectsValue(const std::wstring& name) override;
+  void RollBackRcs() override;
+  void AppendLog(std::string_view line) override;
+  void RestoreRcsSecurity() override;
+
+ private:
+  [[nodiscard]] std::wstring BackupPath(std::wstring_view name) const;
+  [[nodiscard]] DWORD EnsureBackupDirectory();
+  void BackUpRcs(std::string_view rcs);
+  void WriteBackup(std::wstring_view name, std::string_view bytes, std::wstring_view step);
+
+  StoreTarget target_;
+  std::wstring key_path_;
+  std::shared_ptr<SystemCalls> calls_;
+  RcsFile file_;
+  std::wstring backup_directory_;
+  bool has_backup_directory_ = false;
+};
+
+}  // namespace altium_registration

@@ -1,0 +1,166 @@
+#include "export/prepare/layer_selection_win32.h"
+
+#include <gmock/gmock.h>
+
+#include "common/path.h"
+#include "tests/support/export_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A job and a manifest in the scratch folder. Each failure must leave the job as it was.
+class OutJobFileTest : public ExportTest {
+ protected:
+  void SetUp() override {
+    ExportTest::SetUp();
+    job_ = Scratch(L"Bridge.OutJob");
+    manifest_ = Scratch(L"layers.txt");
+    if (!IsSkipped()) {
+      PutFile(job_, kJob);
+      PutFile(manifest_, "PlotKey=PlotTopPlot\r\nLayerName=Bottom Layer\r\n");
+    }
+  }
+
+  bool Select() { return SelectOutJobLayers(job_, manifest_, changes_, error_text_); }
+
+  static constexpr char kJob[] =
+      "\xEF[OutputGroup1]\r\n"
+      "Configuration1_Item1=PlotTopPlot=False|Plot_V7_2=True|Plot_V7_2_name=Top|a\r\n\x1A";
+
+  std::wstring job_;
+  std::wstring manifest_;
+  std::vector<PlotFieldChange> changes_ = {{"old", true}};
+  std::wstring error_text_ = L"old";
+};
+
+TEST_F(OutJobFileTest, IsRewrittenInPlaceWithNothingLeftBeside) {
+  EXPECT_TRUE(Select());
+  EXPECT_EQ(error_text_, L"");
+  EXPECT_THAT(changes_, ElementsAre(PlotFieldChange{"PlotTopPlot", true},
+                                    PlotFieldChange{"Plot_V7_2", false}));
+  EXPECT_EQ(FileBytes(job_),
+            "\xEF[OutputGroup1]\r\n"
+            "Configuration1_Item1=PlotTopPlot=True|Plot_V7_2=False|Plot_V7_2_name=Top|a\r\n\x1A");
+  EXPECT_THAT(NamesIn(Scratch(L"")), ElementsAre(L"Bridge.OutJob", L"layers.txt"));
+}
+
+/// Refuses the first renames, and notes every call with the names of its files.
+class RefusedRenames final : public ReplaceCalls {
+ public:
+  explicit RefusedRenames(int refusals) : refusals_(refusals) {}
+
+  bool Rename(const std::wstring& source, const std::wstring& target) override {
+    calls.push_back(L"rename " + std::wstring(FileName(source)) + L" " +
+                    std::wstring(FileName(target)));
+    return --refusals_ < 0 && ReplaceCalls::Rename(source, target);
+  }
+  void Delete(const std::wstring& path) override {
+    calls.push_back(L"delete " + std::wstring(FileName(path)));
+    ReplaceCalls::Delete(path);
+  }
+
+  std::vector<std::wstring> calls;
+
+ private:
+  int refusals_;
+};
+
+TEST_F(OutJobFileTest, IsTakenAwayWhereItCannotBeReplaced) {
+  RefusedRenames once(1);
+  EXPECT_TRUE(SelectOutJobLayers(job_, manifest_, changes_, error_text_, once));
+  EXPECT_THAT(once.calls,
+              ElementsAre(L"rename Bridge.OutJob.tmp Bridge.OutJob", L"delete Bridge.OutJob",
+                          L"rename Bridge.OutJob.tmp Bridge.OutJob"));
+  EXPECT_NE(FileBytes(job_), kJob);
+}
+
+TEST_F(OutJobFileTest, ASecondRefusalEndsItWithNothingLeftBeside) {
+  RefusedRenames twice(2);
+  EXPECT_FALSE(SelectOutJobLayers(job_, manifest_, changes_, error_text_, twice));
+  EXPECT_EQ(error_text_, L"Cannot replace the temporary OutJob after layer selection.");
+  EXPECT_THAT(twice.calls,
+              ElementsAre(L"rename Bridge.OutJob.tmp Bridge.OutJob", L"delete Bridge.OutJob",
+                          L"rename Bridge.OutJob.tmp Bridge.OutJob", L"delete Bridge.OutJob.tmp"));
+  EXPECT_THAT(NamesIn(Scratch(L"")), ElementsAre(L"layers.txt"));
+  EXPECT_THAT(changes_, IsEmpty());
+}
+
+TEST_F(OutJobFileTest, IsWrittenAnewEvenWhenNothingChanges) {
+  ASSERT_TRUE(Select());
+  const std::string once = FileBytes(job_);
+  const FILETIME past{0, 0x01D00000};
+  ASSERT_TRUE(SetFileTime(HoldOpen(job_, GENERIC_WRITE, 0).Get(), nullptr, nullptr, &past));
+  ASSERT_TRUE(Select());
+  EXPECT_THAT(changes_, IsEmpty());
+  EXPECT_EQ(FileBytes(job_), once);
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  ASSERT_TRUE(GetFileAttributesExW(job_.c_str(), GetFileExInfoStandard, &data));
+  EXPECT_GT(CompareFileTime(&data.ftLastWriteTime, &past), 0);
+}
+
+TEST_F(OutJobFileTest, WithoutManifestIsLeftAlone) {
+  manifest_ = Scratch(L"missing.txt");
+  EXPECT_FALSE(Select());
+  EXPECT_EQ(error_text_, L"Cannot read the used-layer manifest: " + manifest_);
+  EXPECT_THAT(changes_, IsEmpty());
+  EXPECT_EQ(FileBytes(job_), kJob);
+}
+
+TEST_F(OutJobFileTest, AFolderIsNoManifest) {
+  manifest_ = Scratch(L"");
+  EXPECT_FALSE(Select());
+  EXPECT_EQ(error_text_, L"Cannot read the used-layer manifest: " + manifest_);
+}
+
+TEST_F(OutJobFileTest, TheManifestIsReadBeforeTheJob) {
+  job_ = Scratch(L"missing.OutJob");
+  EXPECT_FALSE(Select());
+  EXPECT_EQ(error_text_, L"Cannot read the temporary OutJob: " + job_);
+  manifest_ = Scratch(L"missing.txt");
+  EXPECT_FALSE(Select());
+  EXPECT_EQ(error_text_, L"Cannot read the used-layer manifest: " + manifest_);
+}
+
+TEST_F(OutJobFileTest, WithoutConfigurationIsLeftAlone) {
+  PutFile(job_, "Configuration1_Item10=a");
+  EXPECT_FALSE(Select());
+  EXPECT_EQ(error_text_, L"The ODB configuration was not found in the temporary OutJob.");
+  EXPECT_EQ(FileBytes(job_), "Configuration1_Item10=a");
+}
+
+TEST_F(OutJobFileTest, StaysWhenItsUpdateCannotBeWritten) {
+  ASSERT_TRUE(CreateDirectoryW((job_ + L".tmp").c_str(), nullptr));
+  EXPECT_FALSE(Select());
+  EXPECT_EQ(error_text_, L"Cannot write the temporary OutJob update.");
+  EXPECT_EQ(FileBytes(job_), kJob);
+}
+
+TEST_F(OutJobFileTest, StaysWhenAnotherProgramHoldsIt) {
+  {
+    const FileHandle held = HoldOpen(job_, GENERIC_READ, FILE_SHARE_READ);
+    EXPECT_FALSE(Select());
+    EXPECT_EQ(error_text_, L"Cannot replace the temporary OutJob after layer selection.");
+    EXPECT_THAT(changes_, IsEmpty());
+  }
+  EXPECT_EQ(FileBytes(job_), kJob);
+  EXPECT_FALSE(Exists(job_ + L".tmp"));
+}
+
+TEST_F(OutJobFileTest, ALeftOverUpdateIsOverwritten) {
+  PutFile(job_ + L".tmp", std::string(10'000, 'x'));
+  EXPECT_TRUE(Select());
+  EXPECT_LT(FileBytes(job_).size(), 1000U);
+  EXPECT_FALSE(Exists(job_ + L".tmp"));
+}
+
+TEST_F(OutJobFileTest, AJobBeyondTheLimitIsRefusedWithoutBeingRead) {
+  PutSparseFile(job_, (std::uint64_t{1} << 30) + 1, kJob);
+  EXPECT_FALSE(Select());
+  EXPECT_EQ(error_text_, L"Cannot read the temporary OutJob: " + job_);
+}
+
+}  // namespace
+}  // namespace kestrune

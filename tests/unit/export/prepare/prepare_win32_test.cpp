@@ -1,0 +1,256 @@
+#include "export/prepare/prepare_win32.h"
+
+#include <gmock/gmock.h>
+
+#include <thread>
+
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "common/text.h"
+#include "tests/support/export_fixture_win32.h"
+#include "tests/support/unix_link_win32.h"
+#include "tests/support/unknown_folders_win32.h"
+
+namespace kestrune {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr char kRecentFile[] =
+    "Stage: Prepare rejected | Cannot export the Bridge temporary PCB or an embedded board from "
+    "its temporary folder. Open the original PCB project, not Bridge.PcbDoc from Recent.";
+
+/// A board, a deployed output job and a manifest: what a preparation needs to succeed.
+class PreparationTest : public ExportTest {
+ protected:
+  void SetUp() override {
+    ExportTest::SetUp();
+    board_ = Scratch(L"Main.PcbDoc");
+    list_ = Scratch(L"list.txt");
+    manifest_ = Scratch(L"layers.txt");
+    if (!IsSkipped()) {
+      PutFile(board_, "board");
+      PutFile(manifest_, "");
+      PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), "Configuration1_Item1=a\r\n");
+    }
+  }
+
+  int Prepare() { return PrepareTemporaryProject(board_, list_, manifest_); }
+
+  std::wstring Temporary(std::wstring_view name) const {
+    return JoinPath(folders_.temporary, name);
+  }
+
+  std::wstring board_;
+  std::wstring list_;
+  std::wstring manifest_;
+};
+
+TEST_F(PreparationTest, BuildsTheProjectInAFolderThatWasNeverThere) {
+  ASSERT_FALSE(Exists(folders_.temporary));
+  EXPECT_EQ(Prepare(), 0);
+  EXPECT_THAT(NamesIn(folders_.temporary),
+              ElementsAre(L"Bridge.OutJob", L"Bridge.PcbDoc", L"Bridge.PrjPcb", L"ready.txt"));
+}
+
+TEST_F(PreparationTest, ARelativeSourceIsKeptAsGivenForTheScript) {
+  wchar_t directory[MAX_PATH + 1] = {};
+  GetCurrentDirectoryW(MAX_PATH, directory);
+  ASSERT_TRUE(SetCurrentDirectoryW(Scratch(L"").c_str()));
+  board_ = L"Main.PcbDoc";
+  EXPECT_EQ(Prepare(), 0);
+  ASSERT_TRUE(SetCurrentDirectoryW(directory));
+  EXPECT_EQ(FileBytes(Temporary(L"ready.txt")), "Main.PcbDoc");
+}
+
+TEST_F(PreparationTest, ADependencyLineThatWindowsRefusesIsAMissingBoard) {
+  PutFile(list_, std::string(40'000, 'x') + "\r\n");
+  EXPECT_EQ(Prepare(), 9);
+  EXPECT_FALSE(Exists(folders_.temporary));
+}
+
+TEST_F(PreparationTest, ASourceNamedPastTheNormalisationOfPathsIsStillInside) {
+  ASSERT_EQ(Prepare(), 0);
+  PutFile(Temporary(L"Bridge.PcbDoc"), "the last export");
+  board_ = L"\\\\?\\" + Temporary(L"Bridge.PcbDoc");
+  EXPECT_EQ(Prepare(), 9);
+  EXPECT_EQ(Log().back(), kRecentFile);
+  EXPECT_EQ(FileBytes(Temporary(L"Bridge.PcbDoc")), "the last export");
+}
+
+TEST_F(PreparationTest, ASourceReachedThroughASubstitutedDriveIsStillInside) {
+  ASSERT_EQ(Prepare(), 0);
+  const std::wstring parent(ParentPath(folders_.temporary));
+  if (!DefineDosDeviceW(0, L"T:", parent.c_str())) {
+    GTEST_SKIP() << "no drive can be substituted here";
+  }
+  board_ = L"T:\\Temp\\Bridge.PcbDoc";
+  const bool visible = Exists(board_);
+  const int code = visible ? Prepare() : 9;
+  ASSERT_TRUE(DefineDosDeviceW(DDD_REMOVE_DEFINITION, L"T:", nullptr));
+  if (!visible) {
+    GTEST_SKIP() << "the substituted drive shows nothing";
+  }
+  EXPECT_EQ(code, 9);
+  EXPECT_EQ(FileBytes(Temporary(L"Bridge.PcbDoc")), "board");
+}
+
+TEST_F(PreparationTest, ASourceReachedThroughALinkIsStillInside) {
+  ASSERT_EQ(Prepare(), 0);
+  const std::wstring link = Scratch(L"link");
+  if (!MakeDirectoryLink(link, folders_.temporary)) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  board_ = JoinPath(link, L"Bridge.PcbDoc");
+  const int code = Prepare();
+  RemoveLink(link);
+  if (code != 9 && RunsUnderWine()) {
+    GTEST_SKIP() << "Wine does not resolve links in final paths; the code was " << code;
+  }
+  EXPECT_EQ(code, 9);
+  EXPECT_EQ(FileBytes(Temporary(L"Bridge.PcbDoc")), "board");
+}
+
+TEST_F(PreparationTest, ATemporaryRootThatIsALinkLosesTheLinkAndNotItsTarget) {
+  const std::wstring victim = Scratch(L"victim");
+  PutFile(JoinPath(victim, L"file"), "precious");
+  ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(folders_.temporary))));
+  if (!MakeDirectoryLink(folders_.temporary, victim)) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  const int code = Prepare();
+  EXPECT_EQ(FileBytes(JoinPath(victim, L"file")), "precious");
+  EXPECT_THAT(NamesIn(victim), ElementsAre(L"file"));
+  EXPECT_TRUE(code == 0 || (code == 4 && RunsUnderWine())) << code;
+  RemoveLink(folders_.temporary);
+}
+
+/// Where Windows keeps the name of a removed folder until it is closed, this waits; Wine frees it.
+TEST_F(PreparationTest, ATemporaryRootThatSomebodyHasOpenForAMomentIsMadeAgain) {
+  ASSERT_EQ(Prepare(), 0);
+  FileHandle held(CreateFileW(folders_.temporary.c_str(), GENERIC_READ,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  ASSERT_TRUE(held);
+  std::thread holder([&] {
+    Sleep(300);
+    held.Reset();
+  });
+  const int code = Prepare();
+  holder.join();
+  EXPECT_EQ(code, 0);
+  EXPECT_THAT(NamesIn(folders_.temporary),
+              ElementsAre(L"Bridge.OutJob", L"Bridge.PcbDoc", L"Bridge.PrjPcb", L"ready.txt"));
+}
+
+TEST_F(PreparationTest, WithoutLocalApplicationDataItEndsSilentlyWithTwo) {
+  UnknownFolders folders;
+  EXPECT_EQ(PrepareTemporaryProject(board_, list_, manifest_, folders), 2);
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(PreparationTest, WithoutPublicDocumentsItEndsSilentlyWithThree) {
+  UnknownFolders folders;
+  folders.listed_profile = L"C:\\profile";
+  EXPECT_EQ(PrepareTemporaryProject(board_, list_, manifest_, folders), 3);
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(PreparationTest, ASourceWhosePresenceCannotBeAskedIsRejected) {
+  ASSERT_EQ(Prepare(), 0);
+  const UnreadableFile source(Scratch(L"loop.PcbDoc"));
+  if (!source.Works()) {
+    GTEST_SKIP() << "the system has no file at hand whose presence cannot be asked";
+  }
+  board_ = Scratch(L"loop.PcbDoc");
+  EXPECT_EQ(Prepare(), 9);
+  EXPECT_EQ(Log().back(),
+            "Stage: Prepare rejected | Cannot validate source PCB paths. Temporary files were not "
+            "removed.");
+  EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
+}
+
+TEST_F(PreparationTest, AnOversizedListFailsBeforeAnythingIsTouched) {
+  ASSERT_EQ(Prepare(), 0);
+  PutSparseFile(list_, (std::uint64_t{64} << 20) + 1);
+  EXPECT_EQ(Prepare(), 4);
+  EXPECT_EQ(Log().back(),
+            "Stage: Prepare failed | Error=Dependency list is too large GetLastError=223");
+  EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
+}
+
+TEST_F(PreparationTest, ABoardNamedLikeTheSignOfCompletionIsACollision) {
+  const std::wstring embedded = Scratch(L"READY.txt");
+  PutFile(embedded, "embedded");
+  PutFile(list_, Utf8FromWide(embedded) + "\r\n");
+  EXPECT_EQ(Prepare(), 7);
+  EXPECT_FALSE(Exists(Temporary(L"ready.txt")));
+}
+
+TEST_F(PreparationTest, AFileInThePlaceOfTheTemporaryRootGivesWay) {
+  PutFile(folders_.temporary, "no folder");
+  EXPECT_EQ(Prepare(), 0);
+  EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
+}
+
+TEST_F(PreparationTest, AnOldFileInUseFailsWithItsCode) {
+  ASSERT_EQ(Prepare(), 0);
+  const FileHandle held = HoldOpen(Temporary(L"ready.txt"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_EQ(Prepare(), 4);
+  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=remove GetLastError=32");
+}
+
+TEST_F(PreparationTest, AFailedCopyIsLoggedWithItsCode) {
+  const FileHandle held = HoldOpen(board_, GENERIC_READ, 0);
+  EXPECT_EQ(Prepare(), 4);
+  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=copy GetLastError=32");
+}
+
+TEST_F(PreparationTest, CopiesOfReadOnlyFilesCanBeWritten) {
+  const std::wstring embedded = Scratch(L"Embedded.PcbDoc");
+  PutFile(embedded, "embedded");
+  PutFile(list_, Utf8FromWide(embedded) + "\r\n");
+  const std::wstring out_job = JoinPath(folders_.runtime, L"Bridge.OutJob");
+  for (const std::wstring& path : {board_, embedded, out_job}) {
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
+  }
+  EXPECT_EQ(Prepare(), 0);
+  for (const wchar_t* name : {L"Bridge.PcbDoc", L"Embedded.PcbDoc", L"Bridge.OutJob"}) {
+    EXPECT_EQ(GetFileAttributesW(Temporary(name).c_str()) & FILE_ATTRIBUTE_READONLY, 0U) << name;
+  }
+  EXPECT_EQ(Prepare(), 0) << "and again";
+}
+
+TEST_F(PreparationTest, FieldsThatChangedAreLoggedInTheirOrder) {
+  PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"),
+          "Configuration1_Item1=PlotBPlot=True|PlotAPlot=False|AddToAllPlots_\xC4=True\r\n");
+  PutFile(manifest_, "PlotKey=PlotAPlot");
+  EXPECT_EQ(Prepare(), 0);
+  const std::vector<std::string> log = Log();
+  ASSERT_GE(log.size(), 5U);
+  EXPECT_THAT(log[0], StartsWith("Stage: Prepare begin | SourcePCB="));
+  EXPECT_EQ(log[1], "Stage: ODB used layers | Manifest=" + Utf8FromWide(manifest_));
+  EXPECT_EQ(log[2], "Stage: ODB plot field changed | PlotBPlot=False");
+  EXPECT_EQ(log[3], "Stage: ODB plot field changed | PlotAPlot=True");
+  EXPECT_THAT(log[4], StartsWith("Stage: ODB plot field changed | AddToAllPlots_"));
+  EXPECT_THAT(log.back(), StartsWith("Stage: Prepare complete | Project="));
+}
+
+TEST_F(PreparationTest, ANameThatTheCodePageLacksIsCopiedButFailsTheProject) {
+  if (GetACP() == CP_UTF8) {
+    GTEST_SKIP() << "the code page of this system holds every character";
+  }
+  const std::wstring embedded = Scratch(L"\u4E00\u0E01.PcbDoc");
+  PutFile(embedded, "embedded");
+  PutFile(list_, Utf16WithMark(embedded));
+  EXPECT_EQ(Prepare(), 4);
+  EXPECT_EQ(Log().back(),
+            "Stage: Prepare failed | Error=Cannot finish temporary project GetLastError=1113");
+  EXPECT_TRUE(Exists(Temporary(L"\u4E00\u0E01.PcbDoc")));
+  EXPECT_FALSE(Exists(Temporary(L"ready.txt")));
+}
+
+}  // namespace
+}  // namespace kestrune

@@ -1,0 +1,237 @@
+#include "install/deploy/runtime_deployment_win32.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+#include "common/known_folders_win32.h"
+#include "common/path.h"
+#include "common/sha256_win32.h"
+#include "install/deploy/runtime_script_win32.h"
+#include "tests/support/install_fixture_win32.h"
+#include "tests/support/shell_folder_override_win32.h"
+#include "tests/support/small_disk_win32.h"
+
+namespace kestrune {
+namespace {
+
+class RuntimeDeployment : public InstallTest {
+ protected:
+  void SetUp() override {
+    InstallTest::SetUp();
+    program_ = Scratch(L"program\\Kestrune.exe");
+    PutFile(program_, "program");
+    SetTimeOf(program_, kPackageTime);
+  }
+
+  bool Deploy() { return DeployRuntime(package_, program_, message_); }
+
+  std::wstring program_;
+  std::wstring message_;
+};
+
+TEST_F(RuntimeDeployment, ASecondOneTouchesNothing) {
+  ASSERT_TRUE(Deploy());
+  const Snapshot before = TakeSnapshot();
+  ASSERT_TRUE(Deploy());
+  EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
+}
+
+TEST_F(RuntimeDeployment, AMissingFileStopsThereWithoutMessage) {
+  const std::wstring files[] = {
+      L"Script\\Kestrune.PrjScr",          L"Script\\Kestrune_WaitForm.pas",
+      L"Script\\Kestrune_WaitForm.dfm",    L"Runtime\\Bridge.OutJob",
+      L"Assets\\odbpp-toolbar-legacy.bmp", L"Assets\\odbpp-toolbar-activebar.png",
+      L"Assets\\odbpp-toolbar-ad26-16.png"};
+  std::size_t installed_before = 1;
+  for (const std::wstring& file : files) {
+    ASSERT_TRUE(RemoveTree(folders_.runtime));
+    MakePackage(package_, kPackageTime, "");
+    ASSERT_TRUE(DeleteFileW(JoinPath(package_, file).c_str()));
+    EXPECT_FALSE(Deploy());
+    EXPECT_EQ(message_, L"");
+    EXPECT_EQ(NamesIn(folders_.runtime).size(), installed_before++);
+    // A folder in its place is no file either.
+    ASSERT_TRUE(CreateDirectories(JoinPath(package_, file)));
+    EXPECT_FALSE(Deploy());
+    EXPECT_EQ(message_, L"");
+    ASSERT_TRUE(RemoveTree(JoinPath(package_, file)));
+  }
+  program_ = Scratch(L"program\\missing.exe");
+  EXPECT_FALSE(Deploy());
+  EXPECT_EQ(message_, L"");
+}
+
+TEST_F(RuntimeDeployment, AMissingTemplateComesLast) {
+  const std::wstring script = JoinPath(package_, L"Script\\Kestrune.pas");
+  ASSERT_TRUE(DeleteFileW(script.c_str()));
+  EXPECT_FALSE(Deploy());
+  EXPECT_EQ(message_, L"Cannot establish source last-write time: " + script);
+  EXPECT_EQ(NamesIn(folders_.runtime).size(), 8U);
+}
+
+TEST_F(RuntimeDeployment, AFileWhereTheRuntimeShouldBeIsInTheWay) {
+  PutFile(folders_.runtime, "x");
+  EXPECT_FALSE(Deploy());
+  EXPECT_EQ(message_, L"Cannot create the Bridge runtime directory.");
+}
+
+TEST_F(RuntimeDeployment, AFailureLeavesTheFilesOfEarlierRows) {
+  ASSERT_TRUE(CreateDirectories(Runtime(L"Bridge.OutJob")));
+  EXPECT_FALSE(Deploy());
+  EXPECT_EQ(message_, L"Cannot establish target last-write time; file preserved: " +
+                          Runtime(L"Bridge.OutJob"));
+  EXPECT_TRUE(Exists(Runtime(L"Kestrune_WaitForm.dfm")));
+  EXPECT_FALSE(Exists(Runtime(L"odbpp-toolbar-legacy.bmp")));
+}
+
+TEST_F(RuntimeDeployment, ThePackagesManifestsDateAllFiles) {
+  // The folders' manifests say later times than the files themselves have.
+  const std::pair<const wchar_t*, const wchar_t*> folders[] = {
+      {L"Script", L"Kestrune.PrjScr"},
+      {L"Script", L"Kestrune_WaitForm.pas"},
+      {L"Script", L"Kestrune_WaitForm.dfm"},
+      {L"Script", L"Kestrune.pas"}};
+  std::string manifest = "[Files]\r\n";
+  for (const auto& [folder, name] : folders) {
+    const std::wstring path = JoinPath(JoinPath(package_, folder), name);
+    manifest += std::string(name, name + std::wcslen(name)) + "=01DD0000:00000000|" +
+                Sha256OfFile(path) + "\r\n";
+  }
+  PutFile(JoinPath(package_, L"Script\\BFM_Script.ini"), manifest);
+  ASSERT_TRUE(Deploy());
+  for (const auto& [folder, name] : folders) {
+    EXPECT_EQ(TimeOf(Runtime(name)), 0x01DD000000000000ULL);
+  }
+  EXPECT_EQ(TimeOf(Runtime(L"Bridge.OutJob")), kPackageTime);
+  EXPECT_EQ(NamesIn(folders_.runtime).size(), 9U);
+}
+
+class RuntimeScript : public RuntimeDeployment {
+ protected:
+  void SetUp() override {
+    RuntimeDeployment::SetUp();
+    ASSERT_TRUE(CreateDirectories(folders_.runtime));
+  }
+
+  bool Generate() { return GenerateRuntimeScript(package_, folders_.runtime, message_); }
+};
+
+TEST_F(RuntimeScript, IsFilledDatedAndLeavesNothingBehind) {
+  ASSERT_TRUE(Generate());
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
+  EXPECT_EQ(TimeOf(Runtime(L"Kestrune.pas")), kPackageTime);
+  // The next one finds it as new as the template, whatever it holds.
+  PutFile(Runtime(L"Kestrune.pas"), "mine");
+  SetTimeOf(Runtime(L"Kestrune.pas"), kPackageTime);
+  ASSERT_TRUE(Generate());
+  EXPECT_EQ(FileBytes(Runtime(L"Kestrune.pas")), "mine");
+}
+
+TEST_F(RuntimeScript, ALockedScriptIsNamedAndTheWaitingFileGone) {
+  PutFile(Runtime(L"Kestrune.pas"), "old");
+  SetTimeOf(Runtime(L"Kestrune.pas"), kPackageTime - 1);
+  const FileHandle reader = HoldOpen(Runtime(L"Kestrune.pas"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, L"Cannot lock target: " + Runtime(L"Kestrune.pas"));
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
+}
+
+TEST_F(RuntimeScript, AWaitingFileThatCannotBeDeletedIsThrown) {
+  // Large, so that it waits long enough to be caught.
+  PutFile(JoinPath(package_, L"Script\\Kestrune.pas"), std::string(12U << 20U, 'x'));
+  SetTimeOf(JoinPath(package_, L"Script\\Kestrune.pas"), kPackageTime);
+  FileHandle held;
+  std::atomic<bool> ended = false;
+  std::thread holder([&] {
+    while (!held && !ended) {
+      WIN32_FIND_DATAW entry{};
+      const FindHandle find(FindFirstFileW(Runtime(L"*.incoming").c_str(), &entry));
+      if (find) {
+        held.Reset(CreateFileW(Runtime(entry.cFileName).c_str(), GENERIC_READ, FILE_SHARE_READ,
+                               nullptr, OPEN_EXISTING, 0, nullptr));
+      }
+      Sleep(1);
+    }
+  });
+  std::wstring thrown;
+  try {
+    static_cast<void>(Generate());
+  } catch (const Failure& failure) {
+    thrown = failure.text;
+    EXPECT_EQ(failure.code, DWORD{ERROR_SHARING_VIOLATION});
+  }
+  ended = true;
+  holder.join();
+  EXPECT_TRUE(held);
+  EXPECT_EQ(thrown, L"remove");
+  // The script itself had been installed.
+  EXPECT_EQ(TimeOf(Runtime(L"Kestrune.pas")), kPackageTime);
+}
+
+TEST_F(RuntimeScript, AMissingRuntimeDirectoryCannotBeWritten) {
+  ASSERT_TRUE(RemoveTree(folders_.runtime));
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, L"Cannot write the runtime script.");
+}
+
+TEST_F(RuntimeScript, AWaitingFileThatCannotBeWrittenWholeStays) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  ASSERT_TRUE(disk.Fill());
+  EXPECT_FALSE(GenerateRuntimeScript(package_, disk.Folder(), message_));
+  EXPECT_EQ(message_, L"Cannot write the runtime script.");
+  const std::vector<std::wstring> left = NamesIn(disk.Folder());
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_TRUE(left[0].starts_with(L"script-") && left[0].ends_with(L".incoming"));
+}
+
+TEST_F(RuntimeScript, ATemplateThatCannotBeReadIsNamed) {
+  const std::wstring script = JoinPath(package_, L"Script\\Kestrune.pas");
+  const std::wstring text = L"Cannot read the runtime script template.";
+  {
+    const FileHandle held = HoldOpen(script, GENERIC_READ, 0);
+    EXPECT_FALSE(Generate());
+    EXPECT_EQ(message_, text);
+  }
+  constexpr std::size_t kLargest = 16U << 20U;
+  PutFile(script, std::string(kLargest + 1, 'x'));
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, text);
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
+  PutFile(script, std::string(kLargest, 'x'));
+  EXPECT_TRUE(Generate());
+}
+
+TEST_F(RuntimeScript, ARuntimeThatTheCodePageCannotHoldIsRefused) {
+  const std::wstring runtime = Scratch(L"\x540D");
+  ASSERT_TRUE(CreateDirectories(runtime));
+  EXPECT_FALSE(GenerateRuntimeScript(package_, runtime, message_));
+  EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
+  EXPECT_EQ(NamesIn(runtime), std::vector<std::wstring>{});
+}
+
+TEST_F(RuntimeScript, ATemporaryRootThatTheCodePageCannotHoldIsRefused) {
+  const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", Scratch(L"\x540D"));
+  std::wstring root;
+  ASSERT_TRUE(TemporaryRoot(root, message_));
+  if (!root.starts_with(Scratch(L"\x540D"))) {
+    GTEST_SKIP() << "this system does not move the public documents at once";
+  }
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
+  EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
+}
+
+TEST_F(RuntimeScript, AManifestInTheRuntimeDirectoryDoesNotVouchForTheWaitingFile) {
+  PutFile(Runtime(L"BFM_x.ini"), "[Files]\r\n");
+  EXPECT_FALSE(Generate());
+  EXPECT_NE(message_.find(L"Cannot establish source last-write time: "), std::wstring::npos);
+  EXPECT_FALSE(Exists(Runtime(L"Kestrune.pas")));
+}
+
+}  // namespace
+}  // namespace kestrune

@@ -1,0 +1,542 @@
+#include "registration/rcs/toolbar_edit.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "tests/support/rcs_generator.h"
+#include "tests/support/rcs_model.h"
+#include "tests/support/samples.h"
+
+namespace altium_registration {
+namespace {
+
+constexpr std::array<std::string_view, 1> kChange = {"Change"};
+
+constexpr std::wstring_view kNotInstalled =
+    L"Expected one unsuppressed Bridge command, custom link and toolbar placement.";
+
+Spec PlainSpec() {
+  return {"C:\\K\\Kestrune.PrjScr", "C:\\K\\image.bmp", "Export PCB through Kestrune",
+          "TLPCBToolbar", "TBPCB_StandardToolbar760"};
+}
+
+/// The command line of the button as it stands in a file with CR LF.
+std::string CommandLine(const std::string& identifier = "PLKestrune",
+                        const std::string& description = "Export PCB through Kestrune") {
+  return "PL " + identifier +
+         " Command='ScriptingSystem:RunScript' "
+         "Params='ProjectName=C:\\K\\Kestrune.PrjScr|ProcName=Kestrune.pas>RunKestrune' "
+         "Caption='Kestrune' Image='C:\\K\\image.bmp' Description='" +
+         description + "' DefaultChecked=0 End\r\n";
+}
+
+std::string CustomTree(const std::string& command = "PLKestrune") {
+  return "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n"
+         "    Link KestruneCommandLink PLID='" +
+         command +
+         "' End\r\n"
+         "End\r\n";
+}
+
+std::string Placement(const std::string& command = "PLKestrune",
+                      const std::string& insertion = "KestruneToolbar") {
+  return "Insertion " + insertion +
+         " TargetID='TLPCBToolbar' RefID0='TBPCB_StandardToolbar760'\r\n"
+         "    Link KestruneToolbarLink PLID='" +
+         command +
+         "' End\r\n"
+         "End\r\n";
+}
+
+const std::string kButton = CustomTree() + CommandLine() + Placement();
+
+std::string Install(const std::string& text, const Spec& spec = PlainSpec()) {
+  std::string edited;
+  std::wstring error;
+  EXPECT_TRUE(EditRcs(text, spec, true, edited, error)) << text;
+  EXPECT_EQ(error, L"");
+  return edited;
+}
+
+std::string Remove(const std::string& text, const Spec& spec = PlainSpec()) {
+  std::string edited;
+  std::wstring error;
+  EXPECT_TRUE(EditRcs(text, spec, false, edited, error)) << text;
+  EXPECT_EQ(error, L"");
+  return edited;
+}
+
+std::wstring Refused(const std::string& text, bool install, const Spec& spec = PlainSpec()) {
+  std::string edited;
+  std::wstring error;
+  return EditRcs(text, spec, install, edited, error) ? L"" : error;
+}
+
+std::wstring Invalid(const std::string& text, bool installed, const Spec& spec = PlainSpec()) {
+  std::wstring error;
+  return ValidateRcs(text, spec, installed, error) ? L"" : error;
+}
+
+std::string WithLineFeeds(std::string text) {
+  std::erase(text, '\r');
+  return text;
+}
+
+TEST(EditRcs, FreshInstallAppendsTreeCommandAndPlacement) {
+  const std::string foreign = "PL _User1 Command='A:B' DefaultChecked=0  End\r\n";
+  EXPECT_EQ(Install(foreign), foreign + kButton);
+}
+
+TEST(EditRcs, AnEmptyFileBecomesTheButtonAlone) {
+  EXPECT_EQ(Install(""), kButton);
+  EXPECT_EQ(Install(" "), " \r\n" + kButton);
+  EXPECT_EQ(Install("\xEF\xBB\xBF"), "\xEF\xBB\xBF\r\n" + kButton);
+}
+
+TEST(EditRcs, AFileWithoutAFinalLineBreakGetsOneFirst) {
+  EXPECT_EQ(Install("PL a End"), "PL a End\r\n" + kButton);
+  EXPECT_EQ(Install("PL a End\r"), "PL a End\r\r\n" + kButton);
+}
+
+TEST(EditRcs, LinesEndAsTheyDoInTheFile) {
+  EXPECT_EQ(Install("PL a End\n"), WithLineFeeds("PL a End\n" + kButton));
+  EXPECT_EQ(Install("PL a End\nPL b End\r\nPL c End\n"),
+            "PL a End\nPL b End\r\nPL c End\n" + kButton);
+}
+
+TEST(EditRcs, LineEndsAreReadFromTheTextAfterTheCut) {
+  const std::string command =
+      "PL x Command='scriptingsystem:runscript' Caption='\r\n' "
+      "Params='ProjectName=C:/K/Kestrune.PrjScr|ProcName=Kestrune.pas>"
+      "RunKestrune' End";
+  EXPECT_EQ(Install(command + "\n"),
+            WithLineFeeds("\n" + CustomTree("x") + CommandLine("x") + Placement("x")));
+}
+
+TEST(EditRcs, AnExistingCustomTreeReceivesTheLinkBeforeItsEnd) {
+  const std::string head =
+      "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n"
+      "    Link _User1 PLID='X' End\r\n";
+  EXPECT_EQ(Install(head + "End\r\n"),
+            head + "\r\n    Link KestruneCommandLink PLID='PLKestrune' End\r\nEnd\r\n" +
+                CommandLine() + Placement());
+  EXPECT_EQ(Install("Tree PCBCustom TopLevel='True'  End"),
+            "Tree PCBCustom TopLevel='True'  \r\n"
+            "    Link KestruneCommandLink PLID='PLKestrune' End\r\nEnd\r\n" +
+                CommandLine() + Placement());
+}
+
+TEST(EditRcs, InstallingTwiceIsTheIdentity) {
+  for (const std::string text : {"", "PL a End\n", "Tree PCBCustom End\r\n"}) {
+    const std::string once = Install(text);
+    EXPECT_EQ(Install(once), once);
+  }
+}
+
+TEST(EditRcs, AnotherDescriptionOrImageRewritesTheButtonUnderItsIdentifier) {
+  std::string text = "PL _User7 A=1 End\r\n" + Install("");
+  std::string::size_type at;
+  while ((at = text.find("PLKestrune")) != std::string::npos) {
+    text.replace(at, 10, "MyCommand");
+  }
+  EXPECT_EQ(Install(text), text);
+  Spec spec = PlainSpec();
+  spec.description = "Export PCB through Kestrune -> Viewer";
+  const std::string rewritten = Install(text, spec);
+  EXPECT_EQ(rewritten,
+            "PL _User7 A=1 End\r\n"
+            "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n"
+            "    \r\n"
+            "\r\n"
+            "    Link KestruneCommandLink PLID='MyCommand' End\r\n"
+            "End\r\n"
+            "\r\n"
+            "\r\n" +
+                CommandLine("MyCommand", spec.description) + Placement("MyCommand"));
+  spec.image_path = "C:\\K\\other.png";
+  EXPECT_NE(Install(rewritten, spec), rewritten);
+  EXPECT_NE(Install(rewritten, spec).find("PL MyCommand"), std::string::npos);
+}
+
+TEST(EditRcs, ThePathIsComparedWithoutRegardToCaseAndSlashes) {
+  std::string text = Install("");
+  const std::string written = "C:\\K\\Kestrune.PrjScr|ProcName=Kestrune.pas>RunKestrune";
+  text.replace(text.find(written), written.size(),
+               "c:/k/kESTRUNE.PrjScr|procname=kestrune.pas>runkestrune");
+  text.replace(text.find("ScriptingSystem:RunScript"), 25, "SCRIPTINGSYSTEM:runscript");
+  EXPECT_EQ(Install(text), text);
+  EXPECT_EQ(Invalid(text, true), L"");
+}
+
+TEST(EditRcs, NonAsciiBytesArePartOfThePathAndKeepTheirCase) {
+  Spec spec = PlainSpec();
+  spec.script_project_path = "C:\\\xCF\xF0\\Kestrune.PrjScr";
+  const std::string text = Install("", spec);
+  EXPECT_EQ(Install(text, spec), text);
+  spec.script_project_path = "C:\\\xEF\xF0\\Kestrune.PrjScr";
+  EXPECT_EQ(Invalid(text, true, spec), kNotInstalled);
+}
+
+TEST(EditRcs, QuotesInPathsAreDoubledAndFoundAgain) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  const std::string text = Install("", spec);
+  EXPECT_NE(text.find("O''Brien"), std::string::npos);
+  EXPECT_EQ(Install(text, spec), text);
+  EXPECT_EQ(Remove(text, spec).find("Kestrune.PrjScr"), std::string::npos);
+}
+
+TEST(EditRcs, IdentifiersInUseGetANumberInTheOrderOfTheRecords) {
+  const std::string text = Install(
+      "PL KestruneToolbar End PL PLKestrune End PL PLKestrune_1 End PL PLKestrune_3 End\r\n"
+      "Tree t Link KestruneToolbarLink End Link KestruneCommandLink End End\r\n");
+  EXPECT_NE(text.find("PL PLKestrune_2 Command"), std::string::npos);
+  EXPECT_NE(text.find("Insertion KestruneToolbar_1 TargetID"), std::string::npos);
+  EXPECT_NE(text.find("Link KestruneToolbarLink_1 PLID='PLKestrune_2'"), std::string::npos);
+  EXPECT_NE(text.find("Link KestruneCommandLink_1 PLID='PLKestrune_2'"), std::string::npos);
+}
+
+TEST(EditRcs, QuotedIdentifiersAreInUseToo) {
+  EXPECT_NE(Install("PL 'KestruneToolbar' End\r\n").find("Insertion KestruneToolbar_1 "),
+            std::string::npos);
+}
+
+TEST(EditRcs, AKeptCommandIdentifierTakesPartInTheNumbering) {
+  const std::string text = Install(CommandLine("KestruneToolbar"));
+  EXPECT_NE(text.find("PL KestruneToolbar Command"), std::string::npos);
+  EXPECT_NE(text.find("Insertion KestruneToolbar_1 TargetID"), std::string::npos);
+}
+
+TEST(EditRcs, IdentifiersOfCutRecordsAreFreeAgain) {
+  const std::string text = "\r\n" + CommandLine() +
+                           "Insertion KestruneToolbar TargetID='Other'\r\n"
+                           "Link KestruneToolbarLink PLID='PLKestrune' End End\r\n";
+  EXPECT_EQ(Install(text), "\r\n\r\n\r\n" + kButton);
+}
+
+TEST(EditRcs, TwoCommandsAreReplacedByOneFreshOne) {
+  const std::string text = CommandLine("A") + CommandLine("B") +
+                           "Tree t\r\n  Link l PLID='A' End\r\n"
+                           "  Link m PLID='B' End\r\nEnd\r\n";
+  const std::string kept = "\r\n\r\nTree t\r\n  \r\n  \r\nEnd\r\n";
+  EXPECT_EQ(Install(text), kept + kButton);
+  EXPECT_EQ(Remove(text), kept);
+  EXPECT_NE(Install(text + "PL PLKestrune End\r\n").find("PL PLKestrune_1 Command"),
+            std::string::npos);
+}
+
+TEST(EditRcs, LinksToTheCommandAreRemovedWhereverTheUserPutThem) {
+  const std::string text = "Tree Menu\r\n Tree Sub Link mine PLID='PLKestrune' End End\r\nEnd\r\n";
+  EXPECT_EQ(Remove(text + kButton),
+            "Tree Menu\r\n Tree Sub  End\r\nEnd\r\n"
+            "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n    \r\nEnd\r\n\r\n\r\n");
+}
+
+TEST(EditRcs, AnInsertionWithAnotherLinkKeepsItAndLosesOurs) {
+  const std::string text = CommandLine() +
+                           "Insertion i TargetID='T' Link a PLID='PLKestrune' End "
+                           "Link b PLID='Other' End End\r\n";
+  EXPECT_EQ(Remove(text), "\r\nInsertion i TargetID='T'  Link b PLID='Other' End End\r\n");
+}
+
+TEST(EditRcs, AnInsertionWithATreeOrWithoutChildrenIsNotOurs) {
+  const std::string text = CommandLine() +
+                           "Insertion i Link a PLID='PLKestrune' End Tree t "
+                           "Link b PLID='PLKestrune' End End End\r\nInsertion j End\r\n";
+  EXPECT_EQ(Remove(text), "\r\nInsertion i  Tree t  End End\r\nInsertion j End\r\n");
+}
+
+TEST(EditRcs, ADeletionOfThePlacedLinkGoesWithTheButton) {
+  const std::string hidden =
+      kButton + "Deletion d TargetID='TLPCBToolbar' DeleteID='KestruneToolbarLink' End\r\n";
+  EXPECT_EQ(Invalid(hidden, true), kNotInstalled);
+  EXPECT_EQ(Remove(hidden), Remove(kButton) + "\r\n");
+  const std::string again = Install(hidden);
+  EXPECT_EQ(again.find("Deletion"), std::string::npos);
+  EXPECT_EQ(Invalid(again, true), L"");
+}
+
+TEST(EditRcs, ADeletionAtAnotherTargetOrOfAnUnplacedLinkIsForeign) {
+  const std::string other =
+      kButton +
+      "Deletion d TargetID='TLOther' DeleteID='KestruneToolbarLink' End\r\n"
+      "Deletion e TargetID='TLPCBToolbar' DeleteID='KestruneCommandLink' End\r\n"
+      "Deletion f DeleteID='KestruneCommandLink' End\r\n"
+      "Deletion g DeleteID='nobody' End\r\n";
+  EXPECT_EQ(Invalid(other, true), L"");
+  EXPECT_EQ(Install(other), other);
+  EXPECT_NE(Remove(other).find("Deletion d"), std::string::npos);
+  EXPECT_NE(Remove(other).find("Deletion e"), std::string::npos);
+  EXPECT_NE(Remove(other).find("Deletion f"), std::string::npos);
+  EXPECT_NE(Remove(other).find("Deletion g"), std::string::npos);
+}
+
+TEST(EditRcs, TargetsAreComparedByteByByte) {
+  std::string text = kButton;
+  text.replace(text.find("TLPCBToolbar"), 12, "tlpcbtoolbar");
+  EXPECT_EQ(Invalid(text, true), kNotInstalled);
+  EXPECT_EQ(Invalid(Install(text), true), L"");
+}
+
+TEST(EditRcs, RemovingFromAFileWithoutTheCommandChangesNothing) {
+  const std::string text =
+      "PL a Command='ScriptingSystem:RunScript' Params='ProjectName=x' End "
+      "Link l PLID='PLKestrune' End";
+  EXPECT_EQ(Remove(text), text);
+  EXPECT_EQ(Remove(""), "");
+}
+
+TEST(EditRcs, RemovingNeedsNoAnchor) {
+  Spec spec = PlainSpec();
+  spec.anchor_target.clear();
+  spec.anchor_reference.clear();
+  EXPECT_EQ(Remove(kButton, spec),
+            "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n    \r\nEnd\r\n\r\n\r\n");
+}
+
+TEST(EditRcs, InstallingNeedsTargetAndReference) {
+  constexpr std::wstring_view kMessage =
+      L"No validated toolbar anchor; manual registration required.";
+  Spec spec = PlainSpec();
+  spec.anchor_target.clear();
+  EXPECT_EQ(Refused("", true, spec), kMessage);
+  spec = PlainSpec();
+  spec.anchor_reference.clear();
+  EXPECT_EQ(Refused("", true, spec), kMessage);
+  EXPECT_EQ(Refused(kButton, true, spec), kMessage);
+}
+
+TEST(EditRcs, PathsThatCannotStandInACommandAreRefused) {
+  for (const std::string path : {"", "C:\\a|b", "C:\\a\rb", "C:\\a\nb"}) {
+    Spec spec = PlainSpec();
+    spec.script_project_path = path;
+    EXPECT_EQ(Refused("PL a End", true, spec), L"Unsafe script project path.");
+    EXPECT_EQ(Refused("PL a End", false, spec), L"Unsafe script project path.");
+  }
+}
+
+TEST(EditRcs, TheTextIsParsedThenThePathIsCheckedThenTheAnchor) {
+  Spec spec = PlainSpec();
+  spec.script_project_path = "a|b";
+  spec.anchor_target.clear();
+  EXPECT_EQ(Refused("foo x", true, spec), L"Unknown RCS record: foo");
+  EXPECT_EQ(Refused("", true, spec), L"Unsafe script project path.");
+}
+
+TEST(EditRcs, ParseMessagesComeThrough) {
+  EXPECT_EQ(Refused("PL a 'b", true), L"Unclosed RCS quote.");
+  EXPECT_EQ(Refused(std::string("P\0L", 3), false), L"Unsupported RCS size/encoding.");
+  EXPECT_EQ(Refused("PL a End PL a End", true), L"Duplicate/invalid RCS identifier.");
+}
+
+TEST(EditRcs, ACustomTreeBelowAnotherRecordIsRefused) {
+  EXPECT_EQ(Refused("Tree x Tree PCBCustom End End\r\n", true),
+            L"Duplicate/invalid RCS identifier.");
+  EXPECT_EQ(Refused("PL PCBCustom End\r\n", true), L"Duplicate/invalid RCS identifier.");
+}
+
+TEST(EditRcs, AFileThatWouldGrowBeyondTheLimitIsRefused) {
+  std::string text(kMaxRcsBytes, ' ');
+  EXPECT_EQ(Refused(text, true), L"Unsupported RCS size/encoding.");
+  EXPECT_EQ(Remove(text), text);
+  text.resize(kMaxRcsBytes - kButton.size());
+  text.back() = '\n';
+  EXPECT_EQ(Install(text).size(), kMaxRcsBytes - static_cast<std::size_t>(std::count(
+                                                     kButton.begin(), kButton.end(), '\r')));
+}
+
+TEST(EditRcs, AForeignDeletionOrLinkOfTheNewNamesIsRefused) {
+  EXPECT_EQ(
+      Refused("Deletion d TargetID='TLPCBToolbar' DeleteID='KestruneToolbarLink' End\r\n", true),
+      kNotInstalled);
+  EXPECT_EQ(Refused("Tree PCBCustom Link l PLID='PLKestrune' End End\r\n", true), kNotInstalled);
+}
+
+TEST(EditRcs, ACommandIdentifierThatCannotBeWrittenBareIsRefused) {
+  std::string text = CommandLine("'my command'");
+  EXPECT_EQ(Refused(text, true), L"Unexpected RCS child.");
+  EXPECT_EQ(Remove(text), "\r\n");
+}
+
+TEST(EditRcs, QuotedTextsOnBothSidesOfACutStaySeparate) {
+  std::string command = CommandLine();
+  command.resize(command.size() - 2);
+  EXPECT_EQ(Remove("Tree t A='x'" + command + "'B'='y' End\r\n"), "Tree t A='x' 'B'='y' End\r\n");
+  EXPECT_EQ(Remove("Tree t A='x'" + command + " 'B'='y' End\r\n"), "Tree t A='x' 'B'='y' End\r\n");
+  EXPECT_EQ(Remove("Tree t A='x'" + command + "'Link' l PLID='PLKestrune' End'B'='y' End\r\n"),
+            "Tree t A='x' 'B'='y' End\r\n");
+  EXPECT_EQ(Remove("Tree t A=x'Link' l PLID='PLKestrune' End'B'='y' " + command + " End\r\n"),
+            "Tree t A=x'B'='y'  End\r\n");
+}
+
+TEST(EditRcs, TheTextGivenIsNeverChanged) {
+  const std::string text = kButton + "PL a End";
+  const std::string copy = text;
+  std::string edited;
+  std::wstring error;
+  EXPECT_TRUE(EditRcs(text, PlainSpec(), false, edited, error));
+  EXPECT_EQ(text, copy);
+}
+
+TEST(EditRcs, CarriedRecordsStayWhereTheyAre) {
+  const std::string change = "Change c TargetID='PLManRoute' Field0='Shortcut1' Value0=4  End\r\n";
+  std::string edited;
+  std::wstring error;
+  EXPECT_FALSE(EditRcs(change, PlainSpec(), true, edited, error));
+  EXPECT_EQ(error, L"Unknown RCS record: Change");
+  error.clear();
+  EXPECT_TRUE(EditRcs(change, PlainSpec(), true, edited, error, kChange)) << error.size();
+  EXPECT_EQ(edited, change + kButton);
+  EXPECT_TRUE(ValidateRcs(edited, PlainSpec(), true, error, kChange));
+  EXPECT_FALSE(ValidateRcs(edited, PlainSpec(), true, error));
+  EXPECT_TRUE(
+      EditRcs(change + edited.substr(change.size()), PlainSpec(), false, edited, error, kChange));
+  EXPECT_TRUE(edited.starts_with(change));
+}
+
+TEST(ValidateRcs, WantsEachRecordExactlyOnce) {
+  EXPECT_EQ(Invalid(kButton, true), L"");
+  EXPECT_EQ(Invalid("", true), kNotInstalled);
+  EXPECT_EQ(Invalid(CustomTree() + CommandLine(), true), kNotInstalled);
+  EXPECT_EQ(Invalid(CommandLine() + Placement(), true), kNotInstalled);
+  EXPECT_EQ(Invalid(CustomTree() + Placement(), true), kNotInstalled);
+  EXPECT_EQ(Invalid(kButton + CommandLine("Second"), true), kNotInstalled);
+  std::string second = Placement("PLKestrune", "Second");
+  second.replace(second.find("KestruneToolbarLink"), 19, "SecondLink");
+  EXPECT_EQ(Invalid(kButton + second, true), kNotInstalled);
+  second.replace(second.find("TLPCBToolbar"), 12, "TLOther");
+  EXPECT_EQ(Invalid(kButton + second, true), kNotInstalled);
+}
+
+TEST(ValidateRcs, LinksElsewhereDoNotCount) {
+  EXPECT_EQ(Invalid(kButton + "Tree Menu Link mine PLID='PLKestrune' End End\r\n", true), L"");
+  EXPECT_EQ(Invalid(kButton + "Link mine PLID='PLKestrune' End\r\n", true), L"");
+}
+
+TEST(ValidateRcs, TheCustomLinkMayStandAtAnyDepth) {
+  EXPECT_EQ(Invalid("Tree x Tree PCBCustom Tree y Link l PLID='PLKestrune' End End End End\r\n" +
+                        CommandLine() + Placement(),
+                    true),
+            L"");
+  EXPECT_EQ(Invalid("Insertion PCBCustom Tree y Link l PLID='PLKestrune' End End End\r\n" +
+                        CommandLine() + Placement(),
+                    true),
+            kNotInstalled);
+}
+
+TEST(ValidateRcs, ThePlacedLinkMustBeADirectChild) {
+  const std::string deep =
+      "Insertion i TargetID='TLPCBToolbar' RefID0='TBPCB_StandardToolbar760' Tree t "
+      "Link l PLID='PLKestrune' End End End\r\n";
+  EXPECT_EQ(Invalid(CustomTree() + CommandLine() + deep, true), kNotInstalled);
+}
+
+TEST(ValidateRcs, TheReferenceMustMatchToo) {
+  Spec spec = PlainSpec();
+  spec.anchor_reference = "TBPCB_StandardToolbar761";
+  EXPECT_EQ(Invalid(kButton, true, spec), kNotInstalled);
+}
+
+TEST(ValidateRcs, OnlyACommandWithTheVeryProjectAndProcedureIsOurs) {
+  const auto replaced = [](const std::string& from, const std::string& to) {
+    std::string text = kButton;
+    text.replace(text.find(from), from.size(), to);
+    return text;
+  };
+  for (const auto& text : {replaced("RunScript", "RunScript2"), replaced("C:\\K\\", "C:\\L\\"),
+                           replaced("RunKestrune", "RunOther"), replaced("PL PLK", "Separator PLK"),
+                           replaced("Params", "params")}) {
+    EXPECT_EQ(Invalid(text, true), kNotInstalled);
+    EXPECT_EQ(Invalid(text, false), L"");
+  }
+}
+
+TEST(ValidateRcs, RemovedMeansNoCommandAndNothingElse) {
+  EXPECT_EQ(Invalid("", false), L"");
+  EXPECT_EQ(Invalid(CustomTree() + Placement(), false), L"");
+  EXPECT_EQ(Invalid(CommandLine(), false), L"Bridge command remains.");
+  EXPECT_EQ(Invalid("Tree t " + CommandLine() + "End", false), L"Bridge command remains.");
+}
+
+TEST(ValidateRcs, ParseMessagesComeThrough) {
+  EXPECT_EQ(Invalid("PL", true), L"Malformed RCS nesting.");
+  EXPECT_EQ(Invalid("PL a", false), L"Unterminated RCS record.");
+}
+
+TEST(HasAnchor, FindsTheItemInsideItsToolbar) {
+  const std::string text =
+      "nonsense 'open\r\n"
+      "Tree TLPCBToolbar Caption='x'\r\n  Link a PLID='b' End\r\n"
+      "  Tree Sub Link TBPCB_StandardToolbar760 PLID='c' End End\r\n"
+      "End\r\nmore nonsense";
+  EXPECT_TRUE(HasAnchor(text, "TLPCBToolbar", "TBPCB_StandardToolbar760"));
+  EXPECT_TRUE(HasAnchor(text, "TLPCBToolbar", "Sub"));
+  EXPECT_FALSE(HasAnchor(text, "TLPCBToolbar", "TBPCB_StandardToolbar76"));
+  EXPECT_FALSE(HasAnchor(text, "TLPCBToolbar", "TLPCBToolbar"));
+  EXPECT_FALSE(HasAnchor(text, "Sub", "TBPCB_StandardToolbar760"));
+  EXPECT_FALSE(HasAnchor("", "T", "i"));
+}
+
+TEST(HasAnchor, TheToolbarMustBeginALine) {
+  const std::string block = "Tree T A=1\nLink i End\nEnd";
+  EXPECT_TRUE(HasAnchor(block, "T", "i"));
+  EXPECT_TRUE(HasAnchor("x\n" + block, "T", "i"));
+  EXPECT_FALSE(HasAnchor(" " + block, "T", "i"));
+  EXPECT_FALSE(HasAnchor("x\r" + block, "T", "i"));
+  EXPECT_FALSE(HasAnchor("\xEF\xBB\xBF" + block, "T", "i"));
+  EXPECT_TRUE(HasAnchor("Tree Tree T \n" + block, "T", "i"));
+}
+
+TEST(HasAnchor, ABlankMustFollowTheIdentifier) {
+  EXPECT_FALSE(HasAnchor("Tree T\nLink i End\nEnd", "T", "i"));
+  EXPECT_FALSE(HasAnchor("Tree T\tLink i End\nEnd", "T", "i"));
+  EXPECT_FALSE(HasAnchor("Tree T2 Link i End\nEnd", "T", "i"));
+}
+
+TEST(HasAnchor, OnlyTheFirstToolbarOfThatNameIsTried) {
+  const std::string empty = "Tree T \nEnd\n";
+  const std::string good = "Tree T \nLink i End\nEnd\n";
+  EXPECT_TRUE(HasAnchor(good + empty, "T", "i"));
+  EXPECT_FALSE(HasAnchor(empty + good, "T", "i"));
+}
+
+TEST(HasAnchor, TheBlockEndsAtTheNextLineThatBeginsWithEnd) {
+  EXPECT_TRUE(HasAnchor("Tree T \n  Tree s \n  Link i End\n  End\nEnd", "T", "i"));
+  EXPECT_FALSE(HasAnchor("Tree T \nTree s \nEnd\nLink i End\nEnd", "T", "i"));
+  EXPECT_TRUE(HasAnchor("Tree T Link i End\nEndless", "T", "i"));
+  EXPECT_FALSE(HasAnchor("Tree T Link i End\n End", "T", "i"));
+  EXPECT_FALSE(HasAnchor("Tree T Link i End End", "T", "i"));
+  EXPECT_FALSE(HasAnchor("Tree T Link i End\nEn", "T", "i"));
+}
+
+TEST(HasAnchor, ABlockThatCannotBeParsedHasNoAnchor) {
+  EXPECT_FALSE(HasAnchor("Tree T Link i A='\nEnd", "T", "i"));
+  EXPECT_FALSE(HasAnchor("Tree T Link i End Foo f\nEnd", "T", "i"));
+  EXPECT_FALSE(HasAnchor("Tree T Link i End Change c End\nEnd", "T", "i"));
+  EXPECT_TRUE(HasAnchor("Tree T Link i End Change c End\nEnd", "T", "i", kChange));
+  EXPECT_FALSE(HasAnchor(std::string("Tree T Link i End \0\nEnd", 23), "T", "i"));
+}
+
+TEST(HasAnchor, TheItemMustStandThereExactlyOnce) {
+  EXPECT_FALSE(HasAnchor("Tree T Link i End Tree s Link i End End\nEnd", "T", "i"));
+  EXPECT_TRUE(HasAnchor("Tree T Link i End Link j End Link j End\nEnd", "T", "i"));
+  EXPECT_TRUE(HasAnchor("Tree T Tree T End\nEnd", "T", "T"));
+}
+
+TEST(HasAnchor, RecordsBehindAToolbarThatClosedEarlyAreNotInside) {
+  EXPECT_FALSE(HasAnchor("Tree T A=1 End Tree i \nEnd", "T", "i"));
+}
+
+TEST(ToolbarAnchors, AreTriedOldHostsFirst) {
+  ASSERT_EQ(kToolbarAnchors.size(), 2U);
+  EXPECT_EQ(kToolbarAnchors[0].target, "TLPCBToolbar");
+  EXPECT_EQ(kToolbarAnchors[0].reference, "TBPCB_StandardToolbar760");
+  EXPECT_EQ(kToolbarAnchors[0].kind, ToolbarKind::Legacy);
+  EXPECT_EQ(kToolbarAnchors[1].target, "TopBarPCB");
+  EXPECT_EQ(kToolbarAnchors[1].reference, "TopBarPCB010");
+  EXPECT_EQ(kToolbarAnchors[1].kind, ToolbarKind::ActiveBar);
+}
+
+}  // namespace
+}  // namespace altium_registration

@@ -1,0 +1,304 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "registration/rcs/toolbar_edit.h"
+#include "tests/support/rcs_generator.h"
+#include "tests/support/rcs_model.h"
+#include "tests/support/samples.h"
+
+namespace altium_registration {
+namespace {
+
+constexpr std::array<std::string_view, 1> kChange = {"Change"};
+
+std::string Narrow(const std::wstring& text) {
+  std::string bytes;
+  for (const wchar_t unit : text) {
+    bytes.push_back(static_cast<char>(unit));
+  }
+  return bytes;
+}
+
+struct Edited {
+  bool success = false;
+  std::string text;
+  std::wstring error;
+};
+
+Edited Edit(const std::string& text, const Spec& spec, bool install, RcsKinds carried = {}) {
+  Edited edited;
+  edited.success = EditRcs(text, spec, install, edited.text, edited.error, carried);
+  return edited;
+}
+
+/// Every record that is none of ours, written out in full, with its place in the tree. A link that
+/// names `command`, the identifier that an install gives to its command, becomes ours with it.
+std::vector<std::string> ForeignRecords(const std::string& text, const Spec& spec,
+                                        const rcs_model::Kinds& carried,
+                                        const std::string& command = "") {
+  const rcs_model::Nodes nodes = rcs_model::Parse(text, true, carried);
+  const rcs_model::References references = rcs_model::FindAll(nodes, spec);
+  std::vector<std::string> records;
+  const auto collect = [&](const auto& self, const rcs_model::Nodes& level,
+                           const std::string& path) -> void {
+    for (const rcs_model::Node& node : level) {
+      const bool adopted = node.kind == "Link" && !command.empty() && node.Value("PLID") == command;
+      if (adopted || rcs_model::Owned(node, references)) {
+        continue;
+      }
+      std::string record = path + "/" + node.kind + " " + node.identifier;
+      self(self, node.children, record);
+      for (const auto& [name, value] : node.attributes) {
+        record += "|" + name + "=" + value;
+      }
+      records.push_back(record);
+    }
+  };
+  collect(collect, nodes, "");
+  return records;
+}
+
+std::string InstalledCommand(const std::string& text, const Spec& spec) {
+  return *rcs_model::FindAll(rcs_model::Parse(text, true, {}), spec).commands.begin();
+}
+
+std::string WithoutCustomTree(std::vector<std::string>& records) {
+  std::string found;
+  std::erase_if(records, [&](const std::string& record) {
+    if (record.starts_with("/Tree PCBCustom|")) {
+      found = record;
+      return true;
+    }
+    return false;
+  });
+  return found;
+}
+
+/// Whether `shorter` can be had from `longer` by leaving bytes out.
+bool IsSubsequence(const std::string& shorter, const std::string& longer) {
+  std::size_t at = 0;
+  for (const char byte : longer) {
+    at += at < shorter.size() && shorter[at] == byte ? 1U : 0U;
+  }
+  return at == shorter.size();
+}
+
+/// Calls `check(text, seed)` for several thousand files that parse strictly.
+template <typename Check>
+void ForEachFile(const Check& check) {
+  int files = 0;
+  for (std::uint64_t seed = 0; seed < 2500; ++seed) {
+    const std::string text = kestrune_tests::RcsGenerator(seed).File();
+    RcsDocument document;
+    std::wstring error;
+    if (RcsDocument::Parse(text, {}, document, error)) {
+      ++files;
+      SCOPED_TRACE(text);
+      check(text);
+    }
+    if (testing::Test::HasFailure()) {
+      return;
+    }
+  }
+  EXPECT_GT(files, 2000);
+}
+
+TEST(ToolbarLaw, EditAgreesWithANaiveEditOnWholeAndBrokenFiles) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  int successes = 0;
+  for (std::uint64_t seed = 0; seed < 4000; ++seed) {
+    kestrune_tests::RcsGenerator generator(seed);
+    const std::string text = seed % 4 != 0 ? generator.File() : generator.BrokenFile();
+    for (const bool install : {true, false}) {
+      const Edited edited = Edit(text, spec, install);
+      const rcs_model::Outcome expected = rcs_model::Edit(text, spec, install, {});
+      ASSERT_EQ(edited.success, expected.success) << text;
+      ASSERT_EQ(Narrow(edited.error), expected.error) << text;
+      if (expected.success) {
+        ASSERT_EQ(edited.text, expected.text) << text;
+        ++successes;
+      }
+    }
+  }
+  EXPECT_GT(successes, 5000);
+}
+
+TEST(ToolbarLaw, InstallKeepsEveryForeignRecord) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  int installed = 0;
+  ForEachFile([&](const std::string& text) {
+    const Edited edited = Edit(text, spec, true);
+    if (!edited.success) {
+      return;
+    }
+    ++installed;
+    const std::string command = InstalledCommand(edited.text, spec);
+    std::vector<std::string> before = ForeignRecords(text, spec, {}, command);
+    std::vector<std::string> after = ForeignRecords(edited.text, spec, {});
+    const std::string tree_before = WithoutCustomTree(before);
+    const std::string tree_after = WithoutCustomTree(after);
+    EXPECT_EQ(before, after);
+    EXPECT_TRUE(tree_before.empty() || tree_before == tree_after);
+  });
+  EXPECT_GT(installed, 1500);
+}
+
+TEST(ToolbarLaw, InstallKeepsEveryForeignByteInItsOrder) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  ForEachFile([&](const std::string& text) {
+    const Edited edited = Edit(text, spec, true);
+    if (edited.success && edited.text != text) {
+      const rcs_model::Nodes nodes = rcs_model::Parse(text, true, {});
+      EXPECT_TRUE(
+          IsSubsequence(rcs_model::Cut(text, nodes, rcs_model::FindAll(nodes, spec)), edited.text));
+    }
+  });
+}
+
+TEST(ToolbarLaw, InstallingTwiceIsTheIdentity) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  ForEachFile([&](const std::string& text) {
+    const Edited once = Edit(text, spec, true);
+    if (once.success) {
+      const Edited twice = Edit(once.text, spec, true);
+      EXPECT_TRUE(twice.success);
+      EXPECT_EQ(twice.text, once.text);
+    }
+  });
+}
+
+TEST(ToolbarLaw, InstallThenRemoveLeavesForeignRecordsAndAtMostAnEmptyCustomTree) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  ForEachFile([&](const std::string& text) {
+    const Edited installed = Edit(text, spec, true);
+    if (!installed.success) {
+      return;
+    }
+    const Edited removed = Edit(installed.text, spec, false);
+    ASSERT_TRUE(removed.success);
+    EXPECT_EQ(removed.text.find("RunKestrune"), text.find("RunKestrune", text.size()));
+    const std::string command = InstalledCommand(installed.text, spec);
+    std::vector<std::string> before = ForeignRecords(text, spec, {}, command);
+    std::vector<std::string> after = ForeignRecords(removed.text, spec, {});
+    const std::string tree_before = WithoutCustomTree(before);
+    const std::string tree_after = WithoutCustomTree(after);
+    EXPECT_EQ(before, after);
+    EXPECT_EQ(tree_after,
+              tree_before.empty() ? "/Tree PCBCustom|Caption=[Custom]|TopLevel=True" : tree_before);
+  });
+}
+
+TEST(ToolbarLaw, WhatIsAnsweredAsSuccessParsesStrictlyAndValidates) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  ForEachFile([&](const std::string& text) {
+    for (const bool install : {true, false}) {
+      const Edited edited = Edit(text, spec, install);
+      if (edited.success) {
+        std::wstring error;
+        EXPECT_TRUE(ValidateRcs(edited.text, spec, install, error));
+        EXPECT_NO_THROW(rcs_model::Validate(edited.text, spec, install, {}));
+      }
+    }
+  });
+}
+
+TEST(ToolbarLaw, RemovingTwiceIsTheIdentity) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  ForEachFile([&](const std::string& text) {
+    const Edited once = Edit(text, spec, false);
+    ASSERT_TRUE(once.success);
+    EXPECT_EQ(Edit(once.text, spec, false).text, once.text);
+  });
+}
+
+/// A host's toolbar definitions, roughly: several trees, their blocks whole or torn.
+std::string AnchorText(kestrune_tests::Dice& dice) {
+  static constexpr std::array<std::string_view, 14> kPieces = {
+      "Tree T ",        "Tree T\n",     "Tree T2 ",   "Link i PLID='a' End\n",
+      "  Link i End",   "\nEnd\n",      "\nEndless ", "\r\n",
+      " End",           "Link j End\n", "Tree s ",    "'",
+      "Change c End\n", "\xEF\xBB\xBF"};
+  std::string text;
+  for (std::uint32_t i = dice.Below(14); i > 0; --i) {
+    text += dice.Of(kPieces);
+  }
+  return text;
+}
+
+TEST(ToolbarLaw, HasAnchorAgreesWithANaiveOne) {
+  int found = 0;
+  for (std::uint64_t seed = 0; seed < 20000; ++seed) {
+    kestrune_tests::Dice dice(seed);
+    const std::string text = (seed % 2 == 0 ? "Tree T " : "") + AnchorText(dice);
+    for (const std::string_view item : {"i", "T"}) {
+      const bool expected = rcs_model::HasAnchor(text, "T", std::string(item), {});
+      ASSERT_EQ(HasAnchor(text, "T", item), expected) << text;
+      found += expected ? 1 : 0;
+    }
+    ASSERT_EQ(HasAnchor(text, "T", "i", kChange), rcs_model::HasAnchor(text, "T", "i", {"Change"}));
+  }
+  EXPECT_GT(found, 200);
+}
+
+TEST(ToolbarSamples, InstallAndRemoveOnRealFilesDoExactlyWhatIsDescribed) {
+  const auto samples = kestrune_tests::ReadSamples("rcs", ".RCS");
+  if (samples.empty()) {
+    GTEST_SKIP() << "The real customization files are not here.";
+  }
+  const Spec spec = kestrune_tests::ExampleSpec();
+  for (const auto& sample : samples) {
+    SCOPED_TRACE(sample.name);
+    const bool altered = sample.bytes.find("Change ") != std::string::npos;
+    const Edited plain = Edit(sample.bytes, spec, true);
+    EXPECT_EQ(plain.success, !altered);
+    EXPECT_EQ(plain.error, altered ? L"Unknown RCS record: Change" : L"");
+
+    const Edited installed = Edit(sample.bytes, spec, true, kChange);
+    ASSERT_TRUE(installed.success);
+    EXPECT_EQ(installed.text, rcs_model::Edit(sample.bytes, spec, true, {"Change"}).text);
+    EXPECT_TRUE(IsSubsequence(sample.bytes, installed.text));
+    EXPECT_EQ(Edit(installed.text, spec, true, kChange).text, installed.text);
+
+    const Edited removed = Edit(installed.text, spec, false, kChange);
+    ASSERT_TRUE(removed.success);
+    EXPECT_EQ(removed.text, rcs_model::Edit(installed.text, spec, false, {"Change"}).text);
+    EXPECT_TRUE(IsSubsequence(sample.bytes, removed.text));
+    EXPECT_EQ(Edit(sample.bytes, spec, false, kChange).text, sample.bytes);
+
+    std::vector<std::string> before = ForeignRecords(sample.bytes, spec, {"Change"});
+    std::vector<std::string> after = ForeignRecords(removed.text, spec, {"Change"});
+    WithoutCustomTree(before);
+    WithoutCustomTree(after);
+    EXPECT_EQ(before, after);
+  }
+}
+
+TEST(ToolbarSamples, ARealFileWithACustomTreeReceivesExactlyTheseBytes) {
+  const auto samples = kestrune_tests::ReadSamples("rcs", "DXP-minimal.RCS");
+  if (samples.empty()) {
+    GTEST_SKIP() << "The real customization files are not here.";
+  }
+  const std::string tree = "Tree PCBCustom Caption='[Custom]' TopLevel='True'  ";
+  const std::string& bytes = samples.front().bytes;
+  const std::size_t end = bytes.find(tree) + tree.size();
+  ASSERT_EQ(bytes.compare(end, 3, "End"), 0);
+  const Spec spec = {"C:\\K\\Kestrune.PrjScr", "C:\\K\\i.bmp", "Export PCB through Kestrune",
+                     "TLPCBToolbar", "TBPCB_StandardToolbar760"};
+  EXPECT_EQ(Edit(bytes, spec, true).text,
+            bytes.substr(0, end) + "\r\n    Link KestruneCommandLink PLID='PLKestrune' End\r\n" +
+                bytes.substr(end) +
+                "PL PLKestrune Command='ScriptingSystem:RunScript' "
+                "Params='ProjectName=C:\\K\\Kestrune.PrjScr|ProcName=Kestrune.pas>RunKestrune' "
+                "Caption='Kestrune' Image='C:\\K\\i.bmp' "
+                "Description='Export PCB through Kestrune' DefaultChecked=0 End\r\n"
+                "Insertion KestruneToolbar TargetID='TLPCBToolbar' "
+                "RefID0='TBPCB_StandardToolbar760'\r\n"
+                "    Link KestruneToolbarLink PLID='PLKestrune' End\r\n"
+                "End\r\n");
+}
+
+}  // namespace
+}  // namespace altium_registration

@@ -1,0 +1,913 @@
+// Replacing DXP.RCS and putting it back, with what other programs and Windows itself may do in
+// between. What no test machine does on request stands in for itself as a script.
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <sddl.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/owners_win32.h"
+#include "registration/transaction/global_projects.h"
+#include "registration/transaction/transaction.h"
+#include "tests/support/store_fixture_win32.h"
+
+namespace altium_registration {
+namespace {
+
+using Names = std::vector<std::wstring>;
+
+constexpr wchar_t kSourceChanged[] = L"Source metadata/content changed.";
+constexpr wchar_t kForeignContent[] = L"Concurrent RCS change; refusing rollback overwrite.";
+
+bool FailWith(DWORD code, BOOL& answer) {
+  SetLastError(code);
+  answer = FALSE;
+  return true;
+}
+
+std::vector<std::byte> DescriptorFrom(const wchar_t* text) {
+  kestrune::LocalMemory<void> descriptor;
+  ULONG size = 0;
+  EXPECT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(text, SDDL_REVISION_1,
+                                                                   descriptor.Put(), &size));
+  const auto* bytes = static_cast<const std::byte*>(descriptor.Get());
+  return {bytes, bytes + size};
+}
+
+/// A DACL that only the owner passes, as a user gives it who wants the file for himself.
+void RestrictToOwner(const std::wstring& path) {
+  SystemCalls real;
+  PSID owner = nullptr;
+  BOOL defaulted = FALSE;
+  const FileSecurity now = ReadFileSecurity(real, path, L"size", L"read");
+  ASSERT_TRUE(GetSecurityDescriptorOwner(now.Descriptor(), &owner, &defaulted));
+  kestrune::LocalMemory<wchar_t> name;
+  ASSERT_TRUE(ConvertSidToStringSidW(owner, name.Put()));
+  std::vector<std::byte> dacl =
+      DescriptorFrom((L"D:P(A;;FA;;;" + std::wstring(name.Get()) + L")").c_str());
+  ASSERT_TRUE(SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, dacl.data()));
+}
+
+/// What another program writes, with the size and time that the file had.
+void WriteUnnoticed(const std::wstring& path, std::string_view bytes) {
+  const kestrune::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                              FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+  FILETIME time{};
+  DWORD written = 0;
+  ASSERT_TRUE(GetFileTime(file.Get(), nullptr, nullptr, &time));
+  ASSERT_TRUE(
+      WriteFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
+  ASSERT_TRUE(SetFileTime(file.Get(), nullptr, nullptr, &time));
+}
+
+class WindowsStoreReplaceTest : public StoreTest {
+ protected:
+  std::wstring Commit() {
+    return FailureText([&] { store->CommitReplacement(); });
+  }
+  std::wstring RollBack() {
+    return FailureText([&] { store->RollBackRcs(); });
+  }
+  /// The script takes hold at the n-th call only.
+  template <class Hook>
+  auto OnCall(int n, Hook hook) {
+    return [n, hook, call = 0](const std::wstring& path, BOOL& answer) mutable {
+      return ++call == n && hook(path, answer);
+    };
+  }
+  /// What Windows does when it can take the old file away and not put the new one in.
+  void ReplaceStopsHalfWay() {
+    calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+      EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+      return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+    };
+  }
+  /// The security of DXP.RCS as "O:...G:...D:...".
+  [[nodiscard]] std::wstring SecurityText() const {
+    kestrune::LocalMemory<wchar_t> text;
+    EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        RealSecurity().Descriptor(), SDDL_REVISION_1,
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
+        text.Put(), nullptr));
+    return text.Get();
+  }
+  [[nodiscard]] std::wstring Left(std::wstring_view ending) const {
+    for (const std::wstring& name : profile.Leftovers()) {
+      if (name.ends_with(ending)) {
+        return profile.Directory() + L"\\" + name;
+      }
+    }
+    return {};
+  }
+  void CloseAndExpectNothingLeft() {
+    store.reset();
+    EXPECT_EQ(profile.Leftovers(), Names{});
+  }
+};
+
+// Preparing
+
+TEST_F(WindowsStoreReplaceTest, OwnerThatCannotBeSetLeavesTheFileUntouched) {
+  for (const DWORD code : {DWORD{ERROR_INVALID_OWNER}, DWORD{ERROR_INVALID_PRIMARY_GROUP},
+                           DWORD{ERROR_PRIVILEGE_NOT_HELD}}) {
+    Open();
+    store->CreateBackups("old text", {});
+    calls->on_create = [&](const std::wstring& path, BOOL& answer) {
+      return path.ends_with(L".tmp") && FailWith(code, answer);
+    };
+    EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }),
+              L"Cannot preserve replacement owner/group; original RCS unchanged.");
+    calls->on_create = {};
+    EXPECT_EQ(Rcs(), "old text");
+    CloseAndExpectNothingLeft();
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, OwnerOrGroupThatReadsBackDifferentlyLeavesTheFileUntouched) {
+  const std::wstring original = SecurityText();
+  const std::size_t group = original.find(L"G:");
+  const std::size_t dacl = original.find(L"D:");
+  for (const std::wstring& other : {L"O:BG" + original.substr(group),
+                                    original.substr(0, group) + L"G:BG" + original.substr(dacl)}) {
+    Open();
+    store->CreateBackups("old text", {});
+    calls->on_get_security = [&](const std::wstring& path, std::vector<std::byte>& descriptor) {
+      descriptor = DescriptorFrom(other.c_str());
+      return path.ends_with(L".tmp");
+    };
+    EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }),
+              L"Cannot preserve replacement owner/group; original RCS unchanged.");
+    EXPECT_EQ(Rcs(), "old text");
+    EXPECT_EQ(profile.Leftovers(), Names{});
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, TemporaryFileThatCannotBeMadeIsNamedByItsStepAndGone) {
+  const struct {
+    void (*script)(ScriptedCalls& calls);
+    const wchar_t* text;
+  } steps[] = {{[](ScriptedCalls& script) {
+                  script.on_create = [](const std::wstring&, BOOL& answer) {
+                    return FailWith(ERROR_ACCESS_DENIED, answer);
+                  };
+                },
+                L"Create recovery/temp file (Win32 5)"},
+               {[](ScriptedCalls& script) {
+                  script.on_write = [](BOOL& answer) { return FailWith(ERROR_DISK_FULL, answer); };
+                },
+                L"Write recovery/temp file (Win32 112)"},
+               {[](ScriptedCalls& script) {
+                  script.on_flush = [](BOOL& answer) { return FailWith(ERROR_IO_DEVICE, answer); };
+                },
+                L"Flush recovery/temp file (Win32 1117)"}};
+  for (const auto& step : steps) {
+    calls = std::make_shared<ScriptedCalls>();
+    Open();
+    store->CreateBackups("old text", {});
+    step.script(*calls);
+    EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }), step.text);
+    EXPECT_EQ(profile.Leftovers(), Names{});
+  }
+}
+
+struct IdentityStep {
+  std::function<bool(BOOL& answer)> ScriptedCalls::*call;
+  const wchar_t* text;
+};
+
+const IdentityStep kIdentitySteps[] = {
+    {&ScriptedCalls::on_initialize_descriptor, L"Initialize replacement identity (Win32 1305)"},
+    {&ScriptedCalls::on_get_owner, L"Read original owner (Win32 1305)"},
+    {&ScriptedCalls::on_get_group, L"Read original group (Win32 1305)"},
+    {&ScriptedCalls::on_set_owner, L"Set replacement owner (Win32 1305)"},
+    {&ScriptedCalls::on_set_group, L"Set replacement group (Win32 1305)"},
+};
+
+TEST_F(WindowsStoreReplaceTest, IdentityThatCannotBeMadeIsNamedByItsStepAndNoFileAppears) {
+  for (const IdentityStep& step : kIdentitySteps) {
+    calls = std::make_shared<ScriptedCalls>();
+    Open();
+    store->CreateBackups("old text", {});
+    (*calls).*step.call = [](BOOL& answer) { return FailWith(ERROR_UNKNOWN_REVISION, answer); };
+    EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }), step.text);
+    EXPECT_EQ(Rcs(), "old text");
+    EXPECT_EQ(profile.Leftovers(), Names{});
+    EXPECT_FALSE(store->HasReplacedRcs());
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, IdentityStepsComeInTheirOrder) {
+  Open();
+  store->CreateBackups("old text", {});
+  std::vector<std::wstring> order;
+  for (const IdentityStep& step : kIdentitySteps) {
+    (*calls).*step.call = [&](BOOL&) {
+      order.emplace_back(step.text);
+      return false;
+    };
+  }
+  calls->on_create = [&](const std::wstring& path, BOOL&) {
+    order.emplace_back(path.ends_with(L".tmp") ? L"create" : L"log");
+    return false;
+  };
+  store->PrepareReplacement("new text");
+  std::vector<std::wstring> expected;
+  for (const IdentityStep& step : kIdentitySteps) {
+    expected.emplace_back(step.text);
+  }
+  expected.insert(expected.end(), {L"create", L"log"});
+  EXPECT_EQ(order, expected);
+}
+
+TEST_F(WindowsStoreReplaceTest, IdentityOfTheRecoveryFileThatCannotBeMadeBlocksTheRollback) {
+  for (const IdentityStep& step : kIdentitySteps) {
+    calls = std::make_shared<ScriptedCalls>();
+    WriteFileBytes(profile.Rcs(), "old text");
+    OpenPrepared();
+    EXPECT_EQ(Commit(), L"");
+    (*calls).*step.call = [](BOOL& answer) { return FailWith(ERROR_UNKNOWN_REVISION, answer); };
+    EXPECT_EQ(RollBack(), step.text);
+    EXPECT_EQ(Rcs(), "new text");
+    EXPECT_EQ(profile.Leftovers(), Names{});
+  }
+}
+
+// Committing
+
+TEST_F(WindowsStoreReplaceTest, CommitPutsTheNewTextInPlaceAndLeavesNoWorkingFile) {
+  OpenPrepared();
+  EXPECT_EQ(Commit(), L"");
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "new text");
+  EXPECT_EQ(profile.Leftovers(), Names{});
+  store->CheckSourceSecurity();
+}
+
+TEST_F(WindowsStoreReplaceTest, FileForItsOwnerAloneStaysSo) {
+  RestrictToOwner(profile.Rcs());
+  const FileSecurity before = RealSecurity();
+  OpenPrepared();
+  EXPECT_EQ(Commit(), L"");
+  store->CheckSourceSecurity();
+  EXPECT_TRUE(RealSecurity() == before);
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_TRUE(RealSecurity() == before);
+  EXPECT_EQ(Rcs(), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, MereTouchSinceOpeningFails) {
+  OpenPrepared();
+  const kestrune::FileHandle file(CreateFileW(profile.Rcs().c_str(), FILE_WRITE_ATTRIBUTES,
+                                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                              OPEN_EXISTING, 0, nullptr));
+  const FILETIME time = {1, 30'000'000};
+  ASSERT_TRUE(SetFileTime(file.Get(), nullptr, nullptr, &time));
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, SameSizeAndTimeAgainMakeTheFileTheSameWhateverItsAttributes) {
+  OpenPrepared();
+  calls->after_get_attributes = [](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) {
+    data.dwFileAttributes |= FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+  };
+  EXPECT_EQ(Commit(), L"");
+}
+
+TEST_F(WindowsStoreReplaceTest, AnotherSizeOrEitherHalfOfAnotherTimeFails) {
+  const std::function<void(WIN32_FILE_ATTRIBUTE_DATA&)> changes[] = {
+      [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.nFileSizeHigh; },
+      [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.nFileSizeLow; },
+      [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.ftLastWriteTime.dwHighDateTime; },
+      [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.ftLastWriteTime.dwLowDateTime; }};
+  for (const auto& change : changes) {
+    OpenPrepared();
+    calls->after_get_attributes = [&](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) { change(data); };
+    EXPECT_EQ(Commit(), kSourceChanged);
+    calls->after_get_attributes = {};
+    EXPECT_EQ(Rcs(), "old text");
+    CloseAndExpectNothingLeft();
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, FileGoneSinceOpeningNamesTheCode) {
+  OpenPrepared();
+  DeleteFileW(profile.Rcs().c_str());
+  EXPECT_EQ(Commit(), L"Recheck profile (Win32 2)");
+  EXPECT_FALSE(store->HasReplacedRcs());
+}
+
+TEST_F(WindowsStoreReplaceTest, SecurityChangedByAnotherProgramIsNotUndone) {
+  OpenPrepared();
+  RestrictToOwner(profile.Rcs());
+  const FileSecurity changed = RealSecurity();
+  EXPECT_EQ(FailureText([&] { store->CheckSourceSecurity(); }),
+            L"Source security changed or was not preserved.");
+  EXPECT_EQ(Commit(), L"Source security changed or was not preserved.");
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_TRUE(RealSecurity() == changed);
+}
+
+TEST_F(WindowsStoreReplaceTest, ReplacementWhoseSecurityChangedIsNotPutInPlace) {
+  OpenPrepared();
+  RestrictToOwner(Left(L".tmp"));
+  EXPECT_EQ(Commit(), L"Replacement security changed before commit (Win32 0)");
+  EXPECT_EQ(Rcs(), "old text");
+  ASSERT_TRUE(DeleteFileW(Left(L".tmp").c_str()));
+  EXPECT_EQ(Commit(), L"Replacement security changed before commit (Win32 2)");
+  EXPECT_FALSE(store->HasReplacedRcs());
+}
+
+TEST_F(WindowsStoreReplaceTest, WriteOfAnotherProgramInTheLastMomentIsPutBack) {
+  OpenPrepared();
+  calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL&) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    return false;
+  });
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "foreign!");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, WriteInTheLastMomentThatCannotBePutBackIsKept) {
+  OpenPrepared();
+  calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL&) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    return false;
+  });
+  calls->on_move = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_ACCESS_DENIED, answer);
+  };
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(RollBack(), kForeignContent);
+  EXPECT_EQ(Rcs(), "new text");
+  const std::wstring kept = Left(L".old.tmp");
+  store.reset();
+  EXPECT_EQ(FileBytes(kept), "foreign!");
+}
+
+TEST_F(WindowsStoreReplaceTest, FailedReplacementThatChangedNothingDoesNotCountAsWritten) {
+  for (const DWORD code :
+       {DWORD{ERROR_UNABLE_TO_REMOVE_REPLACED}, DWORD{ERROR_UNABLE_TO_MOVE_REPLACEMENT}}) {
+    OpenPrepared();
+    calls->on_replace = [code](const std::wstring&, BOOL& answer) {
+      return FailWith(code, answer);
+    };
+    EXPECT_EQ(Commit(), L"Replace RCS (Win32 " + std::to_wstring(code) + L")");
+    EXPECT_FALSE(store->HasReplacedRcs());
+    EXPECT_EQ(Rcs(), "old text");
+    CloseAndExpectNothingLeft();
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, FileLockedByTheHostIsNotReplaced) {
+  OpenPrepared();
+  const kestrune::FileHandle lock(CreateFileW(profile.Rcs().c_str(), GENERIC_READ, FILE_SHARE_READ,
+                                              nullptr, OPEN_EXISTING, 0, nullptr));
+  const std::wstring text = Commit();
+  EXPECT_TRUE(text.starts_with(L"Replace RCS (Win32 ")) << text.size();
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, ReplacementThatStopsHalfWayIsTakenBack) {
+  OpenPrepared();
+  ReplaceStopsHalfWay();
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, FileLostHalfWayComesBackFromItsDisplacedName) {
+  OpenPrepared();
+  ReplaceStopsHalfWay();
+  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  });
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, FileLostHalfWayWithAnotherProgramsTextComesBackWithIt) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+  };
+  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  });
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  EXPECT_EQ(RollBack(), kForeignContent);
+  EXPECT_EQ(Rcs(), "foreign!");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, FileLostAltogetherComesBackFromTheBackup) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring&, BOOL& answer) {
+    DeleteFileW(profile.Rcs().c_str());
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1176)");
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, DisplacedFileIsKeptWhileNothingElseHoldsTheFile) {
+  OpenPrepared();
+  ReplaceStopsHalfWay();
+  calls->on_move = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  EXPECT_EQ(RollBack(), L"Restore RCS (Win32 32)");
+  const std::wstring kept = Left(L".old.tmp");
+  store.reset();
+  EXPECT_EQ(FileBytes(kept), "old text");
+  EXPECT_EQ(FileBytes(profile.Rcs() + L".recovery"), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapIsNotOverwrittenEvenIfItIsOurText) {
+  for (const char* text : {"foreign!", "new text"}) {
+    WriteFileBytes(profile.Rcs(), "old text");
+    OpenPrepared();
+    ReplaceStopsHalfWay();
+    calls->on_move = [](const std::wstring&, BOOL& answer) {
+      return FailWith(ERROR_SHARING_VIOLATION, answer);
+    };
+    EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+    calls->on_move = {};
+    WriteFileBytes(profile.Rcs(), text);
+    EXPECT_EQ(RollBack(), kForeignContent);
+    EXPECT_EQ(Rcs(), text);
+    const std::wstring kept = Left(L".old.tmp");
+    store.reset();
+    EXPECT_EQ(FileBytes(kept), "old text");
+    EXPECT_TRUE(DeleteFileW(kept.c_str()));
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapDuringTheCallCountsAsWritten) {
+  for (const char* text : {"foreign!", "new text"}) {
+    WriteFileBytes(profile.Rcs(), "old text");
+    OpenPrepared();
+    calls->on_replace = [&](const std::wstring& displaced, BOOL& answer) {
+      EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+      WriteFileBytes(profile.Rcs(), text);
+      return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+    };
+    EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+    EXPECT_TRUE(store->HasReplacedRcs());
+    EXPECT_NE(RollBack(), L"");
+    EXPECT_EQ(Rcs(), text);
+    const std::wstring kept = Left(L".old.tmp");
+    store.reset();
+    EXPECT_EQ(FileBytes(kept), "old text");
+    EXPECT_TRUE(DeleteFileW(kept.c_str()));
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, SameTextFromAnotherRunIsNotTakenForOurOwn) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring&, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "new text");
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "new text");
+}
+
+TEST_F(WindowsStoreReplaceTest, FailedReplacementWhoseOutcomeCannotBeReadCountsAsWritten) {
+  for (const bool is_unlocked_again : {false, true}) {
+    OpenPrepared();
+    kestrune::FileHandle lock;
+    calls->on_replace = [&](const std::wstring&, BOOL& answer) {
+      lock = kestrune::FileHandle(
+          CreateFileW(profile.Rcs().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+      return FailWith(ERROR_SHARING_VIOLATION, answer);
+    };
+    EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
+    EXPECT_TRUE(store->HasReplacedRcs());
+    if (is_unlocked_again) {
+      lock.Reset();
+    }
+    // What can be told by then to be the old file needs no rollback.
+    EXPECT_EQ(RollBack(), is_unlocked_again ? L"" : kForeignContent);
+    lock.Reset();
+    EXPECT_EQ(Rcs(), "old text");
+    CloseAndExpectNothingLeft();
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, ForeignTextLostHalfWayIsPutBackAndNamed) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+  };
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "foreign!");
+}
+
+TEST_F(WindowsStoreReplaceTest, ForeignTextThatCannotComeBackIsNotReplacedByTheBackup) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+  };
+  calls->on_move = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  EXPECT_EQ(RollBack(), kForeignContent);
+  EXPECT_EQ(Rcs(), "<missing>");
+  const std::wstring kept = Left(L".old.tmp");
+  store.reset();
+  EXPECT_EQ(FileBytes(kept), "foreign!");
+}
+
+TEST_F(WindowsStoreReplaceTest, SecondForeignTextIsNotOverwrittenByTheFirst) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    SystemCalls real;
+    answer = real.Replace(profile.Rcs(), Left(L".tmp"), displaced);
+    WriteUnnoticed(profile.Rcs(), "a third!");
+    return true;
+  };
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(RollBack(), kForeignContent);
+  EXPECT_EQ(Rcs(), "a third!");
+  const std::wstring kept = Left(L".old.tmp");
+  store.reset();
+  EXPECT_EQ(FileBytes(kept), "foreign!");
+}
+
+TEST_F(WindowsStoreReplaceTest, SecurityOfAFileThatComesBackFromItsDisplacedNameIsKept) {
+  OpenPrepared();
+  calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
+    RestrictToOwner(profile.Rcs());
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
+    return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
+  };
+  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  });
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  const FileSecurity foreign = [this] {
+    SystemCalls real;
+    return ReadFileSecurity(real, Left(L".old.tmp"), L"size", L"read");
+  }();
+  EXPECT_EQ(RollBack(), L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
+  EXPECT_EQ(Rcs(), "old text");
+  EXPECT_TRUE(RealSecurity() == foreign);
+}
+
+TEST_F(WindowsStoreReplaceTest, GapIsFilledFromTheDisplacedFileEvenWithADamagedBackup) {
+  OpenPrepared();
+  ReplaceStopsHalfWay();
+  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  });
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  WriteFileBytes(Saved(L"DXP.RCS.before"), "damaged");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, FailedReplacementThatWorkedAllTheSameCountsAsWritten) {
+  OpenPrepared();
+  calls->on_replace = OnCall(1, [this](const std::wstring& displaced, BOOL& answer) {
+    SystemCalls real;
+    EXPECT_TRUE(real.Replace(profile.Rcs(), Left(L".tmp"), displaced));
+    return FailWith(ERROR_IO_DEVICE, answer);
+  });
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1117)");
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+// Restoring the exact security
+
+TEST_F(WindowsStoreReplaceTest, DaclThatCannotBeWrittenNamesTheCodeAndCountsAsWritten) {
+  OpenPrepared();
+  calls->on_set_security = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_ACCESS_DENIED, answer);
+  };
+  EXPECT_EQ(Commit(), L"Restore exact RCS DACL (Win32 5)");
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(FailureText([&] { store->RestoreRcsSecurity(); }), L"Restore exact RCS DACL (Win32 5)");
+}
+
+TEST_F(WindowsStoreReplaceTest, DaclOrOwnerThatReadsBackDifferentlyIsNamed) {
+  OpenPrepared();
+  const std::wstring original = SecurityText();
+  const std::wstring dacl = original.substr(original.find(L"D:"));
+  std::wstring answered;
+  calls->on_get_security = [&](const std::wstring&, std::vector<std::byte>& descriptor) {
+    descriptor = DescriptorFrom(answered.c_str());
+    return true;
+  };
+  answered = original + L"(A;;FR;;;BG)";
+  EXPECT_EQ(FailureText([&] { store->RestoreRcsSecurity(); }), L"RCS security readback mismatch.");
+  answered = L"O:BGG:BG" + dacl;
+  EXPECT_EQ(FailureText([&] { store->RestoreRcsSecurity(); }),
+            L"RCS owner/group changed; manual recovery required.");
+}
+
+TEST_F(WindowsStoreReplaceTest, DaclThatReadBackDifferentlyIsOurOwnWhenRollingBack) {
+  OpenPrepared();
+  const std::wstring odd = SecurityText() + L"(A;;FR;;;BG)";
+  bool is_odd = false;
+  calls->on_set_security = [&](const std::wstring&, BOOL&) {
+    is_odd = !is_odd;
+    return false;
+  };
+  calls->on_get_security = [&](const std::wstring& path, std::vector<std::byte>& descriptor) {
+    descriptor = DescriptorFrom(odd.c_str());
+    return is_odd && path.ends_with(L"DXP.RCS");
+  };
+  EXPECT_EQ(Commit(), L"RCS security readback mismatch.");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, SecurityThatCouldNotBeReadAfterReplacingIsKnownAllTheSame) {
+  OpenPrepared();
+  bool is_replaced = false;
+  calls->on_replace = OnCall(1, [&](const std::wstring&, BOOL&) {
+    is_replaced = true;
+    return false;
+  });
+  calls->on_get_security = [&](const std::wstring&, std::vector<std::byte>&) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return std::exchange(is_replaced, false);
+  };
+  EXPECT_EQ(Commit(), L"Query RCS security size (Win32 5)");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+}
+
+// Rolling back
+
+TEST_F(WindowsStoreReplaceTest, RestorationThatStopsHalfWayIsFinishedFromTheRecoveryFile) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  ReplaceStopsHalfWay();
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, RestorationThatStaysHalfWayKeepsEveryWorkingFile) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  ReplaceStopsHalfWay();
+  calls->on_move = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(RollBack(), L"Restore RCS (Win32 1177)");
+  EXPECT_EQ(Rcs(), "<missing>");
+  const std::wstring displaced = Left(L".old.tmp");
+  store.reset();
+  EXPECT_EQ(FileBytes(displaced), "new text");
+  EXPECT_EQ(FileBytes(profile.Rcs() + L".recovery"), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, RecoveryFileThatAnotherRunMakesFirstIsNotCleared) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  calls->on_create = [this](const std::wstring& path, BOOL&) {
+    if (path.ends_with(L".recovery")) {
+      WriteFileBytes(profile.Rcs() + L".recovery", "of another run");
+    }
+    return false;
+  };
+  EXPECT_EQ(RollBack(), L"Create recovery/temp file (Win32 80)");
+  store.reset();
+  EXPECT_EQ(FileBytes(profile.Rcs() + L".recovery"), "of another run");
+}
+
+TEST_F(WindowsStoreReplaceTest, RollbackRestoresTheSavedBytes) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, StaleRecoveryFileIsNoObstacle) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  WriteFileBytes(profile.Rcs() + L".recovery", "stale");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, ChangeOfAnotherProgramSinceTheCommitIsNeverRolledBack) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  WriteUnnoticed(profile.Rcs(), "foreign!");
+  EXPECT_EQ(RollBack(), kForeignContent);
+  EXPECT_EQ(Rcs(), "foreign!");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, SecurityOfAnotherProgramSinceTheCommitIsNeverRolledBack) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  RestrictToOwner(profile.Rcs());
+  EXPECT_EQ(RollBack(), L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
+  EXPECT_EQ(Rcs(), "new text");
+}
+
+TEST_F(WindowsStoreReplaceTest, FileThatAnotherProgramRemovedIsNotBroughtBack) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  DeleteFileW(profile.Rcs().c_str());
+  EXPECT_EQ(RollBack(), L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
+  EXPECT_EQ(Rcs(), "<missing>");
+}
+
+TEST_F(WindowsStoreReplaceTest, ChangeWhileTheRecoveryFileIsWrittenStopsTheRollback) {
+  for (const bool changes_content : {true, false}) {
+    WriteFileBytes(profile.Rcs(), "old text");
+    OpenPrepared();
+    ASSERT_EQ(Commit(), L"");
+    calls->on_create = [&](const std::wstring& path, BOOL&) {
+      if (path.ends_with(L".recovery")) {
+        if (changes_content) {
+          WriteUnnoticed(profile.Rcs(), "foreign!");
+        } else {
+          RestrictToOwner(profile.Rcs());
+        }
+      }
+      return false;
+    };
+    EXPECT_EQ(RollBack(), L"RCS content/security changed during rollback.");
+    EXPECT_EQ(Rcs(), changes_content ? "foreign!" : "new text");
+    calls->on_create = {};
+    CloseAndExpectNothingLeft();
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, ChangeInTheLastMomentOfTheRollbackIsPutBack) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  calls->on_replace = [this](const std::wstring&, BOOL&) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    return false;
+  };
+  EXPECT_EQ(RollBack(), L"RCS content/security changed during rollback.");
+  EXPECT_EQ(Rcs(), "foreign!");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, OwnerThatTheRecoveryFileCannotHaveStopsTheRollback) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  calls->on_create = [](const std::wstring& path, BOOL& answer) {
+    return path.ends_with(L".recovery") && FailWith(ERROR_INVALID_OWNER, answer);
+  };
+  EXPECT_EQ(RollBack(),
+            L"Cannot preserve recovery owner/group; recovery replacement not attempted.");
+  EXPECT_EQ(Rcs(), "new text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, RestorationThatFailsNamesTheCode) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  calls->on_replace = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_ACCESS_DENIED, answer);
+  };
+  EXPECT_EQ(RollBack(), L"Restore RCS (Win32 5)");
+  EXPECT_EQ(Rcs(), "new text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, RestoredFileThatReadsBackDifferentlyIsNamed) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  calls->on_set_security = [this](const std::wstring&, BOOL&) {
+    WriteUnnoticed(profile.Rcs(), "torn txt");
+    return false;
+  };
+  EXPECT_EQ(RollBack(), L"Rollback file validation failed.");
+}
+
+TEST_F(WindowsStoreReplaceTest, BackupThatSomebodyChangedIsNotPutInPlace) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  WriteFileBytes(Saved(L"DXP.RCS.before"), "damaged");
+  EXPECT_EQ(RollBack(), L"Rollback file validation failed.");
+  EXPECT_EQ(Rcs(), "new text");
+}
+
+// Whole transactions
+
+class WholeTransactionTest : public WindowsStoreReplaceTest {
+ protected:
+  bool Run() {
+    profile.SetText(L"Item3", L"A");
+    Open();
+    RegistrationChange change;
+    change.rcs_before = store->ReadRcs();
+    change.rcs_after = "new text";
+    change.values_before = store->ReadGlobalProjects();
+    std::wstring error;
+    EXPECT_TRUE(PlanGlobalProjects(change.values_before, L"K", true, change.values_after, error));
+    change.validate = [](std::string_view text) { return text == "new text"; };
+    return RunTransaction(*store, change, message);
+  }
+  std::string Texts() {
+    std::string joined;
+    for (const wchar_t* name : {L"Item0", L"Item1", L"Item2", L"Item3"}) {
+      wchar_t text[8] = {};
+      DWORD size = sizeof text;
+      joined += RegGetValueW(HKEY_CURRENT_USER, profile.Key().c_str(), name, RRF_RT_REG_SZ, nullptr,
+                             text, &size) == ERROR_SUCCESS
+                    ? static_cast<char>(text[0])
+                    : '-';
+    }
+    return joined;
+  }
+  std::wstring message;
+};
+
+TEST_F(WholeTransactionTest, FileAndListEndInTheNewState) {
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(message, L"Commit validated; file and registry updated.");
+  EXPECT_EQ(Rcs(), "new text");
+  EXPECT_EQ(Texts(), "AK--");
+  EXPECT_TRUE(FileBytes(Saved(L"operation.log"))
+                  .ends_with("\r\nCommit validated; file and registry updated.\r\n"));
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WholeTransactionTest, SecondRunFindsNothingToDoAndLeavesOnlyItsLog) {
+  ASSERT_TRUE(Run());
+  RegistrationChange change;
+  Open();
+  change.rcs_before = change.rcs_after = store->ReadRcs();
+  change.values_before = change.values_after = store->ReadGlobalProjects();
+  change.validate = [](std::string_view text) { return text == "new text"; };
+  EXPECT_TRUE(RunTransaction(*store, change, message));
+  EXPECT_EQ(message, L"Idempotent: no changes.");
+  EXPECT_EQ(FolderEntries(store->BackupDirectory()), Names{L"operation.log"});
+}
+
+TEST_F(WholeTransactionTest, RegistryFailurePutsFileAndListBack) {
+  int call = 0;
+  calls->on_set_value = [&](LSTATUS& answer) {
+    answer = ERROR_ACCESS_DENIED;
+    return ++call == 2;
+  };
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(message,
+            L"Write Global Projects value (registry 5) Rollback complete (or no owned writes).");
+  EXPECT_EQ(Rcs(), "old text");
+  EXPECT_EQ(Texts(), "---A");
+  EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.before")), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WholeTransactionTest, KeyThatStaysClosedLeavesTheListBlockedAndTheFileRestored) {
+  calls->on_delete_value = [](LSTATUS& answer) {
+    answer = ERROR_ACCESS_DENIED;
+    return true;
+  };
+  EXPECT_FALSE(Run());
+  EXPECT_EQ(message,
+            L"Remove Global Projects value (registry 5) Registry recovery blocked: Remove Global "
+            L"Projects value (registry 5) MANUAL RECOVERY REQUIRED; backups retained.");
+  EXPECT_EQ(Rcs(), "old text");
+  EXPECT_EQ(Texts().back(), 'A');
+}
+
+}  // namespace
+}  // namespace altium_registration

@@ -1,0 +1,562 @@
+#include "registration/transaction/windows_store_win32.h"
+
+#include <gtest/gtest.h>
+
+#include <aclapi.h>
+#include <sddl.h>
+
+#include <string>
+#include <vector>
+
+#include "common/clock_time_win32.h"
+#include "common/file_win32.h"
+#include "common/sha256_win32.h"
+#include "registration/transaction/backup_format.h"
+#include "registration/transaction/global_projects.h"
+#include "registration/rcs/rcs_document.h"
+#include "tests/support/store_fixture_win32.h"
+
+namespace altium_registration {
+namespace {
+
+using kestrune::FileHandle;
+
+using Names = std::vector<std::wstring>;
+
+/// Makes a scripted call fail with a code.
+bool FailWith(DWORD code, BOOL& answer) {
+  SetLastError(code);
+  answer = FALSE;
+  return true;
+}
+
+FileHandle OpenWithoutSharing(const std::wstring& path) {
+  return FileHandle(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
+class WindowsStoreTest : public StoreTest {};
+
+// Opening
+
+TEST_F(WindowsStoreTest, OpeningAndReadingLeaveNothingBehind) {
+  Open();
+  EXPECT_EQ(store->ReadRcs(), "old text");
+  EXPECT_TRUE(store->ReadGlobalProjects().empty());
+  store->CheckSourceSecurity();
+  EXPECT_FALSE(store->HasReplacedRcs());
+  store.reset();
+  EXPECT_EQ(FolderEntries(profile.Directory()), Names{L"DXP.RCS"});
+}
+
+TEST_F(WindowsStoreTest, RecoveryFileOfAnotherRunOutlivesOneThatRestoredNothing) {
+  WriteFileBytes(profile.Rcs() + L".recovery", "of a run that is rolling back");
+  OpenPrepared();
+  store->CommitReplacement();
+  store.reset();
+  EXPECT_EQ(profile.Leftovers(), Names{L"DXP.RCS.recovery"});
+}
+
+TEST_F(WindowsStoreTest, RecoveryFileOfAnotherRunOutlivesOneThatOnlyReads) {
+  WriteFileBytes(profile.Rcs() + L".recovery", "of a run that is rolling back");
+  Open();
+  EXPECT_EQ(store->ReadRcs(), "old text");
+  store.reset();
+  EXPECT_EQ(profile.Leftovers(), Names{L"DXP.RCS.recovery"});
+}
+
+TEST_F(WindowsStoreTest, MissingFileNamesTheCode) {
+  DeleteFileW(profile.Rcs().c_str());
+  EXPECT_EQ(FailureText([&] { Open(); }), L"Read profile metadata (Win32 2)");
+}
+
+TEST_F(WindowsStoreTest, ReadOnlyFileIsRefusedAndNothingIsWritten) {
+  SetFileAttributesW(profile.Rcs().c_str(), FILE_ATTRIBUTE_READONLY);
+  EXPECT_EQ(FailureText([&] { Open(); }), L"Unsafe/read-only RCS target.");
+  EXPECT_EQ(FolderEntries(profile.Directory()), Names{L"DXP.RCS"});
+}
+
+TEST_F(WindowsStoreTest, DirectoryIsRefused) {
+  DeleteFileW(profile.Rcs().c_str());
+  CreateDirectoryW(profile.Rcs().c_str(), nullptr);
+  EXPECT_EQ(FailureText([&] { Open(); }), L"Unsafe/read-only RCS target.");
+}
+
+TEST_F(WindowsStoreTest, EachUnsafeAttributeAloneIsRefusedAndNoOtherIs) {
+  for (DWORD attribute = 1; attribute != 0; attribute <<= 1U) {
+    SCOPED_TRACE(attribute);
+    calls->after_get_attributes = [&](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) {
+      data.dwFileAttributes = attribute;
+    };
+    const bool is_unsafe = attribute == FILE_ATTRIBUTE_READONLY ||
+                           attribute == FILE_ATTRIBUTE_DIRECTORY ||
+                           attribute == FILE_ATTRIBUTE_REPARSE_POINT;
+    EXPECT_EQ(FailureText([&] { Open(); }), is_unsafe ? L"Unsafe/read-only RCS target." : L"");
+    store.reset();
+    EXPECT_EQ(FolderEntries(profile.Directory()), Names{L"DXP.RCS"});
+  }
+}
+
+TEST_F(WindowsStoreTest, UnreadableSecurityIsNamedByItsStep) {
+  int call = 0;
+  int failing = 1;
+  calls->on_get_security = [&](const std::wstring&, std::vector<std::byte>&) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return ++call == failing;
+  };
+  EXPECT_EQ(FailureText([&] { Open(); }), L"Query RCS security size (Win32 5)");
+  call = 0;
+  failing = 2;
+  EXPECT_EQ(FailureText([&] { Open(); }), L"Read RCS security (Win32 5)");
+}
+
+// Reading the file
+
+TEST_F(WindowsStoreTest, LockedFileNamesTheCode) {
+  Open();
+  const FileHandle lock = OpenWithoutSharing(profile.Rcs());
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"Open RCS (Win32 32)");
+}
+
+TEST_F(WindowsStoreTest, FileOpenForWritingElsewhereIsNotRead) {
+  Open();
+  const FileHandle writer(CreateFileW(profile.Rcs().c_str(), GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+                                      nullptr));
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"Open RCS (Win32 32)");
+}
+
+TEST_F(WindowsStoreTest, FileAtTheLimitIsReadAndOneByteMoreIsRefused) {
+  WriteFileBytes(profile.Rcs(), std::string(kMaxRcsBytes, 'x'));
+  Open();
+  EXPECT_EQ(store->ReadRcs().size(), kMaxRcsBytes);
+  WriteFileBytes(profile.Rcs(), std::string(kMaxRcsBytes + 1, 'x'));
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"RCS exceeds limit.");
+}
+
+TEST_F(WindowsStoreTest, FileWhoseSizeOnlyLooksSmallIn32BitsIsRefused) {
+  {
+    const FileHandle file(
+        CreateFileW(profile.Rcs().c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    LARGE_INTEGER end{};
+    end.QuadPart = 0x1'0000'000A;
+    if (!SetFilePointerEx(file.Get(), end, nullptr, FILE_BEGIN) || !SetEndOfFile(file.Get())) {
+      GTEST_SKIP() << "no sparse file of 4 GiB here";
+    }
+  }
+  Open();
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"RCS exceeds limit.");
+}
+
+TEST_F(WindowsStoreTest, SizeThatCannotBeAskedOrIsNotThereNamesItsStep) {
+  Open();
+  calls->on_size = [](LARGE_INTEGER& size, BOOL& answer) {
+    size.QuadPart = 9;
+    answer = TRUE;
+    return true;
+  };
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"Read RCS (Win32 38)");
+  calls->on_size = [](LARGE_INTEGER&, BOOL& answer) {
+    return FailWith(ERROR_NETNAME_DELETED, answer);
+  };
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"Read RCS size (Win32 64)");
+}
+
+// Reading and writing the key
+
+TEST_F(WindowsStoreTest, ValuesOfEveryTypeComeBackByteForByte) {
+  std::vector<RegistryValue> values;
+  for (const std::uint32_t type : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U, 11U, 0x12345U}) {
+    values.push_back({L"v" + std::to_wstring(type),
+                      type,
+                      {std::byte{1}, std::byte{2}, std::byte{3}, std::byte{4}, std::byte{5}}});
+    values.push_back({L"empty" + std::to_wstring(type), type, {}});
+  }
+  values.push_back({L"", kRegistryText, TextData(L"the default value")});
+  values.push_back({std::wstring(1000, L'n'), kRegistryText, {std::byte{'x'}}});
+  Open();
+  for (const RegistryValue& value : values) {
+    store->WriteGlobalProjectsValue(value);
+  }
+  EXPECT_TRUE(SameValues(store->ReadGlobalProjects(), values));
+}
+
+TEST_F(WindowsStoreTest, ValueOfOneMebibyteIsReadAndOneByteMoreIsRefused) {
+  Open();
+  RegistryValue large{L"Item0", 3, std::vector<std::byte>(kMaxRegistryValueBytes)};
+  store->WriteGlobalProjectsValue(large);
+  EXPECT_EQ(store->ReadGlobalProjects().at(0).data.size(), kMaxRegistryValueBytes);
+  large.data.push_back(std::byte{0});
+  store->WriteGlobalProjectsValue(large);
+  EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadGlobalProjects()); }),
+            L"Registry value exceeds safe limit.");
+}
+
+TEST_F(WindowsStoreTest, HundredThousandValuesAreRead) {
+  {
+    kestrune::RegistryKey key;
+    ASSERT_EQ(calls->CreateKey(profile.Key(), key.Put()), ERROR_SUCCESS);
+    for (int i = 0; i < 100'000; ++i) {
+      const std::wstring name = L"Item" + std::to_wstring(i);
+      ASSERT_EQ(calls->SetValue(key.Get(), name, REG_SZ, L"x", 4), ERROR_SUCCESS);
+    }
+  }
+  Open();
+  EXPECT_EQ(store->ReadGlobalProjects().size(), 100'000U);
+}
+
+TEST_F(WindowsStoreTest, RemovalFromAnAbsentKeyOrOfAnAbsentValueNamesItsStep) {
+  Open();
+  EXPECT_EQ(FailureText([&] { store->RemoveGlobalProjectsValue(L"Item0"); }),
+            L"Open Global Projects for removal (registry 2)");
+  profile.SetText(L"Item1", L"x");
+  EXPECT_EQ(FailureText([&] { store->RemoveGlobalProjectsValue(L"Item0"); }),
+            L"Remove Global Projects value (registry 2)");
+  store->RemoveGlobalProjectsValue(L"iTEM1");
+  EXPECT_TRUE(store->ReadGlobalProjects().empty());
+}
+
+TEST_F(WindowsStoreTest, RegistryCallsThatFailAreNamedByTheirSteps) {
+  Open();
+  profile.SetText(L"Item0", L"x");
+  const RegistryValue value{L"Item1", kRegistryText, TextData(L"y")};
+  const auto denied = [](LSTATUS& answer) {
+    answer = ERROR_ACCESS_DENIED;
+    return true;
+  };
+  calls->on_delete_value = denied;
+  EXPECT_EQ(FailureText([&] { store->RemoveGlobalProjectsValue(L"Item0"); }),
+            L"Remove Global Projects value (registry 5)");
+  calls->on_set_value = denied;
+  EXPECT_EQ(FailureText([&] { store->WriteGlobalProjectsValue(value); }),
+            L"Write Global Projects value (registry 5)");
+  calls->on_create_key = denied;
+  EXPECT_EQ(FailureText([&] { store->WriteGlobalProjectsValue(value); }),
+            L"Open/create Global Projects (registry 5)");
+}
+
+TEST_F(WindowsStoreTest, ReadingOfTheKeyThatFailsIsNamedByItsStep) {
+  Open();
+  profile.SetText(L"Item0", L"x");
+  const auto failure = [&] {
+    return FailureText([&] { static_cast<void>(store->ReadGlobalProjects()); });
+  };
+  const auto denied = [](LSTATUS& answer) {
+    answer = ERROR_ACCESS_DENIED;
+    return true;
+  };
+  calls->on_open_key = denied;
+  EXPECT_EQ(failure(), L"Open Global Projects (registry 5)");
+  calls->on_open_key = {};
+  calls->on_enumerate = denied;
+  EXPECT_EQ(failure(), L"Enumerate Global Projects (registry 5)");
+  calls->on_enumerate = {};
+  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_ACCESS_DENIED; };
+  EXPECT_EQ(failure(), L"Read Global Projects value (registry 5)");
+  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_FILE_NOT_FOUND; };
+  EXPECT_EQ(failure(), L"Read Global Projects value (registry 2)");
+}
+
+TEST_F(WindowsStoreTest, ValueThatIsNotWhatItsEnumerationSaidFails) {
+  Open();
+  profile.SetText(L"Item0", L"x");
+  const auto failure = [&] {
+    return FailureText([&] { static_cast<void>(store->ReadGlobalProjects()); });
+  };
+  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_MORE_DATA; };
+  EXPECT_EQ(failure(), L"Registry changed during read.");
+  calls->after_query = [](LSTATUS&, DWORD& type, DWORD&) { type = REG_BINARY; };
+  EXPECT_EQ(failure(), L"Registry changed during read.");
+  calls->after_query = [](LSTATUS&, DWORD&, DWORD& size) { size -= 2; };
+  EXPECT_EQ(failure(), L"Registry changed during read.");
+  calls->after_query = {};
+  EXPECT_EQ(failure(), L"");
+}
+
+TEST_F(WindowsStoreTest, KeyWithoutWriteAccessIsReadAndNotWritten) {
+  profile.SetText(L"Item0", L"x");
+  kestrune::RegistryKey key;
+  ASSERT_EQ(
+      RegOpenKeyExW(HKEY_CURRENT_USER, profile.Key().c_str(), 0, KEY_READ | WRITE_DAC, key.Put()),
+      ERROR_SUCCESS);
+  kestrune::LocalMemory<void> read_only;
+  ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(
+      L"D:P(D;;KW;;;WD)(A;;KR;;;WD)(A;;WD;;;OW)", SDDL_REVISION_1, read_only.Put(), nullptr));
+  if (RegSetKeySecurity(key.Get(), DACL_SECURITY_INFORMATION, read_only.Get()) != ERROR_SUCCESS) {
+    GTEST_SKIP() << "the key's access cannot be restricted here";
+  }
+  Open();
+  EXPECT_EQ(store->ReadGlobalProjects().size(), 1U);
+  const std::wstring write_failure = FailureText([&] {
+    store->WriteGlobalProjectsValue({L"Item1", kRegistryText, TextData(L"y")});
+  });
+  const std::wstring removal_failure =
+      FailureText([&] { store->RemoveGlobalProjectsValue(L"Item0"); });
+  kestrune::LocalMemory<void> open_to_all;
+  ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(
+      L"D:(A;;KA;;;WD)", SDDL_REVISION_1, open_to_all.Put(), nullptr));
+  RegSetKeySecurity(key.Get(), DACL_SECURITY_INFORMATION, open_to_all.Get());
+  if (write_failure.empty()) {
+    GTEST_SKIP() << "the access list of a key is not enforced here";
+  }
+  EXPECT_EQ(write_failure, L"Open/create Global Projects (registry 5)");
+  EXPECT_EQ(removal_failure, L"Open Global Projects for removal (registry 5)");
+}
+
+// Backups and log
+
+TEST_F(WindowsStoreTest, BackupsHoldFileValuesInstanceAndSecurity) {
+  profile.SetText(L"Item0", L"A");
+  Open();
+  store->CreateBackups("old text", store->ReadGlobalProjects());
+  EXPECT_EQ(FolderEntries(store->BackupDirectory()),
+            (Names{L"DXP.RCS.before", L"instance.txt", L"operation.log", L"registry.before.bin",
+                   L"security.before.bin"}));
+  EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.before")), "old text");
+  EXPECT_EQ(FileBytes(Saved(L"registry.before.bin")),
+            RegistryBackup({{L"Item0", kRegistryText, TextData(L"A")}}));
+  WIN32_FILE_ATTRIBUTE_DATA facts{};
+  ASSERT_TRUE(GetFileAttributesExW(profile.Rcs().c_str(), GetFileExInfoStandard, &facts));
+  EXPECT_EQ(
+      FileBytes(Saved(L"instance.txt")),
+      InstanceText({profile.Rcs(), profile.Branch(), facts.dwFileAttributes,
+                    facts.ftLastWriteTime.dwHighDateTime, facts.ftLastWriteTime.dwLowDateTime}));
+  EXPECT_EQ(FileBytes(Saved(L"operation.log")),
+            "Before SHA256=" + kestrune::Sha256("old text") + "\r\n");
+  const std::vector<std::byte> security = RealSecurity().Bytes();
+  EXPECT_EQ(FileBytes(Saved(L"security.before.bin")),
+            std::string(reinterpret_cast<const char*>(security.data()), security.size()));
+}
+
+/// A backup directory of this process and that time, with a tick of 0.
+std::wstring NameAt(const kestrune::ClockTime& utc) {
+  return BackupDirectoryName({utc, GetCurrentProcessId(), 0});
+}
+
+TEST_F(WindowsStoreTest, BackupDirectoryLiesInTheProfileUnderTheGuidAndTheUtcTime) {
+  SYSTEMTIME before{};
+  SYSTEMTIME after{};
+  GetSystemTime(&before);
+  const ULONGLONG first_tick = GetTickCount64();
+  Open();
+  const ULONGLONG last_tick = GetTickCount64();
+  GetSystemTime(&after);
+  const std::wstring root = profile.Directory() + L"\\KestruneBackups\\{GUID}\\";
+  ASSERT_TRUE(store->BackupDirectory().starts_with(root));
+  const std::wstring name = store->BackupDirectory().substr(root.size());
+  const std::size_t tick_at = name.rfind(L'_') + 1;
+  const std::wstring stamp = name.substr(0, tick_at);
+  // The parts before the tick have a fixed width, so their order is that of the times.
+  EXPECT_LE(NameAt(kestrune::ClockTimeFrom(before)).substr(0, tick_at), stamp);
+  EXPECT_LE(stamp, NameAt(kestrune::ClockTimeFrom(after)).substr(0, tick_at));
+  const ULONGLONG tick = std::stoull(name.substr(tick_at));
+  EXPECT_LE(first_tick, tick);
+  EXPECT_LE(tick, last_tick);
+}
+
+TEST_F(WindowsStoreTest, SavedFileThatIsThereAlreadyIsNeverOverwritten) {
+  Open();
+  ASSERT_TRUE(kestrune::CreateDirectories(store->BackupDirectory()));
+  WriteFileBytes(Saved(L"DXP.RCS.before"), "somebody's");
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"Backup RCS (Win32 80)");
+  EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.before")), "somebody's");
+}
+
+TEST_F(WindowsStoreTest, BackupThatIsNotWhatWasPlannedOnFails) {
+  Open();
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("other text", {}); }),
+            L"Backup/source mismatch.");
+}
+
+TEST_F(WindowsStoreTest, EveryBackupIsFlushed) {
+  Open();
+  int flushes = 0;
+  int failing = 0;
+  calls->on_flush = [&](BOOL& answer) {
+    return ++flushes == failing && FailWith(ERROR_DISK_FULL, answer);
+  };
+  store->CreateBackups("old text", {});
+  // Four files and one line of the log.
+  EXPECT_EQ(flushes, 5);
+  Open();
+  flushes = 0;
+  failing = 1;
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"Backup RCS (Win32 112)");
+}
+
+TEST_F(WindowsStoreTest, DigestThatCannotBeHadIsNamed) {
+  Open();
+  calls->on_sha = kestrune::Failure{L"SHA provider", ERROR_ACCESS_DENIED};
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"SHA provider (Win32 5)");
+  // What the digest only describes is safe by then.
+  EXPECT_FALSE(FileBytes(Saved(L"security.before.bin")).empty());
+  EXPECT_EQ(FailureText([&] { store->PrepareReplacement("x"); }), L"SHA provider (Win32 5)");
+  Open();
+  calls->on_sha = kestrune::Failure{L"SHA256 unavailable.", ERROR_ACCESS_DENIED};
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"SHA256 unavailable.");
+}
+
+TEST_F(WindowsStoreTest, BackupStepsThatFailAreNamed) {
+  const struct {
+    const wchar_t* file;
+    const wchar_t* text;
+  } steps[] = {{L"registry.before.bin", L"Write registry backup (Win32 112)"},
+               {L"instance.txt", L"Write instance record (Win32 112)"},
+               {L"security.before.bin", L"Write security backup (Win32 112)"}};
+  for (const auto& step : steps) {
+    calls->on_create = [&](const std::wstring& path, BOOL& answer) {
+      return path.ends_with(step.file) && FailWith(ERROR_DISK_FULL, answer);
+    };
+    Open();
+    EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), step.text);
+  }
+  calls->on_create = {};
+  calls->on_make_directory = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_ACCESS_DENIED, answer);
+  };
+  Open();
+  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }),
+            L"Create backup directory (Win32 5)");
+  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
+}
+
+TEST_F(WindowsStoreTest, PlaceOfTheBackupsTakenByAFileFails) {
+  WriteFileBytes(profile.Directory() + L"\\KestruneBackups", "a file");
+  Open();
+  EXPECT_NE(FailureText([&] {
+              store->CreateBackups("old text", {});
+            }).find(L"Create backup directory (Win32 "),
+            std::wstring::npos);
+}
+
+TEST_F(WindowsStoreTest, LogLinesAreAppendedAndTheFirstBringsTheDirectory) {
+  Open();
+  EXPECT_EQ(FolderEntries(profile.Directory()), Names{L"DXP.RCS"});
+  store->AppendLog("one");
+  store->AppendLog("two \xE4");
+  EXPECT_EQ(FileBytes(Saved(L"operation.log")), "one\r\ntwo \xE4\r\n");
+  EXPECT_EQ(FolderEntries(store->BackupDirectory()), Names{L"operation.log"});
+}
+
+TEST_F(WindowsStoreTest, LogThatCannotBeWrittenOrFlushedSaysWhich) {
+  Open();
+  calls->on_flush = [](BOOL& answer) { return FailWith(ERROR_DISK_FULL, answer); };
+  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot flush operation log.");
+  calls->on_write = [](BOOL& answer) { return FailWith(ERROR_DISK_FULL, answer); };
+  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
+  calls->on_write = {};
+  const FileHandle lock = OpenWithoutSharing(Saved(L"operation.log"));
+  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
+}
+
+/// What a failure of the next log line carries as its code.
+class LogFailureTest : public StoreTest {
+ protected:
+  DWORD Code() {
+    try {
+      store->AppendLog("x");
+    } catch (const kestrune::Failure& failure) {
+      return failure.code;
+    }
+    return ERROR_SUCCESS;
+  }
+};
+
+TEST_F(LogFailureTest, CodeIsThatOfTheCallThatFailed) {
+  Open();
+  calls->on_flush = [](BOOL& answer) { return FailWith(ERROR_IO_DEVICE, answer); };
+  EXPECT_EQ(Code(), DWORD{ERROR_IO_DEVICE});
+  calls->on_write = [](BOOL& answer) { return FailWith(ERROR_DISK_FULL, answer); };
+  EXPECT_EQ(Code(), DWORD{ERROR_DISK_FULL});
+  calls->on_create = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Code(), DWORD{ERROR_SHARING_VIOLATION});
+  store.reset();
+  calls->on_make_directory = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_WRITE_PROTECT, answer);
+  };
+  Open();
+  EXPECT_EQ(Code(), DWORD{ERROR_WRITE_PROTECT});
+}
+
+/// A write that succeeds without writing anything, behind some older failure.
+bool WriteNothing(BOOL& answer) {
+  SetLastError(ERROR_DISK_FULL);
+  answer = TRUE;
+  return true;
+}
+
+TEST_F(LogFailureTest, ShortWriteHasItsOwnCodeAndNoOlderOne) {
+  Open();
+  calls->on_write = WriteNothing;
+  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
+  EXPECT_EQ(Code(), DWORD{ERROR_WRITE_FAULT});
+}
+
+TEST_F(LogFailureTest, ShortWriteOfAWorkingFileHasItsOwnCodeAndNoOlderOne) {
+  Open();
+  store->CreateBackups("old text", {});
+  calls->on_write = WriteNothing;
+  EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }),
+            L"Write recovery/temp file (Win32 29)");
+}
+
+TEST_F(WindowsStoreTest, ProfileWithALongPathIsBackedUpAndReplaced) {
+  std::wstring deep = profile.Directory();
+  while (deep.size() < 300) {
+    deep += L"\\0123456789012345678901234567890123456789";
+  }
+  ASSERT_TRUE(kestrune::CreateDirectories(deep));
+  StoreTarget target = profile.Target();
+  target.rcs_path = deep + L"\\DXP.RCS";
+  WriteFileBytes(target.rcs_path, "old text");
+  WindowsStore long_store(target, calls);
+  long_store.CreateBackups("old text", {});
+  long_store.PrepareReplacement("new text");
+  long_store.CommitReplacement();
+  EXPECT_EQ(FileBytes(target.rcs_path), "new text");
+  EXPECT_TRUE(FileBytes(long_store.BackupDirectory() + L"\\instance.txt").starts_with("RCS=C:\\"));
+}
+
+// Working files
+
+TEST_F(WindowsStoreTest, TemporaryFileStandsBesideTheFileAndGoesWithTheStore) {
+  OpenPrepared();
+  const Names left = profile.Leftovers();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_TRUE(left[0].starts_with(L"DXP.RCS.odbpp-"));
+  EXPECT_TRUE(left[0].ends_with(L".tmp"));
+  EXPECT_EQ(store->ReadReplacement(), "new text");
+  EXPECT_TRUE(FileBytes(Saved(L"operation.log"))
+                  .ends_with("Intended SHA256=" + kestrune::Sha256("new text") + "\r\n"));
+  store.reset();
+  EXPECT_EQ(profile.Leftovers(), Names{});
+}
+
+TEST_F(WindowsStoreTest, TemporaryFilesOfDeadRunsAreClearedAndThoseOfLiveRunsStay) {
+  WriteFileBytes(profile.Rcs() + L".odbpp-4294967292_1_1.tmp", "dead");
+  WriteFileBytes(profile.Rcs() + L".odbpp-.tmp", "dead");
+  WriteFileBytes(profile.Rcs() + L".odbpp-4294967292_1_1.old.tmp", "displaced");
+  WriteFileBytes(profile.Rcs() + L".odbpp.tmp", "somebody's");
+  const WindowsStore live_run(profile.Target());
+  WorkingFiles live = NameWorkingFiles(kestrune::ExtendedPath(profile.Rcs()));
+  WriteFileBytes(live.temporary, "live");
+  Open();
+  EXPECT_EQ(profile.Leftovers().size(), 5U);
+  store->AppendLog("first line");
+  EXPECT_EQ(profile.Leftovers(),
+            (Names{std::wstring(kestrune::FileName(live.temporary)), L"DXP.RCS.odbpp.tmp"}));
+  EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.odbpp-4294967292_1_1.old.tmp")), "displaced");
+}
+
+TEST_F(WindowsStoreTest, DisplacedFileIsNeverClearedWhileTheFileIsMissing) {
+  WriteFileBytes(profile.Rcs() + L".odbpp-4294967292_1_1.old.tmp", "displaced");
+  DeleteFileW(profile.Rcs().c_str());
+  const std::wstring elsewhere = profile.Directory() + L"\\elsewhere";
+  ASSERT_TRUE(kestrune::CreateDirectories(elsewhere));
+  ClearLeftovers(*calls, kestrune::ExtendedPath(profile.Rcs()), elsewhere);
+  EXPECT_EQ(profile.Leftovers(), (Names{L"DXP.RCS.odbpp-4294967292_1_1.old.tmp", L"elsewhere"}));
+}
+
+}  // namespace
+}  // namespace altium_registration
