@@ -50,8 +50,8 @@ Command ParseInstaller(InstallerCommand command, const std::vector<std::wstring>
       options.quiet = true;
       continue;
     }
-    const bool takes_value =
-        option == L"--major" || option == L"--profile" || option == L"--package";
+    const bool takes_value = option == L"--major" || option == L"--profile" ||
+                             option == L"--package" || option == L"--report";
     if (!takes_value || i + 1 == arguments.size()) {
       return InvalidInstallerCommand{};
     }
@@ -60,8 +60,10 @@ Command ParseInstaller(InstallerCommand command, const std::vector<std::wstring>
       options.major = ReadMajor(value);
     } else if (option == L"--profile") {
       options.profile = value;
-    } else {
+    } else if (option == L"--package") {
       options.package = value;
+    } else {
+      options.report = value;
     }
   }
   return options;

@@ -16,6 +16,7 @@
 #include "export/wait/native_wait_win32.h"
 #include "export/prepare/prepare_win32.h"
 #include "export/wait/window_position_win32.h"
+#include "install/installer_report_win32.h"
 #include "install/installer_win32.h"
 
 namespace kestrune {
@@ -35,6 +36,17 @@ int PublishOutcome(const PrepareCommand& command, int prepare_code) {
   return prepare_code;
 }
 
+/// Hands the result of an installer command to the report file and the box that were asked for;
+/// returns the exit code.
+int ReportInstallation(const InstallerOptions& options, const InstallerResult& result,
+                       ModeCalls& calls) {
+  WriteInstallerReport(options, result.message);
+  if (!options.quiet) {
+    calls.Show(result.message, result.code == 0 ? MessageIcon::Information : MessageIcon::Warning);
+  }
+  return result.code;
+}
+
 /// One overload for each command: carries it out and answers the exit code.
 struct Dispatcher {
   ModeCalls& calls;
@@ -50,12 +62,7 @@ struct Dispatcher {
   }
 
   int operator()(const InstallerOptions& options) const {
-    const InstallerResult result = calls.Install(options);
-    if (!options.quiet) {
-      calls.Show(result.message,
-                 result.code == 0 ? MessageIcon::Information : MessageIcon::Warning);
-    }
-    return result.code;
+    return ReportInstallation(options, calls.Install(options), calls);
   }
 
   int operator()(const PositionWindowCommand& command) const {
@@ -94,10 +101,8 @@ struct LastResort {
   ModeCalls& calls;
 
   int operator()(const InstallerOptions& options) const {
-    if (!options.quiet) {
-      calls.Show(L"The installer failed unexpectedly.", MessageIcon::Warning);
-    }
-    return kInstallerFailed;
+    return ReportInstallation(options, {kInstallerFailed, L"The installer failed unexpectedly."},
+                              calls);
   }
 
   int operator()(const PrepareCommand& command) const {

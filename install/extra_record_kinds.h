@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// The record kinds in the comma-separated list `extra_records` of the user's settings, in its
+/// The record kinds in the comma-separated list `extra_records` of registration.ini, in its
 /// order and each once, without the spaces and tabs around them.
 ///
 /// Left out are the words that are keywords anyway (IsRcsKeyword), and names that a customization

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kestrune {
@@ -17,7 +18,9 @@ struct InstallerOptions {
   std::wstring profile;
   /// The directory of the package to deploy; empty to look beside the program.
   std::wstring package;
-  /// Whether the result is told by the exit code alone.
+  /// The file that receives the report; absent when none is wanted.
+  std::optional<std::wstring> report;
+  /// Whether the result is shown in no box.
   bool quiet = false;
 };
 

@@ -15,7 +15,7 @@
 #include "common/text.h"
 #include "common/text_win32.h"
 #include "export/settings/user_settings_win32.h"
-#include "install/extra_record_kinds.h"
+#include "install/extra_record_kinds_win32.h"
 #include "install/host_discovery_win32.h"
 #include "install/host_process_win32.h"
 #include "install/host_product.h"
@@ -69,7 +69,7 @@ std::string DescriptionFor(const UserSettings& user) {
   return description;
 }
 
-RegistrationSettings ReadSettings() {
+RegistrationSettings ReadSettings(const std::wstring& local_app_data) {
   UserSettings user;
   std::wstring path;
   std::wstring error_text;
@@ -78,7 +78,7 @@ RegistrationSettings ReadSettings() {
   }
   RegistrationSettings settings;
   settings.description = DescriptionFor(user);
-  settings.extra_kinds = ExtraRecordKinds(user.extra_records);
+  settings.extra_kinds = ReadExtraRecordKinds(local_app_data);
   settings.carried_kinds.assign(settings.extra_kinds.begin(), settings.extra_kinds.end());
   return settings;
 }
@@ -137,12 +137,11 @@ class InstallerRun {
   }
 
   void FindRuntime() {
-    std::wstring local_app_data;
     std::wstring folder_error;
-    if (!LocalAppDataDirectory(local_app_data, folder_error)) {
+    if (!LocalAppDataDirectory(local_app_data_, folder_error)) {
       throw Failure{folder_error};
     }
-    runtime_ = RuntimeRoot(local_app_data);
+    runtime_ = RuntimeRoot(local_app_data_);
     project_path_ = JoinPath(runtime_, L"Kestrune.PrjScr");
     if (!SurvivesAnsiRoundTrip(project_path_)) {
       throw Failure{
@@ -213,7 +212,7 @@ class InstallerRun {
   /// Read when the first instance needs it, and again while reading fails.
   const RegistrationSettings& Settings() {
     if (!settings_) {
-      settings_ = ReadSettings();
+      settings_ = ReadSettings(local_app_data_);
     }
     return *settings_;
   }
@@ -335,6 +334,7 @@ class InstallerRun {
 
   const InstallerOptions& options_;
   const std::wstring& program_path_;
+  std::wstring local_app_data_;
   std::wstring runtime_;
   std::wstring project_path_;
   std::optional<RegistrationSettings> settings_;

@@ -22,9 +22,6 @@ struct UserSettings {
   std::wstring mailslot_name;
   /// Export/Directory: where finished archives are copied to.
   std::wstring export_directory;
-  /// Registration/ExtraRecords: further record kinds that the installer accepts in a host's
-  /// customization file, separated by commas; see ExtraRecordKinds.
-  std::wstring extra_records;
 };
 
 /// Whether a path is that of an existing regular file.

@@ -65,7 +65,6 @@ UserSettings ReadSettingsFile(const std::wstring& path) {
   settings.arguments = file.TargetText(L"Arguments");
   settings.mailslot_name = file.TargetText(L"MailslotName");
   settings.export_directory = file.Text(L"Export", L"Directory");
-  settings.extra_records = file.Text(L"Registration", L"ExtraRecords");
   return settings;
 }
 

@@ -52,6 +52,7 @@ ProfileFolders FindProfileFolders() {
   folders.default_export = folders.local + L"\\Kestrune\\ODBpp";
   folders.settings = folders.local + L"\\Kestrune\\settings.ini";
   folders.common_settings = folders.common + L"\\Kestrune\\settings.ini";
+  folders.registration = folders.local + L"\\Kestrune\\registration.ini";
   return folders;
 }
 

@@ -23,6 +23,7 @@ struct ProfileFolders {
   std::wstring default_export;  // <local>\Kestrune\ODBpp
   std::wstring settings;        // <local>\Kestrune\settings.ini
   std::wstring common_settings;
+  std::wstring registration;  // <local>\Kestrune\registration.ini
 };
 
 ProfileFolders FindProfileFolders();

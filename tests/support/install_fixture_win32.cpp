@@ -70,6 +70,11 @@ void InstallTest::Settings(std::wstring_view text) const {
   PutFile(folders_.settings, Utf16WithMark(WithWindowsLineEnds(text)));
 }
 
+void InstallTest::ExtraRecords(std::wstring_view kinds) const {
+  PutFile(folders_.registration,
+          Utf16WithMark(L"[Registration]\r\nExtraRecords=" + std::wstring(kinds) + L"\r\n"));
+}
+
 RunOutcome InstallTest::Run(const std::wstring& command, const std::wstring& more) const {
   return RunKestrune(command + L" --package " + Quoted(package_) + L" " + more);
 }

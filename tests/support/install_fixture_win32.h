@@ -40,6 +40,8 @@ class InstallTest : public ::testing::Test {
   /// A path in the runtime directory.
   [[nodiscard]] std::wstring Runtime(std::wstring_view name) const;
   void Settings(std::wstring_view text) const;
+  /// Lets these record kinds through, in the user's registration.ini.
+  void ExtraRecords(std::wstring_view kinds) const;
 
   /// Starts `Kestrune.exe <command> --package <package_> <more>`.
   RunOutcome Run(const std::wstring& command, const std::wstring& more = {}) const;

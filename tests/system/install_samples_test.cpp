@@ -97,7 +97,7 @@ TEST_F(RealProfiles, AreRegisteredOrLeftAloneByteForByte) {
 TEST_F(RealProfiles, WithExtraRecordsAllAreRegisteredAndGoBackToWhatTheirUsersHad) {
   const std::vector<Profile> profiles = MakeAll();
   ASSERT_FALSE(profiles.empty());
-  Settings(L"[Registration]\nExtraRecords=Change\n");
+  ExtraRecords(L"Change");
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--status")));
   for (const Profile& profile : profiles) {

@@ -136,6 +136,45 @@ TEST_F(InstallTest, ALogThatShutsAfterTheBackupsFailsTheReportAndNotTheRegistrat
   ASSERT_TRUE(EndsWithBox(0, HeaderOf(host) + L"Installed\n", kGood, Run(L"--status")));
 }
 
+TEST_F(InstallTest, TheReportFileHoldsTheTextOfTheBox) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  SetEntryText(host, L"DisplayVersion", L"24.1 \x540D");
+  const std::wstring report = Scratch(L"rep\x00F6rt.txt");
+  const std::wstring more = L"--report " + Quoted(report);
+  for (const wchar_t* command : {L"--status", L"--install", L"--update", L"--uninstall"}) {
+    PutFile(report, std::string(5000, 'x'));
+    const RunOutcome outcome = Run(command, more);
+    ASSERT_EQ(outcome.boxes.size(), 1U);
+    const std::wstring& box = outcome.boxes[0].text;
+    EXPECT_EQ(FileBytes(report), "\xEF\xBB\xBF" + Utf8FromWide(WithWindowsLineEnds(box)));
+    EXPECT_TRUE(box.starts_with(L"Altium Designer 24.1 \x540D\nGUID: ")) << Utf8FromWide(box);
+  }
+  EXPECT_TRUE(EndsSilentlyWith(10, RunQuietly(L"--status", more)));
+  EXPECT_TRUE(FileBytes(report).ends_with("\r\nNot installed / registration requires repair\r\n"));
+  EXPECT_TRUE(EndsSilentlyWith(20, RunQuietly(L"--status", more + L" --major 3")));
+  EXPECT_EQ(FileBytes(report), "\xEF\xBB\xBFNo Altium instance found.");
+}
+
+TEST_F(InstallTest, AnInvalidLineWritesNoReport) {
+  const std::wstring report = Scratch(L"report.txt");
+  EXPECT_EQ(Run(L"--status", L"--quiet --report " + Quoted(report) + L" --bogus").code, 2);
+  EXPECT_FALSE(Exists(report));
+}
+
+TEST_F(InstallTest, AnUnwritableReportChangesNoCode) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  for (const wchar_t* command : {L"--status", L"--install", L"--uninstall"}) {
+    const int code = command == std::wstring_view(L"--status") ? 10 : 0;
+    const std::wstring more = L"--report " + Quoted(Scratch(L"missing\\report.txt"));
+    EXPECT_TRUE(EndsSilentlyWith(code, RunQuietly(command, more)));
+    EXPECT_TRUE(FileBytes(folders_.log)
+                    .ends_with("] Stage: Installer report failed | Error=Cannot write report. "
+                               "GetLastError=3 Report=" +
+                               Utf8FromWide(Scratch(L"missing\\report.txt")) + "\r\n"));
+    ASSERT_TRUE(DeleteFileW(folders_.log.c_str()));
+  }
+}
+
 TEST_F(InstallTest, ASecondRunChangesNothingButAddsALog) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
@@ -416,17 +455,31 @@ TEST_F(InstallTest, ExtraRecordsLetARefusedProfileThrough) {
   BoxInstance instance = UsedHost(1, 24);
   instance.rcs += ShortcutRecords();
   const MadeInstance host = MakeHost(instance);
-  Settings(L"[Registration]\nExtraRecords=Change\n");
+  ExtraRecords(L"Change");
   const RunOutcome outcome = Run(L"--install");
   EXPECT_TRUE(EndsWithBox(0, Registered(host), kGood, outcome));
   EXPECT_TRUE(HasWorkingButton(host));
   EXPECT_NE(FileBytes(host.rcs).find(ShortcutRecords()), std::string::npos);
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--status")));
-  ASSERT_TRUE(DeleteFileW(folders_.settings.c_str()));
+  ASSERT_TRUE(DeleteFileW(folders_.registration.c_str()));
   EXPECT_TRUE(EndsSilentlyWith(10, RunQuietly(L"--status")));
-  Settings(L"[Registration]\nExtraRecords= Other , Change,End,P L\n");
+  ExtraRecords(L" Other , Change,End,P L");
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
   EXPECT_TRUE(HasNothingOfOurs(host));
+}
+
+TEST_F(InstallTest, OnlyTheUsersRegistrationFileLetsRecordsThrough) {
+  BoxInstance instance = UsedHost(1, 24);
+  instance.rcs += ShortcutRecords();
+  const MadeInstance host = MakeHost(instance);
+  const std::string text = Utf16WithMark(L"[Registration]\r\nExtraRecords=Change\r\n");
+  for (const std::wstring& path : {folders_.settings, folders_.common_settings,
+                                   folders_.common + L"\\Kestrune\\registration.ini"}) {
+    PutFile(path, text);
+    EXPECT_TRUE(EndsSilentlyWith(40, RunQuietly(L"--install"))) << Utf8FromWide(path);
+    ASSERT_TRUE(DeleteFileW(path.c_str()));
+  }
+  EXPECT_EQ(FileBytes(host.rcs), instance.rcs);
 }
 
 TEST_F(InstallTest, AnEmptyCustomizationFileIsRegisteredToo) {

@@ -35,6 +35,7 @@ TEST(CommandLine, InstallerKeywordsMapToTheirCommands) {
     EXPECT_EQ(options.major, 0);
     EXPECT_EQ(options.profile, L"");
     EXPECT_EQ(options.package, L"");
+    EXPECT_EQ(options.report, std::nullopt);
     EXPECT_FALSE(options.quiet);
   }
 }
@@ -52,15 +53,16 @@ TEST(CommandLine, InstallerKeywordsCountOnlyAsFirstArgument) {
 }
 
 TEST(CommandLine, OptionsStandInAnyOrderAndTheLastOneWins) {
-  const Command command =
-      Parse({L"--status", L"--profile", L"A", L"--quiet", L"--major", L"24", L"--package", L"P",
-             L"--profile", L"B", L"--major", L"25", L"--package", L"Q"});
+  const Command command = Parse({L"--status", L"--profile", L"A", L"--quiet", L"--major", L"24",
+                                 L"--package", L"P", L"--report", L"R", L"--profile", L"B",
+                                 L"--major", L"25", L"--package", L"Q", L"--report", L""});
   ASSERT_TRUE(Is<InstallerOptions>(command));
   const auto& options = std::get<InstallerOptions>(command);
   EXPECT_TRUE(options.quiet);
   EXPECT_EQ(options.major, 25);
   EXPECT_EQ(options.profile, L"B");
   EXPECT_EQ(options.package, L"Q");
+  EXPECT_EQ(options.report, L"");
 }
 
 TEST(CommandLine, AnOptionTakesTheNextArgumentWhateverItIs) {
@@ -73,7 +75,8 @@ TEST(CommandLine, AnOptionTakesTheNextArgumentWhateverItIs) {
 }
 
 TEST(CommandLine, AMissingValueOrUnknownOptionIsInvalid) {
-  for (const wchar_t* option : {L"--major", L"--profile", L"--package", L"--bogus", L"x", L""}) {
+  for (const wchar_t* option :
+       {L"--major", L"--profile", L"--package", L"--report", L"--bogus", L"x", L""}) {
     EXPECT_TRUE(Is<InvalidInstallerCommand>(Parse({L"--install", L"--quiet", option})));
   }
 }

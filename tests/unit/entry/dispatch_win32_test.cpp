@@ -132,6 +132,14 @@ TEST_F(LastResortTest, AFailedInstallerEndsWithFortyAndIsSilentWhenQuiet) {
   EXPECT_THAT(calls_.boxes, IsEmpty());
 }
 
+TEST_F(LastResortTest, AnUnexpectedInstallerFailureIsReported) {
+  InstallerOptions options;
+  options.quiet = true;
+  options.report = Scratch(L"report.txt");
+  EXPECT_EQ(Run(options), 40);
+  EXPECT_EQ(FileBytes(*options.report), "\xEF\xBB\xBFThe installer failed unexpectedly.");
+}
+
 TEST_F(LastResortTest, WithoutRoomForABoxTheCodeIsLeft) {
   calls_.boxes_fail = true;
   EXPECT_EQ(Run(FinalizeCommand{L"a", L"b"}), 4);

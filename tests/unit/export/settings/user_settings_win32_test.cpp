@@ -49,14 +49,13 @@ TEST_F(UserSettingsTest, EveryKeyIsRead) {
   const UserSettings settings = Load(
       L"[Target]\nEnabled=1\nProgramName=Viewer \u0416\nExecutablePath=%ProgramFiles%\\v.exe\n"
       L"Arguments=-x \"%ODBPP%\"\nMailslotName=TAVORIN.Kestrune.7\n[Export]\n"
-      L"Directory=%USERPROFILE%\\out\n[Registration]\nExtraRecords=Change, Move\n");
+      L"Directory=%USERPROFILE%\\out\n");
   EXPECT_TRUE(settings.enabled);
   EXPECT_EQ(settings.program_name, L"Viewer \u0416");
   EXPECT_EQ(settings.executable_path, L"%ProgramFiles%\\v.exe");
   EXPECT_EQ(settings.arguments, L"-x \"%ODBPP%\"");
   EXPECT_EQ(settings.mailslot_name, L"TAVORIN.Kestrune.7");
   EXPECT_EQ(settings.export_directory, L"%USERPROFILE%\\out");
-  EXPECT_EQ(settings.extra_records, L"Change, Move");
 }
 
 TEST_F(UserSettingsTest, TheOlderSectionServesWhereTheCurrentOneSaysNothing) {

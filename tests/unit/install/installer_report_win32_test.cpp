@@ -1,0 +1,96 @@
+#include "install/installer_report_win32.h"
+
+#include <gmock/gmock.h>
+
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "common/text.h"
+#include "tests/support/export_fixture_win32.h"
+#include "tests/support/small_disk_win32.h"
+
+namespace kestrune {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class InstallerReportTest : public ExportTest {
+ protected:
+  static void Write(const std::wstring& path, const std::wstring& message) {
+    InstallerOptions options;
+    options.report = path;
+    WriteInstallerReport(options, message);
+  }
+
+  void ExpectLogged(DWORD code, const std::wstring& path) const {
+    EXPECT_THAT(Log(), ElementsAre("Stage: Installer report failed | Error=Cannot write report. "
+                                   "GetLastError=" +
+                                   std::to_string(code) + " Report=" + Utf8FromWide(path)));
+  }
+};
+
+TEST_F(InstallerReportTest, WritesUtf8WithMarkAndWindowsLineEnds) {
+  const std::wstring path = Scratch(L"report.txt");
+  PutFile(path, std::string(100, 'x'));
+  Write(path, L"one \x00E4\ntwo \x540D\n");
+  EXPECT_EQ(FileBytes(path), "\xEF\xBB\xBFone \xC3\xA4\r\ntwo \xE5\x90\x8D\r\n");
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(InstallerReportTest, WritesNothingUnasked) {
+  WriteInstallerReport({}, L"text");
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(InstallerReportTest, LogsAMissingFolder) {
+  const std::wstring path = Scratch(L"missing\\report.txt");
+  Write(path, L"text");
+  ExpectLogged(ERROR_PATH_NOT_FOUND, path);
+  EXPECT_FALSE(Exists(Scratch(L"missing")));
+}
+
+TEST_F(InstallerReportTest, LogsADirectory) {
+  Write(Scratch(L"."), L"text");
+  ExpectLogged(ERROR_ACCESS_DENIED, Scratch(L"."));
+}
+
+TEST_F(InstallerReportTest, LogsAnEmptyName) {
+  Write(L"", L"text");
+  ExpectLogged(ERROR_PATH_NOT_FOUND, L"");
+}
+
+TEST_F(InstallerReportTest, LeavesAReadOnlyFileAsItWas) {
+  const std::wstring path = Scratch(L"report.txt");
+  PutFile(path, "of another run");
+  ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
+  if (WriteWholeFile(path, "of another run")) {
+    GTEST_SKIP() << "this system lets this user write read-only files";
+  }
+  Write(path, L"text");
+  ExpectLogged(ERROR_ACCESS_DENIED, path);
+  EXPECT_EQ(FileBytes(path), "of another run");
+  SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+TEST_F(InstallerReportTest, LeavesAFileInUseAsItWas) {
+  const std::wstring path = Scratch(L"report.txt");
+  PutFile(path, "of another run");
+  {
+    const FileHandle held = HoldOpen(path, GENERIC_READ, FILE_SHARE_READ);
+    Write(path, L"text");
+  }
+  ExpectLogged(ERROR_SHARING_VIOLATION, path);
+  EXPECT_EQ(FileBytes(path), "of another run");
+}
+
+TEST_F(InstallerReportTest, LeavesNoHalfReportOnAFullDisk) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  const std::wstring path = JoinPath(disk.Folder(), L"report.txt");
+  Write(path, std::wstring(2U << 20U, L'x'));
+  ExpectLogged(ERROR_DISK_FULL, path);
+  EXPECT_FALSE(Exists(path));
+}
+
+}  // namespace
+}  // namespace kestrune
