@@ -12,14 +12,37 @@ std::size_t LastSeparator(std::wstring_view path) {
   return path.find_last_of(L"\\/");
 }
 
-/// Length of "C:", "C:\" or a leading separator: what a parent never loses.
+bool HasSeparator(std::wstring_view path, std::size_t place) {
+  return place < path.size() && IsPathSeparator(path[place]);
+}
+
+/// Where the component that begins at `start` ends.
+std::size_t ComponentEnd(std::wstring_view path, std::size_t start) {
+  return std::min(path.find_first_of(L"\\/", start), path.size());
+}
+
+/// Where the share ends whose server's name begins at `start`.
+std::size_t ShareEnd(std::wstring_view path, std::size_t start) {
+  const std::size_t server_end = ComponentEnd(path, start);
+  return HasSeparator(path, server_end) ? ComponentEnd(path, server_end + 1) : server_end;
+}
+
+/// Length of what a parent never loses: "C:", "C:\", a leading separator, "\\server\share", or the
+/// same after "\\?\".
 std::size_t RootLength(std::wstring_view path) {
-  const bool has_drive = path.size() >= 2 && path[1] == L':' && !IsPathSeparator(path[0]);
-  std::size_t length = has_drive ? 2 : 0;
-  if (path.size() > length && IsPathSeparator(path[length])) {
-    ++length;
+  constexpr std::size_t kPrefix = 4;  // "\\?\"
+  const bool is_network = HasSeparator(path, 0) && HasSeparator(path, 1);
+  const bool is_device =
+      is_network && HasSeparator(path, 3) && (path[2] == L'?' || path[2] == L'.');
+  if (is_device && EqualIgnoringCase(path.substr(kPrefix, 3), L"UNC") && HasSeparator(path, 7)) {
+    return ShareEnd(path, kPrefix + 4);
   }
-  return length;
+  if (is_network && !is_device) {
+    return ShareEnd(path, 2);
+  }
+  const bool has_drive = path.size() >= 2 && path[1] == L':' && !IsPathSeparator(path[0]);
+  const std::size_t volume = is_device ? ComponentEnd(path, kPrefix) : has_drive ? 2 : 0;
+  return volume + (HasSeparator(path, volume) ? 1 : 0);
 }
 
 /// The drive or server first, then the directories and the name; separators and empty components

@@ -21,7 +21,9 @@ std::wstring_view FileName(std::wstring_view path);
 /// "..") has no extension.
 std::wstring_view FileStem(std::wstring_view path);
 
-/// Everything before the last component, without a trailing separator except at a root ("C:\").
+/// Everything before the last component, without a trailing separator except at a root ("C:\",
+/// "\\?\C:\"). A root, a network share among them, is its
+/// own parent.
 std::wstring_view ParentPath(std::wstring_view path);
 
 /// Whether `path` is `root` or lies below it: every component of the root equals the path's

@@ -2,11 +2,10 @@
 
 #include "common/file_win32.h"
 #include "common/path.h"
+#include "install/deploy/package_directories.h"
 
 namespace kestrune {
 namespace {
-
-constexpr int kDirectoriesTried = 6;
 
 bool IsPackage(const std::wstring& directory) {
   return QueryFileKind(JoinPath(directory, L"Script\\Kestrune.pas")) != FileKind::Absent &&
@@ -16,16 +15,10 @@ bool IsPackage(const std::wstring& directory) {
 }  // namespace
 
 std::wstring FindPackageDirectory(const std::wstring& program_path) {
-  std::wstring directory(ParentPath(program_path));
-  for (int tried = 0; tried < kDirectoriesTried && !directory.empty(); ++tried) {
+  for (const std::wstring& directory : PackageDirectories(program_path)) {
     if (IsPackage(directory)) {
       return directory;
     }
-    std::wstring parent(ParentPath(directory));
-    if (parent == directory) {
-      break;
-    }
-    directory = std::move(parent);
   }
   return {};
 }

@@ -40,6 +40,20 @@ TEST(Path, ParentHasNoTrailingSeparatorExceptAtARoot) {
   EXPECT_EQ(ParentPath(L"Main.zip"), L"");
 }
 
+TEST(Path, ARootIsItsOwnParent) {
+  for (const wchar_t* root :
+       {L"C:\\", L"C:", L"\\", L"\\\\server\\share", L"//server/share", L"\\\\server",
+        L"\\\\?\\C:\\", L"\\\\.\\C:\\", L"\\\\?\\UNC\\server\\share", L"\\\\?\\unc\\server\\share",
+        L"\\\\?\\Volume{0}\\", L"\\\\?\\C:", L""}) {
+    EXPECT_EQ(ParentPath(root), root);
+    EXPECT_EQ(FileName(root), L"") << root;
+  }
+  EXPECT_EQ(ParentPath(L"\\\\server\\share\\"), L"\\\\server\\share");
+  EXPECT_EQ(ParentPath(L"\\\\?\\C:\\a"), L"\\\\?\\C:\\");
+  EXPECT_EQ(ParentPath(L"\\\\?\\UNC\\server\\share\\a"), L"\\\\?\\UNC\\server\\share");
+  EXPECT_EQ(FileName(L"\\\\server\\share\\a"), L"a");
+}
+
 TEST(Path, LiesInsideComparesWholeComponentsWithoutCase) {
   EXPECT_TRUE(LiesInside(L"C:\\Temp\\x", L"c:\\TEMP"));
   EXPECT_TRUE(LiesInside(L"C:\\Temp", L"C:\\Temp"));
