@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrune {
+
+/// A matrix that is larger, or has more rows or steps, is refused.
+inline constexpr std::size_t kMostMatrixBytes = 4 * 1024 * 1024;
+inline constexpr std::size_t kMostMatrixRows = 4096;
+/// A value of the matrix that is longer is refused; names of layers have at most 64 characters.
+inline constexpr std::size_t kMostMatrixValue = 128;
+
+/// A row of the matrix: one layer. Values as they are written, empty when there is none.
+struct MatrixRow {
+  std::string type;
+  std::string name;
+  /// The first and the last layer that a drill goes through.
+  std::string start_name;
+  std::string end_name;
+
+  friend bool operator==(const MatrixRow&, const MatrixRow&) = default;
+};
+
+/// The table of layers of an ODB++ archive.
+struct Matrix {
+  std::size_t steps = 0;
+  std::vector<MatrixRow> rows;
+};
+
+/// Reads the structured text `matrix/matrix`: blocks "STEP {" and "LAYER {" with lines "KEY=value"
+/// up to "}". Keywords are compared without regard to case; other blocks and keys are passed over;
+/// of a repeated key the last value counts. Throws Failure for any other line, a block that does
+/// not end, too many rows or steps, or a value that is too long.
+Matrix ParseMatrix(std::string_view text);
+
+}  // namespace kestrune

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrune {
+
+/// An entry for BuildZip. What is absent is written as it truly is.
+struct ZipPart {
+  std::string name = {};
+  /// Unpacked.
+  std::string content = {};
+  /// 0 stored, 8 deflated; any other method's data is given in `packed`.
+  std::uint16_t method = 0;
+  std::uint16_t flags = 0;
+  /// The data as it is packed; for method 8 by default one stored block.
+  std::optional<std::string> packed = {};
+  std::optional<std::uint32_t> checksum = {};
+  std::optional<std::uint32_t> size = {};
+  std::optional<std::uint32_t> packed_size = {};
+  std::optional<std::uint32_t> offset = {};
+  /// The directory's extra field.
+  std::string extra = {};
+  /// The name in the local header.
+  std::optional<std::string> local_name = {};
+};
+
+/// What an archive has besides its entries.
+struct ZipEnd {
+  std::string comment = {};
+  std::optional<std::uint16_t> entries = {};
+  std::optional<std::uint32_t> directory_size = {};
+  std::optional<std::uint32_t> directory_offset = {};
+  std::uint16_t disk = 0;
+  /// Writes the 64-bit records, and saturated numbers in the old one.
+  bool large = false;
+};
+
+/// Returns a ZIP archive of these entries, false where the parts say so.
+std::string BuildZip(const std::vector<ZipPart>& parts, const ZipEnd& end = {});
+
+/// Returns the content as a deflate stream without any compression.
+std::string DeflateWithoutPacking(std::string_view content);
+
+/// Returns the `count` (at most 8) bytes of a number, lowest first.
+std::string LittleEndianBytes(std::uint64_t value, std::size_t count);
+
+}  // namespace kestrune

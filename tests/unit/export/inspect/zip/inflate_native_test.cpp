@@ -1,0 +1,141 @@
+#include "export/inspect/zip/inflate.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <map>
+#include <random>
+
+#include "export/inspect/zip/crc32.h"
+#include "export/inspect/zip/little_endian.h"
+#include "export/inspect/zip/zip_content.h"
+#include "export/inspect/zip/zip_directory.h"
+#include "tests/support/byte_source_of.h"
+#include "tests/support/samples.h"
+
+namespace kestrune {
+namespace {
+
+Bytef* Writable(const std::string& bytes) {
+  return reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+}
+
+std::string Deflated(const std::string& content, int level, int strategy) {
+  z_stream stream{};
+  EXPECT_EQ(deflateInit2(&stream, level, Z_DEFLATED, -15, 8, strategy), Z_OK);
+  std::string packed(deflateBound(&stream, static_cast<uLong>(content.size())), '\0');
+  stream.next_in = Writable(content);
+  stream.avail_in = static_cast<uInt>(content.size());
+  stream.next_out = Writable(packed);
+  stream.avail_out = static_cast<uInt>(packed.size());
+  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+  packed.resize(stream.total_out);
+  deflateEnd(&stream);
+  return packed;
+}
+
+/// Unpacks with zlib; `window_bits` as inflateInit2 takes them.
+std::string UnpackedByZlib(const std::string& packed, std::size_t size, int window_bits) {
+  z_stream stream{};
+  EXPECT_EQ(inflateInit2(&stream, window_bits), Z_OK);
+  std::string content(size + 1, '\0');
+  stream.next_in = Writable(packed);
+  stream.avail_in = static_cast<uInt>(packed.size());
+  stream.next_out = Writable(content);
+  stream.avail_out = static_cast<uInt>(content.size());
+  EXPECT_EQ(inflate(&stream, Z_FINISH), Z_STREAM_END);
+  content.resize(stream.total_out);
+  inflateEnd(&stream);
+  return content;
+}
+
+/// The files of a tar archive by their paths.
+std::map<std::string, std::string> TarFiles(const std::string& tar) {
+  std::map<std::string, std::string> files;
+  for (std::size_t at = 0; at + 512 <= tar.size() && tar[at] != '\0';) {
+    const std::size_t size = std::stoul(tar.substr(at + 124, 11), nullptr, 8);
+    if (tar[at + 156] == '0' || tar[at + 156] == '\0') {
+      files[tar.substr(at, 100).c_str()] = tar.substr(at + 512, size);
+    }
+    at += 512 + (size + 511) / 512 * 512;
+  }
+  return files;
+}
+
+/// All files of all sample archives.
+std::vector<std::string> SampleContents() {
+  std::vector<std::string> contents;
+  for (const kestrune_tests::Sample& sample : kestrune_tests::ReadSamples("odb", ".tgz")) {
+    for (auto& [name, content] : TarFiles(UnpackedByZlib(sample.bytes, 64 << 20, 15 + 16))) {
+      contents.push_back(std::move(content));
+    }
+  }
+  return contents;
+}
+
+TEST(InflateAgainstZlib, EveryEntryOfTheSamplesIsTheSame) {
+  std::size_t entries = 0;
+  for (const kestrune_tests::Sample& sample : kestrune_tests::ReadSamples("odb", ".zip")) {
+    const ByteSource archive = ByteSourceOf(sample.bytes);
+    const ZipDirectory directory = FindZipDirectory(archive);
+    ForEachZipEntry(archive, directory, [&](const ZipEntry& entry) {
+      const std::size_t size = static_cast<std::size_t>(entry.size);
+      const std::string content = ReadZipContent(archive, directory, entry, 64 << 20);
+      if (entry.method == 8) {
+        const auto header = static_cast<std::size_t>(entry.offset);
+        const auto extra = static_cast<std::size_t>(LittleEndian(sample.bytes, header + 28, 2));
+        const std::string packed = sample.bytes.substr(header + 30 + entry.name.size() + extra,
+                                                       static_cast<std::size_t>(entry.packed_size));
+        EXPECT_EQ(content, UnpackedByZlib(packed, size, -15)) << entry.name;
+      }
+      EXPECT_EQ(content.size(), size);
+      EXPECT_EQ(Crc32(content), crc32(0, Writable(content), static_cast<uInt>(size)));
+      ++entries;
+    });
+  }
+  if (entries == 0) {
+    GTEST_SKIP() << "no samples";
+  }
+  EXPECT_EQ(entries, 102U);
+}
+
+TEST(InflateAgainstZlib, SamplesPackedAnewComeBack) {
+  constexpr std::size_t kSmall = 20000;
+  const std::vector<std::string> contents = SampleContents();
+  if (contents.empty()) {
+    GTEST_SKIP() << "no samples";
+  }
+  for (const std::string& content : contents) {
+    EXPECT_EQ(Inflate(Deflated(content, 6, Z_DEFAULT_STRATEGY), content.size()), content);
+    // The large ones take seconds with the sanitizers, and show nothing that others do not.
+    for (const int level : {1, 9}) {
+      if (content.size() < kSmall) {
+        EXPECT_EQ(Inflate(Deflated(content, level, Z_DEFAULT_STRATEGY), content.size()), content);
+      }
+    }
+    for (const int strategy : {Z_FIXED, Z_HUFFMAN_ONLY, Z_RLE}) {
+      if (content.size() < kSmall) {
+        EXPECT_EQ(Inflate(Deflated(content, 6, strategy), content.size()), content);
+      }
+    }
+  }
+}
+
+TEST(InflateAgainstZlib, RandomBytesComeBack) {
+  std::mt19937 random(7);
+  for (std::size_t size = 0; size < 3000; size = size * 3 / 2 + 1) {
+    std::string content;
+    // Exponents make some bytes far more frequent than others, which gives codes of up to 15 bits.
+    std::geometric_distribution<int> skewed(0.4);
+    while (content.size() < size * 20) {
+      content += static_cast<char>(skewed(random));
+    }
+    for (const int level : {0, 6}) {
+      EXPECT_EQ(Inflate(Deflated(content, level, Z_DEFAULT_STRATEGY), content.size()), content);
+    }
+    EXPECT_EQ(Inflate(Deflated(content, 6, Z_HUFFMAN_ONLY), content.size()), content);
+  }
+}
+
+}  // namespace
+}  // namespace kestrune
