@@ -10,6 +10,7 @@
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/process_user_win32.h"
+#include "common/product_files.h"
 #include "common/registry_win32.h"
 
 namespace kestrune {
@@ -20,7 +21,7 @@ bool AppDataDirectory(const wchar_t* name, const KNOWNFOLDERID& fallback, std::w
   error_text.clear();
   std::wstring profile;
   if (calls.ProfileFromList(profile) || calls.ShellFolder(FOLDERID_Profile, 0, profile)) {
-    path = JoinPath(JoinPath(profile, L"AppData"), name);
+    path = JoinPath({profile, L"AppData", name});
     return true;
   }
   error_text = L"Cannot determine the current Windows user profile directory.";
@@ -79,7 +80,7 @@ bool TemporaryRoot(std::wstring& path, std::wstring& error_text, FolderCalls& ca
     error_text = L"Cannot locate the Public Documents directory.";
     return false;
   }
-  path = JoinPath(JoinPath(documents, L"Kestrune"), L"Temp");
+  path = JoinPath({documents, kProductFolder, kTemporaryFolder});
   return true;
 }
 
@@ -89,7 +90,7 @@ bool TemporaryRoot(std::wstring& path, std::wstring& error_text) {
 }
 
 std::wstring RuntimeRoot(const std::wstring& local_app_data) {
-  return JoinPath(JoinPath(local_app_data, L"Kestrune"), L"Runtime");
+  return JoinPath({local_app_data, kProductFolder, kRuntimeFolder});
 }
 
 }  // namespace kestrune

@@ -8,6 +8,7 @@
 #include "common/log_line.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
+#include "common/product_files.h"
 
 namespace kestrune {
 namespace {
@@ -39,7 +40,7 @@ std::wstring LogFilePath() {
   if (!LocalAppDataDirectory(local, error_text)) {
     return {};
   }
-  return JoinPath(JoinPath(JoinPath(local, L"Kestrune"), L"Logs"), L"bridge.log");
+  return JoinPath({local, kProductFolder, kLogFolder, kLogFile});
 }
 
 void WriteLogEntry(std::wstring_view stage, std::wstring_view detail) noexcept {

@@ -69,6 +69,14 @@ std::wstring JoinPath(std::wstring_view directory, std::wstring_view name) {
   return result.append(name);
 }
 
+std::wstring JoinPath(std::initializer_list<std::wstring_view> parts) {
+  std::wstring result;
+  for (const std::wstring_view part : parts) {
+    result = JoinPath(result, part);
+  }
+  return result;
+}
+
 std::wstring_view FileName(std::wstring_view path) {
   const std::size_t separator = LastSeparator(path);
   const std::size_t start = separator == std::wstring_view::npos ? 0 : separator + 1;

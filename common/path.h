@@ -1,5 +1,6 @@
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,9 @@ constexpr bool IsPathSeparator(wchar_t c) {
 
 /// `directory` and `name` with exactly one separator between them.
 std::wstring JoinPath(std::wstring_view directory, std::wstring_view name);
+
+/// The parts in their order, one separator between each two.
+std::wstring JoinPath(std::initializer_list<std::wstring_view> parts);
 
 /// The last component; empty for a path that ends in a separator.
 std::wstring_view FileName(std::wstring_view path);

@@ -87,10 +87,11 @@ Command ParseRuntime(const std::vector<std::wstring>& arguments) {
     return WaitNativeCommand{arguments[2], arguments[3], arguments[4]};
   }
   if ((count == 3 || count == 4) && keyword == L"--finalize-auto") {
-    return FinalizeAutoCommand{arguments[2], count == 4 ? ReadSpace(arguments[3]) : std::nullopt};
+    return FinalizeCommand{std::nullopt, arguments[2],
+                           count == 4 ? ReadSpace(arguments[3]) : std::nullopt};
   }
   if (count == 4 && keyword == L"--finalize") {
-    return FinalizeCommand{arguments[2], arguments[3]};
+    return FinalizeCommand{arguments[2], arguments[3], std::nullopt};
   }
   return UnknownCommand{};
 }

@@ -3,13 +3,14 @@
 #include <windows.h>
 
 #include "common/path.h"
+#include "common/product_files.h"
 #include "install/extra_record_kinds.h"
 
 namespace kestrune {
 
 std::vector<std::string> ReadExtraRecordKinds(const std::wstring& local_app_data) {
   constexpr DWORD kLongestValue = 32768;  // characters, the terminating zero included
-  const std::wstring path = JoinPath(JoinPath(local_app_data, L"Kestrune"), L"registration.ini");
+  const std::wstring path = JoinPath({local_app_data, kProductFolder, kRegistrationSettingsFile});
   std::wstring value(kLongestValue, L'\0');
   value.resize(GetPrivateProfileStringW(L"Registration", L"ExtraRecords", L"", value.data(),
                                         kLongestValue, path.c_str()));

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "common/path.h"
+#include "common/product_files.h"
 #include "common/text.h"
 
 namespace kestrune {
@@ -155,14 +156,14 @@ bool NamesHostProgram(std::wstring_view path) {
 std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
                                 std::wstring_view display_name) {
   if (!active_bar) {
-    return L"odbpp-toolbar-legacy.bmp";
+    return std::wstring(kLegacyImageFile);
   }
   // This one build of this one edition draws the button from a small image.
   if (version_text == L"26.9.1.9" && IsHostProductName(display_name) &&
       LowerAscii(display_name).starts_with(L"altium designer develop")) {
-    return L"odbpp-toolbar-ad26-16.png";
+    return std::wstring(kFlatImageFile);
   }
-  return L"odbpp-toolbar-activebar.png";
+  return std::wstring(kActiveBarImageFile);
 }
 
 bool MatchInstanceName(std::wstring_view guid, const NameListing& profiles,

@@ -24,9 +24,22 @@ struct InstallerOptions {
   bool quiet = false;
 };
 
+/// Exit codes of the installer's commands; set-up programs rely on them.
+enum InstallerCode : std::int32_t {
+  /// For `--status`: installed in every instance.
+  kInstallerDone = 0,
+  /// `--status` found an instance where it is not installed.
+  kStatusProblem = 10,
+  kNoInstance = 20,
+  /// A host runs; not for `--status`.
+  kHostRuns = 30,
+  /// An instance was skipped or failed, or the command as a whole did.
+  kInstallerFailed = 40,
+};
+
 /// What the installer answers.
 struct InstallerResult {
-  /// The process exit code; 0 is success.
+  /// The process exit code (InstallerCode).
   std::int32_t code = 1;
   /// The report over all instances, for the user.
   std::wstring message;

@@ -12,6 +12,7 @@
 #include "common/known_folders_win32.h"
 #include "common/log_win32.h"
 #include "common/path.h"
+#include "common/product_files.h"
 #include "common/text.h"
 #include "common/text_win32.h"
 #include "export/settings/user_settings_win32.h"
@@ -39,12 +40,6 @@ using altium_registration::Spec;
 using altium_registration::ToolbarAnchor;
 using altium_registration::ToolbarKind;
 using altium_registration::WindowsStore;
-
-/// Codes of the process; set-up programs rely on them.
-constexpr std::int32_t kSuccess = 0;
-constexpr std::int32_t kStatusProblem = 10;
-constexpr std::int32_t kNoInstance = 20;
-constexpr std::int32_t kHostRuns = 30;
 
 /// The host's toolbar definitions have some megabytes at most; a larger file would only fill the
 /// memory of a 32-bit process.
@@ -142,7 +137,7 @@ class InstallerRun {
       throw Failure{folder_error};
     }
     runtime_ = RuntimeRoot(local_app_data_);
-    project_path_ = JoinPath(runtime_, L"Kestrune.PrjScr");
+    project_path_ = JoinPath(runtime_, kScriptProjectFile);
     if (!SurvivesAnsiRoundTrip(project_path_)) {
       throw Failure{
           L"Runtime path cannot be represented safely by the existing DelphiScript runtime."};
@@ -339,7 +334,7 @@ class InstallerRun {
   std::wstring project_path_;
   std::optional<RegistrationSettings> settings_;
   bool deployed_ = false;
-  std::int32_t code_ = kSuccess;
+  std::int32_t code_ = kInstallerDone;
   std::wstring report_;
 };
 

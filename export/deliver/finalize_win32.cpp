@@ -9,6 +9,7 @@
 #include "common/file_win32.h"
 #include "common/log_win32.h"
 #include "common/path.h"
+#include "common/product_files.h"
 #include "common/text.h"
 #include "common/windows_error_win32.h"
 #include "export/deliver/after_export_win32.h"
@@ -19,9 +20,6 @@
 
 namespace kestrune {
 namespace {
-
-constexpr int kNoLocalAppData = 2;
-constexpr int kNotOnClipboard = 3;
 
 /// Where the archive is copied to, and where else if that fails.
 struct Target {
@@ -49,7 +47,7 @@ std::wstring ConfiguredDirectory() {
 
 Target ChooseTarget(const std::wstring& local_app_data, const std::wstring& source_pcb) {
   Target target;
-  target.default_directory = JoinPath(JoinPath(local_app_data, L"Kestrune"), L"ODBpp");
+  target.default_directory = JoinPath({local_app_data, kProductFolder, kDefaultExportFolder});
   target.directory = target.default_directory;
   target.file_name = std::wstring(FileStem(source_pcb)) + L".zip";
   const std::wstring written = ConfiguredDirectory();
@@ -66,6 +64,16 @@ Target ChooseTarget(const std::wstring& local_app_data, const std::wstring& sour
     WriteLogEntry(L"Configured export directory unavailable", written);
   }
   return target;
+}
+
+/// Where the host writes its archive for the temporary project.
+std::optional<std::wstring> FindNativeArchive(FolderCalls& folders) {
+  std::wstring root;
+  std::wstring error_text;
+  if (!TemporaryRoot(root, error_text, folders)) {
+    return std::nullopt;
+  }
+  return JoinPath({root, kNativeOutputFolder, kNativeArchiveFolder, kNativeArchiveFile});
 }
 
 /// The archive's size; a failure when there is nothing to deliver.
@@ -159,7 +167,8 @@ FinalizeOutcome HandOver(const std::wstring& destination, std::uint64_t size,
   delivery.application_configured = application.configured;
   delivery.application_error = application.error_text;
   const bool on_clipboard = PlaceZipOnClipboard(destination, delivery.clipboard_error);
-  return {on_clipboard ? 0 : kNotOnClipboard, DeliveryMessage(delivery), MessageIcon::Information};
+  return {on_clipboard ? kDelivered : kNotOnClipboard, DeliveryMessage(delivery),
+          MessageIcon::Information};
 }
 
 FinalizeOutcome ReportFailure(const std::wstring& native_zip, DWORD code,
@@ -191,22 +200,25 @@ FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wst
   }
 }
 
-FinalizeOutcome FinalizeQuietly(const std::wstring& native_zip, const std::wstring& source_pcb,
-                                std::optional<std::int64_t> space, FolderCalls& folders) {
+FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& folders) {
+  const std::optional<std::wstring> native_zip =
+      command.native_zip ? command.native_zip : FindNativeArchive(folders);
+  if (!native_zip) {
+    return {kFinalizeNoFolder, {}, MessageIcon::Error};
+  }
   std::wstring local_app_data;
   std::wstring error_text;
   if (!LocalAppDataDirectory(local_app_data, error_text, folders)) {
-    return {kNoLocalAppData, error_text, MessageIcon::Error};
+    return {kFinalizeNoFolder, error_text, MessageIcon::Error};
   }
-  return DeliverExport(local_app_data, native_zip, source_pcb, space);
+  return DeliverExport(local_app_data, *native_zip, command.source_pcb, command.space);
 }
 
-int FinalizeExport(const std::wstring& native_zip, const std::wstring& source_pcb,
-                   std::optional<std::int64_t> space) {
+int FinalizeExport(const FinalizeCommand& command, Desktop& desktop) {
   FolderCalls folders;
-  const FinalizeOutcome outcome = FinalizeQuietly(native_zip, source_pcb, space, folders);
+  const FinalizeOutcome outcome = FinalizeQuietly(command, folders);
   if (!outcome.message.empty()) {
-    ShowMessage(outcome.message, outcome.icon);
+    desktop.ShowMessage(outcome.message, outcome.icon);
   }
   return outcome.code;
 }

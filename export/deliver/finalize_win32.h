@@ -4,36 +4,30 @@
 #include <optional>
 #include <string>
 
+#include "common/desktop_win32.h"
 #include "common/known_folders_win32.h"
-#include "common/message_box_win32.h"
+#include "export/deliver/finalize_command.h"
 
 namespace kestrune {
-
-/// The exit code of a delivery that failed.
-inline constexpr int kFinalizeFailed = 4;
 
 /// Delivers the host's archive: copies it under the board's name into the export directory, hands
 /// it to the configured application or places it on the clipboard, and tells the user.
 ///
-/// `space` is the board's spacing in ten-thousandths of a mil, positive when present.
-///
-/// Returns the exit code of `--finalize`: 0 delivered, 2 no local application data, 3 copied but
-/// not on the clipboard, 4 failed.
-int FinalizeExport(const std::wstring& native_zip, const std::wstring& source_pcb,
-                   std::optional<std::int64_t> space);
+/// Returns the exit code (FinalizeCode).
+int FinalizeExport(const FinalizeCommand& command, Desktop& desktop);
 
 /// How a delivery ended, before the user is told.
 struct FinalizeOutcome {
-  /// The exit code of `--finalize`.
-  int code = 0;
-  /// What the user is told; empty when an application took the archive over.
+  /// FinalizeCode.
+  int code = kDelivered;
+  /// What the user is told; empty when an application took the archive over, and when the host's
+  /// own archive was asked for on a machine without Public Documents.
   std::wstring message;
   MessageIcon icon = MessageIcon::Information;
 };
 
 /// All of FinalizeExport but the message box, which waits for a person.
-FinalizeOutcome FinalizeQuietly(const std::wstring& native_zip, const std::wstring& source_pcb,
-                                std::optional<std::int64_t> space, FolderCalls& folders);
+FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& folders);
 
 /// The delivery itself. `local_app_data` is the folder below which the default export directory
 /// lies.

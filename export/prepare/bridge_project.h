@@ -6,15 +6,9 @@
 #include <string_view>
 
 #include "common/ordinal.h"
+#include "common/product_files.h"
 
 namespace kestrune {
-
-/// File names of the throw-away project, all in the temporary root.
-inline constexpr std::wstring_view kBridgeBoard = L"Bridge.PcbDoc";
-inline constexpr std::wstring_view kBridgeOutJob = L"Bridge.OutJob";
-inline constexpr std::wstring_view kBridgeProject = L"Bridge.PrjPcb";
-/// Written last: its presence tells the script that the project is complete.
-inline constexpr std::wstring_view kReadyFile = L"ready.txt";
 
 /// The number of the first dependency's section; the board itself is number 1.
 inline constexpr std::size_t kFirstDependency = 2;

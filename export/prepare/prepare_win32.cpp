@@ -21,14 +21,6 @@
 namespace kestrune {
 namespace {
 
-constexpr int kComplete = 0;
-constexpr int kNoLocalAppData = 2;
-constexpr int kNoPublicDocuments = 3;
-constexpr int kMissingDependency = 6;
-constexpr int kNameCollision = 7;
-constexpr int kLayerSelectionFailed = 8;
-constexpr int kRejected = 9;
-
 /// A list names one path per line; this is far beyond any panel.
 constexpr std::uint64_t kLargestDependencyList = std::uint64_t{64} << 20;
 
@@ -39,8 +31,7 @@ constexpr DWORD kCreatePauseMilliseconds = 50;
 
 /// What one run works on.
 struct Preparation {
-  std::wstring source_pcb;
-  std::wstring manifest;
+  const PrepareCommand& command;
   std::wstring temporary_root;
   std::wstring runtime_root;
   std::vector<std::wstring> dependencies;
@@ -117,7 +108,7 @@ std::wstring RejectionOf(const std::wstring& path, const std::wstring& root) {
 
 std::wstring FirstRejection(const Preparation& run) {
   try {
-    std::wstring rejection = RejectionOf(run.source_pcb, run.temporary_root);
+    std::wstring rejection = RejectionOf(run.command.source_pcb, run.temporary_root);
     for (std::size_t i = 0; rejection.empty() && i < run.dependencies.size(); ++i) {
       rejection = RejectionOf(run.dependencies[i], run.temporary_root);
     }
@@ -202,18 +193,18 @@ int AddDependency(const std::wstring& path, std::size_t number, const std::wstri
                   BridgeFileNames& names, ProjectFile& project) {
   if (QueryFileKind(path) != FileKind::RegularFile) {
     WriteLogEntry(L"Prepare missing dependency", path);
-    return kMissingDependency;
+    return kPrepareMissingDependency;
   }
   const std::wstring_view name = FileName(path);
   if (!names.Take(name)) {
     WriteLogEntry(L"Prepare dependency name collision", path);
-    return kNameCollision;
+    return kPrepareNameCollision;
   }
   const std::wstring copy = JoinPath(root, name);
   CopyWritable(path, copy);
   project.Append(DependencySection(number, name));
   WriteLogEntry(L"Prepare dependency", L"Source=" + path + L" Copy=" + copy);
-  return kComplete;
+  return kPrepared;
 }
 
 /// Its presence tells the script that the project is complete, so a path that the code page cannot
@@ -232,10 +223,10 @@ int BuildProject(const Preparation& run) {
   const std::wstring project_path = JoinPath(root, kBridgeProject);
   RemoveOldProject(root);
   CreateRoot(root);
-  CopyWritable(run.source_pcb, JoinPath(root, kBridgeBoard));
+  CopyWritable(run.command.source_pcb, JoinPath(root, kBridgeBoard));
   CopyWritable(JoinPath(run.runtime_root, kBridgeOutJob), out_job_path);
-  if (!SelectLayersAndLog(out_job_path, run.manifest)) {
-    return kLayerSelectionFailed;
+  if (!SelectLayersAndLog(out_job_path, run.command.used_layer_manifest)) {
+    return kPrepareLayerSelectionFailed;
   }
 
   ProjectFile project(project_path);
@@ -244,7 +235,7 @@ int BuildProject(const Preparation& run) {
   std::size_t number = kFirstDependency;
   for (const std::wstring& dependency : run.dependencies) {
     const int code = AddDependency(dependency, number, root, names, project);
-    if (code != kComplete) {
+    if (code != kPrepared) {
       return code;
     }
     ++number;
@@ -252,10 +243,10 @@ int BuildProject(const Preparation& run) {
   project.Append(OutJobSection(number));
   project.Finish();
 
-  WriteReadyFile(root, run.source_pcb);
+  WriteReadyFile(root, run.command.source_pcb);
   WriteLogEntry(L"Prepare complete", L"Project=" + project_path + L" OutJob=" + out_job_path +
                                          L" Dependencies=" + Decimal(run.dependencies.size()));
-  return kComplete;
+  return kPrepared;
 }
 
 void LogFailure(const std::wstring& text, DWORD code) {
@@ -264,27 +255,26 @@ void LogFailure(const std::wstring& text, DWORD code) {
 
 }  // namespace
 
-int PrepareTemporaryProject(const std::wstring& source_pcb, const std::wstring& dependency_list,
-                            const std::wstring& used_layer_manifest, FolderCalls& folders) {
-  Preparation run{source_pcb, used_layer_manifest, {}, {}, {}};
+int PrepareTemporaryProject(const PrepareCommand& command, FolderCalls& folders) {
+  Preparation run{command, {}, {}, {}};
   std::wstring local_app_data;
   std::wstring error_text;
   if (!LocalAppDataDirectory(local_app_data, error_text, folders)) {
-    return kNoLocalAppData;
+    return kPrepareNoLocalAppData;
   }
   if (!TemporaryRoot(run.temporary_root, error_text, folders)) {
-    return kNoPublicDocuments;
+    return kPrepareNoPublicDocuments;
   }
   run.runtime_root = RuntimeRoot(local_app_data);
   try {
-    run.dependencies = ReadDependencies(dependency_list);
-    WriteLogEntry(L"Prepare begin", L"SourcePCB=" + source_pcb + L" Temp=" + run.temporary_root +
-                                        L" Runtime=" + run.runtime_root + L" Dependencies=" +
-                                        Decimal(run.dependencies.size()));
+    run.dependencies = ReadDependencies(command.dependency_list);
+    WriteLogEntry(L"Prepare begin", L"SourcePCB=" + command.source_pcb + L" Temp=" +
+                                        run.temporary_root + L" Runtime=" + run.runtime_root +
+                                        L" Dependencies=" + Decimal(run.dependencies.size()));
     const std::wstring rejection = FirstRejection(run);
     if (!rejection.empty()) {
       WriteLogEntry(L"Prepare rejected", rejection);
-      return kRejected;
+      return kPrepareRejected;
     }
     return BuildProject(run);
   } catch (const Failure& failure) {
@@ -295,10 +285,9 @@ int PrepareTemporaryProject(const std::wstring& source_pcb, const std::wstring& 
   return kPrepareFailed;
 }
 
-int PrepareTemporaryProject(const std::wstring& source_pcb, const std::wstring& dependency_list,
-                            const std::wstring& used_layer_manifest) {
+int PrepareTemporaryProject(const PrepareCommand& command) {
   FolderCalls folders;
-  return PrepareTemporaryProject(source_pcb, dependency_list, used_layer_manifest, folders);
+  return PrepareTemporaryProject(command, folders);
 }
 
 }  // namespace kestrune

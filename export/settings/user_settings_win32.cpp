@@ -4,6 +4,8 @@
 #include <shlobj.h>
 
 #include "common/file_win32.h"
+#include "common/path.h"
+#include "common/product_files.h"
 
 namespace kestrune {
 namespace {
@@ -70,12 +72,13 @@ UserSettings ReadSettingsFile(const std::wstring& path) {
 
 }  // namespace
 
-std::wstring ResolveSettingsPath(const std::wstring& folder_name) {
+std::wstring ResolveSettingsPath(std::wstring_view folder_name) {
   std::wstring folder;
   if (!ShellFolder(CSIDL_LOCAL_APPDATA, folder) || folder.empty()) {
     return {};
   }
-  const std::wstring below = L"\\" + folder_name + L"\\settings.ini";
+  // Not JoinPath: a folder that is a drive's root gets its second separator here.
+  const std::wstring below = L"\\" + JoinPath(folder_name, kSettingsFile);
   std::wstring local = folder + below;
   if (!ShellFolder(CSIDL_COMMON_APPDATA, folder) ||
       GetFileAttributesW(local.c_str()) != INVALID_FILE_ATTRIBUTES) {
@@ -88,7 +91,7 @@ bool LoadUserSettings(UserSettings& settings, std::wstring& settings_path,
                       std::wstring& error_text) {
   settings = {};
   error_text.clear();
-  settings_path = ResolveSettingsPath(kSettingsFolder);
+  settings_path = ResolveSettingsPath(kProductFolder);
   if (settings_path.empty()) {
     error_text = L"The Windows LocalAppData directory is unavailable.";
     return false;

@@ -1,13 +1,11 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "export/settings/user_settings.h"
 
 namespace kestrune {
-
-/// The product's folder below the application-data folders, as ResolveSettingsPath takes it.
-inline constexpr wchar_t kSettingsFolder[] = L"Kestrune";
 
 /// Where the settings are read from: `<local application data>\<folder_name>\settings.ini` when
 /// anything stands there, else the same path below the all-users application data. When that folder
@@ -16,7 +14,7 @@ inline constexpr wchar_t kSettingsFolder[] = L"Kestrune";
 ///
 /// Both folders are asked of the shell, so redirected folders count here, and a folder's path is
 /// limited to MAX_PATH characters.
-std::wstring ResolveSettingsPath(const std::wstring& folder_name);
+std::wstring ResolveSettingsPath(std::wstring_view folder_name);
 
 /// Reads the user's settings afresh. `settings_path` becomes the file that was read, empty when
 /// there is none: then the defaults stand, which is success. A value keeps at most 32,767

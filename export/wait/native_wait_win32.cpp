@@ -10,8 +10,6 @@
 namespace kestrune {
 namespace {
 
-constexpr int kStable = 0;
-
 std::optional<std::uint64_t> SizeOfRegularFile(const std::wstring& path) {
   FileEntry entry;
   DWORD code = 0;
@@ -32,22 +30,23 @@ void ReportNativeWaitFailure(const std::wstring& result_path) {
   WriteResult(result_path, "ERROR\r\n");
 }
 
-int WaitForNativeOutput(const std::wstring& expected_path, const std::wstring& report_path,
-                        const std::wstring& result_path) {
+int WaitForNativeOutput(const WaitNativeCommand& command) {
   WriteLogEntry(L"Waiting for native output",
-                L"Expected=" + expected_path + L" Report=" + report_path);
-  const std::optional<std::uint64_t> size = WaitForStableSize(
-      [&] { return SizeOfRegularFile(expected_path); }, [] { Sleep(kWaitSleepMilliseconds); });
+                L"Expected=" + command.expected_path + L" Report=" + command.report_path);
+  const std::optional<std::uint64_t> size =
+      WaitForStableSize([&] { return SizeOfRegularFile(command.expected_path); },
+                        [] { Sleep(kWaitSleepMilliseconds); });
   if (!size) {
-    WriteLogEntry(L"Native output timeout", L"Expected=" + expected_path);
-    ReportNativeWaitFailure(result_path);
+    WriteLogEntry(L"Native output timeout", L"Expected=" + command.expected_path);
+    ReportNativeWaitFailure(command.result_path);
     return kNativeWaitFailed;
   }
-  WriteResult(result_path, "OK\r\n" + std::to_string(*size));
-  const bool has_report = QueryFileKindQuietly(report_path) == FileKind::RegularFile;
-  WriteLogEntry(L"Native output stable", L"Path=" + expected_path + L" Size=" + Decimal(*size) +
-                                             L" ReportExists=" + (has_report ? L"yes" : L"no"));
-  return kStable;
+  WriteResult(command.result_path, "OK\r\n" + std::to_string(*size));
+  const bool has_report = QueryFileKindQuietly(command.report_path) == FileKind::RegularFile;
+  WriteLogEntry(L"Native output stable", L"Path=" + command.expected_path + L" Size=" +
+                                             Decimal(*size) + L" ReportExists=" +
+                                             (has_report ? L"yes" : L"no"));
+  return kNativeOutputComplete;
 }
 
 }  // namespace kestrune

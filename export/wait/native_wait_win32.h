@@ -2,18 +2,14 @@
 
 #include <string>
 
+#include "export/wait/native_wait_command.h"
+
 namespace kestrune {
 
-/// The exit code when no complete archive was seen.
-inline constexpr int kNativeWaitFailed = 5;
-
-/// Waits until the host has finished writing `expected_path`, and leaves the outcome in
-/// `result_path` for the script. Only the presence of `report_path` is looked at, for the log.
-///
-/// Returns the exit code of `--wait-native`: 0 the archive is complete, 5 it was not after 240
+/// Waits until the host has finished writing the expected file, and leaves the outcome in the
+/// result file for the script. Returns the exit code (WaitNativeCode): the wait fails after 240
 /// looks, half a second apart.
-int WaitForNativeOutput(const std::wstring& expected_path, const std::wstring& report_path,
-                        const std::wstring& result_path);
+int WaitForNativeOutput(const WaitNativeCommand& command);
 
 /// Leaves the outcome of a wait that ended without archive in `result_path`; the script polls that
 /// file and would wait in vain without it.

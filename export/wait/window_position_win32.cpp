@@ -5,10 +5,6 @@
 namespace kestrune {
 namespace {
 
-constexpr int kMoved = 0;
-constexpr int kNoTarget = 2;
-constexpr int kCannotMove = 4;
-
 /// A 64-bit host may print a handle sign-extended; only its low 32 bits mean anything.
 HWND WindowFromNumber(std::uint64_t number) {
   // A handle travels as a number; nothing is ever read through it.
@@ -47,12 +43,11 @@ bool WindowCalls::Move(HWND window, HWND insert_after, int x, int y, int width, 
   return SetWindowPos(window, insert_after, x, y, width, height, flags) != FALSE;
 }
 
-int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle,
-                   WindowCalls& calls) {
-  const HWND target = WindowFromNumber(target_handle);
-  HWND reference = WindowFromNumber(reference_handle);
+int PositionWindow(const PositionWindowCommand& command, WindowCalls& calls) {
+  const HWND target = WindowFromNumber(command.target);
+  HWND reference = WindowFromNumber(command.reference);
   if (!calls.IsWindow(target)) {
-    return kNoTarget;
+    return kPositionNoTarget;
   }
   if (!calls.IsWindow(reference)) {
     reference = calls.Foreground();
@@ -68,12 +63,12 @@ int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle,
   const ScreenPoint corner = CentredIn(ToScreen(information.rcWork), ToScreen(window));
   const bool moved = calls.Move(target, nullptr, corner.x, corner.y, 0, 0,
                                 SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE | SWP_NOOWNERZORDER);
-  return moved ? kMoved : kCannotMove;
+  return moved ? kWindowMoved : kPositionCannotMove;
 }
 
-int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle) {
+int PositionWindow(const PositionWindowCommand& command) {
   WindowCalls calls;
-  return PositionWindow(target_handle, reference_handle, calls);
+  return PositionWindow(command, calls);
 }
 
 }  // namespace kestrune

@@ -2,12 +2,9 @@
 
 #include <windows.h>
 
-#include <cstdint>
+#include "export/wait/window_position_command.h"
 
 namespace kestrune {
-
-/// The exit code when the monitor or the window could not be read.
-inline constexpr int kPositionUnreadable = 3;
 
 /// The calls that read and move windows. Tests put a stand-in here for several monitors and for
 /// calls that fail.
@@ -30,14 +27,10 @@ class WindowCalls {
 };
 
 /// Moves the target window to the centre of the work area of the monitor on which the reference
-/// window lies; it is neither resized nor activated. The handles are numbers whose low 32 bits
-/// count.
-///
-/// Returns the exit code of `--position-window`: 0 moved, 2 the target is no window, 3 monitor or
-/// window could not be read, 4 the move failed.
-int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle);
+/// window lies; it is neither resized nor activated. Returns the exit code (PositionWindowCode).
+int PositionWindow(const PositionWindowCommand& command);
 
 /// The same through `calls`.
-int PositionWindow(std::uint64_t target_handle, std::uint64_t reference_handle, WindowCalls& calls);
+int PositionWindow(const PositionWindowCommand& command, WindowCalls& calls);
 
 }  // namespace kestrune

@@ -2,14 +2,17 @@
 
 #include "common/file_win32.h"
 #include "common/path.h"
+#include "common/product_files.h"
 #include "install/deploy/package_directories.h"
 
 namespace kestrune {
 namespace {
 
 bool IsPackage(const std::wstring& directory) {
-  return QueryFileKind(JoinPath(directory, L"Script\\Kestrune.pas")) != FileKind::Absent &&
-         QueryFileKind(JoinPath(directory, L"Runtime\\Bridge.OutJob")) != FileKind::Absent;
+  return QueryFileKind(JoinPath({directory, kPackageScriptFolder, kScriptFile})) !=
+             FileKind::Absent &&
+         QueryFileKind(JoinPath({directory, kPackageRuntimeFolder, kBridgeOutJob})) !=
+             FileKind::Absent;
 }
 
 }  // namespace

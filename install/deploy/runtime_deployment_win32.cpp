@@ -5,18 +5,29 @@
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
 #include "common/path.h"
+#include "common/product_files.h"
 #include "install/deploy/file_installation_win32.h"
 #include "install/deploy/runtime_script_win32.h"
 
 namespace kestrune {
 namespace {
 
+/// Where the package has a file of the runtime.
+struct PackageFile {
+  std::wstring_view folder;
+  std::wstring_view name;
+};
+
 /// The package's files that are copied as they are, in the order of their installation.
-constexpr std::array<const wchar_t*, 7> kPackageFiles = {
-    L"Script\\Kestrune.PrjScr",          L"Script\\Kestrune_WaitForm.pas",
-    L"Script\\Kestrune_WaitForm.dfm",    L"Runtime\\Bridge.OutJob",
-    L"Assets\\odbpp-toolbar-legacy.bmp", L"Assets\\odbpp-toolbar-activebar.png",
-    L"Assets\\odbpp-toolbar-ad26-16.png"};
+constexpr std::array<PackageFile, 7> kPackageFiles = {{
+    {kPackageScriptFolder, kScriptProjectFile},
+    {kPackageScriptFolder, kWaitFormUnitFile},
+    {kPackageScriptFolder, kWaitFormFile},
+    {kPackageRuntimeFolder, kBridgeOutJob},
+    {kPackageAssetsFolder, kLegacyImageFile},
+    {kPackageAssetsFolder, kActiveBarImageFile},
+    {kPackageAssetsFolder, kFlatImageFile},
+}};
 
 bool DeployFile(const std::wstring& source, const std::wstring& target, std::wstring& message) {
   if (QueryFileKind(source) != FileKind::RegularFile) {
@@ -45,11 +56,12 @@ bool DeployRuntime(const std::wstring& package, const std::wstring& program,
     message = L"Cannot create the Bridge runtime directory.";
     return false;
   }
-  if (!DeployFile(program, JoinPath(runtime, L"Kestrune.exe"), message)) {
+  if (!DeployFile(program, JoinPath(runtime, kProgramFile), message)) {
     return false;
   }
-  for (const wchar_t* file : kPackageFiles) {
-    if (!DeployFile(JoinPath(package, file), JoinPath(runtime, FileName(file)), message)) {
+  for (const PackageFile& file : kPackageFiles) {
+    if (!DeployFile(JoinPath({package, file.folder, file.name}), JoinPath(runtime, file.name),
+                    message)) {
       return false;
     }
   }

@@ -9,6 +9,7 @@
 #include "common/known_folders_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
+#include "common/product_files.h"
 #include "common/text_win32.h"
 #include "install/deploy/file_installation_win32.h"
 #include "install/deploy/package_timestamp_win32.h"
@@ -53,8 +54,8 @@ bool TakePackageTime(const std::wstring& script, const std::wstring& incoming) {
 
 bool GenerateRuntimeScript(const std::wstring& package, const std::wstring& runtime,
                            std::wstring& message) {
-  const std::wstring script = JoinPath(package, L"Script\\Kestrune.pas");
-  const std::wstring target = JoinPath(runtime, L"Kestrune.pas");
+  const std::wstring script = JoinPath({package, kPackageScriptFolder, kScriptFile});
+  const std::wstring target = JoinPath(runtime, kScriptFile);
   const InstallVerdict verdict = DecideInstall(script, target, message);
   if (verdict == InstallVerdict::UpToDate || verdict == InstallVerdict::Refused) {
     return verdict == InstallVerdict::UpToDate;

@@ -58,13 +58,14 @@ struct Laws {
             command.expected_path == arguments[2] && command.report_path == arguments[3] &&
             command.result_path == arguments[4]);
   }
-  void operator()(const FinalizeAutoCommand& command) const {
+  void operator()(const FinalizeCommand& command) const {
+    if (command.native_zip) {
+      Require(arguments.size() == 4 && arguments[1] == L"--finalize" && !command.space &&
+              command.native_zip == arguments[2] && command.source_pcb == arguments[3]);
+      return;
+    }
     Require(arguments[1] == L"--finalize-auto" && command.source_pcb == arguments[2]);
     Require(!command.space || (arguments.size() == 4 && *command.space > 0));
-  }
-  void operator()(const FinalizeCommand& command) const {
-    Require(arguments.size() == 4 && arguments[1] == L"--finalize" &&
-            command.native_zip == arguments[2] && command.source_pcb == arguments[3]);
   }
 };
 

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "common/file_win32.h"
-#include "common/message_box_win32.h"
+#include "common/desktop_win32.h"
 #include "common/text.h"
 
 namespace {
@@ -63,7 +63,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
     return 97;
   }
   if (line.find(L" --quiet") == std::wstring::npos) {
-    kestrune::ShowMessage(
+    kestrune::Desktop().ShowMessage(
         L"Report of the stand-in: " + std::to_wstring(code),
         code == 0 ? kestrune::MessageIcon::Information : kestrune::MessageIcon::Warning);
   }

@@ -10,6 +10,7 @@ TEST(Path, JoinsWithOneSeparator) {
   EXPECT_EQ(JoinPath(L"C:\\", L"b"), L"C:\\b");
   EXPECT_EQ(JoinPath(L"C:/a/", L"b"), L"C:/a/b");
   EXPECT_EQ(JoinPath(L"", L"b"), L"b");
+  EXPECT_EQ(JoinPath({L"C:\\", L"a\\", L"b", L"c"}), L"C:\\a\\b\\c");
 }
 
 TEST(Path, TakesTheLastComponentAsFileName) {

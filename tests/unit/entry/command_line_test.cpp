@@ -125,14 +125,18 @@ TEST(CommandLine, FinalizeTakesTwoArguments) {
   const auto finalize = std::get<FinalizeCommand>(Parse({L"--finalize", L"z", L"b"}));
   EXPECT_EQ(finalize.native_zip, L"z");
   EXPECT_EQ(finalize.source_pcb, L"b");
+  EXPECT_FALSE(finalize.space.has_value());
 }
 
 TEST(CommandLine, FinalizeAutoTakesASpaceOnlyWhenTheWholeArgumentIsAPositiveNumber) {
   EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--finalize-auto"})));
   EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--finalize-auto", L"D", L"1", L"2"})));
-  EXPECT_FALSE(std::get<FinalizeAutoCommand>(Parse({L"--finalize-auto", L"D"})).space.has_value());
+  const auto automatic = std::get<FinalizeCommand>(Parse({L"--finalize-auto", L"D"}));
+  EXPECT_FALSE(automatic.native_zip.has_value());
+  EXPECT_EQ(automatic.source_pcb, L"D");
+  EXPECT_FALSE(automatic.space.has_value());
   const auto space = [](const wchar_t* text) {
-    return std::get<FinalizeAutoCommand>(Parse({L"--finalize-auto", L"D", text})).space;
+    return std::get<FinalizeCommand>(Parse({L"--finalize-auto", L"D", text})).space;
   };
   EXPECT_EQ(space(L"50000"), 50000);
   EXPECT_EQ(space(L" +7"), 7);

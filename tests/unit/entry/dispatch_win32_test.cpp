@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "common/path.h"
+#include "common/failure.h"
 #include "tests/support/export_fixture_win32.h"
 
 namespace kestrune {
@@ -16,60 +16,50 @@ using testing::IsEmpty;
 
 using Box = std::pair<std::wstring, MessageIcon>;
 
-/// Modes that only note what they are asked for.
-class NotedCalls : public ModeCalls {
+/// A desktop that notes its boxes, and has no memory for them when asked so.
+class NotedBoxes final : public Desktop {
  public:
-  InstallerResult Install(const InstallerOptions&) override { return result; }
-  int Position(std::uint64_t target, std::uint64_t reference) override {
-    return static_cast<int>(target * 10 + reference);
-  }
-  int Prepare(const PrepareCommand&) override { return prepare_code; }
-  int WaitNative(const WaitNativeCommand&) override { return 77; }
-  int Finalize(const std::wstring& native_zip, const std::wstring&,
-               std::optional<std::int64_t> space) override {
-    finalized = native_zip;
-    finalized_space = space;
-    return 78;
-  }
-  bool FindTemporaryRoot(std::wstring& root) override {
-    root = L"C:\\root";
-    return root_is_known;
-  }
-  void Show(const std::wstring& text, MessageIcon icon) override { boxes.emplace_back(text, icon); }
-
-  InstallerResult result;
-  int prepare_code = 0;
-  bool root_is_known = true;
-  std::wstring finalized;
-  std::optional<std::int64_t> finalized_space;
-  std::vector<Box> boxes;
-};
-
-/// Modes that fail as nothing expects them to; the boxes too when asked so.
-class FailingCalls final : public NotedCalls {
- public:
-  InstallerResult Install(const InstallerOptions&) override { throw std::bad_alloc(); }
-  int Position(std::uint64_t, std::uint64_t) override { throw std::bad_alloc(); }
-  int Prepare(const PrepareCommand&) override { throw std::bad_alloc(); }
-  int WaitNative(const WaitNativeCommand&) override { throw std::bad_alloc(); }
-  int Finalize(const std::wstring&, const std::wstring&, std::optional<std::int64_t>) override {
-    throw std::bad_alloc();
-  }
-  void Show(const std::wstring& text, MessageIcon icon) override {
+  void ShowMessage(const std::wstring& text, MessageIcon icon) override {
     if (boxes_fail) {
       throw std::bad_alloc();
     }
-    NotedCalls::Show(text, icon);
+    boxes.emplace_back(text, icon);
   }
 
+  std::vector<Box> boxes;
   bool boxes_fail = false;
 };
 
+/// The modes with one replaced.
+template <class C>
+Modes Replaced(int (*run)(const C& command, Desktop& desktop)) {
+  Modes modes = kModes;
+  std::get<Mode<C>>(modes).run = run;
+  return modes;
+}
+
+/// Every mode throws.
+template <class Thrown>
+Modes ThrowingModes() {
+  Modes modes = kModes;
+  std::apply(
+      [](auto&... mode) {
+        const auto replace = []<class C>(Mode<C>& one) {
+          one.run = [](const C&, Desktop&) -> int { throw Thrown(); };
+        };
+        (replace(mode), ...);
+      },
+      modes);
+  return modes;
+}
+
 class LastResortTest : public ExportTest {
  protected:
-  int Run(const Command& command) { return RunCommand(command, calls_); }
+  int Run(const Command& command) {
+    return RunCommand(command, ThrowingModes<std::bad_alloc>(), desktop_);
+  }
   void ExpectUnhandledFailureIsLogged() const {
-    EXPECT_THAT(Log(), ElementsAre("Stage: Unhandled failure"));
+    EXPECT_THAT(Log(), ElementsAre("Stage: Unhandled failure | Error=std::bad_alloc"));
   }
   Box FinalizeBox() const {
     return {L"ODB++ export finalization failed.\nStage: Copying native output\nSee log: " +
@@ -77,7 +67,7 @@ class LastResortTest : public ExportTest {
             MessageIcon::Error};
   }
 
-  FailingCalls calls_;
+  NotedBoxes desktop_;
 };
 
 TEST_F(LastResortTest, AFailedPreparationPublishesAnErrorAndEndsWithFour) {
@@ -104,32 +94,26 @@ TEST_F(LastResortTest, AFailedWaitLeavesAResultAndEndsWithFive) {
 }
 
 TEST_F(LastResortTest, AFailedFinalizationShowsWhereTheLogIsAndEndsWithFour) {
-  EXPECT_EQ(Run(FinalizeCommand{L"a", L"b"}), 4);
-  EXPECT_THAT(calls_.boxes, ElementsAre(FinalizeBox()));
-  ExpectUnhandledFailureIsLogged();
-}
-
-TEST_F(LastResortTest, AFailedAutomaticFinalizationDoesTheSame) {
-  EXPECT_EQ(Run(FinalizeAutoCommand{L"a", std::nullopt}), 4);
-  EXPECT_THAT(calls_.boxes, ElementsAre(FinalizeBox()));
+  EXPECT_EQ(Run(FinalizeCommand{L"a", L"b", std::nullopt}), 4);
+  EXPECT_THAT(desktop_.boxes, ElementsAre(FinalizeBox()));
   ExpectUnhandledFailureIsLogged();
 }
 
 TEST_F(LastResortTest, AFailedPositioningEndsSilentlyWithThree) {
   EXPECT_EQ(Run(PositionWindowCommand{1, 2}), 3);
-  EXPECT_THAT(calls_.boxes, IsEmpty());
+  EXPECT_THAT(desktop_.boxes, IsEmpty());
   ExpectUnhandledFailureIsLogged();
 }
 
 TEST_F(LastResortTest, AFailedInstallerEndsWithFortyAndIsSilentWhenQuiet) {
   EXPECT_EQ(Run(InstallerOptions{}), 40);
-  EXPECT_THAT(calls_.boxes,
+  EXPECT_THAT(desktop_.boxes,
               ElementsAre(Box{L"The installer failed unexpectedly.", MessageIcon::Warning}));
-  calls_.boxes.clear();
+  desktop_.boxes.clear();
   InstallerOptions quiet;
   quiet.quiet = true;
   EXPECT_EQ(Run(quiet), 40);
-  EXPECT_THAT(calls_.boxes, IsEmpty());
+  EXPECT_THAT(desktop_.boxes, IsEmpty());
 }
 
 TEST_F(LastResortTest, AnUnexpectedInstallerFailureIsReported) {
@@ -141,51 +125,39 @@ TEST_F(LastResortTest, AnUnexpectedInstallerFailureIsReported) {
 }
 
 TEST_F(LastResortTest, WithoutRoomForABoxTheCodeIsLeft) {
-  calls_.boxes_fail = true;
-  EXPECT_EQ(Run(FinalizeCommand{L"a", L"b"}), 4);
-  EXPECT_EQ(Run(FinalizeAutoCommand{L"a", std::nullopt}), 4);
+  desktop_.boxes_fail = true;
+  EXPECT_EQ(Run(FinalizeCommand{L"a", L"b", std::nullopt}), 4);
   EXPECT_EQ(Run(InstallerOptions{}), 40);
   EXPECT_EQ(Run(UnknownCommand{}), 1);
   EXPECT_EQ(Run(InvalidInstallerCommand{}), 2);
 }
 
-using DispatchTest = ExportTest;
+struct ThrownFailure : Failure {
+  ThrownFailure() : Failure{L"copy", 5} {}
+};
 
-TEST_F(DispatchTest, AnUnknownTemporaryRootEndsTheAutomaticFinalizationSilentlyWithTwo) {
-  NotedCalls calls;
-  calls.root_is_known = false;
-  EXPECT_EQ(RunCommand(FinalizeAutoCommand{L"a", std::nullopt}, calls), 2);
-  EXPECT_EQ(calls.finalized, L"");
-  EXPECT_THAT(calls.boxes, IsEmpty());
-  EXPECT_THAT(Log(), IsEmpty());
+TEST_F(LastResortTest, TheLogSaysWhatWasThrown) {
+  EXPECT_EQ(RunCommand(PositionWindowCommand{}, ThrowingModes<ThrownFailure>(), desktop_), 3);
+  EXPECT_EQ(RunCommand(PositionWindowCommand{}, ThrowingModes<int>(), desktop_), 3);
+  EXPECT_THAT(Log(), ElementsAre("Stage: Unhandled failure | Error=copy GetLastError=5",
+                                 "Stage: Unhandled failure | Error=unknown"));
 }
 
-TEST_F(DispatchTest, TheAutomaticFinalizationTakesTheHostsArchiveAndTheSpacing) {
-  NotedCalls calls;
-  EXPECT_EQ(RunCommand(FinalizeAutoCommand{L"a", 12}, calls), 78);
-  EXPECT_EQ(calls.finalized, L"C:\\root\\Project Outputs for Bridge\\ODB\\Bridge.zip");
-  EXPECT_EQ(calls.finalized_space, 12);
+using DispatchTest = ExportTest;
+
+int PositionOf(const PositionWindowCommand& command, Desktop&) {
+  return static_cast<int>(command.target * 10 + command.reference);
 }
 
 TEST_F(DispatchTest, ACommandLineIsSplitReadAndCarriedOut) {
-  NotedCalls calls;
-  EXPECT_EQ(RunCommandLine(L"\"C:\\a b\\Kestrune.exe\" --position-window 4 2", calls), 42);
-  EXPECT_EQ(RunCommandLine(L"Kestrune.exe --finalize \"C:\\a b.zip\" board", calls), 78);
-  EXPECT_EQ(calls.finalized, L"C:\\a b.zip");
-  EXPECT_EQ(calls.finalized_space, std::nullopt);
-}
-
-TEST_F(DispatchTest, TheInstallersReportIsShownUnlessQuiet) {
-  NotedCalls calls;
-  calls.result = {30, L"report"};
-  EXPECT_EQ(RunCommand(InstallerOptions{}, calls), 30);
-  calls.result.code = 0;
-  EXPECT_EQ(RunCommand(InstallerOptions{}, calls), 0);
-  InstallerOptions quiet;
-  quiet.quiet = true;
-  EXPECT_EQ(RunCommand(quiet, calls), 0);
-  EXPECT_THAT(calls.boxes, ElementsAre(Box{L"report", MessageIcon::Warning},
-                                       Box{L"report", MessageIcon::Information}));
+  NotedBoxes desktop;
+  const auto command = ReadCommandLine(L"\"C:\\a b\\Kestrune.exe\" --position-window 4 2");
+  ASSERT_TRUE(command.has_value());
+  EXPECT_EQ(RunCommand(*command, Replaced(PositionOf), desktop), 42);
+  const auto finalize =
+      ReadCommandLine(L"Kestrune.exe --finalize \"C:\\a b.zip\" board").value_or(UnknownCommand{});
+  ASSERT_TRUE(std::holds_alternative<FinalizeCommand>(finalize));
+  EXPECT_EQ(std::get<FinalizeCommand>(finalize).native_zip, L"C:\\a b.zip");
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 #include "common/path.h"
 #include "common/text.h"
 #include "entry/dispatch_win32.h"
-#include "export/deliver/finalize_win32.h"
 #include "install/installer_win32.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/install_fixture_win32.h"
@@ -23,18 +22,19 @@
 namespace kestrune {
 namespace {
 
-/// Real modes whose boxes nobody has to close. The program that is deployed is Kestrune.exe.
-class UnattendedCalls final : public ModeCalls {
+/// The program's modes, but the program that is deployed is Kestrune.exe.
+Modes ModesUnderTest() {
+  Modes modes = kModes;
+  std::get<Mode<InstallerOptions>>(modes).run = [](const InstallerOptions& options, Desktop&) {
+    return static_cast<int>(RunInstallerCommand(options, KestrunePath()).code);
+  };
+  return modes;
+}
+
+/// A desktop whose boxes need nobody to close them.
+class UnattendedDesktop final : public Desktop {
  public:
-  InstallerResult Install(const InstallerOptions& options) override {
-    return RunInstallerCommand(options, KestrunePath());
-  }
-  int Finalize(const std::wstring& native_zip, const std::wstring& source_pcb,
-               std::optional<std::int64_t> space) override {
-    FolderCalls folders;
-    return FinalizeQuietly(native_zip, source_pcb, space, folders).code;
-  }
-  void Show(const std::wstring&, MessageIcon) override {}
+  void ShowMessage(const std::wstring&, MessageIcon) override {}
 };
 
 /// Repeats `round` and compares what is held after the first rounds, in which the system's own
@@ -82,7 +82,7 @@ class RepeatedModes : public ExportTest {
     PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
   }
 
-  int Run(const Command& command) { return RunCommand(command, calls_); }
+  int Run(const Command& command) { return RunCommand(command, modes_, desktop_); }
 
   void PutArchive() const { PutFile(folders_.native_zip, "PK\3\4archive"); }
 
@@ -100,7 +100,8 @@ class RepeatedModes : public ExportTest {
     }
   }
 
-  UnattendedCalls calls_;
+  Modes modes_ = ModesUnderTest();
+  UnattendedDesktop desktop_;
   std::wstring board_;
 };
 
@@ -148,14 +149,14 @@ TEST_F(RepeatedModes, WaitingForTheArchive) {
 TEST_F(RepeatedModes, DeliveringToTheClipboard) {
   PutArchive();
   Settings(L"[Export]\nDirectory=" + Scratch(L"") + L"\n");
-  ExpectNothingLeaks([&] { EXPECT_EQ(Run(FinalizeAutoCommand{board_, 80'000}), 0); });
+  ExpectNothingLeaks([&] { EXPECT_EQ(Run(FinalizeCommand{std::nullopt, board_, 80'000}), 0); });
 }
 
 TEST_F(RepeatedModes, DeliveringToANewApplication) {
   PutArchive();
   ConfigureApplication(L"Arguments=x \"%ODBPP%\"");
   ExpectNothingLeaks([&] {
-    EXPECT_EQ(Run(FinalizeAutoCommand{board_, std::nullopt}), 0);
+    EXPECT_EQ(Run(FinalizeCommand{std::nullopt, board_, std::nullopt}), 0);
     AwaitRecord();
   });
 }
@@ -167,7 +168,7 @@ TEST_F(RepeatedModes, DeliveringToARunningApplication) {
   ASSERT_TRUE(static_cast<bool>(slot));
   ConfigureApplication(L"Arguments=x\nMailslotName=" + name);
   ExpectNothingLeaks([&] {
-    EXPECT_EQ(Run(FinalizeCommand{folders_.native_zip, board_}), 0);
+    EXPECT_EQ(Run(FinalizeCommand{folders_.native_zip, board_, std::nullopt}), 0);
     char message[4096] = {};
     DWORD read = 0;
     EXPECT_TRUE(ReadFile(slot.Get(), message, sizeof(message), &read, nullptr) && read > 0);
@@ -178,10 +179,10 @@ TEST_F(RepeatedModes, DeliveringThatFails) {
   const std::wstring destination = JoinPath(folders_.default_export, L"Main.zip");
   PutFile(destination, "old");
   ExpectNothingLeaks([&] {
-    EXPECT_EQ(Run(FinalizeCommand{L"C:\\gone\\Bridge.zip", board_}), 4);
+    EXPECT_EQ(Run(FinalizeCommand{L"C:\\gone\\Bridge.zip", board_, std::nullopt}), 4);
     PutArchive();
     const FileHandle held = HoldOpen(destination, GENERIC_READ, 0);
-    EXPECT_EQ(Run(FinalizeAutoCommand{board_, std::nullopt}), 4);
+    EXPECT_EQ(Run(FinalizeCommand{std::nullopt, board_, std::nullopt}), 4);
   });
 }
 
@@ -203,10 +204,11 @@ class RepeatedInstaller : public InstallTest {
     options.command = command;
     options.package = package_;
     options.quiet = true;
-    return RunCommand(options, calls_);
+    return RunCommand(options, modes_, desktop_);
   }
 
-  UnattendedCalls calls_;
+  Modes modes_ = ModesUnderTest();
+  UnattendedDesktop desktop_;
 };
 
 TEST_F(RepeatedInstaller, InstallingUpdatingAndRemoving) {

@@ -85,10 +85,19 @@ TEST_F(FinalizeTest, CopiesToTheDefaultDirectoryAndTheClipboard) {
 
 TEST_F(FinalizeTest, WithoutLocalApplicationDataItTellsSoAndEndsWithTwo) {
   UnknownFolders folders;
-  const FinalizeOutcome outcome = FinalizeQuietly(native_, L"Main.PcbDoc", std::nullopt, folders);
+  const FinalizeOutcome outcome = FinalizeQuietly({native_, L"Main.PcbDoc", {}}, folders);
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.icon, MessageIcon::Error);
   EXPECT_EQ(outcome.message, L"Cannot determine the current Windows user profile directory.");
+}
+
+TEST_F(FinalizeTest, WithoutPublicDocumentsTheHostsArchiveEndsSilentlyWithTwo) {
+  UnknownFolders folders;
+  folders.listed_profile = Scratch(L"profile");
+  const FinalizeOutcome outcome = FinalizeQuietly({std::nullopt, L"Main.PcbDoc", {}}, folders);
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.message, L"");
+  EXPECT_TRUE(Log().empty());
 }
 
 TEST_F(FinalizeTest, AnotherExportOfTheBoardReplacesTheArchive) {

@@ -37,7 +37,7 @@ class PreparationTest : public ExportTest {
     }
   }
 
-  int Prepare() { return PrepareTemporaryProject(board_, list_, manifest_); }
+  int Prepare() { return PrepareTemporaryProject({board_, list_, manifest_, {}}); }
 
   std::wstring Temporary(std::wstring_view name) const {
     return JoinPath(folders_.temporary, name);
@@ -147,14 +147,14 @@ TEST_F(PreparationTest, ATemporaryRootThatSomebodyHasOpenForAMomentIsMadeAgain) 
 
 TEST_F(PreparationTest, WithoutLocalApplicationDataItEndsSilentlyWithTwo) {
   UnknownFolders folders;
-  EXPECT_EQ(PrepareTemporaryProject(board_, list_, manifest_, folders), 2);
+  EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders), 2);
   EXPECT_THAT(Log(), IsEmpty());
 }
 
 TEST_F(PreparationTest, WithoutPublicDocumentsItEndsSilentlyWithThree) {
   UnknownFolders folders;
   folders.listed_profile = L"C:\\profile";
-  EXPECT_EQ(PrepareTemporaryProject(board_, list_, manifest_, folders), 3);
+  EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders), 3);
   EXPECT_THAT(Log(), IsEmpty());
 }
 

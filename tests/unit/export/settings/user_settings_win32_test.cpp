@@ -4,6 +4,7 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
+#include "common/product_files.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/shell_folder_override_win32.h"
 #include "tests/support/unix_link_win32.h"
@@ -143,14 +144,14 @@ TEST_F(UserSettingsTest, TheUsersFileHidesTheCommonOne) {
 TEST_F(UserSettingsTest, AFolderNamedLikeTheUsersFileHidesTheCommonOneAndCountsAsNoFile) {
   PutFile(folders_.common_settings, "[Target]\r\nEnabled=1\r\n");
   ASSERT_TRUE(CreateDirectories(folders_.settings));
-  EXPECT_EQ(ResolveSettingsPath(kSettingsFolder), folders_.settings);
+  EXPECT_EQ(ResolveSettingsPath(kProductFolder), folders_.settings);
   EXPECT_FALSE(LoadWithoutFile().enabled);
 }
 
 TEST_F(UserSettingsTest, WithoutALocalFolderNothingElseIsAsked) {
   PutFile(folders_.common_settings, "[Target]\r\nEnabled=1\r\n");
   const ShellFolderOverride local(HKEY_CURRENT_USER, L"Local AppData", L"C:\\kestrune-nowhere");
-  if (!ResolveSettingsPath(kSettingsFolder).empty()) {
+  if (!ResolveSettingsPath(kProductFolder).empty()) {
     GTEST_SKIP() << "this shell keeps its own copy of the folder's path";
   }
   UserSettings settings;
@@ -165,10 +166,10 @@ TEST_F(UserSettingsTest, WithoutALocalFolderNothingElseIsAsked) {
 
 TEST_F(UserSettingsTest, WithoutACommonFolderTheLocalPathStandsWhetherOrNotAFileIsThere) {
   const ShellFolderOverride common(HKEY_LOCAL_MACHINE, L"Common AppData", L"C:\\kestrune-nowhere");
-  if (ResolveSettingsPath(kSettingsFolder) == folders_.common_settings) {
+  if (ResolveSettingsPath(kProductFolder) == folders_.common_settings) {
     GTEST_SKIP() << "this shell keeps its own copy of the folder's path";
   }
-  EXPECT_EQ(ResolveSettingsPath(kSettingsFolder), folders_.settings);
+  EXPECT_EQ(ResolveSettingsPath(kProductFolder), folders_.settings);
   EXPECT_FALSE(LoadWithoutFile().enabled);
   EXPECT_TRUE(Load(L"[Target]\nEnabled=1\n").enabled);
 }

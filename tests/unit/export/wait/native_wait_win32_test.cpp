@@ -18,7 +18,7 @@ class NativeWaitTest : public ExportTest {
     report_ = Scratch(L"Bridge.REP");
     result_ = Scratch(L"wait.txt");
   }
-  int Wait() { return WaitForNativeOutput(zip_, report_, result_); }
+  int Wait() { return WaitForNativeOutput({zip_, report_, result_}); }
 
   std::string Waiting() const {
     return "Stage: Waiting for native output | Expected=" + Utf8FromWide(zip_) +

@@ -55,7 +55,7 @@ void ExpectCentred(const TestWindow& window, LONG width, LONG height, const RECT
 TEST(PositionWindow, CentresTheTargetOnTheReferencesMonitor) {
   const TestWindow target(3, 5, 301, 200);
   const TestWindow reference(50, 60, 400, 300);
-  EXPECT_EQ(PositionWindow(target.Number(), reference.Number()), 0);
+  EXPECT_EQ(PositionWindow({target.Number(), reference.Number()}), 0);
   ExpectCentred(target, 301, 200, WorkArea(reference.Handle()));
 }
 
@@ -65,21 +65,21 @@ TEST(PositionWindow, WithoutReferenceItUsesTheForegroundOrItself) {
   closed.Close();
   for (const std::uint64_t reference : {std::uint64_t{0}, closed_number}) {
     const TestWindow target(3, 5, 300, 200);
-    EXPECT_EQ(PositionWindow(target.Number(), reference), 0);
+    EXPECT_EQ(PositionWindow({target.Number(), reference}), 0);
     ExpectCentred(target, 300, 200, WorkArea(target.Handle()));
   }
 }
 
 TEST(PositionWindow, OnlyTheLow32BitsOfAHandleCount) {
   const TestWindow target(3, 5, 300, 200);
-  EXPECT_EQ(PositionWindow(target.Number() | 0xFFFFFFFF00000000U, 0), 0);
+  EXPECT_EQ(PositionWindow({target.Number() | 0xFFFFFFFF00000000U, 0}), 0);
   ExpectCentred(target, 300, 200, WorkArea(target.Handle()));
 }
 
 TEST(PositionWindow, AWindowLargerThanTheWorkAreaGoesToItsCorner) {
   const RECT area = WorkArea(nullptr);
   const TestWindow target(100, 100, area.right - area.left + 50, area.bottom - area.top + 50);
-  EXPECT_EQ(PositionWindow(target.Number(), 0), 0);
+  EXPECT_EQ(PositionWindow({target.Number(), 0}), 0);
   EXPECT_EQ(target.Place().left, area.left);
   EXPECT_EQ(target.Place().top, area.top);
 }
@@ -88,14 +88,14 @@ TEST(PositionWindow, AReferenceOutsideEveryMonitorMeansThePrimaryOne) {
   const TestWindow reference(-30000, -30000, 400, 300);
   ASSERT_EQ(MonitorFromWindow(reference.Handle(), MONITOR_DEFAULTTONULL), nullptr);
   const TestWindow target(3, 5, 300, 200);
-  EXPECT_EQ(PositionWindow(target.Number(), reference.Number()), 0);
+  EXPECT_EQ(PositionWindow({target.Number(), reference.Number()}), 0);
   ExpectCentred(target, 300, 200, WorkArea(reference.Handle()));
 }
 
 TEST(PositionWindow, DoesNotShowOrActivate) {
   const TestWindow target(3, 5, 300, 200);
   const HWND foreground = GetForegroundWindow();
-  EXPECT_EQ(PositionWindow(target.Number(), 0), 0);
+  EXPECT_EQ(PositionWindow({target.Number(), 0}), 0);
   EXPECT_FALSE(IsWindowVisible(target.Handle()));
   EXPECT_EQ(GetForegroundWindow(), foreground);
 }
@@ -105,9 +105,9 @@ TEST(PositionWindow, ATargetThatIsNoWindowEndsWithTwo) {
   const TestWindow reference(50, 60, 400, 300);
   const std::uint64_t number = closed.Number();
   closed.Close();
-  EXPECT_EQ(PositionWindow(number, reference.Number()), 2);
-  EXPECT_EQ(PositionWindow(0, reference.Number()), 2);
-  EXPECT_EQ(PositionWindow(0, 0), 2);
+  EXPECT_EQ(PositionWindow({number, reference.Number()}), 2);
+  EXPECT_EQ(PositionWindow({0, reference.Number()}), 2);
+  EXPECT_EQ(PositionWindow({0, 0}), 2);
 }
 
 /// Two monitors: number 1 holds the target (window 1), number 2 the reference (window 2) and has
@@ -161,7 +161,7 @@ class ScriptedWindows final : public WindowCalls {
 
 TEST(PositionWindow, MovesOnceIntoTheWorkAreaOfTheReferencesMonitor) {
   ScriptedWindows windows;
-  EXPECT_EQ(PositionWindow(1, 2, windows), 0);
+  EXPECT_EQ(PositionWindow({1, 2}, windows), 0);
   ASSERT_EQ(windows.moves.size(), 1U);
   const ScriptedWindows::Moved& move = windows.moves.front();
   EXPECT_EQ(move.window, ScriptedWindows::Window(1));
@@ -177,9 +177,9 @@ TEST(PositionWindow, MovesOnceIntoTheWorkAreaOfTheReferencesMonitor) {
 TEST(PositionWindow, TakesTheForegroundsMonitorAndThenTheTargetsOwn) {
   ScriptedWindows windows;
   windows.reference_exists = false;
-  EXPECT_EQ(PositionWindow(1, 2, windows), 0);
+  EXPECT_EQ(PositionWindow({1, 2}, windows), 0);
   windows.foreground = 0;
-  EXPECT_EQ(PositionWindow(1, 2, windows), 0);
+  EXPECT_EQ(PositionWindow({1, 2}, windows), 0);
   ASSERT_EQ(windows.moves.size(), 2U);
   EXPECT_EQ(windows.moves[0].x, 3100 + 300);
   EXPECT_EQ(windows.moves[1].x, 1100 + 300);
@@ -191,7 +191,7 @@ TEST(PositionWindow, WhatCannotBeReadEndsWithThreeAndMovesNothing) {
         &ScriptedWindows::window_reads}) {
     ScriptedWindows windows;
     windows.*answer = false;
-    EXPECT_EQ(PositionWindow(1, 2, windows), 3);
+    EXPECT_EQ(PositionWindow({1, 2}, windows), 3);
     EXPECT_TRUE(windows.moves.empty());
   }
 }
@@ -199,7 +199,7 @@ TEST(PositionWindow, WhatCannotBeReadEndsWithThreeAndMovesNothing) {
 TEST(PositionWindow, AWindowThatDoesNotMoveEndsWithFour) {
   ScriptedWindows windows;
   windows.window_moves = false;
-  EXPECT_EQ(PositionWindow(1, 2, windows), 4);
+  EXPECT_EQ(PositionWindow({1, 2}, windows), 4);
 }
 
 }  // namespace

@@ -1,10 +1,8 @@
-#include "common/message_box_win32.h"
-
-#include <windows.h>
+#include "common/desktop_win32.h"
 
 namespace kestrune {
 
-void ShowMessage(const std::wstring& text, MessageIcon icon) {
+void Desktop::ShowMessage(const std::wstring& text, MessageIcon icon) {
   MessageBoxW(nullptr, text.c_str(), L"Kestrune", static_cast<UINT>(icon));
 }
 

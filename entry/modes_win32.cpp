@@ -1,0 +1,83 @@
+#include "entry/modes_win32.h"
+
+#include "common/log_win32.h"
+#include "common/program_path_win32.h"
+#include "export/deliver/finalize_win32.h"
+#include "export/prepare/prepare_status_win32.h"
+#include "export/prepare/prepare_win32.h"
+#include "export/wait/native_wait_win32.h"
+#include "export/wait/window_position_win32.h"
+#include "install/installer_report_win32.h"
+#include "install/installer_win32.h"
+
+namespace kestrune {
+namespace {
+
+int RejectCommandLine(const UnknownCommand&, Desktop& desktop) {
+  desktop.ShowMessage(L"This helper is started by the Kestrune script.", MessageIcon::Information);
+  return kNotACommand;
+}
+
+int RejectInstallerLine(const InvalidInstallerCommand&, Desktop& desktop) {
+  desktop.ShowMessage(L"Invalid installer command line.", MessageIcon::Error);
+  return kInvalidInstallerLine;
+}
+
+/// Hands the result of an installer command to the report file and the box that were asked for.
+int ShowResult(const InstallerOptions& options, const InstallerResult& result, Desktop& desktop) {
+  WriteInstallerReport(options, result.message);
+  if (!options.quiet) {
+    desktop.ShowMessage(result.message, result.code == kInstallerDone ? MessageIcon::Information
+                                                                      : MessageIcon::Warning);
+  }
+  return result.code;
+}
+
+int RunInstaller(const InstallerOptions& options, Desktop& desktop) {
+  // Of a path that does not fit nothing is known; deploying from nowhere fails with its own text.
+  return ShowResult(options, RunInstallerCommand(options, ProgramPath()), desktop);
+}
+
+int ReportInstallerFailure(const InstallerOptions& options, Desktop& desktop) {
+  return ShowResult(options, {kInstallerFailed, L"The installer failed unexpectedly."}, desktop);
+}
+
+int RunPositionWindow(const PositionWindowCommand& command, Desktop&) {
+  return PositionWindow(command);
+}
+
+int RunPrepare(const PrepareCommand& command, Desktop&) {
+  return PublishPrepareStatus(command, PrepareTemporaryProject(command));
+}
+
+int ReportPrepareFailure(const PrepareCommand& command, Desktop&) {
+  return PublishPrepareStatus(command, kPrepareFailed);
+}
+
+int RunWaitNative(const WaitNativeCommand& command, Desktop&) {
+  return WaitForNativeOutput(command);
+}
+
+int ReportWaitFailure(const WaitNativeCommand& command, Desktop&) {
+  ReportNativeWaitFailure(command.result_path);
+  return kNativeWaitFailed;
+}
+
+int ReportFinalizeFailure(const FinalizeCommand&, Desktop& desktop) {
+  desktop.ShowMessage(FinalizeFailureMessage(), MessageIcon::Error);
+  return kFinalizeFailed;
+}
+
+}  // namespace
+
+constexpr Modes kModes = {
+    Mode<UnknownCommand>{RejectCommandLine, kNotACommand},
+    Mode<InvalidInstallerCommand>{RejectInstallerLine, kInvalidInstallerLine},
+    Mode<InstallerOptions>{RunInstaller, kInstallerFailed, ReportInstallerFailure},
+    Mode<PositionWindowCommand>{RunPositionWindow, kPositionUnreadable},
+    Mode<PrepareCommand>{RunPrepare, kPrepareFailed, ReportPrepareFailure},
+    Mode<WaitNativeCommand>{RunWaitNative, kNativeWaitFailed, ReportWaitFailure},
+    Mode<FinalizeCommand>{FinalizeExport, kFinalizeFailed, ReportFinalizeFailure},
+};
+
+}  // namespace kestrune
