@@ -7,8 +7,7 @@ add_executable(Kestrune WIN32 ${PROJECT_SOURCE_DIR}/entry/main_win32.cpp
 set_source_files_properties(${PROJECT_BINARY_DIR}/Kestrune.rc PROPERTIES OBJECT_DEPENDS
   "${PROJECT_BINARY_DIR}/Kestrune.manifest;${PROJECT_SOURCE_DIR}/cmake/Kestrune.ico")
 target_link_libraries(Kestrune PRIVATE kestrune_windows)
-set_target_properties(Kestrune PROPERTIES RUNTIME_OUTPUT_DIRECTORY
-  ${PROJECT_BINARY_DIR}$<$<BOOL:${MSVC}>:/$<0:>>)
+kestrune_place(Kestrune)
 if(MSVC)
   target_link_options(Kestrune PRIVATE /DYNAMICBASE /NXCOMPAT /MANIFEST:NO)
 else()

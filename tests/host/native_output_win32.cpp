@@ -40,8 +40,8 @@ bool ParseOutputManner(const std::wstring& name, OutputManner& manner) {
        {L"half", OutputManner::Half},
        {L"replace", OutputManner::Replaced},
        {L"hold", OutputManner::Held}}};
-  const auto* const found = std::find_if(kNames.begin(), kNames.end(),
-                                         [&](const auto& entry) { return entry.first == name; });
+  const auto found =
+      std::ranges::find(kNames, name, &std::pair<std::wstring_view, OutputManner>::first);
   if (found == kNames.end()) {
     return false;
   }

@@ -10,12 +10,20 @@
 namespace kestrune {
 namespace {
 
-constexpr wchar_t kDisk[] = L"Z:\\small-disk";
+/// More than any small disk has; a disk that takes it all is none.
+constexpr int kLargestDisk = 64 << 20;
+
+/// The disk of tools/wine, unless the environment names another: tests/windows/run.py mounts one.
+std::wstring Disk() {
+  wchar_t named[MAX_PATH] = {};
+  const DWORD length = GetEnvironmentVariableW(L"KESTRUNE_SMALL_DISK", named, MAX_PATH);
+  return length != 0 && length < MAX_PATH ? std::wstring(named, length) : L"Z:\\small-disk";
+}
 
 }  // namespace
 
 SmallDisk::SmallDisk() {
-  const std::wstring folder = JoinPath(kDisk, L"folder");
+  const std::wstring folder = JoinPath(Disk(), L"folder");
   if (CreateDirectoryW(folder.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS) {
     folder_ = folder;
   }
@@ -24,15 +32,15 @@ SmallDisk::SmallDisk() {
 SmallDisk::~SmallDisk() {
   if (!folder_.empty()) {
     static_cast<void>(RemoveTree(folder_));
-    DeleteFileW(JoinPath(kDisk, L"filler").c_str());
+    DeleteFileW(JoinPath(Disk(), L"filler").c_str());
   }
 }
 
 bool SmallDisk::Fill() const {
-  const FileHandle file(CreateFileW(JoinPath(kDisk, L"filler").c_str(), GENERIC_WRITE, 0, nullptr,
+  const FileHandle file(CreateFileW(JoinPath(Disk(), L"filler").c_str(), GENERIC_WRITE, 0, nullptr,
                                     CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   const std::string block(4096, 'x');
-  for (int i = 0; file && i < 1024; ++i) {
+  for (int i = 0; file && i < kLargestDisk / 4096; ++i) {
     if (!WriteAll(file.Get(), block)) {
       return GetLastError() == ERROR_DISK_FULL;
     }

@@ -6,7 +6,8 @@
 
 namespace kestrune {
 
-/// The one-mebibyte disk that tools/wine mounts; empty again at the end of the scope.
+/// The small disk that tools/wine mounts (on Windows tests/windows/run.py, which names it in
+/// KESTRUNE_SMALL_DISK); empty again at the end of the scope.
 class SmallDisk {
  public:
   SmallDisk();
@@ -29,4 +30,4 @@ class SmallDisk {
 /// Skips the test where there is no such disk.
 #define KESTRUNE_NEEDS_SMALL_DISK(disk) \
   if ((disk).Folder().empty())          \
-  GTEST_SKIP() << "needs the small disk that tools/wine mounts in its own Wine root only"
+  GTEST_SKIP() << "needs the small disk of tools/wine or tests/windows/run.py"

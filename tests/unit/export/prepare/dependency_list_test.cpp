@@ -81,7 +81,7 @@ TEST(DependencyList, HalfAMarkIsNoMark) {
 
 TEST(DependencyList, SameAsciiListReadsTheSameInEveryEncoding) {
   const std::wstring text = L"C:\\a\\One.PcbDoc\r\nD:\\Two.PcbDoc\r\n";
-  const std::string ascii(text.begin(), text.end());
+  const std::string ascii = "C:\\a\\One.PcbDoc\r\nD:\\Two.PcbDoc\r\n";
   EXPECT_EQ(Parse(ascii), Parse(Utf16(text)));
   EXPECT_EQ(Parse(ascii), Parse("\xEF\xBB\xBF" + ascii));
 }

@@ -1,0 +1,83 @@
+// Junctions, which every user of a real Windows can make and Wine cannot.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "common/file_win32.h"
+#include "common/path.h"
+#include "tests/support/prepare_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+using ::testing::ElementsAre;
+
+class JunctionTest : public PrepareTest {
+ protected:
+  void SetUp() override {
+    PrepareTest::SetUp();
+    if (!IsSkipped() && RunsUnderWine()) {
+      GTEST_SKIP() << "Wine makes no junctions";
+    }
+  }
+
+  /// A folder with one file that must survive everything.
+  std::wstring Victim() const {
+    std::wstring folder = Scratch(L"victim");
+    PutFile(JoinPath(folder, L"precious.txt"), "precious");
+    return folder;
+  }
+
+  void ExpectUntouched(const std::wstring& victim) const {
+    EXPECT_THAT(NamesIn(victim), ElementsAre(L"precious.txt"));
+    EXPECT_EQ(FileBytes(JoinPath(victim, L"precious.txt")), "precious");
+  }
+};
+
+/// Makes `link` a junction to the folder `target`, as every user may.
+void MakeJunction(const std::wstring& link, const std::wstring& target) {
+  wchar_t system[MAX_PATH] = {};
+  ASSERT_NE(GetSystemDirectoryW(system, MAX_PATH), 0U);
+  ProgramRun run(JoinPath(system, L"cmd.exe"),
+                 L"/d /s /c \"mklink /J " + Quoted(link) + L" " + Quoted(target) + L"\"");
+  ASSERT_TRUE(run.Started());
+  ASSERT_EQ(run.WaitForExit(30'000), 0);
+  const DWORD attributes = GetFileAttributesW(link.c_str());
+  ASSERT_NE(attributes, INVALID_FILE_ATTRIBUTES);
+  ASSERT_NE(attributes & FILE_ATTRIBUTE_REPARSE_POINT, 0U);
+}
+
+TEST_F(JunctionTest, OneInTheTemporaryRootLeavesItsTarget) {
+  const std::wstring victim = Victim();
+  PutFile(InTemporary(L"old.txt"), "old");
+  ASSERT_NO_FATAL_FAILURE(MakeJunction(InTemporary(L"link"), victim));
+  EXPECT_TRUE(EndsSilentlyWith(0, Prepare()));
+  EXPECT_FALSE(Exists(InTemporary(L"link")));
+  ExpectUntouched(victim);
+}
+
+TEST_F(JunctionTest, OneAsTheTemporaryRootLeavesItsTarget) {
+  const std::wstring victim = Victim();
+  const std::wstring parent(ParentPath(folders_.temporary));
+  ASSERT_TRUE(CreateDirectories(parent));
+  ASSERT_NO_FATAL_FAILURE(MakeJunction(folders_.temporary, victim));
+  Prepare();
+  ExpectUntouched(victim);
+  // Of whatever became of it, only the link itself goes.
+  if ((GetFileAttributesW(folders_.temporary.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    RemoveDirectoryW(folders_.temporary.c_str());
+  }
+}
+
+TEST_F(JunctionTest, ASourceBehindOneIsStillInside) {
+  ASSERT_TRUE(EndsSilentlyWith(0, Prepare()));
+  const std::wstring link = Scratch(L"link");
+  ASSERT_NO_FATAL_FAILURE(MakeJunction(link, folders_.temporary));
+  EXPECT_TRUE(EndsSilentlyWith(9, PrepareBoard(JoinPath(link, L"Bridge.PcbDoc"))));
+  EXPECT_EQ(FileBytes(InTemporary(L"Bridge.PcbDoc")), board_bytes_);
+  RemoveDirectoryW(link.c_str());
+}
+
+}  // namespace
+}  // namespace kestrune
