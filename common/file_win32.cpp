@@ -111,35 +111,8 @@ bool RemoveRealDirectory(const std::wstring& root) {
 
 }  // namespace
 
-std::wstring ExtendedPath(const std::wstring& path) {
-  if (path.starts_with(L"\\\\?\\") || path.starts_with(L"\\\\.\\")) {
-    return path;
-  }
-  std::wstring full = FullPath(path);
-  if (full.starts_with(L"\\\\.\\") || full.starts_with(L"\\\\?\\")) {
-    return full;
-  }
-  if (full.starts_with(L"\\\\")) {
-    return L"\\\\?\\UNC\\" + full.substr(2);
-  }
-  return full.empty() ? path : L"\\\\?\\" + full;
-}
-
-std::wstring FullPath(const std::wstring& path) {
-  std::wstring full;
-  for (DWORD size = MAX_PATH; size > full.size();) {
-    full.resize(size);
-    size = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
-    if (size < full.size()) {
-      full.resize(size);
-      return full;
-    }
-  }
-  return {};
-}
-
 bool QueryEntry(const std::wstring& path, FileEntry& entry, DWORD& code) {
-  const std::wstring extended = ExtendedPath(path);
+  const std::wstring extended = ExtendedPath(path).Text();
   WIN32_FILE_ATTRIBUTE_DATA data{};
   const bool answered =
       GetFileAttributesExW(extended.c_str(), GetFileExInfoStandard, &data) != FALSE;
@@ -186,7 +159,7 @@ FileKind QueryFileKindQuietly(const std::wstring& path) noexcept {
 }
 
 FileHandle OpenForReading(const std::wstring& path, DWORD sharing) {
-  return FileHandle(CreateFileW(ExtendedPath(path).c_str(), GENERIC_READ, sharing, nullptr,
+  return FileHandle(CreateFileW(ExtendedPath(path).Get(), GENERIC_READ, sharing, nullptr,
                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
@@ -245,7 +218,7 @@ bool WriteAll(std::string_view bytes, const WriteCall& write) {
 }
 
 FileWriter::FileWriter(const std::wstring& path, DWORD sharing)
-    : file_(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, sharing, nullptr, CREATE_ALWAYS,
+    : file_(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, sharing, nullptr, CREATE_ALWAYS,
                         FILE_ATTRIBUTE_NORMAL, nullptr)) {
   if (!file_) {
     code_ = GetLastError();
@@ -279,16 +252,16 @@ bool WriteWholeFile(const std::wstring& path, std::string_view bytes) {
 }
 
 bool CopyOver(const std::wstring& source, const std::wstring& target) {
-  return CopyFileW(ExtendedPath(source).c_str(), ExtendedPath(target).c_str(), FALSE) != FALSE;
+  return CopyFileW(ExtendedPath(source).Get(), ExtendedPath(target).Get(), FALSE) != FALSE;
 }
 
 bool RenameOver(const std::wstring& source, const std::wstring& target) {
-  return MoveFileExW(ExtendedPath(source).c_str(), ExtendedPath(target).c_str(),
+  return MoveFileExW(ExtendedPath(source).Get(), ExtendedPath(target).Get(),
                      MOVEFILE_REPLACE_EXISTING) != FALSE;
 }
 
 void ClearReadOnly(const std::wstring& path) {
-  const std::wstring extended = ExtendedPath(path);
+  const std::wstring extended = ExtendedPath(path).Text();
   const DWORD attributes = GetFileAttributesW(extended.c_str());
   if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
     SetFileAttributesW(extended.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
@@ -296,7 +269,7 @@ void ClearReadOnly(const std::wstring& path) {
 }
 
 bool CreateDirectories(const std::wstring& path) {
-  const std::wstring extended = ExtendedPath(path);
+  const std::wstring extended = ExtendedPath(path).Text();
   if (CreateDirectoryW(extended.c_str(), nullptr)) {
     return true;
   }
@@ -320,7 +293,7 @@ bool CreateDirectories(const std::wstring& path) {
 }
 
 bool RemoveTree(const std::wstring& path) {
-  const std::wstring extended = ExtendedPath(path);
+  const std::wstring extended = ExtendedPath(path).Text();
   const DWORD attributes = GetFileAttributesW(extended.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) {
     return MeansAbsent(GetLastError());

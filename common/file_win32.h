@@ -7,18 +7,10 @@
 #include <string>
 #include <string_view>
 
+#include "common/extended_path_win32.h"
 #include "common/owners_win32.h"
 
 namespace kestrune {
-
-/// The path in the form that lifts the 260-character limit ("\\?\", "\\?\UNC\"), made absolute
-/// first. Only for calls to Windows; it never stands in a text, a log line, a command line or the
-/// clipboard. An empty path stays empty.
-std::wstring ExtendedPath(const std::wstring& path);
-
-/// The absolute path as Windows normalises it: "..", "/" and trailing dots resolved. Empty when
-/// Windows refuses the text.
-std::wstring FullPath(const std::wstring& path);
 
 /// What stands at a path.
 enum class FileKind { Absent, RegularFile, Directory };

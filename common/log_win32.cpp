@@ -17,7 +17,7 @@ constexpr LONGLONG kLargestLog = 0x100000;
 
 void AppendLine(const std::wstring& path, std::string_view line) {
   // Write sharing is denied: a second writer loses its entry rather than tearing this one.
-  const FileHandle file(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ,
+  const FileHandle file(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, FILE_SHARE_READ,
                                     nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   LARGE_INTEGER size{};
   if (!file || !GetFileSizeEx(file.Get(), &size)) {

@@ -29,7 +29,7 @@ struct UserSide {
 NameListing ListProfiles(const std::wstring& root) {
   NameListing listing;
   WIN32_FIND_DATAW entry{};
-  const FindHandle find(FindFirstFileW(ExtendedPath(JoinPath(root, L"*")).c_str(), &entry));
+  const FindHandle find(FindFirstFileW(ExtendedPath(JoinPath(root, L"*")).Get(), &entry));
   if (!find) {
     const DWORD code = GetLastError();
     if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) {

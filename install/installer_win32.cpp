@@ -164,7 +164,8 @@ class InstallerRun {
     if (QueryFileKind(instance.rcs_path) == FileKind::Absent) {
       return Skip(L"DXP.RCS does not exist; initialize this Altium profile first.");
     }
-    WindowsStore store({instance.rcs_path, instance.registry_branch, instance.guid});
+    SystemCalls calls;
+    WindowsStore store({instance.rcs_path, instance.registry_branch, instance.guid}, calls);
     const InstanceState state = ReadState(store, instance);
     if (options_.command == InstallerCommand::Status) {
       return ReportStatus(instance, state);

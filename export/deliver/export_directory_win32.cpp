@@ -13,7 +13,7 @@ bool IsWritable(const std::wstring& directory) {
   const std::wstring name = L".kestrune_write_test_" + Decimal(GetTickCount64()) + L"_" +
                             Decimal(GetCurrentProcessId()) + L".tmp";
   const FileHandle probe(
-      CreateFileW(ExtendedPath(JoinPath(directory, name)).c_str(), GENERIC_WRITE, 0, nullptr,
+      CreateFileW(ExtendedPath(JoinPath(directory, name)).Get(), GENERIC_WRITE, 0, nullptr,
                   CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
   return static_cast<bool>(probe);
 }

@@ -97,7 +97,7 @@ bool FindsNoRoom(std::uint64_t size, const std::wstring& destination) {
   DWORD code = 0;
   ULARGE_INTEGER free = {};
   // A folder on a network share is answered for only with a separator behind it.
-  const std::wstring folder = ExtendedPath(JoinPath(ParentPath(destination), L""));
+  const std::wstring folder = ExtendedPath(JoinPath(ParentPath(destination), L"")).Text();
   return QueryEntry(destination, former, code) && former.kind == FileKind::RegularFile &&
          GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) != FALSE &&
          size > free.QuadPart + former.size;

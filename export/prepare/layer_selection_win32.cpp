@@ -76,7 +76,7 @@ bool ReplaceCalls::Rename(const std::wstring& source, const std::wstring& target
 }
 
 void ReplaceCalls::Delete(const std::wstring& path) {
-  DeleteFileW(ExtendedPath(path).c_str());
+  DeleteFileW(ExtendedPath(path).Get());
 }
 
 bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,

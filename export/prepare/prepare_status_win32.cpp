@@ -11,7 +11,7 @@ namespace {
 bool Publish(const std::wstring& status_path, int prepare_code) {
   const std::wstring temporary = status_path + L".tmp";
   return WriteWholeFile(temporary, prepare_code == kPrepared ? "OK\r\n" : "ERROR\r\n") &&
-         MoveFileExW(ExtendedPath(temporary).c_str(), ExtendedPath(status_path).c_str(),
+         MoveFileExW(ExtendedPath(temporary).Get(), ExtendedPath(status_path).Get(),
                      MOVEFILE_WRITE_THROUGH) != FALSE;
 }
 

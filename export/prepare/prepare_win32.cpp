@@ -63,8 +63,8 @@ std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
 /// at the path's own end counts as itself only when asked so.
 std::wstring FinalPath(const std::wstring& path, DWORD link_flag) {
   const FileHandle file(CreateFileW(
-      ExtendedPath(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | link_flag, nullptr));
+      ExtendedPath(path).Get(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | link_flag, nullptr));
   std::wstring final_path;
   DWORD size = file ? MAX_PATH : 0;
   while (size > final_path.size()) {

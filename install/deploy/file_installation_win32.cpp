@@ -109,7 +109,7 @@ class Installation {
   ~Installation() {
     if (must_delete_target_) {
       target_file_.Reset();
-      DeleteFileW(ExtendedPath(target_).c_str());
+      DeleteFileW(ExtendedPath(target_).Get());
     }
   }
 
@@ -202,7 +202,7 @@ bool InstallCalls::ReadPackageTime(const std::wstring& source, PackageTimestamp&
 
 HANDLE InstallCalls::Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition,
                           DWORD flags) {
-  return CreateFileW(ExtendedPath(path).c_str(), access, sharing, nullptr, disposition, flags,
+  return CreateFileW(ExtendedPath(path).Get(), access, sharing, nullptr, disposition, flags,
                      nullptr);
 }
 
@@ -266,7 +266,7 @@ InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& tar
     return InstallVerdict::Refused;
   }
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!GetFileAttributesExW(ExtendedPath(target).c_str(), GetFileExInfoStandard, &data)) {
+  if (!GetFileAttributesExW(ExtendedPath(target).Get(), GetFileExInfoStandard, &data)) {
     const DWORD code = GetLastError();
     if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) {
       return InstallVerdict::Install;

@@ -17,7 +17,7 @@ constexpr DWORD kValueBuffer = 128;
 
 bool ReadOwnTime(const std::wstring& source, std::uint64_t& time) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!GetFileAttributesExW(ExtendedPath(source).c_str(), GetFileExInfoStandard, &data) ||
+  if (!GetFileAttributesExW(ExtendedPath(source).Get(), GetFileExInfoStandard, &data) ||
       (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) != 0) {
     return false;
   }
@@ -30,7 +30,7 @@ bool ReadOwnTime(const std::wstring& source, std::uint64_t& time) {
 bool FindManifest(const std::wstring& directory, std::wstring& manifest) {
   WIN32_FIND_DATAW entry{};
   const FindHandle find(
-      FindFirstFileW(ExtendedPath(JoinPath(directory, L"BFM_*.ini")).c_str(), &entry));
+      FindFirstFileW(ExtendedPath(JoinPath(directory, L"BFM_*.ini")).Get(), &entry));
   if (!find) {
     // Some file systems end an empty search at once, others do not begin it.
     const DWORD code = GetLastError();

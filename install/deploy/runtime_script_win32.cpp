@@ -44,8 +44,8 @@ bool TakePackageTime(const std::wstring& script, const std::wstring& incoming) {
   if (!GetPackageTimestamp(script, timestamp)) {
     return false;
   }
-  const FileHandle file(CreateFileW(ExtendedPath(incoming).c_str(), FILE_WRITE_ATTRIBUTES, 0,
-                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const FileHandle file(CreateFileW(ExtendedPath(incoming).Get(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   const FILETIME time = SplitFileTime(timestamp.time);
   return file && SetFileTime(file.Get(), nullptr, nullptr, &time);
 }
@@ -78,7 +78,7 @@ bool GenerateRuntimeScript(const std::wstring& package, const std::wstring& runt
     return false;
   }
   const bool installed = InstallFile(incoming, target, message);
-  if (!DeleteFileW(ExtendedPath(incoming).c_str())) {
+  if (!DeleteFileW(ExtendedPath(incoming).Get())) {
     ThrowLastError(L"remove");
   }
   return installed;

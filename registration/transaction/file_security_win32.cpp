@@ -90,17 +90,17 @@ bool FileSecurity::SameDacl(const FileSecurity& other) const {
          (!left.present || SameEntries(left.list, right.list));
 }
 
-FileSecurity ReadFileSecurity(SystemCalls& calls, const std::wstring& extended_path,
+FileSecurity ReadFileSecurity(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                               std::wstring_view size_step, std::wstring_view read_step) {
   DWORD size = 0;
-  if (!calls.GetSecurity(extended_path, kParts, nullptr, 0, &size)) {
+  if (!calls.GetSecurity(path, kParts, nullptr, 0, &size)) {
     const DWORD code = GetLastError();
     if (code != ERROR_INSUFFICIENT_BUFFER) {
       throw FileStepFailure(size_step, code);
     }
   }
   std::vector<std::byte> descriptor(size);
-  if (!calls.GetSecurity(extended_path, kParts, descriptor.data(), size, &size)) {
+  if (!calls.GetSecurity(path, kParts, descriptor.data(), size, &size)) {
     throw FileStepFailure(read_step, GetLastError());
   }
   if (size != 0 && size < descriptor.size()) {
@@ -109,7 +109,7 @@ FileSecurity ReadFileSecurity(SystemCalls& calls, const std::wstring& extended_p
   return FileSecurity(std::move(descriptor));
 }
 
-void WriteDacl(SystemCalls& calls, const std::wstring& extended_path,
+void WriteDacl(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                const FileSecurity& security) {
   constexpr std::wstring_view kStep = L"Restore exact RCS DACL";
   const FileSecurity written(security.Bytes());
@@ -124,12 +124,12 @@ void WriteDacl(SystemCalls& calls, const std::wstring& extended_path,
                                     SE_DACL_AUTO_INHERIT_REQ)) {
     throw FileStepFailure(kStep, GetLastError());
   }
-  if (!calls.SetSecurity(extended_path, DACL_SECURITY_INFORMATION, written.Descriptor())) {
+  if (!calls.SetSecurity(path, DACL_SECURITY_INFORMATION, written.Descriptor())) {
     throw FileStepFailure(kStep, GetLastError());
   }
 }
 
-IdentityDescriptor::IdentityDescriptor(SystemCalls& calls, const FileSecurity& original) {
+IdentityDescriptor::IdentityDescriptor(kestrune::SystemCalls& calls, const FileSecurity& original) {
   PSID owner = nullptr;
   PSID group = nullptr;
   if (!calls.InitializeDescriptor(&descriptor_)) {

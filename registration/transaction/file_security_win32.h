@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "registration/transaction/system_calls_win32.h"
+#include "common/system_calls_win32.h"
 
 namespace altium_registration {
 
@@ -40,18 +40,19 @@ class FileSecurity {
 };
 
 /// Reads a file's security. Throws the failure of `size_step` or `read_step`.
-FileSecurity ReadFileSecurity(SystemCalls& calls, const std::wstring& extended_path,
+FileSecurity ReadFileSecurity(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                               std::wstring_view size_step, std::wstring_view read_step);
 
 /// Writes the DACL of `security` to the file. Throws the failure of "Restore exact RCS DACL".
-void WriteDacl(SystemCalls& calls, const std::wstring& extended_path, const FileSecurity& security);
+void WriteDacl(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
+               const FileSecurity& security);
 
 /// A descriptor that gives a new file the owner and group of another and nothing else; it refers to
 /// `original`, which must outlive it.
 class IdentityDescriptor {
  public:
   /// Throws the failure of the step that Windows refused.
-  IdentityDescriptor(SystemCalls& calls, const FileSecurity& original);
+  IdentityDescriptor(kestrune::SystemCalls& calls, const FileSecurity& original);
   IdentityDescriptor(const IdentityDescriptor&) = delete;
   IdentityDescriptor& operator=(const IdentityDescriptor&) = delete;
 

@@ -17,7 +17,7 @@ DWORD Code(LSTATUS status) {
 }
 
 /// The data of a value whose name, type and size the enumeration gave.
-void ReadData(SystemCalls& calls, HKEY key, RegistryValue& value, DWORD size) {
+void ReadData(kestrune::SystemCalls& calls, HKEY key, RegistryValue& value, DWORD size) {
   // One byte more than needed, so that an empty value, too, is read into a buffer.
   value.data.resize(std::size_t{size} + 1);
   DWORD type = 0;
@@ -38,9 +38,10 @@ std::wstring GlobalProjectsPath(const std::wstring& registry_branch) {
   return registry_branch + L"\\DesignExplorer\\Preferences\\ScriptingSystem\\Global Projects";
 }
 
-std::vector<RegistryValue> ReadRegistryValues(SystemCalls& calls, const std::wstring& key_path) {
+std::vector<RegistryValue> ReadRegistryValues(kestrune::SystemCalls& calls,
+                                              const std::wstring& key_path) {
   RegistryKey key;
-  LSTATUS status = calls.OpenKey(key_path, KEY_QUERY_VALUE, key.Put());
+  LSTATUS status = calls.OpenKey(HKEY_CURRENT_USER, key_path, KEY_QUERY_VALUE, key.Put());
   if (status == ERROR_FILE_NOT_FOUND) {
     return {};
   }
@@ -68,10 +69,10 @@ std::vector<RegistryValue> ReadRegistryValues(SystemCalls& calls, const std::wst
   }
 }
 
-void WriteRegistryValue(SystemCalls& calls, const std::wstring& key_path,
+void WriteRegistryValue(kestrune::SystemCalls& calls, const std::wstring& key_path,
                         const RegistryValue& value) {
   RegistryKey key;
-  LSTATUS status = calls.CreateKey(key_path, key.Put());
+  LSTATUS status = calls.CreateKey(HKEY_CURRENT_USER, key_path, KEY_SET_VALUE, key.Put());
   if (status != ERROR_SUCCESS) {
     throw RegistryStepFailure(L"Open/create Global Projects", Code(status));
   }
@@ -82,10 +83,10 @@ void WriteRegistryValue(SystemCalls& calls, const std::wstring& key_path,
   }
 }
 
-void RemoveRegistryValue(SystemCalls& calls, const std::wstring& key_path,
+void RemoveRegistryValue(kestrune::SystemCalls& calls, const std::wstring& key_path,
                          const std::wstring& name) {
   RegistryKey key;
-  LSTATUS status = calls.OpenKey(key_path, KEY_SET_VALUE, key.Put());
+  LSTATUS status = calls.OpenKey(HKEY_CURRENT_USER, key_path, KEY_SET_VALUE, key.Put());
   if (status != ERROR_SUCCESS) {
     throw RegistryStepFailure(L"Open Global Projects for removal", Code(status));
   }

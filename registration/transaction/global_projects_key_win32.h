@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "registration/transaction/registry_value.h"
-#include "registration/transaction/system_calls_win32.h"
+#include "common/system_calls_win32.h"
 
 namespace altium_registration {
 
@@ -14,14 +14,15 @@ std::wstring GlobalProjectsPath(const std::wstring& registry_branch);
 /// The key's values in enumeration order; none when the key does not exist. Throws the failure of
 /// the step, "Registry value exceeds safe limit." for a value above 1 MiB (before its data is read)
 /// and "Registry changed during read." when a value is not what its enumeration said.
-std::vector<RegistryValue> ReadRegistryValues(SystemCalls& calls, const std::wstring& key_path);
+std::vector<RegistryValue> ReadRegistryValues(kestrune::SystemCalls& calls,
+                                              const std::wstring& key_path);
 
 /// Sets a value; creates the key where it is absent.
-void WriteRegistryValue(SystemCalls& calls, const std::wstring& key_path,
+void WriteRegistryValue(kestrune::SystemCalls& calls, const std::wstring& key_path,
                         const RegistryValue& value);
 
 /// Removes a value from an existing key.
-void RemoveRegistryValue(SystemCalls& calls, const std::wstring& key_path,
+void RemoveRegistryValue(kestrune::SystemCalls& calls, const std::wstring& key_path,
                          const std::wstring& name);
 
 }  // namespace altium_registration

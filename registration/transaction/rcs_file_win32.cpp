@@ -14,8 +14,10 @@
 namespace altium_registration {
 namespace {
 
+using kestrune::ExtendedPath;
 using kestrune::Failure;
 using kestrune::FileHandle;
+using kestrune::SystemCalls;
 
 constexpr std::wstring_view kSourceChanged = L"Source metadata/content changed.";
 constexpr std::wstring_view kSecurityChanged = L"Source security changed or was not preserved.";
@@ -29,9 +31,9 @@ constexpr std::wstring_view kRollbackInvalid = L"Rollback file validation failed
 constexpr NewFileSteps kWorkingFileSteps = {
     L"Create recovery/temp file", L"Write recovery/temp file", L"Flush recovery/temp file"};
 
-FileFacts ReadFacts(SystemCalls& calls, const std::wstring& extended_path, std::wstring_view step) {
+FileFacts ReadFacts(SystemCalls& calls, const ExtendedPath& path, std::wstring_view step) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!calls.GetAttributes(extended_path, &data)) {
+  if (!calls.GetAttributes(path, &data)) {
     throw FileStepFailure(step, GetLastError());
   }
   return {data.dwFileAttributes, kestrune::JoinFileTime(data.ftLastWriteTime),
@@ -44,6 +46,24 @@ bool WriteAll(SystemCalls& calls, HANDLE file, std::string_view bytes) {
   });
 }
 
+/// Reads as many bytes as `bytes` has. False with the thread's last error; ERROR_HANDLE_EOF when
+/// there are fewer.
+bool ReadAll(SystemCalls& calls, HANDLE file, std::string& bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    DWORD read = 0;
+    if (!calls.Read(file, bytes.data() + done, static_cast<DWORD>(bytes.size() - done), &read)) {
+      return false;
+    }
+    if (read == 0) {
+      SetLastError(ERROR_HANDLE_EOF);
+      return false;
+    }
+    done += read;
+  }
+  return true;
+}
+
 bool IsIdentityRefusal(const Failure& failure) {
   return failure.code == ERROR_INVALID_OWNER || failure.code == ERROR_INVALID_PRIMARY_GROUP ||
          failure.code == ERROR_PRIVILEGE_NOT_HELD;
@@ -51,9 +71,9 @@ bool IsIdentityRefusal(const Failure& failure) {
 
 }  // namespace
 
-std::string ReadRcsBytes(SystemCalls& calls, const std::wstring& extended_path) {
-  const FileHandle file =
-      kestrune::OpenForReading(extended_path, FILE_SHARE_READ | FILE_SHARE_DELETE);
+std::string ReadRcsBytes(SystemCalls& calls, const ExtendedPath& path) {
+  const FileHandle file(
+      calls.Create(path, {.access = GENERIC_READ, .sharing = FILE_SHARE_READ | FILE_SHARE_DELETE}));
   if (!file) {
     throw FileStepFailure(L"Open RCS", GetLastError());
   }
@@ -65,22 +85,23 @@ std::string ReadRcsBytes(SystemCalls& calls, const std::wstring& extended_path) 
     throw Refusal(L"RCS exceeds limit.");
   }
   std::string bytes(static_cast<std::size_t>(size.QuadPart), '\0');
-  if (!kestrune::ReadAll(file.Get(), bytes)) {
+  if (!ReadAll(calls, file.Get(), bytes)) {
     throw FileStepFailure(L"Read RCS", GetLastError());
   }
   return bytes;
 }
 
-FileHandle CreateNewFile(SystemCalls& calls, const std::wstring& extended_path,
+FileHandle CreateNewFile(SystemCalls& calls, const ExtendedPath& path,
                          SECURITY_ATTRIBUTES* security, std::wstring_view step) {
-  FileHandle file(calls.Create(extended_path, GENERIC_WRITE, 0, security, CREATE_NEW));
+  FileHandle file(calls.Create(
+      path, {.access = GENERIC_WRITE, .disposition = CREATE_NEW, .security = security}));
   if (!file) {
     throw FileStepFailure(step, GetLastError());
   }
   return file;
 }
 
-void FillNewFile(SystemCalls& calls, FileHandle file, const std::wstring& extended_path,
+void FillNewFile(SystemCalls& calls, FileHandle file, const ExtendedPath& path,
                  std::string_view bytes, const NewFileSteps& steps) {
   std::wstring_view failed_step;
   DWORD code = 0;
@@ -93,22 +114,21 @@ void FillNewFile(SystemCalls& calls, FileHandle file, const std::wstring& extend
   }
   if (!failed_step.empty()) {
     file.Reset();
-    calls.Delete(extended_path);
+    calls.Delete(path);
     throw FileStepFailure(failed_step, code);
   }
 }
 
-void WriteNewFile(SystemCalls& calls, const std::wstring& extended_path, std::string_view bytes,
+void WriteNewFile(SystemCalls& calls, const ExtendedPath& path, std::string_view bytes,
                   const NewFileSteps& steps) {
-  FillNewFile(calls, CreateNewFile(calls, extended_path, nullptr, steps.create), extended_path,
-              bytes, steps);
+  FillNewFile(calls, CreateNewFile(calls, path, nullptr, steps.create), path, bytes, steps);
 }
 
 std::string Digest(SystemCalls& calls, std::string_view bytes) {
   try {
-    return calls.Sha256(bytes);
+    return kestrune::Sha256(calls, bytes);
   } catch (const Failure& failure) {
-    if (failure.text == L"SHA provider") {
+    if (failure.code != 0) {
       throw FileStepFailure(failure.text, failure.code);
     }
     throw;
@@ -117,8 +137,8 @@ std::string Digest(SystemCalls& calls, std::string_view bytes) {
 
 RcsFile::RcsFile(const std::wstring& path, SystemCalls& calls)
     : calls_(calls),
-      path_(kestrune::ExtendedPath(path)),
-      files_(NameWorkingFiles(path_)),
+      path_(path),
+      files_(NameWorkingFiles(calls_, path_)),
       facts_(ReadFacts(calls_, path_, L"Read profile metadata")) {
   constexpr DWORD kUnsafe =
       FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
@@ -130,7 +150,7 @@ RcsFile::RcsFile(const std::wstring& path, SystemCalls& calls)
 
 RcsFile::~RcsFile() {
   // While DXP.RCS is not there, each of the working files may be what a user needs to put it back.
-  if (new_digest_.empty() || !Exists(path_)) {
+  if (new_digest_.empty() || !Exists(calls_, path_)) {
     return;
   }
   calls_.Delete(files_.temporary);
@@ -164,7 +184,7 @@ void RcsFile::Prepare(std::string_view new_text, std::string digest) {
 
 /// Creates a file with the owner and group of DXP.RCS; `refusal` says that they cannot be kept.
 /// `created` is set as soon as the file is ours to delete.
-void RcsFile::CreateWithIdentity(const std::wstring& path, std::string_view bytes, bool& created,
+void RcsFile::CreateWithIdentity(const ExtendedPath& path, std::string_view bytes, bool& created,
                                  std::wstring_view refusal) const {
   IdentityDescriptor identity(calls_, security_);
   try {
@@ -254,7 +274,7 @@ void RcsFile::JudgeFailedReplacement() {
   if (replaced_ || now == planned_digest_) {
     return;
   }
-  if (now == new_digest_ && !Exists(files_.temporary)) {
+  if (now == new_digest_ && !Exists(calls_, files_.temporary)) {
     replaced_ = true;
     DropDisplaced(planned_digest_, new_digest_, kSourceChanged);
     replaced_security_ = ReadSecurity();
@@ -262,7 +282,7 @@ void RcsFile::JudgeFailedReplacement() {
   }
   // Another program's text, perhaps the very same one from another run. If the old file was taken
   // away for it, it must not get lost.
-  replaced_ = keeps_displaced_ = Exists(files_.displaced);
+  replaced_ = keeps_displaced_ = Exists(calls_, files_.displaced);
 }
 
 bool RcsFile::MoveDisplacedIntoGap() const {
@@ -290,7 +310,7 @@ void RcsFile::RestoreSecurity() {
   }
 }
 
-void RcsFile::RollBack(const std::wstring& saved_path) {
+void RcsFile::RollBack(const ExtendedPath& saved_path) {
   if (is_outcome_unknown_) {
     JudgeFailedReplacement();
   }
@@ -307,7 +327,7 @@ void RcsFile::RollBack(const std::wstring& saved_path) {
   }
 }
 
-void RcsFile::RestoreOver(const std::wstring& saved_path) {
+void RcsFile::RestoreOver(const ExtendedPath& saved_path) {
   RequireOwn(kForeignSecurity, kForeignContent);
   WriteRecovery(saved_path);
   RequireOwn(kChangedDuringRollback, kChangedDuringRollback);
@@ -328,7 +348,8 @@ bool RcsFile::FinishHalfRestoration() const {
   if (!IsMissing()) {
     return false;
   }
-  const bool is_ours = DigestOf(files_.displaced) == new_digest_ || !Exists(files_.displaced);
+  const bool is_ours =
+      DigestOf(files_.displaced) == new_digest_ || !Exists(calls_, files_.displaced);
   if (is_ours && calls_.Move(files_.recovery, path_, MOVEFILE_WRITE_THROUGH)) {
     return true;
   }
@@ -338,7 +359,7 @@ bool RcsFile::FinishHalfRestoration() const {
 
 /// Where our own replacement left no DXP.RCS. The file that it took away comes back before any copy
 /// does; what it holds, and its security, are the user's.
-void RcsFile::FillGap(const std::wstring& saved_path) {
+void RcsFile::FillGap(const ExtendedPath& saved_path) {
   if (!IsMissing()) {
     // Somebody filled the gap, perhaps another run with the very same text.
     keeps_displaced_ = true;
@@ -353,7 +374,7 @@ void RcsFile::FillGap(const std::wstring& saved_path) {
     }
     return;
   }
-  if (Exists(files_.displaced) && DigestOf(files_.displaced) != planned_digest_) {
+  if (Exists(calls_, files_.displaced) && DigestOf(files_.displaced) != planned_digest_) {
     throw Refusal(kForeignContent);
   }
   WriteRecovery(saved_path);
@@ -364,7 +385,7 @@ void RcsFile::FillGap(const std::wstring& saved_path) {
 }
 
 /// A stale recovery file gives way.
-void RcsFile::WriteRecovery(const std::wstring& saved_path) {
+void RcsFile::WriteRecovery(const ExtendedPath& saved_path) {
   const std::string saved = ReadRcsBytes(calls_, saved_path);
   if (Digest(calls_, saved) != planned_digest_) {
     throw Refusal(kRollbackInvalid);
@@ -401,14 +422,14 @@ bool RcsFile::HasOwnSecurity() const {
 }
 
 bool RcsFile::IsMissing() const {
-  return GetFileAttributesW(path_.c_str()) == INVALID_FILE_ATTRIBUTES &&
-         GetLastError() == ERROR_FILE_NOT_FOUND;
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  return !calls_.GetAttributes(path_, &data) && GetLastError() == ERROR_FILE_NOT_FOUND;
 }
 
 /// Empty for a file that cannot be read.
-std::string RcsFile::DigestOf(const std::wstring& path) {
+std::string RcsFile::DigestOf(const ExtendedPath& path) const {
   try {
-    return kestrune::Sha256OfFile(path);
+    return kestrune::Sha256OfFile(calls_, path);
   } catch (...) {
     return {};
   }

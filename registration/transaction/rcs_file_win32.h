@@ -7,7 +7,7 @@
 
 #include "common/owners_win32.h"
 #include "registration/transaction/file_security_win32.h"
-#include "registration/transaction/system_calls_win32.h"
+#include "common/system_calls_win32.h"
 #include "registration/transaction/working_files_win32.h"
 
 namespace altium_registration {
@@ -29,13 +29,13 @@ struct FileFacts {
 class RcsFile {
  public:
   /// Looks at the file; refuses one that is read-only, a directory or a link. Changes nothing.
-  RcsFile(const std::wstring& path, SystemCalls& calls);
+  RcsFile(const std::wstring& path, kestrune::SystemCalls& calls);
   RcsFile(const RcsFile&) = delete;
   RcsFile& operator=(const RcsFile&) = delete;
   /// Takes away the working files that it created; while DXP.RCS is missing, none.
   ~RcsFile();
 
-  [[nodiscard]] const std::wstring& ExtendedPath() const { return path_; }
+  [[nodiscard]] const kestrune::ExtendedPath& Path() const { return path_; }
   [[nodiscard]] const FileFacts& Facts() const { return facts_; }
   [[nodiscard]] const FileSecurity& Security() const { return security_; }
 
@@ -60,10 +60,10 @@ class RcsFile {
   /// differ then.
   void RestoreSecurity();
   /// Puts the text of the saved file back, or the displaced file itself where DXP.RCS is missing.
-  void RollBack(const std::wstring& saved_path);
+  void RollBack(const kestrune::ExtendedPath& saved_path);
 
  private:
-  void CreateWithIdentity(const std::wstring& path, std::string_view bytes, bool& created,
+  void CreateWithIdentity(const kestrune::ExtendedPath& path, std::string_view bytes, bool& created,
                           std::wstring_view refusal) const;
   void RequireSameFacts() const;
   void RequireSameReplacementSecurity() const;
@@ -74,16 +74,16 @@ class RcsFile {
   bool MoveDisplacedIntoGap() const;
   void RequireOwn(std::wstring_view security_refusal, std::wstring_view content_refusal) const;
   [[nodiscard]] bool HasOwnSecurity() const;
-  void RestoreOver(const std::wstring& saved_path);
+  void RestoreOver(const kestrune::ExtendedPath& saved_path);
   [[nodiscard]] bool FinishHalfRestoration() const;
-  void FillGap(const std::wstring& saved_path);
-  void WriteRecovery(const std::wstring& saved_path);
+  void FillGap(const kestrune::ExtendedPath& saved_path);
+  void WriteRecovery(const kestrune::ExtendedPath& saved_path);
   [[nodiscard]] bool IsMissing() const;
-  [[nodiscard]] static std::string DigestOf(const std::wstring& path);
+  [[nodiscard]] std::string DigestOf(const kestrune::ExtendedPath& path) const;
   [[nodiscard]] FileSecurity ReadSecurity() const;
 
-  SystemCalls& calls_;
-  std::wstring path_;
+  kestrune::SystemCalls& calls_;
+  kestrune::ExtendedPath path_;
   WorkingFiles files_;
   FileFacts facts_;
   FileSecurity security_;
@@ -107,7 +107,7 @@ class RcsFile {
 
 /// Reads a file of at most 8,388,608 bytes whole, sharing reading and deletion. Throws the failure
 /// of "Open RCS", "Read RCS size" or "Read RCS", or "RCS exceeds limit.".
-std::string ReadRcsBytes(SystemCalls& calls, const std::wstring& extended_path);
+std::string ReadRcsBytes(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path);
 
 /// What a failing step is called.
 struct NewFileSteps {
@@ -117,19 +117,20 @@ struct NewFileSteps {
 };
 
 /// Creates a file that must not exist. Throws the failure of the step.
-kestrune::FileHandle CreateNewFile(SystemCalls& calls, const std::wstring& extended_path,
+kestrune::FileHandle CreateNewFile(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                                    SECURITY_ATTRIBUTES* security, std::wstring_view step);
 
 /// Writes the bytes to a file that was just created and flushes them; one that cannot be completed
 /// is deleted. Throws the failure of the step.
-void FillNewFile(SystemCalls& calls, kestrune::FileHandle file, const std::wstring& extended_path,
-                 std::string_view bytes, const NewFileSteps& steps);
+void FillNewFile(kestrune::SystemCalls& calls, kestrune::FileHandle file,
+                 const kestrune::ExtendedPath& path, std::string_view bytes,
+                 const NewFileSteps& steps);
 
 /// Both of them, with the security that the folder gives.
-void WriteNewFile(SystemCalls& calls, const std::wstring& extended_path, std::string_view bytes,
-                  const NewFileSteps& steps);
+void WriteNewFile(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
+                  std::string_view bytes, const NewFileSteps& steps);
 
 /// The SHA-256 of the bytes. Throws "SHA256 unavailable." or the failure of "SHA provider".
-std::string Digest(SystemCalls& calls, std::string_view bytes);
+std::string Digest(kestrune::SystemCalls& calls, std::string_view bytes);
 
 }  // namespace altium_registration

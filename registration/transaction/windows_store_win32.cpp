@@ -6,7 +6,6 @@
 #include "common/failure.h"
 #include "common/failure_win32.h"
 #include "common/file_time_win32.h"
-#include "common/file_win32.h"
 #include "common/path.h"
 #include "registration/transaction/backup_format.h"
 #include "registration/transaction/global_projects_key_win32.h"
@@ -21,14 +20,14 @@ using kestrune::JoinPath;
 
 constexpr std::wstring_view kSavedRcs = L"DXP.RCS.before";
 
-std::wstring NameBackupDirectory(const StoreTarget& target) {
+std::wstring NameBackupDirectory(kestrune::SystemCalls& calls, const StoreTarget& target) {
   const std::wstring root = JoinPath(kestrune::ParentPath(target.rcs_path), L"KestruneBackups");
-  const RunStamp stamp = {kestrune::UtcTimeNow(), GetCurrentProcessId(), GetTickCount64()};
+  const RunStamp stamp = {kestrune::UtcTimeNow(), GetCurrentProcessId(), calls.GetTicks()};
   return JoinPath(JoinPath(root, target.guid), BackupDirectoryName(stamp));
 }
 
 /// One directory; the code of the failing call, or success when it is there.
-DWORD MakeDirectory(SystemCalls& calls, const std::wstring& path) {
+DWORD MakeDirectory(kestrune::SystemCalls& calls, const std::wstring& path) {
   if (calls.MakeDirectory(ExtendedPath(path))) {
     return ERROR_SUCCESS;
   }
@@ -37,7 +36,7 @@ DWORD MakeDirectory(SystemCalls& calls, const std::wstring& path) {
 }
 
 /// A directory with its missing parents.
-DWORD MakeDirectories(SystemCalls& calls, const std::wstring& path) {
+DWORD MakeDirectories(kestrune::SystemCalls& calls, const std::wstring& path) {
   const DWORD code = MakeDirectory(calls, path);
   const std::wstring parent(kestrune::ParentPath(path));
   if (code != ERROR_PATH_NOT_FOUND || parent.size() >= path.size()) {
@@ -49,19 +48,19 @@ DWORD MakeDirectories(SystemCalls& calls, const std::wstring& path) {
 
 }  // namespace
 
-WindowsStore::WindowsStore(StoreTarget target, std::shared_ptr<SystemCalls> calls)
+WindowsStore::WindowsStore(StoreTarget target, kestrune::SystemCalls& calls)
     : target_(std::move(target)),
       key_path_(GlobalProjectsPath(target_.registry_branch)),
-      calls_(std::move(calls)),
-      file_(target_.rcs_path, *calls_),
-      backup_directory_(NameBackupDirectory(target_)) {}
+      calls_(calls),
+      file_(target_.rcs_path, calls_),
+      backup_directory_(NameBackupDirectory(calls_, target_)) {}
 
 std::string WindowsStore::ReadRcs() {
   return file_.Read();
 }
 
 std::vector<RegistryValue> WindowsStore::ReadGlobalProjects() {
-  return ReadRegistryValues(*calls_, key_path_);
+  return ReadRegistryValues(calls_, key_path_);
 }
 
 void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<RegistryValue>& values) {
@@ -79,35 +78,35 @@ void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<Registr
   WriteBackup(L"security.before.bin",
               {reinterpret_cast<const char*>(security.data()), security.size()},
               L"Write security backup");
-  const std::string digest = Digest(*calls_, rcs);
+  const std::string digest = Digest(calls_, rcs);
   file_.SetPlannedText(digest);
   AppendLog("Before SHA256=" + digest);
 }
 
 /// The copy is compared with what was planned on, not with the file as it is by now.
 void WindowsStore::BackUpRcs(std::string_view rcs) {
-  const std::wstring saved = BackupPath(kSavedRcs);
-  if (!calls_->CopyNew(file_.ExtendedPath(), saved)) {
+  const ExtendedPath saved = BackupPath(kSavedRcs);
+  if (!calls_.Copy(file_.Path(), saved, TRUE)) {
     throw FileStepFailure(L"Backup RCS", GetLastError());
   }
   // A copy stands in the cache only; it must not be gone when the original is replaced.
-  FileHandle copy(calls_->Create(saved, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING));
-  if (!copy || !calls_->Flush(copy.Get())) {
+  FileHandle copy(calls_.Create(saved, {.access = GENERIC_WRITE, .sharing = FILE_SHARE_READ}));
+  if (!copy || !calls_.Flush(copy.Get())) {
     throw FileStepFailure(L"Backup RCS", GetLastError());
   }
   copy.Reset();
-  if (ReadRcsBytes(*calls_, saved) != rcs) {
+  if (ReadRcsBytes(calls_, saved) != rcs) {
     throw Refusal(L"Backup/source mismatch.");
   }
 }
 
 void WindowsStore::WriteBackup(std::wstring_view name, std::string_view bytes,
                                std::wstring_view step) {
-  WriteNewFile(*calls_, BackupPath(name), bytes, {step, step, step});
+  WriteNewFile(calls_, BackupPath(name), bytes, {step, step, step});
 }
 
 void WindowsStore::PrepareReplacement(std::string_view new_text) {
-  const std::string digest = Digest(*calls_, new_text);
+  const std::string digest = Digest(calls_, new_text);
   file_.Prepare(new_text, digest);
   AppendLog("Intended SHA256=" + digest);
 }
@@ -129,11 +128,11 @@ void WindowsStore::CheckSourceSecurity() {
 }
 
 void WindowsStore::WriteGlobalProjectsValue(const RegistryValue& value) {
-  WriteRegistryValue(*calls_, key_path_, value);
+  WriteRegistryValue(calls_, key_path_, value);
 }
 
 void WindowsStore::RemoveGlobalProjectsValue(const std::wstring& name) {
-  RemoveRegistryValue(*calls_, key_path_, name);
+  RemoveRegistryValue(calls_, key_path_, name);
 }
 
 void WindowsStore::RollBackRcs() {
@@ -145,21 +144,22 @@ void WindowsStore::AppendLog(std::string_view line) {
   if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
     throw kestrune::Failure{kUnwritable, code};
   }
-  const FileHandle log(calls_->Create(BackupPath(L"operation.log"), FILE_APPEND_DATA,
-                                      FILE_SHARE_READ, nullptr, OPEN_ALWAYS));
+  const FileHandle log(calls_.Create(
+      BackupPath(L"operation.log"),
+      {.access = FILE_APPEND_DATA, .sharing = FILE_SHARE_READ, .disposition = OPEN_ALWAYS}));
   if (!log) {
     kestrune::ThrowLastError(kUnwritable);
   }
   const std::string text = std::string(line) + "\r\n";
   DWORD written = 0;
-  if (!calls_->Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written)) {
+  if (!calls_.Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written)) {
     kestrune::ThrowLastError(kUnwritable);
   }
   // A line goes in one write or not at all; what the last error says is about something else then.
   if (written != text.size()) {
     throw kestrune::Failure{kUnwritable, ERROR_WRITE_FAULT};
   }
-  if (!calls_->Flush(log.Get())) {
+  if (!calls_.Flush(log.Get())) {
     kestrune::ThrowLastError(L"Cannot flush operation log.");
   }
 }
@@ -168,8 +168,8 @@ void WindowsStore::RestoreRcsSecurity() {
   file_.RestoreSecurity();
 }
 
-std::wstring WindowsStore::BackupPath(std::wstring_view name) const {
-  return JoinPath(ExtendedPath(backup_directory_), name);
+ExtendedPath WindowsStore::BackupPath(std::wstring_view name) const {
+  return ExtendedPath(backup_directory_).Entry(name);
 }
 
 /// Every run that changes anything comes through here first, and no run that only looks. Answers
@@ -178,10 +178,10 @@ DWORD WindowsStore::EnsureBackupDirectory() {
   if (has_backup_directory_) {
     return ERROR_SUCCESS;
   }
-  const DWORD code = MakeDirectories(*calls_, backup_directory_);
+  const DWORD code = MakeDirectories(calls_, backup_directory_);
   if (code == ERROR_SUCCESS) {
     has_backup_directory_ = true;
-    ClearLeftovers(*calls_, file_.ExtendedPath(), ExtendedPath(backup_directory_));
+    ClearLeftovers(calls_, file_.Path(), ExtendedPath(backup_directory_));
   }
   return code;
 }

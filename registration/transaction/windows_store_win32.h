@@ -1,13 +1,12 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "registration/transaction/rcs_file_win32.h"
 #include "registration/transaction/store.h"
-#include "registration/transaction/system_calls_win32.h"
+#include "common/system_calls_win32.h"
 
 namespace altium_registration {
 
@@ -27,8 +26,7 @@ struct StoreTarget {
 class WindowsStore final : public Store {
  public:
   /// Throws kestrune::Failure when DXP.RCS cannot be asked, or is read-only, a directory or a link.
-  explicit WindowsStore(StoreTarget target,
-                        std::shared_ptr<SystemCalls> calls = std::make_shared<SystemCalls>());
+  explicit WindowsStore(StoreTarget target, kestrune::SystemCalls& calls);
 
   /// Where this run keeps its backups and its log.
   [[nodiscard]] const std::wstring& BackupDirectory() const { return backup_directory_; }
@@ -48,14 +46,14 @@ class WindowsStore final : public Store {
   void RestoreRcsSecurity() override;
 
  private:
-  [[nodiscard]] std::wstring BackupPath(std::wstring_view name) const;
+  [[nodiscard]] kestrune::ExtendedPath BackupPath(std::wstring_view name) const;
   [[nodiscard]] DWORD EnsureBackupDirectory();
   void BackUpRcs(std::string_view rcs);
   void WriteBackup(std::wstring_view name, std::string_view bytes, std::wstring_view step);
 
   StoreTarget target_;
   std::wstring key_path_;
-  std::shared_ptr<SystemCalls> calls_;
+  kestrune::SystemCalls& calls_;
   RcsFile file_;
   std::wstring backup_directory_;
   bool has_backup_directory_ = false;

@@ -6,23 +6,22 @@
 
 #include "common/file_time_win32.h"
 #include "common/owners_win32.h"
-#include "common/path.h"
 #include "common/text.h"
 
 namespace altium_registration {
 namespace {
 
-using kestrune::JoinPath;
+using kestrune::ExtendedPath;
+using kestrune::SystemCalls;
 
 constexpr std::wstring_view kMark = L".odbpp-";
 constexpr std::wstring_view kTemporaryEnd = L".tmp";
 constexpr std::wstring_view kDisplacedEnd = L".old.tmp";
 
 /// A process number alone is used again after a while; with the start time it is not.
-std::uint64_t StartTime(HANDLE process) {
+std::uint64_t StartTime(SystemCalls& calls, HANDLE process) {
   FILETIME created{};
-  FILETIME ignored{};
-  if (!GetProcessTimes(process, &created, &ignored, &ignored, &ignored)) {
+  if (!calls.GetCreationTime(process, &created)) {
     return 0;
   }
   return kestrune::JoinFileTime(created);
@@ -40,7 +39,7 @@ std::uint64_t TakeNumber(std::wstring_view& text) {
 
 /// Whether the run that named the file ("<process>_<start time>_...") still works. A process that
 /// may not even be asked is alive.
-bool IsLiveRun(std::wstring_view run) {
+bool IsLiveRun(SystemCalls& calls, std::wstring_view run) {
   const auto process_id = static_cast<DWORD>(TakeNumber(run));
   if (run.empty() || run.front() != L'_') {
     return false;
@@ -48,49 +47,49 @@ bool IsLiveRun(std::wstring_view run) {
   run.remove_prefix(1);
   const std::uint64_t start_time = TakeNumber(run);
   const kestrune::KernelHandle process(
-      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
+      calls.OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, process_id));
   if (!process) {
     return GetLastError() == ERROR_ACCESS_DENIED;
   }
   DWORD exit_code = 0;
-  const bool runs = GetExitCodeProcess(process.Get(), &exit_code) && exit_code == STILL_ACTIVE;
-  return runs && StartTime(process.Get()) == start_time;
+  const bool runs = calls.GetExitCode(process.Get(), &exit_code) && exit_code == STILL_ACTIVE;
+  return runs && StartTime(calls, process.Get()) == start_time;
 }
 
-void ClearLeftover(SystemCalls& calls, const std::wstring& rcs_path, const std::wstring& name,
-                   const std::wstring& directory) {
-  const std::wstring path = JoinPath(kestrune::ParentPath(rcs_path), name);
+void ClearLeftover(SystemCalls& calls, const ExtendedPath& rcs_path, const std::wstring& name,
+                   const ExtendedPath& directory) {
+  const ExtendedPath path = rcs_path.Parent().Entry(name);
   if (!name.ends_with(kDisplacedEnd)) {
     calls.Delete(path);
-  } else if (Exists(rcs_path)) {
-    calls.Move(path, JoinPath(directory, name), 0);
+  } else if (Exists(calls, rcs_path)) {
+    calls.Move(path, directory.Entry(name), 0);
   }
 }
 
 }  // namespace
 
-bool Exists(const std::wstring& extended_path) {
-  return GetFileAttributesW(extended_path.c_str()) != INVALID_FILE_ATTRIBUTES;
+bool Exists(SystemCalls& calls, const ExtendedPath& path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  return calls.GetAttributes(path, &data) != FALSE;
 }
 
-WorkingFiles NameWorkingFiles(const std::wstring& extended_rcs_path) {
+WorkingFiles NameWorkingFiles(SystemCalls& calls, const ExtendedPath& rcs_path) {
   LARGE_INTEGER counter{};
   QueryPerformanceCounter(&counter);
-  const std::wstring stem =
-      extended_rcs_path + std::wstring(kMark) + std::to_wstring(GetCurrentProcessId()) + L"_" +
-      std::to_wstring(StartTime(GetCurrentProcess())) + L"_" + std::to_wstring(counter.QuadPart);
-  return {stem + std::wstring(kTemporaryEnd), stem + std::wstring(kDisplacedEnd),
-          extended_rcs_path + L".recovery"};
+  const std::wstring run = std::wstring(kMark) + std::to_wstring(GetCurrentProcessId()) + L"_" +
+                           std::to_wstring(StartTime(calls, GetCurrentProcess())) + L"_" +
+                           std::to_wstring(counter.QuadPart);
+  return {rcs_path.WithEnding(run + std::wstring(kTemporaryEnd)),
+          rcs_path.WithEnding(run + std::wstring(kDisplacedEnd)),
+          rcs_path.WithEnding(L".recovery")};
 }
 
-void ClearLeftovers(SystemCalls& calls, const std::wstring& extended_rcs_path,
-                    const std::wstring& directory) {
-  const std::wstring prefix =
-      std::wstring(kestrune::FileName(extended_rcs_path)) + std::wstring(kMark);
+void ClearLeftovers(SystemCalls& calls, const ExtendedPath& rcs_path,
+                    const ExtendedPath& directory) {
+  const std::wstring prefix = std::wstring(rcs_path.Name()) + std::wstring(kMark);
   WIN32_FIND_DATAW entry{};
-  const std::wstring pattern = JoinPath(kestrune::ParentPath(extended_rcs_path), prefix) + L"*" +
-                               std::wstring(kTemporaryEnd);
-  const kestrune::FindHandle find(FindFirstFileW(pattern.c_str(), &entry));
+  const ExtendedPath pattern = rcs_path.Parent().Entry(prefix + L"*" + std::wstring(kTemporaryEnd));
+  const kestrune::FindHandle find(calls.FindFirst(pattern, &entry));
   if (!find) {
     return;
   }
@@ -98,10 +97,10 @@ void ClearLeftovers(SystemCalls& calls, const std::wstring& extended_rcs_path,
     const std::wstring name = entry.cFileName;
     const bool is_file = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
     if (is_file && name.size() > prefix.size() && name.ends_with(kTemporaryEnd) &&
-        !IsLiveRun(std::wstring_view(name).substr(prefix.size()))) {
-      ClearLeftover(calls, extended_rcs_path, name, directory);
+        !IsLiveRun(calls, std::wstring_view(name).substr(prefix.size()))) {
+      ClearLeftover(calls, rcs_path, name, directory);
     }
-  } while (FindNextFileW(find.Get(), &entry));
+  } while (calls.FindNext(find.Get(), &entry));
 }
 
 }  // namespace altium_registration

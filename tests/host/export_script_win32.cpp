@@ -39,7 +39,7 @@ std::wstring OnOneLine(const std::wstring& text) {
 }
 
 bool FileIsThere(const std::wstring& path) {
-  return GetFileAttributesW(ExtendedPath(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+  return GetFileAttributesW(ExtendedPath(path).Get()) != INVALID_FILE_ATTRIBUTES;
 }
 
 class ExportScript {

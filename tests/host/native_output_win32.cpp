@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kPieces = 20;
 
 FileHandle Create(const std::wstring& path, DWORD sharing) {
-  return FileHandle(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, sharing, nullptr,
+  return FileHandle(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, sharing, nullptr,
                                 CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 

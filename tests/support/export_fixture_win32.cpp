@@ -70,7 +70,7 @@ void PutFile(const std::wstring& path, std::string_view bytes) {
 
 void PutSparseFile(const std::wstring& path, std::uint64_t size, std::string_view beginning) {
   PutFile(path, beginning);
-  const FileHandle file(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, 0, nullptr,
+  const FileHandle file(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, 0, nullptr,
                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   DWORD returned = 0;
   DeviceIoControl(file.Get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr);
@@ -81,13 +81,13 @@ void PutSparseFile(const std::wstring& path, std::uint64_t size, std::string_vie
 }
 
 bool Exists(const std::wstring& path) {
-  return GetFileAttributesW(ExtendedPath(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+  return GetFileAttributesW(ExtendedPath(path).Get()) != INVALID_FILE_ATTRIBUTES;
 }
 
 std::vector<std::wstring> NamesIn(const std::wstring& folder) {
   std::vector<std::wstring> names;
   WIN32_FIND_DATAW entry = {};
-  const FindHandle search(FindFirstFileW(ExtendedPath(JoinPath(folder, L"*")).c_str(), &entry));
+  const FindHandle search(FindFirstFileW(ExtendedPath(JoinPath(folder, L"*")).Get(), &entry));
   if (search) {
     do {
       const std::wstring name = entry.cFileName;
@@ -101,7 +101,7 @@ std::vector<std::wstring> NamesIn(const std::wstring& folder) {
 }
 
 FileHandle HoldOpen(const std::wstring& path, DWORD access, DWORD sharing) {
-  FileHandle file(CreateFileW(ExtendedPath(path).c_str(), access, sharing, nullptr, OPEN_EXISTING,
+  FileHandle file(CreateFileW(ExtendedPath(path).Get(), access, sharing, nullptr, OPEN_EXISTING,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
   EXPECT_TRUE(static_cast<bool>(file)) << NarrowForMessage(path) << ", error " << GetLastError();
   return file;

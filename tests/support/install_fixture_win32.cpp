@@ -9,13 +9,13 @@ namespace kestrune {
 
 std::uint64_t TimeOf(const std::wstring& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  return GetFileAttributesExW(ExtendedPath(path).c_str(), GetFileExInfoStandard, &data)
+  return GetFileAttributesExW(ExtendedPath(path).Get(), GetFileExInfoStandard, &data)
              ? JoinFileTime(data.ftLastWriteTime)
              : 0;
 }
 
 void SetTimeOf(const std::wstring& path, std::uint64_t time) {
-  const FileHandle file(CreateFileW(ExtendedPath(path).c_str(), FILE_WRITE_ATTRIBUTES,
+  const FileHandle file(CreateFileW(ExtendedPath(path).Get(), FILE_WRITE_ATTRIBUTES,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
   const FILETIME last_write = SplitFileTime(time);

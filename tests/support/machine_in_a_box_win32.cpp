@@ -215,7 +215,7 @@ std::string DigestOf(const std::wstring& path) {
 
 void AddFolder(const std::wstring& folder, Snapshot& snapshot) {
   WIN32_FIND_DATAW entry{};
-  const FindHandle find(FindFirstFileW(ExtendedPath(JoinPath(folder, L"*")).c_str(), &entry));
+  const FindHandle find(FindFirstFileW(ExtendedPath(JoinPath(folder, L"*")).Get(), &entry));
   if (!find) {
     return;
   }
@@ -472,7 +472,7 @@ void MakePackage(const std::wstring& directory, std::uint64_t time, const std::s
   for (const auto& [name, text] : files) {
     const std::wstring path = JoinPath(directory, name);
     Put(path, text + mark);
-    const FileHandle file(CreateFileW(ExtendedPath(path).c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
+    const FileHandle file(CreateFileW(ExtendedPath(path).Get(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     const FILETIME last_write = SplitFileTime(time);
     Require(file && SetFileTime(file.Get(), nullptr, nullptr, &last_write),

@@ -25,13 +25,28 @@ std::wstring FailureText(Action action) {
   }
 }
 
+using kestrune::ScriptedCalls;
+using kestrune::SystemCall;
+
+/// Refuses every call of this name with ERROR_ACCESS_DENIED.
+inline auto Refusing(std::string_view name) {
+  return [name](const SystemCall& call) {
+    return call.name == name ? std::optional<DWORD>(ERROR_ACCESS_DENIED) : std::nullopt;
+  };
+}
+
 /// A store on a profile of its own whose DXP.RCS holds "old text".
 class StoreTest : public testing::Test {
  protected:
   void SetUp() override { KESTRUNE_NEEDS_DISPOSABLE_PROFILE(); }
 
+  /// Closes the store and forgets every hook.
+  void StartNewScript() {
+    store.reset();
+    calls = std::make_unique<ScriptedCalls>();
+  }
   WindowsStore& Open() {
-    store = std::make_unique<WindowsStore>(profile.Target(), calls);
+    store = std::make_unique<WindowsStore>(profile.Target(), *calls);
     return *store;
   }
   /// A store that has everything behind it that comes before the replacement.
@@ -47,12 +62,12 @@ class StoreTest : public testing::Test {
   [[nodiscard]] std::string Rcs() const { return FileBytes(profile.Rcs()); }
   /// The security of DXP.RCS as Windows answers it, whatever the script says.
   [[nodiscard]] FileSecurity RealSecurity() const {
-    SystemCalls real;
-    return ReadFileSecurity(real, profile.Rcs(), L"size", L"read");
+    kestrune::SystemCalls real;
+    return ReadFileSecurity(real, kestrune::ExtendedPath(profile.Rcs()), L"size", L"read");
   }
 
   TestProfile profile{"old text"};
-  std::shared_ptr<ScriptedCalls> calls = std::make_shared<ScriptedCalls>();
+  std::unique_ptr<ScriptedCalls> calls = std::make_unique<ScriptedCalls>();
   std::unique_ptr<WindowsStore> store;
 };
 

@@ -60,7 +60,7 @@ std::wstring TestProfile::Key() const {
 }
 
 void TestProfile::SetValue(const RegistryValue& value) const {
-  SystemCalls calls;
+  kestrune::SystemCalls calls;
   WriteRegistryValue(calls, Key(), value);
 }
 

@@ -117,7 +117,7 @@ TEST_F(InstallTest, ALogThatShutsAfterTheBackupsFailsTheReportAndNotTheRegistrat
   // Every second number is missing: so many entries to rewrite take longer than to shut the log.
   constexpr int kProjects = 100;
   const MadeInstance host = MakeHost(UsedHost(1, 24));
-  altium_registration::SystemCalls calls;
+  SystemCalls calls;
   for (int i = 0; i < kProjects; ++i) {
     altium_registration::WriteRegistryValue(
         calls, host.ProjectsKey(),

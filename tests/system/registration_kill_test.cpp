@@ -102,8 +102,9 @@ class KilledRegistration : public testing::Test {
     instance_ =
         InstanceText({profile_->Rcs(), profile_->Branch(), facts.dwFileAttributes,
                       facts.ftLastWriteTime.dwHighDateTime, facts.ftLastWriteTime.dwLowDateTime});
-    SystemCalls real;
-    const FileSecurity security = ReadFileSecurity(real, profile_->Rcs(), L"size", L"read");
+    kestrune::SystemCalls real;
+    const FileSecurity security =
+        ReadFileSecurity(real, kestrune::ExtendedPath(profile_->Rcs()), L"size", L"read");
     security_.assign(reinterpret_cast<const char*>(security.Bytes().data()),
                      security.Bytes().size());
   }
@@ -116,7 +117,7 @@ class KilledRegistration : public testing::Test {
   [[nodiscard]] std::wstring ReportPath() const { return profile_->Directory() + L".report"; }
   [[nodiscard]] std::string Report() const { return FileBytes(ReportPath()); }
   [[nodiscard]] std::vector<RegistryValue> List() const {
-    SystemCalls real;
+    kestrune::SystemCalls real;
     return ReadRegistryValues(real, profile_->Key());
   }
 

@@ -16,7 +16,8 @@
 #include <windows.h>
 #include <shellapi.h>
 
-#include <memory>
+#include <algorithm>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,10 +31,13 @@
 #include "registration/rcs/toolbar_edit.h"
 #include "registration/transaction/transaction.h"
 #include "registration/transaction/windows_store_win32.h"
-#include "tests/support/observed_calls_win32.h"
+#include "tests/support/scripted_calls_win32.h"
 
 namespace altium_registration {
 namespace {
+
+using kestrune::ExtendedPath;
+using kestrune::SystemCall;
 
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
@@ -60,33 +64,45 @@ struct Arguments {
 }
 
 /// The real calls with a point before and after each, at which it may fail or the process end.
-class MortalCalls final : public ObservedCalls {
+class MortalCalls final : public kestrune::ScriptedCalls {
  public:
-  explicit MortalCalls(const Arguments& arguments) : arguments_(arguments) {}
+  explicit MortalCalls(const Arguments& arguments) : arguments_(arguments) {
+    before = [this](const SystemCall& call) { return Point(call.name, " before\n"); };
+    after = [this](const SystemCall& call) { return Point(call.name, " after\n"); };
+  }
 
   /// The points passed so far, a line for each.
   [[nodiscard]] const std::string& Points() const { return points_; }
 
-  BOOL Replace(const std::wstring& replaced, const std::wstring& replacement,
-               const std::wstring& displaced) override {
+  BOOL Replace(const ExtendedPath& replaced, const ExtendedPath& replacement,
+               const ExtendedPath& displaced) override {
     if (++replacements_ == arguments_.die_half_way) {
-      MoveFileExW(replaced.c_str(), displaced.c_str(), 0);
+      MoveFileExW(replaced.Get(), displaced.Get(), 0);
       EndProcess();
     }
-    return ObservedCalls::Replace(replaced, replacement, displaced);
+    return ScriptedCalls::Replace(replaced, replacement, displaced);
   }
 
- protected:
-  bool Before(std::string_view call) override { return Point(call, " before\n"); }
-  bool After(std::string_view call) override { return Point(call, " after\n"); }
-
  private:
-  bool Point(std::string_view call, std::string_view when) {
+  /// The calls that change something or on whose answers about security the run decides; a death or
+  /// a refusal at any other one leaves what one of these leaves.
+  static bool IsPoint(std::string_view call) {
+    constexpr std::string_view kPoints[] = {
+        "GetAttributes", "Create",    "Write",    "Flush",      "Copy",
+        "MakeDirectory", "Replace",   "Move",     "Delete",     "GetSecurity",
+        "SetSecurity",   "CreateKey", "SetValue", "DeleteValue"};
+    return std::ranges::find(kPoints, call) != std::ranges::end(kPoints);
+  }
+
+  std::optional<DWORD> Point(std::string_view call, std::string_view when) {
+    if (!IsPoint(call)) {
+      return std::nullopt;
+    }
     points_.append(call).append(when);
     if (++count_ == arguments_.die_at) {
       EndProcess();
     }
-    return count_ != arguments_.fail_at;
+    return count_ == arguments_.fail_at ? std::optional<DWORD>(ERROR_ACCESS_DENIED) : std::nullopt;
   }
 
   const Arguments& arguments_;
@@ -142,8 +158,7 @@ Spec SpecFor(const std::wstring& project) {
   return spec;
 }
 
-bool Register(const Arguments& arguments, const std::shared_ptr<MortalCalls>& calls,
-              std::wstring& message) {
+bool Register(const Arguments& arguments, MortalCalls& calls, std::wstring& message) {
   WindowsStore store(arguments.target, calls);
   const Spec spec = SpecFor(arguments.project);
   RegistrationChange change;
@@ -166,7 +181,7 @@ int Run() {
   if (!ReadArguments(arguments)) {
     return kWrongArguments;
   }
-  const auto calls = std::make_shared<MortalCalls>(arguments);
+  MortalCalls calls(arguments);
   std::wstring message;
   bool success = false;
   try {
@@ -176,7 +191,7 @@ int Run() {
   }
   if (!arguments.report.empty() &&
       !kestrune::WriteWholeFile(arguments.report,
-                                kestrune::Utf8FromWide(message) + "\n" + calls->Points())) {
+                                kestrune::Utf8FromWide(message) + "\n" + calls.Points())) {
     return kFailed;
   }
   return success ? kDone : kFailed;

@@ -51,9 +51,10 @@ TEST(FileSecurity, NoDaclAndAnEmptyDaclAreOpposites) {
 }
 
 /// Keeps what is written.
-class RecordingCalls final : public SystemCalls {
+class RecordingCalls final : public kestrune::SystemCalls {
  public:
-  BOOL SetSecurity(const std::wstring&, SECURITY_INFORMATION parts, void* descriptor) override {
+  BOOL SetSecurity(const kestrune::ExtendedPath&, SECURITY_INFORMATION parts,
+                   void* descriptor) override {
     parts_ = parts;
     DWORD revision = 0;
     return GetSecurityDescriptorControl(descriptor, &control_, &revision);
@@ -66,11 +67,11 @@ TEST(FileSecurity, WritingADaclTouchesNothingElseAndAsksToKeepTheMarkOfInheritan
   RecordingCalls calls;
   const FileSecurity inherited = FromText(L"O:BAG:SYD:AI(A;;FA;;;BA)");
   const std::vector<std::byte> before = inherited.Bytes();
-  WriteDacl(calls, L"file", inherited);
+  WriteDacl(calls, kestrune::ExtendedPath(L"file"), inherited);
   EXPECT_EQ(calls.parts_, SECURITY_INFORMATION{DACL_SECURITY_INFORMATION});
   EXPECT_NE(calls.control_ & SE_DACL_AUTO_INHERIT_REQ, 0);
   EXPECT_EQ(inherited.Bytes(), before);
-  WriteDacl(calls, L"file", FromText(L"O:BAG:SYD:(A;;FA;;;BA)"));
+  WriteDacl(calls, kestrune::ExtendedPath(L"file"), FromText(L"O:BAG:SYD:(A;;FA;;;BA)"));
   EXPECT_EQ(calls.control_ & SE_DACL_AUTO_INHERIT_REQ, 0);
 }
 

@@ -15,7 +15,6 @@
 #include "registration/transaction/global_projects.h"
 #include "registration/transaction/global_projects_key_win32.h"
 #include "registration/transaction/transaction.h"
-#include "tests/support/observed_calls_win32.h"
 #include "tests/support/store_fixture_win32.h"
 
 namespace altium_registration {
@@ -23,16 +22,22 @@ namespace {
 
 enum class Refusing { Once, OnceAfterItsEffect, FromThereOn };
 
-class RefusingCalls final : public ObservedCalls {
+class RefusingCalls final : public ScriptedCalls {
  public:
-  RefusingCalls(int at, Refusing how) : at_(at), how_(how) {}
+  RefusingCalls(int at, Refusing how) : at_(at), how_(how) {
+    before = [this](const SystemCall& call) { return CodeFor(Before(call.name)); };
+    after = [this](const SystemCall&) { return CodeFor(After()); };
+  }
 
   [[nodiscard]] int Count() const { return count_; }
   /// The call that was refused first.
   [[nodiscard]] const std::string& Refused() const { return refused_; }
 
- protected:
-  bool Before(std::string_view call) override {
+ private:
+  static std::optional<DWORD> CodeFor(bool goes_well) {
+    return goes_well ? std::nullopt : std::optional<DWORD>(ERROR_ACCESS_DENIED);
+  }
+  bool Before(std::string_view call) {
     ++count_;
     if (count_ == at_) {
       refused_ = call;
@@ -40,11 +45,8 @@ class RefusingCalls final : public ObservedCalls {
     return how_ == Refusing::OnceAfterItsEffect ||
            (how_ == Refusing::Once ? count_ != at_ : count_ < at_);
   }
-  bool After(std::string_view) override {
-    return how_ != Refusing::OnceAfterItsEffect || count_ != at_;
-  }
+  [[nodiscard]] bool After() const { return how_ != Refusing::OnceAfterItsEffect || count_ != at_; }
 
- private:
   int at_;
   Refusing how_;
   int count_ = 0;
@@ -60,9 +62,9 @@ class RefusedCallsTest : public testing::Test {
     profile_ = std::make_unique<TestProfile>("old text");
     profile_->SetText(L"Item1", L"A");
     profile_->SetText(L"Item3", L"B");
-    const auto calls = std::make_shared<RefusingCalls>(at, how);
-    SystemCalls real;
-    security_ = ReadFileSecurity(real, profile_->Rcs(), L"size", L"read");
+    RefusingCalls calls(at, how);
+    kestrune::SystemCalls real;
+    security_ = ReadFileSecurity(real, kestrune::ExtendedPath(profile_->Rcs()), L"size", L"read");
     success_ = false;
     try {
       WindowsStore store(profile_->Target(), calls);
@@ -71,8 +73,8 @@ class RefusedCallsTest : public testing::Test {
     } catch (const kestrune::Failure& failure) {
       message_ = failure.text + L" (not opened)";
     }
-    refused_ = calls->Refused();
-    return calls->Count();
+    refused_ = calls.Refused();
+    return calls.Count();
   }
 
   static RegistrationChange ChangeFor(WindowsStore& store) {
@@ -88,7 +90,7 @@ class RefusedCallsTest : public testing::Test {
 
   /// "1=A 3=B "
   std::string List() {
-    SystemCalls real;
+    kestrune::SystemCalls real;
     std::vector<RegistryValue> values = ReadRegistryValues(real, profile_->Key());
     std::ranges::sort(values, {}, &RegistryValue::name);
     std::string list;
@@ -104,8 +106,9 @@ class RefusedCallsTest : public testing::Test {
   void ExpectOldState() {
     EXPECT_EQ(FileBytes(profile_->Rcs()), "old text");
     EXPECT_EQ(List(), "1=A 3=B ");
-    SystemCalls real;
-    EXPECT_TRUE(ReadFileSecurity(real, profile_->Rcs(), L"size", L"read") == security_);
+    kestrune::SystemCalls real;
+    EXPECT_TRUE(ReadFileSecurity(real, kestrune::ExtendedPath(profile_->Rcs()), L"size", L"read") ==
+                security_);
   }
 
   /// What holds after every run, whatever happened to it.

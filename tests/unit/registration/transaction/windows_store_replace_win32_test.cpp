@@ -40,10 +40,10 @@ std::vector<std::byte> DescriptorFrom(const wchar_t* text) {
 
 /// A DACL that only the owner passes, as a user gives it who wants the file for himself.
 void RestrictToOwner(const std::wstring& path) {
-  SystemCalls real;
+  kestrune::SystemCalls real;
   PSID owner = nullptr;
   BOOL defaulted = FALSE;
-  const FileSecurity now = ReadFileSecurity(real, path, L"size", L"read");
+  const FileSecurity now = ReadFileSecurity(real, kestrune::ExtendedPath(path), L"size", L"read");
   ASSERT_TRUE(GetSecurityDescriptorOwner(now.Descriptor(), &owner, &defaulted));
   kestrune::LocalMemory<wchar_t> name;
   ASSERT_TRUE(ConvertSidToStringSidW(owner, name.Put()));
@@ -165,7 +165,7 @@ TEST_F(WindowsStoreReplaceTest, TemporaryFileThatCannotBeMadeIsNamedByItsStepAnd
                 },
                 L"Flush recovery/temp file (Win32 1117)"}};
   for (const auto& step : steps) {
-    calls = std::make_shared<ScriptedCalls>();
+    StartNewScript();
     Open();
     store->CreateBackups("old text", {});
     step.script(*calls);
@@ -189,7 +189,7 @@ const IdentityStep kIdentitySteps[] = {
 
 TEST_F(WindowsStoreReplaceTest, IdentityThatCannotBeMadeIsNamedByItsStepAndNoFileAppears) {
   for (const IdentityStep& step : kIdentitySteps) {
-    calls = std::make_shared<ScriptedCalls>();
+    StartNewScript();
     Open();
     store->CreateBackups("old text", {});
     (*calls).*step.call = [](BOOL& answer) { return FailWith(ERROR_UNKNOWN_REVISION, answer); };
@@ -225,7 +225,7 @@ TEST_F(WindowsStoreReplaceTest, IdentityStepsComeInTheirOrder) {
 
 TEST_F(WindowsStoreReplaceTest, IdentityOfTheRecoveryFileThatCannotBeMadeBlocksTheRollback) {
   for (const IdentityStep& step : kIdentitySteps) {
-    calls = std::make_shared<ScriptedCalls>();
+    StartNewScript();
     WriteFileBytes(profile.Rcs(), "old text");
     OpenPrepared();
     EXPECT_EQ(Commit(), L"");
@@ -550,8 +550,9 @@ TEST_F(WindowsStoreReplaceTest, SecondForeignTextIsNotOverwrittenByTheFirst) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
     WriteUnnoticed(profile.Rcs(), "foreign!");
-    SystemCalls real;
-    answer = real.Replace(profile.Rcs(), Left(L".tmp"), displaced);
+    kestrune::SystemCalls real;
+    answer = real.Replace(kestrune::ExtendedPath(profile.Rcs()),
+                          kestrune::ExtendedPath(Left(L".tmp")), kestrune::ExtendedPath(displaced));
     WriteUnnoticed(profile.Rcs(), "a third!");
     return true;
   };
@@ -576,8 +577,8 @@ TEST_F(WindowsStoreReplaceTest, SecurityOfAFileThatComesBackFromItsDisplacedName
   });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
   const FileSecurity foreign = [this] {
-    SystemCalls real;
-    return ReadFileSecurity(real, Left(L".old.tmp"), L"size", L"read");
+    kestrune::SystemCalls real;
+    return ReadFileSecurity(real, kestrune::ExtendedPath(Left(L".old.tmp")), L"size", L"read");
   }();
   EXPECT_EQ(RollBack(), L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
   EXPECT_EQ(Rcs(), "old text");
@@ -599,8 +600,10 @@ TEST_F(WindowsStoreReplaceTest, GapIsFilledFromTheDisplacedFileEvenWithADamagedB
 TEST_F(WindowsStoreReplaceTest, FailedReplacementThatWorkedAllTheSameCountsAsWritten) {
   OpenPrepared();
   calls->on_replace = OnCall(1, [this](const std::wstring& displaced, BOOL& answer) {
-    SystemCalls real;
-    EXPECT_TRUE(real.Replace(profile.Rcs(), Left(L".tmp"), displaced));
+    kestrune::SystemCalls real;
+    EXPECT_TRUE(real.Replace(kestrune::ExtendedPath(profile.Rcs()),
+                             kestrune::ExtendedPath(Left(L".tmp")),
+                             kestrune::ExtendedPath(displaced)));
     return FailWith(ERROR_IO_DEVICE, answer);
   });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1117)");

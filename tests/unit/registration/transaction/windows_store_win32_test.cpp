@@ -194,7 +194,8 @@ TEST_F(WindowsStoreTest, ValueOfOneMebibyteIsReadAndOneByteMoreIsRefused) {
 TEST_F(WindowsStoreTest, HundredThousandValuesAreRead) {
   {
     kestrune::RegistryKey key;
-    ASSERT_EQ(calls->CreateKey(profile.Key(), key.Put()), ERROR_SUCCESS);
+    ASSERT_EQ(calls->CreateKey(HKEY_CURRENT_USER, profile.Key(), KEY_SET_VALUE, key.Put()),
+              ERROR_SUCCESS);
     for (int i = 0; i < 100'000; ++i) {
       const std::wstring name = L"Item" + std::to_wstring(i);
       ASSERT_EQ(calls->SetValue(key.Get(), name, REG_SZ, L"x", 4), ERROR_SUCCESS);
@@ -385,14 +386,16 @@ TEST_F(WindowsStoreTest, EveryBackupIsFlushed) {
 
 TEST_F(WindowsStoreTest, DigestThatCannotBeHadIsNamed) {
   Open();
-  calls->on_sha = kestrune::Failure{L"SHA provider", ERROR_ACCESS_DENIED};
+  calls->before = Refusing("AcquireProvider");
   EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"SHA provider (Win32 5)");
   // What the digest only describes is safe by then.
   EXPECT_FALSE(FileBytes(Saved(L"security.before.bin")).empty());
   EXPECT_EQ(FailureText([&] { store->PrepareReplacement("x"); }), L"SHA provider (Win32 5)");
   Open();
-  calls->on_sha = kestrune::Failure{L"SHA256 unavailable.", ERROR_ACCESS_DENIED};
-  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"SHA256 unavailable.");
+  for (const char* call : {"CreateHash", "HashData", "GetHashValue"}) {
+    calls->before = Refusing(call);
+    EXPECT_EQ(FailureText([&] { store->PrepareReplacement("x"); }), L"SHA256 unavailable.");
+  }
 }
 
 TEST_F(WindowsStoreTest, BackupStepsThatFailAreNamed) {
@@ -510,7 +513,7 @@ TEST_F(WindowsStoreTest, ProfileWithALongPathIsBackedUpAndReplaced) {
   StoreTarget target = profile.Target();
   target.rcs_path = deep + L"\\DXP.RCS";
   WriteFileBytes(target.rcs_path, "old text");
-  WindowsStore long_store(target, calls);
+  WindowsStore long_store(target, *calls);
   long_store.CreateBackups("old text", {});
   long_store.PrepareReplacement("new text");
   long_store.CommitReplacement();
@@ -538,14 +541,14 @@ TEST_F(WindowsStoreTest, TemporaryFilesOfDeadRunsAreClearedAndThoseOfLiveRunsSta
   WriteFileBytes(profile.Rcs() + L".odbpp-.tmp", "dead");
   WriteFileBytes(profile.Rcs() + L".odbpp-4294967292_1_1.old.tmp", "displaced");
   WriteFileBytes(profile.Rcs() + L".odbpp.tmp", "somebody's");
-  const WindowsStore live_run(profile.Target());
-  WorkingFiles live = NameWorkingFiles(kestrune::ExtendedPath(profile.Rcs()));
-  WriteFileBytes(live.temporary, "live");
+  const WindowsStore live_run(profile.Target(), *calls);
+  WorkingFiles live = NameWorkingFiles(*calls, kestrune::ExtendedPath(profile.Rcs()));
+  WriteFileBytes(live.temporary.Text(), "live");
   Open();
   EXPECT_EQ(profile.Leftovers().size(), 5U);
   store->AppendLog("first line");
   EXPECT_EQ(profile.Leftovers(),
-            (Names{std::wstring(kestrune::FileName(live.temporary)), L"DXP.RCS.odbpp.tmp"}));
+            (Names{std::wstring(live.temporary.Name()), L"DXP.RCS.odbpp.tmp"}));
   EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.odbpp-4294967292_1_1.old.tmp")), "displaced");
 }
 
@@ -554,7 +557,7 @@ TEST_F(WindowsStoreTest, DisplacedFileIsNeverClearedWhileTheFileIsMissing) {
   DeleteFileW(profile.Rcs().c_str());
   const std::wstring elsewhere = profile.Directory() + L"\\elsewhere";
   ASSERT_TRUE(kestrune::CreateDirectories(elsewhere));
-  ClearLeftovers(*calls, kestrune::ExtendedPath(profile.Rcs()), elsewhere);
+  ClearLeftovers(*calls, kestrune::ExtendedPath(profile.Rcs()), kestrune::ExtendedPath(elsewhere));
   EXPECT_EQ(profile.Leftovers(), (Names{L"DXP.RCS.odbpp-4294967292_1_1.old.tmp", L"elsewhere"}));
 }
 
