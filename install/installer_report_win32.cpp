@@ -15,7 +15,7 @@ constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 /// Returns ERROR_SUCCESS, or the code of the call that failed.
 DWORD WriteReport(const std::wstring& path, std::string_view bytes) {
-  FileHandle file(CreateFileW(ExtendedPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+  FileHandle file(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                               CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) {
     return GetLastError();
@@ -26,7 +26,7 @@ DWORD WriteReport(const std::wstring& path, std::string_view bytes) {
   const DWORD code = GetLastError();
   file.Reset();
   // Half a report reads like a whole one that names fewer problems.
-  DeleteFileW(ExtendedPath(path).c_str());
+  DeleteFileW(ExtendedPath(path).Get());
   return code;
 }
 
