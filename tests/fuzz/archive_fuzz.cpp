@@ -39,6 +39,14 @@ void* operator new(std::size_t size) {
   return block;
 }
 
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void operator delete(void* block) noexcept {
   taken -= block == nullptr ? 0 : malloc_usable_size(block);
   std::free(block);
