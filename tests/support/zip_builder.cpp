@@ -38,7 +38,7 @@ std::string DirectoryPart(const ZipPart& part, std::size_t offset) {
 }
 
 /// The 64-bit record of the end, and the record that leads to it.
-std::string LargeEnd(std::size_t entries, std::size_t size, std::size_t offset) {
+std::string LargeEnd(std::size_t entries, std::size_t size, std::uint64_t offset) {
   return "PK\x06\x06" + LittleEndianBytes(44, 8) + LittleEndianBytes(45, 2) +
          LittleEndianBytes(45, 2) + LittleEndianBytes(0, 8) + LittleEndianBytes(entries, 8) +
          LittleEndianBytes(entries, 8) + LittleEndianBytes(size, 8) + LittleEndianBytes(offset, 8) +
@@ -79,7 +79,7 @@ std::string BuildZip(const std::vector<ZipPart>& parts, const ZipEnd& end) {
   const std::size_t offset = bytes.size();
   bytes += directory;
   if (end.large) {
-    bytes += LargeEnd(parts.size(), directory.size(), offset);
+    bytes += LargeEnd(parts.size(), directory.size(), end.before + offset);
   }
   const std::uint64_t entries = end.large ? 0xFFFF : end.entries.value_or(parts.size());
   const std::uint64_t size = end.large ? 0xFFFFFFFF : directory.size();

@@ -37,6 +37,8 @@ struct ZipEnd {
   std::uint16_t disk = 0;
   /// Writes the 64-bit records, and saturated numbers in the old one.
   bool large = false;
+  /// How many bytes will precede the archive's own; counts only in the 64-bit records.
+  std::uint64_t before = 0;
 };
 
 /// Returns a ZIP archive of these entries, false where the parts say so.
