@@ -86,6 +86,9 @@ Command ParseRuntime(const std::vector<std::wstring>& arguments) {
   if (count == 5 && keyword == L"--wait-native") {
     return WaitNativeCommand{arguments[2], arguments[3], arguments[4]};
   }
+  if (count == 4 && keyword == L"--inspect") {
+    return InspectCommand{arguments[2], arguments[3]};
+  }
   if ((count == 3 || count == 4) && keyword == L"--finalize-auto") {
     return FinalizeCommand{std::nullopt, arguments[2],
                            count == 4 ? ReadSpace(arguments[3]) : std::nullopt};

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "export/deliver/finalize_command.h"
+#include "export/inspect/inspect_command.h"
 #include "export/prepare/prepare_command.h"
 #include "export/wait/native_wait_command.h"
 #include "export/wait/window_position_command.h"
@@ -20,7 +21,7 @@ struct UnknownCommand {};
 
 using Command =
     std::variant<UnknownCommand, InvalidInstallerCommand, InstallerOptions, PositionWindowCommand,
-                 PrepareCommand, WaitNativeCommand, FinalizeCommand>;
+                 PrepareCommand, WaitNativeCommand, InspectCommand, FinalizeCommand>;
 
 /// Reads the arguments (the first is the program's own path, as Windows splits them) into the one
 /// command that this run carries out. Keywords are compared over their whole length and with case;

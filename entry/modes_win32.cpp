@@ -3,6 +3,7 @@
 #include "common/log_win32.h"
 #include "common/program_path_win32.h"
 #include "export/deliver/finalize_win32.h"
+#include "export/inspect/inspect_win32.h"
 #include "export/prepare/prepare_status_win32.h"
 #include "export/prepare/prepare_win32.h"
 #include "export/wait/native_wait_win32.h"
@@ -63,6 +64,14 @@ int ReportWaitFailure(const WaitNativeCommand& command, Desktop&) {
   return kNativeWaitFailed;
 }
 
+int RunInspect(const InspectCommand& command, Desktop&) {
+  return InspectForScript(command);
+}
+
+int ReportInspectionFailure(const InspectCommand& command, Desktop&) {
+  return ReportInspectFailure(command);
+}
+
 int ReportFinalizeFailure(const FinalizeCommand&, Desktop& desktop) {
   desktop.ShowMessage(FinalizeFailureMessage(), MessageIcon::Error);
   return kFinalizeFailed;
@@ -77,6 +86,7 @@ constexpr Modes kModes = {
     Mode<PositionWindowCommand>{RunPositionWindow, kPositionUnreadable},
     Mode<PrepareCommand>{RunPrepare, kPrepareFailed, ReportPrepareFailure},
     Mode<WaitNativeCommand>{RunWaitNative, kNativeWaitFailed, ReportWaitFailure},
+    Mode<InspectCommand>{RunInspect, kInspectArchiveUnreadable, ReportInspectionFailure},
     Mode<FinalizeCommand>{FinalizeExport, kFinalizeFailed, ReportFinalizeFailure},
 };
 

@@ -58,6 +58,10 @@ struct Laws {
             command.expected_path == arguments[2] && command.report_path == arguments[3] &&
             command.result_path == arguments[4]);
   }
+  void operator()(const InspectCommand& command) const {
+    Require(arguments.size() == 4 && arguments[1] == L"--inspect" &&
+            command.archive == arguments[2] && command.result_path == arguments[3]);
+  }
   void operator()(const FinalizeCommand& command) const {
     if (command.native_zip) {
       Require(arguments.size() == 4 && arguments[1] == L"--finalize" && !command.space &&

@@ -119,6 +119,14 @@ TEST(CommandLine, WaitNativeTakesThreeArguments) {
   EXPECT_EQ(wait.result_path, L"c");
 }
 
+TEST(CommandLine, InspectTakesTwoArguments) {
+  EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--inspect", L"a"})));
+  EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--inspect", L"a", L"b", L"c"})));
+  const auto inspect = std::get<InspectCommand>(Parse({L"--inspect", L"a", L"b"}));
+  EXPECT_EQ(inspect.archive, L"a");
+  EXPECT_EQ(inspect.result_path, L"b");
+}
+
 TEST(CommandLine, FinalizeTakesTwoArguments) {
   EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--finalize", L"a"})));
   EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--finalize", L"a", L"b", L"c"})));

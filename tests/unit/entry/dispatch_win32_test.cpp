@@ -93,6 +93,13 @@ TEST_F(LastResortTest, AFailedWaitLeavesAResultAndEndsWithFive) {
   ExpectUnhandledFailureIsLogged();
 }
 
+TEST_F(LastResortTest, AFailedInspectionLeavesAResultAndEndsWithThree) {
+  EXPECT_EQ(Run(InspectCommand{L"a", Scratch(L"list.txt")}), 3);
+  EXPECT_EQ(FileBytes(Scratch(L"list.txt")),
+            "VERSION=1\r\nERROR=The archive could not be inspected.\r\nEND\r\n");
+  ExpectUnhandledFailureIsLogged();
+}
+
 TEST_F(LastResortTest, AFailedFinalizationShowsWhereTheLogIsAndEndsWithFour) {
   EXPECT_EQ(Run(FinalizeCommand{L"a", L"b", std::nullopt}), 4);
   EXPECT_THAT(desktop_.boxes, ElementsAre(FinalizeBox()));

@@ -18,6 +18,7 @@
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/open_resources_win32.h"
 #include "tests/support/output_job_reader.h"
+#include "tests/support/zip_builder.h"
 
 namespace kestrune {
 namespace {
@@ -144,6 +145,17 @@ TEST_F(RepeatedModes, WaitingForTheArchive) {
     EXPECT_EQ(codes, std::vector<int>(kAtOnce, 0));
   };
   ExpectNothingLeaks(wait_eight_times, RepeatedRounds(2 * kAtOnce) / kAtOnce);
+}
+
+TEST_F(RepeatedModes, InspectingArchives) {
+  const std::wstring good = Scratch(L"good.zip");
+  const std::wstring bad = Scratch(L"bad.zip");
+  PutFile(good, BuildZip({{"matrix/matrix", "LAYER {\n}\n"}}));
+  PutFile(bad, "no archive");
+  ExpectNothingLeaks([&] {
+    EXPECT_EQ(Run(InspectCommand{good, Scratch(L"list.txt")}), 0);
+    EXPECT_EQ(Run(InspectCommand{bad, Scratch(L"list.txt")}), 3);
+  });
 }
 
 TEST_F(RepeatedModes, DeliveringToTheClipboard) {
