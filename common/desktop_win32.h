@@ -1,16 +1,21 @@
 #pragma once
 
 #include <windows.h>
+#include <shellapi.h>
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace kestrune {
 
 /// The icon of a message box, with its style word.
 enum class MessageIcon : unsigned { Error = 16, Warning = 48, Information = 64 };
 
-/// The program's one door to the user's desktop. Tests put a stand-in here for what no machine does
-/// on request, and for boxes that nobody is there to close.
+/// The program's one door to the user's desktop: windows, boxes, the clipboard, other applications.
+/// The calls leave the thread's last error when they fail. One object is made at the top and handed
+/// down. Tests derive from it to show what no test machine does on request: several monitors, a
+/// program that demands elevation, a box that needs nobody to close it.
 class Desktop {
  public:
   Desktop() = default;
@@ -18,8 +23,60 @@ class Desktop {
   Desktop& operator=(const Desktop&) = delete;
   virtual ~Desktop() = default;
 
+  // Windows
+
+  /// IsWindow.
+  virtual bool HasWindow(HWND window);
+  /// GetForegroundWindow.
+  virtual HWND Foreground();
+  /// MonitorFromWindow, the primary monitor for a window that lies on none.
+  virtual HMONITOR MonitorOf(HWND window);
+  /// GetMonitorInfoW.
+  virtual bool ReadMonitor(HMONITOR monitor, MONITORINFO& information);
+  /// GetWindowRect.
+  virtual bool ReadPlace(HWND window, RECT& place);
+  /// SetWindowPos.
+  virtual bool Move(HWND window, HWND insert_after, int x, int y, int width, int height,
+                    UINT flags);
   /// Shows a message box titled "Kestrune" without an owner window and waits until it is closed.
   virtual void ShowMessage(const std::wstring& text, MessageIcon icon);
+
+  // The clipboard
+
+  /// GlobalAlloc of a movable block of zeros.
+  virtual HGLOBAL Allocate(std::size_t size);
+  /// OpenClipboard without an owner window.
+  virtual bool OpenBoard();
+  /// EmptyClipboard.
+  virtual void EmptyBoard();
+  /// SetClipboardData; null when the block was not accepted and stays the caller's.
+  virtual HANDLE Place(UINT format, HGLOBAL block);
+  /// CloseClipboard.
+  virtual void CloseBoard();
+
+  // Starting an application
+
+  /// ExpandEnvironment (common/file_win32.h).
+  virtual bool Expand(const std::wstring& text, std::wstring& expanded);
+  /// CreateProcessW with a suspended main thread, inheriting the environment but no handles.
+  virtual BOOL CreateSuspended(const wchar_t* application, wchar_t* command_line,
+                               const wchar_t* directory, PROCESS_INFORMATION& process);
+  /// AllowSetForegroundWindow.
+  virtual void AllowForeground(DWORD process_id);
+  /// ResumeThread.
+  virtual DWORD Resume(HANDLE thread);
+  /// ShellExecuteExW on a thread that is ready for COM.
+  virtual BOOL Execute(SHELLEXECUTEINFOW& execution);
+
+  // An application that runs already
+
+  /// ProcessIdToSessionId.
+  virtual bool ReadSession(DWORD process_id, DWORD& session);
+  /// Whether the process runs as this process's user.
+  virtual bool IsOurUsers(HANDLE process);
+  /// Opens the mailslot `\\.\mailslot\<name>` and writes one message. False unless every byte was
+  /// written.
+  virtual bool SendToMailslot(const std::wstring& name, std::string_view message);
 };
 
 }  // namespace kestrune

@@ -43,10 +43,6 @@ int ReportInstallerFailure(const InstallerOptions& options, Desktop& desktop) {
   return ShowResult(options, {kInstallerFailed, L"The installer failed unexpectedly."}, desktop);
 }
 
-int RunPositionWindow(const PositionWindowCommand& command, Desktop&) {
-  return PositionWindow(command);
-}
-
 int RunPrepare(const PrepareCommand& command, Desktop&) {
   return PublishPrepareStatus(command, PrepareTemporaryProject(command));
 }
@@ -83,7 +79,7 @@ constexpr Modes kModes = {
     Mode<UnknownCommand>{RejectCommandLine, kNotACommand},
     Mode<InvalidInstallerCommand>{RejectInstallerLine, kInvalidInstallerLine},
     Mode<InstallerOptions>{RunInstaller, kInstallerFailed, ReportInstallerFailure},
-    Mode<PositionWindowCommand>{RunPositionWindow, kPositionUnreadable},
+    Mode<PositionWindowCommand>{PositionWindow, kPositionUnreadable},
     Mode<PrepareCommand>{RunPrepare, kPrepareFailed, ReportPrepareFailure},
     Mode<WaitNativeCommand>{RunWaitNative, kNativeWaitFailed, ReportWaitFailure},
     Mode<InspectCommand>{RunInspect, kInspectArchiveUnreadable, ReportInspectionFailure},

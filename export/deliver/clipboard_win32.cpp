@@ -13,17 +13,18 @@ namespace {
 /// The clipboard, held open.
 class ClipboardSession {
  public:
-  ClipboardSession() : open_(OpenClipboard(nullptr) != FALSE) {}
+  explicit ClipboardSession(Desktop& desktop) : desktop_(desktop), open_(desktop.OpenBoard()) {}
   ClipboardSession(const ClipboardSession&) = delete;
   ClipboardSession& operator=(const ClipboardSession&) = delete;
   ~ClipboardSession() {
     if (open_) {
-      CloseClipboard();
+      desktop_.CloseBoard();
     }
   }
   explicit operator bool() const { return open_; }
 
  private:
+  Desktop& desktop_;
   bool open_;
 };
 
@@ -38,8 +39,8 @@ bool CopyInto(const GlobalMemory& block, std::size_t offset, const void* bytes, 
 }
 
 /// Hands the block to the open clipboard; one that is not accepted stays the caller's.
-bool Place(UINT format, GlobalMemory& block, ClipboardCalls& calls) {
-  if (calls.Place(format, block.Get()) == nullptr) {
+bool Place(UINT format, GlobalMemory& block, Desktop& desktop) {
+  if (desktop.Place(format, block.Get()) == nullptr) {
     return false;
   }
   static_cast<void>(block.Release());
@@ -48,21 +49,7 @@ bool Place(UINT format, GlobalMemory& block, ClipboardCalls& calls) {
 
 }  // namespace
 
-HGLOBAL ClipboardCalls::Allocate(std::size_t size) {
-  return GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, size);
-}
-
-HANDLE ClipboardCalls::Place(UINT format, HGLOBAL block) {
-  return SetClipboardData(format, block);
-}
-
-bool PlaceZipOnClipboard(const std::wstring& path, std::wstring& error_text) {
-  ClipboardCalls calls;
-  return PlaceZipOnClipboard(path, calls, error_text);
-}
-
-bool PlaceZipOnClipboard(const std::wstring& path, ClipboardCalls& calls,
-                         std::wstring& error_text) {
+bool PlaceZipOnClipboard(const std::wstring& path, Desktop& desktop, std::wstring& error_text) {
   // The shell reads a list of files behind the header: each path ends with a zero, the list with
   // one more.
   DROPFILES header{};
@@ -70,22 +57,22 @@ bool PlaceZipOnClipboard(const std::wstring& path, ClipboardCalls& calls,
   header.pFiles = sizeof header;
   header.fWide = TRUE;
   const std::size_t path_size = 2 * path.size() + 2;
-  GlobalMemory drop(calls.Allocate(sizeof header + path_size + 2));
-  GlobalMemory text(calls.Allocate(path_size));
+  GlobalMemory drop(desktop.Allocate(sizeof header + path_size + 2));
+  GlobalMemory text(desktop.Allocate(path_size));
   if (!drop || !text || !CopyInto(drop, 0, &header, sizeof header) ||
       !CopyInto(drop, sizeof header, path.c_str(), path_size) ||
       !CopyInto(text, 0, path.c_str(), path_size)) {
     error_text = L"Cannot allocate Clipboard data.";
     return false;
   }
-  const ClipboardSession clipboard;
+  const ClipboardSession clipboard(desktop);
   if (!clipboard) {
     error_text = L"Cannot open the Windows Clipboard.";
     return false;
   }
-  EmptyClipboard();
-  const bool drop_placed = Place(CF_HDROP, drop, calls);
-  const bool text_placed = Place(CF_UNICODETEXT, text, calls);
+  desktop.EmptyBoard();
+  const bool drop_placed = Place(CF_HDROP, drop, desktop);
+  const bool text_placed = Place(CF_UNICODETEXT, text, desktop);
   if (!drop_placed || !text_placed) {
     error_text = L"Cannot place the ZIP file on the Windows Clipboard.";
   }

@@ -156,8 +156,8 @@ std::uint64_t CopyArchive(const std::wstring& native_zip, Target& target,
 
 /// Hands the copied archive over: to the application, else to the clipboard and the user.
 FinalizeOutcome HandOver(const std::wstring& destination, std::uint64_t size,
-                         std::optional<std::int64_t> space) {
-  const AfterExportResult application = RunAfterExport(destination, space);
+                         std::optional<std::int64_t> space, Desktop& desktop) {
+  const AfterExportResult application = RunAfterExport(destination, space, desktop);
   if (application.configured && application.delivered) {
     return {};
   }
@@ -166,7 +166,7 @@ FinalizeOutcome HandOver(const std::wstring& destination, std::uint64_t size,
   delivery.size = size;
   delivery.application_configured = application.configured;
   delivery.application_error = application.error_text;
-  const bool on_clipboard = PlaceZipOnClipboard(destination, delivery.clipboard_error);
+  const bool on_clipboard = PlaceZipOnClipboard(destination, desktop, delivery.clipboard_error);
   return {on_clipboard ? kDelivered : kNotOnClipboard, DeliveryMessage(delivery),
           MessageIcon::Information};
 }
@@ -184,14 +184,15 @@ FinalizeOutcome ReportFailure(const std::wstring& native_zip, DWORD code,
 }  // namespace
 
 FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
-                              const std::wstring& source_pcb, std::optional<std::int64_t> space) {
+                              const std::wstring& source_pcb, std::optional<std::int64_t> space,
+                              Desktop& desktop) {
   std::wstring user_message;
   try {
     Target target = ChooseTarget(local_app_data, source_pcb);
     WriteLogEntry(L"Finalize begin", L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip +
                                          L" Destination=" + target.Destination());
     const std::uint64_t size = CopyArchive(native_zip, target, user_message);
-    return HandOver(target.Destination(), size, space);
+    return HandOver(target.Destination(), size, space, desktop);
   } catch (const Failure& failure) {
     const DWORD last_error = GetLastError();
     return ReportFailure(native_zip, failure.code != 0 ? failure.code : last_error, user_message);
@@ -200,7 +201,8 @@ FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wst
   }
 }
 
-FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& folders) {
+FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& folders,
+                                Desktop& desktop) {
   const std::optional<std::wstring> native_zip =
       command.native_zip ? command.native_zip : FindNativeArchive(folders);
   if (!native_zip) {
@@ -211,12 +213,12 @@ FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& fol
   if (!LocalAppDataDirectory(local_app_data, error_text, folders)) {
     return {kFinalizeNoFolder, error_text, MessageIcon::Error};
   }
-  return DeliverExport(local_app_data, *native_zip, command.source_pcb, command.space);
+  return DeliverExport(local_app_data, *native_zip, command.source_pcb, command.space, desktop);
 }
 
 int FinalizeExport(const FinalizeCommand& command, Desktop& desktop) {
   FolderCalls folders;
-  const FinalizeOutcome outcome = FinalizeQuietly(command, folders);
+  const FinalizeOutcome outcome = FinalizeQuietly(command, folders, desktop);
   if (!outcome.message.empty()) {
     desktop.ShowMessage(outcome.message, outcome.icon);
   }

@@ -27,12 +27,14 @@ struct FinalizeOutcome {
 };
 
 /// All of FinalizeExport but the message box, which waits for a person.
-FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& folders);
+FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& folders,
+                                Desktop& desktop);
 
 /// The delivery itself. `local_app_data` is the folder below which the default export directory
 /// lies.
 FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
-                              const std::wstring& source_pcb, std::optional<std::int64_t> space);
+                              const std::wstring& source_pcb, std::optional<std::int64_t> space,
+                              Desktop& desktop);
 
 /// The message for a failed delivery that has no text of its own: it names the log.
 std::wstring FinalizeFailureMessage();

@@ -5,24 +5,9 @@
 #include <cstdint>
 #include <string>
 
+#include "common/desktop_win32.h"
+
 namespace kestrune {
-
-/// What is asked and done about a listener besides sending. Tests put a stand-in here for another
-/// user's or another log-on's process, and to see who may come to the foreground.
-class ListenerCalls {
- public:
-  ListenerCalls() = default;
-  ListenerCalls(const ListenerCalls&) = delete;
-  ListenerCalls& operator=(const ListenerCalls&) = delete;
-  virtual ~ListenerCalls() = default;
-
-  /// ProcessIdToSessionId.
-  virtual bool ReadLogOn(DWORD process_id, DWORD& log_on);
-  /// Whether the process runs as this process's user.
-  virtual bool IsOurUsers(HANDLE process);
-  /// AllowSetForegroundWindow.
-  virtual void AllowForeground(DWORD process_id);
-};
 
 /// Offers a finished argument line to a running copy of the application through the mailslot
 /// `mailslot_name` that it listens on. True when the whole message was written; every failure is
@@ -32,20 +17,17 @@ class ListenerCalls {
 /// session is allowed to come to the foreground. Any other one gets the message all the same.
 [[nodiscard]] bool SendToRunningInstance(const std::wstring& mailslot_name,
                                          const std::wstring& argument_line,
-                                         const std::wstring& executable_path);
-[[nodiscard]] bool SendToRunningInstance(const std::wstring& mailslot_name,
-                                         const std::wstring& argument_line,
-                                         const std::wstring& executable_path, ListenerCalls& calls);
+                                         const std::wstring& executable_path, Desktop& desktop);
 
 /// Whether `process` (opened for SYNCHRONIZE and PROCESS_QUERY_LIMITED_INFORMATION) is the running
 /// process `process_id`, in this session, of this user, with this image path (ignoring case).
 [[nodiscard]] bool VerifyListenerProcess(HANDLE process, std::uint32_t process_id,
-                                         const std::wstring& executable_path, ListenerCalls& calls);
+                                         const std::wstring& executable_path, Desktop& desktop);
 
 /// Writes the line as one message of 1 to 32,767 bytes in the ANSI code page, without terminating
 /// zero. False when the name is no mailslot name of ours, when a character has no exact equivalent
 /// in the code page, when nobody listens, and when not every byte was written.
 [[nodiscard]] bool SendMailslotNotice(const std::wstring& mailslot_name,
-                                      const std::wstring& argument_line);
+                                      const std::wstring& argument_line, Desktop& desktop);
 
 }  // namespace kestrune

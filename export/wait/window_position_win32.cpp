@@ -18,57 +18,27 @@ ScreenRectangle ToScreen(const RECT& rectangle) {
 
 }  // namespace
 
-bool WindowCalls::IsWindow(HWND window) {
-  return ::IsWindow(window) != FALSE;
-}
-
-HWND WindowCalls::Foreground() {
-  return GetForegroundWindow();
-}
-
-HMONITOR WindowCalls::MonitorOf(HWND window) {
-  return MonitorFromWindow(window, MONITOR_DEFAULTTOPRIMARY);
-}
-
-bool WindowCalls::ReadMonitor(HMONITOR monitor, MONITORINFO& information) {
-  return GetMonitorInfoW(monitor, &information) != FALSE;
-}
-
-bool WindowCalls::ReadPlace(HWND window, RECT& place) {
-  return GetWindowRect(window, &place) != FALSE;
-}
-
-bool WindowCalls::Move(HWND window, HWND insert_after, int x, int y, int width, int height,
-                       UINT flags) {
-  return SetWindowPos(window, insert_after, x, y, width, height, flags) != FALSE;
-}
-
-int PositionWindow(const PositionWindowCommand& command, WindowCalls& calls) {
+int PositionWindow(const PositionWindowCommand& command, Desktop& desktop) {
   const HWND target = WindowFromNumber(command.target);
   HWND reference = WindowFromNumber(command.reference);
-  if (!calls.IsWindow(target)) {
+  if (!desktop.HasWindow(target)) {
     return kPositionNoTarget;
   }
-  if (!calls.IsWindow(reference)) {
-    reference = calls.Foreground();
+  if (!desktop.HasWindow(reference)) {
+    reference = desktop.Foreground();
   }
-  const HMONITOR monitor = calls.MonitorOf(calls.IsWindow(reference) ? reference : target);
+  const HMONITOR monitor = desktop.MonitorOf(desktop.HasWindow(reference) ? reference : target);
   MONITORINFO information{};
   information.cbSize = sizeof(information);
   RECT window{};
-  if (monitor == nullptr || !calls.ReadMonitor(monitor, information) ||
-      !calls.ReadPlace(target, window)) {
+  if (monitor == nullptr || !desktop.ReadMonitor(monitor, information) ||
+      !desktop.ReadPlace(target, window)) {
     return kPositionUnreadable;
   }
   const ScreenPoint corner = CentredIn(ToScreen(information.rcWork), ToScreen(window));
-  const bool moved = calls.Move(target, nullptr, corner.x, corner.y, 0, 0,
-                                SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE | SWP_NOOWNERZORDER);
+  const bool moved = desktop.Move(target, nullptr, corner.x, corner.y, 0, 0,
+                                  SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE | SWP_NOOWNERZORDER);
   return moved ? kWindowMoved : kPositionCannotMove;
-}
-
-int PositionWindow(const PositionWindowCommand& command) {
-  WindowCalls calls;
-  return PositionWindow(command, calls);
 }
 
 }  // namespace kestrune

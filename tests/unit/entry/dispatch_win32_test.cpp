@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <new>
-#include <utility>
 
 #include "common/failure.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/noted_boxes_win32.h"
 
 namespace kestrune {
 namespace {
@@ -14,21 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Box = std::pair<std::wstring, MessageIcon>;
-
-/// A desktop that notes its boxes, and has no memory for them when asked so.
-class NotedBoxes final : public Desktop {
- public:
-  void ShowMessage(const std::wstring& text, MessageIcon icon) override {
-    if (boxes_fail) {
-      throw std::bad_alloc();
-    }
-    boxes.emplace_back(text, icon);
-  }
-
-  std::vector<Box> boxes;
-  bool boxes_fail = false;
-};
+using Box = NotedBoxes::Box;
 
 /// The modes with one replaced.
 template <class C>

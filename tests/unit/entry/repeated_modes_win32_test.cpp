@@ -16,6 +16,7 @@
 #include "install/installer_win32.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/noted_boxes_win32.h"
 #include "tests/support/open_resources_win32.h"
 #include "tests/support/output_job_reader.h"
 #include "tests/support/zip_builder.h"
@@ -31,12 +32,6 @@ Modes ModesUnderTest() {
   };
   return modes;
 }
-
-/// A desktop whose boxes need nobody to close them.
-class UnattendedDesktop final : public Desktop {
- public:
-  void ShowMessage(const std::wstring&, MessageIcon) override {}
-};
 
 /// Repeats `round` and compares what is held after the first rounds, in which the system's own
 /// libraries open what they keep, with what is held after the last.
@@ -102,7 +97,7 @@ class RepeatedModes : public ExportTest {
   }
 
   Modes modes_ = ModesUnderTest();
-  UnattendedDesktop desktop_;
+  NotedBoxes desktop_;
   std::wstring board_;
 };
 
@@ -220,7 +215,7 @@ class RepeatedInstaller : public InstallTest {
   }
 
   Modes modes_ = ModesUnderTest();
-  UnattendedDesktop desktop_;
+  NotedBoxes desktop_;
 };
 
 TEST_F(RepeatedInstaller, InstallingUpdatingAndRemoving) {

@@ -32,7 +32,7 @@ class Variable {
 };
 
 /// Answers as told, and writes down what it was asked.
-class ScriptedCalls : public LaunchCalls {
+class ScriptedDesktop : public Desktop {
  public:
   DWORD create_error = 0;
   DWORD resume_error = 0;
@@ -57,10 +57,10 @@ class ScriptedCalls : public LaunchCalls {
     process.dwProcessId = 4242;
     return create_error == 0 &&
            (!really_create ||
-            LaunchCalls::CreateSuspended(application, command_line, directory, process));
+            Desktop::CreateSuspended(application, command_line, directory, process));
   }
   bool Expand(const std::wstring& text, std::wstring& expanded) override {
-    return expands && LaunchCalls::Expand(text, expanded);
+    return expands && Desktop::Expand(text, expanded);
   }
   void AllowForeground(DWORD process_id) override {
     order_before_allowed = asked;
@@ -113,13 +113,13 @@ class AfterExportTest : public ExportTest {
     return WideFromUtf16Le(FileBytes(Scratch(L"record")));
   }
 
-  ScriptedCalls calls_;
+  ScriptedDesktop calls_;
 };
 
 TEST_F(AfterExportTest, NothingHappensWhenTheSettingsDoNotEnableIt) {
   UserSettings settings = Viewer();
   settings.enabled = false;
-  const AfterExportResult result = RunAfterExport(settings, kZip, 5, calls_);
+  const AfterExportResult result = HandToApplication(settings, kZip, 5, calls_);
   EXPECT_FALSE(result.configured);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.program_name, L"Viewer");
@@ -136,7 +136,7 @@ TEST_F(AfterExportTest, AMissingExecutableIsNamedExpanded) {
     settings.executable_path = path;
     std::wstring expanded;
     ASSERT_TRUE(ExpandEnvironment(path, expanded));
-    const AfterExportResult result = RunAfterExport(settings, kZip, std::nullopt, calls_);
+    const AfterExportResult result = HandToApplication(settings, kZip, std::nullopt, calls_);
     EXPECT_TRUE(result.configured);
     EXPECT_FALSE(result.delivered);
     EXPECT_EQ(result.error_text,
@@ -149,12 +149,12 @@ TEST_F(AfterExportTest, APathThatWindowsDoesNotExpandIsUsedAsWritten) {
   UserSettings settings = Viewer();
   settings.executable_path = L"%SystemDrive%\\none.exe";
   calls_.expands = false;
-  EXPECT_EQ(RunAfterExport(settings, kZip, std::nullopt, calls_).error_text,
+  EXPECT_EQ(HandToApplication(settings, kZip, std::nullopt, calls_).error_text,
             L"The configured after-export executable does not exist: %SystemDrive%\\none.exe");
 }
 
 TEST_F(AfterExportTest, AProcessMayComeToTheForegroundBeforeItRuns) {
-  EXPECT_TRUE(RunAfterExport(Viewer(), kZip, std::nullopt, calls_).delivered);
+  EXPECT_TRUE(HandToApplication(Viewer(), kZip, std::nullopt, calls_).delivered);
   const std::vector<DWORD> once = {4242};
   EXPECT_EQ(calls_.allowed, once);
   EXPECT_EQ(calls_.allowed_before_resume, once);
@@ -164,7 +164,7 @@ TEST_F(AfterExportTest, AProcessMayComeToTheForegroundBeforeItRuns) {
 
 TEST_F(AfterExportTest, AStartedProcessGetsQuotedPathLineAndItsOwnFolder) {
   const UserSettings settings = Viewer();
-  const AfterExportResult result = RunAfterExport(settings, kZip, 12345, calls_);
+  const AfterExportResult result = HandToApplication(settings, kZip, 12345, calls_);
   EXPECT_TRUE(result.configured);
   EXPECT_TRUE(result.delivered);
   EXPECT_EQ(result.label, L"Export PCB through Kestrune -> Viewer");
@@ -190,7 +190,7 @@ TEST_F(AfterExportTest, ARelativePathStartsInTheFolderThatItMeans) {
 
 TEST_F(AfterExportTest, AStartErrorIsToldWithItsCode) {
   calls_.create_error = ERROR_BAD_EXE_FORMAT;
-  const AfterExportResult result = RunAfterExport(Viewer(), kZip, std::nullopt, calls_);
+  const AfterExportResult result = HandToApplication(Viewer(), kZip, std::nullopt, calls_);
   EXPECT_TRUE(result.configured);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.error_text,
@@ -201,7 +201,7 @@ TEST_F(AfterExportTest, AStartErrorIsToldWithItsCode) {
 TEST_F(AfterExportTest, WhatNeedsElevationGoesThroughTheShell) {
   calls_.create_error = 740;
   const UserSettings settings = Viewer();
-  EXPECT_TRUE(RunAfterExport(settings, kZip, std::nullopt, calls_).delivered);
+  EXPECT_TRUE(HandToApplication(settings, kZip, std::nullopt, calls_).delivered);
   ASSERT_EQ(calls_.asked.size(), 2U);
   EXPECT_EQ(calls_.asked[1], L"shell open|" + settings.executable_path + L"|" + Scratch(L"v w"));
   EXPECT_EQ(calls_.parameters, std::wstring(kTokens) + L" Main.zip");
@@ -230,7 +230,7 @@ TEST_F(AfterExportTest, TheProcessHandleOfTheShellIsClosed) {
 TEST_F(AfterExportTest, ARefusedElevationCarriesTheShellsCode) {
   calls_.create_error = 740;
   calls_.shell_error = ERROR_CANCELLED;
-  const AfterExportResult result = RunAfterExport(Viewer(), kZip, std::nullopt, calls_);
+  const AfterExportResult result = HandToApplication(Viewer(), kZip, std::nullopt, calls_);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.error_text,
             L"The configured after-export application requires elevation and could not be started. "
@@ -241,7 +241,7 @@ TEST_F(AfterExportTest, AProcessThatDoesNotResumeIsEndedWithTheErrorsCode) {
   calls_.really_create = true;
   calls_.resume_error = ERROR_ACCESS_DENIED;
   const Variable record(L"KESTRUNE_CHILD_RECORD", Scratch(L"record"));
-  const AfterExportResult result = RunAfterExport(Recorder(), kZip, std::nullopt, calls_);
+  const AfterExportResult result = HandToApplication(Recorder(), kZip, std::nullopt, calls_);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.error_text,
             L"The configured after-export application could not be started. Windows error: 5");
@@ -256,7 +256,7 @@ TEST_F(AfterExportTest, AProcessThatDoesNotResumeIsEndedWithTheErrorsCode) {
 TEST_F(AfterExportTest, AProcessThatDoesNotResumeForWantOfElevationGoesThroughTheShell) {
   calls_.really_create = true;
   calls_.resume_error = 740;
-  EXPECT_TRUE(RunAfterExport(Recorder(), kZip, std::nullopt, calls_).delivered);
+  EXPECT_TRUE(HandToApplication(Recorder(), kZip, std::nullopt, calls_).delivered);
   EXPECT_EQ(calls_.asked.size(), 3U);
 }
 
@@ -270,10 +270,10 @@ TEST_F(AfterExportTest, ARealChildSeesLineFolderAndEnvironmentButNoHandle) {
   ASSERT_TRUE(static_cast<bool>(file));
   const Variable handle(L"KESTRUNE_CHILD_HANDLE",
                         Decimal(reinterpret_cast<std::uintptr_t>(file.Get())));
-  LaunchCalls calls;
+  Desktop calls;
   const UserSettings settings = Recorder();
   const AfterExportResult result =
-      RunAfterExport(settings, L"C:\\\u0416 x\\Main.zip", std::nullopt, calls);
+      HandToApplication(settings, L"C:\\\u0416 x\\Main.zip", std::nullopt, calls);
   EXPECT_TRUE(result.delivered);
   const std::wstring text = Record();
   EXPECT_EQ(text.find(L"inheritable"), std::wstring::npos);
@@ -286,10 +286,10 @@ TEST_F(AfterExportTest, ARealChildSeesLineFolderAndEnvironmentButNoHandle) {
 }
 
 /// Tells how often a thread was suspended when it was resumed.
-class CountedSuspensions final : public LaunchCalls {
+class CountedSuspensions final : public Desktop {
  public:
   DWORD Resume(HANDLE thread) override {
-    suspensions = LaunchCalls::Resume(thread);
+    suspensions = Desktop::Resume(thread);
     return suspensions;
   }
 
@@ -299,7 +299,7 @@ class CountedSuspensions final : public LaunchCalls {
 TEST_F(AfterExportTest, AProcessStandsStillUntilItIsResumed) {
   const Variable record(L"KESTRUNE_CHILD_RECORD", Scratch(L"record"));
   CountedSuspensions calls;
-  EXPECT_TRUE(RunAfterExport(Recorder(), kZip, std::nullopt, calls).delivered);
+  EXPECT_TRUE(HandToApplication(Recorder(), kZip, std::nullopt, calls).delivered);
   EXPECT_EQ(calls.suspensions, 1U);
   EXPECT_FALSE(Record().empty());
 }
@@ -309,7 +309,7 @@ TEST_F(AfterExportTest, ARunningCopyIsServedFirst) {
   const FileHandle slot(CreateMailslotW((L"\\\\.\\mailslot\\" + name).c_str(), 0, 0, nullptr));
   UserSettings settings = Viewer();
   settings.mailslot_name = name;
-  EXPECT_TRUE(RunAfterExport(settings, kZip, 50000, calls_).delivered);
+  EXPECT_TRUE(HandToApplication(settings, kZip, 50000, calls_).delivered);
   EXPECT_TRUE(calls_.asked.empty());
   std::string message(1000, '\0');
   DWORD read = 0;
@@ -322,7 +322,7 @@ TEST_F(AfterExportTest, ANameThatNobodyListensOnStartsAProcess) {
   for (const wchar_t* name : {L"TAVORIN.Kestrune.4000000001", L"TAVORIN.Kestrune.1234abc", L"x"}) {
     settings.mailslot_name = name;
     calls_.asked.clear();
-    EXPECT_TRUE(RunAfterExport(settings, kZip, std::nullopt, calls_).delivered);
+    EXPECT_TRUE(HandToApplication(settings, kZip, std::nullopt, calls_).delivered);
     EXPECT_EQ(calls_.asked.size(), 2U);
   }
 }
@@ -335,7 +335,7 @@ TEST_F(AfterExportTest, ALineThatTheCodePageCannotHoldStartsAProcessWithTheWhole
   const FileHandle slot(CreateMailslotW((L"\\\\.\\mailslot\\" + name).c_str(), 0, 0, nullptr));
   UserSettings settings = Viewer();
   settings.mailslot_name = name;
-  EXPECT_TRUE(RunAfterExport(settings, L"C:\\\u4E2D.zip", std::nullopt, calls_).delivered);
+  EXPECT_TRUE(HandToApplication(settings, L"C:\\\u4E2D.zip", std::nullopt, calls_).delivered);
   ASSERT_EQ(calls_.asked.size(), 2U);
   EXPECT_NE(calls_.asked[0].find(L"\u4E2D.zip"), std::wstring::npos);
   DWORD size = 0;
@@ -349,7 +349,7 @@ TEST_F(AfterExportTest, UnreadableSettingsCountAsNoneWithTheReason) {
   if (!file.Works()) {
     GTEST_SKIP() << "this system tells the presence of a link to itself";
   }
-  const AfterExportResult result = RunAfterExport(kZip, std::nullopt);
+  const AfterExportResult result = RunAfterExport(kZip, std::nullopt, calls_);
   EXPECT_FALSE(result.configured);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.error_text, L"status");
@@ -363,7 +363,7 @@ TEST_F(AfterExportTest, AnExecutableWhosePresenceCannotBeAskedIsRaised) {
     GTEST_SKIP() << "this system tells the presence of a link to itself";
   }
   try {
-    RunAfterExport(settings, kZip, std::nullopt, calls_);
+    HandToApplication(settings, kZip, std::nullopt, calls_);
     FAIL() << "nothing was raised";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.text, L"status");
@@ -374,7 +374,7 @@ TEST_F(AfterExportTest, AnExecutableWhosePresenceCannotBeAskedIsRaised) {
 
 TEST_F(AfterExportTest, SettingsComeFromTheUsersFile) {
   Settings(L"[Target]\nEnabled=1\nProgramName=Viewer\nExecutablePath=C:\\none.exe\n");
-  const AfterExportResult result = RunAfterExport(kZip, std::nullopt);
+  const AfterExportResult result = RunAfterExport(kZip, std::nullopt, calls_);
   EXPECT_TRUE(result.configured);
   EXPECT_EQ(result.error_text,
             L"The configured after-export executable does not exist: C:\\none.exe");

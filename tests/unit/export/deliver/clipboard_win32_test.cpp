@@ -26,12 +26,14 @@ class ClipboardTest : public ExportTest {
     ProgramRun setter(TestProgramPath(L"clipboard_reader"), L"--set " + Quoted(text));
     EXPECT_EQ(setter.WaitForExit(20000), 0);
   }
+
+  Desktop desktop_;
 };
 
 TEST_F(ClipboardTest, HoldsTheFileAndItsPathForOtherPrograms) {
   PutText(L"before");
   std::wstring error_text;
-  ASSERT_TRUE(PlaceZipOnClipboard(L"C:\\O u t\\Gr\u00FC\u00DFe \u0416.zip", error_text));
+  ASSERT_TRUE(PlaceZipOnClipboard(L"C:\\O u t\\Gr\u00FC\u00DFe \u0416.zip", desktop_, error_text));
   EXPECT_EQ(error_text, L"");
   const std::string path =
       "C:\\O u t\\Gr\xC3\xBC\xC3\x9F"
@@ -45,7 +47,7 @@ TEST_F(ClipboardTest, HoldsTheFileAndItsPathForOtherPrograms) {
 TEST_F(ClipboardTest, BlocksHaveTheirExactSizeAndEndInZeros) {
   const std::wstring path = L"C:\\Out\\Main.zip";
   std::wstring error_text;
-  ASSERT_TRUE(PlaceZipOnClipboard(path, error_text));
+  ASSERT_TRUE(PlaceZipOnClipboard(path, desktop_, error_text));
   ASSERT_TRUE(OpenClipboard(nullptr));
   void* const drop = GetClipboardData(CF_HDROP);
   void* const text = GetClipboardData(CF_UNICODETEXT);
@@ -77,7 +79,7 @@ TEST_F(ClipboardTest, AClipboardThatAnotherProgramHoldsStaysAsItIs) {
     Sleep(20);
   }
   std::wstring error_text;
-  EXPECT_FALSE(PlaceZipOnClipboard(L"C:\\Out\\Main.zip", error_text));
+  EXPECT_FALSE(PlaceZipOnClipboard(L"C:\\Out\\Main.zip", desktop_, error_text));
   EXPECT_EQ(error_text, L"Cannot open the Windows Clipboard.");
   DeleteFileW(Scratch(L"held").c_str());
   EXPECT_EQ(holder.WaitForExit(20000), 0);
@@ -87,13 +89,13 @@ TEST_F(ClipboardTest, AClipboardThatAnotherProgramHoldsStaysAsItIs) {
 }
 
 /// Refuses one allocation or one format, and keeps the blocks that it saw.
-class RefusingClipboard final : public ClipboardCalls {
+class RefusingClipboard final : public Desktop {
  public:
   HGLOBAL Allocate(std::size_t size) override {
     if (++allocations == refused_allocation) {
       return nullptr;
     }
-    blocks.push_back(ClipboardCalls::Allocate(size));
+    blocks.push_back(Desktop::Allocate(size));
     return blocks.back();
   }
   HANDLE Place(UINT format, HGLOBAL block) override {
@@ -101,7 +103,7 @@ class RefusingClipboard final : public ClipboardCalls {
       refused_block = block;
       return nullptr;
     }
-    return ClipboardCalls::Place(format, block);
+    return Desktop::Place(format, block);
   }
 
   int allocations = 0;

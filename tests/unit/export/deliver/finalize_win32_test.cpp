@@ -31,8 +31,8 @@ class FinalizeTest : public ExportTest {
     PutFile(native_, "PK archive");
   }
 
-  FinalizeOutcome Deliver(const std::wstring& source = L"C:\\boards\\Main.PcbDoc") const {
-    return DeliverExport(folders_.local, native_, source, std::nullopt);
+  FinalizeOutcome Deliver(const std::wstring& source = L"C:\\boards\\Main.PcbDoc") {
+    return DeliverExport(folders_.local, native_, source, std::nullopt, desktop_);
   }
 
   std::string Narrow(const std::wstring& text) const { return Utf8FromWide(text); }
@@ -70,6 +70,7 @@ class FinalizeTest : public ExportTest {
   }
 
   std::wstring native_;
+  Desktop desktop_;
 };
 
 TEST_F(FinalizeTest, CopiesToTheDefaultDirectoryAndTheClipboard) {
@@ -85,7 +86,7 @@ TEST_F(FinalizeTest, CopiesToTheDefaultDirectoryAndTheClipboard) {
 
 TEST_F(FinalizeTest, WithoutLocalApplicationDataItTellsSoAndEndsWithTwo) {
   UnknownFolders folders;
-  const FinalizeOutcome outcome = FinalizeQuietly({native_, L"Main.PcbDoc", {}}, folders);
+  const FinalizeOutcome outcome = FinalizeQuietly({native_, L"Main.PcbDoc", {}}, folders, desktop_);
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.icon, MessageIcon::Error);
   EXPECT_EQ(outcome.message, L"Cannot determine the current Windows user profile directory.");
@@ -94,7 +95,8 @@ TEST_F(FinalizeTest, WithoutLocalApplicationDataItTellsSoAndEndsWithTwo) {
 TEST_F(FinalizeTest, WithoutPublicDocumentsTheHostsArchiveEndsSilentlyWithTwo) {
   UnknownFolders folders;
   folders.listed_profile = Scratch(L"profile");
-  const FinalizeOutcome outcome = FinalizeQuietly({std::nullopt, L"Main.PcbDoc", {}}, folders);
+  const FinalizeOutcome outcome =
+      FinalizeQuietly({std::nullopt, L"Main.PcbDoc", {}}, folders, desktop_);
   EXPECT_EQ(outcome.code, 2);
   EXPECT_EQ(outcome.message, L"");
   EXPECT_TRUE(Log().empty());
@@ -226,7 +228,8 @@ TEST_F(FinalizeTest, ATakenOverExportSaysNothing) {
   const FileHandle slot(CreateMailslotW((L"\\\\.\\mailslot\\" + name).c_str(), 0, 0, nullptr));
   Settings(L"[Target]\nEnabled=1\nExecutablePath=" + TestProgramPath(L"child_recorder") +
            L"\nArguments=%ODBPP%\nMailslotName=" + name + L"\n");
-  const FinalizeOutcome outcome = DeliverExport(folders_.local, native_, L"Main.PcbDoc", 50000);
+  const FinalizeOutcome outcome =
+      DeliverExport(folders_.local, native_, L"Main.PcbDoc", 50000, desktop_);
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.message, L"");
   std::string message(2000, '\0');
@@ -272,7 +275,7 @@ class FinalizeInScarcity : public FinalizeTest {
     outcome_.reset();
     const ScarceMemory memory(allowed, refused);
     try {
-      outcome_ = DeliverExport(folders_.local, native_, board_, std::nullopt);
+      outcome_ = DeliverExport(folders_.local, native_, board_, std::nullopt, desktop_);
     } catch (const std::bad_alloc&) {
       // The dispatch tells the user.
     }

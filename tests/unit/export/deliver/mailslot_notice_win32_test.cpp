@@ -57,15 +57,13 @@ KernelHandle OpenListener(DWORD process_id) {
 }
 
 /// Answers about a listener as told, and notes who may come to the foreground.
-class ScriptedListener final : public ListenerCalls {
+class ScriptedListener final : public Desktop {
  public:
-  bool ReadLogOn(DWORD process_id, DWORD& log_on) override {
+  bool ReadSession(DWORD process_id, DWORD& log_on) override {
     log_on = ++asked == 1 ? listeners_log_on : 1;
-    return ListenerCalls::ReadLogOn(process_id, real_log_on);
+    return Desktop::ReadSession(process_id, real_log_on);
   }
-  bool IsOurUsers(HANDLE process) override {
-    return same_user && ListenerCalls::IsOurUsers(process);
-  }
+  bool IsOurUsers(HANDLE process) override { return same_user && Desktop::IsOurUsers(process); }
   void AllowForeground(DWORD process_id) override { allowed.push_back(process_id); }
 
   int asked = 0;
@@ -75,15 +73,25 @@ class ScriptedListener final : public ListenerCalls {
   std::vector<DWORD> allowed;
 };
 
+bool Send(const std::wstring& name, const std::wstring& line) {
+  Desktop desktop;
+  return SendMailslotNotice(name, line, desktop);
+}
+
+bool Offer(const std::wstring& name, const std::wstring& line, const std::wstring& image) {
+  Desktop desktop;
+  return SendToRunningInstance(name, line, image, desktop);
+}
+
 bool Verifies(HANDLE process, DWORD id, const std::wstring& image) {
-  ListenerCalls calls;
+  Desktop calls;
   return VerifyListenerProcess(process, id, image, calls);
 }
 
 TEST(SendMailslotNotice, WritesTheLineAsOneMessageWithoutATerminator) {
   const OwnMailslot slot;
-  EXPECT_TRUE(SendMailslotNotice(slot.Name(), L"-bridge:\"x\" C:\\Out\\Main.zip"));
-  EXPECT_TRUE(SendMailslotNotice(slot.Name(), L"b"));
+  EXPECT_TRUE(Send(slot.Name(), L"-bridge:\"x\" C:\\Out\\Main.zip"));
+  EXPECT_TRUE(Send(slot.Name(), L"b"));
   EXPECT_EQ(slot.Next(), "-bridge:\"x\" C:\\Out\\Main.zip");
   EXPECT_EQ(slot.Next(), "b");
   EXPECT_EQ(slot.Next(), std::nullopt);
@@ -95,7 +103,7 @@ TEST(SendMailslotNotice, EncodesInTheAnsiCodePage) {
     GTEST_SKIP() << "the system's code page does not hold these characters";
   }
   const OwnMailslot slot;
-  EXPECT_TRUE(SendMailslotNotice(slot.Name(), L"C:\\B\u00F6rse\\\u20AC.zip"));
+  EXPECT_TRUE(Send(slot.Name(), L"C:\\B\u00F6rse\\\u20AC.zip"));
   EXPECT_EQ(slot.Next(), expected);
 }
 
@@ -106,41 +114,41 @@ TEST(SendMailslotNotice, SendsNothingRatherThanADamagedLine) {
   const OwnMailslot slot;
   // No equivalent, a best fit (minus sign, fullwidth letter), and half a surrogate pair.
   for (const wchar_t* line : {L"C:\\\u4E2D.zip", L"C:\\a\u2212b.zip", L"C:\\\uFF21.zip"}) {
-    EXPECT_FALSE(SendMailslotNotice(slot.Name(), line));
+    EXPECT_FALSE(Send(slot.Name(), line));
   }
-  EXPECT_FALSE(SendMailslotNotice(slot.Name(), L"C:\\a" + std::wstring(1, wchar_t{0xD800})));
+  EXPECT_FALSE(Send(slot.Name(), L"C:\\a" + std::wstring(1, wchar_t{0xD800})));
   EXPECT_EQ(slot.Next(), std::nullopt);
 }
 
 TEST(SendMailslotNotice, AMessageHas1To32767Bytes) {
   const OwnMailslot slot;
-  EXPECT_FALSE(SendMailslotNotice(slot.Name(), L""));
-  EXPECT_FALSE(SendMailslotNotice(slot.Name(), std::wstring(32768, L'a')));
+  EXPECT_FALSE(Send(slot.Name(), L""));
+  EXPECT_FALSE(Send(slot.Name(), std::wstring(32768, L'a')));
   EXPECT_EQ(slot.Next(), std::nullopt);
-  EXPECT_TRUE(SendMailslotNotice(slot.Name(), std::wstring(32767, L'a')));
+  EXPECT_TRUE(Send(slot.Name(), std::wstring(32767, L'a')));
   EXPECT_EQ(slot.Next(), std::string(32767, 'a'));
 }
 
 TEST(SendMailslotNotice, FailsWhereNobodyListens) {
-  EXPECT_FALSE(SendMailslotNotice(L"TAVORIN.Kestrune.4000000001", L"a"));
+  EXPECT_FALSE(Send(L"TAVORIN.Kestrune.4000000001", L"a"));
 }
 
 TEST(SendMailslotNotice, RefusesANameThatIsNotOurs) {
   const OwnMailslot odd(L"12x");
-  EXPECT_FALSE(SendMailslotNotice(odd.Name(), L"a"));
-  EXPECT_FALSE(SendMailslotNotice(L"TAVORIN.Kestrune.", L"a"));
+  EXPECT_FALSE(Send(odd.Name(), L"a"));
+  EXPECT_FALSE(Send(L"TAVORIN.Kestrune.", L"a"));
   EXPECT_EQ(odd.Next(), std::nullopt);
 }
 
 TEST(SendToRunningInstance, SendsWhateverTheProcessIs) {
   const OwnMailslot own;
-  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"verified", OwnImage()));
-  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"other image", L"C:\\other.exe"));
+  EXPECT_TRUE(Offer(own.Name(), L"verified", OwnImage()));
+  EXPECT_TRUE(Offer(own.Name(), L"other image", L"C:\\other.exe"));
   EXPECT_EQ(own.Next(), "verified");
   EXPECT_EQ(own.Next(), "other image");
   for (const wchar_t* number : {L"0", L"4294967295", L"99999999999999999999"}) {
     const OwnMailslot slot(number);
-    EXPECT_TRUE(SendToRunningInstance(slot.Name(), L"no process", OwnImage()));
+    EXPECT_TRUE(Offer(slot.Name(), L"no process", OwnImage()));
     EXPECT_EQ(slot.Next(), "no process");
   }
 }
@@ -207,15 +215,14 @@ TEST_F(MailslotListenerTest, AListenerInAnotherProcessGetsTheBytes) {
   EXPECT_FALSE(Verifies(process.Get(), listener.Id(), OwnImage()));
   EXPECT_FALSE(Verifies(OpenListener(GetCurrentProcessId()).Get(), listener.Id(), OwnImage()))
       << "another process than the one that was opened";
-  EXPECT_TRUE(
-      SendToRunningInstance(name, L"first \"line\"", TestProgramPath(L"mailslot_listener")));
-  EXPECT_TRUE(SendToRunningInstance(name, L"second", L"C:\\other.exe"));
+  EXPECT_TRUE(Offer(name, L"first \"line\"", TestProgramPath(L"mailslot_listener")));
+  EXPECT_TRUE(Offer(name, L"second", L"C:\\other.exe"));
   EXPECT_EQ(Published(Scratch(L"message")), "first \"line\"");
   EXPECT_EQ(Published(Scratch(L"message.2")), "second");
   EXPECT_EQ(listener.WaitForExit(10000), 0);
   EXPECT_FALSE(Verifies(process.Get(), listener.Id(), TestProgramPath(L"mailslot_listener")))
       << "a process that has ended is no listener";
-  EXPECT_FALSE(SendToRunningInstance(name, L"late", TestProgramPath(L"mailslot_listener")));
+  EXPECT_FALSE(Offer(name, L"late", TestProgramPath(L"mailslot_listener")));
 }
 
 }  // namespace

@@ -52,10 +52,16 @@ void ExpectCentred(const TestWindow& window, LONG width, LONG height, const RECT
   EXPECT_EQ(place.top, area.top + (area.bottom - area.top - height) / 2);
 }
 
+/// PositionWindow on the desktop of this machine.
+int Position(const PositionWindowCommand& command) {
+  Desktop desktop;
+  return PositionWindow(command, desktop);
+}
+
 TEST(PositionWindow, CentresTheTargetOnTheReferencesMonitor) {
   const TestWindow target(3, 5, 301, 200);
   const TestWindow reference(50, 60, 400, 300);
-  EXPECT_EQ(PositionWindow({target.Number(), reference.Number()}), 0);
+  EXPECT_EQ(Position({target.Number(), reference.Number()}), 0);
   ExpectCentred(target, 301, 200, WorkArea(reference.Handle()));
 }
 
@@ -65,21 +71,21 @@ TEST(PositionWindow, WithoutReferenceItUsesTheForegroundOrItself) {
   closed.Close();
   for (const std::uint64_t reference : {std::uint64_t{0}, closed_number}) {
     const TestWindow target(3, 5, 300, 200);
-    EXPECT_EQ(PositionWindow({target.Number(), reference}), 0);
+    EXPECT_EQ(Position({target.Number(), reference}), 0);
     ExpectCentred(target, 300, 200, WorkArea(target.Handle()));
   }
 }
 
 TEST(PositionWindow, OnlyTheLow32BitsOfAHandleCount) {
   const TestWindow target(3, 5, 300, 200);
-  EXPECT_EQ(PositionWindow({target.Number() | 0xFFFFFFFF00000000U, 0}), 0);
+  EXPECT_EQ(Position({target.Number() | 0xFFFFFFFF00000000U, 0}), 0);
   ExpectCentred(target, 300, 200, WorkArea(target.Handle()));
 }
 
 TEST(PositionWindow, AWindowLargerThanTheWorkAreaGoesToItsCorner) {
   const RECT area = WorkArea(nullptr);
   const TestWindow target(100, 100, area.right - area.left + 50, area.bottom - area.top + 50);
-  EXPECT_EQ(PositionWindow({target.Number(), 0}), 0);
+  EXPECT_EQ(Position({target.Number(), 0}), 0);
   EXPECT_EQ(target.Place().left, area.left);
   EXPECT_EQ(target.Place().top, area.top);
 }
@@ -88,14 +94,14 @@ TEST(PositionWindow, AReferenceOutsideEveryMonitorMeansThePrimaryOne) {
   const TestWindow reference(-30000, -30000, 400, 300);
   ASSERT_EQ(MonitorFromWindow(reference.Handle(), MONITOR_DEFAULTTONULL), nullptr);
   const TestWindow target(3, 5, 300, 200);
-  EXPECT_EQ(PositionWindow({target.Number(), reference.Number()}), 0);
+  EXPECT_EQ(Position({target.Number(), reference.Number()}), 0);
   ExpectCentred(target, 300, 200, WorkArea(reference.Handle()));
 }
 
 TEST(PositionWindow, DoesNotShowOrActivate) {
   const TestWindow target(3, 5, 300, 200);
   const HWND foreground = GetForegroundWindow();
-  EXPECT_EQ(PositionWindow({target.Number(), 0}), 0);
+  EXPECT_EQ(Position({target.Number(), 0}), 0);
   EXPECT_FALSE(IsWindowVisible(target.Handle()));
   EXPECT_EQ(GetForegroundWindow(), foreground);
 }
@@ -105,14 +111,14 @@ TEST(PositionWindow, ATargetThatIsNoWindowEndsWithTwo) {
   const TestWindow reference(50, 60, 400, 300);
   const std::uint64_t number = closed.Number();
   closed.Close();
-  EXPECT_EQ(PositionWindow({number, reference.Number()}), 2);
-  EXPECT_EQ(PositionWindow({0, reference.Number()}), 2);
-  EXPECT_EQ(PositionWindow({0, 0}), 2);
+  EXPECT_EQ(Position({number, reference.Number()}), 2);
+  EXPECT_EQ(Position({0, reference.Number()}), 2);
+  EXPECT_EQ(Position({0, 0}), 2);
 }
 
 /// Two monitors: number 1 holds the target (window 1), number 2 the reference (window 2) and has
 /// a task bar at its left and top. Window 3 is in the foreground, on monitor 3.
-class ScriptedWindows final : public WindowCalls {
+class ScriptedWindows final : public Desktop {
  public:
   struct Moved {
     HWND window;
@@ -124,7 +130,7 @@ class ScriptedWindows final : public WindowCalls {
   static HWND Window(std::uintptr_t number) { return reinterpret_cast<HWND>(number); }
   static HMONITOR Monitor(std::uintptr_t number) { return reinterpret_cast<HMONITOR>(number); }
 
-  bool IsWindow(HWND window) override {
+  bool HasWindow(HWND window) override {
     return window == Window(1) || (window == Window(2) && reference_exists) || window == Window(3);
   }
   HWND Foreground() override { return Window(foreground); }
