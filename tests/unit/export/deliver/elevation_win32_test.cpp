@@ -13,12 +13,11 @@ namespace {
 constexpr DWORD kElevationRequired = 740;
 
 /// The real calls, but for the last: the shell would ask the user, and nobody is there to answer.
-class AskedThroughShell final : public LaunchCalls {
+class AskedThroughShell final : public Desktop {
  public:
   BOOL CreateSuspended(const wchar_t* application, wchar_t* command_line, const wchar_t* directory,
                        PROCESS_INFORMATION& process) override {
-    const BOOL created =
-        LaunchCalls::CreateSuspended(application, command_line, directory, process);
+    const BOOL created = Desktop::CreateSuspended(application, command_line, directory, process);
     code = created ? ERROR_SUCCESS : GetLastError();
     return created;
   }
