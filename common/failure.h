@@ -12,6 +12,8 @@ struct Failure {
   std::wstring text;
   /// The Windows error as the failing call gave it; 0 when no call failed.
   std::uint32_t code = 0;
+  /// The path or name that the step was about; empty where there is none.
+  std::wstring subject = {};
 };
 
 /// What stands in logs and messages when memory ran out.

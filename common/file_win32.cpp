@@ -145,7 +145,7 @@ FileKind QueryFileKind(const std::wstring& path) {
   if (path.empty() || MeansAbsent(code)) {
     return FileKind::Absent;
   }
-  throw Failure{L"status", code};
+  throw Failure{L"status", code, path};
 }
 
 FileKind QueryFileKindQuietly(const std::wstring& path) noexcept {

@@ -29,7 +29,7 @@ struct FileEntry {
 
 /// The kind alone, past symbolic links. Absent are file not found (2), path not found (3), bad
 /// network path (53), invalid name (123) and no directory on the way (267); any other error throws
-/// Failure "status" with the Windows code.
+/// Failure "status" with the path and the Windows code.
 FileKind QueryFileKind(const std::wstring& path);
 
 /// QueryFileKind for callers to whom an error means the same as an absent file.

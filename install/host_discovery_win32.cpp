@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
 #include "common/ordinal.h"
@@ -104,6 +105,16 @@ std::wstring FindExecutable(const HostInstance& instance) {
   return {};
 }
 
+/// FindExecutable whose failure also names the installation.
+std::wstring FindExecutableOf(const HostInstance& instance) {
+  try {
+    return FindExecutable(instance);
+  } catch (Failure& failure) {
+    failure.subject += L" GUID=" + instance.guid;
+    throw;
+  }
+}
+
 bool PassesFilters(const HostInstance& instance, const InstallerOptions& options) {
   return (options.major == 0 || options.major == instance.version.major) &&
          (options.profile.empty() || EqualIgnoringCase(options.profile, instance.guid));
@@ -167,7 +178,7 @@ class Discovery {
     }
     instance.install_location = TextValue(key, L"InstallLocation");
     instance.display_icon = TextValue(key, L"DisplayIcon");
-    instance.executable = FindExecutable(instance);
+    instance.executable = FindExecutableOf(instance);
     if (!instance.executable.empty()) {
       instance.resource_path = JoinPath(ParentPath(instance.executable), L"System\\AdvPcb.rcs");
     }

@@ -11,6 +11,7 @@
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
 #include "common/log_win32.h"
+#include "common/ordinal.h"
 #include "common/path.h"
 #include "common/product_files.h"
 #include "common/text.h"
@@ -78,6 +79,17 @@ RegistrationSettings ReadSettings(const std::wstring& local_app_data) {
   return settings;
 }
 
+constexpr std::wstring_view kFailedStage = L"Installer failed";
+
+std::wstring ErrorFields(const Failure& failure) {
+  return L"Error=" + failure.text + L" GetLastError=" + Decimal(failure.code);
+}
+
+/// The last field of an entry, since a path may hold blanks.
+std::wstring PathField(const Failure& failure) {
+  return failure.subject.empty() ? std::wstring() : L" Path=" + failure.subject;
+}
+
 /// What an instance's files and registry say before anything is changed.
 struct InstanceState {
   std::string rcs;
@@ -96,15 +108,14 @@ class InstallerRun {
     try {
       RunOrFail();
     } catch (const Failure& failure) {
-      End(kInstallerFailed, failure.text);
-      Log(L"Error=" + failure.text + L" GetLastError=" + Decimal(failure.code));
+      End(kInstallerFailed, failure);
     }
   }
 
   /// Ends the run without memory, behind what was reported before.
   void EndWithoutMemory() noexcept {
     code_ = kInstallerFailed;
-    Log(L"Error=Not enough memory. GetLastError=8");
+    Log(kFailedStage, L"Error=Not enough memory. GetLastError=8");
     try {
       report_ += kNotEnoughMemory;
     } catch (const std::bad_alloc&) {
@@ -119,11 +130,11 @@ class InstallerRun {
   void RunOrFail() {
     const std::vector<HostInstance> instances = DiscoverHostInstances(options_);
     if (instances.empty()) {
-      return End(kNoInstance, L"No Altium instance found.");
+      return End(kNoInstance, {L"No Altium instance found."});
     }
     if (options_.command != InstallerCommand::Status && IsHostRunning()) {
       return End(kHostRuns,
-                 L"Close all Altium instances before changing shared runtime or registration.");
+                 {L"Close all Altium instances before changing shared runtime or registration."});
     }
     FindRuntime();
     for (const HostInstance& instance : instances) {
@@ -150,19 +161,19 @@ class InstallerRun {
     try {
       HandleOrFail(instance);
     } catch (const Failure& failure) {
-      ReportFailure(instance, failure.text, failure.code);
+      ReportFailure(instance, failure);
     } catch (const std::bad_alloc&) {
-      ReportFailure(instance, kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY);
+      ReportFailure(instance, {kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY});
     }
   }
 
   void HandleOrFail(const HostInstance& instance) {
     if (instance.needs_verification || instance.executable.empty() ||
         QueryFileKind(instance.executable) == FileKind::Absent) {
-      return Skip(instance.reason + L" (executable/profile must be verified).");
+      return Skip(instance, instance.reason + L" (executable/profile must be verified).");
     }
     if (QueryFileKind(instance.rcs_path) == FileKind::Absent) {
-      return Skip(L"DXP.RCS does not exist; initialize this Altium profile first.");
+      return Skip(instance, L"DXP.RCS does not exist; initialize this Altium profile first.");
     }
     SystemCalls calls;
     WindowsStore store({instance.rcs_path, instance.registry_branch, instance.guid}, calls);
@@ -173,30 +184,33 @@ class InstallerRun {
     ChangeRegistration(store, instance, state);
   }
 
-  void ReportFailure(const HostInstance& instance, const std::wstring& text, std::uint32_t code) {
+  void ReportFailure(const HostInstance& instance, const Failure& failure) {
     SeeProblem();
-    report_ += L"FAILED: " + text + L"\n";
-    Log(L"Error=" + text + L" GetLastError=" + Decimal(code) + L" GUID=" + instance.guid);
+    report_ += L"FAILED: " + failure.text + L"\n";
+    Log(kFailedStage, ErrorFields(failure) + L" GUID=" + instance.guid + PathField(failure));
   }
 
-  void Skip(const std::wstring& text) {
+  void Skip(const HostInstance& instance, const std::wstring& text) {
     SeeProblem();
     report_ += L"Skipped: " + text + L"\n";
+    Log(L"Installer skipped", L"Reason=" + text + L" GUID=" + instance.guid);
   }
 
   void SeeProblem() {
     code_ = options_.command == InstallerCommand::Status ? kStatusProblem : kInstallerFailed;
   }
 
-  void End(std::int32_t code, const std::wstring& text) {
+  /// Ends the whole run.
+  void End(std::int32_t code, const Failure& failure) {
     code_ = code;
-    report_ += text;
+    report_ += failure.text;
+    Log(kFailedStage, ErrorFields(failure) + PathField(failure));
   }
 
-  /// For whoever reads only the exit code of a quiet run. Asking for the status writes nothing.
-  void Log(std::wstring_view detail) const {
+  /// Keeps for an administrator what a quiet run shows nobody. Asking for the status logs nothing.
+  void Log(std::wstring_view stage, std::wstring_view detail) const {
     if (options_.command != InstallerCommand::Status) {
-      WriteLogEntry(L"Installer failed", detail);
+      WriteLogEntry(stage, detail);
     }
   }
 
@@ -308,13 +322,29 @@ class InstallerRun {
   void Deploy() {
     const std::wstring package =
         options_.package.empty() ? FindPackageDirectory(program_path_) : options_.package;
-    std::wstring message;
-    if (package.empty() || !DeployRuntime(package, program_path_, message)) {
-      // The report keeps to one sentence; which file it was stands in the log.
-      Log(L"Error=" + message + L" Package=" + package);
+    if (const std::optional<Failure> refusal = DeployFrom(package)) {
+      // The report keeps to one sentence; the log has the rest.
+      Log(kFailedStage, L"Error=" + refusal->text + refusal->subject + L" GetLastError=" +
+                            Decimal(refusal->code) + L" Package=" + package);
       throw Failure{L"Runtime deployment failed; profile unchanged."};
     }
     deployed_ = true;
+    if (EqualIgnoringCase(program_path_, JoinPath(runtime_, kProgramFile))) {
+      Log(L"Installer note",
+          L"The running program is the deployed one and was not replaced. Package=" + package);
+    }
+  }
+
+  /// Returns what refused the deployment.
+  std::optional<Failure> DeployFrom(const std::wstring& package) const {
+    if (program_path_.empty()) {
+      return Failure{L"The program's own path is too long."};
+    }
+    if (package.empty()) {
+      return Failure{L"No package beside the program: ", 0, program_path_};
+    }
+    InstallCalls calls;
+    return DeployRuntime(package, program_path_, calls);
   }
 
   void Commit(WindowsStore& store, const RegistrationChange& change) {

@@ -1,39 +1,24 @@
 #include "install/deploy/file_installation_win32.h"
 
+#include <utility>
+
+#include "common/failure_win32.h"
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
 #include "install/deploy/package_timestamp_win32.h"
+#include "install/deploy/refusal.h"
 
 namespace kestrune {
 namespace {
 
 constexpr DWORD kChunk = 32768;
 
-/// FileDispositionInfoEx; this tool chain's header has it for no system version.
-constexpr auto kDispositionClass = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
-
-bool SetDisposition(HANDLE file, DWORD flags) {
-  FILE_DISPOSITION_INFO_EX info{flags};
-  return SetFileInformationByHandle(file, kDispositionClass, &info, sizeof(info)) != FALSE;
-}
-
-/// Creates a target that vanishes with its handle until it is told to stay. It is so from the very
-/// call that creates it, where the file system knows how to change its mind later (all but old ones
-/// do); else from the next call on. `vanishes` is false where the file system knows neither way:
-/// the file then stays unless it is deleted.
-FileHandle CreateVanishingTarget(const std::wstring& path, InstallCalls& calls, bool& vanishes) {
-  constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE | DELETE;
-  FileHandle file(
-      calls.Open(path, kAccess, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE));
-  vanishes = file && calls.VanishFromTheStart(file.Get());
-  if (!file || vanishes) {
-    return file;
+/// Throws Failure with the thread's last error when a call failed.
+void Require(bool done) {
+  if (!done) {
+    ThrowLastError(L"copy");
   }
-  file.Reset();
-  file.Reset(calls.Open(path, kAccess, 0, CREATE_NEW, FILE_ATTRIBUTE_NORMAL));
-  vanishes = file && calls.VanishFromNowOn(file.Get());
-  return file;
 }
 
 enum class Copying { Safely, OverTheTarget };
@@ -47,172 +32,221 @@ void MarkUnfinished(HANDLE target, Copying copying, InstallCalls& calls) {
   }
 }
 
-bool CopyBytes(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
-  if (!calls.GoToBeginning(source) || !calls.GoToBeginning(target)) {
-    return false;
+void WriteChunk(HANDLE target, const char* chunk, DWORD size, InstallCalls& calls) {
+  DWORD written = 0;
+  Require(calls.Write(target, chunk, size, written));
+  if (written != size) {
+    throw Failure{L"copy", ERROR_WRITE_FAULT};
   }
+}
+
+void CopyBytes(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
+  Require(calls.GoToBeginning(source));
+  Require(calls.GoToBeginning(target));
   MarkUnfinished(target, copying, calls);
   char chunk[kChunk];
   for (DWORD read = 1; read != 0;) {
-    DWORD written = 0;
-    if (!calls.Read(source, chunk, kChunk, read) ||
-        (read != 0 && (!calls.Write(target, chunk, read, written) || written != read))) {
-      return false;
+    Require(calls.Read(source, chunk, kChunk, read));
+    if (read != 0) {
+      WriteChunk(target, chunk, read, calls);
     }
     MarkUnfinished(target, copying, calls);
   }
-  if (!calls.Truncate(target)) {
-    return false;
-  }
+  Require(calls.Truncate(target));
   MarkUnfinished(target, copying, calls);
-  return calls.Flush(target);
+  Require(calls.Flush(target));
 }
 
-bool CopyBytesAndTime(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
+void CopyBytesAndTime(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
   std::uint64_t time = 0;
-  return CopyBytes(source, target, copying, calls) && calls.GetTime(source, time) &&
-         calls.SetTime(target, time);
+  CopyBytes(source, target, copying, calls);
+  Require(calls.GetTime(source, time));
+  Require(calls.SetTime(target, time));
 }
 
-bool ReadTargetTime(const WIN32_FILE_ATTRIBUTE_DATA& data, std::uint64_t& time) {
-  time = JoinFileTime(data.ftLastWriteTime);
-  return (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 && time != 0;
+std::optional<PackageTimestamp> ReadTimestamp(const std::wstring& source, InstallCalls& calls,
+                                              OriginProof proof) {
+  std::optional<PackageTimestamp> timestamp = calls.ReadPackageTime(source);
+  if (timestamp && proof == OriginProof::Template) {
+    timestamp->origin_proven = true;
+  }
+  return timestamp;
 }
 
-/// A nameless copy of the target for the time of an update.
-enum class BackupOutcome { Open, NotCreated, NotOpened };
+/// The last-write time of a file; none for a directory and where there is no time.
+std::optional<std::uint64_t> TimeOfFile(const WIN32_FILE_ATTRIBUTE_DATA& data) {
+  const std::uint64_t time = JoinFileTime(data.ftLastWriteTime);
+  const bool is_directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  return is_directory || time == 0 ? std::nullopt : std::optional(time);
+}
 
-BackupOutcome OpenBackup(FileHandle& backup, InstallCalls& calls) {
+/// Creates the file that keeps the target's content for the time of an update, and is gone with its
+/// handle.
+FileHandle OpenBackup(const std::wstring& target, InstallCalls& calls) {
   wchar_t folder[MAX_PATH + 1] = {};
   const DWORD length = GetTempPathW(MAX_PATH + 1, folder);
   wchar_t name[MAX_PATH + 1] = {};
   if (length == 0 || length >= MAX_PATH || GetTempFileNameW(folder, L"bfu", 0, name) == 0) {
-    return BackupOutcome::NotCreated;
+    const DWORD code = GetLastError();
+    throw Refusal{{L"Cannot create update backup; target preserved: ", code, target}};
   }
-  backup.Reset(calls.Open(name, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
-                          FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE));
+  FileHandle backup(calls.Open(name, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
+                               FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE));
   if (!backup) {
+    const DWORD code = GetLastError();
     DeleteFileW(name);
-    return BackupOutcome::NotOpened;
+    throw Refusal{{L"Cannot open update backup: ", code, name}};
   }
-  return BackupOutcome::Open;
+  return backup;
 }
+
+/// The open target. One that this run created is deleted again at the end of the scope unless it is
+/// kept.
+class Target {
+ public:
+  /// Takes all memory that the deletion needs.
+  explicit Target(const std::wstring& path) : path_(path) {}
+  Target(const Target&) = delete;
+  Target& operator=(const Target&) = delete;
+  ~Target() {
+    if (is_unfinished_) {
+      file_.Reset();
+      DeleteFileW(path_.Get());
+    }
+  }
+
+  void Take(FileHandle file, bool is_new) {
+    file_ = std::move(file);
+    is_unfinished_ = is_new;
+  }
+  void Keep() { is_unfinished_ = false; }
+  [[nodiscard]] HANDLE Get() const { return file_.Get(); }
+
+ private:
+  ExtendedPath path_;
+  FileHandle file_;
+  bool is_unfinished_ = false;
+};
 
 /// One file on its way, with both ends open.
 class Installation {
  public:
-  Installation(const std::wstring& source, const std::wstring& target, std::wstring& message,
-               InstallCalls& calls)
-      : source_(source), target_(target), message_(message), calls_(calls) {}
-  Installation(const Installation&) = delete;
-  Installation& operator=(const Installation&) = delete;
-  ~Installation() {
-    if (must_delete_target_) {
-      target_file_.Reset();
-      DeleteFileW(ExtendedPath(target_).Get());
-    }
-  }
+  Installation(const std::wstring& source, const std::wstring& target, InstallCalls& calls,
+               OriginProof proof)
+      : source_(source), target_(target), calls_(calls), proof_(proof), target_file_(target) {}
 
-  bool Run(InstallVerdict verdict) {
-    source_file_.Reset(
-        calls_.Open(source_, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL));
-    if (!source_file_) {
-      return Fail(L"Cannot lock source: ", source_);
-    }
+  void Run(InstallVerdict verdict) {
+    source_file_ =
+        Lock(L"Cannot lock source: ", source_, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
     const bool is_new = verdict == InstallVerdict::Install;
-    bool vanishes = false;
-    target_file_ = is_new ? CreateVanishingTarget(target_, calls_, vanishes)
-                          : FileHandle(calls_.Open(target_, GENERIC_READ | GENERIC_WRITE, 0,
-                                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL));
-    must_delete_target_ = is_new && target_file_ && !vanishes;
-    if (!target_file_) {
-      return Fail(L"Cannot lock target: ", target_);
-    }
-    // Somebody may have touched either file between the verdict and the locks.
-    std::uint64_t target_time = 0;
-    if (!calls_.ReadPackageTime(source_, timestamp_) ||
-        !calls_.GetTime(target_file_.Get(), target_time) ||
-        (!is_new && (!timestamp_.origin_proven || target_time == 0))) {
-      return Fail(L"Timestamp changed or became unreadable; target preserved: ", target_);
-    }
+    target_file_.Take(Lock(L"Cannot lock target: ", target_, GENERIC_READ | GENERIC_WRITE, 0,
+                           is_new ? CREATE_NEW : OPEN_EXISTING),
+                      is_new);
     if (is_new) {
       return FillNewTarget();
     }
-    return timestamp_.time <= target_time || UpdateTarget();
+    const std::uint64_t target_time = LookAgain();
+    if (!timestamp_.origin_proven || target_time == 0) {
+      Refuse(kChanged, ERROR_SUCCESS);
+    }
+    if (timestamp_.time > target_time) {
+      UpdateTarget();
+    }
   }
 
  private:
-  bool FillNewTarget() {
-    if (!CopyToTarget() || (!must_delete_target_ && !calls_.Keep(target_file_.Get()))) {
-      return Fail(L"Cannot install file: ", target_);
+  static constexpr const wchar_t* kChanged =
+      L"Timestamp changed or became unreadable; target preserved: ";
+
+  FileHandle Lock(const wchar_t* text, const std::wstring& path, DWORD access, DWORD sharing,
+                  DWORD disposition) {
+    FileHandle file(calls_.Open(path, access, sharing, disposition, FILE_ATTRIBUTE_NORMAL));
+    if (!file) {
+      const DWORD code = GetLastError();
+      throw Refusal{{text, code, path}};
     }
-    must_delete_target_ = false;
-    return true;
+    return file;
   }
 
-  bool UpdateTarget() {
-    FileHandle backup;
-    const BackupOutcome outcome = OpenBackup(backup, calls_);
-    if (outcome == BackupOutcome::NotOpened) {
-      return false;
+  /// Reads both times once more, since either file may have been touched between the verdict and
+  /// the locks. Returns the target's.
+  std::uint64_t LookAgain() {
+    const std::optional<PackageTimestamp> timestamp = ReadTimestamp(source_, calls_, proof_);
+    std::uint64_t target_time = 0;
+    if (!timestamp) {
+      Refuse(kChanged, ERROR_SUCCESS);
     }
-    if (outcome == BackupOutcome::NotCreated) {
-      return Fail(L"Cannot create update backup; target preserved: ", target_);
+    if (!calls_.GetTime(target_file_.Get(), target_time)) {
+      Refuse(kChanged, GetLastError());
     }
-    if (!CopyFileContent(target_file_.Get(), backup.Get(), calls_)) {
-      return Fail(L"Cannot back up target: ", target_);
+    timestamp_ = *timestamp;
+    return target_time;
+  }
+
+  void FillNewTarget() {
+    MarkUnfinished(target_file_.Get(), Copying::OverTheTarget, calls_);
+    LookAgain();
+    try {
+      CopyToTarget();
+    } catch (const Failure& failure) {
+      Refuse(L"Cannot install file: ", failure.code);
     }
-    if (CopyToTarget()) {
-      return true;
+    target_file_.Keep();
+  }
+
+  void UpdateTarget() {
+    const FileHandle backup = OpenBackup(target_, calls_);
+    try {
+      CopyFileContent(target_file_.Get(), backup.Get(), calls_);
+    } catch (const Failure& failure) {
+      Refuse(L"Cannot back up target: ", failure.code);
     }
-    const bool restored =
-        CopyBytesAndTime(backup.Get(), target_file_.Get(), Copying::OverTheTarget, calls_);
-    return Fail(restored ? L"Update failed; original restored: " : L"Update and rollback failed: ",
-                target_);
+    try {
+      CopyToTarget();
+    } catch (const Failure& failure) {
+      Restore(backup.Get());
+      Refuse(L"Update failed; original restored: ", failure.code);
+    }
+  }
+
+  void Restore(HANDLE backup) {
+    try {
+      CopyBytesAndTime(backup, target_file_.Get(), Copying::OverTheTarget, calls_);
+    } catch (const Failure& failure) {
+      Refuse(L"Update and rollback failed: ", failure.code);
+    }
   }
 
   /// The source's own time never stands on the target: it may be later than the package's, and a
   /// process that ended just then would leave a file that no later package replaces.
-  bool CopyToTarget() {
-    return CopyBytes(source_file_.Get(), target_file_.Get(), Copying::OverTheTarget, calls_) &&
-           calls_.SetTime(target_file_.Get(), timestamp_.time);
+  void CopyToTarget() {
+    CopyBytes(source_file_.Get(), target_file_.Get(), Copying::OverTheTarget, calls_);
+    Require(calls_.SetTime(target_file_.Get(), timestamp_.time));
   }
 
-  bool Fail(const wchar_t* text, const std::wstring& path) {
-    message_ = text + path;
-    return false;
+  [[noreturn]] void Refuse(const wchar_t* text, DWORD code) {
+    throw Refusal{{text, code, target_}};
   }
 
   const std::wstring& source_;
   const std::wstring& target_;
-  std::wstring& message_;
   InstallCalls& calls_;
+  OriginProof proof_;
   FileHandle source_file_;
-  FileHandle target_file_;
-  /// Whether the target is new, unfinished, and would outlive its handle.
-  bool must_delete_target_ = false;
+  Target target_file_;
   PackageTimestamp timestamp_;
 };
 
 }  // namespace
 
-bool InstallCalls::ReadPackageTime(const std::wstring& source, PackageTimestamp& timestamp) {
-  return GetPackageTimestamp(source, timestamp);
+std::optional<PackageTimestamp> InstallCalls::ReadPackageTime(const std::wstring& source) {
+  return GetPackageTimestamp(source);
 }
 
 HANDLE InstallCalls::Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition,
                           DWORD flags) {
   return CreateFileW(ExtendedPath(path).Get(), access, sharing, nullptr, disposition, flags,
                      nullptr);
-}
-
-bool InstallCalls::VanishFromTheStart(HANDLE file) {
-  return SetDisposition(file, FILE_DISPOSITION_FLAG_DELETE | FILE_DISPOSITION_FLAG_ON_CLOSE);
-}
-
-bool InstallCalls::VanishFromNowOn(HANDLE file) {
-  FILE_DISPOSITION_INFO vanish{TRUE};
-  return SetFileInformationByHandle(file, FileDispositionInfo, &vanish, sizeof(vanish)) != FALSE;
 }
 
 bool InstallCalls::GoToBeginning(HANDLE file) {
@@ -249,21 +283,12 @@ bool InstallCalls::SetTime(HANDLE file, std::uint64_t time) {
   return SetFileTime(file, nullptr, nullptr, &last_write) != FALSE;
 }
 
-bool InstallCalls::Keep(HANDLE file) {
-  if (SetDisposition(file, FILE_DISPOSITION_FLAG_DO_NOT_DELETE | FILE_DISPOSITION_FLAG_ON_CLOSE)) {
-    return true;
-  }
-  FILE_DISPOSITION_INFO stay{FALSE};
-  return SetFileInformationByHandle(file, FileDispositionInfo, &stay, sizeof(stay)) != FALSE;
-}
-
 InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& target,
-                             std::wstring& message) {
-  message.clear();
-  PackageTimestamp timestamp;
-  if (!GetPackageTimestamp(source, timestamp)) {
-    message = L"Cannot establish source last-write time: " + source;
-    return InstallVerdict::Refused;
+                             InstallCalls& calls, OriginProof proof) {
+  constexpr const wchar_t* kNoTime = L"Cannot establish target last-write time; file preserved: ";
+  const std::optional<PackageTimestamp> timestamp = ReadTimestamp(source, calls, proof);
+  if (!timestamp) {
+    throw Refusal{{L"Cannot establish source last-write time: ", 0, source}};
   }
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (!GetFileAttributesExW(ExtendedPath(target).Get(), GetFileExInfoStandard, &data)) {
@@ -271,37 +296,29 @@ InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& tar
     if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) {
       return InstallVerdict::Install;
     }
-    message = L"Cannot establish target last-write time; file preserved: " + target;
-    return InstallVerdict::Refused;
+    throw Refusal{{kNoTime, code, target}};
   }
-  if (!timestamp.origin_proven) {
-    message = L"Original bundled timestamp metadata unavailable; target preserved: " + target;
-    return InstallVerdict::Refused;
+  if (!timestamp->origin_proven) {
+    throw Refusal{
+        {L"Original bundled timestamp metadata unavailable; target preserved: ", 0, target}};
   }
-  std::uint64_t target_time = 0;
-  if (!ReadTargetTime(data, target_time)) {
-    message = L"Cannot establish target last-write time; file preserved: " + target;
-    return InstallVerdict::Refused;
+  const std::optional<std::uint64_t> target_time = TimeOfFile(data);
+  if (!target_time) {
+    throw Refusal{{kNoTime, 0, target}};
   }
-  return timestamp.time > target_time ? InstallVerdict::Update : InstallVerdict::UpToDate;
+  return timestamp->time > *target_time ? InstallVerdict::Update : InstallVerdict::UpToDate;
 }
 
-bool InstallFile(const std::wstring& source, const std::wstring& target, std::wstring& message,
-                 InstallCalls& calls) {
-  const InstallVerdict verdict = DecideInstall(source, target, message);
-  if (verdict == InstallVerdict::UpToDate || verdict == InstallVerdict::Refused) {
-    return verdict == InstallVerdict::UpToDate;
+void InstallFile(const std::wstring& source, const std::wstring& target, InstallCalls& calls,
+                 OriginProof proof) {
+  const InstallVerdict verdict = DecideInstall(source, target, calls, proof);
+  if (verdict != InstallVerdict::UpToDate) {
+    Installation(source, target, calls, proof).Run(verdict);
   }
-  return Installation(source, target, message, calls).Run(verdict);
 }
 
-bool InstallFile(const std::wstring& source, const std::wstring& target, std::wstring& message) {
-  InstallCalls calls;
-  return InstallFile(source, target, message, calls);
-}
-
-bool CopyFileContent(HANDLE source, HANDLE target, InstallCalls& calls) {
-  return CopyBytesAndTime(source, target, Copying::Safely, calls);
+void CopyFileContent(HANDLE source, HANDLE target, InstallCalls& calls) {
+  CopyBytesAndTime(source, target, Copying::Safely, calls);
 }
 
 }  // namespace kestrune

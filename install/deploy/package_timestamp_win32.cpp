@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <new>
+
 #include "common/failure.h"
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
@@ -60,17 +62,20 @@ std::wstring ReadManifestValue(const std::wstring& manifest, const std::wstring&
 bool HasDigest(const std::wstring& source, std::wstring_view digest) {
   try {
     return WidenBytes(Sha256OfFile(source)) == digest;
-  } catch (const Failure&) {
+  } catch (const Failure& failure) {
+    if (failure.code == ERROR_NOT_ENOUGH_MEMORY || failure.code == ERROR_OUTOFMEMORY) {
+      throw std::bad_alloc();
+    }
     return false;
   }
 }
 
 }  // namespace
 
-bool GetPackageTimestamp(const std::wstring& source, PackageTimestamp& timestamp) {
+std::optional<PackageTimestamp> GetPackageTimestamp(const std::wstring& source) {
   std::uint64_t own_time = 0;
   if (!ReadOwnTime(source, own_time)) {
-    return false;
+    return std::nullopt;
   }
   const std::size_t separator = source.rfind(L'\\');
   const bool has_directory = separator != std::wstring::npos;
@@ -78,19 +83,17 @@ bool GetPackageTimestamp(const std::wstring& source, PackageTimestamp& timestamp
   const std::wstring name = has_directory ? source.substr(separator + 1) : source;
   std::wstring manifest;
   if (!FindManifest(directory, manifest)) {
-    return false;
+    return std::nullopt;
   }
   if (manifest.empty()) {
-    timestamp = {own_time, IsTrustedWithoutManifest(source)};
-    return true;
+    return PackageTimestamp{own_time, IsTrustedWithoutManifest(source)};
   }
   const std::wstring value = ReadManifestValue(manifest, name);
   ManifestEntry entry;
   if (!ParseManifestValue(value, entry) || !HasDigest(source, entry.digest)) {
-    return false;
+    return std::nullopt;
   }
-  timestamp = {entry.time, true};
-  return true;
+  return PackageTimestamp{entry.time, true};
 }
 
 }  // namespace kestrune

@@ -7,6 +7,7 @@
 #include "common/path.h"
 #include "common/product_files.h"
 #include "install/deploy/file_installation_win32.h"
+#include "install/deploy/refusal.h"
 #include "install/deploy/runtime_script_win32.h"
 
 namespace kestrune {
@@ -29,43 +30,45 @@ constexpr std::array<PackageFile, 7> kPackageFiles = {{
     {kPackageAssetsFolder, kFlatImageFile},
 }};
 
-bool DeployFile(const std::wstring& source, const std::wstring& target, std::wstring& message) {
+void DeployFile(const std::wstring& source, const std::wstring& target, InstallCalls& calls) {
   if (QueryFileKind(source) != FileKind::RegularFile) {
-    return false;
+    throw Refusal{{L"Missing file of the package: ", 0, source}};
   }
   if (!CreateDirectories(std::wstring(ParentPath(target)))) {
-    message = L"Cannot copy " + source + L".";
-    return false;
+    const DWORD code = GetLastError();
+    throw Refusal{{L"Cannot copy ", code, source + L"."}};
   }
-  return InstallFile(source, target, message);
+  InstallFile(source, target, calls);
+}
+
+void Deploy(const std::wstring& package, const std::wstring& program, InstallCalls& calls) {
+  std::wstring local_app_data;
+  std::wstring folder_error;
+  if (!LocalAppDataDirectory(local_app_data, folder_error)) {
+    throw Refusal{{folder_error}};
+  }
+  const std::wstring runtime = RuntimeRoot(local_app_data);
+  if (!CreateDirectories(runtime)) {
+    const DWORD code = GetLastError();
+    throw Refusal{{L"Cannot create the Bridge runtime directory.", code}};
+  }
+  DeployFile(program, JoinPath(runtime, kProgramFile), calls);
+  for (const PackageFile& file : kPackageFiles) {
+    DeployFile(JoinPath({package, file.folder, file.name}), JoinPath(runtime, file.name), calls);
+  }
+  GenerateRuntimeScript(package, runtime, calls);
 }
 
 }  // namespace
 
-bool DeployRuntime(const std::wstring& package, const std::wstring& program,
-                   std::wstring& message) {
-  message.clear();
-  std::wstring local_app_data;
-  std::wstring folder_error;
-  if (!LocalAppDataDirectory(local_app_data, folder_error)) {
-    message = folder_error;
-    return false;
+std::optional<Failure> DeployRuntime(const std::wstring& package, const std::wstring& program,
+                                     InstallCalls& calls) {
+  try {
+    Deploy(package, program, calls);
+    return std::nullopt;
+  } catch (const Refusal& refusal) {
+    return refusal;
   }
-  const std::wstring runtime = RuntimeRoot(local_app_data);
-  if (!CreateDirectories(runtime)) {
-    message = L"Cannot create the Bridge runtime directory.";
-    return false;
-  }
-  if (!DeployFile(program, JoinPath(runtime, kProgramFile), message)) {
-    return false;
-  }
-  for (const PackageFile& file : kPackageFiles) {
-    if (!DeployFile(JoinPath({package, file.folder, file.name}), JoinPath(runtime, file.name),
-                    message)) {
-      return false;
-    }
-  }
-  return GenerateRuntimeScript(package, runtime, message);
 }
 
 }  // namespace kestrune

@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include "common/clock_time_win32.h"
-#include "common/failure_win32.h"
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
 #include "common/known_folders_win32.h"
@@ -13,6 +12,7 @@
 #include "common/text_win32.h"
 #include "install/deploy/file_installation_win32.h"
 #include "install/deploy/package_timestamp_win32.h"
+#include "install/deploy/refusal.h"
 #include "install/deploy/runtime_script.h"
 
 namespace kestrune {
@@ -21,67 +21,78 @@ namespace {
 /// Far above any script, and small enough for a 32-bit process.
 constexpr std::uint64_t kLargestTemplate = 16 << 20;
 
-/// The script for this machine, from the template's bytes.
-bool FillForThisMachine(const std::string& script, const std::wstring& runtime, std::string& filled,
-                        std::wstring& message) {
+/// Returns the script for this machine, from the template's bytes.
+std::string FillForThisMachine(const std::string& script, const std::wstring& runtime) {
   std::wstring temporary;
-  if (!TemporaryRoot(temporary, message)) {
-    return false;
+  std::wstring folder_error;
+  if (!TemporaryRoot(temporary, folder_error)) {
+    throw Refusal{{folder_error}};
   }
   // The host reads scripts in the ANSI code page: a path with a replaced character would lead
   // somewhere else.
   if (!SurvivesAnsiRoundTrip(runtime) || !SurvivesAnsiRoundTrip(temporary)) {
-    message = L"The runtime script cannot hold its directories.";
-    return false;
+    throw Refusal{{L"The runtime script cannot hold its directories."}};
   }
-  filled = FillScriptTemplate(script, AnsiFromWideLossy(runtime), AnsiFromWideLossy(temporary));
-  return true;
+  return FillScriptTemplate(script, AnsiFromWideLossy(runtime), AnsiFromWideLossy(temporary));
 }
 
-/// Gives the waiting file the template's time, so that the script ends up with it.
-bool TakePackageTime(const std::wstring& script, const std::wstring& incoming) {
-  PackageTimestamp timestamp;
-  if (!GetPackageTimestamp(script, timestamp)) {
-    return false;
+/// Gives the waiting file the template's time, so that the script ends up with it. Returns what
+/// then proves the file's origin: the runtime directory may be inside a folder that proves none,
+/// for it has the user's name in its path.
+OriginProof TakePackageTime(const std::wstring& script, const std::wstring& incoming) {
+  const std::optional<PackageTimestamp> timestamp = GetPackageTimestamp(script);
+  if (!timestamp) {
+    throw Refusal{{L"Cannot establish source last-write time: ", 0, script}};
   }
   const FileHandle file(CreateFileW(ExtendedPath(incoming).Get(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  const FILETIME time = SplitFileTime(timestamp.time);
-  return file && SetFileTime(file.Get(), nullptr, nullptr, &time);
+  const FILETIME time = SplitFileTime(timestamp->time);
+  if (!file || !SetFileTime(file.Get(), nullptr, nullptr, &time)) {
+    const DWORD code = GetLastError();
+    throw Refusal{{L"Cannot set the time of ", code, incoming}};
+  }
+  return timestamp->origin_proven ? OriginProof::Template : OriginProof::Source;
+}
+
+void Remove(const std::wstring& incoming) {
+  if (!DeleteFileW(ExtendedPath(incoming).Get())) {
+    const DWORD code = GetLastError();
+    throw Failure{L"remove", code, incoming};
+  }
+}
+
+std::string ReadTemplate(const std::wstring& script) {
+  std::string bytes;
+  if (!ReadWholeFile(script, kLargestTemplate, bytes)) {
+    const DWORD code = GetLastError();
+    throw Refusal{{L"Cannot read the runtime script template.", code}};
+  }
+  return bytes;
 }
 
 }  // namespace
 
-bool GenerateRuntimeScript(const std::wstring& package, const std::wstring& runtime,
-                           std::wstring& message) {
+void GenerateRuntimeScript(const std::wstring& package, const std::wstring& runtime,
+                           InstallCalls& calls) {
   const std::wstring script = JoinPath({package, kPackageScriptFolder, kScriptFile});
   const std::wstring target = JoinPath(runtime, kScriptFile);
-  const InstallVerdict verdict = DecideInstall(script, target, message);
-  if (verdict == InstallVerdict::UpToDate || verdict == InstallVerdict::Refused) {
-    return verdict == InstallVerdict::UpToDate;
+  if (DecideInstall(script, target, calls) == InstallVerdict::UpToDate) {
+    return;
   }
-  std::string bytes;
-  if (!ReadWholeFile(script, kLargestTemplate, bytes)) {
-    message = L"Cannot read the runtime script template.";
-    return false;
-  }
-  std::string filled;
-  if (!FillForThisMachine(bytes, runtime, filled, message)) {
-    return false;
-  }
+  const std::string filled = FillForThisMachine(ReadTemplate(script), runtime);
   const std::wstring incoming = JoinPath(runtime, IncomingScriptName(LocalTimeNow()));
   if (!WriteWholeFile(incoming, filled)) {
-    message = L"Cannot write the runtime script.";
-    return false;
+    const DWORD code = GetLastError();
+    throw Refusal{{L"Cannot write the runtime script.", code}};
   }
-  if (!TakePackageTime(script, incoming)) {
-    return false;
+  const OriginProof proof = TakePackageTime(script, incoming);
+  try {
+    InstallFile(incoming, target, calls, proof);
+  } catch (const Refusal&) {
+    Remove(incoming);
+    throw;
   }
-  const bool installed = InstallFile(incoming, target, message);
-  if (!DeleteFileW(ExtendedPath(incoming).Get())) {
-    ThrowLastError(L"remove");
-  }
-  return installed;
+  Remove(incoming);
 }
 
 }  // namespace kestrune

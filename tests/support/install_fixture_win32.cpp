@@ -75,6 +75,27 @@ void InstallTest::ExtraRecords(std::wstring_view kinds) const {
           Utf16WithMark(L"[Registration]\r\nExtraRecords=" + std::wstring(kinds) + L"\r\n"));
 }
 
+void InstallTest::ExpectLogged(int times, const std::vector<std::wstring>& entries) const {
+  std::string expected;
+  for (int i = 0; i < times; ++i) {
+    for (const std::wstring& entry : entries) {
+      expected += "Stage: " + Utf8FromWide(entry) + "\r\n";
+    }
+  }
+  std::string found;
+  if (Exists(folders_.log)) {
+    found = FileBytes(folders_.log);
+    EXPECT_TRUE(RemoveTree(std::wstring(ParentPath(folders_.log))));
+    // Stays where something else is in it.
+    RemoveDirectoryW(std::wstring(ParentPath(ParentPath(folders_.log))).c_str());
+  }
+  // Each line begins with its time in brackets.
+  for (std::size_t at = 0; at < found.size(); at = found.find('\n', at) + 1) {
+    found.erase(at, found.find("] ", at) + 2 - at);
+  }
+  EXPECT_EQ(found, expected);
+}
+
 RunOutcome InstallTest::Run(const std::wstring& command, const std::wstring& more) const {
   return RunKestrune(command + L" --package " + Quoted(package_) + L" " + more);
 }

@@ -43,6 +43,10 @@ class InstallTest : public ::testing::Test {
   /// Lets these record kinds through, in the user's registration.ini.
   void ExtraRecords(std::wstring_view kinds) const;
 
+  /// Expects that the log holds just these entries ("Stage | Detail") in this order, so many times
+  /// over, and empties it.
+  void ExpectLogged(int times, const std::vector<std::wstring>& entries) const;
+
   /// Starts `Kestrune.exe <command> --package <package_> <more>`.
   RunOutcome Run(const std::wstring& command, const std::wstring& more = {}) const;
   RunOutcome RunQuietly(const std::wstring& command, const std::wstring& more = {}) const;

@@ -259,12 +259,15 @@ TEST_F(InstallTest, WithoutInstanceNothingIsDone) {
   BoxInstance viewer = UsedHost(1, 24);
   viewer.display_name = L"Altium Designer Viewer";
   MakeHost(viewer);
-  const Snapshot before = TakeSnapshot();
   for (const wchar_t* command : kCommands) {
+    const Snapshot before = TakeSnapshot();
     EXPECT_TRUE(EndsWithBox(20, L"No Altium instance found.", kBad, Run(command)));
     EXPECT_TRUE(EndsSilentlyWith(20, RunQuietly(command)));
+    const bool is_status = command == std::wstring_view(L"--status");
+    ExpectLogged(is_status ? 0 : 2, {L"Installer failed | Error=No Altium instance found. "
+                                     L"GetLastError=0"});
+    EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
   }
-  EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
 }
 
 TEST_F(InstallTest, FiltersLeaveTheirInstancesOnly) {
@@ -297,6 +300,8 @@ TEST_F(InstallStatusTest, AnInstallationWithoutProgramIsSkipped) {
   for (const wchar_t* command : kCommands) {
     EXPECT_TRUE(EndsWithBox(ProblemCode(command), text, kBad, Run(command)));
   }
+  ExpectLogged(
+      3, {L"Installer skipped | Reason= (executable/profile must be verified). GUID=" + host.guid});
   ExpectStatus(10, text);
 }
 
@@ -352,6 +357,9 @@ TEST_F(InstallStatusTest, AProfileThatWasNeverStartedIsSkipped) {
   for (const wchar_t* command : kCommands) {
     EXPECT_TRUE(EndsWithBox(ProblemCode(command), text, kBad, Run(command)));
   }
+  ExpectLogged(3, {L"Installer skipped | Reason=DXP.RCS does not exist; initialize this Altium "
+                   L"profile first. GUID=" +
+                   host.guid});
   ExpectStatus(10, text);
   EXPECT_FALSE(Exists(host.rcs));
 }
@@ -395,29 +403,57 @@ TEST_F(InstallTest, AnUnreadableCustomizationFileFailsItsInstance) {
   EXPECT_FALSE(Exists(folders_.runtime));
 }
 
-TEST_F(InstallStatusTest, AFailureStandsInTheLogForWhoeverSeesOnlyTheCode) {
+TEST_F(InstallStatusTest, AFailureIsLoggedWithItsInstance) {
   const MadeInstance first = MakeHost(UsedHost(1, 24));
   const MadeInstance second = MakeHost(UsedHost(2, 24));
   const FileHandle held = HoldOpen(first.rcs, GENERIC_READ | GENERIC_WRITE, 0);
   ExpectStatus(
       10, Failed(first, L"Open RCS (Win32 32)") + HeaderOf(second) + std::wstring(kNotInstalled));
-  EXPECT_FALSE(Exists(folders_.log));
+  EXPECT_FALSE(Exists(folders_.runtime));
+  ExpectLogged(0, {});
+  ASSERT_TRUE(EndsSilentlyWith(40, RunQuietly(L"--install")));
+  ExpectLogged(
+      1, {L"Installer failed | Error=Open RCS (Win32 32) GetLastError=32 GUID=" + first.guid});
+}
+
+TEST_F(InstallTest, ARefusedDeploymentIsLoggedWithItsFile) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  const std::wstring failed =
+      L"Installer failed | Error=Runtime deployment failed; profile unchanged. GetLastError=0 "
+      L"GUID=" +
+      host.guid;
+  const std::wstring package = L" Package=" + package_;
   ASSERT_TRUE(DeleteFileW(JoinPath(package_, L"Script\\Kestrune.pas").c_str()));
   ASSERT_TRUE(EndsSilentlyWith(40, RunQuietly(L"--install")));
-  const std::string log = FileBytes(folders_.log);
-  const std::string stage = "] Stage: Installer failed | Error=";
-  const std::string rows[] = {
-      "Open RCS (Win32 32) GetLastError=32 GUID=" + Utf8FromWide(first.guid),
-      "Cannot establish source last-write time: " +
-          Utf8FromWide(JoinPath(package_, L"Script\\Kestrune.pas")) +
-          " Package=" + Utf8FromWide(package_),
-      "Runtime deployment failed; profile unchanged. GetLastError=0 GUID=" +
-          Utf8FromWide(second.guid)};
-  std::size_t at = 0;
-  for (const std::string& row : rows) {
-    at = log.find(stage + row + "\r\n", at);
-    ASSERT_NE(at, std::string::npos) << row << "\n" << log;
-  }
+  ExpectLogged(1, {L"Installer failed | Error=Cannot establish source last-write time: " +
+                       JoinPath(package_, L"Script\\Kestrune.pas") + L" GetLastError=0" + package,
+                   failed});
+  const std::wstring form = JoinPath(package_, L"Script\\Kestrune_WaitForm.dfm");
+  ASSERT_TRUE(DeleteFileW(form.c_str()));
+  ASSERT_TRUE(EndsSilentlyWith(40, RunQuietly(L"--install")));
+  ExpectLogged(1, {L"Installer failed | Error=Missing file of the package: " + form +
+                       L" GetLastError=0" + package,
+                   failed});
+  MakePackage(package_, kLaterTime, "two");
+  const FileHandle held = HoldOpen(Runtime(L"Kestrune.PrjScr"), GENERIC_READ, FILE_SHARE_READ);
+  ASSERT_TRUE(EndsSilentlyWith(40, RunQuietly(L"--install")));
+  ExpectLogged(1, {L"Installer failed | Error=Cannot lock target: " + Runtime(L"Kestrune.PrjScr") +
+                       L" GetLastError=32" + package,
+                   failed});
+}
+
+TEST_F(InstallTest, AProgramWithoutPackageIsLogged) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  const std::wstring failed =
+      L"Installer failed | Error=Runtime deployment failed; profile unchanged. GetLastError=0 "
+      L"GUID=" +
+      host.guid;
+  const std::wstring program = Scratch(L"elsewhere\\Kestrune.exe");
+  ASSERT_TRUE(CreateDirectories(Scratch(L"elsewhere")) && CopyOver(KestrunePath(), program));
+  EXPECT_TRUE(EndsSilentlyWith(40, Finish(ProgramRun(program, L"--install --quiet"))));
+  ExpectLogged(1, {L"Installer failed | Error=No package beside the program: " + program +
+                       L" GetLastError=0 Package=",
+                   failed});
 }
 
 TEST_F(InstallTest, AFailureBeforeDeploymentLeavesItToTheNextInstance) {
@@ -565,9 +601,10 @@ TEST_F(InstallTest, ARunningHostStopsAllCommandsButStatus) {
     const RunningAs running(Scratch(name));
     const Snapshot before = TakeSnapshot();
     for (const wchar_t* command : {L"--install", L"--update", L"--uninstall"}) {
-      EXPECT_TRUE(EndsWithBox(
-          30, L"Close all Altium instances before changing shared runtime or registration.", kBad,
-          Run(command)));
+      const std::wstring text =
+          L"Close all Altium instances before changing shared runtime or registration.";
+      EXPECT_TRUE(EndsWithBox(30, text, kBad, Run(command)));
+      ExpectLogged(1, {L"Installer failed | Error=" + text + L" GetLastError=0"});
     }
     EXPECT_TRUE(
         EndsWithBox(10, HeaderOf(host) + std::wstring(kNotInstalled), kBad, Run(L"--status")));
@@ -638,6 +675,11 @@ TEST_F(InstallTest, AnErrorInDiscoveryEndsTheRun) {
   for (const wchar_t* command : kCommands) {
     EXPECT_TRUE(EndsWithBox(40, L"status", kBad, Run(command)));
   }
+  const std::string log = FileBytes(folders_.log);
+  EXPECT_NE(log.find("] Stage: Installer failed | Error=status GetLastError="), std::string::npos);
+  EXPECT_TRUE(
+      log.ends_with(" Path=\\\\.\\nothing\\X2.exe GUID=" + Utf8FromWide(host.guid) + "\r\n"))
+      << log;
 }
 
 TEST_F(InstallTest, ManyInstancesCostOneDeployment) {
@@ -661,6 +703,11 @@ TEST_F(InstallTest, APackageThatWindowsCannotAnswerForFailsTheInstance) {
   package_ = L"\\\\.\\nothing";
   EXPECT_TRUE(EndsWithBox(40, Failed(host, L"status"), kBad, Run(L"--install")));
   EXPECT_TRUE(HasNothingOfOurs(host));
+  const std::string log = FileBytes(folders_.log);
+  EXPECT_NE(log.find("] Stage: Installer failed | Error=status GetLastError="), std::string::npos);
+  EXPECT_NE(log.find(" GUID=" + Utf8FromWide(host.guid) + " Path=\\\\.\\nothing\\"),
+            std::string::npos)
+      << log;
 }
 
 /// Makes a file longer without writing it: what is between is zero.
@@ -773,6 +820,21 @@ TEST_F(InstallTest, TheDeployedProgramCanUpdateFromAPackage) {
                                             L"--update --quiet --package " + Quoted(package_)))));
   EXPECT_TRUE(FileBytes(Runtime(L"Kestrune.pas")).ends_with("two"));
   EXPECT_TRUE(HasWorkingButton(host));
+  ExpectLogged(1, {L"Installer note | The running program is the deployed one and was not "
+                   L"replaced. Package=" +
+                   package_});
+}
+
+TEST_F(InstallTest, AUserNamedLikeTheProductGetsUpdates) {
+  const std::wstring home = Scratch(L"Kestrunes");
+  MadeInstance host = MakeHost(UsedHost(1, 24));
+  const MovedProfile moved(home);
+  MoveHost(host, home + L"\\AppData\\Roaming");
+  ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
+  MakePackage(package_, kLaterTime, "two");
+  EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--update")));
+  EXPECT_TRUE(
+      FileBytes(home + L"\\AppData\\Local\\Kestrune\\Runtime\\Kestrune.pas").ends_with("two"));
 }
 
 TEST_F(InstallTest, ARuntimePathOutsideTheAnsiCodePageIsRefused) {

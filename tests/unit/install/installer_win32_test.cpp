@@ -24,6 +24,12 @@ TEST_F(InstallerFromNowhere, DeploysNothingAndChangesNoProfile) {
     const InstallerResult result = RunInstallerCommand(options, L"");
     EXPECT_EQ(result.code, 40);
     EXPECT_EQ(result.message, Failed(host, L"Runtime deployment failed; profile unchanged."));
+    ExpectLogged(1, {L"Installer failed | Error=The program's own path is too long. GetLastError=0 "
+                     L"Package=" +
+                         options.package,
+                     L"Installer failed | Error=Runtime deployment failed; profile unchanged. "
+                     L"GetLastError=0 GUID=" +
+                         host.guid});
   }
   EXPECT_EQ(FileBytes(host.rcs), rcs);
   EXPECT_TRUE(HasNothingOfOurs(host));

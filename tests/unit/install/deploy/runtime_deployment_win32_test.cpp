@@ -10,6 +10,7 @@
 #include "common/known_folders_win32.h"
 #include "common/path.h"
 #include "common/sha256_win32.h"
+#include "install/deploy/refusal.h"
 #include "install/deploy/runtime_script_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/shell_folder_override_win32.h"
@@ -27,10 +28,19 @@ class RuntimeDeployment : public InstallTest {
     SetTimeOf(program_, kPackageTime);
   }
 
-  bool Deploy() { return DeployRuntime(package_, program_, message_); }
+  bool Deploy() {
+    InstallCalls calls;
+    return Note(DeployRuntime(package_, program_, calls));
+  }
+  bool Note(const std::optional<Failure>& refusal) {
+    message_ = refusal ? refusal->text + refusal->subject : L"";
+    code_ = refusal ? refusal->code : ERROR_SUCCESS;
+    return !refusal;
+  }
 
   std::wstring program_;
   std::wstring message_;
+  DWORD code_ = ERROR_SUCCESS;
 };
 
 TEST_F(RuntimeDeployment, ASecondOneTouchesNothing) {
@@ -40,7 +50,7 @@ TEST_F(RuntimeDeployment, ASecondOneTouchesNothing) {
   EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
 }
 
-TEST_F(RuntimeDeployment, AMissingFileStopsThereWithoutMessage) {
+TEST_F(RuntimeDeployment, AMissingFileStopsThereAndIsNamed) {
   const std::wstring files[] = {
       L"Script\\Kestrune.PrjScr",          L"Script\\Kestrune_WaitForm.pas",
       L"Script\\Kestrune_WaitForm.dfm",    L"Runtime\\Bridge.OutJob",
@@ -51,18 +61,19 @@ TEST_F(RuntimeDeployment, AMissingFileStopsThereWithoutMessage) {
     ASSERT_TRUE(RemoveTree(folders_.runtime));
     MakePackage(package_, kPackageTime, "");
     ASSERT_TRUE(DeleteFileW(JoinPath(package_, file).c_str()));
+    const std::wstring text = L"Missing file of the package: " + JoinPath(package_, file);
     EXPECT_FALSE(Deploy());
-    EXPECT_EQ(message_, L"");
+    EXPECT_EQ(message_, text);
     EXPECT_EQ(NamesIn(folders_.runtime).size(), installed_before++);
     // A folder in its place is no file either.
     ASSERT_TRUE(CreateDirectories(JoinPath(package_, file)));
     EXPECT_FALSE(Deploy());
-    EXPECT_EQ(message_, L"");
+    EXPECT_EQ(message_, text);
     ASSERT_TRUE(RemoveTree(JoinPath(package_, file)));
   }
   program_ = Scratch(L"program\\missing.exe");
   EXPECT_FALSE(Deploy());
-  EXPECT_EQ(message_, L"");
+  EXPECT_EQ(message_, L"Missing file of the package: " + program_);
 }
 
 TEST_F(RuntimeDeployment, AMissingTemplateComesLast) {
@@ -77,6 +88,7 @@ TEST_F(RuntimeDeployment, AFileWhereTheRuntimeShouldBeIsInTheWay) {
   PutFile(folders_.runtime, "x");
   EXPECT_FALSE(Deploy());
   EXPECT_EQ(message_, L"Cannot create the Bridge runtime directory.");
+  EXPECT_NE(code_, DWORD{ERROR_SUCCESS});
 }
 
 TEST_F(RuntimeDeployment, AFailureLeavesTheFilesOfEarlierRows) {
@@ -117,7 +129,16 @@ class RuntimeScript : public RuntimeDeployment {
     ASSERT_TRUE(CreateDirectories(folders_.runtime));
   }
 
-  bool Generate() { return GenerateRuntimeScript(package_, folders_.runtime, message_); }
+  bool Generate() { return GenerateIn(folders_.runtime); }
+  bool GenerateIn(const std::wstring& runtime) {
+    try {
+      InstallCalls calls;
+      GenerateRuntimeScript(package_, runtime, calls);
+      return Note(std::nullopt);
+    } catch (const Refusal& refusal) {
+      return Note(refusal);
+    }
+  }
 };
 
 TEST_F(RuntimeScript, IsFilledDatedAndLeavesNothingBehind) {
@@ -137,6 +158,7 @@ TEST_F(RuntimeScript, ALockedScriptIsNamedAndTheWaitingFileGone) {
   const FileHandle reader = HoldOpen(Runtime(L"Kestrune.pas"), GENERIC_READ, FILE_SHARE_READ);
   EXPECT_FALSE(Generate());
   EXPECT_EQ(message_, L"Cannot lock target: " + Runtime(L"Kestrune.pas"));
+  EXPECT_EQ(code_, DWORD{ERROR_SHARING_VIOLATION});
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
 }
 
@@ -163,6 +185,7 @@ TEST_F(RuntimeScript, AWaitingFileThatCannotBeDeletedIsThrown) {
   } catch (const Failure& failure) {
     thrown = failure.text;
     EXPECT_EQ(failure.code, DWORD{ERROR_SHARING_VIOLATION});
+    EXPECT_TRUE(failure.subject.ends_with(L".incoming"));
   }
   ended = true;
   holder.join();
@@ -182,8 +205,9 @@ TEST_F(RuntimeScript, AWaitingFileThatCannotBeWrittenWholeStays) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   ASSERT_TRUE(disk.Fill());
-  EXPECT_FALSE(GenerateRuntimeScript(package_, disk.Folder(), message_));
+  EXPECT_FALSE(GenerateIn(disk.Folder()));
   EXPECT_EQ(message_, L"Cannot write the runtime script.");
+  EXPECT_EQ(code_, DWORD{ERROR_DISK_FULL});
   const std::vector<std::wstring> left = NamesIn(disk.Folder());
   ASSERT_EQ(left.size(), 1U);
   EXPECT_TRUE(left[0].starts_with(L"script-") && left[0].ends_with(L".incoming"));
@@ -209,7 +233,7 @@ TEST_F(RuntimeScript, ATemplateThatCannotBeReadIsNamed) {
 TEST_F(RuntimeScript, ARuntimeThatTheCodePageCannotHoldIsRefused) {
   const std::wstring runtime = Scratch(L"\x540D");
   ASSERT_TRUE(CreateDirectories(runtime));
-  EXPECT_FALSE(GenerateRuntimeScript(package_, runtime, message_));
+  EXPECT_FALSE(GenerateIn(runtime));
   EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
   EXPECT_EQ(NamesIn(runtime), std::vector<std::wstring>{});
 }
@@ -224,6 +248,26 @@ TEST_F(RuntimeScript, ATemporaryRootThatTheCodePageCannotHoldIsRefused) {
   EXPECT_FALSE(Generate());
   EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
+}
+
+TEST_F(RuntimeScript, IsUpdatedForAUserNamedLikeTheProduct) {
+  const std::wstring runtime = Scratch(L"kestrunes\\AppData\\Local\\Kestrune\\Runtime");
+  ASSERT_TRUE(CreateDirectories(runtime));
+  ASSERT_TRUE(GenerateIn(runtime));
+  MakePackage(package_, kLaterTime, "two");
+  EXPECT_TRUE(GenerateIn(runtime));
+  EXPECT_EQ(message_, L"");
+  EXPECT_TRUE(FileBytes(JoinPath(runtime, L"Kestrune.pas")).ends_with("two"));
+}
+
+TEST_F(RuntimeScript, ATemplateWithoutProofFillsAGapOnly) {
+  package_ = Scratch(L"kestrunes\\package");
+  MakePackage(package_, kPackageTime, "one");
+  ASSERT_TRUE(Generate());
+  MakePackage(package_, kLaterTime, "two");
+  EXPECT_FALSE(Generate());
+  EXPECT_EQ(message_, L"Original bundled timestamp metadata unavailable; target preserved: " +
+                          Runtime(L"Kestrune.pas"));
 }
 
 TEST_F(RuntimeScript, AManifestInTheRuntimeDirectoryDoesNotVouchForTheWaitingFile) {
