@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "common/text.h"
-#include "registration/rcs/rcs_document.h"
+#include "registration/rcs/rcs.h"
 
 namespace kestrune {
 namespace {

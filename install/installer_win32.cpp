@@ -25,7 +25,7 @@
 #include "install/registration_plan.h"
 #include "install/deploy/runtime_deployment_win32.h"
 #include "registration/transaction/global_projects.h"
-#include "registration/rcs/rcs_document.h"
+#include "registration/rcs/rcs.h"
 #include "registration/rcs/toolbar_edit.h"
 #include "registration/transaction/transaction.h"
 #include "registration/transaction/windows_store_win32.h"
@@ -33,8 +33,8 @@
 namespace kestrune {
 namespace {
 
-using altium_registration::RcsDocument;
-using altium_registration::RcsKinds;
+using altium_registration::Rcs;
+using altium_registration::RcsOptions;
 using altium_registration::RegistrationChange;
 using altium_registration::RegistryValue;
 using altium_registration::Spec;
@@ -50,9 +50,7 @@ constexpr std::uint64_t kLargestResource = 64 << 20;
 struct RegistrationSettings {
   /// The button's hint as bytes in the ANSI code page.
   std::string description;
-  std::vector<std::string> extra_kinds;
-  /// The same kinds as the parser takes them; they point into `extra_kinds`.
-  std::vector<std::string_view> carried_kinds;
+  std::vector<std::string> extra_record_kinds;
 };
 
 /// The command's label, which names the user's application; the plain label where the code page
@@ -74,8 +72,7 @@ RegistrationSettings ReadSettings(const std::wstring& local_app_data) {
   }
   RegistrationSettings settings;
   settings.description = DescriptionFor(user);
-  settings.extra_kinds = ReadExtraRecordKinds(local_app_data);
-  settings.carried_kinds.assign(settings.extra_kinds.begin(), settings.extra_kinds.end());
+  settings.extra_record_kinds = ReadExtraRecordKinds(local_app_data);
   return settings;
 }
 
@@ -92,7 +89,7 @@ std::wstring PathField(const Failure& failure) {
 
 /// What an instance's files and registry say before anything is changed.
 struct InstanceState {
-  std::string rcs;
+  Rcs rcs;
   std::vector<RegistryValue> projects;
   std::optional<ToolbarAnchor> anchor;
 };
@@ -177,11 +174,11 @@ class InstallerRun {
     }
     SystemCalls calls;
     WindowsStore store({instance.rcs_path, instance.registry_branch, instance.guid}, calls);
-    const InstanceState state = ReadState(store, instance);
+    InstanceState state = ReadState(store, instance);
     if (options_.command == InstallerCommand::Status) {
       return ReportStatus(instance, state);
     }
-    ChangeRegistration(store, instance, state);
+    ChangeRegistration(store, instance, std::move(state));
   }
 
   void ReportFailure(const HostInstance& instance, const Failure& failure) {
@@ -227,15 +224,15 @@ class InstallerRun {
     return *settings_;
   }
 
-  RcsKinds CarriedKinds() { return Settings().carried_kinds; }
+  const std::vector<std::string>& ExtraKinds() { return Settings().extra_record_kinds; }
 
   InstanceState ReadState(WindowsStore& store, const HostInstance& instance) {
     InstanceState state;
-    state.rcs = store.ReadRcs();
+    std::string text = store.ReadRcs();
     state.projects = store.ReadGlobalProjects();
-    RcsDocument document;
+    const RcsOptions options{.strict = true, .extra_record_kinds = ExtraKinds()};
     std::wstring error;
-    if (!RcsDocument::Parse(state.rcs, {.carried_kinds = CarriedKinds()}, document, error)) {
+    if (!Rcs::Parse(std::move(text), options, state.rcs, error)) {
       throw Failure{error + L" Manual registration required; no profile change."};
     }
     // The place is looked for in the host's own definitions; the user's file holds only what the
@@ -244,7 +241,7 @@ class InstallerRun {
     if (!ReadWholeFile(instance.resource_path, kLargestResource, resource)) {
       resource.clear();
     }
-    state.anchor = ChooseAnchor(resource, instance.version.major, CarriedKinds());
+    state.anchor = ChooseAnchor(resource, instance.version.major, ExtraKinds());
     return state;
   }
 
@@ -270,25 +267,27 @@ class InstallerRun {
     const bool listed =
         altium_registration::PlanGlobalProjects(state.projects, project_path_, true, plan, error) &&
         altium_registration::SameValues(plan, state.projects);
-    const bool installed =
-        listed && state.anchor &&
-        altium_registration::ValidateRcs(state.rcs, DescribeButton(instance, state.anchor), true,
-                                         error, CarriedKinds());
+    const bool installed = listed && state.anchor &&
+                           altium_registration::ValidateRcs(
+                               state.rcs, DescribeButton(instance, state.anchor), true, error);
     if (!installed) {
       SeeProblem();
     }
     report_ += installed ? L"Installed\n" : L"Not installed / registration requires repair\n";
   }
 
-  void ChangeRegistration(WindowsStore& store, const HostInstance& instance,
-                          const InstanceState& state) {
+  void ChangeRegistration(WindowsStore& store, const HostInstance& instance, InstanceState state) {
     if (Registering() && !state.anchor) {
       throw Failure{
           L"No validated per-instance toolbar anchor; use manual Global Project and toolbar "
           L"registration. No profile changes made."};
     }
     const Spec spec = DescribeButton(instance, state.anchor);
-    const RegistrationChange change = PlanChange(state, spec);
+    RegistrationChange change = PlanChange(std::move(state), spec);
+    change.validate = [&](std::string_view text) {
+      // The planned text was found valid when it was made; only another one is parsed.
+      return text == change.rcs_after || IsValid(text, spec);
+    };
     if (Registering() && !deployed_) {
       Deploy();
     }
@@ -301,22 +300,25 @@ class InstallerRun {
                              : L"Registration removed; shared runtime retained.\n";
   }
 
-  RegistrationChange PlanChange(const InstanceState& state, const Spec& spec) {
+  RegistrationChange PlanChange(InstanceState state, const Spec& spec) {
     RegistrationChange change;
     std::wstring error;
-    if (!altium_registration::EditRcs(state.rcs, spec, Registering(), change.rcs_after, error,
-                                      CarriedKinds()) ||
+    if (!altium_registration::EditRcs(state.rcs, spec, Registering(), change.rcs_after, error) ||
         !altium_registration::PlanGlobalProjects(state.projects, project_path_, Registering(),
                                                  change.values_after, error)) {
       throw Failure{error};
     }
-    change.rcs_before = state.rcs;
-    change.values_before = state.projects;
-    change.validate = [this, spec](std::string_view text) {
-      std::wstring ignored;
-      return altium_registration::ValidateRcs(text, spec, Registering(), ignored, CarriedKinds());
-    };
+    change.rcs_before = std::move(state.rcs).TakeText();
+    change.values_before = std::move(state.projects);
     return change;
+  }
+
+  bool IsValid(std::string_view text, const Spec& spec) {
+    const RcsOptions options{.strict = true, .extra_record_kinds = ExtraKinds()};
+    Rcs rcs;
+    std::wstring ignored;
+    return Rcs::Parse(std::string(text), options, rcs, ignored) &&
+           altium_registration::ValidateRcs(rcs, spec, Registering(), ignored);
   }
 
   void Deploy() {

@@ -3,7 +3,6 @@
 namespace kestrune {
 
 using altium_registration::HasAnchor;
-using altium_registration::RcsKinds;
 using altium_registration::ToolbarAnchor;
 using altium_registration::ToolbarKind;
 
@@ -15,24 +14,24 @@ constexpr std::int32_t kLastLegacyMajor = 17;
 }  // namespace
 
 std::optional<ToolbarAnchor> ChooseAnchor(std::string_view resource, std::int32_t major,
-                                          RcsKinds carried_kinds,
+                                          const std::vector<std::string>& extra_record_kinds,
                                           std::span<const ToolbarAnchor> places) {
   const ToolbarKind wanted =
       major > kLastLegacyMajor ? ToolbarKind::ActiveBar : ToolbarKind::Legacy;
   std::optional<ToolbarAnchor> found;
-  std::optional<ToolbarAnchor> fitting;
+  std::optional<ToolbarAnchor> last_fitting;
   int count = 0;
   for (const ToolbarAnchor& anchor : places) {
-    if (!HasAnchor(resource, anchor.target, anchor.reference, carried_kinds)) {
+    if (!HasAnchor(resource, anchor.target, anchor.reference, extra_record_kinds)) {
       continue;
     }
     ++count;
     found = anchor;
-    if (!fitting && major > 0 && anchor.kind == wanted) {
-      fitting = anchor;
+    if (major > 0 && anchor.kind == wanted) {
+      last_fitting = anchor;
     }
   }
-  return count > 1 ? fitting : found;
+  return count > 1 ? last_fitting : found;
 }
 
 std::wstring InstanceHeader(const HostInstance& instance) {

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "install/host_instance.h"
 #include "registration/rcs/toolbar_edit.h"
@@ -13,11 +14,12 @@ namespace kestrune {
 /// Chooses the place of the button on the toolbars that the host itself defines.
 ///
 /// `resource` is the installation's AdvPcb.rcs, bytes. The only place found is taken whatever the
-/// host's version; of several, the first that belongs to the major version, so that a place
-/// appended to `places` moves no button that stands; none when the version is not known (0 or less)
-/// or no place of its generation is among them.
+/// host's version; of several, the last one of the kind that belongs to the major version; none
+/// when the version is not known (0 or less) or no place of that kind is among them.
+/// `extra_record_kinds` are let through as in RcsOptions.
 std::optional<altium_registration::ToolbarAnchor> ChooseAnchor(
-    std::string_view resource, std::int32_t major, altium_registration::RcsKinds carried_kinds,
+    std::string_view resource, std::int32_t major,
+    const std::vector<std::string>& extra_record_kinds,
     std::span<const altium_registration::ToolbarAnchor> places =
         altium_registration::kToolbarAnchors);
 

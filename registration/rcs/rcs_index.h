@@ -2,127 +2,113 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <string_view>
 #include <vector>
 
-#include "registration/rcs/prefetch.h"
+#include "registration/rcs/rcs_text.h"
 
 namespace altium_registration {
 
-/// Stands for "none" where items of a file are numbered.
-inline constexpr std::uint32_t kNoRcsItem = 0xFFFFFFFF;
+/// Means "none" where the items of a file are numbered.
+inline constexpr std::uint32_t kNoItem = 0xFFFFFFFF;
 
-template <typename Word>
-std::uint64_t LoadWord(const char* bytes) {
-  Word word;
-  std::memcpy(&word, bytes, sizeof word);
-  return word;
+/// Returns a number that the author of a file could not foresee.
+inline std::uint64_t UnforeseeableSeed() {
+  constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
+  const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+  const std::uint64_t mixed = static_cast<std::uint64_t>(now) * kSpread;
+  return (mixed ^ ((mixed >> 29))) * kSpread;
 }
 
-inline constexpr std::uint64_t kHashFactor = 0x9E3779B97F4A7C15;
-
-inline std::uint64_t Mixed(std::uint64_t hash, std::uint64_t word) {
-  hash = (hash ^ word) * kHashFactor;
-  return hash ^ hash >> 32;
-}
-
-/// The hash of a text for RcsIndex. Reads whole words, overlapping at the end: identifiers are
-/// short, and every record has one.
-inline std::uint32_t HashOf(std::string_view bytes) {
-  const std::size_t size = bytes.size();
-  const char* const data = bytes.data();
-  std::uint64_t hash = size;
-  if (size >= 8) {
-    for (std::size_t at = 0; at + 8 < size; at += 8) {
-      hash = Mixed(hash, LoadWord<std::uint64_t>(data + at));
-    }
-    hash = Mixed(hash, LoadWord<std::uint64_t>(data + size - 8));
-  } else if (size >= 4) {
-    hash =
-        Mixed(hash, LoadWord<std::uint32_t>(data) << 32 | LoadWord<std::uint32_t>(data + size - 4));
-  } else {
-    for (const char byte : bytes) {
-      hash = Mixed(hash, static_cast<unsigned char>(byte));
-    }
-  }
-  return static_cast<std::uint32_t>(hash * kHashFactor >> 32);
-}
-
-/// A hash index over items that are numbered and stored elsewhere: 8 bytes a slot and no
-/// allocation per item, as a file of the largest size names a million of them.
+/// A hash index over texts that are stored elsewhere, numbered from 0 in the order in which they
+/// are added: 9 bytes or so for each and no allocation, as a file of the largest size has a million
+/// identifiers. `text_of(number)` always returns the text with this number.
 class RcsIndex {
  public:
-  /// The item with this hash for which `same(item)` holds, or kNoRcsItem.
-  template <typename Same>
-  std::uint32_t Find(std::uint32_t hash, const Same& same) const {
+  explicit RcsIndex(std::uint64_t seed = UnforeseeableSeed()) : seed_(seed) {}
+
+  /// Returns the number of this text, or kNoItem.
+  template <typename TextOf>
+  std::uint32_t Find(const RcsText& text, const TextOf& text_of) const {
     if (slots_.empty()) {
-      return kNoRcsItem;
+      return kNoItem;
     }
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t i = hash & mask; slots_[i].item != kNoRcsItem; i = (i + 1) & mask) {
-      if (slots_[i].hash == hash && same(slots_[i].item)) {
-        return slots_[i].item;
-      }
-    }
-    return kNoRcsItem;
+    const auto same = [&](std::uint32_t other) { return text_of(other) == text; };
+    return slots_[PlaceOf(text.Hash(seed_), same)];
   }
 
-  /// Adds an item unless one with this hash is there for which `same(item)` holds. Whether it was
-  /// added.
-  template <typename Same>
-  bool Add(std::uint32_t hash, std::uint32_t item, const Same& same) {
-    Reserve(count_ + 1);
-    const std::size_t mask = slots_.size() - 1;
-    std::size_t i = hash & mask;
-    for (; slots_[i].item != kNoRcsItem; i = (i + 1) & mask) {
-      if (slots_[i].hash == hash && same(slots_[i].item)) {
-        return false;
+  /// Adds a text unless it is there. Returns whether it was added.
+  template <typename TextOf>
+  bool Add(const RcsText& text, const TextOf& text_of) {
+    const auto number = static_cast<std::uint32_t>(hashes_.size());
+    if (SlotsFor(number + 1) > slots_.size()) {
+      MakeSlots(number + 1);
+      for (std::uint32_t known = 0; known < number; ++known) {
+        slots_[PlaceOf(hashes_[known], [](std::uint32_t) { return false; })] = known;
       }
     }
-    slots_[i] = {hash, item};
-    ++count_;
+    const std::uint32_t hash = text.Hash(seed_);
+    const auto same = [&](std::uint32_t other) { return text_of(other) == text; };
+    std::uint32_t& slot = slots_[PlaceOf(hash, same)];
+    if (slot != kNoItem) {
+      return false;
+    }
+    slot = number;
+    hashes_.push_back(hash);
     return true;
   }
 
-  /// Has the memory fetch the place of a hash that will be looked up soon. There must be room.
-  void PrefetchPlace(std::uint32_t hash) const { Prefetch(&slots_[hash & (slots_.size() - 1)]); }
+  /// Adds a text that cannot be found before Build.
+  void Append(const RcsText& text) { hashes_.push_back(text.Hash(seed_)); }
+  void ReserveForAppend(std::size_t texts) { hashes_.reserve(texts); }
 
-  /// Makes room for this many items at once.
-  void Reserve(std::size_t items) {
-    if (items + items / 3 >= slots_.size()) {
-      Resize(std::bit_ceil(std::max(kFirstSlots, items + items / 3 + 1)));
+  /// Makes the appended texts findable. Returns false when one of them occurs twice.
+  ///
+  /// Many at once are faster than one at a time: each waits for the memory, and in a loop of
+  /// nothing else the processor waits for several together.
+  template <typename TextOf>
+  bool Build(const TextOf& text_of) {
+    const auto count = static_cast<std::uint32_t>(hashes_.size());
+    MakeSlots(count);
+    for (std::uint32_t number = 0; number < count; ++number) {
+      const auto same = [&](std::uint32_t other) { return text_of(other) == text_of(number); };
+      std::uint32_t& slot = slots_[PlaceOf(hashes_[number], same)];
+      if (slot != kNoItem) {
+        return false;
+      }
+      slot = number;
     }
+    return true;
   }
 
  private:
-  struct Slot {
-    std::uint32_t hash = 0;
-    std::uint32_t item = kNoRcsItem;
-  };
-
-  void Resize(std::size_t slots) {
-    std::vector<Slot> old(slots);
-    old.swap(slots_);
-    const std::size_t mask = slots_.size() - 1;
-    for (const Slot& slot : old) {
-      if (slot.item != kNoRcsItem) {
-        std::size_t i = slot.hash & mask;
-        while (slots_[i].item != kNoRcsItem) {
-          i = (i + 1) & mask;
-        }
-        slots_[i] = slot;
-      }
-    }
+  /// A power of two, so many that at most three quarters are in use.
+  static std::size_t SlotsFor(std::size_t texts) {
+    constexpr std::size_t kFewest = 64;
+    return std::max(kFewest, std::bit_ceil(texts + texts / 3 + 1));
   }
 
-  static constexpr std::size_t kFirstSlots = 64;
+  void MakeSlots(std::size_t texts) { slots_.assign(SlotsFor(texts), kNoItem); }
 
-  /// A power of two in number, at most three quarters of them in use.
-  std::vector<Slot> slots_;
-  std::size_t count_ = 0;
+  /// The slot of the text with this hash for which `same(number)` holds, or the free one where it
+  /// belongs.
+  template <typename Same>
+  std::size_t PlaceOf(std::uint32_t hash, const Same& same) const {
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t place = hash & mask;
+    while (slots_[place] != kNoItem && (hashes_[slots_[place]] != hash || !same(slots_[place]))) {
+      place = (place + 1) & mask;
+    }
+    return place;
+  }
+
+  std::uint64_t seed_;
+  /// Numbers of texts, kNoItem where a slot is free.
+  std::vector<std::uint32_t> slots_;
+  /// By number.
+  std::vector<std::uint32_t> hashes_;
 };
 
 }  // namespace altium_registration

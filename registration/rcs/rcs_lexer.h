@@ -1,11 +1,19 @@
 #pragma once
 
+#include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "common/failure.h"
-#include "registration/rcs/rcs_scan.h"
 #include "registration/rcs/rcs_text.h"
+
+#if defined(__SSE2__) || (defined(_MSC_VER) && (defined(_M_X64) || _M_IX86_FP >= 2))
+#define KESTRUNE_RCS_SSE2 1
+#include <emmintrin.h>
+#endif
 
 namespace altium_registration {
 
@@ -27,7 +35,7 @@ class RcsLexer {
 
   bool AtEnd() const { return position_ == end_; }
 
-  /// Whether the next token is an unquoted "=", which is then taken.
+  /// Returns whether the next token is an unquoted "=", which is then taken.
   bool TakeEquals() {
     if (position_ == end_ || *position_ != '=') {
       return false;
@@ -37,18 +45,17 @@ class RcsLexer {
   }
 
   /// Takes the next token. Must not be called at the end. Throws kestrune::Failure with "Unclosed
-  /// RCS quote." or kUnsupportedRcs (a NUL byte).
+  /// RCS quote." or kUnsupportedRcs (a NUL byte, which is looked for on the way: a search of its
+  /// own would read the whole file once more).
   RcsSpan Next() {
     const char* const start = position_;
     if (*start == kRcsQuote) {
       return QuotedToken(start + 1);
     }
-    const char* end = FindBareTokenEnd(start, end_);
+    const char* end = FindWordEnd(start);
     if (end == start) {
       // A token cannot begin with a blank or a quote here: an equals sign, or a NUL.
-      if (*end == '\0') {
-        throw kestrune::Failure{kUnsupportedRcs};
-      }
+      RequireNoNul(end);
       ++end;
     }
     SkipTo(end);
@@ -56,16 +63,29 @@ class RcsLexer {
   }
 
  private:
+  /// What a byte means outside quotes; a byte can be both.
+  static constexpr std::uint8_t kBlank = 1;
+  static constexpr std::uint8_t kEndsWord = 2;
+
+  static constexpr std::array<std::uint8_t, 256> kMeanings = [] {
+    std::array<std::uint8_t, 256> meanings{};
+    meanings[' '] = meanings['\t'] = meanings['\r'] = meanings['\n'] = kBlank | kEndsWord;
+    meanings['='] = meanings[kRcsQuote] = meanings['\0'] = kEndsWord;
+    return meanings;
+  }();
+
+  static bool Is(std::uint8_t meaning, char byte) {
+    return (kMeanings[static_cast<unsigned char>(byte)] & meaning) != 0;
+  }
+
   RcsSpan QuotedToken(const char* start) {
     bool doubled = false;
     for (const char* close = start;; close += 2) {
-      close = FindRcsQuoteOrNul(close, end_);
+      close = FindQuoteOrNul(close);
       if (close == nullptr) {
         throw kestrune::Failure{L"Unclosed RCS quote."};
       }
-      if (*close == '\0') {
-        throw kestrune::Failure{kUnsupportedRcs};
-      }
+      RequireNoNul(close);
       if (close + 1 == end_ || close[1] != kRcsQuote) {
         SkipTo(close + 1);
         return Span(start, close, true, doubled);
@@ -74,8 +94,58 @@ class RcsLexer {
     }
   }
 
-  /// Goes on behind the blanks that begin here.
-  void SkipTo(const char* position) { position_ = SkipRcsBlanks(position, end_); }
+  /// The first byte from here on that ends a word, or the end. Looks for the file's end once in
+  /// four bytes.
+  const char* FindWordEnd(const char* from) const {
+    for (; end_ - from >= 4; from += 4) {
+      for (int place = 0; place < 4; ++place) {
+        if (Is(kEndsWord, from[place])) {
+          return from + place;
+        }
+      }
+    }
+    while (from != end_ && !Is(kEndsWord, *from)) {
+      ++from;
+    }
+    return from;
+  }
+
+  /// The first quote or NUL from here on, or null. Values are longer than words: sixteen bytes are
+  /// looked at in one go, and what is not found soon is left to the library, which is faster on
+  /// long stretches.
+  const char* FindQuoteOrNul(const char* from) const {
+#ifdef KESTRUNE_RCS_SSE2
+    constexpr std::ptrdiff_t kBlock = sizeof(__m128i);
+    for (int count = 0; count < 4 && end_ - from >= kBlock; ++count, from += kBlock) {
+      const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+      const __m128i found = _mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8(kRcsQuote)),
+                                         _mm_cmpeq_epi8(block, _mm_setzero_si128()));
+      if (const auto mask = static_cast<unsigned>(_mm_movemask_epi8(found)); mask != 0) {
+        return from + std::countr_zero(mask);
+      }
+    }
+#endif
+    const auto size = static_cast<std::size_t>(end_ - from);
+    const void* const quote = std::memchr(from, kRcsQuote, size);
+    const std::size_t searched =
+        quote == nullptr ? size : static_cast<std::size_t>(static_cast<const char*>(quote) - from);
+    const void* const nul = std::memchr(from, '\0', searched);
+    return static_cast<const char*>(nul != nullptr ? nul : quote);
+  }
+
+  static void RequireNoNul(const char* place) {
+    if (*place == '\0') {
+      throw kestrune::Failure{kUnsupportedRcs};
+    }
+  }
+
+  /// Goes on after the blanks that begin here.
+  void SkipTo(const char* position) {
+    while (position != end_ && Is(kBlank, *position)) {
+      ++position;
+    }
+    position_ = position;
+  }
 
   RcsSpan Span(const char* start, const char* end, bool quoted, bool doubled) const {
     return {static_cast<std::uint32_t>(start - raw_), static_cast<std::uint32_t>(end - start),

@@ -21,8 +21,21 @@ std::string RcsText::ToString() const {
   return doubled_ ? Collapsed(written_) : std::string(written_);
 }
 
-bool RcsText::EqualWhenCollapsed(const RcsText& left, const RcsText& right) {
-  return left.ToString() == right.ToString();
+std::uint32_t RcsText::HashOfCollapsed(std::uint64_t seed) const {
+  return HashOfBytes(Collapsed(written_), seed);
+}
+
+bool RcsText::MeansSame(const RcsText& left, const RcsText& right) {
+  const std::string_view doubled = left.doubled_ ? left.written_ : right.written_;
+  const std::string_view plain = left.doubled_ ? right.written_ : left.written_;
+  std::size_t at = 0;
+  for (const char byte : plain) {
+    if (at == doubled.size() || doubled[at] != byte) {
+      return false;
+    }
+    at += byte == kRcsQuote ? 2 : 1;
+  }
+  return at == doubled.size();
 }
 
 std::string Quote(std::string_view value) {

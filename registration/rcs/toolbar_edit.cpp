@@ -4,137 +4,107 @@
 #include <cstdint>
 #include <span>
 #include <utility>
-#include <vector>
 
-#include "common/failure.h"
 #include "registration/rcs/toolbar_references.h"
 
 namespace altium_registration {
 namespace {
 
-using kestrune::Failure;
-
 constexpr std::string_view kCustomTree = "PCBCustom";
 
-RcsDocument ParseStrictly(std::string_view text, RcsKinds carried_kinds) {
-  RcsDocument document;
-  std::wstring error;
-  if (!RcsDocument::Parse(text, {.strict = true, .carried_kinds = carried_kinds}, document,
-                          error)) {
-    throw Failure{error};
-  }
-  return document;
-}
-
-/// Whether a record around `place` fulfils the condition.
+/// How many of our links are below a record that fulfils the condition, at whatever depth.
 template <typename Condition>
-bool AnyAncestor(const RcsDocument& document, std::uint32_t place, const Condition& condition) {
-  const auto& records = document.records();
-  for (std::uint32_t i = records[place].parent; i != kNoRcsItem; i = records[i].parent) {
-    if (condition(records[i])) {
-      return true;
-    }
-  }
-  return false;
-}
-
-template <typename Condition>
-std::uint32_t CountLinksBelow(const RcsDocument& document, const RcsReferences& references,
+std::uint32_t CountLinksBelow(const Rcs& rcs, const RcsReferences& references,
                               const Condition& condition) {
   std::uint32_t count = 0;
-  for (std::uint32_t place = 0; place < references.roles.size(); ++place) {
-    if (references.IsLink(place) && AnyAncestor(document, place, condition)) {
+  // Where the nodes below the fulfilling records so far end.
+  std::uint32_t end = 0;
+  for (std::uint32_t place = 0; place < rcs.nodes().size(); ++place) {
+    if (references.IsLink(place) && place < end) {
       ++count;
+    }
+    if (condition(rcs.nodes()[place])) {
+      end = std::max(end, rcs.nodes()[place].subtree_end);
     }
   }
   return count;
 }
 
-bool IsInstalled(const RcsDocument& document, const RcsReferences& references, const Spec& spec) {
+bool IsInstalled(const Rcs& rcs, const RcsReferences& references, const Spec& spec) {
   if (references.commands != 1 || references.placed_links != 1 || references.suppressions != 0) {
     return false;
   }
-  const auto custom_tree = [&](const RcsRecord& record) {
-    return record.kind == RcsKind::kTree && document.Identifier(record) == kCustomTree;
+  const auto custom_tree = [&](const Node& node) {
+    return node.kind == NodeKind::kTree && rcs.Identifier(node) == kCustomTree;
   };
-  const auto toolbar = [&](const RcsRecord& record) {
-    return record.kind == RcsKind::kInsertion &&
-           document.Attribute(record, "TargetID") == spec.anchor_target &&
-           document.Attribute(record, "RefID0") == spec.anchor_reference;
+  const auto toolbar = [&](const Node& node) {
+    return node.kind == NodeKind::kInsertion &&
+           rcs.Attribute(node, "TargetID") == spec.anchor_target &&
+           rcs.Attribute(node, "RefID0") == spec.anchor_reference;
   };
-  return CountLinksBelow(document, references, custom_tree) == 1 &&
-         CountLinksBelow(document, references, toolbar) == 1;
+  return CountLinksBelow(rcs, references, custom_tree) == 1 &&
+         CountLinksBelow(rcs, references, toolbar) == 1;
 }
 
-void RequireState(const RcsDocument& document, const Spec& spec, bool expect_installed) {
-  const RcsReferences references = FindReferences(document, spec.script_project_path);
-  if (expect_installed && !IsInstalled(document, references, spec)) {
-    throw Failure{L"Expected one unsuppressed Bridge command, custom link and toolbar placement."};
-  }
-  if (!expect_installed && references.commands != 0) {
-    throw Failure{L"Bridge command remains."};
-  }
-}
-
-bool CommandsLookAs(const RcsDocument& document, const RcsReferences& references,
-                    const Spec& spec) {
+bool CommandsLookAs(const Rcs& rcs, const RcsReferences& references, const Spec& spec) {
   for (std::uint32_t place = 0; place < references.roles.size(); ++place) {
-    const RcsRecord& record = document.records()[place];
+    const Node& node = rcs.nodes()[place];
     if (references.RoleOf(place) == RcsRole::kCommand &&
-        !(document.Attribute(record, "Image") == spec.image_path &&
-          document.Attribute(record, "Description") == spec.description)) {
+        !(rcs.Attribute(node, "Image") == spec.image_path &&
+          rcs.Attribute(node, "Description") == spec.description)) {
       return false;
     }
   }
   return true;
 }
 
-std::string CommandBase(const RcsDocument& document, const RcsReferences& references) {
+/// Whether nothing is to be done.
+bool IsAsWanted(const Rcs& rcs, const RcsReferences& references, const Spec& spec, bool install) {
+  return install ? IsInstalled(rcs, references, spec) && CommandsLookAs(rcs, references, spec)
+                 : references.commands == 0;
+}
+
+std::string CommandBase(const Rcs& rcs, const RcsReferences& references) {
   if (references.commands == 1) {
     const auto command =
         std::find(references.roles.begin(), references.roles.end(), RcsRole::kCommand);
     const auto place = static_cast<std::size_t>(command - references.roles.begin());
-    return document.Identifier(document.records()[place]).ToString();
+    return rcs.Identifier(rcs.nodes()[place]).ToString();
   }
   return "PLKestrune";
 }
 
-bool IsOwned(const RcsReferences& references, std::uint32_t place) {
-  return references.RoleOf(place) != RcsRole::kForeign;
-}
-
-/// The text without the owned records; white space around them stays.
-std::string WithoutOwned(const RcsDocument& document, const RcsReferences& references) {
-  const std::string_view raw = document.raw();
-  const auto& records = document.records();
-  std::string text;
-  text.reserve(raw.size());
-  std::size_t kept = 0;
-  const auto keep_until = [&](std::size_t end) {
-    const std::string_view piece = raw.substr(kept, end - kept);
-    if (text.ends_with('\'') && piece.starts_with('\'')) {
+/// Appends the bytes from `begin` to `end` without the owned records, none of which may be only
+/// partly between them; white space around them stays.
+void AppendForeign(const Rcs& rcs, const RcsReferences& references, std::size_t begin,
+                   std::size_t end, std::string& text) {
+  std::size_t kept = begin;
+  const auto keep_until = [&](std::size_t until) {
+    const std::string_view piece = std::string_view(rcs.text()).substr(kept, until - kept);
+    if (text.ends_with(kRcsQuote) && piece.starts_with(kRcsQuote)) {
       // Two quoted texts that only the cut record separated would become one.
       text.push_back(' ');
     }
     text.append(piece);
   };
-  for (std::uint32_t place = 0; place < records.size();) {
-    if (!IsOwned(references, place)) {
+  const auto& nodes = rcs.nodes();
+  for (std::uint32_t place = 0; place < nodes.size() && nodes[place].start < end;) {
+    if (nodes[place].start < begin || !references.IsOwned(place)) {
       ++place;
       continue;
     }
-    keep_until(records[place].start);
-    kept = records[place].end;
-    place = records[place].subtree_end;
+    keep_until(nodes[place].start);
+    kept = nodes[place].end;
+    place = nodes[place].subtree_end;
   }
-  keep_until(raw.size());
-  return text;
+  keep_until(end);
 }
 
-/// Gives out identifiers that neither the document nor a record to be added uses.
+/// Gives out identifiers that neither a record that stays nor a record to be added uses.
 class UniqueNames {
  public:
-  explicit UniqueNames(const RcsDocument& document) : document_(document) {}
+  UniqueNames(const Rcs& rcs, const RcsReferences& references)
+      : rcs_(rcs), references_(references) {}
 
   std::string Take(const std::string& base) {
     std::string name = base;
@@ -147,11 +117,13 @@ class UniqueNames {
 
  private:
   bool IsUsed(const std::string& name) const {
-    return document_.FindIdentifier({name, false}) != kNoRcsItem ||
+    const std::uint32_t place = rcs_.FindIdentifier(name);
+    return (place != kNoItem && !references_.IsOwned(place)) ||
            std::find(taken_.begin(), taken_.end(), name) != taken_.end();
   }
 
-  const RcsDocument& document_;
+  const Rcs& rcs_;
+  const RcsReferences& references_;
   std::vector<std::string> taken_;
 };
 
@@ -161,121 +133,139 @@ std::string_view LineSeparator(std::string_view text) {
 }
 
 /// The top-level custom tree's closing "End", or the text's end when there is no such tree.
-std::size_t CustomTreeEnd(const RcsDocument& document) {
-  const std::uint32_t place = document.FindIdentifier({kCustomTree, false});
-  if (place != kNoRcsItem) {
-    const RcsRecord& record = document.records()[place];
-    if (record.kind == RcsKind::kTree && record.parent == kNoRcsItem) {
-      return record.EndKeyword();
+std::size_t CustomTreeEnd(const Rcs& rcs) {
+  const std::uint32_t place = rcs.FindIdentifier(kCustomTree);
+  if (place != kNoItem) {
+    const Node& node = rcs.nodes()[place];
+    if (node.kind == NodeKind::kTree && node.parent == kNoItem) {
+      return node.EndKeyword();
     }
   }
-  return document.raw().size();
+  return rcs.text().size();
 }
 
-/// Builds the text with the four records of the button added to a document that has none of them.
-std::string WithButton(const RcsDocument& document, const Spec& spec,
-                       const std::string& command_base) {
-  UniqueNames names(document);
-  const std::string command = names.Take(command_base);
-  const std::string custom_link = names.Take("KestruneCommandLink");
-  const std::string insertion = names.Take("KestruneToolbar");
-  const std::string toolbar_link = names.Take("KestruneToolbarLink");
-
-  const std::string_view raw = document.raw();
-  const std::string separator(LineSeparator(raw));
-  const std::string link_tail = " PLID=" + Quote(command) + " End" + separator;
-  const std::string custom_line = "    Link " + custom_link + link_tail;
-  const auto end_line = [&](std::string& text) {
-    if (!text.ends_with('\n')) {
-      text += separator;
-    }
-  };
-
-  const std::size_t tree_end = CustomTreeEnd(document);
+std::string WithoutButton(const Rcs& rcs, const RcsReferences& references) {
   std::string text;
-  text.reserve(raw.size() + 1024);
-  text.append(raw.substr(0, tree_end));
-  if (tree_end != raw.size()) {
-    text += separator + custom_line;
-    text.append(raw.substr(tree_end));
+  text.reserve(rcs.text().size());
+  AppendForeign(rcs, references, 0, rcs.text().size(), text);
+  return text;
+}
+
+/// The identifiers of the four records that make the button, in the order in which they are taken.
+struct ButtonNames {
+  std::string command;
+  std::string custom_link;
+  std::string insertion;
+  std::string toolbar_link;
+};
+
+ButtonNames NamesForButton(const Rcs& rcs, const RcsReferences& references) {
+  UniqueNames names(rcs, references);
+  return {names.Take(CommandBase(rcs, references)), names.Take("KestruneCommandLink"),
+          names.Take("KestruneToolbar"), names.Take("KestruneToolbarLink")};
+}
+
+std::string LinkLine(const std::string& identifier, const std::string& command,
+                     const std::string& separator) {
+  return "    Link " + identifier + " PLID=" + Quote(command) + " End" + separator;
+}
+
+void EndLine(const std::string& separator, std::string& text) {
+  if (!text.ends_with('\n')) {
+    text += separator;
+  }
+}
+
+/// Appends the command and its placement on the toolbar.
+void AppendCommand(const Spec& spec, const ButtonNames& names, const std::string& separator,
+                   std::string& text) {
+  EndLine(separator, text);
+  text += "PL " + names.command + " Command='ScriptingSystem:RunScript' Params=" +
+          Quote(ScriptParameters(spec.script_project_path)) +
+          " Caption='Kestrune' Image=" + Quote(spec.image_path) +
+          " Description=" + Quote(spec.description) + " DefaultChecked=0 End" + separator;
+  text += "Insertion " + names.insertion + " TargetID=" + Quote(spec.anchor_target) +
+          " RefID0=" + Quote(spec.anchor_reference) + separator +
+          LinkLine(names.toolbar_link, names.command, separator) + "End" + separator;
+}
+
+/// Builds the text with what belongs to the button cut out and its four records added.
+std::string WithButton(const Rcs& rcs, const RcsReferences& references, const Spec& spec) {
+  constexpr std::size_t kRoomForButton = 4096;
+  const ButtonNames names = NamesForButton(rcs, references);
+  const std::size_t tree_end = CustomTreeEnd(rcs);
+  const bool has_tree = tree_end != rcs.text().size();
+  std::string text;
+  text.reserve(rcs.text().size() + kRoomForButton);
+  AppendForeign(rcs, references, 0, tree_end, text);
+  const std::size_t new_tree_end = text.size();
+  AppendForeign(rcs, references, tree_end, rcs.text().size(), text);
+
+  const std::string separator(LineSeparator(text));
+  const std::string custom_line = LinkLine(names.custom_link, names.command, separator);
+  if (has_tree) {
+    text.insert(new_tree_end, separator + custom_line);
   } else {
     if (!text.empty()) {
-      end_line(text);
+      EndLine(separator, text);
     }
     text += "Tree PCBCustom Caption='[Custom]' TopLevel='True'" + separator + custom_line + "End" +
             separator;
   }
-  end_line(text);
-  text += "PL " + command + " Command='ScriptingSystem:RunScript' Params=" +
-          Quote(ScriptParameters(spec.script_project_path)) +
-          " Caption='Kestrune' Image=" + Quote(spec.image_path) +
-          " Description=" + Quote(spec.description) + " DefaultChecked=0 End" + separator;
-  text += "Insertion " + insertion + " TargetID=" + Quote(spec.anchor_target) +
-          " RefID0=" + Quote(spec.anchor_reference) + separator + "    Link " + toolbar_link +
-          link_tail + "End" + separator;
+  AppendCommand(spec, names, separator, text);
   return text;
 }
 
-void RequireUsable(const Spec& spec, bool install) {
+/// Returns why this cannot be registered, or null.
+const wchar_t* RefusalOf(const Spec& spec, bool install) {
   if (spec.script_project_path.empty() ||
       spec.script_project_path.find_first_of("\r\n|") != std::string::npos) {
-    throw Failure{L"Unsafe script project path."};
+    return L"Unsafe script project path.";
   }
   if (install && (spec.anchor_target.empty() || spec.anchor_reference.empty())) {
-    throw Failure{L"No validated toolbar anchor; manual registration required."};
+    return L"No validated toolbar anchor; manual registration required.";
   }
-}
-
-void Edit(std::string_view text, const Spec& spec, bool install, std::string& new_text,
-          RcsKinds carried_kinds) {
-  RcsDocument document = ParseStrictly(text, carried_kinds);
-  RequireUsable(spec, install);
-  const RcsReferences references = FindReferences(document, spec.script_project_path);
-  if (install && IsInstalled(document, references, spec) &&
-      CommandsLookAs(document, references, spec)) {
-    new_text = text;
-    return;
-  }
-  const std::string command_base = CommandBase(document, references);
-  if (references.commands == 0) {
-    new_text = text;
-  } else {
-    new_text = WithoutOwned(document, references);
-    document = ParseStrictly(new_text, carried_kinds);
-  }
-  if (install) {
-    new_text = WithButton(document, spec, command_base);
-    document = ParseStrictly(new_text, carried_kinds);
-  }
-  RequireState(document, spec, install);
+  return nullptr;
 }
 
 }  // namespace
 
-bool EditRcs(std::string_view text, const Spec& spec, bool install, std::string& new_text,
-             std::wstring& error, RcsKinds carried_kinds) {
-  try {
-    Edit(text, spec, install, new_text, carried_kinds);
-    return true;
-  } catch (const Failure& failure) {
-    error = failure.text;
+bool EditRcs(const Rcs& rcs, const Spec& spec, bool install, std::string& new_text,
+             std::wstring& error) {
+  if (const wchar_t* const refusal = RefusalOf(spec, install)) {
+    error = refusal;
     return false;
   }
+  const RcsReferences references = FindReferences(rcs, spec.script_project_path);
+  if (IsAsWanted(rcs, references, spec, install)) {
+    new_text = rcs.text();
+    return true;
+  }
+  new_text = install ? WithButton(rcs, references, spec) : WithoutButton(rcs, references);
+  Rcs edited;
+  if (!Rcs::Parse(std::move(new_text), rcs.options(), edited, error)) {
+    return false;
+  }
+  const bool valid = ValidateRcs(edited, spec, install, error);
+  new_text = std::move(edited).TakeText();
+  return valid;
 }
 
-bool ValidateRcs(std::string_view text, const Spec& spec, bool expect_installed,
-                 std::wstring& error, RcsKinds carried_kinds) {
-  try {
-    RequireState(ParseStrictly(text, carried_kinds), spec, expect_installed);
-    return true;
-  } catch (const Failure& failure) {
-    error = failure.text;
+bool ValidateRcs(const Rcs& rcs, const Spec& spec, bool expect_installed, std::wstring& error) {
+  const RcsReferences references = FindReferences(rcs, spec.script_project_path);
+  if (expect_installed && !IsInstalled(rcs, references, spec)) {
+    error = L"Expected one unsuppressed Bridge command, custom link and toolbar placement.";
     return false;
   }
+  if (!expect_installed && references.commands != 0) {
+    error = L"Bridge command remains.";
+    return false;
+  }
+  return true;
 }
 
 bool HasAnchor(std::string_view text, std::string_view tree, std::string_view item,
-               RcsKinds carried_kinds) {
+               const std::vector<std::string>& extra_record_kinds) {
   const std::string opening = "Tree " + std::string(tree) + " ";
   std::size_t start = text.find(opening);
   while (start != std::string_view::npos && start != 0 && text[start - 1] != '\n') {
@@ -289,18 +279,16 @@ bool HasAnchor(std::string_view text, std::string_view tree, std::string_view it
   if (closing == std::string_view::npos) {
     return false;
   }
-  const std::string_view block = text.substr(start, closing + kClosing.size() - start);
-  RcsDocument document;
+  Rcs block;
   std::wstring error;
-  if (!RcsDocument::Parse(block, {.strict = false, .carried_kinds = carried_kinds}, document,
-                          error)) {
+  if (!Rcs::Parse(std::string(text.substr(start, closing + kClosing.size() - start)),
+                  {.strict = false, .extra_record_kinds = extra_record_kinds}, block, error)) {
     return false;
   }
   const std::span inside =
-      std::span(document.records()).first(document.records().front().subtree_end).subspan(1);
-  return std::count_if(inside.begin(), inside.end(), [&](const RcsRecord& record) {
-           return document.Identifier(record) == item;
-         }) == 1;
+      std::span(block.nodes()).first(block.nodes().front().subtree_end).subspan(1);
+  return std::ranges::count_if(
+             inside, [&](const Node& node) { return block.Identifier(node) == item; }) == 1;
 }
 
 }  // namespace altium_registration

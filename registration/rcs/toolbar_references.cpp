@@ -1,7 +1,8 @@
 #include "registration/rcs/toolbar_references.h"
 
 #include <algorithm>
-#include <string>
+#include <optional>
+#include <utility>
 
 #include "common/text.h"
 
@@ -15,63 +16,58 @@ std::string Normalised(std::string text) {
   return kestrune::LowerAscii(text);
 }
 
+/// Each pass looks at a record once, and at its attributes once for each name that it asks for.
 class ReferenceFinder {
  public:
-  ReferenceFinder(const RcsDocument& document, std::string_view script_project_path)
-      : document_(document), parameters_(Normalised(ScriptParameters(script_project_path))) {
-    found_.roles.resize(document.records().size(), RcsRole::kForeign);
+  ReferenceFinder(const Rcs& rcs, std::string_view script_project_path)
+      : rcs_(rcs), parameters_(Normalised(ScriptParameters(script_project_path))) {
+    found_.roles.resize(rcs.nodes().size(), RcsRole::kForeign);
   }
 
   RcsReferences Run() {
-    ForEach(RcsKind::kPl, [this](std::uint32_t place) { FindCommand(place); });
+    ForEach(NodeKind::kPl, [this](std::uint32_t place) { FindCommand(place); });
     if (found_.commands == 0) {
       return std::move(found_);
     }
-    ForEach(RcsKind::kLink, [this](std::uint32_t place) { FindLink(place); });
-    ForEach(RcsKind::kDeletion, [this](std::uint32_t place) { FindSuppression(place); });
-    ForEach(RcsKind::kInsertion, [this](std::uint32_t place) { FindPlacement(place); });
+    ForEach(NodeKind::kLink, [this](std::uint32_t place) { FindLink(place); });
+    ForEach(NodeKind::kInsertion, [this](std::uint32_t place) { FindPlacement(place); });
+    found_.placed_links = static_cast<std::uint32_t>(placed_.size());
+    ForEach(NodeKind::kDeletion, [this](std::uint32_t place) { FindSuppression(place); });
     return std::move(found_);
   }
 
  private:
-  /// Records of one kind lie some hundred bytes apart in the text, too irregularly for the
-  /// processor to foresee: without being told it waits for the memory at each of a large file.
+  /// A link that an Insertion places, and where.
+  struct PlacedLink {
+    RcsText identifier;
+    RcsText target;
+  };
+
   template <typename Action>
-  void ForEach(RcsKind kind, const Action& action) {
-    constexpr std::size_t kAhead = 16;
-    const auto& records = document_.records();
-    for (std::uint32_t place = 0; place < records.size(); ++place) {
-      if (place + kAhead < records.size() && records[place + kAhead].kind == kind) {
-        document_.PrefetchText(records[place + kAhead]);
-      }
-      if (records[place].kind == kind) {
+  void ForEach(NodeKind kind, const Action& action) {
+    for (std::uint32_t place = 0; place < rcs_.nodes().size(); ++place) {
+      if (rcs_.nodes()[place].kind == kind) {
         action(place);
       }
     }
   }
 
+  RcsText Identifier(std::uint32_t place) const { return rcs_.Identifier(rcs_.nodes()[place]); }
   RcsText Attribute(std::uint32_t place, std::string_view name) const {
-    return document_.Attribute(document_.records()[place], name);
+    return rcs_.Attribute(rcs_.nodes()[place], name);
   }
 
-  /// The one of the records in `index` that has this identifier. An index of our own few records
-  /// stays in the processor's cache, which one of all records of a large file does not.
-  std::uint32_t Find(const RcsIndex& index, const RcsText& identifier) const {
-    return index.Find(identifier.Hash(),
-                      [&](std::uint32_t place) { return Identifier(place) == identifier; });
+  /// What the indexes are asked with.
+  auto CommandOf() const {
+    return [this](std::uint32_t number) { return commands_[number]; };
   }
-
-  void Add(RcsIndex& index, std::uint32_t place) const {
-    index.Add(Identifier(place).Hash(), place, [](std::uint32_t) { return false; });
-  }
-
-  RcsText Identifier(std::uint32_t place) const {
-    return document_.Identifier(document_.records()[place]);
+  auto PlacedOf() const {
+    return [this](std::uint32_t number) { return placed_[number].identifier; };
   }
 
   void FindCommand(std::uint32_t place) {
     const RcsText command = Attribute(place, "Command");
-    // Most commands are told apart by their length, without a copy.
+    // Most commands differ in their length, which needs no copy.
     if (command.LongestSize() < kRunScript.size() ||
         kestrune::LowerAscii(command.ToString()) != kRunScript ||
         Normalised(Attribute(place, "Params").ToString()) != parameters_) {
@@ -79,58 +75,66 @@ class ReferenceFinder {
     }
     found_.roles[place] = RcsRole::kCommand;
     ++found_.commands;
-    Add(commands_, place);
+    commands_.push_back(Identifier(place));
+    command_index_.Add(commands_.back(), CommandOf());
   }
 
   void FindLink(std::uint32_t place) {
-    if (Find(commands_, Attribute(place, "PLID")) == kNoRcsItem) {
-      return;
-    }
-    const std::uint32_t parent = document_.records()[place].parent;
-    const bool placed =
-        parent != kNoRcsItem && document_.records()[parent].kind == RcsKind::kInsertion;
-    found_.roles[place] = placed ? RcsRole::kPlacedLink : RcsRole::kLink;
-    if (placed) {
-      ++found_.placed_links;
-      Add(placed_links_, place);
+    if (command_index_.Find(Attribute(place, "PLID"), CommandOf()) != kNoItem) {
+      found_.roles[place] = RcsRole::kLink;
     }
   }
 
-  void FindSuppression(std::uint32_t place) {
-    const std::uint32_t link = Find(placed_links_, Attribute(place, "DeleteID"));
-    if (link == kNoRcsItem) {
-      return;
+  /// Looks at the direct children of an Insertion. What it names as its target is looked up once,
+  /// however many links it places: it may have very many attributes.
+  void FindPlacement(std::uint32_t place) {
+    const auto& nodes = rcs_.nodes();
+    std::optional<RcsText> target;
+    bool has_others = false;
+    for (std::uint32_t child = place + 1; child < nodes[place].subtree_end;
+         child = nodes[child].subtree_end) {
+      if (!found_.IsLink(child)) {
+        has_others = true;
+        continue;
+      }
+      if (!target) {
+        target = Attribute(place, "TargetID");
+      }
+      AddPlacedLink(child, *target);
     }
-    const std::uint32_t insertion = document_.records()[link].parent;
-    if (Attribute(place, "TargetID") == Attribute(insertion, "TargetID")) {
+    if (target && !has_others) {
+      found_.roles[place] = RcsRole::kPlacement;
+    }
+  }
+
+  void AddPlacedLink(std::uint32_t place, const RcsText& target) {
+    found_.roles[place] = RcsRole::kPlacedLink;
+    placed_.push_back({Identifier(place), target});
+    placed_index_.Add(placed_.back().identifier, PlacedOf());
+  }
+
+  void FindSuppression(std::uint32_t place) {
+    const std::uint32_t link = placed_index_.Find(Attribute(place, "DeleteID"), PlacedOf());
+    if (link != kNoItem && Attribute(place, "TargetID") == placed_[link].target) {
       found_.roles[place] = RcsRole::kSuppression;
       ++found_.suppressions;
     }
   }
 
-  void FindPlacement(std::uint32_t place) {
-    const auto& records = document_.records();
-    const std::uint32_t end = records[place].subtree_end;
-    std::uint32_t child = place + 1;
-    while (child < end && found_.RoleOf(child) == RcsRole::kPlacedLink) {
-      child = records[child].subtree_end;
-    }
-    if (child == end && end > place + 1) {
-      found_.roles[place] = RcsRole::kPlacement;
-    }
-  }
-
-  const RcsDocument& document_;
+  const Rcs& rcs_;
   const std::string parameters_;
-  RcsIndex commands_;
-  RcsIndex placed_links_;
+  /// The commands' identifiers.
+  std::vector<RcsText> commands_;
+  RcsIndex command_index_;
+  std::vector<PlacedLink> placed_;
+  RcsIndex placed_index_;
   RcsReferences found_;
 };
 
 }  // namespace
 
-RcsReferences FindReferences(const RcsDocument& document, std::string_view script_project_path) {
-  return ReferenceFinder(document, script_project_path).Run();
+RcsReferences FindReferences(const Rcs& rcs, std::string_view script_project_path) {
+  return ReferenceFinder(rcs, script_project_path).Run();
 }
 
 std::string ScriptParameters(std::string_view script_project_path) {

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
-#include "registration/rcs/rcs_document.h"
+#include "registration/rcs/rcs.h"
 
 namespace altium_registration {
 
@@ -13,7 +14,7 @@ enum class RcsRole : std::uint8_t {
   kForeign,
   /// A PL record that runs the script.
   kCommand,
-  /// A Link to such a command that stands elsewhere than directly in an Insertion.
+  /// A Link to such a command that is not a direct child of an Insertion.
   kLink,
   /// A Link to such a command that an Insertion places.
   kPlacedLink,
@@ -23,7 +24,7 @@ enum class RcsRole : std::uint8_t {
   kPlacement
 };
 
-/// The roles of all records of a document, by their places, and how often each that counts occurs.
+/// The roles of all records of a file, by their places, and how often each that counts occurs.
 struct RcsReferences {
   std::vector<RcsRole> roles;
   std::uint32_t commands = 0;
@@ -31,17 +32,18 @@ struct RcsReferences {
   std::uint32_t suppressions = 0;
 
   RcsRole RoleOf(std::uint32_t place) const { return roles[place]; }
+  bool IsOwned(std::uint32_t place) const { return roles[place] != RcsRole::kForeign; }
   bool IsLink(std::uint32_t place) const {
     return roles[place] == RcsRole::kLink || roles[place] == RcsRole::kPlacedLink;
   }
 };
 
-/// Finds everything in a strictly parsed document that belongs to the script project with this
-/// path. A command belongs to it when it is the host's "run script" command and its parameters name
-/// the project and our procedure, without regard to ASCII case and to the direction of slashes.
-RcsReferences FindReferences(const RcsDocument& document, std::string_view script_project_path);
+/// Finds everything in a strictly parsed file that belongs to the script project with this path. A
+/// command belongs to it when it is the host's "run script" command and its parameters name the
+/// project and our procedure, without regard to ASCII case and to the direction of slashes.
+RcsReferences FindReferences(const Rcs& rcs, std::string_view script_project_path);
 
-/// The parameters by which the host's "run script" command starts the export.
+/// Returns the parameters by which the host's "run script" command starts the export.
 std::string ScriptParameters(std::string_view script_project_path);
 
 }  // namespace altium_registration

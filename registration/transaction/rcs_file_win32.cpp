@@ -8,7 +8,7 @@
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
 #include "common/sha256_win32.h"
-#include "registration/rcs/rcs_document.h"
+#include "registration/rcs/rcs.h"
 #include "registration/transaction/step_failure.h"
 
 namespace altium_registration {

@@ -8,48 +8,14 @@
 #include <vector>
 
 #include "registration/transaction/global_projects.h"
-#include "registration/rcs/toolbar_edit.h"
+#include "tests/support/rcs_edit.h"
+#include "tests/support/rcs_shapes.h"
 
 namespace altium_registration {
 namespace {
 
-Spec ExampleSpec() {
-  return {"C:\\Users\\Designer\\AppData\\Local\\Kestrune\\Runtime\\Kestrune.PrjScr",
-          "C:\\Users\\Designer\\AppData\\Local\\Kestrune\\Runtime\\odbpp-toolbar-legacy.bmp",
-          "Export PCB through Kestrune", "TLPCBToolbar", "TBPCB_StandardToolbar760"};
-}
-
-/// Records like those of a user who has altered menus, toolbars and commands.
-std::string RealisticFile(std::size_t size) {
-  std::string text =
-      "Tree PCBCustom Caption='[Custom]' TopLevel='True'  End\r\n"
-      "Tree SchCustom Caption='[Custom]' TopLevel='True'  End\r\n";
-  for (std::uint32_t n = 0; text.size() + 1000 < size; n += 8) {
-    const auto user = [n](std::uint32_t i) { return "_User" + std::to_string(n + i); };
-    text += "PL " + user(0) +
-            " Command='PCB:Select' Params='Scope = Layer' Caption='All on La&yer' "
-            "Description='Select All on Current Layer' DefaultChecked=0  End\r\n";
-    text += "PL " + user(1) +
-            " Command='ScriptingSystem:RunScript' Params='ProjectName=C:\\Scripts\\Panel\\Panel" +
-            std::to_string(n) +
-            ".PrjScr|ProcName=Panel.pas>Main' Caption='It''s a script' DefaultChecked=0  End\r\n";
-    text += "Insertion " + user(2) +
-            " TargetID='TLFilter' InsertType='After' RefID0='TBPCB_Filter50' \r\n    Link " +
-            user(3) + " PLID='" + user(0) + "'      End\r\n    Link " + user(4) + " PLID='" +
-            user(1) + "'      End\r\nEnd\r\n";
-    text += "Deletion " + user(5) +
-            " TargetID='TLSchLibDrawingTools' DeleteID='TBSchematic_SchLibDrawingTools160'  "
-            "End\r\n";
-    text += "Insertion " + user(6) + " TargetID='MNPCBMenu' RefID0='MNPCB_Help10' \r\n    Tree " +
-            user(7) + " Caption='Scripts' Image='IEEEimage.bmp' Columns=7 \r\n";
-    for (int i = 0; i < 3; ++i) {
-      text += "        Link " + user(7) + "_" + std::to_string(i) +
-              " PLID='PLSch:PlaceIEEEDotSymbol'          End\r\n";
-    }
-    text += "    End\r\nEnd\r\n";
-  }
-  return text;
-}
+using kestrune_tests::BenchSpec;
+using kestrune_tests::RealisticFile;
 
 std::string XmlText(std::string_view text) {
   std::string escaped;
@@ -144,26 +110,33 @@ void SetBytes(benchmark::State& state, std::size_t bytes) {
 }
 
 void ParseWhole(benchmark::State& state, const std::string& text) {
+  std::string own = text;
   for (auto _ : state) {
-    RcsDocument document;
+    Rcs rcs;
     std::wstring error;
-    if (!RcsDocument::Parse(text, {}, document, error)) {
+    if (!Rcs::Parse(std::move(own), {}, rcs, error)) {
       state.SkipWithError("refused");
     }
-    benchmark::DoNotOptimize(document.records().data());
+    benchmark::DoNotOptimize(rcs.nodes().data());
+    own = std::move(rcs).TakeText();
   }
   SetBytes(state, text.size());
 }
 
-void InstallWhole(benchmark::State& state, const std::string& text) {
-  const Spec spec = ExampleSpec();
+/// Times everything from the file's text to the new one.
+void EditWhole(benchmark::State& state, const std::string& text, bool install) {
+  const Spec spec = BenchSpec();
+  std::string own = text;
   for (auto _ : state) {
+    Rcs rcs;
     std::string edited;
     std::wstring error;
-    if (!EditRcs(text, spec, true, edited, error)) {
+    if (!Rcs::Parse(std::move(own), {}, rcs, error) ||
+        !EditRcs(rcs, spec, install, edited, error)) {
       state.SkipWithError("refused");
     }
     benchmark::DoNotOptimize(edited.data());
+    own = std::move(rcs).TakeText();
   }
   SetBytes(state, text.size());
 }
@@ -176,7 +149,7 @@ void StrictParse(benchmark::State& state) {
   ParseWhole(state, RealisticFile(Kibibytes(state)));
 }
 
-/// pugixml reads the same bytes of records, its own copy of the text included, as ours needs none.
+/// pugixml reads the same bytes of records, its own copy of the text included; ours needs none.
 void PugixmlDom(benchmark::State& state) {
   const std::string raw = RealisticFile(Kibibytes(state));
   const std::string xml = AsXml(raw);
@@ -210,108 +183,19 @@ void PugixmlDomInPlace(benchmark::State& state) {
 }
 
 void Install(benchmark::State& state) {
-  InstallWhole(state, RealisticFile(Kibibytes(state)));
+  EditWhole(state, RealisticFile(Kibibytes(state)), true);
 }
 
 /// The button is there with another description: records are cut out and written anew.
 void Reinstall(benchmark::State& state) {
-  Spec old = ExampleSpec();
+  Spec old = BenchSpec();
   old.description = "old";
-  std::string text;
-  std::wstring error;
-  EditRcs(RealisticFile(Kibibytes(state)), old, true, text, error);
-  InstallWhole(state, text);
+  EditWhole(state, kestrune_tests::EditText(RealisticFile(Kibibytes(state)), old, true).text, true);
 }
 
 void Remove(benchmark::State& state) {
-  const Spec spec = ExampleSpec();
-  std::string text;
-  std::wstring error;
-  EditRcs(RealisticFile(Kibibytes(state)), spec, true, text, error);
-  for (auto _ : state) {
-    std::string edited;
-    if (!EditRcs(text, spec, false, edited, error)) {
-      state.SkipWithError("refused");
-    }
-    benchmark::DoNotOptimize(edited.data());
-  }
-  SetBytes(state, text.size());
-}
-
-std::string Parameters() {
-  return Quote("ProjectName=" + ExampleSpec().script_project_path +
-               "|ProcName=Kestrune.pas>RunKestrune");
-}
-
-/// Every second record is one of our commands, the others are links to them.
-std::string ManyLinksToManyCommands(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 400 < size; ++n) {
-    const std::string number = std::to_string(n);
-    text += "PL P" + number + " Command='ScriptingSystem:RunScript' Params=" + Parameters() +
-            " End\nInsertion I" + number + " TargetID='T' Link L" + number + " PLID='P" + number +
-            "' End End\nDeletion D" + number + " TargetID='T' DeleteID='L" + number + "' End\n";
-  }
-  return text;
-}
-
-std::string ManyQuotes(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 200 < size; ++n) {
-    text +=
-        "PL 'a''''''" + std::to_string(n) + "' Command='''''''''''''''' Params='''''''''' End\n";
-  }
-  return text;
-}
-
-std::string DeepEverywhere(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 1200 < size;) {
-    for (std::uint32_t depth = 0; depth <= kMaxRcsDepth; ++depth) {
-      text += "Tree t" + std::to_string(n++) + " A=1\n";
-    }
-    for (std::uint32_t depth = 0; depth <= kMaxRcsDepth; ++depth) {
-      text += "End\n";
-    }
-  }
-  return text;
-}
-
-std::string OneGiantToken(std::size_t size) {
-  return "PL p A='" + std::string(size - 20, 'x') + "' End\n";
-}
-
-std::string OneTokenOfQuotes(std::size_t size) {
-  return "PL p Command='" + std::string((size - 40) / 2 * 2, '\'') + "' End\n";
-}
-
-std::string ManyIdentifiers(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 40 < size; ++n) {
-    text += "PL " + std::to_string(n) + " End ";
-  }
-  return text;
-}
-
-/// The names that the button would take are taken, thousands of times.
-std::string ManyTakenNames(std::size_t size) {
-  std::string text = "PL PLKestrune End\n";
-  for (std::uint32_t n = 1; text.size() + 60 < size; ++n) {
-    text += "PL PLKestrune_" + std::to_string(n) + " End\n";
-  }
-  return text;
-}
-
-std::string ManyAttributes(std::size_t size) {
-  std::string text = "PL p ";
-  for (std::uint32_t n = 0; text.size() + 40 < size; ++n) {
-    text += std::to_string(n) + "=1 ";
-  }
-  return text + "End\n";
-}
-
-std::string OnlyBlanks(std::size_t size) {
-  return std::string(size - 1000, ' ');
+  const std::string text = RealisticFile(Kibibytes(state));
+  EditWhole(state, kestrune_tests::EditText(text, BenchSpec(), true).text, false);
 }
 
 using Shape = std::string (*)(std::size_t);
@@ -321,7 +205,7 @@ void ParseShape(benchmark::State& state, Shape shape) {
 }
 
 void InstallShape(benchmark::State& state, Shape shape) {
-  InstallWhole(state, shape(Kibibytes(state)));
+  EditWhole(state, shape(Kibibytes(state)), true);
 }
 
 std::vector<RegistryValue> ManyValues(std::uint32_t count) {
@@ -364,9 +248,9 @@ BENCHMARK(Reinstall) REALISTIC_SIZES;
 BENCHMARK(Remove) REALISTIC_SIZES;
 
 #define SHAPE_SIZES ->Arg(1024)->Arg(2048)->Arg(4096)->Arg(8190)->Unit(benchmark::kMillisecond)
-#define BENCHMARK_SHAPE(shape)                             \
-  BENCHMARK_CAPTURE(ParseShape, shape, shape) SHAPE_SIZES; \
-  BENCHMARK_CAPTURE(InstallShape, shape, shape) SHAPE_SIZES
+#define BENCHMARK_SHAPE(shape)                                             \
+  BENCHMARK_CAPTURE(ParseShape, shape, kestrune_tests::shape) SHAPE_SIZES; \
+  BENCHMARK_CAPTURE(InstallShape, shape, kestrune_tests::shape) SHAPE_SIZES
 BENCHMARK_SHAPE(ManyLinksToManyCommands);
 BENCHMARK_SHAPE(ManyQuotes);
 BENCHMARK_SHAPE(DeepEverywhere);

@@ -6,16 +6,16 @@
 #include <cstdlib>
 #include <set>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "common/text.h"
 #include "install/extra_record_kinds.h"
-#include "registration/rcs/rcs_document.h"
+#include "registration/rcs/rcs.h"
 
 namespace {
 
-using altium_registration::RcsDocument;
+using altium_registration::Rcs;
 
 void Require(bool law) {
   if (!law) {
@@ -33,13 +33,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const std::string& kind : kinds) {
     text += kind + " Id" + std::to_string(text.size()) + " A='1' End\n";
   }
-  const std::vector<std::string_view> carried(kinds.begin(), kinds.end());
-  RcsDocument document;
+  Rcs rcs;
   std::wstring error;
-  Require(RcsDocument::Parse(text, {.carried_kinds = carried}, document, error));
-  Require(document.records().size() == kinds.size());
+  Require(Rcs::Parse(std::string(text), {.extra_record_kinds = kinds}, rcs, error));
+  Require(rcs.nodes().size() == kinds.size());
   if (!kinds.empty()) {
-    Require(!RcsDocument::Parse(text, {}, document, error));
+    Require(!Rcs::Parse(std::move(text), {}, rcs, error));
     Require(error == L"Unknown RCS record: " + kestrune::WidenBytes(kinds.front()));
   }
   return 0;

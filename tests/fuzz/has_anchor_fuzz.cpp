@@ -1,11 +1,11 @@
 // The input is a host's toolbar definitions; the anchor must be found exactly when the naive
 // implementation finds it.
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "registration/rcs/toolbar_edit.h"
 #include "tests/fuzz/rcs_mutator.h"
@@ -13,13 +13,13 @@
 
 namespace {
 
-constexpr std::array<std::string_view, 1> kChange = {"Change"};
+const std::vector<std::string> kChange = {"Change"};
 
 void RequireAgreement(const std::string& text, const std::string& tree, const std::string& item) {
   if (altium_registration::HasAnchor(text, tree, item) !=
           rcs_model::HasAnchor(text, tree, item, {}) ||
       altium_registration::HasAnchor(text, tree, item, kChange) !=
-          rcs_model::HasAnchor(text, tree, item, {"Change"})) {
+          rcs_model::HasAnchor(text, tree, item, kChange)) {
     std::abort();
   }
 }

@@ -89,8 +89,7 @@ inline std::vector<Token> Tokens(const std::string& raw) {
 
 class Parser {
  public:
-  Parser(const std::string& raw, bool strict, const Kinds& carried)
-      : strict_(strict), carried_(carried) {
+  Parser(const std::string& raw, bool strict, const Kinds& extra) : strict_(strict), extra_(extra) {
     if (raw.size() > 8388608 || raw.find('\0') != std::string::npos) {
       throw Refusal{"Unsupported RCS size/encoding."};
     }
@@ -120,7 +119,7 @@ class Parser {
     node.kind = tokens_[at_].text;
     node.start = tokens_[at_].start;
     bool known = kKinds.count(node.kind) != 0;
-    for (const std::string& kind : carried_) {
+    for (const std::string& kind : extra_) {
       known = known || kind == node.kind;
     }
     if (!known) {
@@ -158,14 +157,14 @@ class Parser {
   }
 
   bool strict_;
-  Kinds carried_;
+  Kinds extra_;
   std::vector<Token> tokens_;
   std::size_t at_ = 0;
   std::set<std::string> identifiers_;
 };
 
-inline Nodes Parse(const std::string& raw, bool strict, const Kinds& carried) {
-  return Parser(raw, strict, carried).Run();
+inline Nodes Parse(const std::string& raw, bool strict, const Kinds& extra) {
+  return Parser(raw, strict, extra).Run();
 }
 
 template <typename Visit>
@@ -258,8 +257,8 @@ inline bool Installed(const Nodes& nodes, const altium_registration::Spec& spec)
 }
 
 inline void Validate(const std::string& text, const altium_registration::Spec& spec,
-                     bool expect_installed, const Kinds& carried) {
-  const Nodes nodes = Parse(text, true, carried);
+                     bool expect_installed, const Kinds& extra) {
+  const Nodes nodes = Parse(text, true, extra);
   if (expect_installed && !Installed(nodes, spec)) {
     throw Refusal{"Expected one unsuppressed Bridge command, custom link and toolbar placement."};
   }
@@ -335,8 +334,8 @@ struct Outcome {
 };
 
 inline std::string Add(const std::string& cut, const altium_registration::Spec& spec,
-                       const std::string& base, const Kinds& carried) {
-  const Nodes nodes = Parse(cut, true, carried);
+                       const std::string& base, const Kinds& extra) {
+  const Nodes nodes = Parse(cut, true, extra);
   std::set<std::string> used;
   Walk(nodes, [&](const Node& node, const Node*) { used.insert(node.identifier); });
   const std::string command = TakeName(used, base);
@@ -377,10 +376,10 @@ inline std::string Add(const std::string& cut, const altium_registration::Spec& 
 }
 
 inline Outcome Edit(const std::string& text, const altium_registration::Spec& spec, bool install,
-                    const Kinds& carried) {
+                    const Kinds& extra) {
   Outcome outcome;
   try {
-    const Nodes nodes = Parse(text, true, carried);
+    const Nodes nodes = Parse(text, true, extra);
     if (spec.script_project_path.empty() ||
         spec.script_project_path.find_first_of("\r\n|") != std::string::npos) {
       throw Refusal{"Unsafe script project path."};
@@ -405,9 +404,9 @@ inline Outcome Edit(const std::string& text, const altium_registration::Spec& sp
         found.commands.size() == 1 ? *found.commands.begin() : std::string("PLKestrune");
     outcome.text = Cut(text, nodes, found);
     if (install) {
-      outcome.text = Add(outcome.text, spec, base, carried);
+      outcome.text = Add(outcome.text, spec, base, extra);
     }
-    Validate(outcome.text, spec, install, carried);
+    Validate(outcome.text, spec, install, extra);
     outcome.success = true;
   } catch (const Refusal& refusal) {
     outcome.error = refusal.text;
@@ -416,7 +415,7 @@ inline Outcome Edit(const std::string& text, const altium_registration::Spec& sp
 }
 
 inline bool HasAnchor(const std::string& text, const std::string& tree, const std::string& item,
-                      const Kinds& carried) {
+                      const Kinds& extra) {
   const std::string opening = "Tree " + tree + " ";
   std::size_t line = 0;
   while (text.compare(line, opening.size(), opening) != 0) {
@@ -437,7 +436,7 @@ inline bool HasAnchor(const std::string& text, const std::string& tree, const st
     }
   }
   try {
-    const Nodes nodes = Parse(text.substr(line, end + 3 - line), false, carried);
+    const Nodes nodes = Parse(text.substr(line, end + 3 - line), false, extra);
     int count = 0;
     Walk(nodes.at(0).children,
          [&](const Node& node, const Node*) { count += node.identifier == item ? 1 : 0; });

@@ -20,6 +20,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "common/failure.h"
@@ -162,16 +163,21 @@ bool Register(const Arguments& arguments, MortalCalls& calls, std::wstring& mess
   WindowsStore store(arguments.target, calls);
   const Spec spec = SpecFor(arguments.project);
   RegistrationChange change;
-  change.rcs_before = store.ReadRcs();
+  Rcs rcs;
+  std::string text = store.ReadRcs();
   change.values_before = store.ReadGlobalProjects();
-  if (!EditRcs(change.rcs_before, spec, arguments.install, change.rcs_after, message) ||
+  if (!Rcs::Parse(std::move(text), {}, rcs, message) ||
+      !EditRcs(rcs, spec, arguments.install, change.rcs_after, message) ||
       !PlanGlobalProjects(change.values_before, arguments.project, arguments.install,
                           change.values_after, message)) {
     return false;
   }
-  change.validate = [&](std::string_view text) {
+  change.rcs_before = std::move(rcs).TakeText();
+  change.validate = [&](std::string_view judged) {
+    Rcs parsed;
     std::wstring ignored;
-    return ValidateRcs(text, spec, arguments.install, ignored);
+    return Rcs::Parse(std::string(judged), {}, parsed, ignored) &&
+           ValidateRcs(parsed, spec, arguments.install, ignored);
   };
   return RunTransaction(store, change, message);
 }

@@ -42,26 +42,28 @@ TEST(AnchorChoice, GivesTargetAndReferenceOfThePlace) {
   EXPECT_EQ(anchor->reference, "TopBarPCB010");
 }
 
-TEST(AnchorChoice, APlaceThatIsAppendedMovesNoButton) {
+TEST(AnchorChoice, OfSeveralOfOneKindTheLastCounts) {
   using altium_registration::ToolbarAnchor;
   using altium_registration::ToolbarKind;
   constexpr ToolbarAnchor kPlaces[] = {{"TopBarPCB", "TopBarPCB010", ToolbarKind::ActiveBar},
-                                       {"TopBarPCB", "TopBarPCB020", ToolbarKind::ActiveBar}};
-  const std::string both =
-      "Tree TopBarPCB Caption='Bar'\n Link TopBarPCB020 End\n Link TopBarPCB010 End\nEnd\n";
-  const auto first = ChooseAnchor(both, 24, {}, kPlaces);
-  ASSERT_TRUE(first);
-  EXPECT_EQ(first->reference, "TopBarPCB010");
-  const auto later =
-      ChooseAnchor("Tree TopBarPCB A='1'\n Link TopBarPCB020 End\nEnd\n", 24, {}, kPlaces);
-  ASSERT_TRUE(later);
-  EXPECT_EQ(later->reference, "TopBarPCB020");
+                                       {"TopBarPCB", "TopBarPCB020", ToolbarKind::ActiveBar},
+                                       {"TopBarPCB", "TopBarPCB030", ToolbarKind::Legacy}};
+  const std::string all =
+      "Tree TopBarPCB Caption='Bar'\n Link TopBarPCB020 End\n Link TopBarPCB030 End\n"
+      " Link TopBarPCB010 End\nEnd\n";
+  const auto last = ChooseAnchor(all, 24, {}, kPlaces);
+  ASSERT_TRUE(last);
+  EXPECT_EQ(last->reference, "TopBarPCB020");
+  const auto only =
+      ChooseAnchor("Tree TopBarPCB A='1'\n Link TopBarPCB010 End\nEnd\n", 24, {}, kPlaces);
+  ASSERT_TRUE(only);
+  EXPECT_EQ(only->reference, "TopBarPCB010");
 }
 
 TEST(AnchorChoice, RecordsThatAreLetThroughMayStandInTheToolbar) {
   const std::string resource =
       "Tree TopBarPCB A='1'\n Change c B='2' End\n Link TopBarPCB010 End\nEnd\n";
-  constexpr std::string_view kKinds[] = {"Change"};
+  const std::vector<std::string> kKinds = {"Change"};
   EXPECT_FALSE(ChooseAnchor(resource, 24, {}));
   EXPECT_TRUE(ChooseAnchor(resource, 24, kKinds));
 }

@@ -5,6 +5,7 @@
 #include <array>
 #include <string>
 
+#include "tests/support/rcs_edit.h"
 #include "tests/support/rcs_generator.h"
 #include "tests/support/rcs_model.h"
 #include "tests/support/samples.h"
@@ -12,7 +13,10 @@
 namespace altium_registration {
 namespace {
 
-constexpr std::array<std::string_view, 1> kChange = {"Change"};
+const std::vector<std::string> kChange = {"Change"};
+
+using kestrune_tests::EditText;
+using kestrune_tests::ValidateText;
 
 constexpr std::wstring_view kNotInstalled =
     L"Expected one unsuppressed Bridge command, custom link and toolbar placement.";
@@ -52,31 +56,29 @@ std::string Placement(const std::string& command = "PLKestrune",
 
 const std::string kButton = CustomTree() + CommandLine() + Placement();
 
+std::string Done(const std::string& text, const Spec& spec, bool install) {
+  const kestrune_tests::Edited edited = EditText(text, spec, install);
+  EXPECT_TRUE(edited.success) << text;
+  EXPECT_EQ(edited.error, L"");
+  return edited.text;
+}
+
 std::string Install(const std::string& text, const Spec& spec = PlainSpec()) {
-  std::string edited;
-  std::wstring error;
-  EXPECT_TRUE(EditRcs(text, spec, true, edited, error)) << text;
-  EXPECT_EQ(error, L"");
-  return edited;
+  return Done(text, spec, true);
 }
 
 std::string Remove(const std::string& text, const Spec& spec = PlainSpec()) {
-  std::string edited;
-  std::wstring error;
-  EXPECT_TRUE(EditRcs(text, spec, false, edited, error)) << text;
-  EXPECT_EQ(error, L"");
-  return edited;
+  return Done(text, spec, false);
 }
 
 std::wstring Refused(const std::string& text, bool install, const Spec& spec = PlainSpec()) {
-  std::string edited;
-  std::wstring error;
-  return EditRcs(text, spec, install, edited, error) ? L"" : error;
+  const kestrune_tests::Edited edited = EditText(text, spec, install);
+  return edited.success ? L"" : edited.error;
 }
 
 std::wstring Invalid(const std::string& text, bool installed, const Spec& spec = PlainSpec()) {
   std::wstring error;
-  return ValidateRcs(text, spec, installed, error) ? L"" : error;
+  return ValidateText(text, spec, installed, error) ? L"" : error;
 }
 
 std::string WithLineFeeds(std::string text) {
@@ -370,29 +372,44 @@ TEST(EditRcs, QuotedTextsOnBothSidesOfACutStaySeparate) {
             "Tree t A=x'B'='y'  End\r\n");
 }
 
-TEST(EditRcs, TheTextGivenIsNeverChanged) {
+TEST(EditRcs, TheFileGivenIsNeverChanged) {
   const std::string text = kButton + "PL a End";
-  const std::string copy = text;
+  Rcs rcs;
   std::string edited;
   std::wstring error;
-  EXPECT_TRUE(EditRcs(text, PlainSpec(), false, edited, error));
-  EXPECT_EQ(text, copy);
+  ASSERT_TRUE(Rcs::Parse(std::string(text), {}, rcs, error));
+  EXPECT_TRUE(EditRcs(rcs, PlainSpec(), false, edited, error));
+  EXPECT_NE(edited, text);
+  EXPECT_EQ(rcs.text(), text);
 }
 
-TEST(EditRcs, CarriedRecordsStayWhereTheyAre) {
+TEST(EditRcs, ATextThatIsNotValidIsStillGiven) {
+  const std::string text =
+      "Deletion d TargetID='TLPCBToolbar' DeleteID='KestruneToolbarLink' End\r\n";
+  const kestrune_tests::Edited edited = EditText(text, PlainSpec(), true);
+  EXPECT_FALSE(edited.success);
+  EXPECT_EQ(edited.text, text + kButton);
+}
+
+TEST(EditRcs, ATextThatDoesNotParseIsStillGiven) {
+  const std::string full(kMaxRcsBytes, ' ');
+  const kestrune_tests::Edited edited = EditText(full, PlainSpec(), true);
+  EXPECT_FALSE(edited.success);
+  EXPECT_EQ(edited.text, full + "\r\n" + kButton);
+}
+
+TEST(EditRcs, ExtraRecordsStayWhereTheyAre) {
   const std::string change = "Change c TargetID='PLManRoute' Field0='Shortcut1' Value0=4  End\r\n";
-  std::string edited;
+  EXPECT_EQ(Refused(change, true), L"Unknown RCS record: Change");
+  const kestrune_tests::Edited edited = EditText(change, PlainSpec(), true, kChange);
+  EXPECT_TRUE(edited.success);
+  EXPECT_EQ(edited.text, change + kButton);
   std::wstring error;
-  EXPECT_FALSE(EditRcs(change, PlainSpec(), true, edited, error));
-  EXPECT_EQ(error, L"Unknown RCS record: Change");
-  error.clear();
-  EXPECT_TRUE(EditRcs(change, PlainSpec(), true, edited, error, kChange)) << error.size();
-  EXPECT_EQ(edited, change + kButton);
-  EXPECT_TRUE(ValidateRcs(edited, PlainSpec(), true, error, kChange));
-  EXPECT_FALSE(ValidateRcs(edited, PlainSpec(), true, error));
-  EXPECT_TRUE(
-      EditRcs(change + edited.substr(change.size()), PlainSpec(), false, edited, error, kChange));
-  EXPECT_TRUE(edited.starts_with(change));
+  EXPECT_TRUE(ValidateText(edited.text, PlainSpec(), true, error, kChange));
+  EXPECT_FALSE(ValidateText(edited.text, PlainSpec(), true, error));
+  const kestrune_tests::Edited removed = EditText(edited.text, PlainSpec(), false, kChange);
+  EXPECT_TRUE(removed.success);
+  EXPECT_TRUE(removed.text.starts_with(change));
 }
 
 TEST(ValidateRcs, WantsEachRecordExactlyOnce) {

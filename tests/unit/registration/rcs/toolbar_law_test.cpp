@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "registration/rcs/toolbar_edit.h"
+#include "tests/support/rcs_edit.h"
 #include "tests/support/rcs_generator.h"
 #include "tests/support/rcs_model.h"
 #include "tests/support/samples.h"
@@ -12,7 +13,7 @@
 namespace altium_registration {
 namespace {
 
-constexpr std::array<std::string_view, 1> kChange = {"Change"};
+const std::vector<std::string> kChange = {"Change"};
 
 std::string Narrow(const std::wstring& text) {
   std::string bytes;
@@ -22,24 +23,19 @@ std::string Narrow(const std::wstring& text) {
   return bytes;
 }
 
-struct Edited {
-  bool success = false;
-  std::string text;
-  std::wstring error;
-};
+using kestrune_tests::Edited;
 
-Edited Edit(const std::string& text, const Spec& spec, bool install, RcsKinds carried = {}) {
-  Edited edited;
-  edited.success = EditRcs(text, spec, install, edited.text, edited.error, carried);
-  return edited;
+Edited Edit(const std::string& text, const Spec& spec, bool install,
+            const rcs_model::Kinds& extra = {}) {
+  return kestrune_tests::EditText(text, spec, install, extra);
 }
 
 /// Every record that is none of ours, written out in full, with its place in the tree. A link that
 /// names `command`, the identifier that an install gives to its command, becomes ours with it.
 std::vector<std::string> ForeignRecords(const std::string& text, const Spec& spec,
-                                        const rcs_model::Kinds& carried,
+                                        const rcs_model::Kinds& extra,
                                         const std::string& command = "") {
-  const rcs_model::Nodes nodes = rcs_model::Parse(text, true, carried);
+  const rcs_model::Nodes nodes = rcs_model::Parse(text, true, extra);
   const rcs_model::References references = rcs_model::FindAll(nodes, spec);
   std::vector<std::string> records;
   const auto collect = [&](const auto& self, const rcs_model::Nodes& level,
@@ -92,9 +88,9 @@ void ForEachFile(const Check& check) {
   int files = 0;
   for (std::uint64_t seed = 0; seed < 2500; ++seed) {
     const std::string text = kestrune_tests::RcsGenerator(seed).File();
-    RcsDocument document;
+    Rcs rcs;
     std::wstring error;
-    if (RcsDocument::Parse(text, {}, document, error)) {
+    if (Rcs::Parse(std::string(text), {}, rcs, error)) {
       ++files;
       SCOPED_TRACE(text);
       check(text);
@@ -198,7 +194,7 @@ TEST(ToolbarLaw, WhatIsAnsweredAsSuccessParsesStrictlyAndValidates) {
       const Edited edited = Edit(text, spec, install);
       if (edited.success) {
         std::wstring error;
-        EXPECT_TRUE(ValidateRcs(edited.text, spec, install, error));
+        EXPECT_TRUE(kestrune_tests::ValidateText(edited.text, spec, install, error));
         EXPECT_NO_THROW(rcs_model::Validate(edited.text, spec, install, {}));
       }
     }

@@ -13,7 +13,7 @@
 #include "common/sha256_win32.h"
 #include "registration/transaction/backup_format.h"
 #include "registration/transaction/global_projects.h"
-#include "registration/rcs/rcs_document.h"
+#include "registration/rcs/rcs.h"
 #include "tests/support/store_fixture_win32.h"
 
 namespace altium_registration {

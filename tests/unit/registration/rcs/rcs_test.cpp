@@ -1,4 +1,4 @@
-#include "registration/rcs/rcs_document.h"
+#include "registration/rcs/rcs.h"
 
 #include <gtest/gtest.h>
 
@@ -12,28 +12,25 @@
 namespace altium_registration {
 namespace {
 
-constexpr std::array<std::string_view, 1> kChange = {"Change"};
+const std::vector<std::string> kChange = {"Change"};
 
 /// The message with which a text is refused; "" when it is accepted.
-std::wstring Refused(std::string_view raw, bool strict = true, RcsKinds carried = {}) {
-  RcsDocument document;
+std::wstring Refused(std::string raw, const RcsOptions& options = {}) {
+  Rcs rcs;
   std::wstring error;
-  return RcsDocument::Parse(raw, {.strict = strict, .carried_kinds = carried}, document, error)
-             ? L""
-             : error;
+  return Rcs::Parse(std::move(raw), options, rcs, error) ? L"" : error;
 }
 
-RcsDocument Parsed(std::string_view raw, bool strict = true, RcsKinds carried = {}) {
-  RcsDocument document;
+Rcs Parsed(std::string raw, const RcsOptions& options = {}) {
+  Rcs rcs;
   std::wstring error;
-  EXPECT_TRUE(
-      RcsDocument::Parse(raw, {.strict = strict, .carried_kinds = carried}, document, error));
+  EXPECT_TRUE(Rcs::Parse(std::move(raw), options, rcs, error));
   EXPECT_EQ(error, L"");
-  return document;
+  return rcs;
 }
 
-std::string Attribute(const RcsDocument& document, std::size_t place, std::string_view name) {
-  return document.Attribute(document.records().at(place), name).ToString();
+std::string Attribute(const Rcs& rcs, std::size_t place, std::string_view name) {
+  return rcs.Attribute(rcs.nodes().at(place), name).ToString();
 }
 
 /// A chain of Trees, the innermost at this depth.
@@ -58,13 +55,13 @@ TEST(RcsKeywords, AreTheKindsThatAreParsedAndTheClosingWord) {
   }
 }
 
-TEST(RcsDocument, EmptyTextsAreDocumentsWithoutRecords) {
-  for (const std::string_view raw : {"", " \t\r\n", "\xEF\xBB\xBF", "\xEF\xBB\xBF \r\n"}) {
-    EXPECT_TRUE(Parsed(raw).records().empty());
+TEST(Rcs, EmptyTextsAreDocumentsWithoutRecords) {
+  for (const std::string raw : {"", " \t\r\n", "\xEF\xBB\xBF", "\xEF\xBB\xBF \r\n"}) {
+    EXPECT_TRUE(Parsed(raw).nodes().empty());
   }
 }
 
-TEST(RcsDocument, KeepsKindsIdentifiersAttributesAndChildrenInFileOrder) {
+TEST(Rcs, KeepsKindsIdentifiersAttributesAndChildrenInFileOrder) {
   const std::string raw =
       "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n"
       "    Link L1 PLID='P1' End\r\n"
@@ -72,66 +69,63 @@ TEST(RcsDocument, KeepsKindsIdentifiersAttributesAndChildrenInFileOrder) {
       "End\r\n"
       "PL P1 Command='A:B' End Insertion I1 TargetID='T' Link L2 PLID='P1' End End "
       "Deletion D1 DeleteID='L2' End\r\n";
-  const RcsDocument document = Parsed(raw);
-  const auto& records = document.records();
+  const Rcs rcs = Parsed(raw);
+  const auto& records = rcs.nodes();
   ASSERT_EQ(records.size(), 7U);
-  const std::array<RcsKind, 7> kinds = {RcsKind::kTree,    RcsKind::kLink,      RcsKind::kSeparator,
-                                        RcsKind::kPl,      RcsKind::kInsertion, RcsKind::kLink,
-                                        RcsKind::kDeletion};
+  const std::array<NodeKind, 7> kinds = {
+      NodeKind::kTree,      NodeKind::kLink, NodeKind::kSeparator, NodeKind::kPl,
+      NodeKind::kInsertion, NodeKind::kLink, NodeKind::kDeletion};
   const std::array<std::string_view, 7> names = {"PCBCustom", "L1", "S1", "P1", "I1", "L2", "D1"};
-  const std::array<std::uint32_t, 7> parents = {kNoRcsItem, 0, 0,         kNoRcsItem,
-                                                kNoRcsItem, 4, kNoRcsItem};
+  const std::array<std::uint32_t, 7> parents = {kNoItem, 0, 0, kNoItem, kNoItem, 4, kNoItem};
   const std::array<std::uint32_t, 7> ends = {3, 2, 3, 4, 6, 6, 7};
   for (std::uint32_t i = 0; i < 7; ++i) {
     EXPECT_EQ(records[i].kind, kinds[i]);
-    EXPECT_TRUE(document.Identifier(records[i]) == names[i]);
+    EXPECT_TRUE(rcs.Identifier(records[i]) == names[i]);
     EXPECT_EQ(records[i].parent, parents[i]);
     EXPECT_EQ(records[i].subtree_end, ends[i]);
-    EXPECT_EQ(document.FindIdentifier({names[i], false}), i);
+    EXPECT_EQ(rcs.FindIdentifier(names[i]), i);
   }
-  EXPECT_EQ(Attribute(document, 0, "Caption"), "[Custom]");
-  EXPECT_EQ(Attribute(document, 0, "TopLevel"), "True");
-  EXPECT_EQ(Attribute(document, 0, "caption"), "");
-  EXPECT_EQ(Attribute(document, 5, "PLID"), "P1");
-  EXPECT_EQ(document.FindIdentifier({"P2", false}), kNoRcsItem);
+  EXPECT_EQ(Attribute(rcs, 0, "Caption"), "[Custom]");
+  EXPECT_EQ(Attribute(rcs, 0, "TopLevel"), "True");
+  EXPECT_EQ(Attribute(rcs, 0, "caption"), "");
+  EXPECT_EQ(Attribute(rcs, 5, "PLID"), "P1");
+  EXPECT_EQ(rcs.FindIdentifier("P2"), kNoItem);
 }
 
-TEST(RcsDocument, OffsetsCountFromTheFilesFirstByteAndIncludeOuterQuotes) {
+TEST(Rcs, OffsetsCountFromTheFilesFirstByteAndIncludeOuterQuotes) {
   const std::string raw = "\xEF\xBB\xBF 'Tree' 'x' A='y'\nPL p End\nEnd";
-  const RcsDocument document = Parsed(raw);
-  const RcsRecord& tree = document.records().at(0);
+  const Rcs rcs = Parsed(raw);
+  const Node& tree = rcs.nodes().at(0);
   EXPECT_EQ(tree.start, 4U);
   EXPECT_EQ(tree.end, raw.size());
   EXPECT_EQ(tree.EndKeyword(), raw.size() - 3);
-  const RcsRecord& command = document.records().at(1);
+  const Node& command = rcs.nodes().at(1);
   EXPECT_EQ(raw.substr(command.start, command.end - command.start), "PL p End");
 }
 
-TEST(RcsDocument, AttributesBehindChildrenBelongToTheirRecord) {
-  const RcsDocument document =
-      Parsed("Tree a A=1 Tree b B=2 PL c C=3 End D=4 End E=5 Link d F=6 End G=7 End");
-  EXPECT_EQ(Attribute(document, 0, "A") + Attribute(document, 0, "E") + Attribute(document, 0, "G"),
-            "157");
-  EXPECT_EQ(Attribute(document, 1, "B") + Attribute(document, 1, "D"), "24");
-  EXPECT_EQ(Attribute(document, 2, "C"), "3");
-  EXPECT_EQ(Attribute(document, 3, "F"), "6");
-  EXPECT_EQ(document.records()[0].attribute_count, 3U);
-  EXPECT_EQ(Attribute(document, 0, "B"), "");
+TEST(Rcs, AttributesAfterChildrenBelongToTheirRecord) {
+  const Rcs rcs = Parsed("Tree a A=1 Tree b B=2 PL c C=3 End D=4 End E=5 Link d F=6 End G=7 End");
+  EXPECT_EQ(Attribute(rcs, 0, "A") + Attribute(rcs, 0, "E") + Attribute(rcs, 0, "G"), "157");
+  EXPECT_EQ(Attribute(rcs, 1, "B") + Attribute(rcs, 1, "D"), "24");
+  EXPECT_EQ(Attribute(rcs, 2, "C"), "3");
+  EXPECT_EQ(Attribute(rcs, 3, "F"), "6");
+  EXPECT_EQ(rcs.nodes()[0].attribute_count, 3U);
+  EXPECT_EQ(Attribute(rcs, 0, "B"), "");
 }
 
-TEST(RcsDocument, DoubledQuotesMeanOne) {
-  const RcsDocument document = Parsed("PL 'it''s' Caption='It''s' B='''' C='''''' D='' End");
-  EXPECT_TRUE(document.Identifier(document.records()[0]) == "it's");
-  EXPECT_EQ(document.FindIdentifier({"it's", false}), 0U);
-  EXPECT_EQ(document.FindIdentifier({"it''s", true}), 0U);
-  EXPECT_EQ(document.FindIdentifier({"it''s", false}), kNoRcsItem);
-  EXPECT_EQ(Attribute(document, 0, "Caption"), "It's");
-  EXPECT_EQ(Attribute(document, 0, "B"), "'");
-  EXPECT_EQ(Attribute(document, 0, "C"), "''");
-  EXPECT_EQ(Attribute(document, 0, "D"), "");
+TEST(Rcs, DoubledQuotesMeanOne) {
+  const Rcs rcs = Parsed("PL 'it''s' Caption='It''s' B='''' C='''''' D='' End");
+  EXPECT_TRUE(rcs.Identifier(rcs.nodes()[0]) == "it's");
+  EXPECT_EQ(rcs.FindIdentifier("it's"), 0U);
+  EXPECT_EQ(rcs.FindIdentifier("it's"), 0U);
+  EXPECT_EQ(rcs.FindIdentifier("it''s"), kNoItem);
+  EXPECT_EQ(Attribute(rcs, 0, "Caption"), "It's");
+  EXPECT_EQ(Attribute(rcs, 0, "B"), "'");
+  EXPECT_EQ(Attribute(rcs, 0, "C"), "''");
+  EXPECT_EQ(Attribute(rcs, 0, "D"), "");
 }
 
-TEST(RcsDocument, QuoteAndParseAreInverse) {
+TEST(Rcs, QuoteAndParseAreInverse) {
   EXPECT_EQ(Quote("It's"), "'It''s'");
   EXPECT_EQ(Quote(""), "''");
   for (const std::string value : {"", "'", "''", "a=b", "x y\r\nz", "End", "It's 'so'"}) {
@@ -140,65 +134,65 @@ TEST(RcsDocument, QuoteAndParseAreInverse) {
   }
 }
 
-TEST(RcsDocument, AttributesNeedNoBlanksBetweenThem) {
-  const RcsDocument document = Parsed("PL p A='x'B='y'C=z'D'=w End");
-  EXPECT_EQ(Attribute(document, 0, "A"), "x");
-  EXPECT_EQ(Attribute(document, 0, "B"), "y");
-  EXPECT_EQ(Attribute(document, 0, "C"), "z");
-  EXPECT_EQ(Attribute(document, 0, "D"), "w");
+TEST(Rcs, AttributesNeedNoBlanksBetweenThem) {
+  const Rcs rcs = Parsed("PL p A='x'B='y'C=z'D'=w End");
+  EXPECT_EQ(Attribute(rcs, 0, "A"), "x");
+  EXPECT_EQ(Attribute(rcs, 0, "B"), "y");
+  EXPECT_EQ(Attribute(rcs, 0, "C"), "z");
+  EXPECT_EQ(Attribute(rcs, 0, "D"), "w");
 }
 
-TEST(RcsDocument, QuotedTokensMayHoldBlanksEqualsSignsAndLineBreaks) {
-  const RcsDocument document = Parsed("PL p A='Scope = Layer\r\nEnd' End");
-  EXPECT_EQ(Attribute(document, 0, "A"), "Scope = Layer\r\nEnd");
+TEST(Rcs, QuotedTokensMayHoldBlanksEqualsSignsAndLineBreaks) {
+  const Rcs rcs = Parsed("PL p A='Scope = Layer\r\nEnd' End");
+  EXPECT_EQ(Attribute(rcs, 0, "A"), "Scope = Layer\r\nEnd");
 }
 
-TEST(RcsDocument, BareTokensEndAtBlankEqualsSignOrQuote) {
-  const RcsDocument document = Parsed("Tree a'b'=c End");
-  EXPECT_TRUE(document.Identifier(document.records()[0]) == "a");
-  EXPECT_EQ(Attribute(document, 0, "b"), "c");
+TEST(Rcs, BareTokensEndAtBlankEqualsSignOrQuote) {
+  const Rcs rcs = Parsed("Tree a'b'=c End");
+  EXPECT_TRUE(rcs.Identifier(rcs.nodes()[0]) == "a");
+  EXPECT_EQ(Attribute(rcs, 0, "b"), "c");
 }
 
-TEST(RcsDocument, OnlySpaceTabCrAndLfSeparate) {
+TEST(Rcs, OnlySpaceTabCrAndLfSeparate) {
   for (const std::string byte : {"\xA0", "\x0B", "\x0C", "\x85", "\x1F"}) {
-    EXPECT_TRUE(Parsed("PL p" + byte + "q End").FindIdentifier({"p" + byte + "q", false}) == 0);
+    EXPECT_TRUE(Parsed("PL p" + byte + "q End").FindIdentifier("p" + byte + "q") == 0);
     EXPECT_EQ(Refused(byte + "PL p End"),
               std::wstring(L"Unknown RCS record: ") +
                   static_cast<wchar_t>(static_cast<unsigned char>(byte[0])) + L"PL");
   }
-  EXPECT_EQ(Parsed("PL\tp\rA=1\nEnd").records().size(), 1U);
+  EXPECT_EQ(Parsed("PL\tp\rA=1\nEnd").nodes().size(), 1U);
 }
 
-TEST(RcsDocument, OnlyAnUnquotedEndCloses) {
+TEST(Rcs, OnlyAnUnquotedEndCloses) {
   EXPECT_EQ(Refused("Tree a 'End'"), L"Malformed RCS nesting.");
   EXPECT_EQ(Refused("Tree a 'End' End"), L"Unknown RCS record: End");
   EXPECT_EQ(Attribute(Parsed("Tree a 'End'=1 End"), 0, "End"), "1");
   EXPECT_EQ(Refused("Tree a END"), L"Malformed RCS nesting.");
 }
 
-TEST(RcsDocument, TheTokenAfterAnEqualsSignIsAValueWhateverItIs) {
+TEST(Rcs, TheTokenAfterAnEqualsSignIsAValueWhateverItIs) {
   EXPECT_EQ(Attribute(Parsed("PL a A=End End"), 0, "A"), "End");
   EXPECT_EQ(Attribute(Parsed("PL a A==End"), 0, "A"), "=");
   EXPECT_EQ(Attribute(Parsed("PL a A = 1 End"), 0, "A"), "1");
 }
 
-TEST(RcsDocument, AQuotedEqualsSignMakesNoAttribute) {
+TEST(Rcs, AQuotedEqualsSignMakesNoAttribute) {
   EXPECT_EQ(Refused("PL a A'='1 End"), L"Unexpected RCS child.");
   EXPECT_EQ(Attribute(Parsed("PL a '='=1 End"), 0, "="), "1");
 }
 
-TEST(RcsDocument, AnEqualsSignMayBeIdentifierOrName) {
-  const RcsDocument document = Parsed("PL = ==1 End");
-  EXPECT_TRUE(document.Identifier(document.records()[0]) == "=");
-  EXPECT_EQ(Attribute(document, 0, "="), "1");
+TEST(Rcs, AnEqualsSignMayBeIdentifierOrName) {
+  const Rcs rcs = Parsed("PL = ==1 End");
+  EXPECT_TRUE(rcs.Identifier(rcs.nodes()[0]) == "=");
+  EXPECT_EQ(Attribute(rcs, 0, "="), "1");
   EXPECT_EQ(Refused("= x End"), L"Unknown RCS record: =");
 }
 
-TEST(RcsDocument, QuotedKeywordsBeginRecords) {
-  EXPECT_EQ(Parsed("'PL' p End").records().at(0).kind, RcsKind::kPl);
+TEST(Rcs, QuotedKeywordsBeginRecords) {
+  EXPECT_EQ(Parsed("'PL' p End").nodes().at(0).kind, NodeKind::kPl);
 }
 
-TEST(RcsDocument, SizeAndNulAreCheckedBeforeAnyToken) {
+TEST(Rcs, SizeAndNulAreCheckedBeforeAnyToken) {
   std::string full = "PL p A='";
   full.append(kMaxRcsBytes - full.size() - 5, 'x');
   full += "' End";
@@ -211,12 +205,12 @@ TEST(RcsDocument, SizeAndNulAreCheckedBeforeAnyToken) {
   EXPECT_EQ(Refused(std::string("\xFF\xFEP\0L\0", 6)), L"Unsupported RCS size/encoding.");
 }
 
-TEST(RcsDocument, OnlyAWholeByteOrderMarkIsSkipped) {
+TEST(Rcs, OnlyAWholeByteOrderMarkIsSkipped) {
   EXPECT_EQ(Refused("\xEF\xBBPL p End"), L"Unknown RCS record: \xEF\xBBPL");
   EXPECT_EQ(Refused("\xEF\xBB\xBF\xEF\xBB\xBFPL p End"), L"Unknown RCS record: \xEF\xBB\xBFPL");
 }
 
-TEST(RcsDocument, AnUnclosedQuoteIsNamedBeforeEveryOtherError) {
+TEST(Rcs, AnUnclosedQuoteIsNamedBeforeEveryOtherError) {
   for (const std::string before : {"", "Foo x ", "PL End ", "PL p q ", "PL p A=1 A=2 ", "End "}) {
     EXPECT_EQ(Refused(before + "'open"), L"Unclosed RCS quote.") << before;
     EXPECT_EQ(Refused(before + "'open''"), L"Unclosed RCS quote.") << before;
@@ -226,7 +220,7 @@ TEST(RcsDocument, AnUnclosedQuoteIsNamedBeforeEveryOtherError) {
   EXPECT_EQ(Refused(Nested(33) + "'"), L"Unclosed RCS quote.");
 }
 
-TEST(RcsDocument, AKeywordThatIsTheLastTokenIsNamedBeforeItIsRead) {
+TEST(Rcs, AKeywordThatIsTheLastTokenIsNamedBeforeItIsRead) {
   EXPECT_EQ(Refused("foo"), L"Malformed RCS nesting.");
   EXPECT_EQ(Refused("PL"), L"Malformed RCS nesting.");
   EXPECT_EQ(Refused("foo x"), L"Unknown RCS record: foo");
@@ -235,7 +229,7 @@ TEST(RcsDocument, AKeywordThatIsTheLastTokenIsNamedBeforeItIsRead) {
   EXPECT_EQ(Refused("Tree a PL"), L"Malformed RCS nesting.");
 }
 
-TEST(RcsDocument, KeywordsAreCaseSensitiveAndNamedAsTheTokenReads) {
+TEST(Rcs, KeywordsAreCaseSensitiveAndNamedAsTheTokenReads) {
   EXPECT_EQ(Refused("tree a End"), L"Unknown RCS record: tree");
   EXPECT_EQ(Refused("PLx a End"), L"Unknown RCS record: PLx");
   EXPECT_EQ(Refused("'it''s' a End"), L"Unknown RCS record: it's");
@@ -243,7 +237,7 @@ TEST(RcsDocument, KeywordsAreCaseSensitiveAndNamedAsTheTokenReads) {
   EXPECT_EQ(Refused("\xCF\xF0 a End"), L"Unknown RCS record: \x00CF\x00F0");
 }
 
-TEST(RcsDocument, IdentifiersAreNeitherEmptyNorEndNorRepeated) {
+TEST(Rcs, IdentifiersAreNeitherEmptyNorEndNorRepeated) {
   constexpr std::wstring_view kMessage = L"Duplicate/invalid RCS identifier.";
   EXPECT_EQ(Refused("PL '' End"), kMessage);
   EXPECT_EQ(Refused("PL End"), kMessage);
@@ -257,20 +251,20 @@ TEST(RcsDocument, IdentifiersAreNeitherEmptyNorEndNorRepeated) {
   EXPECT_EQ(Refused("PL p End PL P End"), L"");
 }
 
-TEST(RcsDocument, RepeatedIdentifiersAreAcceptedWhenNotStrict) {
-  EXPECT_EQ(Refused("PL p End Link p End", false), L"");
-  EXPECT_EQ(Refused("PL '' End", false), L"Duplicate/invalid RCS identifier.");
-  EXPECT_EQ(Refused("PL End End", false), L"Duplicate/invalid RCS identifier.");
+TEST(Rcs, RepeatedIdentifiersAreAcceptedWhenNotStrict) {
+  EXPECT_EQ(Refused("PL p End Link p End", {.strict = false}), L"");
+  EXPECT_EQ(Refused("PL '' End", {.strict = false}), L"Duplicate/invalid RCS identifier.");
+  EXPECT_EQ(Refused("PL End End", {.strict = false}), L"Duplicate/invalid RCS identifier.");
 }
 
-TEST(RcsDocument, RecordsMustBeClosed) {
+TEST(Rcs, RecordsMustBeClosed) {
   EXPECT_EQ(Refused("PL p"), L"Unterminated RCS record.");
   EXPECT_EQ(Refused("PL p A=1"), L"Unterminated RCS record.");
   EXPECT_EQ(Refused("Tree a Link l End"), L"Unterminated RCS record.");
   EXPECT_EQ(Refused("Tree a A=1 PL p"), L"Unterminated RCS record.");
 }
 
-TEST(RcsDocument, OnlyTreesAndInsertionsHaveChildren) {
+TEST(Rcs, OnlyTreesAndInsertionsHaveChildren) {
   for (const std::string kind : {"PL", "Link", "Deletion", "Separator"}) {
     EXPECT_EQ(Refused(kind + " a Link b End End"), L"Unexpected RCS child.");
     EXPECT_EQ(Refused(kind + " a foo"), L"Unexpected RCS child.");
@@ -280,21 +274,21 @@ TEST(RcsDocument, OnlyTreesAndInsertionsHaveChildren) {
   EXPECT_EQ(Refused("Insertion a Insertion b End Tree c End End"), L"");
 }
 
-TEST(RcsDocument, TheChildRuleComesBeforeTheDepthRule) {
+TEST(Rcs, TheChildRuleComesBeforeTheDepthRule) {
   std::string text = Nested(31);
   text.insert(text.find("End"), "Link l x End\n");
   EXPECT_EQ(Refused(text), L"Unexpected RCS child.");
 }
 
-TEST(RcsDocument, DepthThirtyTwoIsTheLastAccepted) {
-  EXPECT_EQ(Parsed(Nested(32)).records().size(), 33U);
+TEST(Rcs, DepthThirtyTwoIsTheLastAccepted) {
+  EXPECT_EQ(Parsed(Nested(32)).nodes().size(), 33U);
   EXPECT_EQ(Refused(Nested(33)), L"Malformed RCS nesting.");
   std::string foreign = Nested(32);
   foreign.insert(foreign.find("End"), "foo x ");
   EXPECT_EQ(Refused(foreign), L"Malformed RCS nesting.");
 }
 
-TEST(RcsDocument, AttributesNeedAValueAndANameOfTheirOwn) {
+TEST(Rcs, AttributesNeedAValueAndANameOfTheirOwn) {
   constexpr std::wstring_view kMessage = L"Invalid RCS attribute.";
   EXPECT_EQ(Refused("PL p A="), kMessage);
   EXPECT_EQ(Refused("PL p A=1 A=2 End"), kMessage);
@@ -305,7 +299,7 @@ TEST(RcsDocument, AttributesNeedAValueAndANameOfTheirOwn) {
   EXPECT_EQ(Refused("PL p ''=1 End"), L"");
 }
 
-TEST(RcsDocument, RepeatedNamesAreFoundHoweverManyAttributesARecordHas) {
+TEST(Rcs, RepeatedNamesAreFoundHoweverManyAttributesARecordHas) {
   for (const int count : {1, 11, 12, 13, 14, 25, 200}) {
     std::string text = "Tree t";
     for (int i = 0; i < count; ++i) {
@@ -315,41 +309,47 @@ TEST(RcsDocument, RepeatedNamesAreFoundHoweverManyAttributesARecordHas) {
       }
     }
     const std::string whole = text + " End";
-    const RcsDocument document = Parsed(whole);
+    const Rcs rcs = Parsed(whole);
     for (int i = 0; i < count; ++i) {
-      EXPECT_EQ(Attribute(document, 0, "A" + std::to_string(i)), std::to_string(i));
+      EXPECT_EQ(Attribute(rcs, 0, "A" + std::to_string(i)), std::to_string(i));
       const std::string repeated = text + " 'A" + std::to_string(i) + "'=again End";
       EXPECT_EQ(Refused(repeated), L"Invalid RCS attribute.") << count << " " << i;
     }
   }
 }
 
-TEST(RcsDocument, TheFirstErrorInFileOrderIsNamed) {
+TEST(Rcs, TheFirstErrorInFileOrderIsNamed) {
   EXPECT_EQ(Refused("PL p A=1 A=2 End PL p End foo x"), L"Invalid RCS attribute.");
   EXPECT_EQ(Refused("PL p End PL p A=1 A=2 End"), L"Duplicate/invalid RCS identifier.");
   EXPECT_EQ(Refused("Foo x PL p End PL p End"), L"Unknown RCS record: Foo");
 }
 
-TEST(RcsDocument, FurtherKindsAreCarriedWithoutChildren) {
+TEST(Rcs, ExtraRecordsAreLetThroughWithoutChildren) {
   const std::string raw =
       "Change _User241 TargetID='PLManRoute:PlaceLine' Field0='Shortcut1' Value0=4  End";
   EXPECT_EQ(Refused(raw), L"Unknown RCS record: Change");
-  const RcsDocument document = Parsed(raw, true, kChange);
-  EXPECT_EQ(document.records().at(0).kind, RcsKind::kCarried);
-  EXPECT_EQ(Attribute(document, 0, "Value0"), "4");
-  EXPECT_EQ(Refused("Change c Link l End End", true, kChange), L"Unexpected RCS child.");
-  EXPECT_EQ(Refused("change c End", true, kChange), L"Unknown RCS record: change");
-  EXPECT_EQ(Refused("Change c End PL c End", true, kChange), L"Duplicate/invalid RCS identifier.");
+  const Rcs rcs = Parsed(raw, {.extra_record_kinds = kChange});
+  EXPECT_EQ(rcs.nodes().at(0).kind, NodeKind::kExtra);
+  EXPECT_EQ(Attribute(rcs, 0, "Value0"), "4");
+  EXPECT_EQ(Refused("Change c Link l End End", {.extra_record_kinds = kChange}),
+            L"Unexpected RCS child.");
+  EXPECT_EQ(Refused("change c End", {.extra_record_kinds = kChange}),
+            L"Unknown RCS record: change");
+  EXPECT_EQ(Refused("Change c End PL c End", {.extra_record_kinds = kChange}),
+            L"Duplicate/invalid RCS identifier.");
 }
 
-TEST(RcsDocument, AFailedParseLeavesTheDocumentAlone) {
-  RcsDocument document = Parsed("PL p End");
+TEST(Rcs, AFailedParseLeavesFileAndTextAlone) {
+  Rcs rcs = Parsed("PL p End");
   std::wstring error;
-  EXPECT_FALSE(RcsDocument::Parse("PL", {}, document, error));
-  EXPECT_EQ(document.records().size(), 1U);
+  std::string text = "PL p A='x'";
+  EXPECT_FALSE(Rcs::Parse(std::move(text), {}, rcs, error));
+  EXPECT_EQ(text, "PL p A='x'");
+  EXPECT_EQ(rcs.text(), "PL p End");
+  EXPECT_EQ(rcs.nodes().size(), 1U);
 }
 
-TEST(RcsDocument, EightMebibytesOfOneByteTokensAreRead) {
+TEST(Rcs, EightMebibytesOfOneByteTokensAreRead) {
   std::string text = "Tree a ";
   while (text.size() + 2 <= kMaxRcsBytes) {
     text += "==";
@@ -359,7 +359,7 @@ TEST(RcsDocument, EightMebibytesOfOneByteTokensAreRead) {
   EXPECT_EQ(Refused(text), L"Unknown RCS record: x");
 }
 
-TEST(RcsDocument, EightMebibytesOfTheSmallestRecordsAreRead) {
+TEST(Rcs, EightMebibytesOfTheSmallestRecordsAreRead) {
   std::string text;
   std::size_t count = 0;
   for (std::string record; text.size() + 32 < kMaxRcsBytes; ++count) {
@@ -369,16 +369,16 @@ TEST(RcsDocument, EightMebibytesOfTheSmallestRecordsAreRead) {
     }
     text += record + " End ";
   }
-  EXPECT_EQ(Parsed(text).records().size(), count);
+  EXPECT_EQ(Parsed(text).nodes().size(), count);
 }
 
-TEST(RcsDocument, EightMebibytesOfAttributesOfOneRecordAreRead) {
+TEST(Rcs, EightMebibytesOfAttributesOfOneRecordAreRead) {
   std::string text = "PL p ";
   std::uint32_t count = 0;
   for (; text.size() + 32 < kMaxRcsBytes; ++count) {
     text += std::to_string(count) + "=1 ";
   }
-  EXPECT_EQ(Parsed(text + "End").records().at(0).attribute_count, count);
+  EXPECT_EQ(Parsed(text + "End").nodes().at(0).attribute_count, count);
   EXPECT_EQ(Refused(text + "0=1 End"), L"Invalid RCS attribute.");
 }
 
@@ -390,40 +390,40 @@ std::string Narrow(const std::wstring& text) {
   return bytes;
 }
 
-void ExpectSameTree(const RcsDocument& document, const rcs_model::Nodes& nodes) {
+void ExpectSameTree(const Rcs& rcs, const rcs_model::Nodes& nodes) {
   std::size_t place = 0;
   rcs_model::Walk(nodes, [&](const rcs_model::Node& node, const rcs_model::Node* parent) {
-    ASSERT_LT(place, document.records().size());
-    const RcsRecord& record = document.records()[place++];
-    EXPECT_EQ(document.Identifier(record).ToString(), node.identifier);
+    ASSERT_LT(place, rcs.nodes().size());
+    const Node& record = rcs.nodes()[place++];
+    EXPECT_EQ(rcs.Identifier(record).ToString(), node.identifier);
     EXPECT_EQ(record.start, node.start);
     EXPECT_EQ(record.end, node.end);
     EXPECT_EQ(record.EndKeyword(), node.end_keyword);
-    EXPECT_EQ(record.parent == kNoRcsItem, parent == nullptr);
-    if (record.parent != kNoRcsItem) {
-      EXPECT_EQ(document.records()[record.parent].start, parent->start);
+    EXPECT_EQ(record.parent == kNoItem, parent == nullptr);
+    if (record.parent != kNoItem) {
+      EXPECT_EQ(rcs.nodes()[record.parent].start, parent->start);
     }
     EXPECT_EQ(record.attribute_count, node.attributes.size());
     for (const auto& [name, value] : node.attributes) {
-      EXPECT_EQ(document.Attribute(record, name).ToString(), value);
+      EXPECT_EQ(rcs.Attribute(record, name).ToString(), value);
     }
   });
-  EXPECT_EQ(place, document.records().size());
+  EXPECT_EQ(place, rcs.nodes().size());
 }
 
-TEST(RcsDocumentLaw, ParseAgreesWithANaiveParserOnWholeAndBrokenFiles) {
+TEST(RcsLaw, ParseAgreesWithANaiveParserOnWholeAndBrokenFiles) {
   int accepted = 0;
   for (std::uint64_t seed = 0; seed < 4000; ++seed) {
     kestrune_tests::RcsGenerator generator(seed);
     const std::string raw = seed % 2 == 0 ? generator.File() : generator.BrokenFile();
     const bool strict = seed % 8 < 6;
-    RcsDocument document;
+    Rcs rcs;
     std::wstring error;
-    const bool parsed = RcsDocument::Parse(raw, {.strict = strict}, document, error);
+    const bool parsed = Rcs::Parse(std::string(raw), {.strict = strict}, rcs, error);
     try {
       const rcs_model::Nodes nodes = rcs_model::Parse(raw, strict, {});
       ASSERT_TRUE(parsed) << raw << "\n" << Narrow(error);
-      ExpectSameTree(document, nodes);
+      ExpectSameTree(rcs, nodes);
       ++accepted;
     } catch (const rcs_model::Refusal& refusal) {
       ASSERT_FALSE(parsed) << raw;
@@ -434,7 +434,7 @@ TEST(RcsDocumentLaw, ParseAgreesWithANaiveParserOnWholeAndBrokenFiles) {
   EXPECT_LT(accepted, 3900);
 }
 
-TEST(RcsSamples, RealFilesParseOnceChangeIsCarried) {
+TEST(RcsSamples, RealFilesParseWithChangeLetThrough) {
   const auto samples = kestrune_tests::ReadSamples("rcs", ".RCS");
   if (samples.empty()) {
     GTEST_SKIP() << "The real customization files are not here.";
@@ -446,9 +446,9 @@ TEST(RcsSamples, RealFilesParseOnceChangeIsCarried) {
     const bool altered = sample.bytes.find("Change ") != std::string::npos;
     refused += altered ? 1 : 0;
     EXPECT_EQ(Refused(sample.bytes), altered ? L"Unknown RCS record: Change" : L"");
-    const RcsDocument document = Parsed(sample.bytes, true, kChange);
-    EXPECT_FALSE(document.records().empty());
-    ExpectSameTree(document, rcs_model::Parse(sample.bytes, true, {"Change"}));
+    const Rcs rcs = Parsed(sample.bytes, {.extra_record_kinds = kChange});
+    EXPECT_FALSE(rcs.nodes().empty());
+    ExpectSameTree(rcs, rcs_model::Parse(sample.bytes, true, {"Change"}));
   }
   EXPECT_GE(refused, 10);
 }
