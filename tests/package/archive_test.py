@@ -132,24 +132,68 @@ class BillOfMaterials(unittest.TestCase):
     def test_every_library_that_the_linker_used_is_known(self):
         self.assertLessEqual(self.linked(), set(self.COMPONENTS) | self.IMPORTS)
 
+    def make(self, output, *supplier):
+        subprocess.run([PROJECT / "tools/make-sbom", "i686-w64-mingw32-g++-posix",
+                        BUILD / "Kestrune.exe", "Kestrune", "0.2.3", str(TIME), output, *supplier],
+                       check=True)
+        return json.loads(output.read_text())
+
     @unittest.skipUnless(shutil.which("npm") and shutil.which("node"), "npm is not here")
     def test_it_lists_exactly_what_was_linked_in(self):
         with tempfile.TemporaryDirectory() as folder:
-            outputs = []
-            for name in ("one.json", "two.json"):
-                outputs.append(pathlib.Path(folder) / name)
-                subprocess.run([PROJECT / "tools/make-sbom", "i686-w64-mingw32-g++-posix",
-                                BUILD / "Kestrune.exe", "Kestrune", "0.2.3", str(TIME), outputs[-1]],
-                               check=True)
-            self.assertEqual(outputs[0].read_bytes(), outputs[1].read_bytes())
-            bom = json.loads(outputs[0].read_text())
+            one, two = pathlib.Path(folder) / "one.json", pathlib.Path(folder) / "two.json"
+            bom = self.make(one)
+            self.make(two)
+            self.assertEqual(one.read_bytes(), two.read_bytes())
         expected = {self.COMPONENTS[name] for name in self.linked() if name in self.COMPONENTS}
         self.assertEqual({part["name"] for part in bom["components"]}, expected)
         self.assertEqual(bom["metadata"]["component"]["hashes"][0]["content"],
                          hashlib.sha256((BUILD / "Kestrune.exe").read_bytes()).hexdigest())
         self.assertEqual(bom["metadata"]["timestamp"], "2023-11-14T22:13:21.000Z")
+        self.assertNotIn("supplier", bom["metadata"])
         for part in bom["components"]:
             self.assertTrue(part["licenses"] and re.match(r"\d+\.\d+", part["version"]), part)
+            self.assertRegex(part["purl"], r"^pkg:deb/debian/[\w.-]+@[\w.%-]+$")
+            self.assertEqual(part["supplier"], {"name": "Debian"})
+        tool = bom["metadata"]["tools"]["components"][0]
+        pinned = json.loads((PROJECT / "tools/sbom/package.json").read_text())["dependencies"]
+        self.assertEqual((tool["name"], tool["version"]),
+                         ("@cyclonedx/cyclonedx-library", pinned["@cyclonedx/cyclonedx-library"]))
+
+    @unittest.skipUnless(shutil.which("npm") and shutil.which("node"), "npm is not here")
+    def test_the_setup_programs_bill_adds_its_own_parts(self):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            supplier = 'A "Publisher"; of $HOME'
+            bom = self.make(root / "program.json", supplier)
+            (root / "setup.exe").write_bytes(b"MZ setup")
+            subprocess.run([PROJECT / "tools/make-sbom", "--setup", root / "setup.exe",
+                            root / "program.json", root / "setup.json"], check=True)
+            setup = json.loads((root / "setup.json").read_text())
+        self.assertEqual(setup["metadata"]["component"]["hashes"][0]["content"],
+                         hashlib.sha256(b"MZ setup").hexdigest())
+        self.assertEqual(setup["metadata"]["timestamp"], bom["metadata"]["timestamp"])
+        for bill in (bom, setup):
+            self.assertEqual(bill["metadata"]["supplier"], {"name": supplier})
+        parts = {part["name"]: part for part in setup["components"]}
+        own = {"Kestrune", "nsis", "nsis-lzma"}
+        self.assertEqual(set(parts) - own, {part["name"] for part in bom["components"]})
+        self.assertEqual(parts["Kestrune"]["hashes"], bom["metadata"]["component"]["hashes"])
+        for part in bom["components"]:
+            self.assertEqual(parts[part["name"]], part)
+        for name in own - {"Kestrune"}:
+            self.assertTrue(parts[name]["licenses"] and parts[name]["purl"].startswith("pkg:deb/debian/nsis"))
+
+    @unittest.skipUnless(list(BUILD.glob("Kestrune-*-setup.exe")), "the setup program is not built")
+    def test_it_names_the_plug_ins_of_the_setup_program(self):
+        sys.path.insert(0, str(PROJECT / "tests/binary"))
+        self.addCleanup(sys.path.pop, 0)
+        from check_binary import unpacked_setup
+        carried = unpacked_setup(next(BUILD.glob("Kestrune-*-setup.exe")).read_bytes())
+        found = {name.decode("utf-16-le") for name in
+                 re.findall(rb"\\\x00((?:[A-Za-z]\x00)+)\.\x00d\x00l\x00l\x00", carried)}
+        named = re.search(r"with the plug-ins ([\w ]+)", (PROJECT / "tools/make-sbom").read_text()).group(1)
+        self.assertEqual(found, set(named.split(" and ")))
 
 
 if __name__ == "__main__":

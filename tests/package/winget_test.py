@@ -16,13 +16,19 @@ import yaml
 
 HERE = pathlib.Path(__file__).resolve().parent
 PROJECT = HERE.parents[1]
-RULES = json.loads((HERE / "winget-rules.json").read_text())
-SETUP_SOURCE = (PROJECT / "package" / "setup" / "kestrune.nsi").read_text()
+SCHEMAS = PROJECT / "package" / "winget" / "schemas"
+SETUP_HEAD = (PROJECT / "package" / "setup" / "kestrune.nsi").read_text()
+SETUP_SOURCE = "".join(path.read_text() for path in (PROJECT / "package" / "setup").glob("*.ns[ih]"))
+# Where the schemas of other versions lie, beside the files of real hosts.
+OTHERS = pathlib.Path(os.environ.get("KESTRUNE_SAMPLES", PROJECT.parent / "shared/samples")).parent
 ROLL_OUT = (PROJECT / "docs" / "roll-out.md").read_text()
 
 
-def problems(kind, manifest):
-    schema = {**RULES[kind], "definitions": RULES["definitions"]}
+def problems(schema, manifest):
+    """What the official schema says; a date is a text to it, which the reader of YAML has turned."""
+    if "ReleaseDate" in manifest:
+        manifest = {**manifest, "ReleaseDate": str(manifest["ReleaseDate"])}
+    schema = json.loads(schema.read_text())
     return [error.message for error in jsonschema.Draft7Validator(schema).iter_errors(manifest)]
 
 
@@ -37,7 +43,7 @@ class Winget(unittest.TestCase):
         self.manifests = {
             kind: yaml.safe_load((self.root / "out" / f"Somebody.Kestrune{suffix}.yaml").read_text())
             for kind, suffix in (("version", ""), ("installer", ".installer"),
-                                 ("locale", ".locale.en-US"))}
+                                 ("defaultLocale", ".locale.en-US"))}
 
     def fill(self, **changed):
         values = {"setup": self.setup, "url": "https://example.invalid/Kestrune-7.8.9-setup.exe",
@@ -49,23 +55,38 @@ class Winget(unittest.TestCase):
         return subprocess.run(command, capture_output=True, text=True, check=False,
                               env={**os.environ, "SOURCE_DATE_EPOCH": "1700000000"})
 
-    def test_each_manifest_obeys_the_format(self):
+    def test_each_manifest_obeys_its_schema(self):
         for kind, manifest in self.manifests.items():
-            self.assertEqual(problems(kind, manifest), [], kind)
+            self.assertEqual(problems(SCHEMAS / f"{kind}.json", manifest), [], kind)
 
-    def test_the_rules_refuse_what_is_wrong(self):
-        installer = self.manifests["installer"]
-        for path, value in ((("Scope",), "everybody"), (("InstallerSwitches", "Quiet"), "/S"),
-                            (("ExpectedReturnCodes", 0, "ReturnResponse"), "busy"),
-                            (("ExpectedReturnCodes", 0, "InstallerReturnCode"), 0),
-                            (("Installers", 0, "InstallerSha256"), "12"),
-                            (("PackageIdentifier",), "NoDot")):
-            changed = copy.deepcopy(installer)
-            place = changed
-            for step in path[:-1]:
-                place = place[step]
-            place[path[-1]] = value
-            self.assertNotEqual(problems("installer", changed), [], path)
+    def test_no_key_is_unknown_to_the_schema(self):
+        # The schemas themselves let every key pass.
+        for kind, manifest in self.manifests.items():
+            schema = json.loads((SCHEMAS / f"{kind}.json").read_text())
+            known = schema["properties"]
+            self.assertLessEqual(set(manifest), set(known), kind)
+            if kind == "installer":
+                parts = {"InstallerSwitches": manifest["InstallerSwitches"],
+                         "Installer": manifest["Installers"][0],
+                         "AppsAndFeaturesEntry": manifest["AppsAndFeaturesEntries"][0]}
+                for key, part in parts.items():
+                    self.assertLessEqual(set(part), set(schema["definitions"][key]["properties"]), key)
+
+    @unittest.skipUnless((OTHERS / "winget-schemas").is_dir(), "the recorded schemas are not here")
+    def test_the_schemas_are_the_official_ones(self):
+        for kind in self.manifests:
+            recorded = OTHERS / "winget-schemas" / f"manifest.{kind}.1.12.0.json"
+            self.assertEqual((SCHEMAS / f"{kind}.json").read_bytes(), recorded.read_bytes())
+        self.assertEqual((SCHEMAS / "LICENSE").read_bytes(),
+                         (OTHERS / "winget-schemas" / "LICENSE").read_bytes())
+
+    def test_each_names_its_schema_and_version(self):
+        for kind, suffix in (("version", ""), ("installer", ".installer"), ("defaultLocale", ".locale.en-US")):
+            text = (self.root / "out" / f"Somebody.Kestrune{suffix}.yaml").read_text()
+            schema = json.loads((SCHEMAS / f"{kind}.json").read_text())
+            self.assertEqual(text.splitlines()[0], f"# yaml-language-server: $schema={schema['$id']}")
+            self.assertEqual(self.manifests[kind]["ManifestVersion"],
+                             schema["properties"]["ManifestVersion"]["default"])
 
     def test_nothing_is_left_to_fill_in(self):
         for path in (self.root / "out").iterdir():
@@ -76,12 +97,14 @@ class Winget(unittest.TestCase):
         self.assertEqual({manifest["PackageVersion"] for manifest in self.manifests.values()}, {"7.8.9"})
         self.assertEqual(installer["Installers"][0]["InstallerSha256"],
                          hashlib.sha256(self.setup.read_bytes()).hexdigest().upper())
-        self.assertEqual(installer["ReleaseDate"], "2023-11-14")
+        self.assertEqual(str(installer["ReleaseDate"]), "2023-11-14")
 
     def test_it_installs_for_the_user_and_silently(self):
         installer = self.manifests["installer"]
         self.assertEqual(installer["Scope"], "user")
-        self.assertEqual(installer["InstallerSwitches"], {"Silent": "/S", "SilentWithProgress": "/S"})
+        self.assertEqual(installer["InstallerSwitches"],
+                         {"Silent": "/S", "SilentWithProgress": "/S", "Log": '/LOG="<LOGPATH>"',
+                          "Custom": "/EXTRARECORDS=Change"})
         self.assertIn("RequestExecutionLevel user", SETUP_SOURCE)
 
     def test_a_running_host_is_a_package_in_use(self):
@@ -90,7 +113,7 @@ class Winget(unittest.TestCase):
         self.assertEqual(responses[30], "packageInUse")
 
     def test_every_code_of_the_setup_program_is_expected_and_documented(self):
-        head = SETUP_SOURCE[:SETUP_SOURCE.index("Unicode true")]
+        head = SETUP_HEAD[:SETUP_HEAD.index("Unicode true")]
         codes = {int(code) for code in re.findall(r"(?:^;| {3,}) *(\d+) [a-z]", head, re.MULTILINE)}
         self.assertLessEqual({0, 1, 2, 20, 30, 40, 50, 51}, codes)
         expected = [code["InstallerReturnCode"]
@@ -105,9 +128,28 @@ class Winget(unittest.TestCase):
         self.assertIn("\\Uninstall\\" + entry["ProductCode"] + '"', SETUP_SOURCE)
         self.assertEqual(entry["DisplayVersion"], "7.8.9")
 
-    def test_what_would_break_the_manifest_is_refused(self):
-        for changed in ({"publisher": 'a"b'}, {"publisher": ""}, {"url": "https://x\ny"}):
-            self.assertNotEqual(self.fill(**changed).returncode, 0, changed)
+    def test_what_the_rules_refuse_is_not_made(self):
+        for changed, why in (
+                ({"publisher": 'a"b'}, "cannot stand"), ({"publisher": "a\tb"}, "cannot stand"),
+                ({"publisher": ""}, "Publisher"), ({"publisher": "x"}, "Publisher"),
+                ({"publisher": "x" * 257}, "Publisher"), ({"licence": "no"}, "License"),
+                ({"licence": "x" * 513}, "License"), ({"identifier": "NoDot"}, "PackageIdentifier"),
+                ({"identifier": "A.b c"}, "PackageIdentifier"), ({"identifier": "../A.b"}, "PackageIdentifier"),
+                ({"url": "ftp://example.invalid/a.exe"}, "InstallerUrl"), ({"url": "a.exe"}, "InstallerUrl"),
+                ({"url": "https://x\ny"}, "cannot stand"), ({"url": "https://x/" + "y" * 2048}, "InstallerUrl")):
+            output = self.root / "refused"
+            done = self.fill(output=output, **changed)
+            self.assertNotEqual(done.returncode, 0, changed)
+            self.assertIn(why, done.stderr, changed)
+            self.assertFalse(output.exists(), changed)
+
+    def test_a_publisher_of_other_signs_stands_as_it_is(self):
+        publisher = "O'Neil & Söhne: $HOME; #1 {x} 'y'"
+        self.assertEqual(self.fill(publisher=publisher).returncode, 0)
+        manifest = yaml.safe_load((self.root / "out/Somebody.Kestrune.locale.en-US.yaml").read_text())
+        self.assertEqual(manifest["Publisher"], publisher)
+
+    def test_a_setup_program_without_a_version_in_its_name(self):
         other = self.root / "setup.exe"
         other.write_bytes(b"MZ")
         self.assertIn("no version", self.fill(setup=other).stderr)
