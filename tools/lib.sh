@@ -1,6 +1,9 @@
 # Shared by the scripts in this folder: places, messages, the private Wine.
 set -euo pipefail
 
+# The same order, numbers and upper-case letters for everybody; makensis does not work in Turkish.
+export LC_ALL=C.UTF-8
+
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cache=${KESTRUNE_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/kestrune}
 wine_root=$cache/wine-root
@@ -83,7 +86,6 @@ wine_environment() {
   export WINEPREFIX=${KESTRUNE_PREFIX:-$project/build/wine/prefix}
   export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
   export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe="
-  export LC_ALL=C.UTF-8
   # A clock apart from UTC, or no test could tell which of the two a time was taken from.
   export TZ=KST-5:45
 }
