@@ -1,5 +1,6 @@
 // Input: arguments, one on each line. Law: quoted and joined by blanks they are split back
 // unchanged; an argument without blank, tab and quote is not touched.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>

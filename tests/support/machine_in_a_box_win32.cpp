@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cwchar>
 #include <iterator>
 #include <map>
 #include <stdexcept>

@@ -3,6 +3,7 @@
 // programs: only for profiles that nobody will miss.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 

@@ -1,5 +1,6 @@
 #include "tests/support/screenshot_win32.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
