@@ -36,7 +36,8 @@ int ShowResult(const InstallerOptions& options, const InstallerResult& result, D
 
 int RunInstaller(const InstallerOptions& options, Desktop& desktop) {
   // Of a path that does not fit nothing is known; deploying from nowhere fails with its own text.
-  return ShowResult(options, RunInstallerCommand(options, ProgramPath()), desktop);
+  SystemCalls calls;
+  return ShowResult(options, RunInstallerCommand(options, ProgramPath(), calls), desktop);
 }
 
 int ReportInstallerFailure(const InstallerOptions& options, Desktop& desktop) {

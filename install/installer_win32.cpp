@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <exception>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -78,6 +79,25 @@ RegistrationSettings ReadSettings(const std::wstring& local_app_data) {
 
 constexpr std::wstring_view kFailedStage = L"Installer failed";
 
+/// What is reported and logged where there is no memory for more.
+constexpr std::wstring_view kShortFailure = L"FAILED: Not enough memory.\n";
+constexpr std::wstring_view kNoMemoryFields = L"Error=Not enough memory. GetLastError=8";
+
+/// Returns the exception that is being handled as a failure. Throws std::bad_alloc.
+Failure CurrentFailure() {
+  try {
+    throw;
+  } catch (const Failure& failure) {
+    return failure;
+  } catch (const std::bad_alloc&) {
+    return {kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY};
+  } catch (const std::exception& error) {
+    return {L"Unexpected failure: " + WidenBytes(error.what())};
+  } catch (...) {
+    return {L"Unexpected failure."};
+  }
+}
+
 std::wstring ErrorFields(const Failure& failure) {
   return L"Error=" + failure.text + L" GetLastError=" + Decimal(failure.code);
 }
@@ -97,8 +117,9 @@ struct InstanceState {
 /// One installer command over all instances.
 class InstallerRun {
  public:
-  InstallerRun(const InstallerOptions& options, const std::wstring& program_path)
-      : options_(options), program_path_(program_path) {}
+  InstallerRun(const InstallerOptions& options, const std::wstring& program_path,
+               SystemCalls& calls)
+      : options_(options), program_path_(program_path), calls_(calls) {}
 
   /// Throws only when memory runs out; what was reported until then can still be taken.
   void Run() {
@@ -112,13 +133,8 @@ class InstallerRun {
   /// Ends the run without memory, behind what was reported before.
   void EndWithoutMemory() noexcept {
     code_ = kInstallerFailed;
-    Log(kFailedStage, L"Error=Not enough memory. GetLastError=8");
-    try {
-      report_ += kNotEnoughMemory;
-    } catch (const std::bad_alloc&) {
-      // The code tells that something failed, and the report what was done before.
-      return;
-    }
+    Log(kFailedStage, kNoMemoryFields);
+    AppendWithoutMemory(kNotEnoughMemory);
   }
 
   InstallerResult TakeResult() { return {code_, std::move(report_)}; }
@@ -129,7 +145,7 @@ class InstallerRun {
     if (instances.empty()) {
       return End(kNoInstance, {L"No Altium instance found."});
     }
-    if (options_.command != InstallerCommand::Status && IsHostRunning()) {
+    if (options_.command != InstallerCommand::Status && IsHostRunning(calls_)) {
       return End(kHostRuns,
                  {L"Close all Altium instances before changing shared runtime or registration."});
     }
@@ -152,15 +168,14 @@ class InstallerRun {
     }
   }
 
-  /// Handles one instance; whatever fails there is its line in the report and nobody else's matter.
-  void Handle(const HostInstance& instance) {
-    report_ += InstanceHeader(instance);
+  /// Handles one instance. Whatever is thrown there becomes its line in the report, and the others
+  /// go on.
+  void Handle(const HostInstance& instance) noexcept {
     try {
+      Append(InstanceHeader(instance));
       HandleOrFail(instance);
-    } catch (const Failure& failure) {
-      ReportFailure(instance, failure);
-    } catch (const std::bad_alloc&) {
-      ReportFailure(instance, {kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY});
+    } catch (...) {
+      ReportFailure(instance);
     }
   }
 
@@ -172,8 +187,7 @@ class InstallerRun {
     if (QueryFileKind(instance.rcs_path) == FileKind::Absent) {
       return Skip(instance, L"DXP.RCS does not exist; initialize this Altium profile first.");
     }
-    SystemCalls calls;
-    WindowsStore store({instance.rcs_path, instance.registry_branch, instance.guid}, calls);
+    WindowsStore store({instance.rcs_path, instance.registry_branch, instance.guid}, calls_);
     InstanceState state = ReadState(store, instance);
     if (options_.command == InstallerCommand::Status) {
       return ReportStatus(instance, state);
@@ -181,15 +195,37 @@ class InstallerRun {
     ChangeRegistration(store, instance, std::move(state));
   }
 
-  void ReportFailure(const HostInstance& instance, const Failure& failure) {
+  /// Reports the exception that is being handled.
+  void ReportFailure(const HostInstance& instance) noexcept {
     SeeProblem();
-    report_ += L"FAILED: " + failure.text + L"\n";
-    Log(kFailedStage, ErrorFields(failure) + L" GUID=" + instance.guid + PathField(failure));
+    try {
+      const Failure failure = CurrentFailure();
+      Append(L"FAILED: " + failure.text + L"\n");
+      Log(kFailedStage, ErrorFields(failure) + L" GUID=" + instance.guid + PathField(failure));
+    } catch (...) {
+      AppendWithoutMemory(kShortFailure);
+      Log(kFailedStage, kNoMemoryFields);
+    }
+  }
+
+  /// Adds to the report and leaves room in it for a failure that has no memory left.
+  void Append(std::wstring_view text) {
+    report_.reserve(report_.size() + text.size() + kShortFailure.size());
+    report_ += text;
+  }
+
+  void AppendWithoutMemory(std::wstring_view text) noexcept {
+    try {
+      report_ += text;
+    } catch (...) {
+      // The code tells that something failed, and the report what was done before.
+      return;
+    }
   }
 
   void Skip(const HostInstance& instance, const std::wstring& text) {
     SeeProblem();
-    report_ += L"Skipped: " + text + L"\n";
+    Append(L"Skipped: " + text + L"\n");
     Log(L"Installer skipped", L"Reason=" + text + L" GUID=" + instance.guid);
   }
 
@@ -200,7 +236,7 @@ class InstallerRun {
   /// Ends the whole run.
   void End(std::int32_t code, const Failure& failure) {
     code_ = code;
-    report_ += failure.text;
+    Append(failure.text);
     Log(kFailedStage, ErrorFields(failure) + PathField(failure));
   }
 
@@ -273,7 +309,7 @@ class InstallerRun {
     if (!installed) {
       SeeProblem();
     }
-    report_ += installed ? L"Installed\n" : L"Not installed / registration requires repair\n";
+    Append(installed ? L"Installed\n" : L"Not installed / registration requires repair\n");
   }
 
   void ChangeRegistration(WindowsStore& store, const HostInstance& instance, InstanceState state) {
@@ -291,13 +327,13 @@ class InstallerRun {
     if (Registering() && !deployed_) {
       Deploy();
     }
-    if (IsHostRunning()) {
+    if (IsHostRunning(calls_)) {
       throw Failure{L"Altium started during preparation; aborting registration."};
     }
     Commit(store, change);
     store.AppendLog(AnsiFromWideLossy(IdentityLine(instance)));
-    report_ += Registering() ? L"Installed/updated and validated.\n"
-                             : L"Registration removed; shared runtime retained.\n";
+    Append(Registering() ? L"Installed/updated and validated.\n"
+                         : L"Registration removed; shared runtime retained.\n");
   }
 
   RegistrationChange PlanChange(InstanceState state, const Spec& spec) {
@@ -338,23 +374,22 @@ class InstallerRun {
   }
 
   /// Returns what refused the deployment.
-  std::optional<Failure> DeployFrom(const std::wstring& package) const {
+  std::optional<Failure> DeployFrom(const std::wstring& package) {
     if (program_path_.empty()) {
       return Failure{L"The program's own path is too long."};
     }
     if (package.empty()) {
       return Failure{L"No package beside the program: ", 0, program_path_};
     }
-    InstallCalls calls;
-    return DeployRuntime(package, program_path_, calls);
+    return DeployRuntime(calls_, package, program_path_);
   }
 
   void Commit(WindowsStore& store, const RegistrationChange& change) {
     std::wstring message;
     const bool committed = altium_registration::RunTransaction(store, change, message);
-    report_ += change.rcs_before.empty() ? L"Backend: captured empty RCS"
-                                         : L"Backend: recognized text RCS";
-    report_ += L"\nBackup: " + store.BackupDirectory() + L"\n";
+    Append(std::wstring(change.rcs_before.empty() ? L"Backend: captured empty RCS"
+                                                  : L"Backend: recognized text RCS") +
+           L"\nBackup: " + store.BackupDirectory() + L"\n");
     if (!committed) {
       throw Failure{message};
     }
@@ -362,6 +397,7 @@ class InstallerRun {
 
   const InstallerOptions& options_;
   const std::wstring& program_path_;
+  SystemCalls& calls_;
   std::wstring local_app_data_;
   std::wstring runtime_;
   std::wstring project_path_;
@@ -374,8 +410,8 @@ class InstallerRun {
 }  // namespace
 
 InstallerResult RunInstallerCommand(const InstallerOptions& options,
-                                    const std::wstring& program_path) {
-  InstallerRun run(options, program_path);
+                                    const std::wstring& program_path, SystemCalls& calls) {
+  InstallerRun run(options, program_path, calls);
   try {
     run.Run();
   } catch (const std::bad_alloc&) {

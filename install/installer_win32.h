@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "common/system_calls_win32.h"
 #include "install/installer_options.h"
 
 namespace kestrune {
@@ -12,6 +13,6 @@ namespace kestrune {
 ///
 /// `program_path` is the running program file, which is deployed as part of the runtime.
 InstallerResult RunInstallerCommand(const InstallerOptions& options,
-                                    const std::wstring& program_path);
+                                    const std::wstring& program_path, SystemCalls& calls);
 
 }  // namespace kestrune

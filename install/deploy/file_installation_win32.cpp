@@ -1,10 +1,10 @@
 #include "install/deploy/file_installation_win32.h"
 
+#include <optional>
 #include <utility>
 
 #include "common/failure_win32.h"
 #include "common/file_time_win32.h"
-#include "common/file_win32.h"
 #include "common/owners_win32.h"
 #include "install/deploy/package_timestamp_win32.h"
 #include "install/deploy/refusal.h"
@@ -15,58 +15,80 @@ namespace {
 constexpr DWORD kChunk = 32768;
 
 /// Throws Failure with the thread's last error when a call failed.
-void Require(bool done) {
+void Require(BOOL done) {
   if (!done) {
     ThrowLastError(L"copy");
   }
 }
 
-enum class Copying { Safely, OverTheTarget };
-
-/// While the target's content is in pieces its time is kUnfinishedTime, so that a later run sees an
-/// old file. Each write may move the time on, hence once more after each. This is a net under the
-/// copy and not part of it: a refusal does not end it.
-void MarkUnfinished(HANDLE target, Copying copying, InstallCalls& calls) {
-  if (copying == Copying::OverTheTarget) {
-    calls.SetTime(target, kUnfinishedTime);
-  }
+/// A net under the copy and not part of it: a refusal does not end it.
+void MarkUnfinished(SystemCalls& calls, HANDLE target) {
+  calls.SetWriteTime(target, SplitFileTime(kUnfinishedTime));
 }
 
-void WriteChunk(HANDLE target, const char* chunk, DWORD size, InstallCalls& calls) {
-  DWORD written = 0;
-  Require(calls.Write(target, chunk, size, written));
-  if (written != size) {
-    throw Failure{L"copy", ERROR_WRITE_FAULT};
-  }
-}
+/// Copies between two open files.
+class ContentCopy {
+ public:
+  ContentCopy(SystemCalls& calls, HANDLE source, HANDLE target)
+      : calls_(calls), source_(source), target_(target) {}
 
-void CopyBytes(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
-  Require(calls.GoToBeginning(source));
-  Require(calls.GoToBeginning(target));
-  MarkUnfinished(target, copying, calls);
-  char chunk[kChunk];
-  for (DWORD read = 1; read != 0;) {
-    Require(calls.Read(source, chunk, kChunk, read));
-    if (read != 0) {
-      WriteChunk(target, chunk, read, calls);
+  /// While the target's content is in pieces its time is kUnfinishedTime, so that a later run sees
+  /// an old file. Each write may move the time on, hence once more after each.
+  void OverRuntimeFile() {
+    is_marked_ = true;
+    Bytes();
+  }
+
+  void Bytes() {
+    Require(calls_.SetPointer(source_, {}, nullptr, FILE_BEGIN));
+    Require(calls_.SetPointer(target_, {}, nullptr, FILE_BEGIN));
+    Mark();
+    while (Chunk()) {
+      Mark();
     }
-    MarkUnfinished(target, copying, calls);
+    Require(calls_.SetEnd(target_));
+    Mark();
+    Require(calls_.Flush(target_));
   }
-  Require(calls.Truncate(target));
-  MarkUnfinished(target, copying, calls);
-  Require(calls.Flush(target));
-}
 
-void CopyBytesAndTime(HANDLE source, HANDLE target, Copying copying, InstallCalls& calls) {
-  std::uint64_t time = 0;
-  CopyBytes(source, target, copying, calls);
-  Require(calls.GetTime(source, time));
-  Require(calls.SetTime(target, time));
-}
+  void Time() {
+    FILETIME time{};
+    Require(calls_.GetWriteTime(source_, &time));
+    Require(calls_.SetWriteTime(target_, time));
+  }
 
-std::optional<PackageTimestamp> ReadTimestamp(const std::wstring& source, InstallCalls& calls,
+ private:
+  /// Returns false at the end of the source.
+  bool Chunk() {
+    char chunk[kChunk];
+    DWORD read = 0;
+    Require(calls_.Read(source_, chunk, kChunk, &read));
+    if (read == 0) {
+      return false;
+    }
+    DWORD written = 0;
+    Require(calls_.Write(target_, chunk, read, &written));
+    if (written != read) {
+      throw Failure{L"copy", ERROR_WRITE_FAULT};
+    }
+    return true;
+  }
+
+  void Mark() {
+    if (is_marked_) {
+      MarkUnfinished(calls_, target_);
+    }
+  }
+
+  SystemCalls& calls_;
+  HANDLE source_;
+  HANDLE target_;
+  bool is_marked_ = false;
+};
+
+std::optional<PackageTimestamp> ReadTimestamp(SystemCalls& calls, const std::wstring& source,
                                               OriginProof proof) {
-  std::optional<PackageTimestamp> timestamp = calls.ReadPackageTime(source);
+  std::optional<PackageTimestamp> timestamp = GetPackageTimestamp(calls, source);
   if (timestamp && proof == OriginProof::Template) {
     timestamp->origin_proven = true;
   }
@@ -82,19 +104,21 @@ std::optional<std::uint64_t> TimeOfFile(const WIN32_FILE_ATTRIBUTE_DATA& data) {
 
 /// Creates the file that keeps the target's content for the time of an update, and is gone with its
 /// handle.
-FileHandle OpenBackup(const std::wstring& target, InstallCalls& calls) {
+FileHandle OpenBackup(SystemCalls& calls, const std::wstring& target) {
   wchar_t folder[MAX_PATH + 1] = {};
-  const DWORD length = GetTempPathW(MAX_PATH + 1, folder);
+  const DWORD length = calls.GetTemporaryFolder(MAX_PATH + 1, folder);
   wchar_t name[MAX_PATH + 1] = {};
-  if (length == 0 || length >= MAX_PATH || GetTempFileNameW(folder, L"bfu", 0, name) == 0) {
+  if (length == 0 || length >= MAX_PATH || calls.MakeTemporaryFile(folder, L"bfu", name) == 0) {
     const DWORD code = GetLastError();
     throw Refusal{{L"Cannot create update backup; target preserved: ", code, target}};
   }
-  FileHandle backup(calls.Open(name, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
-                               FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE));
+  const ExtendedPath path(name);
+  FileHandle backup(
+      calls.Create(path, {.access = GENERIC_READ | GENERIC_WRITE,
+                          .flags = FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE}));
   if (!backup) {
     const DWORD code = GetLastError();
-    DeleteFileW(name);
+    calls.Delete(path);
     throw Refusal{{L"Cannot open update backup: ", code, name}};
   }
   return backup;
@@ -105,13 +129,13 @@ FileHandle OpenBackup(const std::wstring& target, InstallCalls& calls) {
 class Target {
  public:
   /// Takes all memory that the deletion needs.
-  explicit Target(const std::wstring& path) : path_(path) {}
+  Target(SystemCalls& calls, const std::wstring& path) : calls_(calls), path_(path) {}
   Target(const Target&) = delete;
   Target& operator=(const Target&) = delete;
   ~Target() {
     if (is_unfinished_) {
       file_.Reset();
-      DeleteFileW(path_.Get());
+      calls_.Delete(path_);
     }
   }
 
@@ -123,6 +147,7 @@ class Target {
   [[nodiscard]] HANDLE Get() const { return file_.Get(); }
 
  private:
+  SystemCalls& calls_;
   ExtendedPath path_;
   FileHandle file_;
   bool is_unfinished_ = false;
@@ -131,9 +156,13 @@ class Target {
 /// One file on its way, with both ends open.
 class Installation {
  public:
-  Installation(const std::wstring& source, const std::wstring& target, InstallCalls& calls,
+  Installation(SystemCalls& calls, const std::wstring& source, const std::wstring& target,
                OriginProof proof)
-      : source_(source), target_(target), calls_(calls), proof_(proof), target_file_(target) {}
+      : calls_(calls),
+        source_(source),
+        target_(target),
+        proof_(proof),
+        target_file_(calls, target) {}
 
   void Run(InstallVerdict verdict) {
     source_file_ =
@@ -160,7 +189,8 @@ class Installation {
 
   FileHandle Lock(const wchar_t* text, const std::wstring& path, DWORD access, DWORD sharing,
                   DWORD disposition) {
-    FileHandle file(calls_.Open(path, access, sharing, disposition, FILE_ATTRIBUTE_NORMAL));
+    FileHandle file(calls_.Create(
+        ExtendedPath(path), {.access = access, .sharing = sharing, .disposition = disposition}));
     if (!file) {
       const DWORD code = GetLastError();
       throw Refusal{{text, code, path}};
@@ -171,20 +201,20 @@ class Installation {
   /// Reads both times once more, since either file may have been touched between the verdict and
   /// the locks. Returns the target's.
   std::uint64_t LookAgain() {
-    const std::optional<PackageTimestamp> timestamp = ReadTimestamp(source_, calls_, proof_);
-    std::uint64_t target_time = 0;
+    const std::optional<PackageTimestamp> timestamp = ReadTimestamp(calls_, source_, proof_);
     if (!timestamp) {
       Refuse(kChanged, ERROR_SUCCESS);
     }
-    if (!calls_.GetTime(target_file_.Get(), target_time)) {
+    FILETIME target_time{};
+    if (!calls_.GetWriteTime(target_file_.Get(), &target_time)) {
       Refuse(kChanged, GetLastError());
     }
     timestamp_ = *timestamp;
-    return target_time;
+    return JoinFileTime(target_time);
   }
 
   void FillNewTarget() {
-    MarkUnfinished(target_file_.Get(), Copying::OverTheTarget, calls_);
+    MarkUnfinished(calls_, target_file_.Get());
     LookAgain();
     try {
       CopyToTarget();
@@ -195,9 +225,9 @@ class Installation {
   }
 
   void UpdateTarget() {
-    const FileHandle backup = OpenBackup(target_, calls_);
+    const FileHandle backup = OpenBackup(calls_, target_);
     try {
-      CopyFileContent(target_file_.Get(), backup.Get(), calls_);
+      CopyFileContent(calls_, target_file_.Get(), backup.Get());
     } catch (const Failure& failure) {
       Refuse(L"Cannot back up target: ", failure.code);
     }
@@ -211,7 +241,9 @@ class Installation {
 
   void Restore(HANDLE backup) {
     try {
-      CopyBytesAndTime(backup, target_file_.Get(), Copying::OverTheTarget, calls_);
+      ContentCopy copy(calls_, backup, target_file_.Get());
+      copy.OverRuntimeFile();
+      copy.Time();
     } catch (const Failure& failure) {
       Refuse(L"Update and rollback failed: ", failure.code);
     }
@@ -220,17 +252,17 @@ class Installation {
   /// The source's own time never stands on the target: it may be later than the package's, and a
   /// process that ended just then would leave a file that no later package replaces.
   void CopyToTarget() {
-    CopyBytes(source_file_.Get(), target_file_.Get(), Copying::OverTheTarget, calls_);
-    Require(calls_.SetTime(target_file_.Get(), timestamp_.time));
+    ContentCopy(calls_, source_file_.Get(), target_file_.Get()).OverRuntimeFile();
+    Require(calls_.SetWriteTime(target_file_.Get(), SplitFileTime(timestamp_.time)));
   }
 
   [[noreturn]] void Refuse(const wchar_t* text, DWORD code) {
     throw Refusal{{text, code, target_}};
   }
 
+  SystemCalls& calls_;
   const std::wstring& source_;
   const std::wstring& target_;
-  InstallCalls& calls_;
   OriginProof proof_;
   FileHandle source_file_;
   Target target_file_;
@@ -239,59 +271,15 @@ class Installation {
 
 }  // namespace
 
-std::optional<PackageTimestamp> InstallCalls::ReadPackageTime(const std::wstring& source) {
-  return GetPackageTimestamp(source);
-}
-
-HANDLE InstallCalls::Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition,
-                          DWORD flags) {
-  return CreateFileW(ExtendedPath(path).Get(), access, sharing, nullptr, disposition, flags,
-                     nullptr);
-}
-
-bool InstallCalls::GoToBeginning(HANDLE file) {
-  return SetFilePointerEx(file, {}, nullptr, FILE_BEGIN) != FALSE;
-}
-
-bool InstallCalls::Read(HANDLE file, void* bytes, DWORD size, DWORD& done) {
-  return ReadFile(file, bytes, size, &done, nullptr) != FALSE;
-}
-
-bool InstallCalls::Write(HANDLE file, const void* bytes, DWORD size, DWORD& done) {
-  return WriteFile(file, bytes, size, &done, nullptr) != FALSE;
-}
-
-bool InstallCalls::Truncate(HANDLE file) {
-  return SetEndOfFile(file) != FALSE;
-}
-
-bool InstallCalls::Flush(HANDLE file) {
-  return FlushFileBuffers(file) != FALSE;
-}
-
-bool InstallCalls::GetTime(HANDLE file, std::uint64_t& time) {
-  FILETIME last_write{};
-  if (!GetFileTime(file, nullptr, nullptr, &last_write)) {
-    return false;
-  }
-  time = JoinFileTime(last_write);
-  return true;
-}
-
-bool InstallCalls::SetTime(HANDLE file, std::uint64_t time) {
-  const FILETIME last_write = SplitFileTime(time);
-  return SetFileTime(file, nullptr, nullptr, &last_write) != FALSE;
-}
-
-InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& target,
-                             InstallCalls& calls, OriginProof proof) {
+InstallVerdict DecideInstall(SystemCalls& calls, const std::wstring& source,
+                             const std::wstring& target, OriginProof proof) {
   constexpr const wchar_t* kNoTime = L"Cannot establish target last-write time; file preserved: ";
-  const std::optional<PackageTimestamp> timestamp = ReadTimestamp(source, calls, proof);
+  const std::optional<PackageTimestamp> timestamp = ReadTimestamp(calls, source, proof);
   if (!timestamp) {
     throw Refusal{{L"Cannot establish source last-write time: ", 0, source}};
   }
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!GetFileAttributesExW(ExtendedPath(target).Get(), GetFileExInfoStandard, &data)) {
+  if (!calls.GetAttributes(ExtendedPath(target), &data)) {
     const DWORD code = GetLastError();
     if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) {
       return InstallVerdict::Install;
@@ -309,16 +297,18 @@ InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& tar
   return timestamp->time > *target_time ? InstallVerdict::Update : InstallVerdict::UpToDate;
 }
 
-void InstallFile(const std::wstring& source, const std::wstring& target, InstallCalls& calls,
+void InstallFile(SystemCalls& calls, const std::wstring& source, const std::wstring& target,
                  OriginProof proof) {
-  const InstallVerdict verdict = DecideInstall(source, target, calls, proof);
+  const InstallVerdict verdict = DecideInstall(calls, source, target, proof);
   if (verdict != InstallVerdict::UpToDate) {
-    Installation(source, target, calls, proof).Run(verdict);
+    Installation(calls, source, target, proof).Run(verdict);
   }
 }
 
-void CopyFileContent(HANDLE source, HANDLE target, InstallCalls& calls) {
-  CopyBytesAndTime(source, target, Copying::Safely, calls);
+void CopyFileContent(SystemCalls& calls, HANDLE source, HANDLE target) {
+  ContentCopy copy(calls, source, target);
+  copy.Bytes();
+  copy.Time();
 }
 
 }  // namespace kestrune

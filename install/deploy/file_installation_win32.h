@@ -3,10 +3,9 @@
 #include <windows.h>
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
-#include "install/deploy/package_timestamp.h"
+#include "common/system_calls_win32.h"
 
 namespace kestrune {
 
@@ -22,29 +21,11 @@ enum class OriginProof {
   Template
 };
 
-/// The calls by which files are copied and put in place, one to one. Tests derive from it to fail
-/// at any of them; the program uses it as it is. All return false when Windows refused, Open
-/// INVALID_HANDLE_VALUE.
-class InstallCalls {
- public:
-  virtual ~InstallCalls() = default;
-  virtual HANDLE Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition,
-                      DWORD flags);
-  virtual std::optional<PackageTimestamp> ReadPackageTime(const std::wstring& source);
-  virtual bool GoToBeginning(HANDLE file);
-  virtual bool Read(HANDLE file, void* bytes, DWORD size, DWORD& done);
-  virtual bool Write(HANDLE file, const void* bytes, DWORD size, DWORD& done);
-  virtual bool Truncate(HANDLE file);
-  virtual bool Flush(HANDLE file);
-  virtual bool GetTime(HANDLE file, std::uint64_t& time);
-  virtual bool SetTime(HANDLE file, std::uint64_t time);
-};
-
 /// Decides what is to be done with `target`; nothing is changed. Throws Refusal where a target must
 /// be kept: one whose or whose source's age cannot be proven. A target that is as new as or newer
 /// than the package's file is never replaced.
-InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& target,
-                             InstallCalls& calls, OriginProof proof = OriginProof::Source);
+InstallVerdict DecideInstall(SystemCalls& calls, const std::wstring& source,
+                             const std::wstring& target, OriginProof proof = OriginProof::Source);
 
 /// Brings one file of the package to its target under the policy, both locked against other
 /// programs meanwhile. The target takes the package's time.
@@ -52,12 +33,12 @@ InstallVerdict DecideInstall(const std::wstring& source, const std::wstring& tar
 /// Throws Refusal. A new target is then gone again, an existing one restored. While it is being
 /// written, a target's time is kUnfinishedTime: a process that ends leaves it so, and the next run
 /// replaces it.
-void InstallFile(const std::wstring& source, const std::wstring& target, InstallCalls& calls,
+void InstallFile(SystemCalls& calls, const std::wstring& source, const std::wstring& target,
                  OriginProof proof = OriginProof::Source);
 
 /// Copies the whole content of one open file over another's and gives it the last-write time of the
 /// first. Throws Failure with the code of the call that failed.
-void CopyFileContent(HANDLE source, HANDLE target, InstallCalls& calls);
+void CopyFileContent(SystemCalls& calls, HANDLE source, HANDLE target);
 
 /// The last-write time of a file that is being written: the beginning of 1980-01-02, UTC. No
 /// package is older, and a file system that keeps local times from 1980 on can hold it in every

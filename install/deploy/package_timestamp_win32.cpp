@@ -6,7 +6,6 @@
 
 #include "common/failure.h"
 #include "common/file_time_win32.h"
-#include "common/file_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/sha256_win32.h"
@@ -17,9 +16,9 @@ namespace {
 
 constexpr DWORD kValueBuffer = 128;
 
-bool ReadOwnTime(const std::wstring& source, std::uint64_t& time) {
+bool ReadOwnTime(SystemCalls& calls, const std::wstring& source, std::uint64_t& time) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!GetFileAttributesExW(ExtendedPath(source).Get(), GetFileExInfoStandard, &data) ||
+  if (!calls.GetAttributes(ExtendedPath(source), &data) ||
       (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) != 0) {
     return false;
   }
@@ -29,10 +28,9 @@ bool ReadOwnTime(const std::wstring& source, std::uint64_t& time) {
 
 /// Finds the folder's only manifest; `manifest` stays empty when it has none. False when it has
 /// several or cannot be searched.
-bool FindManifest(const std::wstring& directory, std::wstring& manifest) {
+bool FindManifest(SystemCalls& calls, const std::wstring& directory, std::wstring& manifest) {
   WIN32_FIND_DATAW entry{};
-  const FindHandle find(
-      FindFirstFileW(ExtendedPath(JoinPath(directory, L"BFM_*.ini")).Get(), &entry));
+  const FindHandle find(calls.FindFirst(ExtendedPath(directory).Entry(L"BFM_*.ini"), &entry));
   if (!find) {
     // Some file systems end an empty search at once, others do not begin it.
     const DWORD code = GetLastError();
@@ -47,21 +45,22 @@ bool FindManifest(const std::wstring& directory, std::wstring& manifest) {
       return false;
     }
     manifest = JoinPath(directory, entry.cFileName);
-  } while (FindNextFileW(find.Get(), &entry));
+  } while (calls.FindNext(find.Get(), &entry));
   return GetLastError() == ERROR_NO_MORE_FILES;
 }
 
-std::wstring ReadManifestValue(const std::wstring& manifest, const std::wstring& file_name) {
+std::wstring ReadManifestValue(SystemCalls& calls, const std::wstring& manifest,
+                               const std::wstring& file_name) {
   wchar_t value[kValueBuffer] = {};
   // A name without its folder would be looked for among the system's own settings.
-  const DWORD length = GetPrivateProfileStringW(L"Files", file_name.c_str(), L"", value,
-                                                kValueBuffer, FullPath(manifest).c_str());
+  const DWORD length = calls.ReadProfileText(L"Files", file_name.c_str(), L"", value, kValueBuffer,
+                                             FullPath(manifest));
   return {value, length};
 }
 
-bool HasDigest(const std::wstring& source, std::wstring_view digest) {
+bool HasDigest(SystemCalls& calls, const std::wstring& source, std::wstring_view digest) {
   try {
-    return WidenBytes(Sha256OfFile(source)) == digest;
+    return WidenBytes(Sha256OfFile(calls, ExtendedPath(source))) == digest;
   } catch (const Failure& failure) {
     if (failure.code == ERROR_NOT_ENOUGH_MEMORY || failure.code == ERROR_OUTOFMEMORY) {
       throw std::bad_alloc();
@@ -72,9 +71,10 @@ bool HasDigest(const std::wstring& source, std::wstring_view digest) {
 
 }  // namespace
 
-std::optional<PackageTimestamp> GetPackageTimestamp(const std::wstring& source) {
+std::optional<PackageTimestamp> GetPackageTimestamp(SystemCalls& calls,
+                                                    const std::wstring& source) {
   std::uint64_t own_time = 0;
-  if (!ReadOwnTime(source, own_time)) {
+  if (!ReadOwnTime(calls, source, own_time)) {
     return std::nullopt;
   }
   const std::size_t separator = source.rfind(L'\\');
@@ -82,15 +82,15 @@ std::optional<PackageTimestamp> GetPackageTimestamp(const std::wstring& source) 
   const std::wstring directory = has_directory ? source.substr(0, separator) : L".";
   const std::wstring name = has_directory ? source.substr(separator + 1) : source;
   std::wstring manifest;
-  if (!FindManifest(directory, manifest)) {
+  if (!FindManifest(calls, directory, manifest)) {
     return std::nullopt;
   }
   if (manifest.empty()) {
     return PackageTimestamp{own_time, IsTrustedWithoutManifest(source)};
   }
-  const std::wstring value = ReadManifestValue(manifest, name);
+  const std::wstring value = ReadManifestValue(calls, manifest, name);
   ManifestEntry entry;
-  if (!ParseManifestValue(value, entry) || !HasDigest(source, entry.digest)) {
+  if (!ParseManifestValue(value, entry) || !HasDigest(calls, source, entry.digest)) {
     return std::nullopt;
   }
   return PackageTimestamp{entry.time, true};

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "common/system_calls_win32.h"
 #include "install/deploy/package_timestamp.h"
 
 namespace kestrune {
@@ -12,6 +13,6 @@ namespace kestrune {
 ///
 /// Nothing when the file cannot be read, is a directory or a link or has no time, when its folder
 /// has more than one manifest, or when the manifest does not vouch for exactly this content.
-std::optional<PackageTimestamp> GetPackageTimestamp(const std::wstring& source);
+std::optional<PackageTimestamp> GetPackageTimestamp(SystemCalls& calls, const std::wstring& source);
 
 }  // namespace kestrune

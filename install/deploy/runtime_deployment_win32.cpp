@@ -30,7 +30,7 @@ constexpr std::array<PackageFile, 7> kPackageFiles = {{
     {kPackageAssetsFolder, kFlatImageFile},
 }};
 
-void DeployFile(const std::wstring& source, const std::wstring& target, InstallCalls& calls) {
+void DeployFile(SystemCalls& calls, const std::wstring& source, const std::wstring& target) {
   if (QueryFileKind(source) != FileKind::RegularFile) {
     throw Refusal{{L"Missing file of the package: ", 0, source}};
   }
@@ -38,10 +38,10 @@ void DeployFile(const std::wstring& source, const std::wstring& target, InstallC
     const DWORD code = GetLastError();
     throw Refusal{{L"Cannot copy ", code, source + L"."}};
   }
-  InstallFile(source, target, calls);
+  InstallFile(calls, source, target);
 }
 
-void Deploy(const std::wstring& package, const std::wstring& program, InstallCalls& calls) {
+void Deploy(SystemCalls& calls, const std::wstring& package, const std::wstring& program) {
   std::wstring local_app_data;
   std::wstring folder_error;
   if (!LocalAppDataDirectory(local_app_data, folder_error)) {
@@ -52,19 +52,19 @@ void Deploy(const std::wstring& package, const std::wstring& program, InstallCal
     const DWORD code = GetLastError();
     throw Refusal{{L"Cannot create the Bridge runtime directory.", code}};
   }
-  DeployFile(program, JoinPath(runtime, kProgramFile), calls);
+  DeployFile(calls, program, JoinPath(runtime, kProgramFile));
   for (const PackageFile& file : kPackageFiles) {
-    DeployFile(JoinPath({package, file.folder, file.name}), JoinPath(runtime, file.name), calls);
+    DeployFile(calls, JoinPath({package, file.folder, file.name}), JoinPath(runtime, file.name));
   }
-  GenerateRuntimeScript(package, runtime, calls);
+  GenerateRuntimeScript(calls, package, runtime);
 }
 
 }  // namespace
 
-std::optional<Failure> DeployRuntime(const std::wstring& package, const std::wstring& program,
-                                     InstallCalls& calls) {
+std::optional<Failure> DeployRuntime(SystemCalls& calls, const std::wstring& package,
+                                     const std::wstring& program) {
   try {
-    Deploy(package, program, calls);
+    Deploy(calls, package, program);
     return std::nullopt;
   } catch (const Refusal& refusal) {
     return refusal;

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "common/failure.h"
-#include "install/deploy/file_installation_win32.h"
+#include "common/system_calls_win32.h"
 
 namespace kestrune {
 
@@ -14,7 +14,7 @@ namespace kestrune {
 /// Returns what refused it: the sentence in `text`, ended by the path in `subject`. Throws Failure
 /// "status" when Windows cannot say whether a file of the package exists, and "remove" as
 /// GenerateRuntimeScript does.
-std::optional<Failure> DeployRuntime(const std::wstring& package, const std::wstring& program,
-                                     InstallCalls& calls);
+std::optional<Failure> DeployRuntime(SystemCalls& calls, const std::wstring& package,
+                                     const std::wstring& program);
 
 }  // namespace kestrune

@@ -39,23 +39,22 @@ std::string FillForThisMachine(const std::string& script, const std::wstring& ru
 /// Gives the waiting file the template's time, so that the script ends up with it. Returns what
 /// then proves the file's origin: the runtime directory may be inside a folder that proves none,
 /// for it has the user's name in its path.
-OriginProof TakePackageTime(const std::wstring& script, const std::wstring& incoming) {
-  const std::optional<PackageTimestamp> timestamp = GetPackageTimestamp(script);
+OriginProof TakePackageTime(SystemCalls& calls, const std::wstring& script,
+                            const std::wstring& incoming) {
+  const std::optional<PackageTimestamp> timestamp = GetPackageTimestamp(calls, script);
   if (!timestamp) {
     throw Refusal{{L"Cannot establish source last-write time: ", 0, script}};
   }
-  const FileHandle file(CreateFileW(ExtendedPath(incoming).Get(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  const FILETIME time = SplitFileTime(timestamp->time);
-  if (!file || !SetFileTime(file.Get(), nullptr, nullptr, &time)) {
+  const FileHandle file(calls.Create(ExtendedPath(incoming), {.access = FILE_WRITE_ATTRIBUTES}));
+  if (!file || !calls.SetWriteTime(file.Get(), SplitFileTime(timestamp->time))) {
     const DWORD code = GetLastError();
     throw Refusal{{L"Cannot set the time of ", code, incoming}};
   }
   return timestamp->origin_proven ? OriginProof::Template : OriginProof::Source;
 }
 
-void Remove(const std::wstring& incoming) {
-  if (!DeleteFileW(ExtendedPath(incoming).Get())) {
+void Remove(SystemCalls& calls, const std::wstring& incoming) {
+  if (!calls.Delete(ExtendedPath(incoming))) {
     const DWORD code = GetLastError();
     throw Failure{L"remove", code, incoming};
   }
@@ -72,11 +71,11 @@ std::string ReadTemplate(const std::wstring& script) {
 
 }  // namespace
 
-void GenerateRuntimeScript(const std::wstring& package, const std::wstring& runtime,
-                           InstallCalls& calls) {
+void GenerateRuntimeScript(SystemCalls& calls, const std::wstring& package,
+                           const std::wstring& runtime) {
   const std::wstring script = JoinPath({package, kPackageScriptFolder, kScriptFile});
   const std::wstring target = JoinPath(runtime, kScriptFile);
-  if (DecideInstall(script, target, calls) == InstallVerdict::UpToDate) {
+  if (DecideInstall(calls, script, target) == InstallVerdict::UpToDate) {
     return;
   }
   const std::string filled = FillForThisMachine(ReadTemplate(script), runtime);
@@ -85,14 +84,14 @@ void GenerateRuntimeScript(const std::wstring& package, const std::wstring& runt
     const DWORD code = GetLastError();
     throw Refusal{{L"Cannot write the runtime script.", code}};
   }
-  const OriginProof proof = TakePackageTime(script, incoming);
+  const OriginProof proof = TakePackageTime(calls, script, incoming);
   try {
-    InstallFile(incoming, target, calls, proof);
+    InstallFile(calls, incoming, target, proof);
   } catch (const Refusal&) {
-    Remove(incoming);
+    Remove(calls, incoming);
     throw;
   }
-  Remove(incoming);
+  Remove(calls, incoming);
 }
 
 }  // namespace kestrune

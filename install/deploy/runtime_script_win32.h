@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "install/deploy/file_installation_win32.h"
+#include "common/system_calls_win32.h"
 
 namespace kestrune {
 
@@ -14,7 +14,7 @@ namespace kestrune {
 /// Throws Refusal: one of the file installation's or "Cannot locate the Public Documents
 /// directory.", "Cannot write the runtime script." and such. Throws Failure "remove" when the
 /// waiting file cannot be deleted afterwards.
-void GenerateRuntimeScript(const std::wstring& package, const std::wstring& runtime,
-                           InstallCalls& calls);
+void GenerateRuntimeScript(SystemCalls& calls, const std::wstring& package,
+                           const std::wstring& runtime);
 
 }  // namespace kestrune

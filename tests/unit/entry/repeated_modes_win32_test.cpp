@@ -28,7 +28,8 @@ namespace {
 Modes ModesUnderTest() {
   Modes modes = kModes;
   std::get<Mode<InstallerOptions>>(modes).run = [](const InstallerOptions& options, Desktop&) {
-    return static_cast<int>(RunInstallerCommand(options, KestrunePath()).code);
+    SystemCalls calls;
+    return static_cast<int>(RunInstallerCommand(options, KestrunePath(), calls).code);
   };
   return modes;
 }

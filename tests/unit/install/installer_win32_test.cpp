@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <stdexcept>
 
 #include "common/text.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/scarce_memory_win32.h"
+#include "tests/support/scripted_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -21,7 +23,8 @@ TEST_F(InstallerFromNowhere, DeploysNothingAndChangesNoProfile) {
   InstallerOptions with_package;
   with_package.package = package_;
   for (const InstallerOptions& options : {InstallerOptions{}, with_package}) {
-    const InstallerResult result = RunInstallerCommand(options, L"");
+    SystemCalls calls;
+    const InstallerResult result = RunInstallerCommand(options, L"", calls);
     EXPECT_EQ(result.code, 40);
     EXPECT_EQ(result.message, Failed(host, L"Runtime deployment failed; profile unchanged."));
     ExpectLogged(1, {L"Installer failed | Error=The program's own path is too long. GetLastError=0 "
@@ -34,6 +37,41 @@ TEST_F(InstallerFromNowhere, DeploysNothingAndChangesNoProfile) {
   EXPECT_EQ(FileBytes(host.rcs), rcs);
   EXPECT_TRUE(HasNothingOfOurs(host));
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
+}
+
+class InstallerWithStrangeCalls : public InstallTest {
+ protected:
+  /// Installs while the first host's file throws when it is opened.
+  template <class Thrown>
+  InstallerResult Install(const MadeInstance& first, const Thrown& thrown) {
+    ScriptedCalls calls;
+    calls.before = [&](const SystemCall& call) -> std::optional<DWORD> {
+      if (call.name == "Create" && call.path == ExtendedPath(first.rcs).Text()) {
+        throw thrown;
+      }
+      return std::nullopt;
+    };
+    InstallerOptions options;
+    options.package = package_;
+    return RunInstallerCommand(options, KestrunePath(), calls);
+  }
+};
+
+TEST_F(InstallerWithStrangeCalls, AnyExceptionIsItsInstancesLine) {
+  const MadeInstance first = MakeHost(UsedHost(1, 17));
+  const MadeInstance second = MakeHost(UsedHost(2, 24));
+  const InstallerResult strange = Install(first, std::runtime_error("strange"));
+  EXPECT_EQ(strange.code, 40);
+  EXPECT_EQ(strange.message, Failed(first, L"Unexpected failure: strange") + Registered(second));
+  ExpectLogged(1, {L"Installer failed | Error=Unexpected failure: strange GetLastError=0 GUID=" +
+                   first.guid});
+  const InstallerResult stranger = Install(first, 7);
+  EXPECT_EQ(stranger.code, 40);
+  EXPECT_EQ(stranger.message, Failed(first, L"Unexpected failure.") + Registered(second));
+  const InstallerResult without_memory = Install(first, std::bad_alloc());
+  EXPECT_EQ(without_memory.message, Failed(first, L"Not enough memory.") + Registered(second));
+  EXPECT_TRUE(HasNothingOfOurs(first));
+  EXPECT_TRUE(HasWorkingButton(second));
 }
 
 /// Installations in this process, over two instances of one user.
@@ -49,8 +87,9 @@ class InstallerInScarcity : public InstallTest {
     InstallerOptions options;
     options.package = package_;
     const std::wstring program = KestrunePath();
+    SystemCalls calls;
     const ScarceMemory memory(allowed, refused);
-    result_ = RunInstallerCommand(options, program);
+    result_ = RunInstallerCommand(options, program, calls);
     return ScarceMemory::Asked();
   }
 

@@ -30,8 +30,8 @@ class RuntimeDeployment : public InstallTest {
   }
 
   bool Deploy() {
-    InstallCalls calls;
-    return Note(DeployRuntime(package_, program_, calls));
+    SystemCalls calls;
+    return Note(DeployRuntime(calls, package_, program_));
   }
   bool Note(const std::optional<Failure>& refusal) {
     message_ = refusal ? refusal->text + refusal->subject : L"";
@@ -133,8 +133,8 @@ class RuntimeScript : public RuntimeDeployment {
   bool Generate() { return GenerateIn(folders_.runtime); }
   bool GenerateIn(const std::wstring& runtime) {
     try {
-      InstallCalls calls;
-      GenerateRuntimeScript(package_, runtime, calls);
+      SystemCalls calls;
+      GenerateRuntimeScript(calls, package_, runtime);
       return Note(std::nullopt);
     } catch (const Refusal& refusal) {
       return Note(refusal);
