@@ -7,88 +7,150 @@
 // KESTRUNE-TEMP-ROOT=@TEMP_ROOT@
 //
 // Only RunKestrune has no parameter, so that the host offers nothing else to run.
+//
+// Some errors stop the interpreter where it is, without any Except or Finally.
+// So each run keeps a mark, a small file that says what it does at this moment.
+// The mark is also the lock against a second export: see "The mark of a run".
 
 Const
     KsRuntimeMark    = '// KESTRUNE-RUNTIME-ROOT=';
     KsTempMark       = '// KESTRUNE-TEMP-ROOT=';
     KsPause          = 100;     // milliseconds between two looks at a file
-    KsPrepareRounds  = 6000;    // looks: ten minutes for the copies of a large panel
-    KsWaitRounds     = 1800;    // looks: the program itself gives up after two minutes
-    KsEndingRounds   = 100;     // looks: how long a cancelled preparation may take to end
+    KsLooksPerSecond = 10;
+    KsPrepareLimit   = 600;     // seconds for the copies of a large panel
+    KsAnswerLimit    = 180;     // seconds; the program itself gives up after two minutes
+    KsCancelLimit    = 10;      // seconds that a cancelled preparation gets to end
+    KsFocusLimit     = 5;       // seconds until the output job must be in front
+    KsSilenceLimit   = 15;      // seconds until the host must have written something
+    KsArchiveWaits   = 15;      // waits of two minutes for an archive that still grows
+    KsDeliveryLimit  = 600;     // seconds until a delivery counts as ended
+    KsCallLimit      = 10;      // seconds that a mark counts during a call that returns at once
+    KsWaitLimit      = 600;     // seconds during what may take long or shows a window
+    KsGenerateLimit  = 7200;    // seconds while the host writes the archive
+    KsMarkLooks      = 50;      // looks until the mark is written anew
+    KsLiveLimit      = 12;      // seconds; a waiting run has written its mark since then
     KsSteps          = 5;
     KsLastMechanical = 112;     // highest mechanical layer that Bridge.OutJob knows
     KsMidLayers      = 30;
     KsPlanes         = 16;
-    KsJournalLength  = 20;      // exports whose exchange files are looked after
-    KsMedium         = 'Generated Files';   // the container of Bridge.OutJob
+    KsTopCopper      = 16777217;    // layer numbers of hosts from version 14 on
+    KsBottomCopper   = 16842751;
+    KsFirstPlane     = 16842753;
+    KsBoardNameWidth = 32;      // characters of a file name that fit into the window
+    KsMedium         = 'Kestrune ODB++';    // the container of Bridge.OutJob
     KsGapMark        = 'Clearance Constraint (Gap=';
     KsBreak          = #13#10;
 
+    // Stages and fragments of the log that decide here; export/log_interface.h has the same.
+    KsStageRejected    = 'Prepare rejected';
+    KsStageFailed      = 'Prepare failed';
+    KsStageLayers      = 'Prepare layer selection failed';
+    KsStageMissing     = 'Prepare missing dependency';
+    KsStageCollision   = 'Prepare dependency name collision';
+    KsStageDelivered   = 'Finalize copied';
+    KsStageUndelivered = 'Finalize failed';
+    KsStageUnhandled   = 'Unhandled failure';
+    KsFragmentCode     = 'GetLastError=';
+    KsFragmentInside   = 'temporary folder';
+    KsFragmentGone     = 'is missing';
+
 Var
+    // Of the run: where things lie, what it does, how it ends.
     KsExportRuns  : Boolean;
     KsRuntimeRoot : String;
     KsTempRoot    : String;
     KsExchange    : String;     // folder of the files exchanged with Kestrune.exe
-    KsStamp       : String;     // makes the exchange files of this export unique
+    KsStamp       : String;     // makes the exchange files of this run unique
+    KsMarkPath    : String;     // the mark as it was written last; empty while there is none
+    KsMarkNumber  : Integer;
+    KsMarkState   : String;
+    KsMarkUntil   : String;     // a file that ends what the mark says; may be empty
+    KsMarkIsCall  : Boolean;    // the mark counts for a call only, not for a wait
+    KsMarkLost    : Boolean;    // somebody removed the mark: another run took over
+    KsMarkIsKept  : Boolean;    // something of this run goes on after its end
+    KsKeptState   : String;     // and what that is
+    KsMarkAge     : Integer;    // looks since the mark was written
     KsProblem     : String;     // why the export ends, in the user's words; empty while all is well
     KsNotice      : String;     // what the user should know although the export goes on
-    KsLocked      : Boolean;
-    KsLock        : TextFile;
     KsStart       : TDateTime;
     KsStepText    : String;
-    KsHost        : Integer;    // major version of the host
+    KsVersion     : String;     // version of the host
+    KsHost        : Integer;    // its major number
     KsLogLines    : Integer;    // lines of the log before our program was started
-    KsBoard       : IPCB_Board; // the board that is being looked at
     KsBoardPath   : String;     // the board that the user exports
+
+    // What step 1 finds out about the board. It stays until the end of the run.
+    KsBoard       : IPCB_Board;     // the board that is being looked at
+    KsChildren    : TObjectList;    // embedded boards, in the order in which they are looked at
+    KsChildFolder : TStringList;    // for each of them the folder of the board that holds it
     KsVisited     : TStringList;
-    KsSources     : TStringList;
+    KsSources     : TStringList;    // files of the embedded boards
     KsMissing     : TStringList;
+    KsAway        : TStringList;    // stored paths that lead nowhere from the temporary folder
     KsPlotKeys    : TStringList;
     KsLayerNames  : TStringList;
     KsTooHigh     : TStringList;
-    KsHoles       : Boolean;
+    KsFindings    : TStringList;    // copper, drills, layers with objects: what an archive must have
     KsPads        : Boolean;
     KsTopPads     : Boolean;
     KsBottomPads  : Boolean;
+    KsClearance   : Integer;        // ten-thousandths of a mil; 0 while there is none
+    KsClearanceOk : Boolean;        // every rule that counts was read
 
 {--- Texts and paths -----------------------------------------------------------}
 
 Function KsQuoted(S : String) : String;
+Var
+    Text : String;
 Begin
-    Result := '"' + S + '"';
+    Text := '"' + S + '"';
+    Result := Text;
 End;
 
 Function KsSamePath(A : String; B : String) : Boolean;
+Var
+    Same : Boolean;
 Begin
-    Result := UpperCase(A) = UpperCase(B);
+    Same := UpperCase(A) = UpperCase(B);
+    Result := Same;
 End;
 
 Function KsIsInside(Path : String; Root : String) : Boolean;
+Var
+    Inside : Boolean;
 Begin
-    Result := KsSamePath(Copy(Path, 1, Length(Root) + 1), Root + '\');
+    Inside := KsSamePath(Copy(Path, 1, Length(Root) + 1), Root + '\');
+    Result := Inside;
 End;
 
 Function KsIsAbsolute(Path : String) : Boolean;
+Var
+    Known : Boolean;
 Begin
-    Result := (Pos(':\', Path) = 2) Or (Pos('\\', Path) = 1);
+    Known := (Pos(':\', Path) = 2) Or (Pos('\\', Path) = 1);
+    Result := Known;
 End;
 
-Function KsAscii(S : String) : Boolean;
+// What is left of a text without characters that a code page may change.
+Function KsAsciiPart(S : String) : String;
 Var
-    I : Integer;
+    I    : Integer;
+    Text : String;
 Begin
-    Result := True;
+    Text := '';
     For I := 1 To Length(S) Do
-        If Copy(S, I, 1) > '~' Then Result := False;
+        If (Ord(S[I]) < 127) And (Copy(S, I, 1) <> '?') Then Text := Text + Copy(S, I, 1);
+    Result := Text;
 End;
 
 // The digits that follow a mark, as a number; -1 when there are none.
 Function KsNumberAfter(Mark : String; S : String) : Integer;
 Var
     I      : Integer;
+    Number : Integer;
     Digits : String;
 Begin
-    Result := -1;
+    Number := -1;
     I := Pos(Mark, S);
     If I > 0 Then
     Begin
@@ -96,33 +158,152 @@ Begin
         I := 1;
         While (I <= Length(Digits)) And (Pos(Copy(Digits, I, 1), '0123456789') > 0) Do
             I := I + 1;
-        Result := StrToIntDef(Copy(Digits, 1, I - 1), -1);
+        Number := StrToIntDef(Copy(Digits, 1, I - 1), -1);
     End;
+    Result := Number;
+End;
+
+// A file name, cut in its middle to the width of the window.
+Function KsShortName(Path : String) : String;
+Var
+    Name : String;
+Begin
+    Name := ExtractFileName(Path);
+    If Length(Name) > KsBoardNameWidth Then
+        Name := Copy(Name, 1, KsBoardNameWidth - 18) + '...' + Copy(Name, Length(Name) - 14, 15);
+    Result := Name;
 End;
 
 Function KsExchangeFile(Name : String) : String;
+Var
+    Path : String;
 Begin
-    Result := KsExchange + '\' + KsStamp + '-' + Name + '.txt';
+    Path := KsExchange + '\' + KsStamp + '-' + Name + '.txt';
+    Result := Path;
 End;
 
 Function KsBridgeFile(Name : String) : String;
+Var
+    Path : String;
 Begin
-    Result := KsTempRoot + '\' + Name;
+    Path := KsTempRoot + '\' + Name;
+    Result := Path;
 End;
 
 Function KsOutputFolder(Dummy : Integer) : String;
+Var
+    Path : String;
 Begin
-    Result := KsTempRoot + '\Project Outputs for Bridge';
+    Path := KsTempRoot + '\Project Outputs for Bridge';
+    Result := Path;
+End;
+
+Function KsArchive(Dummy : Integer) : String;
+Var
+    Path : String;
+Begin
+    Path := KsOutputFolder(0) + '\ODB\Bridge.zip';
+    Result := Path;
+End;
+
+// The folder of the log, the settings and the exchange files.
+Function KsHome(Dummy : Integer) : String;
+Var
+    Path : String;
+Begin
+    Path := ExtractFilePath(KsRuntimeRoot);
+    Result := Path;
 End;
 
 Function KsLogPath(Dummy : Integer) : String;
+Var
+    Path : String;
 Begin
-    Result := ExtractFilePath(KsRuntimeRoot) + 'Logs\bridge.log';
+    Path := KsHome(0) + 'Logs\bridge.log';
+    Result := Path;
 End;
 
 Function KsReinstall(Dummy : Integer) : String;
+Var
+    Text : String;
 Begin
-    Result := 'Close Altium Designer, run Kestrune.exe --install again and try once more.';
+    Text := 'Close Altium Designer, run Kestrune.exe --install again and try once more.';
+    Result := Text;
+End;
+
+{--- Small files ---------------------------------------------------------------}
+
+Procedure KsDeleteIfThere(FileName : String);
+Begin
+    If FileExists(FileName) Then DeleteFile(FileName);
+End;
+
+// Writes a file of a name that nothing has: writing over an existing file can stop
+// the interpreter.
+Function KsWriteFresh(FileName : String; List : TStringList) : Boolean;
+Var
+    Done : Boolean;
+Begin
+    Done := False;
+    KsDeleteIfThere(FileName);
+    If DirectoryExists(ExtractFilePath(FileName)) And (Not FileExists(FileName)) Then
+    Begin
+        Try
+            List.SaveToFile(FileName);
+            Done := FileExists(FileName);
+        Except
+            Done := False;
+        End;
+    End;
+    Result := Done;
+End;
+
+// Reads a file into a list; the list is left as it is when that fails.
+Function KsRead(FileName : String; List : TStringList) : Boolean;
+Var
+    Done : Boolean;
+Begin
+    Done := False;
+    If FileExists(FileName) Then
+    Begin
+        Try
+            List.LoadFromFile(FileName);
+            Done := True;
+        Except
+            Done := False;
+        End;
+    End;
+    Result := Done;
+End;
+
+// The first line of a small file; empty while it is not there or still written.
+Function KsFirstLine(FileName : String) : String;
+Var
+    Lines : TStringList;
+    Line  : String;
+Begin
+    Line := '';
+    Lines := TStringList.Create;
+    Try
+        If KsRead(FileName, Lines) Then
+            If Lines.Count > 0 Then Line := Trim(Lines.Strings[0]);
+    Finally
+        Lines.Free;
+    End;
+    Result := Line;
+End;
+
+// What follows a key such as 'Board=' in a list of lines; empty without it.
+Function KsValue(Lines : TStringList; Key : String) : String;
+Var
+    I    : Integer;
+    Text : String;
+Begin
+    Text := '';
+    For I := 0 To Lines.Count - 1 Do
+        If Pos(Key, Lines.Strings[I]) = 1 Then
+            Text := Copy(Lines.Strings[I], Length(Key) + 1, Length(Lines.Strings[I]));
+    Result := Text;
 End;
 
 {--- Where the installation lies -----------------------------------------------}
@@ -130,40 +311,35 @@ End;
 Function KsReadRoots(FileName : String) : Boolean;
 Var
     Lines : TStringList;
-    Line  : String;
-    I     : Integer;
+    Both  : Boolean;
 Begin
     KsRuntimeRoot := '';
     KsTempRoot := '';
-    If FileExists(FileName) Then
-    Begin
-        Lines := TStringList.Create;
-        Try
-            Lines.LoadFromFile(FileName);
-            For I := 0 To Lines.Count - 1 Do
-            Begin
-                Line := Lines.Strings[I];
-                If Pos(KsRuntimeMark, Line) = 1 Then
-                    KsRuntimeRoot := Copy(Line, Length(KsRuntimeMark) + 1, Length(Line));
-                If Pos(KsTempMark, Line) = 1 Then
-                    KsTempRoot := Copy(Line, Length(KsTempMark) + 1, Length(Line));
-            End;
-        Finally
-            Lines.Free;
+    Lines := TStringList.Create;
+    Try
+        If KsRead(FileName, Lines) Then
+        Begin
+            KsRuntimeRoot := KsValue(Lines, KsRuntimeMark);
+            KsTempRoot := KsValue(Lines, KsTempMark);
         End;
+    Finally
+        Lines.Free;
     End;
-    Result := KsIsAbsolute(KsRuntimeRoot) And KsIsAbsolute(KsTempRoot);
+    Both := KsIsAbsolute(KsRuntimeRoot) And KsIsAbsolute(KsTempRoot);
+    Result := Both;
 End;
 
 // The user's local application data, seen from a folder that the host tells.
 Function KsRuntimeBeside(Folder : String) : String;
 Var
-    I : Integer;
+    I    : Integer;
+    Path : String;
 Begin
-    Result := '';
+    Path := '';
     I := Pos('\APPDATA\', UpperCase(Folder));
     If I > 0 Then
-        Result := Copy(Folder, 1, I) + 'AppData\Local\Kestrune\Runtime\Kestrune.pas';
+        Path := Copy(Folder, 1, I) + 'AppData\Local\Kestrune\Runtime\Kestrune.pas';
+    Result := Path;
 End;
 
 Function KsLocateInstallation(Dummy : Integer) : Boolean;
@@ -172,8 +348,9 @@ Var
     Project   : IProject;
     Path      : String;
     I         : Integer;
+    Found     : Boolean;
 Begin
-    Result := False;
+    Found := False;
     Workspace := GetWorkspace;
     If Workspace <> Nil Then
         For I := 0 To Workspace.DM_ProjectCount - 1 Do
@@ -181,23 +358,527 @@ Begin
             Project := Workspace.DM_Projects(I);
             Path := '';
             If Project <> Nil Then Path := Project.DM_ProjectFullPath;
-            If (Not Result) And (UpperCase(ExtractFileName(Path)) = 'KESTRUNE.PRJSCR') Then
-                Result := KsReadRoots(ExtractFilePath(Path) + 'Kestrune.pas');
+            If (Not Found) And (UpperCase(ExtractFileName(Path)) = 'KESTRUNE.PRJSCR') Then
+                Found := KsReadRoots(ExtractFilePath(Path) + 'Kestrune.pas');
         End;
     // A global script project may be missing in the list of open projects.
-    If (Not Result) And (KsHost >= 19) Then
-        Result := KsReadRoots(ExtractFilePath(GetRunningScriptProjectName) + 'Kestrune.pas');
-    If Not Result Then
-        Result := KsReadRoots(KsRuntimeBeside(SpecialFolder_AltiumApplicationData));
-    If Not Result Then
-        Result := KsReadRoots(KsRuntimeBeside(SpecialFolder_Temporary));
+    If (Not Found) And (KsHost >= 19) Then
+        Found := KsReadRoots(ExtractFilePath(GetRunningScriptProjectName) + 'Kestrune.pas');
+    If Not Found Then
+        Found := KsReadRoots(KsRuntimeBeside(SpecialFolder_AltiumApplicationData));
+    If Not Found Then
+        Found := KsReadRoots(KsRuntimeBeside(SpecialFolder_Temporary));
+    Result := Found;
 End;
 
 Function KsMissingFile(Dummy : Integer) : String;
+Var
+    Path : String;
 Begin
-    Result := '';
-    If Not FileExists(KsRuntimeRoot + '\Bridge.OutJob') Then Result := KsRuntimeRoot + '\Bridge.OutJob';
-    If Not FileExists(KsRuntimeRoot + '\Kestrune.exe') Then Result := KsRuntimeRoot + '\Kestrune.exe';
+    Path := '';
+    If Not FileExists(KsRuntimeRoot + '\Bridge.OutJob') Then Path := KsRuntimeRoot + '\Bridge.OutJob';
+    If Not FileExists(KsRuntimeRoot + '\Kestrune.exe') Then Path := KsRuntimeRoot + '\Kestrune.exe';
+    Result := Path;
+End;
+
+// The settings of the user, or else those of all users. Whatever lies at the first
+// place hides the second, a folder too: the program looks in the same way.
+Function KsSaveSetting(Dummy : Integer) : String;
+Var
+    Settings : TIniFile;
+    Path     : String;
+    Setting  : String;
+Begin
+    Setting := 'ask';
+    Path := KsHome(0) + 'settings.ini';
+    If (Not FileExists(Path)) And (Not DirectoryExists(Path)) Then
+        Path := Copy(KsRuntimeRoot, 1, 2) + '\ProgramData\Kestrune\settings.ini';
+    If FileExists(Path) Then
+    Begin
+        Settings := TIniFile.Create(Path);
+        Try
+            Setting := LowerCase(Trim(Settings.ReadString('Export', 'SaveBoard', 'ask')));
+        Finally
+            Settings.Free;
+        End;
+    End;
+    If (Setting <> 'always') And (Setting <> 'never') Then Setting := 'ask';
+    Result := Setting;
+End;
+
+{--- The log -------------------------------------------------------------------}
+
+Function KsCountLog(Dummy : Integer) : Integer;
+Var
+    Lines : TStringList;
+    Count : Integer;
+Begin
+    Count := 0;
+    Lines := TStringList.Create;
+    Try
+        If KsRead(KsLogPath(0), Lines) Then Count := Lines.Count;
+    Finally
+        Lines.Free;
+    End;
+    Result := Count;
+End;
+
+Function KsHasStage(Line : String; Stage : String) : Boolean;
+Var
+    Has : Boolean;
+Begin
+    Has := Pos('] Stage: ' + Stage, Line) > 0;
+    Result := Has;
+End;
+
+Function KsEndsPreparation(Line : String) : Boolean;
+Var
+    Ends : Boolean;
+Begin
+    Ends := KsHasStage(Line, KsStageRejected) Or KsHasStage(Line, KsStageFailed)
+        Or KsHasStage(Line, KsStageLayers) Or KsHasStage(Line, KsStageMissing)
+        Or KsHasStage(Line, KsStageCollision);
+    Result := Ends;
+End;
+
+Function KsEndsDelivery(Line : String) : Boolean;
+Var
+    Ends : Boolean;
+Begin
+    Ends := KsHasStage(Line, KsStageDelivered) Or KsHasStage(Line, KsStageUndelivered)
+        Or KsHasStage(Line, KsStageUnhandled);
+    Result := Ends;
+End;
+
+// The last line that ends a preparation or a delivery, among those behind the given
+// number of lines. A log that became shorter was started over.
+Function KsEndLine(Known : Integer; OfDelivery : Boolean) : String;
+Var
+    Lines : TStringList;
+    I     : Integer;
+    First : Integer;
+    Line  : String;
+Begin
+    Line := '';
+    Lines := TStringList.Create;
+    Try
+        If KsRead(KsLogPath(0), Lines) Then
+        Begin
+            First := Known;
+            If Lines.Count < First Then First := 0;
+            For I := First To Lines.Count - 1 Do
+                If (OfDelivery And KsEndsDelivery(Lines.Strings[I]))
+                    Or ((Not OfDelivery) And KsEndsPreparation(Lines.Strings[I])) Then
+                    Line := Lines.Strings[I];
+        End;
+    Finally
+        Lines.Free;
+    End;
+    Result := Line;
+End;
+
+// The log is UTF-8 and is read in the code page, so a path that is not ASCII
+// would be shown garbled; then it is left out.
+Function KsDetail(Line : String) : String;
+Var
+    I    : Integer;
+    Text : String;
+Begin
+    Text := '';
+    I := Pos(' | ', Line);
+    If I > 0 Then
+    Begin
+        Text := Copy(Line, I + 3, Length(Line));
+        If KsAsciiPart(Text) = Text Then Text := KsBreak + Text
+        Else Text := '';
+    End;
+    Result := Text;
+End;
+
+Function KsFailureOfCode(Code : Integer) : String;
+Var
+    Text : String;
+Begin
+    If (Code = 112) Or (Code = 39) Then
+        Text := 'The disk with the folder ' + KsTempRoot + ' is full. Free some space and try again.'
+    Else If (Code = 32) Or (Code = 33) Or (Code = 145) Then
+        Text := 'A file in ' + KsTempRoot + ' is in use. Close every document named Bridge and every'
+            + ' program that shows this folder, then try again.'
+    Else If Code = 5 Then
+        Text := 'Windows refused the access to the folder ' + KsTempRoot + ' or to the board file.'
+    Else If (Code = 2) Or (Code = 3) Then
+        Text := 'A file of the board or of the installation is gone. ' + KsReinstall(0)
+    Else
+        Text := 'The temporary copy of the board could not be made (Windows error '
+            + IntToStr(Code) + ').';
+    Result := Text;
+End;
+
+Function KsWhyRejected(Line : String) : String;
+Var
+    Text : String;
+Begin
+    If Pos(KsFragmentInside, Line) > 0 Then
+        Text := 'This is the temporary copy that Kestrune made of a board. Open the original'
+            + ' board and export that one.'
+    Else If Pos(KsFragmentGone, Line) > 0 Then
+        Text := 'The board file or one of its embedded boards is no longer where it was.'
+    Else
+        Text := 'The board files could not be checked. Is the drive or network folder connected?';
+    Result := Text;
+End;
+
+Function KsWhyPrepareFailed(Line : String) : String;
+Var
+    Text : String;
+Begin
+    If KsHasStage(Line, KsStageRejected) Then
+        Text := KsWhyRejected(Line)
+    Else If KsHasStage(Line, KsStageMissing) Then
+        Text := 'An embedded board disappeared while it was copied.' + KsDetail(Line)
+    Else If KsHasStage(Line, KsStageCollision) Then
+        Text := 'Two embedded boards have the same file name, or one is named like a file of the'
+            + ' temporary project. Rename one of them.' + KsDetail(Line)
+    Else If KsHasStage(Line, KsStageLayers) Then
+        Text := 'The layers could not be selected in the output job: the file Bridge.OutJob of the'
+            + ' installation is damaged or the disk is full. ' + KsReinstall(0)
+    Else If KsHasStage(Line, KsStageFailed) Then
+        Text := KsFailureOfCode(KsNumberAfter(KsFragmentCode, Line))
+    Else
+        Text := 'Kestrune.exe could not find your Windows profile folders.';
+    Result := Text;
+End;
+
+{--- The mark of a run ---------------------------------------------------------}
+
+// While a run lives its exchange folder has a file <stamp>-running-<n>.txt, which
+// says what the run does and for how many seconds that counts. It is never written
+// over: a new one comes, then the old one goes. Nothing is held open, so a run that
+// was stopped by force leaves its mark behind, and the next press reads in it where.
+
+// Seconds on a clock that nobody sets, and on the one of the wall: a mark is too old
+// only when both say so.
+Function KsTicks(Dummy : Integer) : Integer;
+Var
+    Seconds : Integer;
+Begin
+    Seconds := GetTickCount Div 1000;
+    Result := Seconds;
+End;
+
+Function KsClock(Dummy : Integer) : Integer;
+Var
+    Seconds : Integer;
+Begin
+    Seconds := Trunc((Now - 40000) * 86400);
+    Result := Seconds;
+End;
+
+Procedure KsFillMark(Lines : TStringList; State : String; Call : String; Limit : Integer);
+Begin
+    Lines.Add('Board=' + KsBoardPath);
+    Lines.Add('State=' + State);
+    Lines.Add('Call=' + Call);
+    Lines.Add('Version=' + KsVersion);
+    Lines.Add('Until=' + KsMarkUntil);
+    Lines.Add('Log=' + IntToStr(KsLogLines));
+    Lines.Add('Limit=' + IntToStr(Limit));
+    Lines.Add('Clock=' + IntToStr(KsClock(0)));
+    Lines.Add('Ticks=' + IntToStr(KsTicks(0)));
+End;
+
+Procedure KsMark(State : String; Call : String; Limit : Integer);
+Var
+    Lines : TStringList;
+    Path  : String;
+    Old   : String;
+Begin
+    Old := KsMarkPath;
+    If Old <> '' Then
+        If Not FileExists(Old) Then KsMarkLost := True;
+    If Not KsMarkLost Then
+    Begin
+        KsMarkNumber := KsMarkNumber + 1;
+        Path := KsExchangeFile('running-' + IntToStr(KsMarkNumber));
+        Lines := TStringList.Create;
+        Try
+            KsFillMark(Lines, State, Call, Limit);
+            If KsWriteFresh(Path, Lines) Then
+            Begin
+                KsMarkPath := Path;
+                If Old <> '' Then DeleteFile(Old);
+            End;
+        Finally
+            Lines.Free;
+        End;
+        KsMarkState := State;
+        KsMarkIsCall := Call <> '';
+        KsMarkAge := 0;
+    End;
+End;
+
+// Stands before a call of the host that returns at once: an error in it that stops
+// the interpreter leaves its name behind.
+Procedure KsBeforeCall(Call : String);
+Begin
+    KsMark(KsMarkState, Call, KsCallLimit);
+End;
+
+// Stands before a call that may take long or shows a window of the host.
+Procedure KsBeforeLongCall(Call : String);
+Begin
+    KsMark(KsMarkState, Call, KsWaitLimit);
+End;
+
+// Is a mark of that time and limit still young?
+Function KsIsYoung(Written : Integer; Moment : Integer; Limit : Integer) : Boolean;
+Var
+    Young : Boolean;
+Begin
+    Young := (Moment >= Written) And (Moment - Written <= Limit);
+    Result := Young;
+End;
+
+// 'running', 'over' (it has ended, nothing to say) or 'stopped' (by force).
+Function KsStateOfMark(Lines : TStringList) : String;
+Var
+    Limit   : Integer;
+    State   : String;
+    EndFile : String;
+    Young   : Boolean;
+Begin
+    Limit := StrToIntDef(KsValue(Lines, 'Limit='), 0);
+    Young := KsIsYoung(StrToIntDef(KsValue(Lines, 'Ticks='), 0), KsTicks(0), Limit)
+        Or KsIsYoung(StrToIntDef(KsValue(Lines, 'Clock='), 0), KsClock(0), Limit);
+    EndFile := KsValue(Lines, 'Until=');
+    State := 'stopped';
+    If Young Then State := 'running';
+    // These two stay behind when the script has ended.
+    If (KsValue(Lines, 'State=') = 'cancelled') Or (KsValue(Lines, 'State=') = 'handed over') Then
+    Begin
+        If Not Young Then State := 'over';
+        If EndFile <> '' Then
+            If FileExists(EndFile) Then State := 'over';
+        If KsValue(Lines, 'State=') = 'handed over' Then
+            If KsEndLine(StrToIntDef(KsValue(Lines, 'Log='), 0), True) <> '' Then State := 'over';
+    End;
+    Result := State;
+End;
+
+// Reads a mark; one that is being written at this moment is read again.
+Function KsReadMark(Path : String; Lines : TStringList) : Boolean;
+Var
+    Tries : Integer;
+    Done  : Boolean;
+Begin
+    Tries := 0;
+    Done := False;
+    While (Not Done) And (Tries < 5) And FileExists(Path) Do
+    Begin
+        If KsRead(Path, Lines) Then Done := KsValue(Lines, 'Ticks=') <> '';
+        If Not Done Then Sleep(KsPause);
+        Tries := Tries + 1;
+    End;
+    Result := Done;
+End;
+
+// Why a second export cannot start now.
+Function KsRunningText(Path : String; Lines : TStringList) : String;
+Var
+    Text : String;
+    Age  : Integer;
+Begin
+    Age := KsClock(0) - StrToIntDef(KsValue(Lines, 'Clock='), 0);
+    If (KsValue(Lines, 'State=') = 'delivering') Or (KsValue(Lines, 'State=') = 'handed over') Then
+        Text := 'The last archive is still being delivered. Wait until it has arrived, then press the'
+            + ' button again.'
+    Else If KsValue(Lines, 'State=') = 'cancelled' Then
+        Text := 'The export that you cancelled has not ended yet. Press the button again in a minute.'
+    Else
+        Text := 'An export is running, here or in another window of Altium Designer. Wait until it has'
+            + ' ended.';
+    Text := Text + KsBreak + KsValue(Lines, 'Board=') + KsBreak + KsBreak
+        + 'Last sign of life: ' + IntToStr(Age) + ' s ago';
+    If KsValue(Lines, 'Call=') <> '' Then Text := Text + ', at ' + KsValue(Lines, 'Call=');
+    Text := Text + '.' + KsBreak + 'If it was stopped by force, this counts no longer after '
+        + KsValue(Lines, 'Limit=') + ' s, or as soon as you delete the file' + KsBreak + Path;
+    Result := Text;
+End;
+
+// Where the last export was stopped, and what to do with that.
+Function KsStoppedText(Lines : TStringList) : String;
+Var
+    Text : String;
+    Call : String;
+Begin
+    Call := KsValue(Lines, 'Call=');
+    If Call = '' Then Call := 'waiting (' + KsValue(Lines, 'State=') + ')';
+    Text := 'The last export was stopped in the middle.' + KsBreak
+        + 'Board: ' + KsValue(Lines, 'Board=') + KsBreak
+        + 'At: ' + Call + KsBreak
+        + 'Altium Designer: ' + KsValue(Lines, 'Version=') + KsBreak + KsBreak
+        + 'If an error of the script stopped it, please send this text and the log to those from whom'
+        + ' you have Kestrune (Ctrl+C copies it). This export starts anew.' + KsBreak
+        + 'Log: ' + KsLogPath(0);
+    Result := Text;
+End;
+
+// Looks at the mark of another run. A living one gives its words in KsProblem, a
+// stopped one in KsNotice. False when the file vanished: it is being replaced.
+Function KsLookAtMark(Path : String) : Boolean;
+Var
+    Lines : TStringList;
+    State : String;
+    There : Boolean;
+Begin
+    There := True;
+    Lines := TStringList.Create;
+    Try
+        If KsReadMark(Path, Lines) Then
+        Begin
+            State := KsStateOfMark(Lines);
+            If State = 'running' Then KsProblem := KsRunningText(Path, Lines);
+            If State = 'stopped' Then KsNotice := KsStoppedText(Lines);
+        End
+        Else
+            There := FileExists(Path);
+    Finally
+        Lines.Free;
+    End;
+    Result := There;
+End;
+
+Function KsIsOwnFile(Name : String) : Boolean;
+Var
+    Own : Boolean;
+Begin
+    Own := Pos(KsStamp + '-', Name) = 1;
+    Result := Own;
+End;
+
+// Looks at the marks of all other runs; False when one vanished meanwhile.
+Function KsLookAtMarks(Dummy : Integer) : Boolean;
+Var
+    Marks : TStringList;
+    Name  : String;
+    I     : Integer;
+    There : Boolean;
+Begin
+    There := True;
+    Marks := TStringList.Create;
+    Try
+        FindFiles(KsExchange, '*-running-*.txt', faAnyFile, False, Marks);
+        For I := 0 To Marks.Count - 1 Do
+        Begin
+            Name := ExtractFileName(Marks.Strings[I]);
+            If Not KsIsOwnFile(Name) Then
+                If Not KsLookAtMark(KsExchange + '\' + Name) Then There := False;
+        End;
+    Finally
+        Marks.Free;
+    End;
+    Result := There;
+End;
+
+// A mark that vanishes while it is read belongs to a run that writes the next one.
+Procedure KsLookForOtherRuns(Dummy : Integer);
+Var
+    Tries : Integer;
+    There : Boolean;
+Begin
+    Tries := 0;
+    Repeat
+        There := KsLookAtMarks(0);
+        If Not There Then Sleep(KsPause);
+        Tries := Tries + 1;
+    Until There Or (Tries > KsFocusLimit) Or (KsProblem <> '');
+    If (Not There) And (KsProblem = '') Then
+        KsProblem := 'Another export starts or ends at this moment. Press the button again.';
+End;
+
+// Removes the exchange files of all other runs. Only a run that found no other one
+// alive comes here.
+Procedure KsRemoveOldFiles(Dummy : Integer);
+Var
+    Files : TStringList;
+    Name  : String;
+    I     : Integer;
+Begin
+    Files := TStringList.Create;
+    Try
+        FindFiles(KsExchange, '*.*', faAnyFile, False, Files);
+        For I := 0 To Files.Count - 1 Do
+        Begin
+            Name := ExtractFileName(Files.Strings[I]);
+            If Not KsIsOwnFile(Name) Then
+                KsDeleteIfThere(KsExchange + '\' + Name);
+        End;
+    Finally
+        Files.Free;
+    End;
+End;
+
+Procedure KsRemoveOwnFiles(Dummy : Integer);
+Var
+    Files : TStringList;
+    Name  : String;
+    I     : Integer;
+Begin
+    Files := TStringList.Create;
+    Try
+        FindFiles(KsExchange, KsStamp + '-*.*', faAnyFile, False, Files);
+        For I := 0 To Files.Count - 1 Do
+        Begin
+            Name := ExtractFileName(Files.Strings[I]);
+            If KsIsOwnFile(Name) Then
+                KsDeleteIfThere(KsExchange + '\' + Name);
+        End;
+    Finally
+        Files.Free;
+    End;
+    KsMarkPath := '';
+End;
+
+// A stamp that no file of the folder has.
+Procedure KsNewStamp(Dummy : Integer);
+Var
+    Number : Integer;
+    Files  : TStringList;
+Begin
+    Number := GetTickCount;
+    If Number < 0 Then Number := -Number;
+    Files := TStringList.Create;
+    Try
+        Repeat
+            While Files.Count > 0 Do Files.Delete(0);
+            Number := Number + 1;
+            KsStamp := IntToStr(Number);
+            FindFiles(KsExchange, KsStamp + '-*.*', faAnyFile, False, Files);
+        Until Files.Count = 0;
+    Finally
+        Files.Free;
+    End;
+End;
+
+// The run writes its own mark first and then looks for others, so that of two
+// presses at the same moment at most one goes on.
+Procedure KsTakeMark(Dummy : Integer);
+Begin
+    KsExchange := KsHome(0) + 'Exchange';
+    If Not DirectoryExists(KsExchange) Then ForceDirectories(KsExchange);
+    If DirectoryExists(KsExchange) Then
+    Begin
+        KsNewStamp(0);
+        KsMark('starting', '', KsWaitLimit);
+    End;
+    If KsMarkPath = '' Then
+        KsProblem := 'No file could be written in ' + KsExchange + '. Is the disk full?'
+    Else
+    Begin
+        KsLookForOtherRuns(0);
+        If KsProblem = '' Then KsRemoveOldFiles(0)
+        Else KsNotice := '';
+    End;
 End;
 
 {--- The wait window -----------------------------------------------------------}
@@ -208,270 +889,129 @@ Begin
         'Running for ' + IntToStr(Trunc((Now - KsStart) * 86400)) + ' s.';
 End;
 
-Procedure KsShowStep(Step : Integer; S : String);
+// Every message of the host goes through here: the user may click anything in it.
+Procedure KsPump(Dummy : Integer);
+Begin
+    If KsMarkIsCall Then KsMark(KsMarkState, '', KsWaitLimit);
+    KsShowTime(0);
+    Application.ProcessMessages;
+End;
+
+// The bar shows the steps that are done.
+Procedure KsShowStep(Step : Integer; Name : String; S : String);
 Begin
     KsStepText := 'Step ' + IntToStr(Step) + ' of ' + IntToStr(KsSteps) + ': ' + S;
+    KsMark(Name, '', KsWaitLimit);
     KestruneWaitForm.StepLabel.Caption := KsStepText;
-    KestruneWaitForm.StepBar.Position := Step;
-    KsShowTime(0);
+    KestruneWaitForm.StepBar.Position := Step - 1;
     KestruneWaitForm.Refresh;
-    Application.ProcessMessages;
+    KsPump(0);
 End;
 
 // The button disables itself when it is pressed; closing the window counts too.
 Function KsCancelled(Dummy : Integer) : Boolean;
+Var
+    Cancelled : Boolean;
 Begin
-    Result := (Not KestruneWaitForm.CancelButton.Enabled) Or (Not KestruneWaitForm.Visible);
+    Cancelled := (Not KestruneWaitForm.CancelButton.Enabled) Or (Not KestruneWaitForm.Visible);
+    Result := Cancelled;
+End;
+
+Function KsQuits(Dummy : Integer) : Boolean;
+Var
+    Quits : Boolean;
+Begin
+    Quits := Client.IsQuitting;
+    Result := Quits;
+End;
+
+// Whether the export has to end before its time.
+Function KsMustEnd(Dummy : Integer) : Boolean;
+Var
+    Ends : Boolean;
+Begin
+    Ends := KsCancelled(0) Or KsMarkLost Or (KsProblem <> '');
+    If Not Ends Then Ends := KsQuits(0);
+    Result := Ends;
+End;
+
+// One look's pause, in which the window lives.
+Procedure KsRest(Dummy : Integer);
+Begin
+    Sleep(KsPause);
+    KsMarkAge := KsMarkAge + 1;
+    If KsMarkAge >= KsMarkLooks Then KsMark(KsMarkState, '', KsWaitLimit);
+    KsPump(0);
 End;
 
 Procedure KsOpenWindow(Dummy : Integer);
 Begin
-    KestruneWaitForm.BoardLabel.Caption := ExtractFileName(KsBoardPath);
+    KestruneWaitForm.BoardLabel.Caption := KsShortName(KsBoardPath);
+    KestruneWaitForm.StepLabel.Caption := ' ';
     KestruneWaitForm.NoteLabel.Caption := ' ';
     KestruneWaitForm.StepBar.Max := KsSteps;
+    KestruneWaitForm.StepBar.Position := 0;
     KestruneWaitForm.CancelButton.Enabled := True;
-    KestruneWaitForm.FormStyle := fsStayOnTop;
     KestruneWaitForm.Show;
+    // Asked once here, so that a host without this member stops before anything is done.
+    KsBeforeCall('Client.IsQuitting');
+    KsQuits(0);
 End;
 
-{--- Files exchanged with Kestrune.exe -----------------------------------------}
-
-Procedure KsDeleteIfThere(FileName : String);
-Begin
-    If FileExists(FileName) Then DeleteFile(FileName);
-End;
-
-Procedure KsDeleteExchange(Dummy : Integer);
-Begin
-    KsDeleteIfThere(KsExchangeFile('dependencies'));
-    KsDeleteIfThere(KsExchangeFile('layers'));
-    KsDeleteIfThere(KsExchangeFile('status'));
-    KsDeleteIfThere(KsExchangeFile('status') + '.tmp');
-    KsDeleteIfThere(KsExchangeFile('result'));
-End;
-
-// A cancelled export may leave the program waiting, which then writes a result
-// that nobody expects. So each export has its own file names, and a journal of
-// the last ones lets a later export remove what came too late.
-Procedure KsNewExchange(Dummy : Integer);
-Var
-    Journal : TStringList;
-    Path    : String;
-    I       : Integer;
-Begin
-    KsExchange := ExtractFilePath(KsRuntimeRoot) + 'Exchange';
-    ForceDirectories(KsExchange);
-    Path := KsExchange + '\journal.txt';
-    Journal := TStringList.Create;
-    Try
-        If FileExists(Path) Then Journal.LoadFromFile(Path);
-        For I := 0 To Journal.Count - 1 Do
-        Begin
-            KsStamp := Journal.Strings[I];
-            KsDeleteExchange(0);
-        End;
-        While Journal.Count >= KsJournalLength Do Journal.Delete(0);
-        KsStamp := IntToStr(GetTickCount);
-        KsDeleteExchange(0);
-        Journal.Add(KsStamp);
-        Journal.SaveToFile(Path);
-    Finally
-        Journal.Free;
-    End;
-End;
-
-// What a host's code page cannot hold comes back changed from the file.
-Function KsWriteList(FileName : String; List : TStringList) : String;
-Var
-    Written : TStringList;
-    I       : Integer;
-Begin
-    Result := '';
-    Written := TStringList.Create;
-    Try
-        List.SaveToFile(FileName);
-        Written.LoadFromFile(FileName);
-        For I := 0 To List.Count - 1 Do
-        Begin
-            If I >= Written.Count Then Result := List.Strings[I]
-            Else If Written.Strings[I] <> List.Strings[I] Then Result := List.Strings[I];
-        End;
-    Finally
-        Written.Free;
-    End;
-End;
-
-// The first line of a small file; empty while it is not there or still written.
-Function KsAnswer(FileName : String) : String;
-Var
-    Lines : TStringList;
-Begin
-    Result := '';
-    If FileExists(FileName) Then
-    Begin
-        Lines := TStringList.Create;
-        Try
-            Try
-                Lines.LoadFromFile(FileName);
-                If Lines.Count > 0 Then Result := Trim(Lines.Strings[0]);
-            Except
-                Result := '';
-            End;
-        Finally
-            Lines.Free;
-        End;
-    End;
-End;
-
-// Looks for an answer; one that was cancelled gets a few looks more to end properly.
-Function KsAwait(FileName : String; Rounds : Integer; EndingRounds : Integer) : String;
-Var
-    Turn   : Integer;
-    Ending : Integer;
-Begin
-    Turn := 0;
-    Ending := 0;
-    Result := '';
-    Repeat
-        Result := KsAnswer(FileName);
-        If Result = '' Then
-        Begin
-            If KsCancelled(0) Then Ending := Ending + 1;
-            Turn := Turn + 1;
-            Sleep(KsPause);
-            KsShowTime(0);
-            Application.ProcessMessages;
-        End;
-    Until (Result <> '') Or (Turn > Rounds) Or (Ending > EndingRounds);
-End;
+{--- Kestrune.exe --------------------------------------------------------------}
 
 // Starts Kestrune.exe; the host neither waits nor tells the exit code.
 Function KsRun(Arguments : String) : Boolean;
 Var
-    Code : Integer;
+    Code    : Integer;
+    Started : Boolean;
 Begin
+    KsBeforeCall('RunApplication');
     Code := RunApplication(KsQuoted(KsRuntimeRoot + '\Kestrune.exe') + ' ' + Arguments);
-    Result := Code = 0;
-    If Not Result Then
+    Started := Code = 0;
+    If Not Started Then
         KsProblem := 'Kestrune.exe could not be started: ' + GetErrorMessage(Code) + KsBreak +
             'A virus scanner may have locked it. ' + KsReinstall(0);
+    Result := Started;
 End;
 
-{--- The log -------------------------------------------------------------------}
-
-Function KsCountLog(Dummy : Integer) : Integer;
+// Looks for the first line of a file until it is there, the time is over, or the
+// export must end; then it looks for some seconds more.
+Function KsAwait(FileName : String; Seconds : Integer; EndSeconds : Integer) : String;
 Var
-    Lines : TStringList;
+    Looks    : Integer;
+    EndLooks : Integer;
+    Line     : String;
 Begin
-    Result := 0;
-    If FileExists(KsLogPath(0)) Then
-    Begin
-        Lines := TStringList.Create;
-        Try
-            Try
-                Lines.LoadFromFile(KsLogPath(0));
-                Result := Lines.Count;
-            Except
-                Result := 0;
-            End;
-        Finally
-            Lines.Free;
+    Looks := 0;
+    EndLooks := 0;
+    Repeat
+        Line := KsFirstLine(FileName);
+        If Line = '' Then
+        Begin
+            If KsMustEnd(0) Then EndLooks := EndLooks + 1;
+            Looks := Looks + 1;
+            If EndLooks <= EndSeconds * KsLooksPerSecond Then KsRest(0);
         End;
+    Until (Line <> '') Or (Looks > Seconds * KsLooksPerSecond)
+        Or (EndLooks > EndSeconds * KsLooksPerSecond);
+    Result := Line;
+End;
+
+// The form centres itself on the screen. The window of the host may be on another
+// one, but a host that does not know the handle stops the interpreter: only the
+// probe finds out, and leaves a file for the version that it saw.
+Procedure KsCentreWindow(Dummy : Integer);
+Begin
+    If FileExists(KsHome(0) + 'form-handle-' + KsVersion + '.txt') Then
+    Begin
+        KsBeforeCall('KestruneWaitForm.Handle');
+        RunApplication(KsQuoted(KsRuntimeRoot + '\Kestrune.exe') + ' --position-window '
+            + IntToStr(KestruneWaitForm.Handle) + ' ' + IntToStr(Client.MainWindowHandle));
     End;
 End;
 
-// The last line with one of the stages that end a preparation, written since the
-// program was started. A log that became shorter was started over.
-Function KsFailureLine(Dummy : Integer) : String;
-Var
-    Lines : TStringList;
-    I     : Integer;
-    First : Integer;
-Begin
-    Result := '';
-    If FileExists(KsLogPath(0)) Then
-    Begin
-        Lines := TStringList.Create;
-        Try
-            Try
-                Lines.LoadFromFile(KsLogPath(0));
-                First := KsLogLines;
-                If Lines.Count < First Then First := 0;
-                For I := First To Lines.Count - 1 Do
-                    If (Pos('] Stage: Prepare rejected', Lines.Strings[I]) > 0)
-                        Or (Pos('] Stage: Prepare failed', Lines.Strings[I]) > 0)
-                        Or (Pos('] Stage: Prepare layer selection failed', Lines.Strings[I]) > 0)
-                        Or (Pos('] Stage: Prepare missing dependency', Lines.Strings[I]) > 0)
-                        Or (Pos('] Stage: Prepare dependency name collision', Lines.Strings[I]) > 0) Then
-                        Result := Lines.Strings[I];
-            Except
-                Result := '';
-            End;
-        Finally
-            Lines.Free;
-        End;
-    End;
-End;
-
-// The log is UTF-8 and is read in the code page, so a path that is not ASCII
-// would be shown garbled; then it is left out.
-Function KsDetail(Line : String) : String;
-Var
-    I : Integer;
-Begin
-    Result := '';
-    I := Pos(' | ', Line);
-    If I > 0 Then
-    Begin
-        Result := Copy(Line, I + 3, Length(Line));
-        If KsAscii(Result) Then Result := KsBreak + Result
-        Else Result := '';
-    End;
-End;
-
-Function KsFailureOfCode(Code : Integer) : String;
-Begin
-    If (Code = 112) Or (Code = 39) Then
-        Result := 'The disk with the folder ' + KsTempRoot + ' is full. Free some space and try again.'
-    Else If (Code = 32) Or (Code = 33) Or (Code = 145) Then
-        Result := 'A file in ' + KsTempRoot + ' is in use. Close every document named Bridge and every'
-            + ' program that shows this folder, then try again.'
-    Else If Code = 5 Then
-        Result := 'Windows refused the access to the folder ' + KsTempRoot + ' or to the board file.'
-    Else If (Code = 2) Or (Code = 3) Then
-        Result := 'A file of the board or of the installation is gone. ' + KsReinstall(0)
-    Else
-        Result := 'The temporary copy of the board could not be made (Windows error '
-            + IntToStr(Code) + ').';
-End;
-
-Function KsWhyPrepareFailed(Line : String) : String;
-Begin
-    If Pos('Stage: Prepare rejected', Line) > 0 Then
-    Begin
-        If Pos('temporary folder', Line) > 0 Then
-            Result := 'This is the temporary copy that Kestrune made of a board. Open the original'
-                + ' board and export that one.'
-        Else If Pos('is missing', Line) > 0 Then
-            Result := 'The board file or one of its embedded boards is no longer where it was.'
-        Else
-            Result := 'The board files could not be checked. Is the drive or network folder connected?';
-    End
-    Else If Pos('Stage: Prepare missing dependency', Line) > 0 Then
-        Result := 'An embedded board disappeared while it was copied.' + KsDetail(Line)
-    Else If Pos('Stage: Prepare dependency name collision', Line) > 0 Then
-        Result := 'Two embedded boards have the same file name, or one is named like a file of the'
-            + ' temporary project. Rename one of them.' + KsDetail(Line)
-    Else If Pos('Stage: Prepare layer selection failed', Line) > 0 Then
-        Result := 'The layers could not be selected in the output job: the file Bridge.OutJob of the'
-            + ' installation is damaged or the disk is full. ' + KsReinstall(0)
-    Else If Pos('Stage: Prepare failed', Line) > 0 Then
-        Result := KsFailureOfCode(KsNumberAfter('GetLastError=', Line))
-    Else
-        Result := 'Kestrune.exe could not find your Windows profile folders.';
-End;
-
-{--- Layers and holes ----------------------------------------------------------}
+{--- What the board needs ------------------------------------------------------}
 
 Procedure KsNote(List : TStringList; S : String);
 Begin
@@ -488,31 +1028,41 @@ Begin
     For I := 1 To KsPlanes Do KsNote(KsPlotKeys, 'PlotInternalPlane' + IntToStr(I) + 'Plot');
 End;
 
+Procedure KsNoteCopperName(Name : String);
+Begin
+    KsNote(KsPlotKeys, 'Plot' + Name + 'Plot');
+    KsNote(KsFindings, 'Copper=' + Name);
+End;
+
 // Every copper layer of the stack belongs to the board, also one without an
 // object: an empty plane is a full sheet of copper. The host numbers layers in two
 // ways. A number that fits neither lists all: a layer too many is harmless.
 Procedure KsNoteCopper(Id : Integer);
 Begin
-    If (Id = 1) Or (Id = 16777217) Then
-        KsNote(KsPlotKeys, 'PlotTopLayerPlot')
-    Else If (Id = 32) Or (Id = 16842751) Then
-        KsNote(KsPlotKeys, 'PlotBottomLayerPlot')
-    Else If (Id > 1) And (Id < 32) Then
-        KsNote(KsPlotKeys, 'PlotMidLayer' + IntToStr(Id - 1) + 'Plot')
-    Else If (Id > 16777217) And (Id <= 16777217 + KsMidLayers) Then
-        KsNote(KsPlotKeys, 'PlotMidLayer' + IntToStr(Id - 16777217) + 'Plot')
-    Else If (Id > 38) And (Id <= 38 + KsPlanes) Then
-        KsNote(KsPlotKeys, 'PlotInternalPlane' + IntToStr(Id - 38) + 'Plot')
-    Else If (Id > 16842752) And (Id <= 16842752 + KsPlanes) Then
-        KsNote(KsPlotKeys, 'PlotInternalPlane' + IntToStr(Id - 16842752) + 'Plot')
+    If (Id = eTopLayer) Or (Id = KsTopCopper) Then
+        KsNoteCopperName('TopLayer')
+    Else If (Id = eBottomLayer) Or (Id = KsBottomCopper) Then
+        KsNoteCopperName('BottomLayer')
+    Else If (Id >= eMidLayer1) And (Id < eMidLayer1 + KsMidLayers) Then
+        KsNoteCopperName('MidLayer' + IntToStr(Id - eMidLayer1 + 1))
+    Else If (Id > KsTopCopper) And (Id <= KsTopCopper + KsMidLayers) Then
+        KsNoteCopperName('MidLayer' + IntToStr(Id - KsTopCopper))
+    Else If (Id >= eInternalPlane1) And (Id < eInternalPlane1 + KsPlanes) Then
+        KsNoteCopperName('InternalPlane' + IntToStr(Id - eInternalPlane1 + 1))
+    Else If (Id >= KsFirstPlane) And (Id < KsFirstPlane + KsPlanes) Then
+        KsNoteCopperName('InternalPlane' + IntToStr(Id - KsFirstPlane + 1))
     Else
+    Begin
+        KsNote(KsFindings, 'Copper=number ' + IntToStr(Id));
         KsNoteAllCopper(0);
+    End;
 End;
 
 // Named by number, never by the name that the user gave: the output job holds
 // the host's fixed names.
 Procedure KsNoteMechanical(Number : Integer);
 Begin
+    KsNote(KsFindings, 'Mechanical=' + IntToStr(Number));
     If Number <= 16 Then
         KsNote(KsPlotKeys, 'PlotMechanical' + IntToStr(Number) + 'Plot')
     Else
@@ -521,9 +1071,48 @@ Begin
         KsNote(KsTooHigh, IntToStr(Number));
 End;
 
-Procedure KsNoteIfUsed(Layer : Integer; PlotKey : String);
+// An iterator over objects of some kinds on some layers of KsBoard. None may be made
+// while another one is open: that hangs the interpreter of some hosts.
+Function KsIterator(Objects : TSet; Layers : TSet) : IPCB_BoardIterator;
+Var
+    Iterator : IPCB_BoardIterator;
 Begin
-    If KsBoard.LayerIsUsed[Layer] Then KsNote(KsPlotKeys, PlotKey);
+    Iterator := KsBoard.BoardIterator_Create;
+    Iterator.AddFilter_ObjectSet(Objects);
+    Iterator.AddFilter_LayerSet(Layers);
+    Iterator.AddFilter_Method(eProcessAll);
+    Result := Iterator;
+End;
+
+Function KsHasObject(Layer : Integer) : Boolean;
+Var
+    Iterator : IPCB_BoardIterator;
+    Item     : IPCB_Primitive;
+    Has      : Boolean;
+Begin
+    Has := True;
+    Iterator := KsIterator(AllObjects, MkSet(Layer));
+    Try
+        Item := Iterator.FirstPCBObject;
+        Has := Item <> Nil;
+    Finally
+        KsBoard.BoardIterator_Destroy(Iterator);
+    End;
+    Result := Has;
+End;
+
+// The flag of a layer can be written by anybody, so that it reads False proves nothing.
+Procedure KsNoteIfUsed(Layer : Integer; Name : String);
+Var
+    Used : Boolean;
+Begin
+    Used := KsBoard.LayerIsUsed[Layer];
+    If Not Used Then Used := KsHasObject(Layer);
+    If Used Then
+    Begin
+        KsNote(KsPlotKeys, 'Plot' + Name);
+        KsNote(KsFindings, 'Layer=' + Name);
+    End;
 End;
 
 Procedure KsCollectStack(Dummy : Integer);
@@ -533,8 +1122,10 @@ Var
 Begin
     If KsHost >= 17 Then
     Begin
+        KsBeforeCall('IPCB_MasterLayerStack.First');
         Stack := KsBoard.MasterLayerStack;
         Layer := Stack.First(eLayerClass_Electrical);
+        If Layer = Nil Then KsNoteAllCopper(0);
         While Layer <> Nil Do
         Begin
             KsNoteCopper(Layer.V7_LayerID.ID);
@@ -551,47 +1142,47 @@ Var
     Layer : IPCB_MechanicalLayer;
     I     : Integer;
 Begin
-    If KsHost >= 17 Then
+    KsBeforeCall('IPCB_MechanicalLayer.UsedByPrims');
+    If KsHost >= 19 Then
     Begin
         Stack := KsBoard.MasterLayerStack;
-        If KsHost >= 19 Then
+        For I := 1 To 1024 Do
         Begin
-            For I := 1 To 1024 Do
-            Begin
-                Layer := Stack.GetMechanicalLayer(I);
-                If Layer <> Nil Then
-                    If Layer.UsedByPrims Then KsNoteMechanical(I);
-            End;
-        End
-        Else
+            Layer := Stack.GetMechanicalLayer(I);
+            If Layer <> Nil Then
+                If Layer.UsedByPrims Then KsNoteMechanical(I);
+        End;
+    End
+    Else If KsHost >= 17 Then
+    Begin
+        Stack := KsBoard.MasterLayerStack;
+        For I := 1 To 32 Do
         Begin
-            For I := 1 To 32 Do
-            Begin
-                Layer := Stack.LayerObject_V7(LayerUtils.MechanicalLayer(I));
-                If Layer <> Nil Then
-                    If Layer.UsedByPrims Then KsNoteMechanical(I);
-            End;
+            Layer := Stack.LayerObject_V7(LayerUtils.MechanicalLayer(I));
+            If Layer <> Nil Then
+                If Layer.UsedByPrims Then KsNoteMechanical(I);
         End;
     End
     Else
     Begin
         For I := 1 To 16 Do
-            If KsBoard.LayerIsUsed[eMechanical1 + I - 1] Then KsNoteMechanical(I);
+            KsNoteIfUsed(eMechanical1 + I - 1, 'Mechanical' + IntToStr(I) + 'Plot');
         For I := 17 To 32 Do KsNoteMechanical(I);
     End;
 End;
 
 Procedure KsCollectFixed(Dummy : Integer);
 Begin
-    KsNoteIfUsed(eTopOverlay,    'PlotTopOverlayPlot');
-    KsNoteIfUsed(eBottomOverlay, 'PlotBottomOverlayPlot');
-    KsNoteIfUsed(eTopPaste,      'PlotTopPastePlot');
-    KsNoteIfUsed(eBottomPaste,   'PlotBottomPastePlot');
-    KsNoteIfUsed(eTopSolder,     'PlotTopSolderPlot');
-    KsNoteIfUsed(eBottomSolder,  'PlotBottomSolderPlot');
-    KsNoteIfUsed(eKeepOutLayer,  'PlotKeepOutLayerPlot');
-    KsNoteIfUsed(eDrillDrawing,  'PlotDrillDrawingPair0_Plot');
-    KsNoteIfUsed(eDrillGuide,    'PlotDrillGuidePair0_Plot');
+    KsBeforeCall('IPCB_Board.LayerIsUsed');
+    KsNoteIfUsed(eTopOverlay,    'TopOverlayPlot');
+    KsNoteIfUsed(eBottomOverlay, 'BottomOverlayPlot');
+    KsNoteIfUsed(eTopPaste,      'TopPastePlot');
+    KsNoteIfUsed(eBottomPaste,   'BottomPastePlot');
+    KsNoteIfUsed(eTopSolder,     'TopSolderPlot');
+    KsNoteIfUsed(eBottomSolder,  'BottomSolderPlot');
+    KsNoteIfUsed(eKeepOutLayer,  'KeepOutLayerPlot');
+    KsNoteIfUsed(eDrillDrawing,  'DrillDrawingPair0_Plot');
+    KsNoteIfUsed(eDrillGuide,    'DrillGuidePair0_Plot');
 End;
 
 Procedure KsCollectVias(Dummy : Integer);
@@ -599,19 +1190,32 @@ Var
     Iterator : IPCB_BoardIterator;
     Via      : IPCB_Via;
 Begin
-    Iterator := KsBoard.BoardIterator_Create;
+    KsBeforeCall('IPCB_Via');
+    Iterator := KsIterator(MkSet(eViaObject), AllLayers);
     Try
-        Iterator.AddFilter_ObjectSet(MkSet(eViaObject));
-        Iterator.AddFilter_LayerSet(AllLayers);
-        Iterator.AddFilter_Method(eProcessAll);
         Via := Iterator.FirstPCBObject;
         If Via <> Nil Then
         Begin
-            KsHoles := True;
+            KsNote(KsFindings, 'Drill=plated');
             KsPads := True;
         End;
     Finally
         KsBoard.BoardIterator_Destroy(Iterator);
+    End;
+End;
+
+Procedure KsNotePad(Pad : IPCB_Pad);
+Begin
+    KsPads := True;
+    If Pad.HoleSize > 0 Then
+    Begin
+        If Pad.Plated Then KsNote(KsFindings, 'Drill=plated')
+        Else KsNote(KsFindings, 'Drill=unplated');
+    End
+    Else
+    Begin
+        If Pad.Layer <> eBottomLayer Then KsTopPads := True;
+        If Pad.Layer <> eTopLayer Then KsBottomPads := True;
     End;
 End;
 
@@ -620,25 +1224,35 @@ Var
     Iterator : IPCB_BoardIterator;
     Pad      : IPCB_Pad;
 Begin
-    Iterator := KsBoard.BoardIterator_Create;
+    KsBeforeCall('IPCB_Pad.Plated');
+    Iterator := KsIterator(MkSet(ePadObject), AllLayers);
     Try
-        Iterator.AddFilter_ObjectSet(MkSet(ePadObject));
-        Iterator.AddFilter_LayerSet(AllLayers);
-        Iterator.AddFilter_Method(eProcessAll);
         Pad := Iterator.FirstPCBObject;
         While Pad <> Nil Do
         Begin
-            KsPads := True;
-            If Pad.HoleSize > 0 Then KsHoles := True
-            Else If Pad.Layer = eTopLayer Then KsTopPads := True
-            Else If Pad.Layer = eBottomLayer Then KsBottomPads := True
-            Else
-            Begin
-                KsTopPads := True;
-                KsBottomPads := True;
-            End;
-            If KsHoles And KsTopPads And KsBottomPads Then Pad := Nil
-            Else Pad := Iterator.NextPCBObject;
+            KsNotePad(Pad);
+            Pad := Iterator.NextPCBObject;
+        End;
+    Finally
+        KsBoard.BoardIterator_Destroy(Iterator);
+    End;
+End;
+
+// Copies the embedded boards of KsBoard into the list of boards to look at.
+Procedure KsCollectChildren(Folder : String);
+Var
+    Iterator : IPCB_BoardIterator;
+    Child    : IPCB_EmbeddedBoard;
+Begin
+    KsBeforeCall('IPCB_EmbeddedBoard');
+    Iterator := KsIterator(MkSet(eEmbeddedBoardObject), AllLayers);
+    Try
+        Child := Iterator.FirstPCBObject;
+        While Child <> Nil Do
+        Begin
+            KsChildren.Add(Child);
+            KsChildFolder.Add(Folder);
+            Child := Iterator.NextPCBObject;
         End;
     Finally
         KsBoard.BoardIterator_Destroy(Iterator);
@@ -656,26 +1270,15 @@ Begin
     KsNote(KsPlotKeys, 'PlotTopOverlayPlot');
     KsNote(KsPlotKeys, 'PlotBottomOverlayPlot');
     KsNote(KsPlotKeys, 'PlotKeepOutLayerPlot');
-    KsHoles := True;
+    KsNote(KsPlotKeys, 'PlotDrillDrawingPair0_Plot');
+    KsNote(KsPlotKeys, 'PlotDrillGuidePair0_Plot');
+    KsNote(KsFindings, 'Unknown=a board that is not loaded');
     KsPads := True;
     KsTopPads := True;
     KsBottomPads := True;
 End;
 
-Function KsChildPath(Folder : String; Child : IPCB_EmbeddedBoard) : String;
-Begin
-    Result := Child.DocumentPath;
-    If Not KsIsAbsolute(Result) Then Result := Folder + Result;
-End;
-
-// Looks at KsBoard and, through them, at its embedded boards. The board is passed
-// in a variable: some hosts do not take an embedded board as an argument.
-Procedure KsVisitBoard(Path : String);
-Var
-    Iterator  : IPCB_BoardIterator;
-    Child     : IPCB_EmbeddedBoard;
-    Parent    : IPCB_Board;
-    ChildPath : String;
+Procedure KsLookAtBoard(Path : String);
 Begin
     KsVisited.Add(UpperCase(Path));
     KsCollectStack(0);
@@ -683,52 +1286,63 @@ Begin
     KsCollectFixed(0);
     KsCollectVias(0);
     KsCollectPads(0);
+    KsCollectChildren(ExtractFilePath(Path));
+End;
 
-    Parent := KsBoard;
-    Iterator := Parent.BoardIterator_Create;
-    Try
-        Iterator.AddFilter_ObjectSet(MkSet(eEmbeddedBoardObject));
-        Iterator.AddFilter_LayerSet(AllLayers);
-        Iterator.AddFilter_Method(eProcessAll);
-        Child := Iterator.FirstPCBObject;
-        While Child <> Nil Do
+// Looks at one embedded board. Some hosts do not take an embedded board as an
+// argument, so it is passed in KsBoard.
+Procedure KsLookAtChild(Child : IPCB_EmbeddedBoard; Folder : String);
+Var
+    Stored : String;
+    Path   : String;
+Begin
+    KsBeforeCall('IPCB_EmbeddedBoard.ChildBoard');
+    Stored := Child.DocumentPath;
+    KsBoard := Child.ChildBoard;
+    Path := Stored;
+    If Not KsIsAbsolute(Stored) Then Path := Folder + Stored;
+    If Not FileExists(Path) Then
+        If KsBoard <> Nil Then
+            If FileExists(KsBoard.FileName) Then Path := KsBoard.FileName;
+    If KsVisited.IndexOf(UpperCase(Path)) < 0 Then
+    Begin
+        KsNote(KsFindings, 'Child=' + Path);
+        If (Not KsIsAbsolute(Stored)) And (ExtractFileName(Stored) <> Stored) Then
+            KsNote(KsAway, Stored)
+        Else If Not FileExists(Path) Then
+            KsNote(KsMissing, Path)
+        Else
+            KsNote(KsSources, Path);
+        If KsBoard <> Nil Then KsLookAtBoard(Path)
+        Else
         Begin
-            ChildPath := KsChildPath(ExtractFilePath(Path), Child);
-            KsBoard := Child.ChildBoard;
-            If Not FileExists(ChildPath) Then
-                If KsBoard <> Nil Then
-                    If FileExists(KsBoard.FileName) Then ChildPath := KsBoard.FileName;
-            If KsVisited.IndexOf(UpperCase(ChildPath)) < 0 Then
-            Begin
-                If Not FileExists(ChildPath) Then
-                    KsNote(KsMissing, ChildPath)
-                Else
-                Begin
-                    KsSources.Add(ChildPath);
-                    If KsBoard <> Nil Then KsVisitBoard(ChildPath)
-                    Else
-                    Begin
-                        KsVisited.Add(UpperCase(ChildPath));
-                        KsNoteEverything(0);
-                    End;
-                End;
-            End;
-            Child := Iterator.NextPCBObject;
+            KsVisited.Add(UpperCase(Path));
+            KsNoteEverything(0);
         End;
-    Finally
-        Parent.BoardIterator_Destroy(Iterator);
+    End;
+End;
+
+// The list grows while it is worked through.
+Procedure KsLookAtChildren(Dummy : Integer);
+Var
+    Child : IPCB_EmbeddedBoard;
+    I     : Integer;
+Begin
+    I := 0;
+    While I < KsChildren.Count Do
+    Begin
+        Child := KsChildren.Items[I];
+        KsLookAtChild(Child, KsChildFolder.Strings[I]);
+        I := I + 1;
     End;
 End;
 
 // The drill fields look like layers to the layer selection: a manifest without
-// them would switch all holes off.
-Procedure KsNoteHolesAndMasks(Dummy : Integer);
+// them would switch all holes off, so they stand in every one.
+Procedure KsNoteDrillsAndMasks(Dummy : Integer);
 Begin
-    If KsHoles Then
-    Begin
-        KsNote(KsPlotKeys, 'PlotPTHPair0_Plot');
-        KsNote(KsPlotKeys, 'PlotNPTHPair0_Plot');
-    End;
+    KsNote(KsPlotKeys, 'PlotPTHPair0_Plot');
+    KsNote(KsPlotKeys, 'PlotNPTHPair0_Plot');
     If KsPads Then
     Begin
         KsNote(KsPlotKeys, 'PlotTopSolderPlot');
@@ -741,50 +1355,65 @@ End;
 // Two boards of one name do not fit into the flat temporary folder.
 Function KsSameNames(Dummy : Integer) : String;
 Var
-    I : Integer;
-    J : Integer;
+    I    : Integer;
+    J    : Integer;
+    Text : String;
 Begin
-    Result := '';
+    Text := '';
     For I := 0 To KsSources.Count - 1 Do
         For J := I + 1 To KsSources.Count - 1 Do
             If KsSamePath(ExtractFileName(KsSources.Strings[I]), ExtractFileName(KsSources.Strings[J])) Then
-                Result := KsSources.Strings[I] + KsBreak + KsSources.Strings[J];
+                Text := KsSources.Strings[I] + KsBreak + KsSources.Strings[J];
+    Result := Text;
 End;
 
-Function KsCollectBoards(Board : IPCB_Board) : Boolean;
+Procedure KsJudgeBoards(Dummy : Integer);
+Var
+    Twice : String;
 Begin
-    KsHoles := False;
-    KsPads := False;
-    KsTopPads := False;
-    KsBottomPads := False;
-    KsBoard := Board;
-    KsVisitBoard(KsBoardPath);
-    KsNoteHolesAndMasks(0);
+    Twice := KsSameNames(0);
     If KsMissing.Count > 0 Then
         KsProblem := 'The panel uses boards that cannot be found:' + KsBreak + KsMissing.Text
             + 'Embedded boards must lie where the panel looks for them, usually in its own folder.'
-    Else If KsSameNames(0) <> '' Then
+    Else If KsAway.Count > 0 Then
+        KsProblem := 'The panel names embedded boards by a folder that a copy of the panel does not'
+            + ' find:' + KsBreak + KsAway.Text
+            + 'Put them into the folder of the panel and choose them there anew.'
+    Else If Twice <> '' Then
         KsProblem := 'Two embedded boards have the same file name. Rename one of them:'
-            + KsBreak + KsSameNames(0);
+            + KsBreak + Twice;
     If KsTooHigh.Count > 0 Then
-        KsNotice := 'Mechanical layers above ' + IntToStr(KsLastMechanical)
-            + ' are not part of the archive. This board uses:' + KsBreak + KsTooHigh.CommaText;
-    Result := KsProblem = '';
+        KsNotice := 'Kestrune did not ask for mechanical layers above ' + IntToStr(KsLastMechanical)
+            + '. Look into the archive whether it has those that this board uses:'
+            + KsBreak + KsTooHigh.CommaText;
 End;
 
 {--- Smallest clearance --------------------------------------------------------}
+
+// How many ten-thousandths of a mil a unit has that a text begins with; 0 for none.
+Function KsUnit(S : String) : Double;
+Var
+    Parts : Double;
+Begin
+    Parts := 0;
+    If Pos('mil)', S) = 1 Then Parts := 10000
+    Else If Pos('mm)', S) = 1 Then Parts := 10000 / 0.0254
+    Else If (Pos('in)', S) = 1) Or (Pos('inch)', S) = 1) Then Parts := 10000000;
+    Result := Parts;
+End;
 
 // The gap that a clearance rule describes, in ten-thousandths of a mil; 0 when
 // the text is not that of a clearance rule.
 Function KsGap(Descriptor : String) : Double;
 Var
     I      : Integer;
+    Gap    : Double;
     Place  : Double;
     Symbol : String;
     Rest   : String;
     Digits : Boolean;
 Begin
-    Result := 0;
+    Gap := 0;
     If Pos(KsGapMark, Descriptor) = 1 Then
     Begin
         Rest := Copy(Descriptor, Length(KsGapMark) + 1, Length(Descriptor));
@@ -801,53 +1430,81 @@ Begin
             End
             Else If (Symbol <> '') And (Pos(Symbol, '0123456789') > 0) Then
             Begin
-                Result := Result * 10 + StrToIntDef(Symbol, 0);
+                Gap := Gap * 10 + StrToIntDef(Symbol, 0);
                 Place := Place * 10;
             End
             Else
                 Digits := False;
             If Digits Then I := I + 1;
         End;
-        If Place > 1 Then Result := Result / Place;
-        Rest := Copy(Rest, I, Length(Rest));
-        If Pos('mil)', Rest) = 1 Then Result := Result * 10000
-        Else If Pos('mm)', Rest) = 1 Then Result := Result * 10000 / 0.0254
-        Else Result := 0;
+        If Place > 1 Then Gap := Gap / Place;
+        Gap := Gap * KsUnit(Trim(Copy(Rest, I, Length(Rest))));
     End;
+    Result := Gap;
 End;
 
-Function KsSmallestClearance(Board : IPCB_Board) : Integer;
+Procedure KsNoteRule(Rule : IPCB_Rule);
 Var
-    Iterator : IPCB_BoardIterator;
-    Rule     : IPCB_Primitive;
-    Gap      : Integer;
+    Gap : Integer;
 Begin
-    Result := 0;
-    Iterator := Board.BoardIterator_Create;
-    Try
-        Iterator.AddFilter_ObjectSet(MkSet(eRuleObject));
-        Iterator.AddFilter_LayerSet(AllLayers);
-        Iterator.AddFilter_Method(eProcessAll);
-        Rule := Iterator.FirstPCBObject;
-        While Rule <> Nil Do
+    If Rule.RuleKind = eRule_Clearance Then
+        If Rule.Enabled Then
         Begin
             Gap := Round(KsGap(Rule.Descriptor));
-            If (Gap > 0) And ((Result = 0) Or (Gap < Result)) Then Result := Gap;
-            Rule := Iterator.NextPCBObject;
+            If Gap <= 0 Then KsClearanceOk := False
+            Else If (KsClearance = 0) Or (Gap < KsClearance) Then KsClearance := Gap;
         End;
-    Finally
-        Board.BoardIterator_Destroy(Iterator);
-    End;
 End;
 
-// An archive without this value is better than none.
-Function KsClearanceIfKnown(Board : IPCB_Board) : Integer;
+// The smallest gap of the rules that are switched on; nothing when one of them
+// cannot be read. An archive without this value is better than none.
+Procedure KsCollectClearance(Dummy : Integer);
+Var
+    Iterator : IPCB_BoardIterator;
+    Rule     : IPCB_Rule;
 Begin
+    KsClearance := 0;
+    KsClearanceOk := True;
+    KsBeforeCall('IPCB_Rule.Descriptor');
+    Iterator := KsIterator(MkSet(eRuleObject), AllLayers);
     Try
-        Result := KsSmallestClearance(Board);
-    Except
-        Result := 0;
+        Try
+            Rule := Iterator.FirstPCBObject;
+            While Rule <> Nil Do
+            Begin
+                KsNoteRule(Rule);
+                Rule := Iterator.NextPCBObject;
+            End;
+        Except
+            KsClearanceOk := False;
+        End;
+    Finally
+        KsBoard.BoardIterator_Destroy(Iterator);
     End;
+    If Not KsClearanceOk Then KsClearance := 0;
+End;
+
+// Everything that is asked of the board's objects, in one go: no message of the host
+// is handled meanwhile, so nobody can close the board.
+Procedure KsCollectBoards(Dummy : Integer);
+Begin
+    KsBoard := PCBServer.GetCurrentPCBBoard;
+    If KsBoard <> Nil Then
+        If Not KsSamePath(KsBoard.FileName, KsBoardPath) Then KsBoard := Nil;
+    If KsBoard = Nil Then
+        KsProblem := 'The board is no longer in front. Click into it and press the button again.'
+    Else
+    Begin
+        KsPads := False;
+        KsTopPads := False;
+        KsBottomPads := False;
+        KsCollectClearance(0);
+        KsLookAtBoard(KsBoardPath);
+        KsLookAtChildren(0);
+        KsNoteDrillsAndMasks(0);
+        KsJudgeBoards(0);
+    End;
+    KsBoard := Nil;
 End;
 
 {--- The temporary project in the host -----------------------------------------}
@@ -855,29 +1512,87 @@ End;
 Function KsFocusedProject(Dummy : Integer) : String;
 Var
     Project : IProject;
+    Path    : String;
 Begin
-    Result := '';
+    Path := '';
     Project := GetWorkspace.DM_FocusedProject;
-    If Project <> Nil Then Result := Project.DM_ProjectFullPath;
+    If Project <> Nil Then Path := Project.DM_ProjectFullPath;
+    Result := Path;
 End;
 
-Function KsBridgeIsFocused(Dummy : Integer) : Boolean;
+// Empty when the host names no document; then the project alone decides.
+Function KsFocusedDocument(Dummy : Integer) : String;
+Var
+    Document : IDocument;
+    Path     : String;
 Begin
-    Result := KsSamePath(KsFocusedProject(0), KsBridgeFile('Bridge.PrjPcb'));
+    Path := '';
+    Document := GetWorkspace.DM_FocusedDocument;
+    If Document <> Nil Then Path := Document.DM_FullPath;
+    Result := Path;
+End;
+
+Function KsJobIsFocused(Dummy : Integer) : Boolean;
+Var
+    Focused  : Boolean;
+    Document : String;
+Begin
+    Focused := KsSamePath(KsFocusedProject(0), KsBridgeFile('Bridge.PrjPcb'));
+    If Focused Then
+    Begin
+        Document := KsFocusedDocument(0);
+        Focused := (Document = '') Or KsSamePath(Document, KsBridgeFile('Bridge.OutJob'));
+    End;
+    Result := Focused;
+End;
+
+Procedure KsShowJob(Dummy : Integer);
+Var
+    Job : IServerDocument;
+Begin
+    KsBeforeLongCall('Client.ShowDocument');
+    Job := Client.GetDocumentByPath(KsBridgeFile('Bridge.OutJob'));
+    If Job = Nil Then
+        If FileExists(KsBridgeFile('Bridge.OutJob')) Then
+            Job := Client.OpenDocument('OUTPUTJOB', KsBridgeFile('Bridge.OutJob'));
+    If Job <> Nil Then Client.ShowDocument(Job);
+End;
+
+// Brings the output job to the front and looks whether it is there. Several
+// processes act on what has the focus, whatever their parameters say: this is the
+// last thing before each of them, and nothing behind the last look lets the user act.
+Function KsFocusJob(Dummy : Integer) : Boolean;
+Var
+    Looks   : Integer;
+    Focused : Boolean;
+Begin
+    Looks := 0;
+    Focused := False;
+    Repeat
+        If Looks Mod KsLooksPerSecond = 0 Then KsShowJob(0);
+        KsPump(0);
+        Sleep(KsPause);
+        Looks := Looks + 1;
+        If Not KsQuits(0) Then Focused := KsJobIsFocused(0)
+        Else Looks := KsFocusLimit * KsLooksPerSecond;
+    Until Focused Or (Looks >= KsFocusLimit * KsLooksPerSecond);
+    Result := Focused;
 End;
 
 Function KsBridgeIndex(Dummy : Integer) : Integer;
 Var
     Project : IProject;
     I       : Integer;
+    Index   : Integer;
 Begin
-    Result := -1;
+    Index := -1;
     For I := 0 To GetWorkspace.DM_ProjectCount - 1 Do
     Begin
         Project := GetWorkspace.DM_Projects(I);
         If Project <> Nil Then
-            If KsSamePath(Project.DM_ProjectFullPath, KsBridgeFile('Bridge.PrjPcb')) Then Result := I;
+            If KsSamePath(Project.DM_ProjectFullPath, KsBridgeFile('Bridge.PrjPcb')) Then Index := I;
     End;
+    Result := Index;
 End;
 
 // Throw-away documents are marked unmodified, so that no question appears.
@@ -888,7 +1603,11 @@ Begin
     If KsIsInside(Path, KsTempRoot) Then
     Begin
         Document := Client.GetDocumentByPath(Path);
-        If Document <> Nil Then Document.Modified := False;
+        If Document <> Nil Then
+        Begin
+            KsBeforeCall('IServerDocument.SetModified');
+            Document.SetModified(False);
+        End;
     End;
 End;
 
@@ -900,6 +1619,7 @@ Var
 Begin
     KsForgetChanges(KsBridgeFile('Bridge.PrjPcb'));
     KsForgetChanges(KsBridgeFile('Bridge.OutJob'));
+    KsForgetChanges(KsBridgeFile('Bridge.PcbDoc'));
     If KsBridgeIndex(0) >= 0 Then
     Begin
         Project := GetWorkspace.DM_Projects(KsBridgeIndex(0));
@@ -911,28 +1631,31 @@ Begin
     End;
 End;
 
-// Closing acts on the focused project, whatever its parameters say: so one of the
-// Bridge documents is shown, and what has the focus is checked each time.
 Procedure KsCloseFocused(ObjectKind : String);
-Var
-    Document : IServerDocument;
 Begin
     If KsBridgeIndex(0) >= 0 Then
     Begin
-        If Not KsBridgeIsFocused(0) Then
+        If KsFocusJob(0) Then
         Begin
-            If FileExists(KsBridgeFile('Bridge.OutJob')) Then
+            KsForgetBridgeChanges(0);
+            If KsJobIsFocused(0) Then
             Begin
-                Document := Client.OpenDocument('OUTPUTJOB', KsBridgeFile('Bridge.OutJob'));
-                If Document <> Nil Then Client.ShowDocument(Document);
+                KsBeforeLongCall('WorkspaceManager:CloseObject ' + ObjectKind);
+                ResetParameters;
+                AddStringParameter('ObjectKind', ObjectKind);
+                RunProcess('WorkspaceManager:CloseObject');
             End;
         End;
-        If KsBridgeIsFocused(0) Then
-        Begin
-            ResetParameters;
-            AddStringParameter('ObjectKind', ObjectKind);
-            RunProcess('WorkspaceManager:CloseObject');
-        End;
+    End;
+End;
+
+// Each closing action stands for itself: one that fails keeps no other from being done.
+Procedure KsTryToClose(ObjectKind : String);
+Begin
+    Try
+        KsCloseFocused(ObjectKind);
+    Except
+        KsMarkAge := KsMarkLooks;
     End;
 End;
 
@@ -940,275 +1663,476 @@ Procedure KsCloseStray(Path : String);
 Var
     Document : IServerDocument;
 Begin
-    If KsIsInside(Path, KsTempRoot) Then
-    Begin
-        Document := Client.GetDocumentByPath(Path);
-        If Document <> Nil Then
+    Try
+        If KsIsInside(Path, KsTempRoot) Then
         Begin
-            Document.Modified := False;
-            Client.CloseDocument(Document);
+            Document := Client.GetDocumentByPath(Path);
+            If Document <> Nil Then
+            Begin
+                KsBeforeLongCall('Client.CloseDocument');
+                Document.SetModified(False);
+                Client.CloseDocument(Document);
+            End;
         End;
+    Except
+        KsMarkAge := KsMarkLooks;
     End;
+End;
+
+// Is a file of the temporary folder still loaded? Every board is Bridge.PcbDoc: one
+// that stayed would be exported again under the name of the next board.
+Function KsIsLoaded(Path : String) : Boolean;
+Var
+    Loaded : Boolean;
+Begin
+    KsBeforeCall('Client.IsDocumentOpen');
+    Loaded := Client.IsDocumentOpen(Path);
+    If Not Loaded Then Loaded := Client.GetDocumentByPath(Path) <> Nil;
+    Result := Loaded;
+End;
+
+Procedure KsListTemporaryFiles(Files : TStringList);
+Var
+    I : Integer;
+Begin
+    Files.Add(KsBridgeFile('Bridge.OutJob'));
+    Files.Add(KsBridgeFile('Bridge.PcbDoc'));
+    For I := 0 To KsSources.Count - 1 Do
+        Files.Add(KsBridgeFile(ExtractFileName(KsSources.Strings[I])));
+End;
+
+Function KsNothingIsLoaded(Dummy : Integer) : Boolean;
+Var
+    Files   : TStringList;
+    I       : Integer;
+    Nothing : Boolean;
+Begin
+    Nothing := KsBridgeIndex(0) < 0;
+    Files := TStringList.Create;
+    Try
+        KsListTemporaryFiles(Files);
+        For I := 0 To Files.Count - 1 Do
+        Begin
+            If KsIsLoaded(Files.Strings[I]) Then KsCloseStray(Files.Strings[I]);
+            If KsIsLoaded(Files.Strings[I]) Then Nothing := False;
+        End;
+    Finally
+        Files.Free;
+    End;
+    Result := Nothing;
 End;
 
 Function KsCloseBridge(Dummy : Integer) : Boolean;
 Var
-    I : Integer;
+    Closed : Boolean;
 Begin
-    KsForgetBridgeChanges(0);
-    KsCloseFocused('FocusedProjectAndDocuments');
-    KsForgetBridgeChanges(0);
-    KsCloseFocused('FocusedProjectDocuments');
-    KsCloseFocused('FocusedProject');
-    Result := KsBridgeIndex(0) < 0;
-    If Result Then
-    Begin
-        KsCloseStray(KsBridgeFile('Bridge.OutJob'));
-        KsCloseStray(KsBridgeFile('Bridge.PcbDoc'));
-        For I := 0 To KsSources.Count - 1 Do
-            KsCloseStray(KsBridgeFile(ExtractFileName(KsSources.Strings[I])));
-    End;
+    KsTryToClose('FocusedProjectAndDocuments');
+    KsTryToClose('FocusedProjectDocuments');
+    KsTryToClose('FocusedProject');
+    Closed := KsNothingIsLoaded(0);
+    Result := Closed;
 End;
 
-Function KsOpenBridge(Dummy : Integer) : Boolean;
+// The path of the document in front as far as the host names it.
+Function KsFrontPath(Dummy : Integer) : String;
 Var
-    Project : IProject;
-    Job     : IServerDocument;
+    Board : IPCB_Board;
+    Path  : String;
 Begin
-    Result := False;
-    GetWorkspace.DM_OpenProject(KsBridgeFile('Bridge.PrjPcb'), True);
-    Job := Client.OpenDocument('OUTPUTJOB', KsBridgeFile('Bridge.OutJob'));
-    If Job <> Nil Then
-    Begin
-        Client.ShowDocument(Job);
-        If KsBridgeIsFocused(0) Then
-        Begin
-            Project := GetWorkspace.DM_FocusedProject;
-            If Project.DM_NeedsCompile Then Project.DM_Compile;
-            Client.ShowDocument(Job);
-            Result := KsBridgeIsFocused(0);
-        End;
-    End;
-    If Not Result Then
-        KsProblem := 'Altium Designer did not open the temporary project '
-            + KsBridgeFile('Bridge.PrjPcb') + '.';
+    Path := '';
+    Board := PCBServer.GetCurrentPCBBoard;
+    If Board <> Nil Then Path := Board.FileName;
+    Result := Path;
 End;
 
-{--- One export, step by step --------------------------------------------------}
+// Brings the user's board to the front. Its document is asked for anew each time: it
+// may have been closed meanwhile.
+Procedure KsReturnToBoard(Dummy : Integer);
+Var
+    Document : IServerDocument;
+    Looks    : Integer;
+Begin
+    Looks := 0;
+    Repeat
+        If Looks Mod KsLooksPerSecond = 0 Then
+        Begin
+            KsBeforeLongCall('Client.ShowDocument');
+            Document := Client.GetDocumentByPath(KsBoardPath);
+            If Document <> Nil Then Client.ShowDocument(Document);
+        End;
+        KsPump(0);
+        Sleep(KsPause);
+        Looks := Looks + 1;
+    Until KsSamePath(KsFrontPath(0), KsBoardPath) Or (Document = Nil) Or KsQuits(0)
+        Or (Looks >= KsFocusLimit * KsLooksPerSecond);
+End;
 
-Function KsPrepare(Board : IPCB_Board) : Boolean;
+{--- Step 1: a copy of the board -----------------------------------------------}
+
+// What a host's code page cannot hold comes back changed from the file.
+Function KsFirstLost(FileName : String; List : TStringList) : String;
+Var
+    Written : TStringList;
+    I       : Integer;
+    Lost    : String;
+Begin
+    Lost := '';
+    Written := TStringList.Create;
+    Try
+        KsRead(FileName, Written);
+        For I := 0 To List.Count - 1 Do
+        Begin
+            If I >= Written.Count Then Lost := List.Strings[I]
+            Else If Written.Strings[I] <> List.Strings[I] Then Lost := List.Strings[I];
+        End;
+    Finally
+        Written.Free;
+    End;
+    Result := Lost;
+End;
+
+Procedure KsWriteSources(Dummy : Integer);
+Var
+    Lost : String;
+Begin
+    If Not KsWriteFresh(KsExchangeFile('dependencies'), KsSources) Then
+        KsProblem := 'No file could be written in ' + KsExchange + '. Is the disk full?'
+    Else
+    Begin
+        Lost := KsFirstLost(KsExchangeFile('dependencies'), KsSources);
+        If Lost <> '' Then
+            KsProblem := 'This path holds characters that Windows cannot hand to the export.'
+                + ' Rename the file or folder:' + KsBreak + Lost;
+    End;
+End;
+
+// Lines of other keys are for people who look what was found.
+Procedure KsWriteManifest(Dummy : Integer);
 Var
     Manifest : TStringList;
-    Lost     : String;
-    Answer   : String;
     I        : Integer;
 Begin
-    Result := False;
-    Lost := '';
-    If KsCollectBoards(Board) Then
-    Begin
-        Manifest := TStringList.Create;
-        Try
-            For I := 0 To KsPlotKeys.Count - 1 Do Manifest.Add('PlotKey=' + KsPlotKeys.Strings[I]);
-            For I := 0 To KsLayerNames.Count - 1 Do Manifest.Add('LayerName=' + KsLayerNames.Strings[I]);
-            Try
-                Lost := KsWriteList(KsExchangeFile('dependencies'), KsSources);
-                If Lost <> '' Then
-                    KsProblem := 'This path holds characters that Windows cannot hand to the export.'
-                        + ' Rename the file or folder:' + KsBreak + Lost
-                Else
-                    Lost := KsWriteList(KsExchangeFile('layers'), Manifest);
-            Except
-                Lost := KsExchange;
-                KsProblem := 'No file could be written in ' + KsExchange + '. Is the disk full?';
-            End;
-        Finally
-            Manifest.Free;
-        End;
-        If (Lost <> '') And (KsProblem = '') Then
+    Manifest := TStringList.Create;
+    Try
+        For I := 0 To KsPlotKeys.Count - 1 Do Manifest.Add('PlotKey=' + KsPlotKeys.Strings[I]);
+        For I := 0 To KsLayerNames.Count - 1 Do Manifest.Add('LayerName=' + KsLayerNames.Strings[I]);
+        If Not KsWriteFresh(KsExchangeFile('layers'), Manifest) Then
+            KsProblem := 'No file could be written in ' + KsExchange + '. Is the disk full?'
+        Else If KsFirstLost(KsExchangeFile('layers'), Manifest) <> '' Then
             KsProblem := 'The list of layers in ' + KsExchange + ' is incomplete. Is the disk full?';
-    End;
-    If KsProblem = '' Then
-    Begin
-        KsLogLines := KsCountLog(0);
-        If KsRun('--prepare ' + KsQuoted(KsBoardPath) + ' ' + KsQuoted(KsExchangeFile('dependencies'))
-            + ' ' + KsQuoted(KsExchangeFile('layers')) + ' ' + KsQuoted(KsExchangeFile('status'))) Then
-        Begin
-            Answer := KsAwait(KsExchangeFile('status'), KsPrepareRounds, KsEndingRounds);
-            If Answer = 'OK' Then Result := True
-            Else If Not KsCancelled(0) Then
-            Begin
-                If Answer = '' Then
-                    KsProblem := 'Kestrune.exe gave no answer in time. A very large panel, a slow network'
-                        + ' folder or a virus scanner may be the reason.'
-                Else
-                    KsProblem := KsWhyPrepareFailed(KsFailureLine(0));
-            End;
-        End;
+    Finally
+        Manifest.Free;
     End;
 End;
+
+// A preparation that has not said that it ended may still write: the mark stays when
+// the run ends, and with it the lists that the preparation reads.
+Procedure KsKeepMark(State : String; EndFile : String);
+Begin
+    KsMarkIsKept := True;
+    KsKeptState := State;
+    KsMarkUntil := EndFile;
+End;
+
+Procedure KsRunPreparation(Dummy : Integer);
+Var
+    Answer : String;
+Begin
+    KsLogLines := KsCountLog(0);
+    If KsRun('--prepare ' + KsQuoted(KsBoardPath) + ' ' + KsQuoted(KsExchangeFile('dependencies'))
+        + ' ' + KsQuoted(KsExchangeFile('layers')) + ' ' + KsQuoted(KsExchangeFile('status'))) Then
+    Begin
+        Answer := KsAwait(KsExchangeFile('status'), KsPrepareLimit, KsCancelLimit);
+        If Answer = '' Then KsKeepMark('cancelled', KsExchangeFile('status'));
+        If (Answer = '') And (Not KsMustEnd(0)) Then
+            KsProblem := 'Kestrune.exe gave no answer in time. A very large panel, a slow network'
+                + ' folder or a virus scanner may be the reason.'
+        Else If (Answer <> 'OK') And (Not KsMustEnd(0)) Then
+            KsProblem := KsWhyPrepareFailed(KsEndLine(KsLogLines, False));
+    End;
+End;
+
+Procedure KsPrepareCopy(Dummy : Integer);
+Begin
+    KsShowStep(1, 'preparing', 'preparing a copy of the board');
+    If Not KsMustEnd(0) Then
+        If Not KsCloseBridge(0) Then
+            KsProblem := 'The temporary project of an earlier export is still open. Close the project Bridge'
+                + ' and its documents without saving and try again.';
+    If Not KsMustEnd(0) Then
+    Begin
+        KsReturnToBoard(0);
+        KsCollectBoards(0);
+        If KsProblem = '' Then
+            If Not KsNothingIsLoaded(0) Then
+                KsProblem := 'A document of the temporary project is still open. Close the documents in '
+                    + KsTempRoot + ' without saving and try again.';
+        If KsProblem = '' Then KsWriteSources(0);
+        If KsProblem = '' Then KsWriteManifest(0);
+        If Not KsMustEnd(0) Then KsRunPreparation(0);
+    End;
+End;
+
+{--- Step 2: the temporary project in the host ---------------------------------}
+
+Procedure KsCompileBridge(Dummy : Integer);
+Var
+    Project : IProject;
+Begin
+    KsBeforeLongCall('IProject.DM_Compile');
+    If KsBridgeIndex(0) >= 0 Then
+    Begin
+        Project := GetWorkspace.DM_Projects(KsBridgeIndex(0));
+        If Project.DM_NeedsCompile Then Project.DM_Compile;
+    End;
+End;
+
+Procedure KsOpenBridge(Dummy : Integer);
+Begin
+    KsShowStep(2, 'opening', 'opening the temporary project');
+    If Not KsMustEnd(0) Then
+    Begin
+        KsBeforeLongCall('IWorkspace.DM_OpenProject');
+        GetWorkspace.DM_OpenProject(KsBridgeFile('Bridge.PrjPcb'), True);
+        If KsFocusJob(0) Then KsCompileBridge(0)
+        Else If Not KsMustEnd(0) Then
+            KsProblem := 'Altium Designer did not open the temporary project '
+                + KsBridgeFile('Bridge.PrjPcb') + '.';
+    End;
+End;
+
+{--- Step 3: the host writes the archive ---------------------------------------}
 
 Procedure KsGenerate(Dummy : Integer);
 Begin
-    KestruneWaitForm.TimeLabel.Caption := KestruneWaitForm.TimeLabel.Caption
-        + ' This clock stands still while Altium Designer works.';
-    KestruneWaitForm.Refresh;
-    Application.ProcessMessages;
-    ResetParameters;
-    AddStringParameter('Action', 'Run');
-    AddStringParameter('ObjectKind', 'OutputBatch');
-    AddStringParameter('OutputMedium', KsMedium);
-    AddStringParameter('DisableDialog', 'True');
-    RunProcess('WorkspaceManager:GenerateReport');
-    Application.ProcessMessages;
+    KestruneWaitForm.NoteLabel.Caption := 'This may take minutes. The clock stands still meanwhile.';
+    KsShowStep(3, 'generating', 'Altium Designer writes the ODB++ archive');
+    If Not KsMustEnd(0) Then
+    Begin
+        If KsFocusJob(0) And (Not KsCancelled(0)) Then
+        Begin
+            KsMark('generating', 'WorkspaceManager:GenerateReport', KsGenerateLimit);
+            ResetParameters;
+            AddStringParameter('Action', 'Run');
+            AddStringParameter('ObjectKind', 'OutputBatch');
+            AddStringParameter('OutputMedium', KsMedium);
+            AddStringParameter('DisableDialog', 'True');
+            RunProcess('WorkspaceManager:GenerateReport');
+        End
+        Else If Not KsMustEnd(0) Then
+            KsProblem := 'The temporary project did not stay in front. Do not click into Altium Designer'
+                + ' while the window says that it opens the project or writes the archive.';
+        KsMark('generated', '', KsWaitLimit);
+    End;
+    KestruneWaitForm.NoteLabel.Caption := ' ';
 End;
 
-Function KsAwaitArchive(Dummy : Integer) : Boolean;
+{--- Step 4: the archive is complete -------------------------------------------}
+
+// The host begins with a folder. When there is none after some seconds, it writes nothing.
+Function KsSomethingIsWritten(Dummy : Integer) : Boolean;
 Var
-    Answer  : String;
-    Archive : String;
+    Looks   : Integer;
+    Written : Boolean;
 Begin
-    Result := False;
-    Archive := KsOutputFolder(0) + '\ODB\Bridge.zip';
-    If KsRun('--wait-native ' + KsQuoted(Archive) + ' '
-        + KsQuoted(KsOutputFolder(0) + '\Status Report.Txt') + ' '
-        + KsQuoted(KsExchangeFile('result'))) Then
+    Looks := 0;
+    Repeat
+        Written := DirectoryExists(KsOutputFolder(0)) Or FileExists(KsArchive(0));
+        If Not Written Then KsRest(0);
+        Looks := Looks + 1;
+    Until Written Or (Looks > KsSilenceLimit * KsLooksPerSecond) Or KsMustEnd(0);
+    Result := Written;
+End;
+
+// Changes whenever a file of the output comes or grows.
+Function KsOutputState(Dummy : Integer) : String;
+Var
+    Files : TStringList;
+    I     : Integer;
+    State : String;
+Begin
+    Files := TStringList.Create;
+    Try
+        FindFiles(KsOutputFolder(0), '*.*', faAnyFile, True, Files);
+        State := IntToStr(Files.Count);
+        For I := 0 To Files.Count - 1 Do
+            If FileExists(Files.Strings[I]) Then
+                State := State + ' ' + IntToStr(FileAge(Files.Strings[I]));
+        If FileExists(KsArchive(0)) Then State := State + ' ' + IntToStr(FileAge(KsArchive(0)));
+    Finally
+        Files.Free;
+    End;
+    Result := State;
+End;
+
+// Each wait has a result file of its own: an earlier one may answer late.
+Function KsWaitOnce(Number : Integer) : String;
+Var
+    ResultFile : String;
+    Answer     : String;
+Begin
+    Answer := '';
+    ResultFile := KsExchangeFile('result' + IntToStr(Number));
+    If KsRun('--wait-native ' + KsQuoted(KsArchive(0)) + ' '
+        + KsQuoted(KsOutputFolder(0) + '\Status Report.Txt') + ' ' + KsQuoted(ResultFile)) Then
+        Answer := KsAwait(ResultFile, KsAnswerLimit, 0);
+    Result := Answer;
+End;
+
+// Waits again as long as the host still writes.
+Function KsWaitForArchive(Dummy : Integer) : Boolean;
+Var
+    Answer : String;
+    Before : String;
+    Waits  : Integer;
+    Grows  : Boolean;
+    Ready  : Boolean;
+Begin
+    Waits := 0;
+    Repeat
+        Waits := Waits + 1;
+        Before := KsOutputState(0);
+        Answer := KsWaitOnce(Waits);
+        Grows := (Answer <> 'OK') And (KsOutputState(0) <> Before);
+        If Grows Then KestruneWaitForm.NoteLabel.Caption := 'Altium Designer is still writing.';
+    Until (Not Grows) Or (Waits >= KsArchiveWaits) Or KsMustEnd(0);
+    Ready := Answer = 'OK';
+    Result := Ready;
+End;
+
+Procedure KsAwaitArchive(Dummy : Integer);
+Var
+    Ready : Boolean;
+Begin
+    KsShowStep(4, 'waiting', 'waiting until the archive is complete');
+    If Not KsMustEnd(0) Then
     Begin
-        Answer := KsAwait(KsExchangeFile('result'), KsWaitRounds, 0);
-        Result := (Answer = 'OK') And FileExists(Archive);
-        If (Not Result) And (Not KsCancelled(0)) Then
+        Ready := False;
+        If KsSomethingIsWritten(0) Then
+            Ready := KsWaitForArchive(0) And FileExists(KsArchive(0));
+        If (Not Ready) And (Not KsMustEnd(0)) Then
             KsProblem := 'Altium Designer wrote no complete ODB++ archive. Look into its Messages panel'
                 + ' for the reason: a missing licence for outputs or an error in the board.';
     End;
 End;
 
-Function KsSteps1To4(Board : IPCB_Board) : Boolean;
-Begin
-    Result := False;
-    KsShowStep(1, 'preparing a copy of the board');
-    KsRun('--position-window ' + IntToStr(KestruneWaitForm.Handle) + ' ' + IntToStr(Client.MainWindowHandle));
-    If KsProblem = '' Then
-        If Not KsCloseBridge(0) Then
-            KsProblem := 'The temporary project of an earlier export is still open. Close the project Bridge'
-                + ' without saving and try again.';
-    If (KsProblem = '') And (Not KsCancelled(0)) Then
-        If KsPrepare(Board) And (Not KsCancelled(0)) Then
-        Begin
-            KsShowStep(2, 'opening the temporary project');
-            If KsOpenBridge(0) And (Not KsCancelled(0)) Then
-            Begin
-                KsShowStep(3, 'Altium Designer writes the ODB++ archive');
-                If Not KsCancelled(0) Then KsGenerate(0);
-                If Not KsCancelled(0) Then
-                Begin
-                    KsShowStep(4, 'waiting until the archive is complete');
-                    Result := KsAwaitArchive(0);
-                End;
-            End;
-        End;
-End;
+{--- Step 5: delivery ----------------------------------------------------------}
 
-Procedure KsCloseAndReturn(Document : IServerDocument);
+// The temporary folder says for which board it was prepared. Another name means that
+// somebody else prepared meanwhile.
+Function KsFolderIsOurs(Dummy : Integer) : Boolean;
 Var
-    Closed : Boolean;
+    Ours : Boolean;
 Begin
-    Closed := False;
-    Try
-        Closed := KsCloseBridge(0);
-    Except
-        Closed := False;
-    End;
-    If Not Closed Then
-        KsNotice := KsNotice + KsBreak
-            + 'The temporary project Bridge could not be closed. Close it without saving.';
-    Try
-        Client.ShowDocument(Document);
-    Except
-        KsNotice := KsNotice + KsBreak + 'Your board could not be brought to the front.';
-    End;
+    Ours := KsSamePath(KsAsciiPart(KsFirstLine(KsBridgeFile('ready.txt'))), KsAsciiPart(KsBoardPath));
+    Result := Ours;
 End;
 
-Procedure KsReleaseLock(Dummy : Integer);
+Procedure KsAwaitDelivery(Dummy : Integer);
+Var
+    Looks : Integer;
+    Ended : Boolean;
 Begin
-    If KsLocked Then
+    Looks := 0;
+    Ended := False;
+    While (Not Ended) And (Looks <= KsDeliveryLimit * KsLooksPerSecond) And (Not KsMustEnd(0)) Do
     Begin
-        KsLocked := False;
-        CloseFile(KsLock);
-        DeleteFile(KsExchange + '\running.txt');
+        KsRest(0);
+        // Not at each look: while the log is read, nobody can write into it.
+        If Looks Mod KsLooksPerSecond = 0 Then Ended := KsEndLine(KsLogLines, True) <> '';
+        Looks := Looks + 1;
     End;
+    If Not Ended Then KsKeepMark('handed over', '');
 End;
 
-Procedure KsExportDocument(Board : IPCB_Board; Document : IServerDocument);
+Procedure KsDeliver(Dummy : Integer);
 Var
-    Delivered : Boolean;
-    Space     : Integer;
     Arguments : String;
 Begin
-    Delivered := False;
-    Space := 0;
+    If Not KsFolderIsOurs(0) Then
+        KsProblem := 'Another board was prepared for export meanwhile, so nothing was delivered. Export one'
+            + ' board after the other.'
+    Else
+    Begin
+        KsLogLines := KsCountLog(0);
+        Arguments := '--finalize-auto ' + KsQuoted(KsBoardPath);
+        If KsClearance > 0 Then Arguments := Arguments + ' ' + IntToStr(KsClearance);
+        If KsRun(Arguments) Then
+        Begin
+            KsMark('delivering', '', KsDeliveryLimit);
+            KsAwaitDelivery(0);
+        End;
+    End;
+End;
+
+{--- One export ----------------------------------------------------------------}
+
+// Each step looks by itself whether the export must end.
+Procedure KsMakeArchive(Dummy : Integer);
+Begin
+    KsCentreWindow(0);
+    If Not KsMustEnd(0) Then KsPrepareCopy(0);
+    If Not KsMustEnd(0) Then KsOpenBridge(0);
+    If Not KsMustEnd(0) Then KsGenerate(0);
+    If Not KsMustEnd(0) Then KsAwaitArchive(0);
+    If Not KsMustEnd(0) Then KsShowStep(5, 'closing', 'delivering the archive');
+End;
+
+// Nothing of the export stays open, and the board is back in front.
+Procedure KsCloseAndReturn(Dummy : Integer);
+Begin
+    If Not KsCloseBridge(0) Then
+        KsNotice := KsNotice + KsBreak
+            + 'The temporary project Bridge could not be closed. Close it without saving.';
+    KsReturnToBoard(0);
+End;
+
+// A host that is about to quit is left alone.
+Procedure KsEndExport(Dummy : Integer);
+Var
+    Complete : Boolean;
+Begin
+    If Not KsQuits(0) Then
+    Begin
+        Complete := (KsProblem = '') And (Not KsCancelled(0)) And (Not KsMarkLost);
+        KsCloseAndReturn(0);
+        If Complete And (Not KsMustEnd(0)) Then KsDeliver(0);
+        If KsMarkLost And (KsProblem = '') Then
+            KsProblem := 'Another export took over the temporary folder, because this one had given no'
+                + ' sign of life for too long.';
+        KestruneWaitForm.StepBar.Position := KsSteps;
+        KestruneWaitForm.Hide;
+    End;
+End;
+
+Procedure KsReport(Dummy : Integer);
+Begin
+    If Not KsQuits(0) Then
+    Begin
+        If KsNotice <> '' Then ShowWarning(Trim(KsNotice));
+        If KsProblem <> '' Then
+            ShowError('The board was not exported.' + KsBreak + KsBreak + KsProblem
+                + KsBreak + KsBreak + 'Details: ' + KsLogPath(0));
+    End;
+End;
+
+Procedure KsExportFile(Dummy : Integer);
+Begin
     KsOpenWindow(0);
     Try
         Try
-            Delivered := KsSteps1To4(Board);
+            KsMakeArchive(0);
         Except
-            Delivered := False;
             KsProblem := 'The export stopped in the middle of: ' + KsStepText + '.';
         End;
     Finally
-        If Delivered Then
-        Begin
-            KsShowStep(5, 'delivering the archive');
-            Space := KsClearanceIfKnown(Board);
-        End;
-        // Whatever happened: nothing of the export stays open, and the board is back.
-        KsCloseAndReturn(Document);
-        If KsCancelled(0) Then Delivered := False;
-        KestruneWaitForm.Hide;
-        KsDeleteExchange(0);
-        KsReleaseLock(0);
+        KsEndExport(0);
     End;
-    If KsNotice <> '' Then ShowWarning(Trim(KsNotice));
-    If Delivered Then
-    Begin
-        Arguments := '--finalize-auto ' + KsQuoted(KsBoardPath);
-        If Space > 0 Then Arguments := Arguments + ' ' + IntToStr(Space);
-        KsRun(Arguments);
-    End;
-    If KsProblem <> '' Then
-        ShowError('The board was not exported.' + KsBreak + KsBreak + KsProblem
-            + KsBreak + KsBreak + 'Details: ' + KsLogPath(0));
 End;
 
 {--- Before the export ---------------------------------------------------------}
 
-// Two host windows share the temporary folder. An open file cannot be deleted, and
-// Windows closes it when its owner ends, so a crash leaves no lock behind.
-Function KsTakeLock(Dummy : Integer) : Boolean;
-Var
-    Path : String;
-Begin
-    Result := True;
-    KsLocked := False;
-    Path := KsExchange + '\running.txt';
-    KsDeleteIfThere(Path);
-    If FileExists(Path) Then
-        Result := ConfirmNoYes('Another window of Altium Designer seems to export a board at this moment.'
-            + KsBreak + 'Two exports at once spoil each other. Start this one all the same?')
-    Else
-    Begin
-        Try
-            AssignFile(KsLock, Path);
-            Rewrite(KsLock);
-            KsLocked := True;
-        Except
-            KsLocked := False;
-        End;
-    End;
-End;
-
-// The board is exported from its file. The host does not always know that a board
-// was changed, so saving is offered each time.
-Function KsSaveBoard(Document : IServerDocument) : Boolean;
+Function KsAskToSave(Document : IServerDocument) : Integer;
 Var
     Question : String;
     Answer   : Integer;
@@ -1222,64 +2146,127 @@ Begin
         + 'No: export the file as it was saved last.' + KsBreak
         + 'Cancel: do nothing.';
     Answer := ConfirmNoYesCancel(Question);
-    Result := (Answer = mrYes) Or (Answer = mrNo);
-    If Answer = mrYes Then
-    Begin
-        Document.DoFileSave('PCB');
-        If Document.Modified Then
-            Result := ConfirmNoYes('The board could not be saved; its file may be write-protected.'
-                + KsBreak + 'Export the file as it was saved last?');
-    End;
+    Result := Answer;
 End;
 
-Function KsRefusal(Board : IPCB_Board; Document : IServerDocument) : String;
+// A file's age counts in steps of two seconds; a save within the same step as the
+// last one would look as if nothing was written.
+Procedure KsLetAgePass(Dummy : Integer);
 Begin
-    Result := '';
-    If KsIsInside(KsBoardPath, KsTempRoot) Then
-        Result := 'This is the temporary copy that Kestrune made of a board. Open the original board and'
-            + ' export that one.'
-    Else If UpperCase(ExtractFileExt(KsBoardPath)) = '.PCBLIB' Then
-        Result := 'This is a library. Open a board and press the button there.'
-    Else If (Not KsIsAbsolute(KsBoardPath)) Or (Not FileExists(KsBoardPath)) Then
-        Result := 'This board has no file: it was never saved, or its folder is not connected. Save it'
-            + ' under a name first, then press the button again.'
-    Else If Document = Nil Then
-        Result := 'Altium Designer does not know the document of this board. Open it again and retry.'
-    Else If KsMissingFile(0) <> '' Then
-        Result := 'The installation of Kestrune is incomplete. This file is missing:' + KsBreak
-            + KsMissingFile(0) + KsBreak + KsReinstall(0);
+    KsBeforeLongCall('FileAge');
+    If FileAge(KsBoardPath) = FileAge(KsMarkPath) Then Sleep(2100);
 End;
 
-Procedure KsExportBoard(Board : IPCB_Board);
+// Saves, and says when no file was written: the host may have found nothing to save,
+// may not know of a change, or may not be allowed to write.
+Function KsSave(Asked : Boolean) : Boolean;
 Var
     Document : IServerDocument;
-    Refusal  : String;
+    Before  : Integer;
+    Changed : Boolean;
+    GoesOn  : Boolean;
+    Text    : String;
 Begin
-    KsBoardPath := Board.FileName;
+    GoesOn := True;
+    KsLetAgePass(0);
+    Changed := False;
+    Before := FileAge(KsBoardPath);
+    // Asked for anew: a question stood open meanwhile.
     Document := Client.GetDocumentByPath(KsBoardPath);
-    Refusal := KsRefusal(Board, Document);
-    If Refusal <> '' Then ShowWarning(Refusal)
-    Else If KsSaveBoard(Document) Then
+    If Document <> Nil Then
     Begin
-        Try
-            KsNewExchange(0);
-        Except
-            KsProblem := 'No file could be written in ' + KsExchange + '. Is the disk full?';
-        End;
-        If KsProblem <> '' Then ShowError(KsProblem)
-        Else If KsTakeLock(0) Then KsExportDocument(Board, Document);
+        KsBeforeLongCall('IServerDocument.DoFileSave');
+        Changed := Document.Modified;
+        Document.DoFileSave('');
+        KsMark('starting', '', KsWaitLimit);
     End;
+    If FileAge(KsBoardPath) = Before Then
+    Begin
+        Text := 'Altium Designer wrote no file: it found nothing to save, or the file is'
+            + ' write-protected.';
+        If Asked Or Changed Then
+            GoesOn := ConfirmNoYes(Text + KsBreak + 'Export the file as it was saved last?')
+        Else
+            KsNotice := Text + ' The file was exported as it was saved last.';
+    End;
+    Result := GoesOn;
+End;
+
+// The board is exported from its file. The host does not always know that a board
+// was changed, so saving is offered each time, where the settings do not decide.
+Function KsSaveBoard(Document : IServerDocument) : Boolean;
+Var
+    Setting : String;
+    Answer  : Integer;
+    GoesOn  : Boolean;
+Begin
+    Setting := KsSaveSetting(0);
+    KsBeforeLongCall('IServerDocument.Modified');
+    Answer := mrNo;
+    If Setting = 'always' Then Answer := mrYes;
+    If Setting = 'ask' Then Answer := KsAskToSave(Document);
+    GoesOn := (Answer = mrYes) Or (Answer = mrNo);
+    If Answer = mrYes Then GoesOn := KsSave(Setting = 'ask');
+    Result := GoesOn;
+End;
+
+Function KsRefusal(Document : IServerDocument) : String;
+Var
+    Text : String;
+Begin
+    Text := '';
+    If KsIsInside(KsBoardPath, KsTempRoot) Then
+        Text := 'This is the temporary copy that Kestrune made of a board. Open the original board and'
+            + ' export that one.'
+    Else If UpperCase(ExtractFileExt(KsBoardPath)) = '.PCBLIB' Then
+        Text := 'This is a library. Open a board and press the button there.'
+    Else If (Not KsIsAbsolute(KsBoardPath)) Or (Not FileExists(KsBoardPath)) Then
+        Text := 'This board has no file: it was never saved, or its folder is not connected. Save it'
+            + ' under a name first, then press the button again.'
+    Else If Document = Nil Then
+        Text := 'Altium Designer does not know the document of this board. Open it again and retry.'
+    Else If KsMissingFile(0) <> '' Then
+        Text := 'The installation of Kestrune is incomplete. This file is missing:' + KsBreak
+            + KsMissingFile(0) + KsBreak + KsReinstall(0);
+    Result := Text;
+End;
+
+// The mark is taken; what a stopped run left is said before anything else.
+Procedure KsExportBoard(Dummy : Integer);
+Var
+    Document : IServerDocument;
+Begin
+    If KsNotice <> '' Then
+    Begin
+        ShowWarning(KsNotice);
+        KsNotice := '';
+    End;
+    KsBeforeLongCall('Client.GetDocumentByPath');
+    Document := Client.GetDocumentByPath(KsBoardPath);
+    If Document = Nil Then KsProblem := 'The board was closed.'
+    Else If KsSaveBoard(Document) Then KsExportFile(0);
+End;
+
+// Takes the mark and gives it back, whatever happens between.
+Procedure KsExportUnderMark(Dummy : Integer);
+Begin
+    Try
+        KsTakeMark(0);
+        If KsProblem = '' Then KsExportBoard(0);
+    Finally
+        If KsMarkIsKept Then KsMark(KsKeptState, '', KsWaitLimit)
+        Else KsRemoveOwnFiles(0);
+    End;
+    KsReport(0);
 End;
 
 Procedure KsExport(Dummy : Integer);
 Var
-    Board : IPCB_Board;
+    Board   : IPCB_Board;
+    Refusal : String;
 Begin
-    KsProblem := '';
-    KsNotice := '';
-    KsLocked := False;
-    KsStart := Now;
-    KsHost := GetBuildNumberPart(Client.GetProductVersion, 0);
+    KsVersion := Client.GetProductVersion;
+    KsHost := GetBuildNumberPart(KsVersion, 0);
     Board := Nil;
     If PCBServer <> Nil Then Board := PCBServer.GetCurrentPCBBoard;
     If Board = Nil Then
@@ -1287,45 +2274,93 @@ Begin
     Else If Not KsLocateInstallation(0) Then
         ShowError('The folders of Kestrune could not be found. ' + KsReinstall(0))
     Else
-        KsExportBoard(Board);
+    Begin
+        KsBoardPath := Board.FileName;
+        Refusal := KsRefusal(Client.GetDocumentByPath(KsBoardPath));
+        If Refusal <> '' Then ShowWarning(Refusal)
+        Else KsExportUnderMark(0);
+    End;
+End;
+
+Procedure KsForgetLastRun(Dummy : Integer);
+Begin
+    KsProblem := '';
+    KsNotice := '';
+    KsStepText := 'starting';
+    KsStart := Now;
+    KsStamp := '';
+    KsMarkPath := '';
+    KsMarkUntil := '';
+    KsMarkNumber := 0;
+    KsMarkState := 'starting';
+    KsMarkAge := 0;
+    KsMarkIsCall := False;
+    KsMarkLost := False;
+    KsMarkIsKept := False;
+    KsKeptState := '';
+    KsLogLines := 0;
+    KsClearance := 0;
+    KsBoard := Nil;
 End;
 
 Procedure KsRunWithLists(Dummy : Integer);
 Begin
+    KsForgetLastRun(0);
+    KsChildren := TObjectList.Create;
+    KsChildren.OwnsObjects := False;
+    KsChildFolder := TStringList.Create;
     KsVisited := TStringList.Create;
     KsSources := TStringList.Create;
     KsMissing := TStringList.Create;
+    KsAway := TStringList.Create;
     KsPlotKeys := TStringList.Create;
     KsLayerNames := TStringList.Create;
     KsTooHigh := TStringList.Create;
+    KsFindings := TStringList.Create;
     Try
         KsExport(0);
     Finally
+        KsChildren.Free;
+        KsChildFolder.Free;
         KsVisited.Free;
         KsSources.Free;
         KsMissing.Free;
+        KsAway.Free;
         KsPlotKeys.Free;
         KsLayerNames.Free;
         KsTooHigh.Free;
+        KsFindings.Free;
     End;
 End;
 
-// A script that was stopped in the debugger cannot take its mark back; then the
-// wait window is closed by hand, and the user is asked.
+// The variables say that a run goes on in this interpreter: either it does, and this
+// press came while it waits, or it was stopped by force and left them so. Its mark
+// decides. Nothing of the run may be touched before.
 Function KsMayStart(Dummy : Integer) : Boolean;
+Var
+    Lines    : TStringList;
+    Text     : String;
+    MayStart : Boolean;
 Begin
-    Result := True;
-    If KsExportRuns Then
+    Text := '';
+    If KsExportRuns And (KsMarkPath <> '') Then
     Begin
-        If KestruneWaitForm.Visible Then
-        Begin
-            KestruneWaitForm.NoteLabel.Caption := 'An export is already running: this one.';
-            Result := False;
-        End
-        Else
-            Result := ConfirmNoYes('The last export has not ended yet, or it was stopped by force.'
-                + KsBreak + 'Start a new one?');
+        Lines := TStringList.Create;
+        Try
+            If KsReadMark(KsMarkPath, Lines) Then
+                If KsStateOfMark(Lines) = 'running' Then Text := KsRunningText(KsMarkPath, Lines);
+            // A run that waits shows it in its window; a box would keep it from going on.
+            If (Text <> '') And KestruneWaitForm.Visible And (KsValue(Lines, 'Call=') = '')
+                And (KsClock(0) - StrToIntDef(KsValue(Lines, 'Clock='), 0) <= KsLiveLimit) Then
+                KestruneWaitForm.NoteLabel.Caption := 'An export is already running: this one.'
+            Else If Text <> '' Then
+                ShowWarning(Text);
+        Finally
+            Lines.Free;
+        End;
     End;
+    MayStart := Text = '';
+    Result := MayStart;
 End;
 
 Procedure RunKestrune;

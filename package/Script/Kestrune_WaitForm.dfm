@@ -13,7 +13,7 @@ object KestruneWaitForm: TKestruneWaitForm
   Font.Name = 'Tahoma'
   Font.Style = []
   OldCreateOrder = False
-  Position = poDesktopCenter
+  Position = poScreenCenter
   OnClose = KestruneWaitFormClose
   PixelsPerInch = 96
   TextHeight = 13

@@ -2,7 +2,8 @@ unit HostFiles;
 {$mode delphi}{$H+}
 // The files of the host's Windows as this Linux program reaches them: drive letters and network
 // shares are mapped into the Wine prefix, text files are read and written in code page 1252, as the
-// host's script engine does, and a file that is held open cannot be deleted.
+// host's script engine does, and a file that is held open cannot be deleted. What fails while a file is
+// created stops the interpreter, where the host is known to do so.
 
 interface
 
@@ -17,6 +18,16 @@ type
     procedure SaveToFile(const FileName: string); override;
   end;
 
+  // Only what the script reads of it.
+  TIniFile = class
+  private
+    Lines: Classes.TStringList;
+  public
+    constructor Create(const FileName: string);
+    destructor Destroy; override;
+    function ReadString(const Section, Key, Default: string): string;
+  end;
+
   TextFile = record
     Path: string;
     Open: Boolean;
@@ -28,11 +39,21 @@ var
   OpenLists: Integer;      // string lists that the script has not freed
   OpenFiles: Classes.TStringList;
   OnDelete: procedure(const Path: string);
+  OnFileError: procedure(const Where: string);   // a file cannot be created; may not return
+  Forbidden: string;       // nothing whose path begins so can be created
+
+const
+  faAnyFile = 63;
 
 function UnixPath(const Path: string): string;
 function FileExists(const Path: string): Boolean;
 function DeleteFile(const Path: string): Boolean;
+function DirectoryExists(const Path: string): Boolean;
 function ForceDirectories(const Path: string): Boolean;
+function FileAge(const Path: string): Integer;
+procedure FindFiles(const Folder, Pattern: string; Attributes: Integer; Recursive: Boolean;
+  List: Classes.TStrings);
+procedure MakeYounger(const Path: string);
 procedure AssignFile(var F: TextFile; const Path: string);
 procedure Rewrite(var F: TextFile);
 procedure CloseFile(var F: TextFile);
@@ -69,7 +90,55 @@ end;
 
 function FileExists(const Path: string): Boolean;
 begin
-  Result := SysUtils.FileExists(UnixPath(Path)) and not DirectoryExists(UnixPath(Path));
+  Result := SysUtils.FileExists(UnixPath(Path)) and not SysUtils.DirectoryExists(UnixPath(Path));
+end;
+
+function DirectoryExists(const Path: string): Boolean;
+begin
+  Result := SysUtils.DirectoryExists(UnixPath(Path));
+end;
+
+function FileAge(const Path: string): Integer;
+begin
+  Result := SysUtils.FileAge(UnixPath(Path)) div 2;
+end;
+
+procedure MakeYounger(const Path: string);
+begin
+  SysUtils.FileSetDate(UnixPath(Path), SysUtils.FileAge(UnixPath(Path)) + 2);
+end;
+
+function Fits(const Name, Pattern: string): Boolean;
+begin
+  if Pattern = '' then Result := Name = ''
+  else if Pattern[1] = '*' then
+    Result := Fits(Name, Copy(Pattern, 2, Length(Pattern)))
+      or ((Name <> '') and Fits(Copy(Name, 2, Length(Name)), Pattern))
+  else Result := (Name <> '') and (UpCase(Name[1]) = UpCase(Pattern[1]))
+    and Fits(Copy(Name, 2, Length(Name)), Copy(Pattern, 2, Length(Pattern)));
+end;
+
+// The host's answers were seen with names in capitals.
+procedure FindFiles(const Folder, Pattern: string; Attributes: Integer; Recursive: Boolean;
+  List: Classes.TStrings);
+var
+  Entry: TSearchRec;
+  All: string;
+begin
+  All := Pattern;
+  if All = '*.*' then All := '*';
+  if SysUtils.FindFirst(IncludeTrailingPathDelimiter(UnixPath(Folder)) + '*', 63, Entry) = 0 then
+  begin
+    repeat
+      if (Entry.Attr and faDirectory) <> 0 then
+      begin
+        if Recursive and (Entry.Name <> '.') and (Entry.Name <> '..') then
+          FindFiles(Folder + '\' + Entry.Name, Pattern, Attributes, True, List);
+      end
+      else if Fits(Entry.Name, All) then List.Add(Folder + '\' + Entry.Name);
+    until FindNext(Entry) <> 0;
+    FindClose(Entry);
+  end;
 end;
 
 function DeleteFile(const Path: string): Boolean;
@@ -91,7 +160,8 @@ end;
 
 procedure Rewrite(var F: TextFile);
 begin
-  if OpenFiles.IndexOf(F.Path) >= 0 then raise EInOutError.Create('in use');
+  if DiskIsFull or FileExists(F.Path) or (OpenFiles.IndexOf(F.Path) >= 0) then
+    if Assigned(OnFileError) then OnFileError('Rewrite');
   WriteBytes(F.Path, '');
   OpenFiles.Add(F.Path);
   F.Open := True;
@@ -216,9 +286,55 @@ var
   I: Integer;
   Bytes: string;
 begin
+  if DiskIsFull or FileExists(FileName) or not SysUtils.DirectoryExists(ExtractFileDir(UnixPath(FileName))) or ((Forbidden <> '') and (Pos(Forbidden, FileName) = 1)) then
+    if Assigned(OnFileError) then OnFileError('TStringList.SaveToFile');
   Bytes := '';
   for I := 0 to Count - 1 do Bytes := Bytes + Strings[I] + #13#10;
   WriteBytes(FileName, Utf8ToAnsiText(Bytes));
+end;
+
+// Windows reads such a file as UTF-16 when it has that mark, otherwise in the code page.
+constructor TIniFile.Create(const FileName: string);
+var
+  Bytes: string;
+  Wide: UnicodeString;
+begin
+  Bytes := ReadBytes(FileName);
+  if Copy(Bytes, 1, 2) = #$FF#$FE then
+  begin
+    SetLength(Wide, (Length(Bytes) - 2) div 2);
+    if Wide <> '' then Move(Bytes[3], Wide[1], Length(Wide) * 2);
+    Bytes := UTF8Encode(Wide);
+  end
+  else Bytes := AnsiToUtf8Text(Bytes);
+  Lines := Classes.TStringList.Create;
+  Lines.Text := Bytes;
+  Inc(OpenLists);
+end;
+
+destructor TIniFile.Destroy;
+begin
+  Dec(OpenLists);
+  Lines.Free;
+  inherited Destroy;
+end;
+
+function TIniFile.ReadString(const Section, Key, Default: string): string;
+var
+  I: Integer;
+  Inside: Boolean;
+begin
+  Result := Default;
+  Inside := False;
+  for I := Lines.Count - 1 downto 0 do
+    if SameText(Trim(Lines[I]), '[' + Section + ']') then Inside := True;
+  if not Inside then Exit;
+  Inside := False;
+  for I := 0 to Lines.Count - 1 do
+    if Copy(Trim(Lines[I]), 1, 1) = '[' then Inside := SameText(Trim(Lines[I]), '[' + Section + ']')
+    else if Inside and (Pos('=', Lines[I]) > 0)
+      and SameText(Trim(Copy(Lines[I], 1, Pos('=', Lines[I]) - 1)), Key) then
+      Result := Trim(Copy(Lines[I], Pos('=', Lines[I]) + 1, Length(Lines[I])));
 end;
 
 initialization

@@ -3,6 +3,9 @@ unit HostStandIn;
 // The host's scripting interface as far as the script uses it, with the host's names, parameters and
 // ways of failing. Every call goes into Calls; a member that the host's version does not have, and
 // every question about unsaved changes that the script provokes, goes into Complaints.
+//
+// Where hosts differ, a report of one decides (LoadHost). What the interpreter of a host cannot catch
+// ends the script's thread where it is: neither its Except nor its Finally runs (StopInterpreter).
 
 interface
 
@@ -12,51 +15,76 @@ const
   eTopLayer = 1; eMidLayer1 = 2; eBottomLayer = 32; eTopOverlay = 33; eBottomOverlay = 34;
   eTopPaste = 35; eBottomPaste = 36; eTopSolder = 37; eBottomSolder = 38; eInternalPlane1 = 39;
   eDrillGuide = 55; eKeepOutLayer = 56; eMechanical1 = 57; eDrillDrawing = 73; eMultiLayer = 74;
-  eViaObject = 3; ePadObject = 2; eRuleObject = 16; eEmbeddedBoardObject = 26;
+  eTrackObject = 4; eViaObject = 3; ePadObject = 2; eRuleObject = 16; eEmbeddedBoardObject = 26;
   eProcessAll = 0;
-  AllLayers = -1;
-  eLayerClass_Electrical = 3;
+  eLayerClass_Physical = 2; eLayerClass_Electrical = 3;
+  eRule_Clearance = 0; eRule_Width = 2;
   mrYes = 6; mrNo = 7; mrCancel = 2;
   fsNormal = 0; fsStayOnTop = 3;
 
 type
   TDynamicString = string;
-  TObjectSet = set of Byte;
+  TSet = set of Byte;
   TCloseAction = (caNone, caHide, caFree, caMinimize);
 
   IPCB_Primitive = class
     ObjectId: Integer;
-    Descriptor: string;
+    LayerNumber: Integer;
+    Dead: Boolean;       // its document was closed
+    procedure Use(const Member: string);
+  end;
+  IPCB_Rule = class(IPCB_Primitive)
+    Text: string;
+    Kind: Integer;
+    IsEnabled: Boolean;
+    function Descriptor: string;
+    function RuleKind: Integer;
+    function Enabled: Boolean;
   end;
   IPCB_Pad = class(IPCB_Primitive)
-    HoleSize: Integer;
-    Layer: Integer;
+    Hole: Integer;
+    IsPlated: Boolean;
+    function HoleSize: Integer;
+    function Plated: Boolean;
+    function Layer: Integer;
   end;
   IPCB_Via = class(IPCB_Primitive)
-    HoleSize: Integer;
   end;
   IPCB_Board = class;
   IPCB_EmbeddedBoard = class(IPCB_Primitive)
-    DocumentPath: string;
-    ChildBoard: IPCB_Board;
+    StoredPath: string;
+    Loaded: IPCB_Board;
+    function DocumentPath: string;
+    function ChildBoard: IPCB_Board;
   end;
 
   // What an iterator answers: any object, which the variable's type must fit.
   TAnyObject = record
     Item: IPCB_Primitive;
     class operator Implicit(const A: TAnyObject): IPCB_Primitive;
+    class operator Implicit(const A: TAnyObject): IPCB_Rule;
     class operator Implicit(const A: TAnyObject): IPCB_Pad;
     class operator Implicit(const A: TAnyObject): IPCB_Via;
     class operator Implicit(const A: TAnyObject): IPCB_EmbeddedBoard;
   end;
 
+  // The script's lists of objects.
+  TObjectList = class(Contnrs.TObjectList)
+  private
+    function GetItem(I: Integer): TAnyObject;
+  public
+    constructor Create;
+    destructor Destroy; override;
+    property Items[I: Integer]: TAnyObject read GetItem;
+  end;
+
   IPCB_BoardIterator = class
     Board: IPCB_Board;
-    Objects: TObjectSet;
+    Objects, Layers: TSet;
     Filters: Integer;
     Position: Integer;
-    procedure AddFilter_ObjectSet(const S: TObjectSet);
-    procedure AddFilter_LayerSet(Layers: Integer);
+    procedure AddFilter_ObjectSet(const S: TSet);
+    procedure AddFilter_LayerSet(const S: TSet);
     procedure AddFilter_Method(Method: Integer);
     function NextPCBObject: TAnyObject;
     function FirstPCBObject: TAnyObject;
@@ -67,14 +95,15 @@ type
   end;
   IPCB_LayerObject = class
     Number: TLayerId;
-    UsedByPrims: Boolean;
+    HasPrims: Boolean;
     function V7_LayerID: TLayerId;
+    function UsedByPrims: Boolean;
   end;
   IPCB_MechanicalLayer = class(IPCB_LayerObject)
   end;
   IPCB_MasterLayerStack = class
-    Copper: TObjectList;
-    Mechanical: TObjectList;   // of the layers 1 to 1024
+    Copper: Contnrs.TObjectList;
+    Mechanical: Contnrs.TObjectList;   // of the layers 1 to 1024
     constructor Create;
     function First(LayerClass: Integer): IPCB_LayerObject;
     function Next(LayerClass: Integer; Layer: IPCB_LayerObject): IPCB_LayerObject;
@@ -87,19 +116,26 @@ type
     FStack: IPCB_MasterLayerStack;
     function GetStack: IPCB_MasterLayerStack;
     function GetLayerIsUsed(Layer: Integer): Boolean;
+    procedure Use(const Member: string);
+    function GetFileName: string;
   public
-    Objects: TObjectList;
-    Used: set of Byte;
+    Objects: Contnrs.TObjectList;
+    Used: set of Byte;      // the flags of the layers; an object sets its layer's
+    Dead: Boolean;          // its document was closed
     constructor Create(const Path: string);
     // what tests say about a board
     procedure AddCopper(Id: Integer);
     procedure AddMechanical(I: Integer);
     procedure AddPad(HoleSize, Layer: Integer);
+    procedure AddUnplatedHole;
     procedure AddVia;
+    procedure AddTrack(Layer: Integer);
     procedure AddRule(const Descriptor: string);
+    procedure AddDisabledRule(const Descriptor: string);
+    procedure Die;
     function AddChild(const DocumentPath: string; Board: IPCB_Board): IPCB_Board;
     // what the script sees
-    property FileName: string read FFileName;
+    property FileName: string read GetFileName;
     property MasterLayerStack: IPCB_MasterLayerStack read GetStack;
     property LayerIsUsed[Layer: Integer]: Boolean read GetLayerIsUsed;
     function BoardIterator_Create: IPCB_BoardIterator;
@@ -107,7 +143,7 @@ type
   end;
 
   TPcbServer = class
-    Front: IPCB_Board;
+    Front: IPCB_Board;      // the board whose document was opened last
     function GetCurrentPCBBoard: IPCB_Board;
   end;
   TLayerUtils = class
@@ -117,13 +153,18 @@ type
   IServerDocument = class
   private
     FModified: Boolean;
-    procedure SetModified(Value: Boolean);
+    function GetModified: Boolean;
   public
     Path, Kind: string;
-    ReadOnly: Boolean;
+    Loaded: string;         // what the file held when it was opened
+    ReadOnly, Dead: Boolean;
+    Board: IPCB_Board;
     Saves, ModifiedWrites: Integer;
+    procedure Use(const Member: string);
+    procedure SetModified(Value: Boolean);
     function DoFileSave(const AKind: string): Boolean;
-    property Modified: Boolean read FModified write SetModified;
+    property Modified: Boolean read GetModified write SetModified;
+    property ReallyModified: Boolean read FModified write FModified;
   end;
 
   IDocument = class
@@ -132,7 +173,7 @@ type
   end;
   IProject = class
     Path: string;
-    Members: TObjectList;
+    Members: Contnrs.TObjectList;
     Compiled: Boolean;
     constructor Create(const ProjectPath: string);
     function DM_ProjectFullPath: string;
@@ -146,6 +187,7 @@ type
     function DM_ProjectCount: Integer;
     function DM_Projects(I: Integer): IProject;
     function DM_FocusedProject: IProject;
+    function DM_FocusedDocument: IDocument;
     function DM_OpenProject(const Path: string; Show: Boolean): IProject;
   end;
   TClient = class
@@ -155,6 +197,8 @@ type
     function OpenDocument(const Kind, Path: string): IServerDocument;
     procedure ShowDocument(Document: IServerDocument);
     procedure CloseDocument(Document: IServerDocument);
+    function IsDocumentOpen(const Path: string): Boolean;
+    function IsQuitting: Boolean;
   end;
 
   TLabel = class
@@ -182,7 +226,7 @@ type
   TMoment = procedure;
 
   // How the host treats the output job.
-  TGeneration = (Writes, WritesNothing, WritesEmptyFile);
+  TGeneration = (Writes, WritesNothing, WritesEmptyFile, WritesFolder);
 
 var
   PCBServer: TPcbServer;
@@ -193,24 +237,44 @@ var
   // what tests set
   Version: Integer;
   Generation: TGeneration;
-  CloseDoesNothing, CloseFails, OpenDoesNothing, ProjectsAreListed: Boolean;
+  CloseDoesNothing, CloseFails, OpenDoesNothing, ProjectsAreListed, Quitting: Boolean;
+  NeverUnloads: string;         // the end of a path whose document stays loaded, whatever closes it
   AppDataFolder, TempFolder, ScriptProject: string;
   AnswerSave, AnswerNoYes: Integer;
-  OnMessages, OnGenerate: TMoment;
+  OnMessages, OnGenerate, OnQuestion: TMoment;
   StartProgram: TProgram;
   ProgramRuns: function: Boolean;
+  StopAtCall: Integer;          // the call of the host that stops the interpreter; 0: none
+  StopAtMember: string;         // the member of which every call does so; '': none
+
+  // what a report of a host decides
+  FocusPumps, FocusMilliseconds: Integer;
+  ModifiedIsSeen, LayerFlagsAreSeen, SavesAreWritten, NestedIteratorsWork, DocumentsStayLoaded,
+    FileErrorsAreCaught: Boolean;
+  MissingMembers: Classes.TStringList;
 
   // what tests look at
   Calls, Boxes, Questions, Complaints: Classes.TStringList;
-  Projects, Documents: TObjectList;
+  Members: Classes.TStringList;  // of the host, as the script called them, one line for a call
+  Stopped: string;               // what stopped the interpreter
+  Projects, Documents: Contnrs.TObjectList;
   FrontDocument: IServerDocument;
-  OpenIterators, Pauses: Integer;
+  OpenIterators, OpenObjectLists, Pauses, Pumps: Integer;
+  Milliseconds: Int64;           // of the host's clock
 
+procedure LoadHost(const FileName: string);
+procedure RunInInterpreter(Entry: TMoment);
+procedure StopInterpreter(const Why: string);
+procedure PutInFront(Document: IServerDocument);
+procedure CloseByUser(Document: IServerDocument);
 procedure ResetHost;
 function Called(const Mark: string): Integer;
 
 function GetWorkspace: IWorkspace;
-function MkSet(A: Integer): TObjectSet;
+function MkSet(A: Integer): TSet;
+function AllObjects: TSet;
+function AllLayers: TSet;
+function Now: TDateTime;
 function GetBuildNumberPart(const Text: string; Part: Integer): Integer;
 function GetRunningScriptProjectName: string;
 function SpecialFolder_AltiumApplicationData: string;
@@ -230,10 +294,21 @@ function GetTickCount: Integer;
 
 implementation
 
+type
+  TRunner = record
+    Entry: TMoment;
+    Done: PRTLEvent;
+  end;
+
 var
   Parameters: Classes.TStringList;
   Workspace: IWorkspace;
-  Ticks: Integer;
+  Runner: TRunner;
+  InInterpreter: Boolean;
+  HostReport: string;
+  ToFront: IServerDocument;      // shown, but the focus has not followed yet
+  PumpsToFront: Integer;
+  FrontFrom: Int64;
 
 procedure Call(const Text: string);
 begin
@@ -245,11 +320,70 @@ begin
   Complaints.Add(Text);
 end;
 
-// The real host stops the script in its debugger and no handler of the script sees it.
+{ the interpreter }
+
+function RunEntry(Unused: Pointer): PtrInt;
+begin
+  try
+    Runner.Entry;
+  except
+    on E: Exception do Complain('an error reached the host: ' + E.Message);
+  end;
+  RTLEventSetEvent(Runner.Done);
+  Result := 0;
+end;
+
+// A thread ends without any handler of the script. A script that the script's own messages start runs
+// inside of the first one, as in the host.
+procedure RunInInterpreter(Entry: TMoment);
+begin
+  if InInterpreter then
+  begin
+    Entry;
+    Exit;
+  end;
+  Stopped := '';
+  InInterpreter := True;
+  Runner.Entry := Entry;
+  Runner.Done := RTLEventCreate;
+  BeginThread(RunEntry);
+  RTLEventWaitFor(Runner.Done);
+  RTLEventDestroy(Runner.Done);
+  InInterpreter := False;
+end;
+
+procedure StopInterpreter(const Why: string);
+begin
+  if not InInterpreter then raise Exception.Create(Why);
+  Stopped := Why;
+  Call('STOPPED ' + Why);
+  // What the script held is gone with its interpreter.
+  OpenIterators := 0;
+  OpenObjectLists := 0;
+  OpenLists := 0;
+  RTLEventSetEvent(Runner.Done);
+  EndThread(0);
+end;
+
+// Every call of the host by the script comes through here.
+procedure Enter(const Member: string);
+begin
+  if not InInterpreter then Exit;
+  Members.Add(Member);
+  if MissingMembers.IndexOf(Member) >= 0 then StopInterpreter('Undeclared identifier: ' + Member);
+  if (Members.Count = StopAtCall) or (Member = StopAtMember) then StopInterpreter(Member);
+end;
+
 procedure Undeclared(const Name: string);
 begin
   Complain('Undeclared identifier: ' + Name);
-  raise Exception.Create('Undeclared identifier: ' + Name);
+  StopInterpreter('Undeclared identifier: ' + Name);
+end;
+
+procedure FileError(const Where: string);
+begin
+  if FileErrorsAreCaught or not InInterpreter then raise Exception.Create(Where);
+  StopInterpreter(Where);
 end;
 
 function Called(const Mark: string): Integer;
@@ -261,41 +395,172 @@ begin
     if Pos(Mark, Calls[I]) > 0 then Inc(Result);
 end;
 
+{ reports }
+
+function Reported(Lines: Classes.TStringList; const Key: string): string;
+var
+  I: Integer;
+begin
+  for I := 0 to Lines.Count - 1 do
+    if Pos(Key + ' = ', Lines[I]) = 1 then
+    begin
+      Result := Copy(Lines[I], Length(Key) + 4, Length(Lines[I])) + ' ;';
+      Exit(Trim(Copy(Result, 1, Pos(';', Result) - 1)));
+    end;
+  raise Exception.Create('the report says nothing about ' + Key);
+end;
+
+function IsReported(Lines: Classes.TStringList; const Key, Yes, No: string): Boolean;
+begin
+  Result := Reported(Lines, Key) = Yes;
+  if not Result and (Reported(Lines, Key) <> No) then
+    raise Exception.Create('the report says neither ' + Yes + ' nor ' + No + ' about ' + Key);
+end;
+
+procedure ReadMissingMembers(Lines: Classes.TStringList);
+var
+  I: Integer;
+  Line: string;
+begin
+  MissingMembers.Clear;
+  for I := 0 to Lines.Count - 1 do
+  begin
+    Line := Lines[I];
+    if (Pos('member.', Line) = 1) and (Pos(' = stops', Line) > 0) then
+      MissingMembers.Add(Copy(Line, 8, Pos(' = ', Line) - 8));
+  end;
+end;
+
+procedure ApplyReport;
+var
+  Lines: Classes.TStringList;
+begin
+  Lines := Classes.TStringList.Create;
+  Lines.LoadFromFile(HostReport);
+  Version := StrToInt(Reported(Lines, 'host.major'));
+  FocusPumps := StrToInt(Reported(Lines, 'focus.pumps'));
+  FocusMilliseconds := StrToInt(Reported(Lines, 'focus.milliseconds'));
+  ModifiedIsSeen := IsReported(Lines, 'document.modified', 'changes', 'false');
+  SavesAreWritten := IsReported(Lines, 'document.save', 'writes', 'nothing');
+  LayerFlagsAreSeen := IsReported(Lines, 'layers.flag', 'objects', 'false');
+  NestedIteratorsWork := IsReported(Lines, 'iterators.nested', 'works', 'stops');
+  DocumentsStayLoaded := IsReported(Lines, 'close.documents', 'stay', 'go');
+  FileErrorsAreCaught := IsReported(Lines, 'error.file', 'caught', 'stops');
+  ReadMissingMembers(Lines);
+  Lines.Free;
+end;
+
+procedure LoadHost(const FileName: string);
+begin
+  HostReport := FileName;
+  ApplyReport;
+end;
+
 procedure ResetHost;
 begin
   Calls.Clear;
   Boxes.Clear;
   Questions.Clear;
   Complaints.Clear;
+  Members.Clear;
   Parameters.Clear;
   Projects.Clear;
   Documents.Clear;
   FrontDocument := nil;
+  ToFront := nil;
   PCBServer.Front := nil;
+  Stopped := '';
+  StopAtCall := 0;
+  StopAtMember := '';
   OpenIterators := 0;
+  OpenObjectLists := 0;
   Pauses := 0;
-  Version := 24;
+  Pumps := 0;
   Generation := Writes;
   CloseDoesNothing := False;
   CloseFails := False;
   OpenDoesNothing := False;
+  Quitting := False;
+  NeverUnloads := '';
   ProjectsAreListed := True;
   AnswerSave := mrYes;
   AnswerNoYes := mrYes;
   OnMessages := nil;
   OnGenerate := nil;
+  OnQuestion := nil;
   DiskIsFull := False;
+  Forbidden := '';
   OnDelete := nil;
   AppDataFolder := 'C:\Nowhere\AppData\Roaming\Altium\Altium Designer {X}';
   TempFolder := 'C:\Nowhere\';
   ScriptProject := 'C:\Nowhere\Kestrune.PrjScr';
+  ApplyReport;
 end;
 
 { objects of a board }
 
+procedure IPCB_Primitive.Use(const Member: string);
+begin
+  Enter(Member);
+  if Dead then StopInterpreter('a dead object: ' + Member);
+end;
+
+function IPCB_Rule.Descriptor: string;
+begin
+  Use('IPCB_Rule.Descriptor');
+  Result := Text;
+end;
+
+function IPCB_Rule.RuleKind: Integer;
+begin
+  Use('IPCB_Rule.RuleKind');
+  Result := Kind;
+end;
+
+function IPCB_Rule.Enabled: Boolean;
+begin
+  Use('IPCB_Rule.Enabled');
+  Result := IsEnabled;
+end;
+
+function IPCB_Pad.HoleSize: Integer;
+begin
+  Use('IPCB_Pad.HoleSize');
+  Result := Hole;
+end;
+
+function IPCB_Pad.Plated: Boolean;
+begin
+  Use('IPCB_Pad.Plated');
+  Result := IsPlated;
+end;
+
+function IPCB_Pad.Layer: Integer;
+begin
+  Use('IPCB_Pad.Layer');
+  Result := LayerNumber;
+end;
+
+function IPCB_EmbeddedBoard.DocumentPath: string;
+begin
+  Use('IPCB_EmbeddedBoard.DocumentPath');
+  Result := StoredPath;
+end;
+
+function IPCB_EmbeddedBoard.ChildBoard: IPCB_Board;
+begin
+  Use('IPCB_EmbeddedBoard.ChildBoard');
+  Result := Loaded;
+end;
+
 class operator TAnyObject.Implicit(const A: TAnyObject): IPCB_Primitive;
 begin
   Result := A.Item;
+end;
+
+class operator TAnyObject.Implicit(const A: TAnyObject): IPCB_Rule;
+begin
+  Result := A.Item as IPCB_Rule;
 end;
 
 class operator TAnyObject.Implicit(const A: TAnyObject): IPCB_Pad;
@@ -313,19 +578,40 @@ begin
   Result := A.Item as IPCB_EmbeddedBoard;
 end;
 
-procedure IPCB_BoardIterator.AddFilter_ObjectSet(const S: TObjectSet);
+constructor TObjectList.Create;
 begin
+  inherited Create(True);
+  Inc(OpenObjectLists);
+end;
+
+destructor TObjectList.Destroy;
+begin
+  Dec(OpenObjectLists);
+  inherited Destroy;
+end;
+
+function TObjectList.GetItem(I: Integer): TAnyObject;
+begin
+  Result.Item := IPCB_Primitive(inherited Items[I]);
+end;
+
+procedure IPCB_BoardIterator.AddFilter_ObjectSet(const S: TSet);
+begin
+  Enter('IPCB_BoardIterator.AddFilter_ObjectSet');
   Objects := S;
   Inc(Filters);
 end;
 
-procedure IPCB_BoardIterator.AddFilter_LayerSet(Layers: Integer);
+procedure IPCB_BoardIterator.AddFilter_LayerSet(const S: TSet);
 begin
+  Enter('IPCB_BoardIterator.AddFilter_LayerSet');
+  Layers := S;
   Inc(Filters);
 end;
 
 procedure IPCB_BoardIterator.AddFilter_Method(Method: Integer);
 begin
+  Enter('IPCB_BoardIterator.AddFilter_Method');
   Inc(Filters);
 end;
 
@@ -337,51 +623,70 @@ begin
 end;
 
 function IPCB_BoardIterator.NextPCBObject: TAnyObject;
+var
+  Item: IPCB_Primitive;
 begin
+  Enter('IPCB_BoardIterator.NextPCBObject');
+  if Board.Dead then StopInterpreter('a dead board');
   Result.Item := nil;
   repeat
     Inc(Position);
     if Position < Board.Objects.Count then
-      if IPCB_Primitive(Board.Objects[Position]).ObjectId in Objects then
-        Result.Item := IPCB_Primitive(Board.Objects[Position]);
+    begin
+      Item := IPCB_Primitive(Board.Objects[Position]);
+      if (Item.ObjectId in Objects) and (Item.LayerNumber in Layers) then Result.Item := Item;
+    end;
   until (Result.Item <> nil) or (Position >= Board.Objects.Count);
 end;
 
 function IPCB_LayerObject.V7_LayerID: TLayerId;
 begin
+  Enter('IPCB_LayerObject.V7_LayerID');
   Result := Number;
+end;
+
+function IPCB_LayerObject.UsedByPrims: Boolean;
+begin
+  Enter('IPCB_LayerObject.UsedByPrims');
+  Result := HasPrims;
 end;
 
 constructor IPCB_MasterLayerStack.Create;
 var
   I: Integer;
 begin
-  Copper := TObjectList.Create(True);
-  Mechanical := TObjectList.Create(True);
+  Copper := Contnrs.TObjectList.Create(True);
+  Mechanical := Contnrs.TObjectList.Create(True);
   for I := 1 to 1024 do Mechanical.Add(IPCB_MechanicalLayer.Create);
 end;
 
+// Any other class of layers would begin with something that is no copper.
 function IPCB_MasterLayerStack.First(LayerClass: Integer): IPCB_LayerObject;
 begin
+  Enter('IPCB_MasterLayerStack.First');
   Result := nil;
-  if Copper.Count > 0 then Result := IPCB_LayerObject(Copper[0]);
+  if (Copper.Count > 0) and (LayerClass = eLayerClass_Electrical) then
+    Result := IPCB_LayerObject(Copper[0]);
 end;
 
 function IPCB_MasterLayerStack.Next(LayerClass: Integer; Layer: IPCB_LayerObject): IPCB_LayerObject;
 begin
+  Enter('IPCB_MasterLayerStack.Next');
   Result := nil;
-  if Copper.IndexOf(Layer) + 1 < Copper.Count then
+  if (LayerClass = eLayerClass_Electrical) and (Copper.IndexOf(Layer) + 1 < Copper.Count) then
     Result := IPCB_LayerObject(Copper[Copper.IndexOf(Layer) + 1]);
 end;
 
 function IPCB_MasterLayerStack.GetMechanicalLayer(I: Integer): IPCB_MechanicalLayer;
 begin
+  Enter('IPCB_MasterLayerStack.GetMechanicalLayer');
   if Version < 19 then Undeclared('GetMechanicalLayer');
   Result := IPCB_MechanicalLayer(Mechanical[I - 1]);
 end;
 
 function IPCB_MasterLayerStack.LayerObject_V7(Layer: Integer): IPCB_MechanicalLayer;
 begin
+  Enter('IPCB_MasterLayerStack.LayerObject_V7');
   if Version >= 19 then Undeclared('LayerObject_V7');
   if Layer - 16908288 > 32 then Undeclared('mechanical layer above 32');
   Result := IPCB_MechanicalLayer(Mechanical[Layer - 16908289]);
@@ -391,9 +696,23 @@ constructor IPCB_Board.Create(const Path: string);
 begin
   FFileName := Path;
   FStack := IPCB_MasterLayerStack.Create;
-  Objects := TObjectList.Create(True);
+  Objects := Contnrs.TObjectList.Create(True);
   AddCopper(16777217);
   AddCopper(16842751);
+end;
+
+procedure IPCB_Board.Use(const Member: string);
+begin
+  Enter(Member);
+  if Dead then StopInterpreter('a dead board: ' + Member);
+end;
+
+procedure IPCB_Board.Die;
+var
+  I: Integer;
+begin
+  Dead := True;
+  for I := 0 to Objects.Count - 1 do IPCB_Primitive(Objects[I]).Dead := True;
 end;
 
 procedure IPCB_Board.AddCopper(Id: Integer);
@@ -407,8 +726,16 @@ end;
 
 procedure IPCB_Board.AddMechanical(I: Integer);
 begin
-  IPCB_MechanicalLayer(FStack.Mechanical[I - 1]).UsedByPrims := True;
-  if I <= 16 then Include(Used, eMechanical1 + I - 1);
+  IPCB_MechanicalLayer(FStack.Mechanical[I - 1]).HasPrims := True;
+  if I <= 16 then AddTrack(eMechanical1 + I - 1);
+end;
+
+procedure Put(Board: IPCB_Board; Item: IPCB_Primitive; Kind, Layer: Integer);
+begin
+  Item.ObjectId := Kind;
+  Item.LayerNumber := Layer;
+  Board.Objects.Add(Item);
+  Include(Board.Used, Layer);
 end;
 
 procedure IPCB_Board.AddPad(HoleSize, Layer: Integer);
@@ -416,30 +743,43 @@ var
   Pad: IPCB_Pad;
 begin
   Pad := IPCB_Pad.Create;
-  Pad.ObjectId := ePadObject;
-  Pad.HoleSize := HoleSize;
-  Pad.Layer := Layer;
-  Objects.Add(Pad);
+  Pad.Hole := HoleSize;
+  Pad.IsPlated := True;
+  Put(Self, Pad, ePadObject, Layer);
+end;
+
+procedure IPCB_Board.AddUnplatedHole;
+begin
+  AddPad(1250000, eMultiLayer);
+  IPCB_Pad(Objects[Objects.Count - 1]).IsPlated := False;
 end;
 
 procedure IPCB_Board.AddVia;
-var
-  Via: IPCB_Via;
 begin
-  Via := IPCB_Via.Create;
-  Via.ObjectId := eViaObject;
-  Via.HoleSize := 120000;
-  Objects.Add(Via);
+  Put(Self, IPCB_Via.Create, eViaObject, eMultiLayer);
+end;
+
+procedure IPCB_Board.AddTrack(Layer: Integer);
+begin
+  Put(Self, IPCB_Primitive.Create, eTrackObject, Layer);
 end;
 
 procedure IPCB_Board.AddRule(const Descriptor: string);
 var
-  Rule: IPCB_Primitive;
+  Rule: IPCB_Rule;
 begin
-  Rule := IPCB_Primitive.Create;
-  Rule.ObjectId := eRuleObject;
-  Rule.Descriptor := Descriptor;
-  Objects.Add(Rule);
+  Rule := IPCB_Rule.Create;
+  Rule.Text := Descriptor;
+  Rule.IsEnabled := True;
+  Rule.Kind := eRule_Width;
+  if Pos('Clearance', Descriptor) = 1 then Rule.Kind := eRule_Clearance;
+  Put(Self, Rule, eRuleObject, 0);
+end;
+
+procedure IPCB_Board.AddDisabledRule(const Descriptor: string);
+begin
+  AddRule(Descriptor);
+  IPCB_Rule(Objects[Objects.Count - 1]).IsEnabled := False;
 end;
 
 function IPCB_Board.AddChild(const DocumentPath: string; Board: IPCB_Board): IPCB_Board;
@@ -447,26 +787,36 @@ var
   Child: IPCB_EmbeddedBoard;
 begin
   Child := IPCB_EmbeddedBoard.Create;
-  Child.ObjectId := eEmbeddedBoardObject;
-  Child.DocumentPath := DocumentPath;
-  Child.ChildBoard := Board;
-  Objects.Add(Child);
+  Child.StoredPath := DocumentPath;
+  Child.Loaded := Board;
+  Put(Self, Child, eEmbeddedBoardObject, eMultiLayer);
   Result := Board;
+end;
+
+function IPCB_Board.GetFileName: string;
+begin
+  Use('IPCB_Board.FileName');
+  Result := FFileName;
 end;
 
 function IPCB_Board.GetStack: IPCB_MasterLayerStack;
 begin
+  Use('IPCB_Board.MasterLayerStack');
   if Version < 17 then Undeclared('MasterLayerStack');
   Result := FStack;
 end;
 
 function IPCB_Board.GetLayerIsUsed(Layer: Integer): Boolean;
 begin
-  Result := Layer in Used;
+  Use('IPCB_Board.LayerIsUsed');
+  Result := LayerFlagsAreSeen and (Layer in Used);
 end;
 
 function IPCB_Board.BoardIterator_Create: IPCB_BoardIterator;
 begin
+  Use('IPCB_Board.BoardIterator_Create');
+  if (OpenIterators > 0) and not NestedIteratorsWork then
+    StopInterpreter('an iterator inside of another one');
   Inc(OpenIterators);
   Result := IPCB_BoardIterator.Create;
   Result.Board := Self;
@@ -474,39 +824,62 @@ end;
 
 procedure IPCB_Board.BoardIterator_Destroy(Iterator: IPCB_BoardIterator);
 begin
+  Use('IPCB_Board.BoardIterator_Destroy');
   if Iterator.Board <> Self then Complain('an iterator destroyed by another board');
   Dec(OpenIterators);
   Iterator.Free;
 end;
 
+// The board of the document in front.
 function TPcbServer.GetCurrentPCBBoard: IPCB_Board;
 begin
-  Result := Front;
+  Enter('IPCB_ServerInterface.GetCurrentPCBBoard');
+  Result := nil;
+  if FrontDocument <> nil then Result := FrontDocument.Board;
 end;
 
 function TLayerUtils.MechanicalLayer(I: Integer): Integer;
 begin
+  Enter('ILayerUtils.MechanicalLayer');
   Result := 16908288 + I;
 end;
 
 { documents and projects }
 
+procedure IServerDocument.Use(const Member: string);
+begin
+  Enter(Member);
+  if Dead then StopInterpreter('a closed document: ' + Member);
+end;
+
+function IServerDocument.GetModified: Boolean;
+begin
+  Use('IServerDocument.Modified');
+  Result := FModified and ModifiedIsSeen;
+end;
+
 procedure IServerDocument.SetModified(Value: Boolean);
 begin
+  Use('IServerDocument.SetModified');
   FModified := Value;
   Inc(ModifiedWrites);
 end;
 
+// Other kinds than '' save nothing: they are formats, of which the host knows others.
 function IServerDocument.DoFileSave(const AKind: string): Boolean;
 begin
+  Use('IServerDocument.DoFileSave');
   Call('save ' + Path);
+  Result := SavesAreWritten and (AKind = '') and not ReadOnly;
+  if not Result then Exit;
   Inc(Saves);
-  Result := not ReadOnly;
-  if Result then FModified := False;
+  FModified := False;
+  MakeYounger(Path);
 end;
 
 function IDocument.DM_FullPath: string;
 begin
+  Enter('IDocument.DM_FullPath');
   Result := Path;
 end;
 
@@ -517,7 +890,7 @@ var
   I: Integer;
 begin
   Path := ProjectPath;
-  Members := TObjectList.Create(True);
+  Members := Contnrs.TObjectList.Create(True);
   if not FileExists(ProjectPath) then Exit;
   Lines := Classes.TStringList.Create;
   Lines.Text := AnsiToUtf8Text(ReadBytes(ProjectPath));
@@ -533,26 +906,31 @@ end;
 
 function IProject.DM_ProjectFullPath: string;
 begin
+  Enter('IProject.DM_ProjectFullPath');
   Result := Path;
 end;
 
 function IProject.DM_LogicalDocumentCount: Integer;
 begin
+  Enter('IProject.DM_LogicalDocumentCount');
   Result := Members.Count;
 end;
 
 function IProject.DM_LogicalDocuments(I: Integer): IDocument;
 begin
+  Enter('IProject.DM_LogicalDocuments');
   Result := IDocument(Members[I]);
 end;
 
 function IProject.DM_NeedsCompile: Boolean;
 begin
+  Enter('IProject.DM_NeedsCompile');
   Result := not Compiled;
 end;
 
 procedure IProject.DM_Compile;
 begin
+  Enter('IProject.DM_Compile');
   Call('compile ' + Path);
   Compiled := True;
 end;
@@ -568,20 +946,23 @@ end;
 
 function GetWorkspace: IWorkspace;
 begin
+  Enter('GetWorkspace');
   Result := Workspace;
 end;
 
 function IWorkspace.DM_ProjectCount: Integer;
 begin
+  Enter('IWorkspace.DM_ProjectCount');
   Result := Projects.Count;
 end;
 
 function IWorkspace.DM_Projects(I: Integer): IProject;
 begin
+  Enter('IWorkspace.DM_Projects');
   Result := IProject(Projects[I]);
 end;
 
-function IWorkspace.DM_FocusedProject: IProject;
+function FocusedProject: IProject;
 var
   I: Integer;
 begin
@@ -591,8 +972,27 @@ begin
       if IProject(Projects[I]).Has(FrontDocument.Path) then Result := IProject(Projects[I]);
 end;
 
+function IWorkspace.DM_FocusedProject: IProject;
+begin
+  Enter('IWorkspace.DM_FocusedProject');
+  Result := FocusedProject;
+end;
+
+function IWorkspace.DM_FocusedDocument: IDocument;
+var
+  I: Integer;
+begin
+  Enter('IWorkspace.DM_FocusedDocument');
+  Result := nil;
+  if FocusedProject <> nil then
+    for I := 0 to FocusedProject.Members.Count - 1 do
+      if SameText(IDocument(FocusedProject.Members[I]).Path, FrontDocument.Path) then
+        Result := IDocument(FocusedProject.Members[I]);
+end;
+
 function IWorkspace.DM_OpenProject(const Path: string; Show: Boolean): IProject;
 begin
+  Enter('IWorkspace.DM_OpenProject');
   Call('open project ' + Path);
   Result := nil;
   if OpenDoesNothing or not FileExists(Path) then Exit;
@@ -602,15 +1002,17 @@ end;
 
 function TClient.GetProductVersion: string;
 begin
+  Enter('IClient.GetProductVersion');
   Result := IntToStr(Version) + '.1.2.44';
 end;
 
 function TClient.MainWindowHandle: Integer;
 begin
+  Enter('IClient.MainWindowHandle');
   Result := 131074;
 end;
 
-function TClient.GetDocumentByPath(const Path: string): IServerDocument;
+function FindDocument(const Path: string): IServerDocument;
 var
   I: Integer;
 begin
@@ -619,34 +1021,100 @@ begin
     if SameText(IServerDocument(Documents[I]).Path, Path) then Result := IServerDocument(Documents[I]);
 end;
 
-function TClient.OpenDocument(const Kind, Path: string): IServerDocument;
+function TClient.GetDocumentByPath(const Path: string): IServerDocument;
 begin
-  Call('open document ' + Path);
-  Result := GetDocumentByPath(Path);
-  if (Result <> nil) or not FileExists(Path) then Exit;
+  Enter('IClient.GetDocumentByPath');
+  Result := FindDocument(Path);
+end;
+
+function TClient.IsDocumentOpen(const Path: string): Boolean;
+begin
+  Enter('IClient.IsDocumentOpen');
+  Result := FindDocument(Path) <> nil;
+end;
+
+function TClient.IsQuitting: Boolean;
+begin
+  Enter('IClient.IsQuitting');
+  Result := Quitting;
+end;
+
+// Opens what is not open yet, under the kinds that were seen.
+function Open(const Kind, Path: string): IServerDocument;
+begin
+  Result := FindDocument(Path);
+  if (Result <> nil) or not FileExists(Path) or ((Kind <> 'PCB') and (Kind <> 'OUTPUTJOB')) then Exit;
   Result := IServerDocument.Create;
   Result.Path := Path;
   Result.Kind := Kind;
+  Result.Loaded := ReadBytes(Path);
   Documents.Add(Result);
 end;
 
+function TClient.OpenDocument(const Kind, Path: string): IServerDocument;
+begin
+  Enter('IClient.OpenDocument');
+  Call('open document ' + Path);
+  Result := Open(Kind, Path);
+end;
+
+procedure PutInFront(Document: IServerDocument);
+begin
+  FrontDocument := Document;
+  ToFront := nil;
+end;
+
+procedure MoveFocus;
+begin
+  if (ToFront = nil) or (PumpsToFront > 0) or (Milliseconds < FrontFrom) then Exit;
+  PutInFront(ToFront);
+end;
+
+// The focus follows later.
 procedure TClient.ShowDocument(Document: IServerDocument);
 begin
+  Document.Use('IClient.ShowDocument');
   Call('show ' + Document.Path);
-  FrontDocument := Document;
+  if Document = FrontDocument then
+  begin
+    ToFront := nil;
+    Exit;
+  end;
+  if Document <> ToFront then
+  begin
+    PumpsToFront := FocusPumps;
+    FrontFrom := Milliseconds + FocusMilliseconds;
+  end;
+  ToFront := Document;
+  MoveFocus;
+end;
+
+procedure Unload(Document: IServerDocument);
+begin
+  Call('closed ' + Document.Path);
+  if FrontDocument = Document then FrontDocument := nil;
+  if ToFront = Document then ToFront := nil;
+  Document.Dead := True;
+  if Document.Board <> nil then Document.Board.Die;
+  Documents.Extract(Document);
 end;
 
 procedure Close(Document: IServerDocument);
 begin
-  if Document.Modified then
+  if Document.FModified then
     Complain('the host asked whether to save ' + Document.Path);
-  Call('closed ' + Document.Path);
-  if FrontDocument = Document then FrontDocument := nil;
-  Documents.Remove(Document);
+  if (NeverUnloads = '') or (Pos(NeverUnloads, Document.Path) = 0) then Unload(Document)
+  else if FrontDocument = Document then FrontDocument := nil;
+end;
+
+procedure CloseByUser(Document: IServerDocument);
+begin
+  Unload(Document);
 end;
 
 procedure TClient.CloseDocument(Document: IServerDocument);
 begin
+  Document.Use('IClient.CloseDocument');
   Close(Document);
 end;
 
@@ -654,27 +1122,35 @@ end;
 
 procedure TForm.Show;
 begin
+  Enter('TForm.Show');
   Call('show window');
   Visible := True;
 end;
 
 procedure TForm.Hide;
 begin
+  Enter('TForm.Hide');
   Call('hide window');
   Visible := False;
 end;
 
 procedure TForm.Refresh;
 begin
+  Enter('TForm.Refresh');
 end;
 
 function TForm.Handle: Integer;
 begin
+  Enter('TForm.Handle');
   Result := 65538;
 end;
 
 procedure TApplication.ProcessMessages;
 begin
+  Enter('TApplication.ProcessMessages');
+  Inc(Pumps);
+  Dec(PumpsToFront);
+  MoveFocus;
   if Assigned(OnMessages) then OnMessages;
 end;
 
@@ -682,11 +1158,13 @@ end;
 
 procedure ResetParameters;
 begin
+  Enter('ResetParameters');
   Parameters.Clear;
 end;
 
 procedure AddStringParameter(const Name, Value: string);
 begin
+  Enter('AddStringParameter');
   Parameters.Values[Name] := Value;
 end;
 
@@ -699,8 +1177,19 @@ begin
     if Pos(Key + '=', Job[I]) = 1 then Result := Copy(Job[I], Length(Key) + 2, Length(Job[I]));
 end;
 
-// The archive of this host is a list of the plot fields that are switched on.
-procedure WriteArchive(Job: Classes.TStringList; const Folder: string);
+// What a member of the project holds: a document that is loaded is not read again.
+function ContentOf(const Path: string): string;
+var
+  Document: IServerDocument;
+begin
+  Document := FindDocument(Path);
+  if Document = nil then Document := Open('PCB', Path);
+  Result := 'missing';
+  if Document <> nil then Result := Document.Loaded;
+end;
+
+// The archive of this host is a list of the plot fields that are switched on, and of the boards.
+procedure WriteArchive(Project: IProject; Job: Classes.TStringList; const Folder: string);
 var
   Fields: Classes.TStringList;
   I: Integer;
@@ -719,10 +1208,25 @@ begin
       if Pos('Plot_V7_', Key) = 1 then Text := Text + Fields.Values[Key + '_name'] + #10
       else Text := Text + Key + #10;
   end;
+  for I := 0 to Project.Members.Count - 1 do
+    if Pos('.PcbDoc', IDocument(Project.Members[I]).Path) > 0 then
+      Text := Text + ContentOf(IDocument(Project.Members[I]).Path) + #10;
   if Fields.Values['Compression_zip'] <> 'True' then Complain('the output job does not ask for a ZIP');
   if Generation = WritesEmptyFile then Text := '';
-  WriteBytes(Folder + '\Bridge.zip', Text);
+  if Generation = WritesFolder then WriteBytes(Folder + '\odb\matrix', Text)
+  else WriteBytes(Folder + '\Bridge.zip', Text);
   Fields.Free;
+end;
+
+function ContainerOf(Job: Classes.TStringList; const Name: string): string;
+var
+  I: Integer;
+begin
+  Result := '';
+  for I := 1 to 9 do
+    if (JobValue(Job, 'OutputMedium' + IntToStr(I)) = Name)
+      and (JobValue(Job, 'OutputMedium' + IntToStr(I) + '_Type') = 'GeneratedFiles') then
+      Result := IntToStr(I);
 end;
 
 // Like the host, this writes nothing and says nothing when something is missing.
@@ -731,22 +1235,18 @@ var
   Project: IProject;
   Job: Classes.TStringList;
   Container, Base: string;
-  I: Integer;
 begin
-  Call('generate ' + Parameters.Values['OutputMedium']);
+  if FrontDocument = nil then Call('generate ' + Parameters.Values['OutputMedium'] + ' of nothing')
+  else Call('generate ' + Parameters.Values['OutputMedium'] + ' of ' + FrontDocument.Path);
+  Project := FocusedProject;
   if Assigned(OnGenerate) then OnGenerate;
-  Project := Workspace.DM_FocusedProject;
   if (FrontDocument = nil) or (Project = nil) or (FrontDocument.Kind <> 'OUTPUTJOB') then Exit;
   if not Project.Has(FrontDocument.Path) then Exit;
   if (Parameters.Values['Action'] <> 'Run') or (Parameters.Values['ObjectKind'] <> 'OutputBatch') then
     Exit;
   Job := Classes.TStringList.Create;
-  Job.Text := ReadBytes(FrontDocument.Path);
-  Container := '';
-  for I := 1 to 9 do
-    if (JobValue(Job, 'OutputMedium' + IntToStr(I)) = Parameters.Values['OutputMedium'])
-      and (JobValue(Job, 'OutputMedium' + IntToStr(I) + '_Type') = 'GeneratedFiles') then
-      Container := IntToStr(I);
+  Job.Text := FrontDocument.Loaded;
+  Container := ContainerOf(Job, Parameters.Values['OutputMedium']);
   if (Container <> '') and (JobValue(Job, 'OutputType1') = 'ODB')
     and (JobValue(Job, 'OutputEnabled1_OutputMedium' + Container) = '1')
     and FileExists(ExtractFilePath(Project.Path) + JobValue(Job, 'OutputDocumentPath1'))
@@ -754,34 +1254,44 @@ begin
   begin
     Base := ExtractFilePath(Project.Path) + JobValue(Job, 'OutputBasePath' + Container);
     if JobValue(Job, 'OutputPathOutputer' + Container) = '[Output Type]' then Base := Base + '\ODB';
-    WriteArchive(Job, Base);
+    WriteArchive(Project, Job, Base);
   end;
   // The host marks what it has worked on.
-  Client.OpenDocument('PCB', ExtractFilePath(Project.Path) + 'Bridge.PcbDoc').FModified := True;
+  Open('PCB', ExtractFilePath(Project.Path) + 'Bridge.PcbDoc').FModified := True;
   FrontDocument.FModified := True;
   Job.Free;
 end;
 
+procedure CloseDocumentsOf(Project: IProject);
+var
+  I: Integer;
+begin
+  for I := Documents.Count - 1 downto 0 do
+    if Project.Has(IServerDocument(Documents[I]).Path) then
+      if not DocumentsStayLoaded or (IServerDocument(Documents[I]).Kind = 'OUTPUTJOB') then
+        Close(IServerDocument(Documents[I]));
+end;
+
+// Exactly the kinds that were seen; any other does nothing.
 procedure CloseObject;
 var
   Project: IProject;
   Kind: string;
-  I: Integer;
 begin
   Kind := Parameters.Values['ObjectKind'];
-  Project := Workspace.DM_FocusedProject;
+  Project := FocusedProject;
   if Project = nil then Call('close ' + Kind + ' of nothing')
   else Call('close ' + Kind + ' of ' + Project.Path);
   if CloseFails then raise Exception.Create('the host failed');
   if (Project = nil) or CloseDoesNothing then Exit;
-  if Pos('Documents', Kind) > 0 then
-    for I := Documents.Count - 1 downto 0 do
-      if Project.Has(IServerDocument(Documents[I]).Path) then Close(IServerDocument(Documents[I]));
-  if Kind <> 'FocusedProjectDocuments' then Projects.Remove(Project);
+  if (Kind = 'FocusedProjectAndDocuments') or (Kind = 'FocusedProjectDocuments') then
+    CloseDocumentsOf(Project);
+  if (Kind = 'FocusedProjectAndDocuments') or (Kind = 'FocusedProject') then Projects.Remove(Project);
 end;
 
 procedure RunProcess(const Name: string);
 begin
+  Enter('RunProcess');
   if Name = 'WorkspaceManager:GenerateReport' then Generate
   else if Name = 'WorkspaceManager:CloseObject' then CloseObject
   else Complain('unknown process ' + Name);
@@ -789,65 +1299,95 @@ end;
 
 function RunApplication(const CommandLine: string): Integer;
 begin
+  Enter('RunApplication');
   Call('run ' + CommandLine);
   Result := StartProgram(CommandLine);
 end;
 
 function GetErrorMessage(Code: Integer): string;
 begin
+  Enter('GetErrorMessage');
   Result := 'error ' + IntToStr(Code);
 end;
 
 procedure ShowError(const Text: string);
 begin
+  Enter('ShowError');
+  Call('box error: ' + Text);
   Boxes.Add('error: ' + Text);
 end;
 
 procedure ShowWarning(const Text: string);
 begin
+  Enter('ShowWarning');
+  Call('box warning: ' + Text);
   Boxes.Add('warning: ' + Text);
 end;
 
 procedure ShowInfo(const Text: string);
 begin
+  Enter('ShowInfo');
   Boxes.Add('info: ' + Text);
+end;
+
+procedure Ask(const Text: string);
+begin
+  Call('question ' + Text);
+  Questions.Add(Text);
+  if Assigned(OnQuestion) then OnQuestion;
 end;
 
 function ConfirmNoYes(const Text: string): Boolean;
 begin
-  Questions.Add(Text);
+  Enter('ConfirmNoYes');
+  Ask(Text);
   Result := AnswerNoYes = mrYes;
 end;
 
 function ConfirmNoYesCancel(const Text: string): Integer;
 begin
-  Questions.Add(Text);
+  Enter('ConfirmNoYesCancel');
+  Ask(Text);
   Result := AnswerSave;
 end;
 
-function MkSet(A: Integer): TObjectSet;
+function MkSet(A: Integer): TSet;
 begin
   Result := [Byte(A)];
 end;
 
+function AllObjects: TSet;
+begin
+  Result := [0..255];
+end;
+
+function AllLayers: TSet;
+begin
+  Result := [0..255];
+end;
+
 function GetBuildNumberPart(const Text: string; Part: Integer): Integer;
 begin
+  Enter('GetBuildNumberPart');
   Result := StrToIntDef(Copy(Text, 1, Pos('.', Text) - 1), 0);
 end;
 
 function GetRunningScriptProjectName: string;
 begin
+  Enter('GetRunningScriptProjectName');
   if Version < 19 then Undeclared('GetRunningScriptProjectName');
   Result := ScriptProject;
 end;
 
 function SpecialFolder_AltiumApplicationData: string;
 begin
+  Enter('SpecialFolder_AltiumApplicationData');
   Result := AppDataFolder;
 end;
 
 function SpecialFolder_Temporary: string;
 begin
+  Enter('SpecialFolder_Temporary');
   Result := TempFolder;
 end;
 
@@ -856,13 +1396,19 @@ end;
 procedure Sleep(Milliseconds: Integer);
 begin
   Inc(Pauses);
+  HostStandIn.Milliseconds := HostStandIn.Milliseconds + Milliseconds;
   if ProgramRuns then SysUtils.Sleep(Milliseconds);
+end;
+
+function Now: TDateTime;
+begin
+  Result := 45000 + Milliseconds / 86400000;
 end;
 
 function GetTickCount: Integer;
 begin
-  Inc(Ticks, 97);
-  Result := Ticks;
+  Inc(Milliseconds);
+  Result := Milliseconds;
 end;
 
 initialization
@@ -870,13 +1416,16 @@ initialization
   Boxes := Classes.TStringList.Create;
   Questions := Classes.TStringList.Create;
   Complaints := Classes.TStringList.Create;
+  Members := Classes.TStringList.Create;
+  MissingMembers := Classes.TStringList.Create;
   Parameters := Classes.TStringList.Create;
-  Projects := TObjectList.Create(True);
-  Documents := TObjectList.Create(True);
+  Projects := Contnrs.TObjectList.Create(False);
+  Documents := Contnrs.TObjectList.Create(False);
   Workspace := IWorkspace.Create;
   PCBServer := TPcbServer.Create;
   Client := TClient.Create;
   Application := TApplication.Create;
   LayerUtils := TLayerUtils.Create;
-  Ticks := 1000;
+  OnFileError := FileError;
+  Milliseconds := 1000000;
 end.

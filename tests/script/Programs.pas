@@ -1,15 +1,17 @@
 unit Programs;
 {$mode delphi}{$H+}
-// Starts of Kestrune.exe: the real one under Wine, or answers made up here for what the real one
-// cannot be brought to do on this machine (a full disk, a missing profile, silence).
+// Starts of Kestrune.exe: the real one under Wine, or answers made up here: for what the real one cannot
+// be brought to do on this machine (a full disk, a missing profile, silence), and where a test runs
+// hundreds of exports (Simulated).
 
 interface
 
 uses Classes, Contnrs;
 
 type
-  // OnlyPrepare: the preparation is real, waiting succeeds at once, the rest is not started.
-  TAnswers = (Real, OnlyPrepare, Silent, CannotStart, Failing);
+  // OnlyPrepare: the preparation is real, waiting succeeds at once, a delivery only says that it ended.
+  // Simulated: a preparation, a wait and a delivery that do what the real ones do, in this process.
+  TAnswers = (Real, OnlyPrepare, Simulated, Silent, CannotStart, Failing);
   TBeforeStart = procedure(const Arguments: TStrings);
 
 var
@@ -17,16 +19,21 @@ var
   LogLine: string;          // what a failing preparation leaves in the log; may be empty
   WaitAnswer: string;       // what the wait for the archive answers instead of the real one
   BeforeStart: TBeforeStart;
+  SlowPrepare: Boolean;     // a simulated preparation ends only with FinishPreparation
+  SlowDelivery: Boolean;    // a delivery says that it ended only with FinishDelivery
+  Deliveries: Classes.TStringList;   // of simulated ones: the name of the ZIP, '=' and its content
   StartScript: string;
 
 procedure ResetPrograms;
 function Start(const CommandLine: string): Integer;
 function AnyRuns: Boolean;
 function WaitForAll: Boolean;
+procedure FinishPreparation;
+procedure FinishDelivery;
 procedure SplitCommandLine(const CommandLine: string; Arguments: TStrings);
 
 var
-  LogPath: string;
+  LogPath, RuntimeFolder, TempFolderOfProgram: string;
 
 implementation
 
@@ -34,6 +41,7 @@ uses SysUtils, Process, HostFiles;
 
 var
   Running: TObjectList;
+  Waiting: Classes.TStringList;      // the arguments of a slow preparation
 
 procedure ResetPrograms;
 begin
@@ -42,6 +50,10 @@ begin
   LogLine := '';
   WaitAnswer := '';
   BeforeStart := nil;
+  SlowPrepare := False;
+  SlowDelivery := False;
+  Waiting := nil;
+  Deliveries.Clear;
 end;
 
 // No argument of ours holds a quote or ends in a backslash.
@@ -75,6 +87,121 @@ begin
   Running.Add(Child);
 end;
 
+procedure Log(const Stage: string);
+var
+  Old: string;
+begin
+  Old := '';
+  if FileExists(LogPath) then Old := ReadBytes(LogPath);
+  WriteBytes(LogPath, Old + '[2026-3-7 9:5:2] Stage: ' + Stage + #13#10);
+end;
+
+function LinesOf(const Path: string): Classes.TStringList;
+begin
+  Result := Classes.TStringList.Create;
+  if FileExists(Path) then Result.Text := AnsiToUtf8Text(ReadBytes(Path));
+end;
+
+// The naive form of the selection: a field is on when the manifest names it.
+function SelectLayers(const Job: string; Manifest: Classes.TStrings): string;
+var
+  Lines, Fields: Classes.TStringList;
+  I, J: Integer;
+  Key: string;
+begin
+  Lines := Classes.TStringList.Create;
+  Lines.Text := Job;
+  for I := 0 to Lines.Count - 1 do
+    if Pos('Configuration1_Item1=', Lines[I]) = 1 then
+    begin
+      Fields := Classes.TStringList.Create;
+      Fields.StrictDelimiter := True;
+      Fields.Delimiter := '|';
+      Fields.QuoteChar := #1;
+      Fields.DelimitedText := Copy(Lines[I], 22, Length(Lines[I]));
+      for J := 0 to Fields.Count - 1 do
+      begin
+        Key := Fields.Names[J];
+        if (Pos('Plot_V7_', Key) = 1) and (Fields.IndexOfName(Key + '_name') >= 0) then
+          Fields[J] := Key + '=' + BoolToStr(
+            Manifest.IndexOf('LayerName=' + Fields.Values[Key + '_name']) >= 0, 'True', 'False')
+        else if (Pos('Plot', Key) = 1) and (Copy(Key, Length(Key) - 3, 4) = 'Plot') then
+          Fields[J] := Key + '=' + BoolToStr(Manifest.IndexOf('PlotKey=' + Key) >= 0, 'True', 'False');
+      end;
+      Lines[I] := 'Configuration1_Item1=' + Fields.DelimitedText;
+      Fields.Free;
+    end;
+  Result := Lines.Text;
+  Lines.Free;
+end;
+
+procedure SimulatePrepare(const Arguments: TStrings);
+var
+  Children, Manifest: Classes.TStringList;
+  Project: string;
+  I: Integer;
+begin
+  Children := LinesOf(Arguments[3]);
+  Manifest := LinesOf(Arguments[4]);
+  HostFiles.RemoveTree(TempFolderOfProgram);
+  WriteBytes(TempFolderOfProgram + '\Bridge.PcbDoc', ReadBytes(Arguments[2]));
+  WriteBytes(TempFolderOfProgram + '\Bridge.OutJob',
+    SelectLayers(ReadBytes(RuntimeFolder + '\Bridge.OutJob'), Manifest));
+  Project := 'DocumentPath=Bridge.PcbDoc'#13#10'DocumentPath=Bridge.OutJob'#13#10;
+  for I := 0 to Children.Count - 1 do
+  begin
+    WriteBytes(TempFolderOfProgram + '\' + ExtractFileName(Children[I]), ReadBytes(Children[I]));
+    Project := Project + 'DocumentPath=' + ExtractFileName(Children[I]) + #13#10;
+  end;
+  WriteBytes(TempFolderOfProgram + '\Bridge.PrjPcb', Project);
+  WriteBytes(TempFolderOfProgram + '\ready.txt', Utf8ToAnsiText(Arguments[2]));
+  Log('Prepare complete');
+  WriteBytes(Arguments[5], 'OK'#13#10);
+  Children.Free;
+  Manifest.Free;
+end;
+
+procedure FinishPreparation;
+begin
+  if Waiting <> nil then SimulatePrepare(Waiting);
+  Waiting := nil;
+end;
+
+procedure FinishDelivery;
+begin
+  Log('Finalize copied | Destination=x Size=1');
+end;
+
+procedure SimulateDelivery(const Arguments: TStrings);
+var
+  Name, Path: string;
+begin
+  Name := ChangeFileExt(ExtractFileName(Arguments[2]), '');
+  Path := TempFolderOfProgram + '\Project Outputs for Bridge\ODB\Bridge.zip';
+  if not FileExists(Path) then Log('Finalize failed | NativeExists=no')
+  else
+  begin
+    Deliveries.Add(Name + '=' + StringReplace(ReadBytes(Path), #10, '/', [rfReplaceAll]));
+    if not SlowDelivery then FinishDelivery;
+  end;
+end;
+
+procedure Simulate(const Arguments: TStrings);
+begin
+  if (Arguments[1] = '--prepare') and SlowPrepare then
+  begin
+    Waiting := Classes.TStringList.Create;
+    Waiting.AddStrings(Arguments);
+  end
+  else if Arguments[1] = '--prepare' then SimulatePrepare(Arguments)
+  else if Arguments[1] = '--wait-native' then
+  begin
+    if FileExists(Arguments[2]) then WriteBytes(Arguments[4], 'OK'#13#10'5')
+    else WriteBytes(Arguments[4], 'ERROR'#13#10);
+  end
+  else if Arguments[1] = '--finalize-auto' then SimulateDelivery(Arguments);
+end;
+
 procedure Fail(const Arguments: TStrings);
 begin
   if Arguments[1] <> '--prepare' then Exit;
@@ -89,9 +216,11 @@ begin
   if (Arguments[1] = '--wait-native') and (WaitAnswer <> '') then WriteBytes(Arguments[4], WaitAnswer)
   else if Answers = Real then StartReal(Arguments)
   else if Answers = Failing then Fail(Arguments)
+  else if Answers = Simulated then Simulate(Arguments)
   else if Answers = OnlyPrepare then
     if Arguments[1] = '--prepare' then StartReal(Arguments)
-    else if Arguments[1] = '--wait-native' then WriteBytes(Arguments[4], 'OK'#13#10'5');
+    else if Arguments[1] = '--wait-native' then WriteBytes(Arguments[4], 'OK'#13#10'5')
+    else if (Arguments[1] = '--finalize-auto') and not SlowDelivery then FinishDelivery;
 end;
 
 function Start(const CommandLine: string): Integer;
@@ -135,4 +264,5 @@ end;
 
 initialization
   Running := TObjectList.Create(True);
+  Deliveries := Classes.TStringList.Create;
 end.

@@ -43,7 +43,7 @@ def shape(text):
     return shapes
 
 
-def check_job(data, last_mechanical):
+def check_job(data, last_mechanical, container):
     text = data.decode("ascii").replace("\r\n", "\n")
     found = []
 
@@ -60,7 +60,9 @@ def check_job(data, last_mechanical):
     need(text.count("Configuration1_Item1=") == 1, "not one Configuration1_Item1=")
     need("OutputType2" not in text and "OutputMedium2" not in text, "more than one output or container")
     need(value("OutputMedium1_Type") == "GeneratedFiles", "the container is not folder-based")
-    need(value("TargetOutputMedium") == value("OutputMedium1") == "Generated Files", "container name")
+    need(value("TargetOutputMedium") == value("OutputMedium1") == container, "container name")
+    need(container not in ("Generated Files", "Folder Structure", "PDF", "Print Job"),
+         "a container name that other jobs have: a process that meets the wrong job would run it")
     need(value("OutputEnabled1_OutputMedium1") == "1", "the output is not in the container")
     need(value("OutputDocumentPath1") == "Bridge.PcbDoc", "the output is not bound to the board")
     need(value("OutputBasePath1") == "Project Outputs for Bridge", "base folder")
@@ -77,9 +79,8 @@ def check_job(data, last_mechanical):
     need(config.get("Compression_zip") == "True" and config.get("Compression_None") == "False"
          and config.get("Compression_tar_tgz") == "False", "compression")
     need(config.get("DocumentPath") == "Bridge.PcbDoc", "DocumentPath")
-    need(all(config[k] == "False" for k in config if is_plot(k)), "a plot field is on in the template")
-    for kind in ("PTH", "NPTH", "BlindVias", "MicroVias", "BackDrilling"):
-        need(config.get(f"Plot{kind}Pairs") == "True", f"{kind}: holes of other layer pairs get lost")
+    on = {k for k in config if is_plot(k) and config[k] != "False"}
+    need(on == {"PlotPTHPair0_Plot", "PlotNPTHPair0_Plot"}, f"plot fields that are on: {on}")
     numbers = [k for k, _ in pairs if re.fullmatch(r"Plot_V7_\d+", k)]
     need(numbers == sorted(numbers), "Plot_V7_ fields are not ordered as text")
     names = {config.get(k + "_name") for k in numbers}
@@ -111,10 +112,23 @@ def check_against_samples(data, folder):
         found += [f"no host writes {section} {key}" for key in sorted(keys - known.get(section, set()))]
     found += ["no host writes the field " + key for key in sorted(our_fields - known_fields)]
     found += ["a plot field is missing: " + key for key in sorted(plots - our_fields)]
+    found += check_values(dict(fields(next(odb_lines(text)))), [
+        dict(fields(line)) for job in jobs
+        for line in odb_lines(job.read_bytes().decode("latin-1").replace("\r\n", "\n"))])
     if max(map(len, text.splitlines())) > longest:
         found.append("a line longer than any that hosts write")
     if not jobs or not plots:
         found.append("no sample job was read")
+    return found
+
+
+def check_values(ours, lines):
+    """Every field that is no plot field has a value that a real job has for it."""
+    found = []
+    for key, value in ours.items():
+        seen = {line[key] for line in lines if key in line}
+        if key != "DocumentPath" and not is_plot(key) and not key.startswith("Plot_V7_") and value not in seen:
+            found.append(f"{key}={value}, and real jobs have only {sorted(seen)}")
     return found
 
 
@@ -185,7 +199,8 @@ def main():
     data = (package / "Runtime/Bridge.OutJob").read_bytes()
     script = (package / "Script/Kestrune.pas").read_text("ascii")
     last = int(re.search(r"KsLastMechanical = (\d+)", script).group(1))
-    found = check_job(data, last) + check_images(package / "Assets")
+    container = re.search(r"KsMedium\s*= '([^']*)'", script).group(1)
+    found = check_job(data, last, container) + check_images(package / "Assets")
     samples = pathlib.Path(os.environ.get("KESTRUNE_SAMPLES", package / "../../shared/samples")) / "outjob"
     if samples.is_dir():
         found += check_against_samples(data, samples)

@@ -1,11 +1,17 @@
-"""check_script.py FOLDER: refuses in the package's script files what the host's interpreter is known
-not to accept, or to accept and misunderstand, although a Pascal compiler takes it.
+"""check_script.py FOLDER FREE: refuses in the script files of a folder what the host's interpreter is
+known not to accept, or to accept and misunderstand, although a Pascal compiler takes it, and every
+member of the host that no public script uses (host_members.txt). FREE is the one routine that the host
+may offer to run.
 
 Each rule is first tried on a line that it must refuse, so that a rule cannot go blind unnoticed.
 """
 import pathlib
 import re
 import sys
+
+import host_members
+
+HERE = pathlib.Path(__file__).resolve().parent
 
 # pattern, why, a piece of code that must be refused
 RULES = [
@@ -30,11 +36,13 @@ RULES = [
     (r"\bExit\s*\(", "Exit takes no value", "Exit(1);"),
     (r"\b(goto|Label|asm|out|absolute)\b", "reserved words", "Procedure P(out X : Integer);"),
     (r"\bConst\b[^;]*\w\s*:\s*\w+\s*=", "no typed constants", "Const X : Integer = 5;"),
+    (r"(<=?|>=?)(?<!<>)(?!>)\s*'|'\s*(<=?(?!>)|>=?)", "no order of texts: it follows the language of Windows",
+     "If S > 'x' Then"),
+    (r"\b(Rewrite|Reset|Append|AssignFile|CloseFile|RenameFile|CopyFile)\s*\(",
+     "an error in it stops the interpreter, or it fails silently", "Rewrite(F);"),
+    (r"\b\d{7,}\b(?!\s*;)", "a magic number: name it", "If X = 16777217 Then"),
 ]
 RESERVED = {"label", "type", "object", "out", "file", "set", "string", "result", "unit"}
-# Members that some hosts do not have, and a handler cannot catch that.
-VERSION_DEPENDENT = ["GetMechanicalLayer", "LayerObject_V7", "MasterLayerStack", "V7_LayerID",
-                     "GetRunningScriptProjectName"]
 # The host ignores a misspelt process silently.
 PROCESSES = {"WorkspaceManager:GenerateReport", "WorkspaceManager:CloseObject"}
 
@@ -86,6 +94,18 @@ def routines(code):
         yield head, code[head.start():end]
 
 
+def result_complaints(body):
+    """Result is assigned once, from a local variable, as the last statement: everything else was seen
+    to give the caller another value."""
+    uses = re.findall(r"\bResult\b", body, re.I)
+    last = re.search(r"Result\s*:=\s*(\w+)\s*;\s*End\s*;\s*(?:\{[^}]*\}\s*)*$", body.strip(), re.I)
+    block = re.search(r"\bVar\b(.*?)\bBegin\b", body, re.S | re.I)
+    local = {x.lower() for x in re.findall(r"(\w+)\s*:", block.group(1))} if block else set()
+    if len(uses) != 1 or not last or last.group(1).lower() not in local:
+        return ["Result is not given once, from a local variable, as the last statement"]
+    return []
+
+
 def check_routines(code, original):
     found, free = [], []
     for head, body in routines(code):
@@ -107,9 +127,8 @@ def check_routines(code, original):
             use = re.search(rf"\b{name}\b", code)
             if use.start() < head.start():
                 found.append(f"{name} is used above its definition")
-        for member in VERSION_DEPENDENT:
-            if re.search(rf"\b{member}\b", body) and "KsHost >=" not in body:
-                found.append(f"{name}: {member} without a test of the host's version")
+        if kind.lower() == "function":
+            found += [f"{name}: {text}" for text in result_complaints(body[head.end() - head.start():])]
     for process in re.findall(r"RunProcess\('([^']*)'\)", original):
         if process not in PROCESSES:
             found.append("unknown process " + process)
@@ -129,11 +148,24 @@ def check_file(path):
     return found + bad + broken_rules(code) + more, free
 
 
+def check_members(folder):
+    """Of all files together: the units of a project share one name space."""
+    listed = host_members.Listed((HERE / "host_members.txt").read_text())
+    code = "".join(strip_comments(p.read_text("latin-1"))[0] for p in sorted(folder.glob("*.pas")))
+    return host_members.uses(code, listed)[1]
+
+
 def check_form(folder):
     form = (folder / "Kestrune_WaitForm.dfm").read_text("ascii")
     code = "".join(strip_comments(p.read_text("ascii"))[0] for p in sorted(folder.glob("*.pas")))
     objects = set(re.findall(r"object (\w+): \w+", form))
-    found = [f"the form has no {used}"
+    raw = "".join(p.read_text("ascii") for p in sorted(folder.glob("*.pas")))
+    found = check_label_widths(form, raw)
+    if not check_label_widths(form, raw + "NoteLabel.Caption := '" + "n" * 70 + "';"):
+        found.append("a rule that refuses nothing: texts that are too wide")
+    if "poScreenCenter" not in form or "FormStyle" in form:
+        found.append("the form does not centre itself, or lies on top of everything")
+    found += [f"the form has no {used}"
              for used in set(re.findall(r"KestruneWaitForm\.(\w+)\.", code)) - objects]
     for handler in re.findall(r"^\s*On\w+ = (\w+)", form, re.MULTILINE):
         if f"TKestruneWaitForm.{handler}(" not in code:
@@ -142,6 +174,42 @@ def check_form(folder):
     listed = sorted(re.findall(r"^DocumentPath=(.*)$", project, re.MULTILINE))
     if listed != sorted(p.name for p in folder.glob("*.pas")):
         found.append(f"the project lists {listed}")
+    return found
+
+
+# Upper bounds of what a character of the form's font (Tahoma 8) takes at 96 dpi, in pixels.
+NARROW, MIDDLE, WIDE = set("iljI.,:;'|! "), set("frt()-/"), set("mwMW%@")
+
+
+def width(text, bold=False):
+    return sum((4 if c in NARROW else 5 if c in MIDDLE else 11 if c in WIDE else 8 if c.isupper() else 7)
+               + bold for c in text)
+
+
+def label_texts(code):
+    """Label -> the texts that the script gives it."""
+    texts = [(label, text) for label, text in
+             re.findall(r"(\w+Label)\.Caption\s*:=\s*'([^']*)'(?!\s*\+)", code)]
+    texts += [("StepLabel", "Step 5 of 5: " + text)
+              for text in re.findall(r"KsShowStep\(\d, '\w+', '([^']*)'\)", code)]
+    texts.append(("TimeLabel", "Running for 86400 s."))
+    longest = int(re.search(r"KsBoardNameWidth = (\d+)", code).group(1))
+    texts.append(("BoardLabel", "W" * longest))
+    return texts
+
+
+def check_label_widths(form, code):
+    found = []
+    room = {label: int(w) for label, w in
+            re.findall(r"object (\w+Label): TLabel.*?\bWidth = (\d+)", form, re.S)}
+    texts = label_texts(code)
+    if len(texts) < 10:
+        found.append("the texts of the labels were not found")
+    for label, text in texts:
+        for scale in (1, 1.5):
+            needed = sum(int(scale * width(c, label == "BoardLabel") + 0.5) for c in text)
+            if needed > room[label] * scale:
+                found.append(f"{label} is too narrow at {scale:.0%} for: {text}")
     return found
 
 
@@ -164,11 +232,28 @@ def blind_rules():
         "initialised": "Procedure A(X : Integer);\nVar\n Y : Integer = 1;\nBegin\nEnd;\n",
         "offered to be run": "Function A : Integer;\nBegin\nEnd;\n",
         "reserved": "Procedure A(File : Integer);\nBegin\nEnd;\n",
-        "host's version": "Procedure A(X : Integer);\nBegin\n S := B.MasterLayerStack;\nEnd;\n",
+        "last statement": "Function A(X : Integer) : Integer;\nBegin\n Result := X.Count;\nEnd;\n",
         "unknown process": "RunProcess('WorkspaceManager:Genrate');",
     }
     blind += [why for why, code in samples.items()
               if not any(why in hit for hit in check_routines(code, code)[0])]
+    listed = host_members.Listed(
+        "IPCB_Board.MasterLayerStack [17-] : x\nIPCB_Board.FileName : x\nS : x\nUnsupported [0-9] : x\n")
+    head = "Procedure A(B : IPCB_Board);\nBegin\n "
+    for good in ("S := B.FileName;", "If KsHost >= 17 Then S := B.MasterLayerStack;",
+                 "If KsHost >= 17 Then S := B.FileName Else S := B.FileName;",
+                 "If KsHost >= 10 Then S := B.FileName Else Unsupported;",
+                 "If KsHost >= 17 Then\n Begin\n Try\n S := B.MasterLayerStack;\n Finally\n End;\n End;"):
+        complaints = [c for c in host_members.uses(head + good + "\nEnd;\n", listed)[1] if "KsHost" not in c]
+        blind += [f"a good member is refused: {good}: {c}" for c in complaints]
+    for why, bad in (("not among", "S := B.FileNames;"), ("not among", "S := Elsewhere(B);"),
+                     ("belongs to versions", "S := B.MasterLayerStack;"),
+                     ("belongs to versions", "If KsHost >= 16 Then S := B.MasterLayerStack;"),
+                     ("belongs to versions", "If KsHost >= 17 Then S := B.FileName Else S := B.MasterLayerStack;"),
+                     ("belongs to versions", "If KsHost >= 17 Then S := B.FileName; S := B.MasterLayerStack;")):
+        complaints = host_members.uses(head + bad + "\nEnd;\n", listed)[1]
+        if not any(why in complaint for complaint in complaints if "KsHost" not in complaint):
+            blind.append(f"{why}: {bad}")
     if not strip_comments("{$I x}")[1] or not strip_comments("{ { }")[1]:
         blind.append("comments")
     return blind
@@ -182,7 +267,8 @@ def main():
         complaints, runnable = check_file(path)
         found += [f"{path.name}: {complaint}" for complaint in complaints]
         free += runnable
-    if free != ["RunKestrune"]:
+    found += check_members(folder)
+    if free != [sys.argv[2]]:
         found.append(f"routines without a parameter: {free}")
     found += check_form(folder) + check_placeholders(folder)
     for complaint in found:

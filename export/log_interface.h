@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string_view>
+
+namespace kestrune {
+
+// Stages and fragments of the log by which the script of the package decides. They are an interface:
+// the script has the same list under names that begin with Ks, and tests/checks/log_interface compares
+// the two and looks for each text where the log is written.
+
+inline constexpr std::wstring_view kStageRejected = L"Prepare rejected";
+inline constexpr std::wstring_view kStageFailed = L"Prepare failed";
+inline constexpr std::wstring_view kStageLayers = L"Prepare layer selection failed";
+inline constexpr std::wstring_view kStageMissing = L"Prepare missing dependency";
+inline constexpr std::wstring_view kStageCollision = L"Prepare dependency name collision";
+inline constexpr std::wstring_view kStageDelivered = L"Finalize copied";
+inline constexpr std::wstring_view kStageUndelivered = L"Finalize failed";
+inline constexpr std::wstring_view kStageUnhandled = L"Unhandled failure";
+
+inline constexpr std::wstring_view kFragmentCode = L"GetLastError=";
+inline constexpr std::wstring_view kFragmentInside = L"temporary folder";
+inline constexpr std::wstring_view kFragmentGone = L"is missing";
+
+}  // namespace kestrune

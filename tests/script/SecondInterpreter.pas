@@ -1,0 +1,2 @@
+unit SecondInterpreter;
+{$I ScriptUnit.inc}
