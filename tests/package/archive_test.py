@@ -26,7 +26,8 @@ class Archive(unittest.TestCase):
             (self.root / name).parent.mkdir(parents=True, exist_ok=True)
             (self.root / name).write_bytes(name.encode() + b"\n")
         (self.root / "package" / "README.txt").write_text("one\ntwo\n")
-        shutil.copytree(PROJECT / "package" / "Licenses", self.root / "package" / "Licenses")
+        for name in ("Licenses", "Diagnostics"):
+            shutil.copytree(PROJECT / "package" / name, self.root / "package" / name)
         (self.root / "program.exe").write_bytes(b"MZ program" * 1000)
         (self.root / "sbom.json").write_text("{}\n")
 
@@ -76,6 +77,21 @@ class Archive(unittest.TestCase):
         self.assertEqual(set(listed), found - {"SHA256SUMS"})
         for name, digest in listed.items():
             self.assertEqual(hashlib.sha256((top / name).read_bytes()).hexdigest(), digest)
+
+    def test_the_probe_lies_beside_the_package_and_is_not_part_of_it(self):
+        archive = self.make("a")
+        stage = archive.parent / "stage"
+        self.assertEqual([p for p in stage.rglob("*") if "Probe" in p.name or "Diagnostics" in p.name], [])
+        probe = {"KestruneProbe.PrjScr", "KestruneProbe.pas", "KestruneProbe_Form.pas",
+                 "KestruneProbe_Form.dfm"}
+        with zipfile.ZipFile(archive) as opened:
+            packed = {name.split("/Diagnostics/")[1]: opened.read(name) for name in opened.namelist()
+                      if "/Diagnostics/" in name}
+        self.assertEqual(set(packed), probe)
+        project = packed["KestruneProbe.PrjScr"].decode("ascii")
+        listed = set(re.findall(r"^DocumentPath=(.*)\r$", project, re.MULTILINE))
+        self.assertEqual(listed, {name for name in probe if name.endswith(".pas")})
+        self.assertIn(b"Procedure RunKestruneProbe;", packed["KestruneProbe.pas"])
 
     def test_one_altered_byte_is_noticed(self):
         archive = self.make("a")

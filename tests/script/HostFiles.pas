@@ -56,6 +56,7 @@ procedure FindFiles(const Folder, Pattern: string; Attributes: Integer; Recursiv
 procedure MakeYounger(const Path: string);
 procedure AssignFile(var F: TextFile; const Path: string);
 procedure Rewrite(var F: TextFile);
+procedure Reset(var F: TextFile);
 procedure CloseFile(var F: TextFile);
 
 function ReadBytes(const Path: string): string;
@@ -160,10 +161,18 @@ end;
 
 procedure Rewrite(var F: TextFile);
 begin
-  if DiskIsFull or FileExists(F.Path) or (OpenFiles.IndexOf(F.Path) >= 0) then
+  if DiskIsFull or FileExists(F.Path) or (OpenFiles.IndexOf(F.Path) >= 0)
+    or not SysUtils.DirectoryExists(ExtractFileDir(UnixPath(F.Path))) then
     if Assigned(OnFileError) then OnFileError('Rewrite');
   WriteBytes(F.Path, '');
   OpenFiles.Add(F.Path);
+  F.Open := True;
+end;
+
+procedure Reset(var F: TextFile);
+begin
+  if not FileExists(F.Path) then
+    if Assigned(OnFileError) then OnFileError('Reset');
   F.Open := True;
 end;
 

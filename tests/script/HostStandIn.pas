@@ -199,6 +199,7 @@ type
     procedure CloseDocument(Document: IServerDocument);
     function IsDocumentOpen(const Path: string): Boolean;
     function IsQuitting: Boolean;
+    procedure KestruneHasNoSuchMember;
   end;
 
   TLabel = class
@@ -220,6 +221,17 @@ type
   end;
   TApplication = class
     procedure ProcessMessages;
+  end;
+
+  // The list of global script projects of this host has one entry and no count.
+  TRegistry = class
+  private
+    Opened: Boolean;
+  public
+    function OpenKey(const Key: string; CanCreate: Boolean): Boolean;
+    function ValueExists(const Name: string): Boolean;
+    function ReadString(const Name: string): string;
+    procedure CloseKey;
   end;
 
   TProgram = function(const CommandLine: string): Integer;
@@ -279,6 +291,10 @@ function GetBuildNumberPart(const Text: string; Part: Integer): Integer;
 function GetRunningScriptProjectName: string;
 function SpecialFolder_AltiumApplicationData: string;
 function SpecialFolder_Temporary: string;
+function SpecialFolder_AltiumSystem: string;
+function SpecialFolder_AllUserDocuments: string;
+function rfReplaceAll: Integer;
+function StringReplace(const Text, Old, New: string; const Flags: TSet): string;
 procedure ResetParameters;
 procedure AddStringParameter(const Name, Value: string);
 procedure RunProcess(const Name: string);
@@ -1039,11 +1055,18 @@ begin
   Result := Quitting;
 end;
 
+procedure TClient.KestruneHasNoSuchMember;
+begin
+  Enter('IClient.KestruneHasNoSuchMember');
+  StopInterpreter('Undeclared identifier: KestruneHasNoSuchMember');
+end;
+
 // Opens what is not open yet, under the kinds that were seen.
 function Open(const Kind, Path: string): IServerDocument;
 begin
   Result := FindDocument(Path);
-  if (Result <> nil) or not FileExists(Path) or ((Kind <> 'PCB') and (Kind <> 'OUTPUTJOB')) then Exit;
+  if (Result <> nil) or not FileExists(Path) or 
+    ((Kind <> 'PCB') and (Kind <> 'OUTPUTJOB') and (Kind <> 'Text')) then Exit;
   Result := IServerDocument.Create;
   Result.Path := Path;
   Result.Kind := Kind;
@@ -1389,6 +1412,53 @@ function SpecialFolder_Temporary: string;
 begin
   Enter('SpecialFolder_Temporary');
   Result := TempFolder;
+end;
+
+function SpecialFolder_AltiumSystem: string;
+begin
+  Enter('SpecialFolder_AltiumSystem');
+  Result := 'C:\Nowhere\System';
+end;
+
+function SpecialFolder_AllUserDocuments: string;
+begin
+  Enter('SpecialFolder_AllUserDocuments');
+  Result := 'C:\users\Public\Documents\';
+end;
+
+function rfReplaceAll: Integer;
+begin
+  Result := 0;
+end;
+
+function StringReplace(const Text, Old, New: string; const Flags: TSet): string;
+begin
+  Result := SysUtils.StringReplace(Text, Old, New, [SysUtils.rfReplaceAll]);
+end;
+
+function TRegistry.OpenKey(const Key: string; CanCreate: Boolean): Boolean;
+begin
+  Enter('TRegistry.OpenKey');
+  Opened := not CanCreate and (Pos('Software\Altium\', Key) = 1);
+  Result := Opened;
+end;
+
+function TRegistry.ValueExists(const Name: string): Boolean;
+begin
+  Enter('TRegistry.ValueExists');
+  Result := Opened and (Name = 'Item0');
+end;
+
+function TRegistry.ReadString(const Name: string): string;
+begin
+  Enter('TRegistry.ReadString');
+  Result := '';
+end;
+
+procedure TRegistry.CloseKey;
+begin
+  Enter('TRegistry.CloseKey');
+  Opened := False;
 end;
 
 // Real time passes only while a started program runs; otherwise nothing can change any more, and a

@@ -186,6 +186,22 @@ begin
   end;
 end;
 
+// The lines of an archive of the stand-in as the program lists those of a real one.
+procedure SimulateInspection(const Arguments: TStrings);
+var
+  Lines: Classes.TStringList;
+  Text: string;
+  I: Integer;
+begin
+  Lines := LinesOf(Arguments[2]);
+  Text := 'VERSION=1'#13#10;
+  for I := 0 to Lines.Count - 1 do
+    if Pos('PTHPair0_Plot', Lines[I]) > 0 then Text := Text + 'LAYER=DRILL|' + Lines[I] + '|||1|some'#13#10
+    else if Pos('Plot', Lines[I]) = 1 then Text := Text + 'LAYER=SIGNAL|' + Lines[I] + '|||1|some'#13#10;
+  WriteBytes(Arguments[3], Text + 'END'#13#10);
+  Lines.Free;
+end;
+
 procedure Simulate(const Arguments: TStrings);
 begin
   if (Arguments[1] = '--prepare') and SlowPrepare then
@@ -199,6 +215,7 @@ begin
     if FileExists(Arguments[2]) then WriteBytes(Arguments[4], 'OK'#13#10'5')
     else WriteBytes(Arguments[4], 'ERROR'#13#10);
   end
+  else if Arguments[1] = '--inspect' then SimulateInspection(Arguments)
   else if Arguments[1] = '--finalize-auto' then SimulateDelivery(Arguments);
 end;
 

@@ -104,7 +104,7 @@ class Routine:
         """The branch under a condition: tests of the host's version narrow what may be used."""
         before = self.versions
         text = " ".join(condition).lower()
-        hit = re.search(r"kshost >= (\d+)", text)
+        hit = re.search(r"\b(?:ks|pr)host >= (\d+)", text)
         if hit and " or " not in text:
             number = int(hit.group(1))
             low, high = before

@@ -13,7 +13,8 @@ program script_tests;
 // KESTRUNE_SMALL_DISK says that the temporary folder lies on a disk too small for a board.
 
 uses
-  cthreads, Classes, SysUtils, HostFiles, HostStandIn, SecondInterpreter, ScriptUnderTest, Programs;
+  cthreads, Classes, SysUtils, HostFiles, HostStandIn, SecondInterpreter, ScriptUnderTest, ProbeUnderTest,
+  Programs;
 
 type
   TTest = procedure;
@@ -32,6 +33,7 @@ var
   Steps: Classes.TStringList;
   CancelIn, PressIn, CloseIn: string;   // the step in which the user does that
   NoteSeen: string;
+  HostFile: string;         // the report of the host that the stand-in is
   Growths: Integer;         // how often the archive still grows
   ActAt: Integer;           // the message of the run in which Act is called
   Act: TMoment;
@@ -1883,6 +1885,133 @@ begin
   Check(Deliveries.Count = 1, 'not exported');
 end;
 
+{ the probe }
+
+const
+  ProbeFolder = 'C:\ProbeHome\AppData\Local\Temp\KestruneProbe';
+
+procedure PrepareProbe;
+begin
+  Prepare;
+  Answers := Simulated;
+  HostFiles.RemoveTree('C:\ProbeHome');
+  HostFiles.ForceDirectories('C:\ProbeHome\AppData\Local\Temp');
+  WriteBytes('C:\ProbeHome\Diagnostics\KestruneProbe.PrjScr', '');
+  WriteBytes('C:\ProbeHome\Kestrune.exe', '');
+  HostFiles.ForceDirectories('C:\ProbeHome\AppData\Local\Kestrune');
+  TempFolder := 'C:\ProbeHome\AppData\Local\Temp';
+  ScriptProject := 'C:\ProbeHome\Diagnostics\KestruneProbe.PrjScr';
+  with NewBoard(Board1) do
+  begin
+    AddTrack(eTopOverlay);
+    AddVia;
+    AddUnplatedHole;
+    AddRule('Clearance Constraint (Gap=10mil) (All),(All)');
+    AddChild('Inner.PcbDoc', Child('C:\Boards\Inner.PcbDoc'));
+  end;
+  OnMessages := nil;
+  LoadProbe;
+end;
+
+function ProbeReport: string;
+var
+  Found: Classes.TStringList;
+begin
+  Found := Classes.TStringList.Create;
+  HostFiles.FindFiles(ProbeFolder, 'report-*.txt', faAnyFile, False, Found);
+  Result := '';
+  if Found.Count = 1 then Result := Found[0];
+  Found.Free;
+end;
+
+// As the person does it: after each stop the board is clicked and the probe is run again.
+procedure RunProbe(StopIndex: Integer);
+var
+  Runs: Integer;
+begin
+  Runs := 0;
+  StopAtCall := StopIndex;
+  Members.Clear;
+  repeat
+    PutInFront(Client.GetDocumentByPath(Board1));
+    RunInInterpreter(RunKestruneProbe);
+    StopAtCall := 0;
+    Inc(Runs);
+  until (Stopped = '') or (Runs > 12);
+end;
+
+// The report becomes the host of the tests, and it is the same host.
+procedure ProbeReportDescribesThisHost;
+var
+  Before, After: string;
+
+  function Settings: string;
+  begin
+    Result := Format('%d %s %s %s %s %s %s', [Version, BoolToStr(ModifiedIsSeen), BoolToStr(SavesAreWritten),
+      BoolToStr(LayerFlagsAreSeen), BoolToStr(NestedIteratorsWork), BoolToStr(DocumentsStayLoaded),
+      BoolToStr(FileErrorsAreCaught)]) + MissingMembers.CommaText;
+  end;
+
+begin
+  PrepareProbe;
+  RunProbe(0);
+  Before := Settings;
+  Check(ProbeReport <> '', 'no report; stopped: ' + Stopped);
+  if ProbeReport = '' then Exit;
+  Check(FocusPumps <= 100, 'never');
+  LoadHost(UnixPath(ProbeReport));
+  After := Settings;
+  LoadHost(HostFile);
+  Check(Before = After, Before + ' became ' + After + ': ' + Contents(ProbeReport));
+  Check(Pos('archive.as_the_job = written', Contents(ProbeReport)) > 0, Contents(ProbeReport));
+  Check(Pos('archive.as_the_job.drill = LAYER=DRILL|', Contents(ProbeReport)) > 0, Contents(ProbeReport));
+  Check(Pos('archive.no_drill_field.layers', Contents(ProbeReport)) > 0, Contents(ProbeReport));
+  Check(Pos('Boards', Contents(ProbeReport)) = 0, 'a path of the user: ' + Contents(ProbeReport));
+  Check(Pos('ProbeHome', Contents(ProbeReport)) = 0, 'a path of the user: ' + Contents(ProbeReport));
+  Check(Client.GetDocumentByPath(Board1).ModifiedWrites = 0, 'the mark of the board was written');
+  Check(Client.GetDocumentByPath(Board1).Saves = 0, 'the board was saved');
+  Check(Complaints.Count = 0, Complaints.Text);
+  Stopped := '';
+  PutInFront(Client.GetDocumentByPath(Board1));
+end;
+
+procedure ProbeWithoutConsentOpensNothing;
+begin
+  PrepareProbe;
+  AnswerNoYes := mrNo;
+  RunProbe(0);
+  Check(ProbeReport <> '', 'no report');
+  Check(Called('open project') + Called('--prepare') + Called('generate') = 0, Calls.Text);
+  Stopped := '';
+  PutInFront(Client.GetDocumentByPath(Board1));
+end;
+
+procedure ProbeGoesOnBehindEveryStop;
+var
+  Names: Classes.TStringList;
+  I, Own: Integer;
+begin
+  PrepareProbe;
+  RunProbe(0);
+  Names := Classes.TStringList.Create;
+  Names.Assign(Members);
+  Own := Pos(' = stops', Contents(ProbeReport));
+  Check(Names.Count > 100, 'only ' + IntToStr(Names.Count) + ' calls');
+  for I := 0 to Names.Count - 1 do
+    if not IsInARow(Names, I) and not TestFailed then
+    begin
+      PrepareProbe;
+      RunProbe(I + 1);
+      Check(ProbeReport <> '', Names[I] + ': no report after the stop at call ' + IntToStr(I));
+      Check(Pos('language.ord', Contents(ProbeReport)) + Pos('question2 = stops', Contents(ProbeReport)) > 0,
+        Names[I] + ': a question is missing: ' + Contents(ProbeReport));
+      Check(Pos('error.member = stops', Contents(ProbeReport)) > 0, Names[I] + ': the last questions are missing');
+    end;
+  Names.Free;
+  Stopped := '';
+  Prepare;
+end;
+
 { the form }
 
 procedure FormTextIsWellFormed;
@@ -2029,6 +2158,9 @@ begin
   Run('HandleIsAskedForOnceKnown', HandleIsAskedForOnceKnown);
   Run('LongNameIsCut', LongNameIsCut);
   Run('StoppedCallIsNamed', StoppedCallIsNamed);
+  Run('ProbeReportDescribesThisHost', ProbeReportDescribesThisHost);
+  Run('ProbeWithoutConsentOpensNothing', ProbeWithoutConsentOpensNothing);
+  Run('ProbeGoesOnBehindEveryStop', ProbeGoesOnBehindEveryStop);
   Run('SamePressAfterEveryStop', SamePressAfterEveryStop);
   Run('FreshPressAfterEveryStop', FreshPressAfterEveryStop);
 end;
@@ -2047,7 +2179,8 @@ begin
   ProgramFile := ParamStr(3);
   Receiver := ParamStr(4);
   StartScript := ParamStr(5);
-  LoadHost(ParamStr(6));
+  HostFile := ParamStr(6);
+  LoadHost(HostFile);
   Filter := ParamStr(7);
   Steps := Classes.TStringList.Create;
   FindUser;

@@ -1,0 +1,1 @@
+// A window that shows nothing: the probe asks it for its handle.
