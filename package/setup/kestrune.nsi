@@ -175,6 +175,7 @@ Function ${un}RemovePackage
   RMDir "$0\Runtime"
   RMDir "$0\Assets"
   RMDir "$0\Licenses"
+  RMDir "$0\Diagnostics"
   RMDir "$0"
   ClearErrors
   Pop $2
