@@ -1,7 +1,10 @@
 // setup_stand_in.exe plays Kestrune.exe inside a setup program, so that each answer of the real one
 // can be had without an Altium Designer. In the folder named by KESTRUNE_STAND_IN:
-//   answer   the exit code that it gives, decimal; a second line is the code of every later start
+//   answer   the exit code that it gives, decimal; a second line is the code of every later start.
+//            With a minus sign it waits before that until the folder holds a file `go`
 //   calls    gets one line for each start: the raw command line, UTF-8
+//   report   the bytes of the report for --report; without it there is one that fits the code
+//   status   the same for --status, which always gives code 0
 // After code 0 or 40 of --install it has put itself into the shared runtime, as the real one does.
 // Without --quiet it shows a report box titled "Kestrune".
 #include <windows.h>
@@ -20,6 +23,40 @@ std::wstring Variable(const wchar_t* name) {
   std::wstring value(32768, L'\0');
   value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
   return value;
+}
+
+/// Returns the value after the switch on a command line on which values stand in quotes.
+std::wstring QuotedValue(const std::wstring& line, const std::wstring& name) {
+  const std::size_t at = line.find(name + L" \"");
+  if (at == std::wstring::npos) {
+    return {};
+  }
+  const std::size_t begin = at + name.size() + 2;
+  return line.substr(begin, line.find(L'"', begin) - begin);
+}
+
+std::string DefaultReport(const std::wstring& line, int code) {
+  const std::string head =
+      "Altium Designer 24\r\nGUID: {1}\r\nProfile: C:\\p\r\nHKCU: Software\\b\r\n";
+  if (code == 20) {
+    return "No Altium instance found.";
+  }
+  if (code == 40) {
+    return head + "FAILED: the stand-in was told so\r\n";
+  }
+  return head + (line.find(L" --uninstall") != std::wstring::npos
+                     ? "Registration removed; shared runtime retained.\r\n"
+                     : "Installed/updated and validated.\r\n");
+}
+
+/// Writes the report with its mark where the command line asks for one.
+bool WriteReport(const std::wstring& line, const std::wstring& given, int code) {
+  const std::wstring file = QuotedValue(line, L"--report");
+  std::string report;
+  if (!kestrune::ReadWholeFile(given, 1 << 20, report)) {
+    report = DefaultReport(line, code);
+  }
+  return file.empty() || kestrune::WriteWholeFile(file, "\xEF\xBB\xBF" + report);
 }
 
 int NextAnswer(const std::wstring& file) {
@@ -57,10 +94,20 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
   if (!kestrune::WriteWholeFile(calls, written + kestrune::Utf8FromWide(line) + "\n"))
     return 98;
 
-  const int code = NextAnswer(folder + L"\\answer");
+  if (line.find(L" --status") != std::wstring::npos) {
+    return WriteReport(line, folder + L"\\status", 0) ? 0 : 96;
+  }
+  const int answer = NextAnswer(folder + L"\\answer");
+  const int code = answer < 0 ? -answer : answer;
+  while (answer < 0 && GetFileAttributesW((folder + L"\\go").c_str()) == INVALID_FILE_ATTRIBUTES) {
+    Sleep(50);
+  }
   if (line.find(L" --install") != std::wstring::npos && (code == 0 || code == 40) &&
       !CopyItselfToRuntime()) {
     return 97;
+  }
+  if (!WriteReport(line, folder + L"\\report", code)) {
+    return 96;
   }
   if (line.find(L" --quiet") == std::wstring::npos) {
     kestrune::Desktop().ShowMessage(

@@ -1,0 +1,199 @@
+; Removing and renaming folders. $INSTDIR is the package; beside it lie, for a moment,
+;   $INSTDIR.new    a package that is being unpacked
+;   $INSTDIR.old    the older package while the newer one has its place and is not registered yet
+;   $INSTDIR.gone   a package that nothing needs and that is being removed
+
+!define REPARSE_POINT 0x400
+
+!macro FolderFunctions un
+
+; Removes the folder on the stack with all below it. A link goes, what it points at stays: some of
+; these folders lie where other users may write.
+Function ${un}RemoveTree
+  Exch $0
+  Push $1
+  Push $2
+  Push $3
+  System::Call 'kernel32::GetFileAttributesW(w r0) i .r1'
+  ${If} $1 = -1
+    Goto done
+  ${EndIf}
+  IntOp $2 $1 & ${REPARSE_POINT}
+  ${If} $2 <> 0
+    RMDir "$0"
+    Goto done
+  ${EndIf}
+  FindFirst $1 $2 "$0\*"
+  ${DoWhile} $2 != ""
+    ${If} $2 != "."
+    ${AndIf} $2 != ".."
+      System::Call 'kernel32::GetFileAttributesW(w "$0\$2") i .r3'
+      IntOp $3 $3 & 0x10
+      ${If} $3 <> 0
+        Push "$0\$2"
+        Call ${un}RemoveTree
+      ${Else}
+        System::Call 'kernel32::SetFileAttributesW(w "$0\$2", i 0x80)'
+        Delete "$0\$2"
+      ${EndIf}
+    ${EndIf}
+    ClearErrors
+    FindNext $1 $2
+    ${If} ${Errors}
+      StrCpy $2 ""
+    ${EndIf}
+  ${Loop}
+  FindClose $1
+  RMDir "$0"
+done:
+  Pop $3
+  Pop $2
+  Pop $1
+  Pop $0
+FunctionEnd
+
+; Removes from the folder on the stack what a set-up put there, by its own list of sums, so that a
+; file which somebody else left there stays. The program goes late: until then the removal of an
+; installation can be repeated. The uninstaller stays.
+Function ${un}RemovePackage
+  Exch $0
+  Push $1
+  Push $2
+  FileOpen $1 "$0\SHA256SUMS" r
+  ${IfNot} ${Errors}
+    ${Do}
+      ClearErrors
+      FileRead $1 $2
+      ${If} ${Errors}
+        ${ExitDo}
+      ${EndIf}
+      ; 64 digits and two blanks, the name, a line feed.
+      StrCpy $2 $2 -1 66
+      Push $2
+      Call ${un}PlainName
+      Pop $2
+      ${If} $2 != ""
+      ${AndIf} $2 != "Kestrune.exe"
+        Delete "$0\$2"
+        ; Its folder goes with the last of its files.
+        ${GetParent} "$0\$2" $2
+        ${If} $2 != $0
+          RMDir "$2"
+        ${EndIf}
+      ${EndIf}
+    ${Loop}
+    FileClose $1
+  ${EndIf}
+  Delete "$0\Kestrune.exe"
+  Delete "$0\SHA256SUMS"
+  ClearErrors
+  Pop $2
+  Pop $1
+  Pop $0
+FunctionEnd
+
+; Turns the name on the stack from the list's form into a Windows one; empty when it would lead
+; outside its folder.
+Function ${un}PlainName
+  Exch $0
+  Push $1
+  Push $2
+  Push $3
+  StrCpy $1 0
+  StrCpy $3 ""
+  ${Do}
+    StrCpy $2 $0 2 $1
+    ${If} $2 == ".."
+      StrCpy $3 ""
+      ${ExitDo}
+    ${EndIf}
+    StrCpy $2 $0 1 $1
+    ${If} $2 == ":"
+      StrCpy $3 ""
+    ${EndIf}
+    ${If} $2 == ":"
+    ${OrIf} $2 == ""
+      ${ExitDo}
+    ${EndIf}
+    ${If} $2 == "/"
+      StrCpy $2 "\"
+    ${EndIf}
+    StrCpy $3 "$3$2"
+    IntOp $1 $1 + 1
+  ${Loop}
+  StrCpy $0 $3
+  Pop $3
+  Pop $2
+  Pop $1
+  Exch $0
+FunctionEnd
+
+; Removes $INSTDIR.gone; what somebody else left in it stays in a folder named $INSTDIR.old-NUMBER.
+Function ${un}RemoveGone
+  Push $0
+  ${If} ${FileExists} "$INSTDIR.gone\*.*"
+    Push "$INSTDIR.gone"
+    Call ${un}RemovePackage
+    Delete "$INSTDIR.gone\Uninstall.exe"
+    RMDir "$INSTDIR.gone"
+    ${If} ${FileExists} "$INSTDIR.gone\*.*"
+      System::Call 'kernel32::GetTickCount() i .r0'
+      Rename "$INSTDIR.gone" "$INSTDIR.old-$0"
+    ${EndIf}
+  ${EndIf}
+  ClearErrors
+  Pop $0
+FunctionEnd
+
+; Removes uninstallers that could not be deleted while they ran.
+Function ${un}RemoveOldUninstallers
+  Delete "$TEMP\Kestrune-uninstaller-*.exe"
+  Delete "$LOCALAPPDATA\Temp\Kestrune-uninstaller-*.exe"
+  ClearErrors
+FunctionEnd
+
+!macroend
+!insertmacro FolderFunctions ""
+!insertmacro FolderFunctions "un."
+
+; Renames the folder $0 to $1. A virus scanner may hold a file that has just run for a moment. The
+; error flag tells that it did not work.
+Function PatientRename
+  StrCpy $2 0
+  ${Do}
+    ClearErrors
+    Rename "$0" "$1"
+    ${IfNot} ${Errors}
+      ${ExitDo}
+    ${EndIf}
+    ${If} $2 = 20
+      SetErrors
+      ${ExitDo}
+    ${EndIf}
+    Sleep 250
+    IntOp $2 $2 + 1
+  ${Loop}
+FunctionEnd
+
+; Takes the package in $INSTDIR away again and gives the older one, if there is one, its place back.
+; The error flag tells that it did not work.
+Function PutFoldersBack
+  Call RemoveGone
+  ${If} ${FileExists} "$INSTDIR\*.*"
+    StrCpy $0 "$INSTDIR"
+    StrCpy $1 "$INSTDIR.gone"
+    Call PatientRename
+    ${If} ${Errors}
+      Return
+    ${EndIf}
+  ${EndIf}
+  ${If} ${FileExists} "$INSTDIR.old\*.*"
+    StrCpy $0 "$INSTDIR.old"
+    StrCpy $1 "$INSTDIR"
+    Call PatientRename
+    ${If} ${Errors}
+      Return
+    ${EndIf}
+  ${EndIf}
+  Call RemoveGone
+FunctionEnd

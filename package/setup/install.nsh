@@ -1,0 +1,226 @@
+; Installing: unpack beside, take the place, register, and put everything back where that failed.
+
+; 1 when this set-up made the entry under Apps.
+Var EntryMade
+
+Function .onInit
+  Call Begin
+FunctionEnd
+
+Function LogCancellation
+  !insertmacro Log "Cancelled. Ends with code ${CODE_CANCELLED}."
+FunctionEnd
+
+; Clears away what a set-up left that was killed: its package goes, the older one comes back.
+Function RecoverFolders
+  ${If} ${FileExists} "$INSTDIR.old\*.*"
+    !insertmacro Step "An earlier set-up did not come to its end; the older files come back first."
+    Call PutFoldersBack
+    ${If} ${Errors}
+      !insertmacro Fail ${CODE_FILES} "The files in $INSTDIR are in use. Close what uses them, then start this set-up again."
+    ${EndIf}
+  ${EndIf}
+  Call RemoveGone
+  Push "$INSTDIR.new"
+  Call RemoveTree
+  ClearErrors
+FunctionEnd
+
+; The package, an older one and the shared runtime lie on the drive at the same time.
+Function CheckSpace
+  System::Call 'kernel32::GetDiskFreeSpaceExW(w "$LOCALAPPDATA", *l .r0, p 0, p 0) i .r1'
+  ${If} $1 <> 0
+    System::Int64Op $0 / 1024
+    Pop $0
+    IntOp $1 ${SIZE_KB} * 3
+    System::Int64Op $0 < $1
+    Pop $1
+    ${If} $1 = 1
+      !insertmacro Fail ${CODE_FILES} "There is not enough room on the drive of $LOCALAPPDATA. Nothing was changed."
+    ${EndIf}
+  ${EndIf}
+FunctionEnd
+
+Function UnpackBeside
+  !insertmacro Step "Unpacking to $INSTDIR.new ..."
+  ClearErrors
+  SetOutPath "$INSTDIR.new"
+  File /r "${PAYLOAD}/*"
+  WriteUninstaller "$INSTDIR.new\Uninstall.exe"
+  ; A folder that is some process's current one cannot be renamed.
+  SetOutPath "$TEMP"
+  ${If} ${Errors}
+    Push "$INSTDIR.new"
+    Call RemoveTree
+    !insertmacro Fail ${CODE_FILES} "The files cannot be written to $INSTDIR. Nothing was changed."
+  ${EndIf}
+FunctionEnd
+
+Function TakePlace
+  !insertmacro Step "Taking the place $INSTDIR ..."
+  ${If} ${FileExists} "$INSTDIR\*.*"
+    StrCpy $0 "$INSTDIR"
+    StrCpy $1 "$INSTDIR.old"
+    Call PatientRename
+    ${If} ${Errors}
+      Push "$INSTDIR.new"
+      Call RemoveTree
+      !insertmacro Fail ${CODE_FILES} "The older files in $INSTDIR are in use. Nothing was changed. Close what uses them, then start this set-up again."
+    ${EndIf}
+  ${EndIf}
+  StrCpy $0 "$INSTDIR.new"
+  StrCpy $1 "$INSTDIR"
+  Call PatientRename
+  ${If} ${Errors}
+    Rename "$INSTDIR.old" "$INSTDIR"
+    Push "$INSTDIR.new"
+    Call RemoveTree
+    !insertmacro Fail ${CODE_FILES} "The files cannot be put to $INSTDIR. Nothing was changed."
+  ${EndIf}
+FunctionEnd
+
+; A button never stands in a host without an entry by which it can be removed.
+Function MakeFirstEntry
+  StrCpy $EntryMade 0
+  ReadRegStr $0 HKCU "${KEY}" UninstallString
+  ${If} $0 == ""
+    StrCpy $EntryMade 1
+    Call WriteEntry
+  ${EndIf}
+FunctionEnd
+
+; Asks the user, or the command line, whether records of changed shortcuts may be let through.
+Function AskForChangeRecords
+  Call LookForChangeRecords
+  ${If} $ChangeRefused <> 1
+    Return
+  ${EndIf}
+  Push "/EXTRARECORDS="
+  Call Option
+  Pop $0
+  ${If} $0 == "Change"
+    Call LetChangeThrough
+    Return
+  ${EndIf}
+  MessageBox MB_YESNO|MB_ICONQUESTION "You changed shortcuts or captions in Altium Designer. Its profile keeps them as records of the kind Change, which Kestrune does not touch without being told so: such a profile gets no button.$\r$\n$\r$\nMay Kestrune go on with these profiles? It leaves the records as they are, byte for byte, and backs the file up first. Your answer is kept in $DataFolder\registration.ini." /SD IDNO IDNO refused
+  Call LetChangeThrough
+  Return
+refused:
+  !insertmacro Step "Profiles with Change records are left alone; /EXTRARECORDS=Change lets them through."
+FunctionEnd
+
+Function RegisterInHosts
+  ${Do}
+    !insertmacro Step "Registering in every Altium Designer ..."
+    Push '--install$Quiet --package "$INSTDIR"'
+    Call RunProgram
+    ${If} ${Errors}
+      StrCpy $Code ${CODE_FILES}
+      ${ExitDo}
+    ${EndIf}
+    ${If} $Code <> ${CODE_HOST_RUNS}
+      ${ExitDo}
+    ${EndIf}
+    MessageBox MB_RETRYCANCEL|MB_ICONEXCLAMATION "Altium Designer is running. Close it, then press Retry." /SD IDCANCEL IDRETRY +2
+      ${ExitDo}
+  ${Loop}
+FunctionEnd
+
+; After a registration that changed nothing: what was there before comes back.
+Function PutBack
+  Call PutFoldersBack
+  ${If} ${Errors}
+    !insertmacro Step "The files in $INSTDIR could not be put back. Start this set-up again."
+    ClearErrors
+    Return
+  ${EndIf}
+  ${If} $EntryMade = 1
+    DeleteRegKey HKCU "${KEY}"
+  ${EndIf}
+  !insertmacro Step "Nothing was installed; what was there before is back."
+FunctionEnd
+
+Function KeepNewPackage
+  ${If} ${FileExists} "$INSTDIR.old\*.*"
+    StrCpy $0 "$INSTDIR.old"
+    StrCpy $1 "$INSTDIR.gone"
+    Call PatientRename
+    ClearErrors
+    Call RemoveGone
+  ${EndIf}
+  Call WriteEntry
+FunctionEnd
+
+; Registers the publisher's text in the file NAME below ${TEXTS} as a value of the entry, or removes
+; the value where there is none. The text comes as a file, so that it may hold any character.
+!macro PublisherText name value
+  File "/oname=$PLUGINSDIR\${name}" "${TEXTS}/${name}"
+  FileOpen $0 "$PLUGINSDIR\${name}" r
+  FileReadUTF16LE $0 $1
+  FileClose $0
+  ${If} $1 != ""
+    WriteRegStr HKCU "${KEY}" ${value} "$1"
+  ${Else}
+    DeleteRegValue HKCU "${KEY}" ${value}
+  ${EndIf}
+!macroend
+
+Function WriteEntry
+  WriteRegStr HKCU "${KEY}" DisplayName "Kestrune"
+  WriteRegStr HKCU "${KEY}" DisplayVersion "${VERSION}"
+  !insertmacro PublisherText publisher Publisher
+  !insertmacro PublisherText help HelpLink
+  !insertmacro PublisherText about URLInfoAbout
+  WriteRegStr HKCU "${KEY}" DisplayIcon "$INSTDIR\Kestrune.exe"
+  WriteRegStr HKCU "${KEY}" InstallLocation "$INSTDIR"
+  ${GetTime} "" "L" $0 $1 $2 $3 $4 $5 $6
+  WriteRegStr HKCU "${KEY}" InstallDate "$2$1$0"
+  ; With _?= the uninstaller runs where it lies, so that its caller waits for it and sees its code.
+  WriteRegStr HKCU "${KEY}" UninstallString '"$INSTDIR\Uninstall.exe" _?=$INSTDIR'
+  WriteRegStr HKCU "${KEY}" QuietUninstallString '"$INSTDIR\Uninstall.exe" /S _?=$INSTDIR'
+  WriteRegDWORD HKCU "${KEY}" EstimatedSize ${SIZE_KB}
+  WriteRegDWORD HKCU "${KEY}" NoModify 1
+  WriteRegDWORD HKCU "${KEY}" NoRepair 1
+  ClearErrors
+FunctionEnd
+
+Section "Kestrune"
+  Call RecoverFolders
+  Call CheckSpace
+  Call UnpackBeside
+  Call TakePlace
+  Call MakeFirstEntry
+  StrCpy $Program "$INSTDIR\Kestrune.exe"
+  Call AskForChangeRecords
+  Call RegisterInHosts
+  SetErrorLevel $Code
+  ${If} $Code = ${CODE_DONE}
+    StrCpy $Outcome "The toolbar of the PCB editor has a new button, Export PCB through Kestrune."
+  ${ElseIf} $Code = ${CODE_SOME_FAILED}
+    ; Those that worked need the package; the rest can be repeated or removed.
+    StrCpy $Outcome "At least one Altium Designer was skipped or could not be changed, as the report said. Put that right and start this set-up again, or remove Kestrune under Apps."
+  ${Else}
+    Call PutBack
+    ${If} $Code = ${CODE_FILES}
+      !insertmacro Fail ${CODE_FILES} "Kestrune.exe cannot be started from $INSTDIR."
+    ${EndIf}
+    Abort
+  ${EndIf}
+  Call KeepNewPackage
+  !insertmacro Step "$Outcome"
+  !insertmacro Log "Ends with code $Code."
+  ${If} $Code <> ${CODE_DONE}
+    StrCpy $Outcome "$Outcome$\r$\n$\r$\nLog: $LogFile"
+  ${EndIf}
+SectionEnd
+
+; Reached when a file could not be unpacked, too.
+Function .onInstFailed
+  Push "$INSTDIR.new"
+  Call RemoveTree
+  ${If} $Code == ""
+    StrCpy $Code ${CODE_FILES}
+  ${EndIf}
+  SetErrorLevel $Code
+  !insertmacro Log "Ends with code $Code."
+FunctionEnd

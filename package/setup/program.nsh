@@ -1,0 +1,145 @@
+; Starting Kestrune.exe, reading its report, and letting records of changed shortcuts through.
+
+!define ERROR_ALREADY_EXISTS 183
+!define CHANGE_REFUSED "FAILED: Unknown RCS record: Change "
+!define REMOVED "Registration removed; shared runtime retained."
+
+; The Kestrune.exe to start.
+Var Program
+; The file into which the program writes its report.
+Var Report
+; What the last report says: whether a Change record was refused, and whether every instance was
+; either done or skipped.
+Var ChangeRefused
+Var NothingFailed
+; Whether registration.ini was there before a removal changed it: 1, 0, or empty when unchanged.
+Var SettingsBefore
+
+!macro ProgramFunctions un
+
+; Makes sure that this is the only set-up, and sets what every step needs. The mutex lives until the
+; process ends.
+Function ${un}Begin
+  InitPluginsDir
+  StrCpy $Report "$PLUGINSDIR\report.txt"
+  Call ${un}OpenLog
+  System::Call 'kernel32::CreateMutexW(p 0, i 0, w "Local\Kestrune.Setup") p .r0 ?e'
+  Pop $1
+  ${If} $1 = ${ERROR_ALREADY_EXISTS}
+    !insertmacro Fail ${CODE_SECOND_START} "Another set-up of Kestrune is running. Wait until it has ended, then try again."
+  ${EndIf}
+  ; Empty when the profile cannot be reached.
+  ${If} $LOCALAPPDATA == ""
+    !insertmacro Fail ${CODE_FILES} "Your profile's folder for application data cannot be reached. Nothing was changed."
+  ${EndIf}
+  StrCpy $INSTDIR "$LOCALAPPDATA\Programs\Kestrune"
+  StrCpy $Quiet ""
+  ${If} ${Silent}
+    StrCpy $Quiet " --quiet"
+  ${EndIf}
+  Call ${un}RemoveOldUninstallers
+FunctionEnd
+
+; Starts $Program with the arguments on the stack, waits, and logs its report; $Code is its exit
+; code. The error flag tells that it could not be started.
+Function ${un}RunProgram
+  Exch $0
+  Delete "$Report"
+  ClearErrors
+  ExecWait '"$Program" $0 --report "$Report"' $Code
+  ${If} ${Errors}
+    !insertmacro Log "$Program cannot be started."
+    SetErrors
+  ${Else}
+    Push "$Report"
+    Call ${un}LogReport
+    !insertmacro Step "Kestrune.exe ended with code $Code."
+    Call ${un}ReadReport
+    ClearErrors
+  ${EndIf}
+  Pop $0
+FunctionEnd
+
+; Sets $ChangeRefused and $NothingFailed from the report. A report that is missing, that counts fewer
+; results than instances or that ends with anything but a result is one of a failure.
+Function ${un}ReadReport
+  StrCpy $ChangeRefused 0
+  StrCpy $0 0            ; instances
+  StrCpy $1 0            ; instances that were done or skipped
+  StrCpy $2 ""           ; 1 while the last line is a result
+  StrCpy $3 "$\n"        ; how the piece before ended: a long line is read in several
+  ClearErrors
+  FileOpen $4 "$Report" r
+  ${IfNot} ${Errors}
+    ${Do}
+      FileRead $4 $5
+      ${If} ${Errors}
+        ${ExitDo}
+      ${EndIf}
+      ${If} $3 == "$\n"
+        Call ${un}ReadReportLine
+      ${EndIf}
+      StrCpy $3 $5 1 -1
+    ${Loop}
+    FileClose $4
+  ${EndIf}
+  ClearErrors
+  StrCpy $NothingFailed 0
+  ${If} $0 > 0
+  ${AndIf} $0 = $1
+  ${AndIf} $2 == 1
+    StrCpy $NothingFailed 1
+  ${EndIf}
+FunctionEnd
+
+; Takes the line $5 into the sums of ReadReport.
+Function ${un}ReadReportLine
+  StrCpy $2 ""
+  StrCpy $6 $5 6
+  ${If} $6 S== "GUID: "
+    IntOp $0 $0 + 1
+  ${EndIf}
+  StrCpy $6 $5 9
+  StrCpy $7 $5 46
+  ${If} $6 S== "Skipped: "
+  ${OrIf} $7 S== "${REMOVED}"
+    IntOp $1 $1 + 1
+    StrCpy $2 1
+  ${EndIf}
+  StrCpy $6 $5 35
+  ${If} $6 S== "${CHANGE_REFUSED}"
+    StrCpy $ChangeRefused 1
+  ${EndIf}
+FunctionEnd
+
+; Asks every Altium Designer for its status, which changes nothing; sets $ChangeRefused.
+Function ${un}LookForChangeRecords
+  !insertmacro Step "Looking at the profiles of Altium Designer ..."
+  Push "--status --quiet"
+  Call ${un}RunProgram
+  ${If} ${Errors}
+    StrCpy $ChangeRefused 0
+  ${EndIf}
+FunctionEnd
+
+; Lets the program accept Change records, beside what the user lets through already.
+Function ${un}LetChangeThrough
+  CreateDirectory "$DataFolder"
+  ReadINIStr $0 "$DataFolder\registration.ini" Registration ExtraRecords
+  ${If} $0 != ""
+    StrCpy $0 "$0,"
+  ${EndIf}
+  ClearErrors
+  WriteINIStr "$DataFolder\registration.ini" Registration ExtraRecords "$0Change"
+  ${If} ${Errors}
+    !insertmacro Step "$DataFolder\registration.ini cannot be written."
+  ${Else}
+    FlushINI "$DataFolder\registration.ini"
+    !insertmacro Step "Records of changed shortcuts are let through: ExtraRecords=$0Change in registration.ini."
+  ${EndIf}
+  ClearErrors
+FunctionEnd
+
+!macroend
+!insertmacro ProgramFunctions ""
+!insertmacro ProgramFunctions "un."

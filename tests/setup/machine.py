@@ -1,0 +1,212 @@
+"""One Windows of its own for the tests of the setup program: a Wine prefix with a screen."""
+import atexit
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+import time
+
+PROJECT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = PROJECT / "build" / "release"
+OUT = PROJECT / "build" / "setup-tests"
+ENTRY = r"HKCU\Software\Microsoft\Windows\CurrentVersion\Uninstall\Kestrune"
+SHELL_FOLDERS = r"HKCU\Software\Microsoft\Windows\CurrentVersion\Explorer\User Shell Folders"
+PROGRAMS = BUILD / "tests" / "programs"
+
+
+def shell(script, *arguments, **options):
+    """Runs a script with the functions of tools/lib.sh at hand; the arguments are $1, $2 ..."""
+    return subprocess.Popen(
+        ["bash", "-c", f'. "$0"; set +e; wine_environment; {script}', PROJECT / "tools" / "lib.sh",
+         *arguments], stdin=subprocess.DEVNULL, **options)
+
+
+def wait_until(condition, seconds=30):
+    """The first true value of the condition; the last one when time is up."""
+    end = time.monotonic() + seconds
+    value = condition()
+    while not value and time.monotonic() < end:
+        time.sleep(0.05)
+        value = condition()
+    return value
+
+
+def files(folder):
+    """Every file below a folder with its bytes."""
+    return {path.relative_to(folder).as_posix(): path.read_bytes()
+            for path in pathlib.Path(folder).rglob("*") if path.is_file()}
+
+
+class Machine:
+    """Starts programs in the prefix and looks at what they left there."""
+
+    def __init__(self):
+        os.environ["KESTRUNE_PREFIX"] = os.environ.get(
+            "KESTRUNE_SETUP_PREFIX", str(PROJECT / "build" / "wine" / "setup"))
+        os.environ["KESTRUNE_STAND_IN"] = r"C:\stand-in"
+        os.environ["KESTRUNE_DISPOSABLE_PROFILE"] = "1"
+        self.prefix = pathlib.Path(os.environ["KESTRUNE_PREFIX"])
+        self.drive = self.prefix / "drive_c"
+        OUT.mkdir(parents=True, exist_ok=True)
+        shutil.rmtree(self.prefix, ignore_errors=True)
+        self.screen = subprocess.Popen(
+            ["bash", "-c", '. "$0"; start_display; echo $DISPLAY; wait', PROJECT / "tools" / "lib.sh"],
+            stdout=subprocess.PIPE, text=True, start_new_session=True)
+        os.environ["DISPLAY"] = self.screen.stdout.readline().strip()
+        atexit.register(self.stop)
+        if shell("set -e; make_prefix").wait() != 0:
+            raise RuntimeError("the prefix could not be made")
+        name = next(p.name for p in (self.drive / "users").iterdir() if p.name != "Public")
+        self.user = self.drive / "users" / name
+        self.documents = self.drive / "users" / "Public" / "Documents"
+        self.stand_in = self.drive / "stand-in"
+        self.session = None
+        self.set_local(self.user / "AppData" / "Local")
+
+    def set_local(self, folder):
+        """Where the user's local application data lies."""
+        self.local = folder
+        self.package = folder / "Programs" / "Kestrune"
+        self.runtime = folder / "Kestrune" / "Runtime"
+        self.temp = self.user / "AppData" / "Local" / "Temp"
+
+    @property
+    def data(self):
+        """Where the program and the setup program keep what they write: found by the profile."""
+        return self.user / "AppData" / "Local" / "Kestrune"
+
+    def begin_session(self):
+        """Keeps one idle process in the prefix, without which each start would boot it anew."""
+        if self.session is None or self.session.poll() is not None:
+            self.session = subprocess.Popen(
+                ["bash", "-c", '. "$0"; wine_environment; in_wine_root wine cmd',
+                 PROJECT / "tools" / "lib.sh"],
+                stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def stop(self):
+        """Ends every process of the prefix and the screen."""
+        self.end_wine()
+        os.killpg(self.screen.pid, signal.SIGTERM)
+
+    def end_wine(self):
+        """Ends every process of the prefix, so that it can start again in other surroundings."""
+        shell("in_wine_root wineserver -k; in_wine_root wineserver -w").wait()
+        if self.session is not None:
+            self.session.stdin.close()
+            self.session.wait()
+            self.session = None
+
+    def windows(self, path):
+        """The Windows path of a file in the prefix."""
+        return "C:\\" + str(path.relative_to(self.drive)).replace("/", "\\")
+
+    def start(self, program, *arguments, **environment):
+        """Starts a program; its exit code is that of the process that comes back."""
+        self.begin_session()
+        return shell('in_wine_root wine "$@"', str(program), *arguments,
+                     stdout=subprocess.PIPE, stderr=open(OUT / "wine.log", "ab"),
+                     env={**os.environ, **environment})
+
+    def run(self, program, *arguments, seconds=120, **environment):
+        """Starts a program, waits, and returns its exit code and output."""
+        process = self.start(program, *arguments, **environment)
+        try:
+            output, _ = process.communicate(timeout=seconds)
+        except subprocess.TimeoutExpired:
+            self.picture("timeout")
+            self.end_wine()
+            raise
+        return process.returncode, output.decode("utf-8", "replace").replace("\r", "")
+
+    def code(self, program, *arguments, **options):
+        return self.run(program, *arguments, **options)[0]
+
+    def uninstall(self, *arguments, **options):
+        """Removes with the entry's quiet command line, which is taken apart as Windows does it."""
+        command = self.entry()["QuietUninstallString"]
+        match = re.fullmatch(r'"([^"]+)" (/S) (_\?=.*)', command)
+        program = self.drive / match[1][3:].replace("\\", "/")
+        return self.code(program, match[2], *arguments, match[3], **options)
+
+    def entry(self):
+        """The values of the entry under Apps; empty when there is none."""
+        exported = self.stand_in / "entry.reg"
+        exported.unlink(missing_ok=True)
+        self.run("reg", "export", ENTRY, self.windows(exported), "/y")
+        if not exported.exists():
+            return {}
+        values = {}
+        text = exported.read_bytes().decode("utf-16")
+        for name, plain, number in re.findall(
+                r'^"(\w+)"=(?:"((?:[^"\\\r\n]|\\.)*)"|dword:(\w+))\r?$', text, re.MULTILINE):
+            values[name] = int(number, 16) if number else re.sub(r"\\(.)", r"\1", plain)
+        return values
+
+    def log(self):
+        path = self.data / "Logs" / "setup.log"
+        return path.read_bytes().decode("utf-8").replace("\r\n", "\n") if path.exists() else ""
+
+    def processes(self, name):
+        """Process numbers of the prefix's processes whose command line holds a name."""
+        found = []
+        for folder in pathlib.Path("/proc").iterdir():
+            if folder.name.isdigit():
+                try:
+                    line = (folder / "cmdline").read_bytes()
+                    environment = (folder / "environ").read_bytes()
+                except OSError:
+                    continue
+                program = re.split(rb"[\\/]", line.split(b"\0")[0])[-1]
+                if program == name.encode() and \
+                        f"WINEPREFIX={self.prefix}".encode() in environment:
+                    found.append(int(folder.name))
+        return found
+
+    def end_of(self, process):
+        """The exit code of a program that was started."""
+        try:
+            return process.wait(timeout=60)
+        except subprocess.TimeoutExpired:
+            self.picture("timeout")
+            raise
+
+    def kill(self, name):
+        """Ends the processes of a name at once, as a power cut would."""
+        for process in self.processes(name):
+            try:
+                os.kill(process, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+
+    # ---- windows
+
+    def window(self, title, count=1):
+        """Waits for so many windows with a title that matches and returns the topmost."""
+        def look():
+            found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"],
+                                   capture_output=True, text=True, check=False).stdout.split()
+            return found[-1] if len(found) >= count else None
+        found = wait_until(look)
+        if not found:
+            self.picture("no-window")
+            raise AssertionError(f"no window '{title}'")
+        return found
+
+    def press(self, title, key, picture=None, count=1):
+        """Gives a window the keyboard, has it photographed, and presses a key in it."""
+        window = self.window(title, count)
+        subprocess.run(["xdotool", "windowfocus", window], capture_output=True, check=False)
+        time.sleep(0.5)
+        if picture:
+            self.picture(picture)
+        subprocess.run(["xdotool", "key", key], check=True)
+        time.sleep(0.7)
+
+    def press_in_box(self, title, key, picture=None):
+        """Presses a key in a box that stands over the window of the same title."""
+        self.press(title, key, picture, 2)
+
+    def picture(self, name):
+        subprocess.run(["import", "-window", "root", OUT / f"{name}.png"], check=False)

@@ -1,0 +1,197 @@
+"""Removing with a stand-in for Kestrune.exe."""
+import re
+import shutil
+import tempfile
+import pathlib
+
+from machine import OUT, files, wait_until
+from setups import SetupTest, setup
+
+INSTANCE = "Altium Designer 24.1\nGUID: {%d}\nProfile: C:\\p\nHKCU: Software\\b\n"
+DONE = "Registration removed; shared runtime retained.\n"
+SKIPPED = "Skipped: DXP.RCS does not exist; initialize this Altium profile first.\n"
+FAILED = "FAILED: Unsafe/read-only RCS target.\n"
+
+
+class Removal(SetupTest):
+    def setUp(self):
+        super().setUp()
+        self.answer(0)
+        self.install()
+
+    def kept(self):
+        self.assert_installed("1.0.0")
+        self.assertTrue((self.machine.runtime / "Kestrune.exe").exists())
+
+    def gone(self):
+        """All is gone but what runs, in the temporary folder."""
+        self.assert_nothing_installed()
+        self.assertFalse(self.machine.runtime.exists())
+        self.assertEqual([re.sub(r"\d+", "N", path.name) for path in self.machine.temp.iterdir()],
+                         ["Kestrune-uninstaller-N.exe"])
+
+    def test_quiet_removal_leaves_only_what_is_the_users(self):
+        m = self.machine
+        users = {"ODBpp/board.zip": b"x", "Logs/bridge.log": b"x", "settings.ini": b"x"}
+        for name, content in {**users, "Exchange/journal.txt": b"x"}.items():
+            (m.data / name).parent.mkdir(parents=True, exist_ok=True)
+            (m.data / name).write_bytes(content)
+        (m.documents / "Kestrune" / "Temp" / "Project Outputs").mkdir(parents=True)
+        self.answer(0)
+        self.remove()
+        package = m.windows(m.package)
+        self.assertEqual(self.calls(), [f'"{package}\\Kestrune.exe" --status --quiet',
+                                        f'"{package}\\Kestrune.exe" --uninstall --quiet'])
+        self.gone()
+        left = files(m.data)
+        self.assertIn(b"Ends with code 0.", left.pop("Logs/setup.log"))
+        self.assertEqual(left, users)
+        self.assertFalse((m.documents / "Kestrune").exists())
+
+    def test_text_names_exactly_what_stays(self):
+        m = self.machine
+        for name in ("ODBpp/board.zip", "settings.ini", "registration.ini"):
+            (m.data / name).parent.mkdir(parents=True, exist_ok=True)
+            (m.data / name).write_bytes(b"x")
+        self.answer(0)
+        self.remove()
+        said = m.log().split("These stay, where they exist:")[1]
+        data = m.windows(m.data)
+        for text in (f"{data}\\ODBpp", f"{data}\\Logs", f"settings.ini and registration.ini in {data}",
+                     "KestruneBackups", m.windows(next(m.temp.iterdir()))):
+            self.assertIn(text, said)
+        self.assertEqual({name.split("/")[0] for name in files(m.data)},
+                         {"ODBpp", "Logs", "settings.ini", "registration.ini"})
+
+    def test_no_process_starts_but_the_program(self):
+        self.answer(0)
+        before = (OUT / "wine.log").stat().st_size
+        self.remove(WINEDEBUG="-all,trace+process")
+        trace = (OUT / "wine.log").read_bytes()[before:].decode("utf-8", "replace")
+        started = re.findall(r"CreateProcessInternalW app .*? cmdline (.*)", trace)
+        self.assertEqual(len(started), 2, started)
+        self.assertEqual(len([line for line in started if "Kestrune.exe" in line]), 2, started)
+        self.gone()
+
+    def test_without_any_host_everything_goes_with_0(self):
+        self.answer(20)
+        self.remove()
+        self.gone()
+
+    def test_running_host_keeps_everything_with_30(self):
+        self.answer(30)
+        self.remove(code=30)
+        self.kept()
+        self.remove("/FORCE", code=30)
+        self.kept()
+
+    def test_skipped_instances_do_not_keep_anything(self):
+        self.answer(40, report=INSTANCE % 1 + DONE + INSTANCE % 2 + SKIPPED)
+        self.remove()
+        self.gone()
+        self.assertIn("An Altium Designer was skipped, none failed", self.machine.log())
+
+    def test_failed_instance_keeps_everything_with_40(self):
+        for name, report in {
+                "one failed": INSTANCE % 1 + DONE + INSTANCE % 2 + FAILED,
+                "skipped and failed": INSTANCE % 1 + SKIPPED + INSTANCE % 2 + FAILED,
+                "no instance": "Runtime path cannot be represented safely by the existing "
+                               "DelphiScript runtime.",
+                "ended in the middle": INSTANCE % 1 + SKIPPED + INSTANCE % 2,
+                "ended behind all": INSTANCE % 1 + SKIPPED + "Not enough memory.",
+                "a name that looks like a result": "Skipped: \n" + INSTANCE % 1 + FAILED,
+                "a result within a long line": INSTANCE % 1 + "x" * 1023 + SKIPPED,
+                "empty": ""}.items():
+            with self.subTest(report=name):
+                self.answer(40, report=report)
+                self.remove(code=40)
+                self.kept()
+        self.assertIn(FAILED.strip(), self.machine.log())
+        self.assertIn("Nothing of Kestrune's files was removed.", self.machine.log())
+
+    def test_force_removes_although_one_failed(self):
+        self.answer(40)
+        self.remove("/FORCE")
+        self.gone()
+        self.assertIn("The files are removed all the same.", self.machine.log())
+
+    def test_program_that_breaks_down_keeps_everything(self):
+        self.answer(3)
+        self.remove(code=3)
+        self.kept()
+
+    def test_deleted_program_is_replaced_by_the_runtimes(self):
+        m = self.machine
+        (m.package / "Kestrune.exe").unlink()
+        self.answer(0)
+        self.remove()
+        self.assertEqual(self.calls("--uninstall"),
+                         [f'"{m.windows(m.runtime)}\\Kestrune.exe" --uninstall --quiet'])
+        self.gone()
+
+    def test_without_any_program_only_force_removes(self):
+        m = self.machine
+        (m.package / "Kestrune.exe").unlink()
+        (m.runtime / "Kestrune.exe").unlink()
+        self.remove(code=50)
+        self.assertEqual(m.entry().get("DisplayVersion"), "1.0.0")
+        self.assertIn("Kestrune.exe is missing", m.log())
+        self.remove("/FORCE")
+        self.gone()
+
+    def test_removal_never_enters_a_link(self):
+        m = self.machine
+        precious = m.drive / "precious"
+        precious.mkdir(exist_ok=True)
+        self.addCleanup(shutil.rmtree, precious)
+        (precious / "file").write_text("x")
+        temporary = m.documents / "Kestrune" / "Temp"
+        temporary.mkdir(parents=True)
+        (temporary / "link").symlink_to(precious)
+        self.remove()
+        self.assertEqual(files(precious), {"file": b"x"})
+        self.gone()
+
+    def test_uninstaller_started_by_itself_removes(self):
+        # It goes on as a copy of itself, and its caller does not wait for that.
+        self.machine.run(self.machine.package / "Uninstall.exe", "/S")
+        wait_until(lambda: "Ends with code" in self.machine.log().split("Uninstall.exe")[-1])
+        self.assert_nothing_installed()
+
+    def test_next_set_up_removes_the_renamed_uninstaller(self):
+        self.remove()
+        self.gone()
+        self.install("two")
+        self.assert_installed("2.0.0")
+        self.assertEqual(list(self.machine.temp.iterdir()), [])
+
+    def test_temporary_folder_on_another_drive(self):
+        m = self.machine
+        shared = pathlib.Path("/dev/shm")
+        if not shared.is_dir() or shared.stat().st_dev == m.prefix.stat().st_dev:
+            self.skipTest("there is no second file system here")
+        folder = tempfile.mkdtemp(dir=shared)
+        self.addCleanup(shutil.rmtree, folder)
+        drive = m.prefix / "dosdevices" / "t:"
+        drive.symlink_to(folder)
+        self.addCleanup(drive.unlink)
+        self.remove(TEMP="T:\\", TMP="T:\\")
+        self.gone()
+
+    def test_killed_removal_can_be_repeated(self):
+        m = self.machine
+        self.answer(-30)
+        process = m.start(m.package / "Uninstall.exe", "/S", "_?=" + m.windows(m.package))
+        wait_until(lambda: self.calls("--uninstall"))
+        m.kill("Uninstall.exe")
+        m.kill("Kestrune.exe")
+        process.wait()
+        self.kept()
+        for path in m.package.glob("*/*"):
+            path.unlink()
+        shutil.rmtree(m.runtime)
+        self.answer(0)
+        self.remove()
+        self.assert_nothing_installed()
+
+

@@ -1,0 +1,125 @@
+"""The boxes and pages of the setup program; each is photographed into build/setup-tests."""
+import shutil
+
+from machine import wait_until
+from setups import SetupTest, setup
+from real_test import CHANGE, RealTest
+
+TITLE = "Kestrune 1.0.0.*"
+REMOVE_TITLE = "Remove Kestrune 1.0.0.*"
+
+
+class Pages(SetupTest):
+    def begin_removal(self):
+        m = self.machine
+        return m.start(m.package / "Uninstall.exe", "_?=" + m.windows(m.package))
+
+    def test_cancelled_set_up_leaves_nothing(self):
+        self.answer(0)
+        process = self.machine.start(setup("one"))
+        self.machine.press(TITLE, "Escape", "welcome")
+        self.machine.press_in_box(TITLE, "alt+y", "cancel")
+        self.assertEqual(self.machine.end_of(process), 1)
+        self.assertEqual(self.calls(), [])
+        self.assert_nothing_installed()
+        self.assertIn("Cancelled. Ends with code 1.", self.machine.log())
+
+    def test_installation_shows_the_report(self):
+        m = self.machine
+        self.answer(40)
+        process = m.start(setup("one"))
+        m.press(TITLE, "Return")
+        m.press("Kestrune", "Return", "report")
+        m.press(TITLE, "Return", "finish-40")
+        self.assertEqual(self.machine.end_of(process), 40)
+        self.assertTrue(self.calls("--install")[0].endswith(f'--package "{m.windows(m.package)}"'))
+        self.assertNotIn("--quiet", self.calls("--install")[0])
+        self.assert_installed("1.0.0")
+
+    def test_closed_host_lets_the_set_up_go_on(self):
+        self.answer(30, 0)
+        process = self.machine.start(setup("one"))
+        self.machine.press(TITLE, "Return")
+        self.machine.press("Kestrune", "Return")
+        self.machine.press_in_box(TITLE, "alt+r", "host-runs")
+        self.machine.press("Kestrune", "Return")
+        self.machine.press(TITLE, "Return", "finish")
+        self.assertEqual(self.machine.end_of(process), 0)
+        self.assertEqual(len(self.calls("--install")), 2)
+        self.assert_installed("1.0.0")
+
+    def test_second_start_names_its_log(self):
+        self.answer(-30)
+        first = self.machine.start(setup("one"), "/S")
+        wait_until(lambda: self.calls("--install"))
+        second = self.machine.start(setup("two"))
+        self.machine.press("Kestrune 2.0.0.*", "Return", "second-start")
+        self.assertEqual(self.machine.end_of(second), 51)
+        (self.machine.stand_in / "go").touch()
+        self.machine.end_of(first)
+
+    def test_removal_names_what_stays(self):
+        self.answer(0)
+        self.install()
+        self.answer(0)
+        process = self.begin_removal()
+        self.machine.press(REMOVE_TITLE, "Return", "remove")
+        self.machine.press("Kestrune", "Return")
+        self.machine.press_in_box(REMOVE_TITLE, "Return", "what-stays")
+        self.machine.press(REMOVE_TITLE, "Return", "removed")
+        self.assertEqual(self.machine.end_of(process), 0)
+        self.assertTrue(self.calls("--uninstall")[0].endswith("--uninstall"))
+        self.assert_nothing_installed()
+
+    def test_failed_removal_asks_and_keeps_by_default(self):
+        self.answer(0)
+        self.install()
+        for key, code in (("Return", 40), ("alt+y", 0)):
+            with self.subTest(key=key):
+                self.answer(40)
+                process = self.begin_removal()
+                self.machine.press(REMOVE_TITLE, "Return")
+                self.machine.press("Kestrune", "Return")
+                self.machine.press_in_box(REMOVE_TITLE, key, "force-question")
+                if code == 0:
+                    self.machine.press_in_box(REMOVE_TITLE, "Return")
+                else:
+                    self.assertTrue((self.machine.package / "Kestrune.exe").exists())
+                self.machine.press(REMOVE_TITLE, "Return")
+                self.assertEqual(self.machine.end_of(process), code)
+        self.assert_nothing_installed()
+
+    def test_missing_program_asks_and_keeps_by_default(self):
+        self.answer(0)
+        self.install()
+        (self.machine.package / "Kestrune.exe").unlink()
+        shutil.rmtree(self.machine.runtime)
+        process = self.begin_removal()
+        self.machine.press(REMOVE_TITLE, "Return")
+        self.machine.press_in_box(REMOVE_TITLE, "Return", "missing-program")
+        self.machine.press(REMOVE_TITLE, "Return")
+        self.assertEqual(self.machine.end_of(process), 50)
+        self.assertEqual(self.machine.entry()["DisplayVersion"], "1.0.0")
+
+
+class ChangeQuestion(RealTest):
+    def answer_question(self, key, picture):
+        self.box("make", "1")
+        path = self.profiles()[0]
+        path.write_bytes(path.read_bytes() + CHANGE)
+        process = self.machine.start(setup("real-one"))
+        self.machine.press(TITLE, "Return")
+        self.machine.press_in_box(TITLE, key, "change-question")
+        self.machine.press("Kestrune", "Return", picture)
+        self.machine.press(TITLE, "Return")
+        return self.machine.end_of(process)
+
+    def test_yes_lets_change_records_through(self):
+        self.assertEqual(self.answer_question("alt+y", "real-report"), 0)
+        self.assertEqual(self.settings.read_text(), "[Registration]\nExtraRecords=Change\n")
+        self.assertEqual(self.buttons(), 1)
+
+    def test_no_leaves_such_a_profile_alone(self):
+        self.assertEqual(self.answer_question("alt+n", "real-report-refused"), 40)
+        self.assertFalse(self.settings.exists())
+        self.assertEqual(self.buttons(), 0)
