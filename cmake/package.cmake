@@ -1,6 +1,11 @@
 # What a release consists of: the archive (cpack) with its bill of materials and sums, and the setup
 # program (target setup).
-set(KESTRUNE_PUBLISHER "" CACHE STRING "Publisher that the setup program registers; empty for none")
+set(KESTRUNE_HELP_URL "" CACHE STRING "Publisher's address for help; empty for none")
+set(KESTRUNE_ABOUT_URL "" CACHE STRING "Publisher's address about the program; empty for none")
+# As files, for they may hold any character.
+file(WRITE ${PROJECT_BINARY_DIR}/publisher/publisher "${KESTRUNE_PUBLISHER}\n")
+file(WRITE ${PROJECT_BINARY_DIR}/publisher/help "${KESTRUNE_HELP_URL}\n")
+file(WRITE ${PROJECT_BINARY_DIR}/publisher/about "${KESTRUNE_ABOUT_URL}\n")
 
 set(CPACK_GENERATOR External)
 set(CPACK_PACKAGE_NAME Kestrune)
@@ -18,8 +23,6 @@ include(CPack)
 
 # The setup program carries the archive's files unchanged.
 add_custom_target(setup
-  COMMAND ${CMAKE_CPACK_COMMAND}
-  COMMAND ${PROJECT_SOURCE_DIR}/tools/make-setup Kestrune-${PROJECT_VERSION}.zip
-    Kestrune-${PROJECT_VERSION}-setup.exe ${KESTRUNE_PUBLISHER}
-  WORKING_DIRECTORY ${PROJECT_BINARY_DIR} COMMENT "Making the setup program" VERBATIM)
+  COMMAND ${PROJECT_SOURCE_DIR}/tools/make-release . Kestrune-${PROJECT_VERSION}
+  WORKING_DIRECTORY ${PROJECT_BINARY_DIR} COMMENT "Making archive and setup program" VERBATIM)
 add_dependencies(setup stage)

@@ -1,6 +1,13 @@
 # Kestrune.exe: GUI subsystem, manifest, version resource and icon.
 configure_file(${PROJECT_SOURCE_DIR}/cmake/Kestrune.manifest.in
   ${PROJECT_BINARY_DIR}/Kestrune.manifest @ONLY)
+set(KESTRUNE_PUBLISHER "" CACHE STRING "Publisher, for version resource and setup program; empty for none")
+set(KESTRUNE_COMPANY "")
+if(NOT KESTRUNE_PUBLISHER STREQUAL "")
+  string(REPLACE "\\" "\\\\" KESTRUNE_COMPANY "${KESTRUNE_PUBLISHER}")
+  string(REPLACE "\"" "\"\"" KESTRUNE_COMPANY "${KESTRUNE_COMPANY}")
+  set(KESTRUNE_COMPANY "VALUE \"CompanyName\", \"${KESTRUNE_COMPANY}\"")
+endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/Kestrune.rc.in ${PROJECT_BINARY_DIR}/Kestrune.rc @ONLY)
 add_executable(Kestrune WIN32 ${PROJECT_SOURCE_DIR}/entry/main_win32.cpp
   ${PROJECT_BINARY_DIR}/Kestrune.rc)

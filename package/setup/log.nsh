@@ -151,7 +151,11 @@ Function ${un}Option
   Push $R4
   Push $R5
   Push $R6
-  System::Call 'shell32::CommandLineToArgvW(w "$CMDLINE", *i .R1) p .R2'
+  StrCpy $R4 $CMDLINE
+  System::Call 'shell32::CommandLineToArgvW(w R4, *i .R1) p .R2'
+  ${If} $R2 = 0
+    StrCpy $R1 0
+  ${EndIf}
   StrLen $R3 $R0
   StrCpy $R5 ""
   ${While} $R1 > 0

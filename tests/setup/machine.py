@@ -124,11 +124,13 @@ class Machine:
         return self.run(program, *arguments, **options)[0]
 
     def uninstall(self, *arguments, **options):
-        """Removes with the entry's quiet command line, which is taken apart as Windows does it."""
-        command = self.entry()["QuietUninstallString"]
-        match = re.fullmatch(r'"([^"]+)" (/S) (_\?=.*)', command)
-        program = self.drive / match[1][3:].replace("\\", "/")
-        return self.code(program, match[2], *arguments, match[3], **options)
+        """Removes with the entry's quiet command line, further arguments before its last one."""
+        program, place = self.entry()["QuietUninstallString"].split(" _?=")
+        return self.code_of_line(" ".join([program, *arguments, "_?=" + place]), **options)
+
+    def code_of_line(self, line, **options):
+        """The exit code of a command line that Windows gets as it is."""
+        return self.code(PROGRAMS / "machine_in_a_box.exe", "line", line, **options)
 
     def entry(self):
         """The values of the entry under Apps; empty when there is none."""

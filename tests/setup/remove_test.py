@@ -69,8 +69,8 @@ class Removal(SetupTest):
         self.remove(WINEDEBUG="-all,trace+process")
         trace = (OUT / "wine.log").read_bytes()[before:].decode("utf-8", "replace")
         started = re.findall(r"CreateProcessInternalW app .*? cmdline (.*)", trace)
-        self.assertEqual(len(started), 2, started)
-        self.assertEqual(len([line for line in started if "Kestrune.exe" in line]), 2, started)
+        # The first is the uninstaller itself, as Apps starts it.
+        self.assertEqual([line.count("Kestrune.exe") for line in started], [0, 1, 1], started)
         self.gone()
 
     def test_without_any_host_everything_goes_with_0(self):

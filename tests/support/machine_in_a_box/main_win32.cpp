@@ -33,6 +33,7 @@ constexpr char kUsage[] =
     "machine_in_a_box time-install N ROUNDS PROGRAM\n"
     "                               median milliseconds of its --install over N such "
     "installations\n"
+    "machine_in_a_box line LINE     starts a whole command line, waits, and ends with its code\n"
     "machine_in_a_box clear         removes everything again\n";
 
 void Print(const std::string& text) {
@@ -127,6 +128,23 @@ void RunPhotographed(const std::wstring& name, const std::wstring& program,
   Print("exit code " + std::to_string(run.WaitForExit(60'000).value_or(-1)) + "\n");
 }
 
+/// Starts a command line as the registry holds it, for no shell is to change its quotes.
+int ExitCodeOfLine(std::wstring line) {
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION made{};
+  if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                     &made) == 0) {
+    throw std::runtime_error("cannot start the line");
+  }
+  const KernelHandle process(made.hProcess);
+  const KernelHandle thread(made.hThread);
+  DWORD code = 1;
+  WaitForSingleObject(process.Get(), INFINITE);
+  GetExitCodeProcess(process.Get(), &code);
+  return static_cast<int>(code);
+}
+
 double MillisecondsOf(const std::wstring& program, const std::wstring& arguments) {
   LARGE_INTEGER frequency{};
   LARGE_INTEGER begin{};
@@ -197,6 +215,9 @@ int Run() {
   int count = 0;
   const LocalMemory<wchar_t*> arguments(CommandLineToArgvW(GetCommandLineW(), &count));
   try {
+    if (count == 3 && std::wstring_view(arguments.Get()[1]) == L"line") {
+      return ExitCodeOfLine(arguments.Get()[2]);
+    }
     if (Carry({arguments.Get() + 1, arguments.Get() + count})) {
       return 0;
     }
