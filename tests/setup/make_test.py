@@ -56,8 +56,12 @@ class Contents(MakeTest):
         names = [str(OUT), "/tmp/"]
         subprocess.run([*CHECK, setup("real-one"), *names], check=True)
         # The one look that has to find something.
-        tool("make-setup", OUT / "one.zip", self.folder / "naming.exe", make_texts(publisher=str(OUT)))
-        self.assertIn("made", self.refused(*CHECK, self.folder / "naming.exe", OUT))
+        tool("make-setup", OUT / "real-one.zip", self.folder / "naming.exe",
+             make_texts(publisher=str(OUT)))
+        done = subprocess.run([*CHECK, self.folder / "naming.exe", *names], capture_output=True, text=True,
+                              check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(f"FAILED: the folder {OUT} does not stand in the file", done.stdout)
 
     def test_same_archive_gives_the_same_bytes(self):
         texts = make_texts(publisher=PUBLISHER, help="https://example.invalid/help",
