@@ -17,8 +17,12 @@ else()
   run(${CMAKE_COMMAND} --build ${CPACK_KESTRUNE_BUILD} --target stage)
 endif()
 file(TIMESTAMP ${stage}/Kestrune.exe seconds "%s" UTC)
-run(${CPACK_KESTRUNE_SOURCE}/tools/make-sbom ${CPACK_KESTRUNE_COMPILER} ${stage}/Kestrune.exe
-  Kestrune ${CPACK_PACKAGE_VERSION} ${seconds} ${sbom})
+file(READ ${CPACK_KESTRUNE_BUILD}/publisher/publisher publisher)
+string(STRIP "${publisher}" publisher)
+# Not by run, which would split a publisher with a semicolon.
+execute_process(COMMAND ${CPACK_KESTRUNE_SOURCE}/tools/make-sbom ${CPACK_KESTRUNE_COMPILER}
+  ${stage}/Kestrune.exe Kestrune ${CPACK_PACKAGE_VERSION} ${seconds} ${sbom} "${publisher}"
+  COMMAND_ERROR_IS_FATAL ANY)
 run(${CPACK_KESTRUNE_PYTHON} ${CPACK_KESTRUNE_SOURCE}/tools/make-archive --stage ${stage}
   --package ${CPACK_KESTRUNE_SOURCE}/package --sbom ${sbom} --name ${CPACK_PACKAGE_FILE_NAME}
   --output ${archive})
