@@ -135,6 +135,14 @@ make_prefix() {
   cp -a --reflink=auto "$prefix_template" "$WINEPREFIX"
 }
 
+# make_pretty: lets the windows of the prefix be photographed. Without a window manager Wine draws the frames
+# itself, so that windows have their titles; the sign in a close box is a letter of the font Marlett.
+make_pretty() {
+  mkdir -p "$WINEPREFIX/drive_c/windows/Fonts"
+  cp /usr/share/wine/fonts/{marlett,tahoma,tahomabd}.ttf "$WINEPREFIX/drive_c/windows/Fonts/"
+  in_wine_root wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1
+}
+
 # npm_modules FOLDER: prints where the libraries pinned by FOLDER's package-lock.json lie in the cache,
 # after fetching them where they are not there yet.
 npm_modules() {
