@@ -4,7 +4,7 @@ import shutil
 import tempfile
 import pathlib
 
-from machine import OUT, files, wait_until
+from machine import ENTRY, OUT, files, wait_until
 from setups import SetupTest, setup
 
 INSTANCE = "Altium Designer 24.1\nGUID: {%d}\nProfile: C:\\p\nHKCU: Software\\b\n"
@@ -175,8 +175,16 @@ class Removal(SetupTest):
         drive = m.prefix / "dosdevices" / "t:"
         drive.symlink_to(folder)
         self.addCleanup(drive.unlink)
-        self.remove(TEMP="T:\\", TMP="T:\\")
+        for name in ("TEMP", "TMP"):
+            old = re.search(r"REG_\w+ +(.*)", m.run("reg", "query", r"HKCU\Environment", "/v", name)[1])
+            self.addCleanup(self.set_temporary_folder, name, old[1])
+            self.set_temporary_folder(name, "T:\\")
+        self.assertEqual(m.run("cmd", "/d", "/c", "echo %TMP%")[1].strip(), "T:\\")
+        self.remove()
         self.gone()
+
+    def set_temporary_folder(self, name, path):
+        self.machine.run("reg", "add", r"HKCU\Environment", "/v", name, "/t", "REG_EXPAND_SZ", "/f", "/d", path)
 
     def test_killed_removal_can_be_repeated(self):
         m = self.machine
@@ -194,4 +202,12 @@ class Removal(SetupTest):
         self.remove()
         self.assert_nothing_installed()
 
-
+    def test_leftovers_without_an_entry_are_taken_over(self):
+        # A removal that was killed after its entry had gone.
+        m = self.machine
+        m.run("reg", "delete", ENTRY, "/f")
+        for path in m.package.glob("*/*"):
+            path.unlink()
+        self.answer(0)
+        self.install("two")
+        self.assert_installed("2.0.0")
