@@ -29,7 +29,8 @@ Const
     KsGenerateLimit  = 7200;    // seconds while the host writes the archive
     KsMarkLooks      = 50;      // looks until the mark is written anew
     KsLiveLimit      = 12;      // seconds; a waiting run has written its mark since then
-    KsSteps          = 5;
+    KsCheckLimit     = 30;      // seconds for reading the archive's table of layers
+    KsSteps          = 6;
     KsLastMechanical = 112;     // highest mechanical layer that Bridge.OutJob knows
     KsMidLayers      = 30;
     KsPlanes         = 16;
@@ -91,6 +92,10 @@ Var
     KsLayerNames  : TStringList;
     KsTooHigh     : TStringList;
     KsFindings    : TStringList;    // copper, drills, layers with objects: what an archive must have
+    KsHoles       : Integer;        // of the board and each embedded board
+    KsRows        : TStringList;    // what the archive has: the rows of its table of layers
+    KsGaps        : TStringList;    // what it lacks, in the user's words
+    KsRefused     : Boolean;        // the user does not want such an archive
     KsPads        : Boolean;
     KsTopPads     : Boolean;
     KsBottomPads  : Boolean;
@@ -1185,6 +1190,32 @@ Begin
     KsNoteIfUsed(eDrillGuide,    'DrillGuidePair0_Plot');
 End;
 
+// A text may be hidden; a track, an arc or a fill never is.
+Procedure KsNoteIfDrawn(Layer : Integer; Name : String);
+Var
+    Iterator : IPCB_BoardIterator;
+    Item     : IPCB_Primitive;
+Begin
+    Iterator := KsIterator(MkSet(eTrackObject, eArcObject, eFillObject), MkSet(Layer));
+    Try
+        Item := Iterator.FirstPCBObject;
+        If Item <> Nil Then KsNote(KsFindings, 'Drawn=' + Name);
+    Finally
+        KsBoard.BoardIterator_Destroy(Iterator);
+    End;
+End;
+
+Procedure KsCollectDrawn(Dummy : Integer);
+Begin
+    KsBeforeCall('IPCB_BoardIterator.AddFilter_ObjectSet');
+    KsNoteIfDrawn(eTopOverlay,    'TopOverlay');
+    KsNoteIfDrawn(eBottomOverlay, 'BottomOverlay');
+    KsNoteIfDrawn(eTopPaste,      'TopPaste');
+    KsNoteIfDrawn(eBottomPaste,   'BottomPaste');
+    KsNoteIfDrawn(eTopSolder,     'TopSolder');
+    KsNoteIfDrawn(eBottomSolder,  'BottomSolder');
+End;
+
 Procedure KsCollectVias(Dummy : Integer);
 Var
     Iterator : IPCB_BoardIterator;
@@ -1194,10 +1225,12 @@ Begin
     Iterator := KsIterator(MkSet(eViaObject), AllLayers);
     Try
         Via := Iterator.FirstPCBObject;
-        If Via <> Nil Then
+        While Via <> Nil Do
         Begin
             KsNote(KsFindings, 'Drill=plated');
             KsPads := True;
+            KsHoles := KsHoles + 1;
+            Via := Iterator.NextPCBObject;
         End;
     Finally
         KsBoard.BoardIterator_Destroy(Iterator);
@@ -1209,6 +1242,7 @@ Begin
     KsPads := True;
     If Pad.HoleSize > 0 Then
     Begin
+        KsHoles := KsHoles + 1;
         If Pad.Plated Then KsNote(KsFindings, 'Drill=plated')
         Else KsNote(KsFindings, 'Drill=unplated');
     End
@@ -1284,6 +1318,7 @@ Begin
     KsCollectStack(0);
     KsCollectMechanical(0);
     KsCollectFixed(0);
+    KsCollectDrawn(0);
     KsCollectVias(0);
     KsCollectPads(0);
     KsCollectChildren(ExtractFilePath(Path));
@@ -2016,7 +2051,335 @@ Begin
     End;
 End;
 
-{--- Step 5: delivery ----------------------------------------------------------}
+{--- Step 5: the archive holds what the board needs ----------------------------}
+
+// What Kestrune.exe found in the archive is a list of lines: LAYER=, and fields with
+// bars between them. Types decide; names only help, for users choose them.
+
+// A field of a row; the first one has number 1.
+Function KsField(Row : String; Number : Integer) : String;
+Var
+    I    : Integer;
+    Rest : String;
+    Text : String;
+Begin
+    Rest := Row + '|';
+    For I := 2 To Number Do
+        Rest := Copy(Rest, Pos('|', Rest) + 1, Length(Rest));
+    Text := Copy(Rest, 1, Pos('|', Rest) - 1);
+    Result := Text;
+End;
+
+Function KsIsOfType(Row : String; Types : String) : Boolean;
+Var
+    Fits : Boolean;
+Begin
+    Fits := Pos(' ' + UpperCase(KsField(Row, 1)) + ' ', ' ' + Types + ' ') > 0;
+    Result := Fits;
+End;
+
+// Whether the archive has a folder for the row, and objects in it when they are asked for.
+Function KsIsThere(Row : String; Filled : Boolean) : Boolean;
+Var
+    There : Boolean;
+Begin
+    There := KsField(Row, 5) <> 'absent';
+    If Filled And (KsField(Row, 6) = 'none') Then There := False;
+    Result := There;
+End;
+
+Function KsCountRows(Types : String; Filled : Boolean) : Integer;
+Var
+    I     : Integer;
+    Count : Integer;
+Begin
+    Count := 0;
+    For I := 0 To KsRows.Count - 1 Do
+        If KsIsOfType(KsRows.Strings[I], Types) And KsIsThere(KsRows.Strings[I], Filled) Then
+            Count := Count + 1;
+    Result := Count;
+End;
+
+Function KsCountFindings(Key : String) : Integer;
+Var
+    I     : Integer;
+    Count : Integer;
+Begin
+    Count := 0;
+    For I := 0 To KsFindings.Count - 1 Do
+        If Pos(Key, KsFindings.Strings[I]) = 1 Then Count := Count + 1;
+    Result := Count;
+End;
+
+// Whether a word of a name begins so: TOP is in M1_TOP, and not in STOPMASK.
+Function KsHasWord(Row : String; Word : String) : Boolean;
+Var
+    Name : String;
+    Has  : Boolean;
+Begin
+    Name := UpperCase(KsField(Row, 2));
+    Has := (Pos(Word, Name) = 1) Or (Pos('_' + Word, Name) > 0) Or (Pos('-' + Word, Name) > 0)
+        Or (Pos(' ' + Word, Name) > 0) Or (Pos('.' + Word, Name) > 0);
+    Result := Has;
+End;
+
+// Whether a row can be that of a side: all but those that name the other one alone.
+Function KsFitsSide(Row : String; Side : String) : Boolean;
+Var
+    Fits : Boolean;
+Begin
+    If Side = 'top' Then Fits := KsHasWord(Row, 'TOP') Or (Not KsHasWord(Row, 'BOT'))
+    Else Fits := KsHasWord(Row, 'BOT') Or (Not KsHasWord(Row, 'TOP'));
+    Result := Fits;
+End;
+
+Procedure KsCheckCopper(Dummy : Integer);
+Var
+    Needed : Integer;
+    Found  : Integer;
+Begin
+    Needed := KsCountFindings('Copper=');
+    // A number that is no known layer may be one that is counted already.
+    If KsCountFindings('Copper=number') > 0 Then Needed := 0;
+    Found := KsCountRows('SIGNAL POWER_GROUND MIXED', False);
+    If Found < Needed Then
+        KsGaps.Add('The board has ' + IntToStr(Needed) + ' copper layers, but the archive holds '
+            + IntToStr(Found) + '.');
+End;
+
+Function KsHolesText(Dummy : Integer) : String;
+Var
+    Text : String;
+Begin
+    Text := 'The board has ' + IntToStr(KsHoles) + ' holes';
+    If KsHoles = 1 Then Text := 'The board has 1 hole';
+    // In a panel each embedded board is counted once, however often it is placed.
+    If KsChildren.Count > 0 Then Text := 'The boards of the panel have holes';
+    Result := Text;
+End;
+
+Function KsSaysUnplated(Row : String) : Boolean;
+Var
+    Says : Boolean;
+Begin
+    Says := KsHasWord(Row, 'NON-PLATED') Or KsHasWord(Row, 'NON_PLATED')
+        Or KsHasWord(Row, 'NONPLATED') Or KsHasWord(Row, 'UNPLATED') Or KsHasWord(Row, 'NPTH');
+    Result := Says;
+End;
+
+// The rows of drills with objects that are for plated holes, for others, or that do not say it.
+Function KsCountDrills(Kind : String) : Integer;
+Var
+    I     : Integer;
+    Row   : String;
+    Says  : String;
+    Count : Integer;
+Begin
+    Count := 0;
+    For I := 0 To KsRows.Count - 1 Do
+    Begin
+        Row := KsRows.Strings[I];
+        Says := 'anything';
+        If KsSaysUnplated(Row) Then Says := 'unplated'
+        Else If KsHasWord(Row, 'PLATED') Or KsHasWord(Row, 'PTH') Then Says := 'plated';
+        If KsIsOfType(Row, 'DRILL') And KsIsThere(Row, True) And (Says = Kind) Then Count := Count + 1;
+    End;
+    Result := Count;
+End;
+
+Procedure KsCheckDrills(Dummy : Integer);
+Begin
+    If KsHoles > 0 Then
+    Begin
+        If KsCountRows('DRILL', False) = 0 Then
+            KsGaps.Add(KsHolesText(0) + ', but the archive holds no drill layer.')
+        Else If KsCountRows('DRILL', True) = 0 Then
+            KsGaps.Add(KsHolesText(0) + ', but the drill layers of the archive are empty.')
+        Else If KsCountDrills('anything') = 0 Then
+        Begin
+            If (KsCountFindings('Drill=plated') > 0) And (KsCountDrills('plated') = 0) Then
+                KsGaps.Add('The board has plated holes, but the archive holds no drill layer for them.');
+            If (KsCountFindings('Drill=unplated') > 0) And (KsCountDrills('unplated') = 0) Then
+                KsGaps.Add('The board has holes without plating, but the archive holds no drill layer'
+                    + ' for them.');
+        End;
+    End;
+End;
+
+// The rows of a type that can be those of a side.
+Function KsCountSide(RowType : String; Side : String; Filled : Boolean) : Integer;
+Var
+    I     : Integer;
+    Row   : String;
+    Count : Integer;
+Begin
+    Count := 0;
+    For I := 0 To KsRows.Count - 1 Do
+    Begin
+        Row := KsRows.Strings[I];
+        If KsIsOfType(Row, RowType) And KsIsThere(Row, Filled) And KsFitsSide(Row, Side) Then
+            Count := Count + 1;
+    End;
+    Result := Count;
+End;
+
+// A layer with objects must have some in the archive. One that only pads need may be
+// empty: the host may open none of them there.
+Procedure KsCheckSide(RowType : String; Words : String; Side : String; Name : String; HasPads : Boolean);
+Var
+    Drawn : Boolean;
+Begin
+    Drawn := KsFindings.IndexOf('Drawn=' + Name) >= 0;
+    If (Drawn Or HasPads) And (KsCountSide(RowType, Side, False) = 0) Then
+        KsGaps.Add('The board has a ' + Words + ' on the ' + Side + ' side, but the archive holds none.')
+    Else If Drawn And (KsCountSide(RowType, Side, True) = 0) Then
+        KsGaps.Add('The ' + Words + ' on the ' + Side + ' side is empty in the archive, but not on the board.');
+End;
+
+// Both sides cannot share one row.
+Procedure KsCheckSides(RowType : String; Words : String; Name : String; Top : Boolean; Bottom : Boolean);
+Var
+    Gaps   : Integer;
+    Needed : Integer;
+Begin
+    Gaps := KsGaps.Count;
+    KsCheckSide(RowType, Words, 'top', 'Top' + Name, Top);
+    KsCheckSide(RowType, Words, 'bottom', 'Bottom' + Name, Bottom);
+    Needed := 0;
+    If Top Or (KsFindings.IndexOf('Drawn=Top' + Name) >= 0) Then Needed := Needed + 1;
+    If Bottom Or (KsFindings.IndexOf('Drawn=Bottom' + Name) >= 0) Then Needed := Needed + 1;
+    If (KsGaps.Count = Gaps) And (KsCountRows(RowType, False) < Needed) Then
+        KsGaps.Add('The board has a ' + Words + ' on both sides, but the archive holds only one.');
+End;
+
+// Mechanical layers have the names that users gave them, so they are counted: all rows
+// that are nothing else.
+Function KsCountMechanical(Dummy : Integer) : Integer;
+Var
+    I     : Integer;
+    Row   : String;
+    Count : Integer;
+Begin
+    Count := 0;
+    For I := 0 To KsRows.Count - 1 Do
+    Begin
+        Row := KsRows.Strings[I];
+        If KsIsThere(Row, False) And (Not KsHasWord(Row, 'KEEP')) And (Not KsHasWord(Row, 'DRILL'))
+            And (Not KsIsOfType(Row, 'SIGNAL POWER_GROUND MIXED SOLDER_MASK SOLDER_PASTE SILK_SCREEN'
+            + ' DRILL COMPONENT DIELECTRIC')) Then Count := Count + 1;
+    End;
+    Result := Count;
+End;
+
+Procedure KsCheckMechanical(Dummy : Integer);
+Var
+    Needed : Integer;
+    Found  : Integer;
+Begin
+    Needed := KsCountFindings('Mechanical=') - KsTooHigh.Count;
+    Found := KsCountMechanical(0);
+    // Older hosts do not say which of these layers are used.
+    If (KsHost >= 17) And (Found < Needed) Then
+        KsGaps.Add('The board uses ' + IntToStr(Needed) + ' mechanical layers, but the archive holds '
+            + IntToStr(Found) + '.');
+End;
+
+// What an embedded board that is not loaded needs is not known; what the other ones
+// need is.
+Procedure KsCompare(Dummy : Integer);
+Var
+    Known : Boolean;
+Begin
+    Known := KsCountFindings('Unknown=') = 0;
+    KsCheckCopper(0);
+    KsCheckDrills(0);
+    KsCheckSides('SOLDER_MASK', 'solder mask', 'Solder', Known And KsPads, Known And KsPads);
+    KsCheckSides('SOLDER_PASTE', 'paste mask', 'Paste', Known And KsTopPads, Known And KsBottomPads);
+    KsCheckSides('SILK_SCREEN', 'silkscreen', 'Overlay', False, False);
+    If Known Then KsCheckMechanical(0);
+End;
+
+// Reads the rows of a list; the reason why there are none, or an empty text.
+Function KsReadRows(FileName : String) : String;
+Var
+    Lines  : TStringList;
+    Reason : String;
+    I      : Integer;
+Begin
+    Reason := 'Kestrune.exe gave no answer.';
+    Lines := TStringList.Create;
+    Try
+        If KsRead(FileName, Lines) And (Lines.Count > 1) Then
+        Begin
+            Reason := KsValue(Lines, 'ERROR=');
+            If (Lines.Strings[0] <> 'VERSION=1') Or (Lines.Strings[Lines.Count - 1] <> 'END') Then
+                Reason := 'The list of its layers could not be read.';
+            For I := 0 To Lines.Count - 1 Do
+                If Pos('LAYER=', Lines.Strings[I]) = 1 Then
+                    KsRows.Add(Copy(Lines.Strings[I], 7, Length(Lines.Strings[I])));
+        End;
+    Finally
+        Lines.Free;
+    End;
+    Result := Reason;
+End;
+
+// Why the archive cannot be checked; empty when its rows were read.
+Function KsInspect(Dummy : Integer) : String;
+Var
+    ListFile : String;
+    Reason   : String;
+Begin
+    ListFile := KsExchangeFile('list');
+    Reason := 'Kestrune.exe could not be started.';
+    If KsRun('--inspect ' + KsQuoted(KsArchive(0)) + ' ' + KsQuoted(ListFile)) Then
+    Begin
+        KsAwait(ListFile, KsCheckLimit, 0);
+        Reason := KsReadRows(ListFile);
+    End
+    Else
+        KsProblem := '';
+    Result := Reason;
+End;
+
+Procedure KsAskAboutGaps(Dummy : Integer);
+Var
+    Delivers : Boolean;
+Begin
+    KsMark('asking', 'ConfirmNoYes', KsWaitLimit);
+    Delivers := ConfirmNoYes('The archive seems to be incomplete.' + KsBreak + KsBreak + KsGaps.Text
+        + KsBreak + 'Deliver it all the same? If not, it stays here until the next export:' + KsBreak
+        + KsArchive(0));
+    If Not Delivers Then
+    Begin
+        KsRefused := True;
+        KsProblem := 'The archive seems to be incomplete.';
+    End;
+End;
+
+// A check that cannot be made stops no export.
+Procedure KsCheckArchive(Dummy : Integer);
+Var
+    Reason : String;
+Begin
+    KsShowStep(5, 'checking', 'checking the archive');
+    If Not KsMustEnd(0) Then
+    Begin
+        Reason := KsInspect(0);
+        If Not KsMustEnd(0) Then
+        Begin
+            If Reason <> '' Then
+                KsNotice := KsNotice + KsBreak + 'The archive was not checked for missing layers: ' + Reason
+            Else
+            Begin
+                KsCompare(0);
+                If KsGaps.Count > 0 Then KsAskAboutGaps(0);
+            End;
+        End;
+    End;
+End;
+
+{--- Step 6: delivery ----------------------------------------------------------}
 
 // The temporary folder says for which board it was prepared. Another name means that
 // somebody else prepared meanwhile.
@@ -2075,7 +2438,8 @@ Begin
     If Not KsMustEnd(0) Then KsOpenBridge(0);
     If Not KsMustEnd(0) Then KsGenerate(0);
     If Not KsMustEnd(0) Then KsAwaitArchive(0);
-    If Not KsMustEnd(0) Then KsShowStep(5, 'closing', 'delivering the archive');
+    If Not KsMustEnd(0) Then KsCheckArchive(0);
+    If Not KsMustEnd(0) Then KsShowStep(6, 'closing', 'delivering the archive');
 End;
 
 // Nothing of the export stays open, and the board is back in front.
@@ -2110,7 +2474,7 @@ Begin
     If Not KsQuits(0) Then
     Begin
         If KsNotice <> '' Then ShowWarning(Trim(KsNotice));
-        If KsProblem <> '' Then
+        If (KsProblem <> '') And (Not KsRefused) Then
             ShowError('The board was not exported.' + KsBreak + KsBreak + KsProblem
                 + KsBreak + KsBreak + 'Details: ' + KsLogPath(0));
     End;
@@ -2300,6 +2664,8 @@ Begin
     KsKeptState := '';
     KsLogLines := 0;
     KsClearance := 0;
+    KsHoles := 0;
+    KsRefused := False;
     KsBoard := Nil;
 End;
 
@@ -2317,6 +2683,8 @@ Begin
     KsLayerNames := TStringList.Create;
     KsTooHigh := TStringList.Create;
     KsFindings := TStringList.Create;
+    KsRows := TStringList.Create;
+    KsGaps := TStringList.Create;
     Try
         KsExport(0);
     Finally
@@ -2330,6 +2698,8 @@ Begin
         KsLayerNames.Free;
         KsTooHigh.Free;
         KsFindings.Free;
+        KsRows.Free;
+        KsGaps.Free;
     End;
 End;
 

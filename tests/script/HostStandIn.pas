@@ -9,13 +9,13 @@ unit HostStandIn;
 
 interface
 
-uses SysUtils, Classes, Contnrs, HostFiles;
+uses SysUtils, Classes, Contnrs, HostFiles, Archives;
 
 const
   eTopLayer = 1; eMidLayer1 = 2; eBottomLayer = 32; eTopOverlay = 33; eBottomOverlay = 34;
   eTopPaste = 35; eBottomPaste = 36; eTopSolder = 37; eBottomSolder = 38; eInternalPlane1 = 39;
   eDrillGuide = 55; eKeepOutLayer = 56; eMechanical1 = 57; eDrillDrawing = 73; eMultiLayer = 74;
-  eTrackObject = 4; eViaObject = 3; ePadObject = 2; eRuleObject = 16; eEmbeddedBoardObject = 26;
+  eArcObject = 1; eFillObject = 6; eTrackObject = 4; eViaObject = 3; ePadObject = 2; eRuleObject = 16; eEmbeddedBoardObject = 26;
   eProcessAll = 0;
   eLayerClass_Physical = 2; eLayerClass_Electrical = 3;
   eRule_Clearance = 0; eRule_Width = 2;
@@ -249,6 +249,8 @@ var
   // what tests set
   Version: Integer;
   Generation: TGeneration;
+  GivenArchive: string;     // what the host writes instead of its own archive
+  Flaw: TFlaw;              // of the archives that the host writes
   CloseDoesNothing, CloseFails, OpenDoesNothing, ProjectsAreListed, Quitting: Boolean;
   NeverUnloads: string;         // the end of a path whose document stays loaded, whatever closes it
   AppDataFolder, TempFolder, ScriptProject: string;
@@ -283,7 +285,8 @@ procedure ResetHost;
 function Called(const Mark: string): Integer;
 
 function GetWorkspace: IWorkspace;
-function MkSet(A: Integer): TSet;
+function MkSet(A: Integer): TSet; overload;
+function MkSet(A, B, C: Integer): TSet; overload;
 function AllObjects: TSet;
 function AllLayers: TSet;
 function Now: TDateTime;
@@ -319,6 +322,7 @@ type
 var
   Parameters: Classes.TStringList;
   Workspace: IWorkspace;
+  Boards: Contnrs.TObjectList;   // all that were made since the last reset
   Runner: TRunner;
   InInterpreter: Boolean;
   HostReport: string;
@@ -493,6 +497,9 @@ begin
   Pauses := 0;
   Pumps := 0;
   Generation := Writes;
+  Flaw := Flawless;
+  GivenArchive := '';
+  Boards.Clear;
   CloseDoesNothing := False;
   CloseFails := False;
   OpenDoesNothing := False;
@@ -710,6 +717,7 @@ end;
 
 constructor IPCB_Board.Create(const Path: string);
 begin
+  Boards.Add(Self);
   FFileName := Path;
   FStack := IPCB_MasterLayerStack.Create;
   Objects := Contnrs.TObjectList.Create(True);
@@ -1211,33 +1219,177 @@ begin
   if Document <> nil then Result := Document.Loaded;
 end;
 
-// The archive of this host is a list of the plot fields that are switched on, and of the boards.
+// Adds a board and all that are embedded in it.
+procedure AddWithChildren(Board: IPCB_Board; List: Contnrs.TObjectList);
+var
+  I: Integer;
+begin
+  if (Board = nil) or (List.IndexOf(Board) >= 0) then Exit;
+  List.Add(Board);
+  for I := 0 to Board.Objects.Count - 1 do
+    if TObject(Board.Objects[I]) is IPCB_EmbeddedBoard then
+      AddWithChildren(IPCB_EmbeddedBoard(Board.Objects[I]).Loaded, List);
+end;
+
+// The boards whose copy is exported: the copy's text names the original.
+function ExportedBoards(const Content: string): Contnrs.TObjectList;
+var
+  I: Integer;
+begin
+  Result := Contnrs.TObjectList.Create(False);
+  for I := Boards.Count - 1 downto 0 do
+    if (Result.Count = 0) and (Pos(IPCB_Board(Boards[I]).FFileName, Content) > 0) then
+      AddWithChildren(IPCB_Board(Boards[I]), Result);
+end;
+
+function HasCopper(List: Contnrs.TObjectList; Id, OldId: Integer): Boolean;
+var
+  I, J, Found: Integer;
+begin
+  Result := False;
+  for I := 0 to List.Count - 1 do
+    for J := 0 to IPCB_Board(List[I]).FStack.Copper.Count - 1 do
+    begin
+      Found := IPCB_LayerObject(IPCB_Board(List[I]).FStack.Copper[J]).Number.ID;
+      if (Found = Id) or (Found = OldId) then Result := True;
+    end;
+end;
+
+function HasMechanical(List: Contnrs.TObjectList; Number: Integer): Boolean;
+var
+  I: Integer;
+begin
+  Result := False;
+  for I := 0 to List.Count - 1 do
+    if IPCB_MechanicalLayer(IPCB_Board(List[I]).FStack.Mechanical[Number - 1]).HasPrims then
+      Result := True;
+end;
+
+// Whether there is a track on a layer.
+function IsDrawn(List: Contnrs.TObjectList; Layer: Integer): Boolean;
+var
+  I, J: Integer;
+begin
+  Result := False;
+  for I := 0 to List.Count - 1 do
+    for J := 0 to IPCB_Board(List[I]).Objects.Count - 1 do
+      with IPCB_Primitive(IPCB_Board(List[I]).Objects[J]) do
+        if (ObjectId = eTrackObject) and (LayerNumber = Layer) then Result := True;
+end;
+
+function HasHole(List: Contnrs.TObjectList; Plated: Boolean): Boolean;
+var
+  I, J: Integer;
+  Item: TObject;
+begin
+  Result := False;
+  for I := 0 to List.Count - 1 do
+    for J := 0 to IPCB_Board(List[I]).Objects.Count - 1 do
+    begin
+      Item := IPCB_Board(List[I]).Objects[J];
+      if (Item is IPCB_Via) and Plated then Result := True;
+      if Item is IPCB_Pad then
+        if (IPCB_Pad(Item).Hole > 0) and (IPCB_Pad(Item).IsPlated = Plated) then Result := True;
+    end;
+end;
+
+// The number in 'PlotMidLayer3Plot'; 0 for a key that does not begin so.
+function NumberIn(const Key, Start: string): Integer;
+begin
+  Result := 0;
+  if Pos(Start, Key) = 1 then
+    Result := StrToIntDef(StringReplace(Copy(Key, Length(Start) + 1, 9), 'Plot', '', []), 0);
+end;
+
+procedure AddCopperLayer(Archive: TArchive; const Key: string; List: Contnrs.TObjectList);
+var
+  Mid, Plane: Integer;
+begin
+  Mid := NumberIn(Key, 'PlotMidLayer');
+  Plane := NumberIn(Key, 'PlotInternalPlane');
+  if (Key = 'PlotTopLayerPlot') and HasCopper(List, 16777217, 1) then
+    Archive.AddLayer('SIGNAL', 'top_layer', True);
+  if (Mid > 0) and HasCopper(List, 16777217 + Mid, 1 + Mid) then
+    Archive.AddLayer('SIGNAL', 'mid_layer_' + IntToStr(Mid), False);
+  if (Plane > 0) and HasCopper(List, 16842752 + Plane, 38 + Plane) then
+    Archive.AddLayer('POWER_GROUND', 'internal_plane_' + IntToStr(Plane), False);
+  if (Key = 'PlotBottomLayerPlot') and HasCopper(List, 16842751, 32) then
+    Archive.AddLayer('SIGNAL', 'bottom_layer', True);
+end;
+
+procedure AddOtherLayer(Archive: TArchive; const Key: string; List: Contnrs.TObjectList);
+var
+  Mechanical: Integer;
+begin
+  if Key = 'PlotTopOverlayPlot' then Archive.AddLayer('SILK_SCREEN', 'top_overlay', IsDrawn(List, eTopOverlay));
+  if Key = 'PlotBottomOverlayPlot' then
+    Archive.AddLayer('SILK_SCREEN', 'bottom_overlay', IsDrawn(List, eBottomOverlay));
+  if Key = 'PlotTopPastePlot' then Archive.AddLayer('SOLDER_PASTE', 'top_paste', IsDrawn(List, eTopPaste));
+  if Key = 'PlotBottomPastePlot' then
+    Archive.AddLayer('SOLDER_PASTE', 'bottom_paste', IsDrawn(List, eBottomPaste));
+  if Key = 'PlotTopSolderPlot' then Archive.AddLayer('SOLDER_MASK', 'top_solder', IsDrawn(List, eTopSolder));
+  if Key = 'PlotBottomSolderPlot' then
+    Archive.AddLayer('SOLDER_MASK', 'bottom_solder', IsDrawn(List, eBottomSolder));
+  if (Key = 'PlotPTHPair0_Plot') and HasHole(List, True) then
+    Archive.AddLayer('DRILL', 'drill_plated_bottom_layer-top_layer', True);
+  if (Key = 'PlotNPTHPair0_Plot') and HasHole(List, False) then
+    Archive.AddLayer('DRILL', 'drill_non-plated_bottom_layer-top_layer', True);
+  if Key = 'PlotKeepOutLayerPlot' then Archive.AddLayer('DOCUMENT', 'keep-out_layer', True);
+  if Key = 'PlotDrillDrawingPair0_Plot' then Archive.AddLayer('DOCUMENT', 'drill_drawing', True);
+  Mechanical := NumberIn(Key, 'PlotMechanical');
+  if Mechanical = 0 then Mechanical := NumberIn(Key, 'Mechanical Layer ');
+  if Mechanical > 0 then
+    if HasMechanical(List, Mechanical) then
+      Archive.AddLayer('DOCUMENT', 'mechanical_' + IntToStr(Mechanical), True);
+end;
+
+// What the fields that are switched on make of the boards. A file of the archive, which only tests look
+// at, lists these fields and the boards.
+function OdbArchive(Fields: Classes.TStringList; Project: IProject): string;
+var
+  Archive: TArchive;
+  List: Contnrs.TObjectList;
+  I: Integer;
+  Text, Key, Path: string;
+begin
+  Archive := TArchive.Create;
+  Archive.Flaw := Flaw;
+  Text := '';
+  List := ExportedBoards(ContentOf(ExtractFilePath(Project.Path) + 'Bridge.PcbDoc'));
+  for I := 0 to Fields.Count - 1 do
+  begin
+    Key := Fields.Names[I];
+    if (Fields.ValueFromIndex[I] <> 'True') or (Pos('Plot', Key) <> 1) then Continue;
+    if Pos('Plot_V7_', Key) = 1 then Key := Fields.Values[Key + '_name'];
+    Text := Text + Key + #10;
+    AddCopperLayer(Archive, Key, List);
+    AddOtherLayer(Archive, Key, List);
+  end;
+  for I := 0 to Project.Members.Count - 1 do
+  begin
+    Path := IDocument(Project.Members[I]).Path;
+    if Pos('.PcbDoc', Path) > 0 then Text := Text + ContentOf(Path) + #10;
+  end;
+  Archive.AddFile('input/fields', #10 + Text);
+  Result := Archive.Bytes;
+  Archive.Free;
+  List.Free;
+end;
+
 procedure WriteArchive(Project: IProject; Job: Classes.TStringList; const Folder: string);
 var
   Fields: Classes.TStringList;
-  I: Integer;
-  Text, Key: string;
 begin
   Fields := Classes.TStringList.Create;
   Fields.StrictDelimiter := True;
   Fields.Delimiter := '|';
   Fields.QuoteChar := #1;
   Fields.DelimitedText := JobValue(Job, 'Configuration1_Item1');
-  Text := '';
-  for I := 0 to Fields.Count - 1 do
-  begin
-    Key := Fields.Names[I];
-    if (Fields.ValueFromIndex[I] = 'True') and (Pos('Plot', Key) = 1) then
-      if Pos('Plot_V7_', Key) = 1 then Text := Text + Fields.Values[Key + '_name'] + #10
-      else Text := Text + Key + #10;
-  end;
-  for I := 0 to Project.Members.Count - 1 do
-    if Pos('.PcbDoc', IDocument(Project.Members[I]).Path) > 0 then
-      Text := Text + ContentOf(IDocument(Project.Members[I]).Path) + #10;
   if Fields.Values['Compression_zip'] <> 'True' then Complain('the output job does not ask for a ZIP');
-  if Generation = WritesEmptyFile then Text := '';
-  if Generation = WritesFolder then WriteBytes(Folder + '\odb\matrix', Text)
-  else WriteBytes(Folder + '\Bridge.zip', Text);
+  if Generation = WritesFolder then WriteBytes(Folder + '\odb\matrix\matrix', '')
+  else if Generation = WritesEmptyFile then WriteBytes(Folder + '\Bridge.zip', '')
+  else if GivenArchive <> '' then WriteBytes(Folder + '\Bridge.zip', GivenArchive)
+  else WriteBytes(Folder + '\Bridge.zip', OdbArchive(Fields, Project));
   Fields.Free;
 end;
 
@@ -1379,6 +1531,11 @@ begin
   Result := [Byte(A)];
 end;
 
+function MkSet(A, B, C: Integer): TSet;
+begin
+  Result := [Byte(A), Byte(B), Byte(C)];
+end;
+
 function AllObjects: TSet;
 begin
   Result := [0..255];
@@ -1492,6 +1649,7 @@ initialization
   Projects := Contnrs.TObjectList.Create(False);
   Documents := Contnrs.TObjectList.Create(False);
   Workspace := IWorkspace.Create;
+  Boards := Contnrs.TObjectList.Create(False);
   PCBServer := TPcbServer.Create;
   Client := TClient.Create;
   Application := TApplication.Create;

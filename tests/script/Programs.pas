@@ -17,6 +17,7 @@ type
 var
   Answers: TAnswers;
   LogLine: string;          // what a failing preparation leaves in the log; may be empty
+  InspectAnswer: string;    // the list of layers instead of the real one
   WaitAnswer: string;       // what the wait for the archive answers instead of the real one
   BeforeStart: TBeforeStart;
   SlowPrepare: Boolean;     // a simulated preparation ends only with FinishPreparation
@@ -37,7 +38,7 @@ var
 
 implementation
 
-uses SysUtils, Process, HostFiles;
+uses SysUtils, Process, HostFiles, Archives;
 
 var
   Running: TObjectList;
@@ -49,6 +50,7 @@ begin
   Answers := Real;
   LogLine := '';
   WaitAnswer := '';
+  InspectAnswer := '';
   BeforeStart := nil;
   SlowPrepare := False;
   SlowDelivery := False;
@@ -186,20 +188,11 @@ begin
   end;
 end;
 
-// The lines of an archive of the stand-in as the program lists those of a real one.
+// The list of layers of whatever archive is there.
 procedure SimulateInspection(const Arguments: TStrings);
-var
-  Lines: Classes.TStringList;
-  Text: string;
-  I: Integer;
 begin
-  Lines := LinesOf(Arguments[2]);
-  Text := 'VERSION=1'#13#10;
-  for I := 0 to Lines.Count - 1 do
-    if Pos('PTHPair0_Plot', Lines[I]) > 0 then Text := Text + 'LAYER=DRILL|' + Lines[I] + '|||1|some'#13#10
-    else if Pos('Plot', Lines[I]) = 1 then Text := Text + 'LAYER=SIGNAL|' + Lines[I] + '|||1|some'#13#10;
-  WriteBytes(Arguments[3], Text + 'END'#13#10);
-  Lines.Free;
+  if FileExists(Arguments[2]) then WriteBytes(Arguments[3], ListOfLayers(ReadBytes(Arguments[2])))
+  else WriteBytes(Arguments[3], 'VERSION=1'#13#10'ERROR=The archive is not there.'#13#10'END'#13#10);
 end;
 
 procedure Simulate(const Arguments: TStrings);
@@ -231,12 +224,14 @@ end;
 procedure Answer(const Arguments: TStrings);
 begin
   if (Arguments[1] = '--wait-native') and (WaitAnswer <> '') then WriteBytes(Arguments[4], WaitAnswer)
+  else if (Arguments[1] = '--inspect') and (InspectAnswer <> '') then WriteBytes(Arguments[3], InspectAnswer)
   else if Answers = Real then StartReal(Arguments)
   else if Answers = Failing then Fail(Arguments)
   else if Answers = Simulated then Simulate(Arguments)
   else if Answers = OnlyPrepare then
     if Arguments[1] = '--prepare' then StartReal(Arguments)
     else if Arguments[1] = '--wait-native' then WriteBytes(Arguments[4], 'OK'#13#10'5')
+    else if Arguments[1] = '--inspect' then SimulateInspection(Arguments)
     else if (Arguments[1] = '--finalize-auto') and not SlowDelivery then FinishDelivery;
 end;
 

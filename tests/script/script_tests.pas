@@ -13,7 +13,7 @@ program script_tests;
 // KESTRUNE_SMALL_DISK says that the temporary folder lies on a disk too small for a board.
 
 uses
-  cthreads, Classes, SysUtils, HostFiles, HostStandIn, SecondInterpreter, ScriptUnderTest, ProbeUnderTest,
+  cthreads, Classes, SysUtils, HostFiles, Archives, HostStandIn, SecondInterpreter, ScriptUnderTest, ProbeUnderTest,
   Programs;
 
 type
@@ -308,9 +308,9 @@ begin
   NewBoard(Board1).AddVia;
   Press;
   Check(Boxes.Count = 0, 'a box: ' + Boxes.Text);
-  Check(Steps.Count = 5, 'steps shown: ' + Steps.Text);
-  Check(Pos('Step 1 of 5', Steps.Text) = 1, 'first step: ' + Steps.Text);
-  Check(Pos('Step 5 of 5', Steps[Steps.Count - 1]) = 1, 'last step: ' + Steps.Text);
+  Check(Steps.Count = 6, 'steps shown: ' + Steps.Text);
+  Check(Pos('Step 1 of 6', Steps.Text) = 1, 'first step: ' + Steps.Text);
+  Check(Pos('Step 6 of 6', Steps[Steps.Count - 1]) = 1, 'last step: ' + Steps.Text);
   Check(Called('--position-window') = 0, 'a handle was asked for that nobody knows to exist');
   Check(Delivered('Main board') <> '', 'nothing was delivered');
   Check(Delivered('Main board') = Contents(Archive), 'something else was delivered');
@@ -1694,7 +1694,7 @@ begin
   for I := 1 to Count do
   begin
     DisturbedRun(I, Quit);
-    if Pos('Step 5', KestruneWaitForm.StepLabel.Caption) = 1 then Continue;
+    if Pos('Step 6', KestruneWaitForm.StepLabel.Caption) = 1 then Continue;
     Check(Called('generate') + Called('close') + Called('open') + Called('box') + Called('run') = 0,
       'message ' + IntToStr(I) + ': ' + Calls.Text);
     if TestFailed then Exit;
@@ -2012,6 +2012,311 @@ begin
   Prepare;
 end;
 
+{ the check of the archive }
+
+// A board with all that the check looks at.
+function FullBoard: IPCB_Board;
+begin
+  Result := NewBoard(Board1);
+  Result.AddCopper(16777218);
+  Result.AddVia;
+  Result.AddPad(1000000, eMultiLayer);
+  Result.AddUnplatedHole;
+  Result.AddPad(0, eTopLayer);
+  Result.AddTrack(eTopOverlay);
+  Result.AddMechanical(1);
+  Result.AddMechanical(20);
+end;
+
+// What the user was asked about the archive.
+function ArchiveQuestions: string;
+var
+  I: Integer;
+begin
+  Result := '';
+  for I := 0 to Questions.Count - 1 do
+    if Pos('The archive seems', Questions[I]) = 1 then Result := Result + Questions[I];
+  // Lists of this machine end their lines with a line feed alone.
+  Result := StringReplace(Result, #13, '', [rfReplaceAll]);
+end;
+
+procedure CheckNoBox(const Text: string);
+begin
+  Check((Boxes.Count = 0) and (ArchiveQuestions = ''), Text + ': ' + Boxes.Text + ArchiveQuestions);
+end;
+
+procedure WholeArchiveRaisesNoQuestion;
+begin
+  FullBoard;
+  Press;
+  CheckNoBox('a box');
+  Check(Steps.IndexOf('Step 5 of 6: checking the archive') = 4, Steps.Text);
+  Check(Delivered('Main board') <> '', 'not delivered');
+  Check(Pos('Stage: Archive inspected | Path=' + Archive + ' Steps=1 Layers=11 DOCUMENT=2 SIGNAL=3'
+    + ' SOLDER_MASK=2 DRILL=2 SILK_SCREEN=1 SOLDER_PASTE=1', Contents(LogPath)) > 0, Contents(LogPath));
+end;
+
+// The one question that an export with this flaw asks.
+procedure CheckFlaw(Bad: TFlaw; const Sentence: string);
+begin
+  Flaw := Bad;
+  Questions.Clear;
+  Press;
+  Check(Boxes.Count = 0, 'another box: ' + Boxes.Text);
+  Check(ArchiveQuestions = 'The archive seems to be incomplete.'#10#10 + Sentence + #10#10
+    + 'Deliver it all the same? If not, it stays here until the next export:'#10 + Archive,
+    'asked: ' + ArchiveQuestions);
+end;
+
+procedure MissingDrillsAreAskedAbout;
+begin
+  FullBoard;
+  AnswerNoYes := mrNo;
+  CheckFlaw(WithoutDrills, 'The board has 3 holes, but the archive holds no drill layer.');
+  CheckNotDelivered;
+  Check(Contents(Archive) <> '', 'the archive is gone');
+end;
+
+procedure RefusedGapsCanBeDelivered;
+begin
+  FullBoard;
+  AnswerNoYes := mrYes;
+  CheckFlaw(WithoutDrills, 'The board has 3 holes, but the archive holds no drill layer.');
+  Check(Delivered('Main board') = Contents(Archive), 'not delivered');
+end;
+
+procedure MissingCopperIsAskedAbout;
+begin
+  FullBoard;
+  AnswerNoYes := mrNo;
+  CheckFlaw(WithoutInnerCopper, 'The board has 3 copper layers, but the archive holds 2.');
+  CheckNotDelivered;
+end;
+
+procedure EmptySilkscreenIsAskedAbout;
+begin
+  FullBoard;
+  AnswerNoYes := mrNo;
+  CheckFlaw(EmptySilkscreen, 'The silkscreen on the top side is empty in the archive, but not on the board.');
+  CheckNotDelivered;
+end;
+
+procedure GapsOfAPanelAreAskedAbout;
+begin
+  NewBoard(Board1).AddChild(Board2, Child(Board2)).AddVia;
+  AnswerNoYes := mrNo;
+  CheckFlaw(WithoutDrills, 'The boards of the panel have holes, but the archive holds no drill layer.');
+  CheckNotDelivered;
+end;
+
+procedure UnreadableArchiveIsDeliveredWithANotice;
+const
+  Flaws: array[0..1] of TFlaw = (ForeignCompression, CutEnd);
+  Reasons: array[0..1] of string = ('The archive is packed in a way that is not known.',
+    'The file is no ZIP archive, or its end is missing.');
+var
+  I: Integer;
+begin
+  for I := 0 to 1 do
+  begin
+    FullBoard;
+    Flaw := Flaws[I];
+    Boxes.Clear;
+    Press;
+    CheckBox('The archive was not checked for missing layers: ' + Reasons[I]);
+    Check(ArchiveQuestions = '', ArchiveQuestions);
+    Check(Delivered('Main board') = Contents(Archive), 'not delivered');
+  end;
+end;
+
+// Reads a list that the program did not write.
+procedure CheckAnswer(const Answer, Reason: string);
+begin
+  NewBoard(Board1).AddVia;
+  Answers := Simulated;
+  InspectAnswer := Answer;
+  Boxes.Clear;
+  Deliveries.Clear;
+  Press;
+  CheckBox('The archive was not checked for missing layers: ' + Reason);
+  Check(Deliveries.Count = 1, 'not delivered');
+end;
+
+procedure IncompleteListChecksNothing;
+begin
+  CheckAnswer('VERSION=1'#13#10'STEPS=1'#13#10, 'The list of its layers could not be read.');
+  CheckAnswer('VERSION=2'#13#10'STEPS=1'#13#10'END'#13#10, 'The list of its layers could not be read.');
+  CheckAnswer('VERSION=1'#13#10'ERROR=Why.'#13#10'END'#13#10, 'Why.');
+end;
+
+procedure MissingListChecksNothing;
+begin
+  // A first line that never becomes one: the script waits to the end.
+  CheckAnswer(#13#10, 'Kestrune.exe gave no answer.');
+end;
+
+// The gaps that a list of layers leaves, each without its end; empty when there are none.
+procedure CheckRows(const Rows, Gaps: string);
+begin
+  InspectAnswer := 'VERSION=1'#13#10'STEPS=1'#13#10 + Rows + 'END'#13#10;
+  Questions.Clear;
+  Deliveries.Clear;
+  Press;
+  Check(Boxes.Count = 0, Boxes.Text);
+  if Gaps = '' then Check(ArchiveQuestions = '', Rows + ArchiveQuestions)
+  else Check(Pos(#10#10 + Gaps, ArchiveQuestions) > 0, Rows + 'instead of ' + Gaps + ': ' + ArchiveQuestions);
+  Check(Deliveries.Count = 1, 'not delivered');
+end;
+
+function Row(const Fields: string): string;
+begin
+  Result := 'LAYER=' + Fields + #13#10;
+end;
+
+function CopperRows: string;
+begin
+  Result := Row('SIGNAL|A|||9|some') + Row('mixed|B|||0|none');
+end;
+
+procedure TypesDecideAboutCopper;
+begin
+  NewBoard(Board1);
+  Answers := Simulated;
+  CheckRows(CopperRows, '');
+  CheckRows(Row('SIGNAL|A|||9|some') + Row('POWER_GROUND|B|||packed|unknown'), '');
+  CheckRows(Row('SIGNAL|A|||9|some') + Row('SIGNAL|B|||absent|none'),
+    'The board has 2 copper layers, but the archive holds 1.');
+  CheckRows(Row('DOCUMENT|TOP_LAYER|||9|some'), 'The board has 2 copper layers, but the archive holds 0.');
+end;
+
+procedure NamesTellPlatedDrillsApart;
+var
+  Plated, Unplated: string;
+begin
+  with NewBoard(Board1) do
+  begin
+    AddPad(1000, eMultiLayer);
+    AddUnplatedHole;
+  end;
+  Answers := Simulated;
+  Plated := CopperRows + Row('SOLDER_MASK|A|||9|some') + Row('SOLDER_MASK|B|||9|some');
+  Unplated := Plated + Row('DRILL|DRILL_NON-PLATED_A-B|A|B|9|some');
+  Plated := Plated + Row('DRILL|DRILL_PLATED_A-B|A|B|9|some');
+  CheckRows(Plated, 'The board has holes without plating, but the archive holds no drill layer for them.');
+  CheckRows(Unplated, 'The board has plated holes, but the archive holds no drill layer for them.');
+  CheckRows(Plated + Row('DRILL|NPTH|A|B|9|some'), '');
+  CheckRows(Plated + Row('DRILL|NPTH|A|B|106|none'),
+    'The board has holes without plating, but the archive holds no drill layer for them.');
+  CheckRows(Plated + Row('DRILL|HOLES|A|B|9|unknown'), '');
+  CheckRows(CopperRows + Row('SOLDER_MASK|A|||9|some') + Row('SOLDER_MASK|B|||9|some')
+    + Row('DRILL|DRILL_GUIDE|||106|none'), 'The board has 2 holes, but the drill layers of the archive are empty.');
+end;
+
+procedure SidesNeedTheirMasks;
+var
+  Rows: string;
+begin
+  with NewBoard(Board1) do AddPad(0, eBottomLayer);
+  Answers := Simulated;
+  Rows := CopperRows + Row('SOLDER_PASTE|BOTTOM_PASTE|||176|none');
+  CheckRows(Rows + Row('SOLDER_MASK|TOP_S|||9|some') + Row('SOLDER_MASK|BOTTOM_S|||9|none'), '');
+  CheckRows(Rows + Row('SOLDER_MASK|A|||9|some') + Row('SOLDER_MASK|STOPMASK_2|||9|some'), '');
+  CheckRows(Rows + Row('SOLDER_MASK|TOP_S|||9|some'),
+    'The board has a solder mask on the bottom side, but the archive holds none.');
+  CheckRows(Rows + Row('SOLDER_MASK|A|||9|some'),
+    'The board has a solder mask on both sides, but the archive holds only one.');
+  CheckRows(CopperRows + Row('SOLDER_MASK|TOP_S|||9|some') + Row('SOLDER_MASK|BOT_S|||9|some')
+    + Row('SOLDER_PASTE|M1_TOP|||9|some'),
+    'The board has a paste mask on the bottom side, but the archive holds none.');
+end;
+
+procedure DrawnLayersMustNotBeEmpty;
+var
+  Rows: string;
+begin
+  with NewBoard(Board1) do AddTrack(eBottomOverlay);
+  Answers := Simulated;
+  Rows := CopperRows + Row('SILK_SCREEN|TOP_OVERLAY|||9|some');
+  CheckRows(Rows + Row('SILK_SCREEN|BOTTOM_OVERLAY|||9|some'), '');
+  CheckRows(Rows + Row('SILK_SCREEN|BOTTOM_OVERLAY|||9|none'),
+    'The silkscreen on the bottom side is empty in the archive, but not on the board.');
+  CheckRows(Rows, 'The board has a silkscreen on the bottom side, but the archive holds none.');
+end;
+
+procedure MechanicalLayersAreCounted;
+begin
+  with NewBoard(Board1) do
+  begin
+    AddMechanical(3);
+    AddMechanical(30);
+  end;
+  Answers := Simulated;
+  CheckRows(CopperRows + Row('DOCUMENT|FABRICATION|||9|some') + Row('|_8__X|||106|none'), '');
+  CheckRows(CopperRows + Row('DOCUMENT|FABRICATION|||9|some') + Row('DOCUMENT|KEEP-OUT_LAYER|||9|some')
+    + Row('DOCUMENT|DRILL_DRAWING|||9|some'), 'The board uses 2 mechanical layers, but the archive holds 1.');
+end;
+
+procedure UnknownBoardsAskForLittle;
+begin
+  NewBoard(Board1).AddChild(Board2, nil);
+  WriteBytes(Board2, 'board');
+  Answers := Simulated;
+  CheckRows(CopperRows, '');
+  CheckRows(Row('SIGNAL|A|||9|some'), 'The board has 2 copper layers, but the archive holds 1.');
+end;
+
+// The content of a real archive's board, as far as the archive shows it.
+procedure PutSampleBoard(const Name: string);
+begin
+  with NewBoard(Board1) do
+  begin
+    AddVia;
+    AddPad(0, eTopLayer);
+    AddTrack(eTopOverlay);
+    if Name = 'Offset_Attenuator.zip' then
+    begin
+      AddUnplatedHole;
+      AddPad(0, eBottomLayer);
+      AddTrack(eBottomOverlay);
+      AddMechanical(1);
+      AddMechanical(2);
+      AddTrack(eKeepOutLayer);
+    end
+    else
+    begin
+      AddCopper(16842753);
+      AddCopper(16842754);
+      AddMechanical(13);
+      AddMechanical(15);
+      AddTrack(eKeepOutLayer);
+    end;
+  end;
+end;
+
+procedure RealArchivesRaiseNoAlarm;
+const
+  Names: array[0..1] of string = ('Offset_Attenuator.zip', 'Antenna_915Mhz_ODB.zip');
+var
+  Folder: string;
+  I: Integer;
+begin
+  Folder := GetEnvironmentVariable('KESTRUNE_SAMPLES');
+  if Folder = '' then Folder := '../shared/samples';
+  if not SysUtils.DirectoryExists(Folder + '/odb') then
+  begin
+    WriteLn('skipped RealArchivesRaiseNoAlarm: there is no ', Folder);
+    Exit;
+  end;
+  for I := 0 to 1 do
+  begin
+    PutSampleBoard(Names[I]);
+    GivenArchive := FileOfMachine(Folder + '/odb/' + Names[I]);
+    Press;
+    CheckNoBox(Names[I]);
+    Check(Delivered('Main board') = GivenArchive, Names[I] + ' was not delivered');
+  end;
+end;
+
 { the form }
 
 procedure FormTextIsWellFormed;
@@ -2154,6 +2459,22 @@ begin
   Run('DeliveryStartsBeforeAnyBox', DeliveryStartsBeforeAnyBox);
   Run('EachClosingActionIsTried', EachClosingActionIsTried);
   Run('WindowIsNotOnTop', WindowIsNotOnTop);
+  Run('WholeArchiveRaisesNoQuestion', WholeArchiveRaisesNoQuestion);
+  Run('MissingDrillsAreAskedAbout', MissingDrillsAreAskedAbout);
+  Run('RefusedGapsCanBeDelivered', RefusedGapsCanBeDelivered);
+  Run('MissingCopperIsAskedAbout', MissingCopperIsAskedAbout);
+  Run('EmptySilkscreenIsAskedAbout', EmptySilkscreenIsAskedAbout);
+  Run('GapsOfAPanelAreAskedAbout', GapsOfAPanelAreAskedAbout);
+  Run('UnreadableArchiveIsDeliveredWithANotice', UnreadableArchiveIsDeliveredWithANotice);
+  Run('IncompleteListChecksNothing', IncompleteListChecksNothing);
+  Run('MissingListChecksNothing', MissingListChecksNothing);
+  Run('TypesDecideAboutCopper', TypesDecideAboutCopper);
+  Run('NamesTellPlatedDrillsApart', NamesTellPlatedDrillsApart);
+  Run('SidesNeedTheirMasks', SidesNeedTheirMasks);
+  Run('DrawnLayersMustNotBeEmpty', DrawnLayersMustNotBeEmpty);
+  Run('MechanicalLayersAreCounted', MechanicalLayersAreCounted);
+  Run('UnknownBoardsAskForLittle', UnknownBoardsAskForLittle);
+  Run('RealArchivesRaiseNoAlarm', RealArchivesRaiseNoAlarm);
   Run('BarShowsStepsThatAreDone', BarShowsStepsThatAreDone);
   Run('HandleIsAskedForOnceKnown', HandleIsAskedForOnceKnown);
   Run('LongNameIsCut', LongNameIsCut);
