@@ -2267,13 +2267,15 @@ end;
 
 // The content of a real archive's board, as far as the archive shows it.
 procedure PutSampleBoard(const Name: string);
+var
+  I: Integer;
 begin
   with NewBoard(Board1) do
   begin
     AddVia;
     AddPad(0, eTopLayer);
     AddTrack(eTopOverlay);
-    if Name = 'Offset_Attenuator.zip' then
+    if Pos('Antenna', Name) = 0 then
     begin
       AddUnplatedHole;
       AddPad(0, eBottomLayer);
@@ -2281,6 +2283,7 @@ begin
       AddMechanical(1);
       AddMechanical(2);
       AddTrack(eKeepOutLayer);
+      if Pos('SB0041B', Name) > 0 then for I := 13 to 15 do AddMechanical(I);
     end
     else
     begin
@@ -2295,7 +2298,9 @@ end;
 
 procedure RealArchivesRaiseNoAlarm;
 const
-  Names: array[0..1] of string = ('Offset_Attenuator.zip', 'Antenna_915Mhz_ODB.zip');
+  // The last two are what the archives of the other format hold.
+  Names: array[0..3] of string = ('Offset_Attenuator.zip', 'Antenna_915Mhz_ODB.zip',
+    'Offset_Attenuator-tgz.zip', 'SB0041B-tgz.zip');
 var
   Folder: string;
   I: Integer;
@@ -2307,10 +2312,11 @@ begin
     WriteLn('skipped RealArchivesRaiseNoAlarm: there is no ', Folder);
     Exit;
   end;
-  for I := 0 to 1 do
+  for I := 0 to 3 do
   begin
     PutSampleBoard(Names[I]);
-    GivenArchive := FileOfMachine(Folder + '/odb/' + Names[I]);
+    if I < 2 then GivenArchive := FileOfMachine(Folder + '/odb/' + Names[I])
+    else GivenArchive := FileOfMachine('build/script/samples/' + Names[I]);
     Press;
     CheckNoBox(Names[I]);
     Check(Delivered('Main board') = GivenArchive, Names[I] + ' was not delivered');

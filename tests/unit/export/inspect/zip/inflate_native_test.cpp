@@ -6,12 +6,14 @@
 #include <map>
 #include <random>
 
+#include "export/inspect/inspection.h"
 #include "export/inspect/zip/crc32.h"
 #include "export/inspect/zip/little_endian.h"
 #include "export/inspect/zip/zip_content.h"
 #include "export/inspect/zip/zip_directory.h"
 #include "tests/support/byte_source_of.h"
 #include "tests/support/samples.h"
+#include "tests/support/zip_builder.h"
 
 namespace kestrune {
 namespace {
@@ -60,6 +62,15 @@ std::map<std::string, std::string> TarFiles(const std::string& tar) {
     at += 512 + (size + 511) / 512 * 512;
   }
   return files;
+}
+
+/// The files of a tar archive in a ZIP archive.
+std::string PackedAnew(const std::string& tar) {
+  std::vector<ZipPart> parts;
+  for (const auto& [name, content] : TarFiles(tar)) {
+    parts.push_back({name, content, 8, 0, Deflated(content, 6, Z_DEFAULT_STRATEGY)});
+  }
+  return BuildZip(parts);
 }
 
 /// All files of all sample archives.
@@ -135,6 +146,44 @@ TEST(InflateAgainstZlib, RandomBytesComeBack) {
     }
     EXPECT_EQ(Inflate(Deflated(content, 6, Z_HUFFMAN_ONLY), content.size()), content);
   }
+}
+
+TEST(InflateAgainstZlib, SamplesPackedAnewAreListed) {
+  const std::vector<kestrune_tests::Sample> samples = kestrune_tests::ReadSamples("odb", ".tgz");
+  if (samples.empty()) {
+    GTEST_SKIP() << "no samples";
+  }
+  ASSERT_EQ(samples.size(), 2U);
+  const auto listed = [](const kestrune_tests::Sample& sample) {
+    return WriteLayerList(
+        InspectArchive(ByteSourceOf(PackedAnew(UnpackedByZlib(sample.bytes, 64 << 20, 15 + 16)))));
+  };
+  const kestrune_tests::Sample same =
+      kestrune_tests::ReadSamples("odb", "Offset_Attenuator.zip").at(0);
+  EXPECT_EQ(listed(samples[0]), WriteLayerList(InspectArchive(ByteSourceOf(same.bytes))));
+  EXPECT_EQ(
+      listed(samples[1]),
+      "VERSION=1\r\nSTEPS=1\r\n"
+      "LAYER=COMPONENT|COMP_+_TOP|||0|none\r\n"
+      "LAYER=SOLDER_PASTE|TOP_PASTE|||6353|some\r\n"
+      "LAYER=SILK_SCREEN|TOP_OVERLAY|||563338|some\r\n"
+      "LAYER=SOLDER_MASK|TOP_SOLDER|||7755|some\r\n"
+      "LAYER=SIGNAL|TOP_LAYER|||74118|some\r\n"
+      "LAYER=DIELECTRIC|DIELECTRIC_3|||106|none\r\n"
+      "LAYER=SIGNAL|BOTTOM_LAYER|||40257|some\r\n"
+      "LAYER=SOLDER_MASK|BOTTOM_SOLDER|||3676|some\r\n"
+      "LAYER=SILK_SCREEN|BOTTOM_OVERLAY|||108804|some\r\n"
+      "LAYER=SOLDER_PASTE|BOTTOM_PASTE|||181|none\r\n"
+      "LAYER=DRILL|DRILL_NON-PLATED_BOTTOM_LAYER-TOP_LAYER|TOP_LAYER|BOTTOM_LAYER|517|some\r\n"
+      "LAYER=DRILL|DRILL_PLATED_BOTTOM_LAYER-TOP_LAYER|TOP_LAYER|BOTTOM_LAYER|3186|some\r\n"
+      "LAYER=COMPONENT|COMP_+_BOT|||0|none\r\n"
+      "LAYER=DOCUMENT|KEEP-OUT_LAYER|||265|some\r\n"
+      "LAYER=DOCUMENT|MECHANICAL_1|||176|some\r\n"
+      "LAYER=DOCUMENT|_8__BOARD_OUTLINE|||298|some\r\n"
+      "LAYER=DOCUMENT|MECHANICAL_13|||12418|some\r\n"
+      "LAYER=DOCUMENT|MECHANICAL_15|||10556|some\r\n"
+      "LAYER=DOCUMENT|MECHANICAL_16|||417|some\r\n"
+      "END\r\n");
 }
 
 }  // namespace
