@@ -96,7 +96,7 @@ HostWindows::HostWindows(const std::wstring& board_name) {
   Child(wait_, L"STATIC", board_name, SS_LEFT | SS_NOPREFIX, {16, 14, 404, 29});
   step_ = Child(wait_, L"STATIC", L"", SS_LEFT | SS_NOPREFIX, {16, 36, 404, 51});
   bar_ = Child(wait_, PROGRESS_CLASSW, L"", 0, {16, 58, 404, 75});
-  SendMessageW(bar_, PBM_SETRANGE, 0, MAKELPARAM(0, 5));
+  SendMessageW(bar_, PBM_SETRANGE, 0, MAKELPARAM(0, 6));
   Child(wait_, L"BUTTON", L"Cancel", BS_PUSHBUTTON | WS_TABSTOP, {324, 130, 404, 155});
   UpdateWindow(wait_);
 }
@@ -107,7 +107,7 @@ HostWindows::~HostWindows() {
 }
 
 void HostWindows::ShowStep(int number, const std::wstring& text) {
-  const std::wstring line = L"Step " + std::to_wstring(number) + L" of 5: " + text;
+  const std::wstring line = L"Step " + std::to_wstring(number) + L" of 6: " + text;
   SendMessageW(step_, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(line.c_str()));
   SendMessageW(bar_, PBM_SETPOS, static_cast<WPARAM>(number), 0);
 }

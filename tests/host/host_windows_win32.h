@@ -18,7 +18,7 @@ class HostWindows {
   [[nodiscard]] HWND Main() const { return main_; }
   [[nodiscard]] HWND Wait() const { return wait_; }
 
-  /// Shows step `number` of five. May be called from any thread.
+  /// Shows step `number` of six. May be called from any thread.
   void ShowStep(int number, const std::wstring& text);
   /// May be called from any thread.
   void HideWait();
