@@ -10,6 +10,7 @@ program script_tests;
 //
 // KESTRUNE_DEPLOYED names the host's customization file when the package was installed in the prefix:
 // then the runtime stays as the installer left it, and a few exports run through its button.
+// KESTRUNE_SHOW_BOXES prints for each test what the user saw.
 // KESTRUNE_SMALL_DISK says that the temporary folder lies on a disk too small for a board.
 
 uses
@@ -2340,6 +2341,21 @@ end;
 
 { running }
 
+// For the demo: what the user saw, and how the program's log ends.
+procedure ShowRun;
+var
+  I: Integer;
+  Log: Classes.TStringList;
+begin
+  for I := 0 to Steps.Count - 1 do WriteLn(Steps[I]);
+  for I := 0 to Questions.Count - 1 do WriteLn(#10'asked: ', Questions[I]);
+  for I := 0 to Boxes.Count - 1 do WriteLn(#10'box: ', Boxes[I]);
+  Log := Classes.TStringList.Create;
+  Log.Text := Contents(LogPath);
+  if Log.Count > 0 then WriteLn(#10'the log ends with: ', Log[Log.Count - 1]);
+  Log.Free;
+end;
+
 procedure Run(const Name: string; Test: TTest);
 var
   Begun: TDateTime;
@@ -2355,6 +2371,7 @@ begin
   except
     on E: Exception do Check(False, E.ClassName + ': ' + E.Message);
   end;
+  if GetEnvironmentVariable('KESTRUNE_SHOW_BOXES') <> '' then ShowRun;
   if TestFailed then Inc(Failed) else Inc(Passed);
   if TestFailed then Write('not ok ') else Write('ok ');
   WriteLn(Name, Format(' (%.1f s)', [(SysUtils.Now - Begun) * 86400]));
