@@ -18,7 +18,10 @@ enum class MessageIcon : unsigned { Error = 16, Warning = 48, Information = 64 }
 /// program that demands elevation, a box that needs nobody to close it.
 class Desktop {
  public:
-  Desktop() = default;
+  /// `inherited_error_mode` is the error mode that applications are started with, which inherit
+  /// that of the process at that moment.
+  explicit Desktop(UINT inherited_error_mode = GetErrorMode())
+      : inherited_error_mode_(inherited_error_mode) {}
   Desktop(const Desktop&) = delete;
   Desktop& operator=(const Desktop&) = delete;
   virtual ~Desktop() = default;
@@ -56,6 +59,8 @@ class Desktop {
 
   // Starting an application
 
+  [[nodiscard]] UINT InheritedErrorMode() const { return inherited_error_mode_; }
+
   /// ExpandEnvironment (common/file_win32.h).
   virtual bool Expand(const std::wstring& text, std::wstring& expanded);
   /// CreateProcessW with a suspended main thread, inheriting the environment but no handles.
@@ -77,6 +82,9 @@ class Desktop {
   /// Opens the mailslot `\\.\mailslot\<name>` and writes one message. False unless every byte was
   /// written.
   virtual bool SendToMailslot(const std::wstring& name, std::string_view message);
+
+ private:
+  UINT inherited_error_mode_;
 };
 
 }  // namespace kestrune

@@ -42,6 +42,15 @@ std::wstring FullPath(const std::wstring& path) {
 
 ExtendedPath::ExtendedPath(const std::wstring& path) : text_(Extend(path)) {}
 
+std::wstring ExtendedPath::Shown() const {
+  constexpr std::wstring_view share = L"\\\\?\\UNC\\";
+  constexpr std::wstring_view drive = L"\\\\?\\";
+  if (text_.starts_with(share)) {
+    return L"\\\\" + text_.substr(share.size());
+  }
+  return text_.starts_with(drive) ? text_.substr(drive.size()) : text_;
+}
+
 std::wstring_view ExtendedPath::Name() const {
   return FileName(text_);
 }

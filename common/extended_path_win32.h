@@ -22,6 +22,9 @@ class ExtendedPath {
   /// For the calls of Windows.
   [[nodiscard]] const wchar_t* Get() const noexcept { return text_.c_str(); }
 
+  /// The path as people write it, for logs and messages.
+  [[nodiscard]] std::wstring Shown() const;
+
   /// The last component.
   [[nodiscard]] std::wstring_view Name() const;
   /// Everything before the last component.

@@ -16,6 +16,13 @@ struct Failure {
   std::wstring subject = {};
 };
 
+/// "Error=<text> GetLastError=<code>", as it stands in log entries.
+std::wstring ErrorFields(const Failure& failure);
+
+/// " Path=<subject>", the last field of a log entry, since a path may hold blanks; empty where
+/// there is none.
+std::wstring PathField(const Failure& failure);
+
 /// What stands in logs and messages when memory ran out.
 inline constexpr wchar_t kNotEnoughMemory[] = L"Not enough memory.";
 

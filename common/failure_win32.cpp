@@ -11,4 +11,9 @@ void ThrowLastError(const wchar_t* text) {
   throw Failure{text, code};
 }
 
+void ThrowLastError(const wchar_t* text, const std::wstring& subject) {
+  const DWORD code = GetLastError();
+  throw Failure{text, code, subject};
+}
+
 }  // namespace kestrune

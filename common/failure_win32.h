@@ -1,9 +1,13 @@
 #pragma once
 
+#include <string>
+
 namespace kestrune {
 
 /// Throws Failure with this text and the thread's last error, which is read before the text is
 /// copied: taking memory may change it.
 [[noreturn]] void ThrowLastError(const wchar_t* text);
+/// The same with the path or name that the step was about.
+[[noreturn]] void ThrowLastError(const wchar_t* text, const std::wstring& subject);
 
 }  // namespace kestrune

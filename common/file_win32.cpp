@@ -1,6 +1,7 @@
 #include "common/file_win32.h"
 
 #include <algorithm>
+#include <new>
 
 #include "common/failure.h"
 #include "common/file_time_win32.h"
@@ -42,71 +43,6 @@ bool ReadLinkTarget(const std::wstring& extended, FileEntry& entry, DWORD& code)
   entry = {KindOf(information.dwFileAttributes),
            JoinWords(information.nFileSizeHigh, information.nFileSizeLow)};
   return true;
-}
-
-bool IsDots(const wchar_t* name) {
-  return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
-}
-
-/// Removes a file, a link or an empty directory. `path` is in extended form.
-bool RemoveEntry(const std::wstring& path, DWORD attributes) {
-  if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) {
-    SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
-  }
-  return ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? RemoveDirectoryW(path.c_str())
-                                                       : DeleteFileW(path.c_str())) != FALSE;
-}
-
-/// Removes files and links up to the first real subdirectory, which is named; empty when there is
-/// none.
-bool RemoveUpToSubdirectory(const std::wstring& directory, std::wstring& subdirectory) {
-  subdirectory.clear();
-  WIN32_FIND_DATAW entry{};
-  const FindHandle find(FindFirstFileExW(JoinPath(directory, L"*").c_str(), FindExInfoBasic, &entry,
-                                         FindExSearchNameMatch, nullptr, 0));
-  if (!find) {
-    return GetLastError() == ERROR_FILE_NOT_FOUND;
-  }
-  do {
-    if (IsDots(entry.cFileName)) {
-      continue;
-    }
-    if (KindOf(entry.dwFileAttributes) == FileKind::Directory && !IsLink(entry.dwFileAttributes)) {
-      subdirectory = entry.cFileName;
-      return true;
-    }
-    if (!RemoveEntry(JoinPath(directory, entry.cFileName), entry.dwFileAttributes)) {
-      return false;
-    }
-  } while (FindNextFileW(find.Get(), &entry));
-  return GetLastError() == ERROR_NO_MORE_FILES;
-}
-
-/// Goes down to the first directory without subdirectories, removes it, and goes on in its parent:
-/// no recursion, for anybody may have made the tree as deep as a path can be.
-bool RemoveRealDirectory(const std::wstring& root) {
-  std::wstring directory = root;
-  for (;;) {
-    std::wstring subdirectory;
-    if (!RemoveUpToSubdirectory(directory, subdirectory)) {
-      return false;
-    }
-    if (!subdirectory.empty()) {
-      directory = JoinPath(directory, subdirectory);
-      continue;
-    }
-    const DWORD attributes = GetFileAttributesW(directory.c_str());
-    const bool gone = attributes == INVALID_FILE_ATTRIBUTES ? MeansAbsent(GetLastError())
-                                                            : RemoveEntry(directory, attributes);
-    if (!gone) {
-      return false;
-    }
-    // Not "equal": a root that was given with a trailing separator comes back without it.
-    if (directory.size() <= root.size()) {
-      return true;
-    }
-    directory = ParentPath(directory);
-  }
 }
 
 }  // namespace
@@ -173,6 +109,9 @@ bool ReadWholeFile(const std::wstring& path, std::uint64_t limit, std::string& b
   if (static_cast<std::uint64_t>(size.QuadPart) > limit) {
     SetLastError(ERROR_FILE_TOO_LARGE);
     return false;
+  }
+  if (static_cast<std::uint64_t>(size.QuadPart) > bytes.max_size()) {
+    throw std::bad_alloc();
   }
   bytes.resize(static_cast<std::size_t>(size.QuadPart));
   return ReadAll(file.Get(), bytes);
@@ -290,17 +229,6 @@ bool CreateDirectories(const std::wstring& path) {
       attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   SetLastError(code);
   return exists;
-}
-
-bool RemoveTree(const std::wstring& path) {
-  const std::wstring extended = ExtendedPath(path).Text();
-  const DWORD attributes = GetFileAttributesW(extended.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) {
-    return MeansAbsent(GetLastError());
-  }
-  return KindOf(attributes) == FileKind::Directory && !IsLink(attributes)
-             ? RemoveRealDirectory(extended)
-             : RemoveEntry(extended, attributes);
 }
 
 bool ExpandEnvironment(const std::wstring& text, std::wstring& expanded) {

@@ -42,7 +42,7 @@ FileHandle OpenForReading(const std::wstring& path,
 
 /// Reads a whole file of at most `limit` bytes. False with the thread's last error when it cannot
 /// be opened, sized or read whole; a larger file answers ERROR_FILE_TOO_LARGE before any byte is
-/// read.
+/// read. Throws std::bad_alloc for one that memory cannot hold.
 [[nodiscard]] bool ReadWholeFile(const std::wstring& path, std::uint64_t limit, std::string& bytes);
 
 /// Reads as many bytes as `bytes` has from the handle's position. False with the thread's last
@@ -96,11 +96,6 @@ void ClearReadOnly(const std::wstring& path);
 /// Creates a directory with all missing parents; one that exists already is success. False with the
 /// thread's last error.
 [[nodiscard]] bool CreateDirectories(const std::wstring& path);
-
-/// Removes a directory with all that it holds. Junctions and symbolic links are removed themselves
-/// and never entered; read-only marks do not stop it. An absent path is success. False with the
-/// thread's last error.
-[[nodiscard]] bool RemoveTree(const std::wstring& path);
 
 /// Expands %NAME% with the process environment; a name that is not defined stays as written. False
 /// when Windows refuses.

@@ -51,8 +51,23 @@ BOOL SystemCalls::DeleteDirectory(const ExtendedPath& path) {
   return RemoveDirectoryW(path.Get());
 }
 
-BOOL SystemCalls::GetAvailableSpace(const ExtendedPath& folder, ULARGE_INTEGER* available) {
-  return GetDiskFreeSpaceExW(folder.Get(), available, nullptr, nullptr);
+BOOL SystemCalls::GetSpace(const ExtendedPath& folder, ULARGE_INTEGER* available,
+                           ULARGE_INTEGER* total) {
+  return GetDiskFreeSpaceExW(folder.Get(), available, total, nullptr);
+}
+
+BOOL SystemCalls::GetClusterSize(const ExtendedPath& folder, DWORD* bytes) {
+  DWORD sectors = 0;
+  DWORD sector_bytes = 0;
+  DWORD free = 0;
+  DWORD all = 0;
+  const BOOL answered = GetDiskFreeSpaceW(folder.Get(), &sectors, &sector_bytes, &free, &all);
+  *bytes = sectors * sector_bytes;
+  return answered;
+}
+
+UINT SystemCalls::GetDriveKind(const std::wstring& root) {
+  return GetDriveTypeW(root.c_str());
 }
 
 DWORD SystemCalls::GetTemporaryFolder(DWORD size, wchar_t* folder) {
@@ -69,6 +84,10 @@ BOOL SystemCalls::GetSize(HANDLE file, LARGE_INTEGER* size) {
 
 BOOL SystemCalls::GetInformation(HANDLE file, BY_HANDLE_FILE_INFORMATION* information) {
   return GetFileInformationByHandle(file, information);
+}
+
+BOOL SystemCalls::GetTag(HANDLE file, FILE_ATTRIBUTE_TAG_INFO* tag) {
+  return GetFileInformationByHandleEx(file, FileAttributeTagInfo, tag, sizeof *tag);
 }
 
 DWORD SystemCalls::GetFinalPath(HANDLE file, wchar_t* path, DWORD size, DWORD flags) {

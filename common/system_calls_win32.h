@@ -63,8 +63,14 @@ class SystemCalls {
   virtual BOOL MakeDirectory(const ExtendedPath& path);
   /// RemoveDirectoryW.
   virtual BOOL DeleteDirectory(const ExtendedPath& path);
-  /// GetDiskFreeSpaceExW: the bytes that the caller may still write below the folder.
-  virtual BOOL GetAvailableSpace(const ExtendedPath& folder, ULARGE_INTEGER* available);
+  /// GetDiskFreeSpaceExW: the bytes that the caller may still write below the folder, and all that
+  /// its disk has for the caller.
+  virtual BOOL GetSpace(const ExtendedPath& folder, ULARGE_INTEGER* available,
+                        ULARGE_INTEGER* total);
+  /// GetDiskFreeSpaceW, the bytes of one cluster alone.
+  virtual BOOL GetClusterSize(const ExtendedPath& folder, DWORD* bytes);
+  /// GetDriveTypeW for a root such as "C:\".
+  virtual UINT GetDriveKind(const std::wstring& root);
   /// GetTempPathW.
   virtual DWORD GetTemporaryFolder(DWORD size, wchar_t* folder);
   /// GetTempFileNameW with a number of Windows' choice, which creates the file.
@@ -76,6 +82,8 @@ class SystemCalls {
   virtual BOOL GetSize(HANDLE file, LARGE_INTEGER* size);
   /// GetFileInformationByHandle.
   virtual BOOL GetInformation(HANDLE file, BY_HANDLE_FILE_INFORMATION* information);
+  /// GetFileInformationByHandleEx for the attributes and the reparse tag.
+  virtual BOOL GetTag(HANDLE file, FILE_ATTRIBUTE_TAG_INFO* tag);
   /// GetFinalPathNameByHandleW.
   virtual DWORD GetFinalPath(HANDLE file, wchar_t* path, DWORD size, DWORD flags);
   /// ReadFile.

@@ -52,16 +52,16 @@ std::optional<Command> ReadCommandLine(const wchar_t* command_line) noexcept {
   }
 }
 
-int RunCommand(const Command& command, const Modes& modes, Desktop& desktop) noexcept {
+int RunCommand(const Command& command, const Modes& modes, const Doors& doors) noexcept {
   const auto carry_out = [&](const auto& chosen) noexcept {
     const auto& mode = std::get<Mode<std::decay_t<decltype(chosen)>>>(modes);
     try {
-      return mode.run(chosen, desktop);
+      return mode.run(chosen, doors);
     } catch (...) {
       LogUnhandledFailure();
     }
     try {
-      return mode.report_failure != nullptr ? mode.report_failure(chosen, desktop)
+      return mode.report_failure != nullptr ? mode.report_failure(chosen, doors)
                                             : mode.failure_code;
     } catch (...) {
       // Not even its report had room; the code still does.

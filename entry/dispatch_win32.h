@@ -14,6 +14,6 @@ std::optional<Command> ReadCommandLine(const wchar_t* command_line) noexcept;
 /// because nothing expects it, such as memory running out, is logged with what was thrown and ends
 /// with the mode's own failure code, reported in the mode's own way as far as that is still
 /// possible; never with a crash box.
-int RunCommand(const Command& command, const Modes& modes, Desktop& desktop) noexcept;
+int RunCommand(const Command& command, const Modes& modes, const Doors& doors) noexcept;
 
 }  // namespace kestrune

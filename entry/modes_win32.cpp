@@ -14,63 +14,69 @@
 namespace kestrune {
 namespace {
 
-int RejectCommandLine(const UnknownCommand&, Desktop& desktop) {
-  desktop.ShowMessage(L"This helper is started by the Kestrune script.", MessageIcon::Information);
+int RejectCommandLine(const UnknownCommand&, const Doors& doors) {
+  doors.desktop.ShowMessage(L"This helper is started by the Kestrune script.",
+                            MessageIcon::Information);
   return kNotACommand;
 }
 
-int RejectInstallerLine(const InvalidInstallerCommand&, Desktop& desktop) {
-  desktop.ShowMessage(L"Invalid installer command line.", MessageIcon::Error);
+int RejectInstallerLine(const InvalidInstallerCommand&, const Doors& doors) {
+  doors.desktop.ShowMessage(L"Invalid installer command line.", MessageIcon::Error);
   return kInvalidInstallerLine;
 }
 
 /// Hands the result of an installer command to the report file and the box that were asked for.
-int ShowResult(const InstallerOptions& options, const InstallerResult& result, Desktop& desktop) {
+int ShowResult(const InstallerOptions& options, const InstallerResult& result, const Doors& doors) {
   WriteInstallerReport(options, result.message);
   if (!options.quiet) {
-    desktop.ShowMessage(result.message, result.code == kInstallerDone ? MessageIcon::Information
-                                                                      : MessageIcon::Warning);
+    doors.desktop.ShowMessage(result.message, result.code == kInstallerDone
+                                                  ? MessageIcon::Information
+                                                  : MessageIcon::Warning);
   }
   return result.code;
 }
 
-int RunInstaller(const InstallerOptions& options, Desktop& desktop) {
+int RunInstaller(const InstallerOptions& options, const Doors& doors) {
   // Of a path that does not fit nothing is known; deploying from nowhere fails with its own text.
-  SystemCalls calls;
-  return ShowResult(options, RunInstallerCommand(options, ProgramPath(), calls), desktop);
+  return ShowResult(options, RunInstallerCommand(options, ProgramPath(), doors.system), doors);
 }
 
-int ReportInstallerFailure(const InstallerOptions& options, Desktop& desktop) {
-  return ShowResult(options, {kInstallerFailed, L"The installer failed unexpectedly."}, desktop);
+int ReportInstallerFailure(const InstallerOptions& options, const Doors& doors) {
+  return ShowResult(options, {kInstallerFailed, L"The installer failed unexpectedly."}, doors);
 }
 
-int RunPrepare(const PrepareCommand& command, Desktop&) {
-  return PublishPrepareStatus(command, PrepareTemporaryProject(command));
+int RunPrepare(const PrepareCommand& command, const Doors& doors) {
+  return PublishPrepareStatus(command,
+                              PrepareTemporaryProject(command, doors.folders, doors.system));
 }
 
-int ReportPrepareFailure(const PrepareCommand& command, Desktop&) {
+int ReportPrepareFailure(const PrepareCommand& command, const Doors&) {
   return PublishPrepareStatus(command, kPrepareFailed);
 }
 
-int RunWaitNative(const WaitNativeCommand& command, Desktop&) {
+int RunPositionWindow(const PositionWindowCommand& command, const Doors& doors) {
+  return PositionWindow(command, doors.desktop);
+}
+
+int RunWaitNative(const WaitNativeCommand& command, const Doors&) {
   return WaitForNativeOutput(command);
 }
 
-int ReportWaitFailure(const WaitNativeCommand& command, Desktop&) {
+int ReportWaitFailure(const WaitNativeCommand& command, const Doors&) {
   ReportNativeWaitFailure(command.result_path);
   return kNativeWaitFailed;
 }
 
-int RunInspect(const InspectCommand& command, Desktop&) {
+int RunInspect(const InspectCommand& command, const Doors&) {
   return InspectForScript(command);
 }
 
-int ReportInspectionFailure(const InspectCommand& command, Desktop&) {
+int ReportInspectionFailure(const InspectCommand& command, const Doors&) {
   return ReportInspectFailure(command);
 }
 
-int ReportFinalizeFailure(const FinalizeCommand&, Desktop& desktop) {
-  desktop.ShowMessage(FinalizeFailureMessage(), MessageIcon::Error);
+int ReportFinalizeFailure(const FinalizeCommand&, const Doors& doors) {
+  doors.desktop.ShowMessage(FinalizeFailureMessage(), MessageIcon::Error);
   return kFinalizeFailed;
 }
 
@@ -80,7 +86,7 @@ constexpr Modes kModes = {
     Mode<UnknownCommand>{RejectCommandLine, kNotACommand},
     Mode<InvalidInstallerCommand>{RejectInstallerLine, kInvalidInstallerLine},
     Mode<InstallerOptions>{RunInstaller, kInstallerFailed, ReportInstallerFailure},
-    Mode<PositionWindowCommand>{PositionWindow, kPositionUnreadable},
+    Mode<PositionWindowCommand>{RunPositionWindow, kPositionUnreadable},
     Mode<PrepareCommand>{RunPrepare, kPrepareFailed, ReportPrepareFailure},
     Mode<WaitNativeCommand>{RunWaitNative, kNativeWaitFailed, ReportWaitFailure},
     Mode<InspectCommand>{RunInspect, kInspectArchiveUnreadable, ReportInspectionFailure},

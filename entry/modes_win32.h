@@ -3,7 +3,7 @@
 #include <tuple>
 #include <variant>
 
-#include "common/desktop_win32.h"
+#include "common/doors_win32.h"
 #include "entry/command_line.h"
 
 namespace kestrune {
@@ -19,11 +19,11 @@ template <class C>
 struct Mode {
   /// Carries the command out and returns the exit code. What it throws is unexpected: it is logged
   /// and ends with `failure_code`.
-  int (*run)(const C& command, Desktop& desktop) = nullptr;
+  int (*run)(const C& command, const Doors& doors) = nullptr;
   int failure_code = 0;
   /// Reports such a failure to whom waits for the mode, and returns the exit code. May throw:
   /// `failure_code` then still holds. Null for a mode whose failure only the exit code reports.
-  int (*report_failure)(const C& command, Desktop& desktop) = nullptr;
+  int (*report_failure)(const C& command, const Doors& doors) = nullptr;
 };
 
 template <class Commands>

@@ -98,15 +98,6 @@ Failure CurrentFailure() {
   }
 }
 
-std::wstring ErrorFields(const Failure& failure) {
-  return L"Error=" + failure.text + L" GetLastError=" + Decimal(failure.code);
-}
-
-/// The last field of an entry, since a path may hold blanks.
-std::wstring PathField(const Failure& failure) {
-  return failure.subject.empty() ? std::wstring() : L" Path=" + failure.subject;
-}
-
 /// What an instance's files and registry say before anything is changed.
 struct InstanceState {
   Rcs rcs;

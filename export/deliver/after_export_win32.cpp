@@ -1,5 +1,6 @@
 #include "export/deliver/after_export_win32.h"
 
+#include "common/error_mode_win32.h"
 #include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/owners_win32.h"
@@ -69,6 +70,7 @@ bool StartThroughShell(const std::wstring& executable, const std::wstring& argum
 bool StartApplication(const std::wstring& executable, const std::wstring& argument_line,
                       Desktop& desktop, std::wstring& error_text) {
   const std::wstring directory(ParentPath(FullPath(executable)));
+  const ErrorMode as_found(desktop.InheritedErrorMode());
   DWORD code = 0;
   if (StartProcess(executable, argument_line, directory, desktop, code)) {
     return true;

@@ -1,11 +1,8 @@
 #include "export/deliver/argument_line.h"
 
-#include <algorithm>
-#include <utility>
-#include <vector>
-
 #include "common/path.h"
 #include "common/text.h"
+#include "export/deliver/placeholders.h"
 
 namespace kestrune {
 namespace {
@@ -16,41 +13,6 @@ constexpr std::wstring_view kSpaceToken = L"-space:";
 constexpr std::wstring_view kHostName = L"AltiumDesigner";
 constexpr std::wstring_view kBridgeVersion = L"0.2.3";
 constexpr std::uint64_t kUnitsPerMil = 10000;
-
-/// A stretch of the line: written by the user, or put in for a placeholder and from then on closed.
-struct Segment {
-  std::wstring_view text;
-  bool inserted = false;
-};
-
-/// Splits a written segment at every occurrence of the placeholder, with the value between.
-void ReplaceInSegment(const Segment& segment, std::wstring_view placeholder,
-                      std::wstring_view value, std::vector<Segment>& result) {
-  std::size_t begin = 0;
-  for (;;) {
-    const std::size_t found = segment.text.find(placeholder, begin);
-    if (found == std::wstring_view::npos) {
-      break;
-    }
-    result.push_back({segment.text.substr(begin, found - begin), false});
-    result.push_back({value, true});
-    begin = found + placeholder.size();
-  }
-  result.push_back({segment.text.substr(begin), false});
-}
-
-std::vector<Segment> ReplaceInSegments(const std::vector<Segment>& segments,
-                                       std::wstring_view placeholder, std::wstring_view value) {
-  std::vector<Segment> result;
-  for (const Segment& segment : segments) {
-    if (segment.inserted) {
-      result.push_back(segment);
-    } else {
-      ReplaceInSegment(segment, placeholder, value, result);
-    }
-  }
-  return result;
-}
 
 std::wstring InQuotes(std::wstring_view text) {
   return L"\"" + std::wstring(text) + L"\"";
@@ -72,7 +34,7 @@ std::wstring Mils(std::uint64_t units) {
 }  // namespace
 
 std::wstring ReplacePlaceholders(std::wstring_view text, std::wstring_view zip_path) {
-  const std::pair<std::wstring_view, std::wstring_view> placeholders[] = {
+  const Placeholder placeholders[] = {
       {L"%ODBPP%", zip_path},
       {L"%ODBPP_ZIP%", zip_path},
       {L"%ODBPP_DIR%", ParentPath(zip_path)},
@@ -80,15 +42,7 @@ std::wstring ReplacePlaceholders(std::wstring_view text, std::wstring_view zip_p
       {L"%BRIDGE_CAD%", kHostName},
       {L"%BRIDGE_VERSION%", kBridgeVersion},
   };
-  std::vector<Segment> segments = {{text, false}};
-  for (const auto& [placeholder, value] : placeholders) {
-    segments = ReplaceInSegments(segments, placeholder, value);
-  }
-  std::wstring line;
-  for (const Segment& segment : segments) {
-    line.append(segment.text);
-  }
-  return line;
+  return FillPlaceholders(text, placeholders);
 }
 
 bool HasToken(std::wstring_view line, std::wstring_view token) {

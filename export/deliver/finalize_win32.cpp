@@ -1,9 +1,11 @@
 #include "export/deliver/finalize_win32.h"
 
 #include <windows.h>
+#include <lmcons.h>
 
 #include <new>
 
+#include "common/clock_time_win32.h"
 #include "common/failure.h"
 #include "common/failure_win32.h"
 #include "common/file_win32.h"
@@ -13,6 +15,8 @@
 #include "common/text.h"
 #include "common/windows_error_win32.h"
 #include "export/deliver/after_export_win32.h"
+#include "export/deliver/archive_name.h"
+#include "export/deliver/archive_room_win32.h"
 #include "export/deliver/clipboard_win32.h"
 #include "export/deliver/delivery_message.h"
 #include "export/deliver/export_directory_win32.h"
@@ -31,26 +35,44 @@ struct Target {
   [[nodiscard]] std::wstring Destination() const { return JoinPath(directory, file_name); }
 };
 
-/// The export directory of the settings; empty where they name none or cannot be read, for the
-/// default directory serves then.
-std::wstring ConfiguredDirectory() {
+/// The user's settings; defaults where they cannot be read.
+UserSettings SettingsOrDefaults() {
   UserSettings settings;
   try {
     std::wstring settings_path;
     std::wstring error_text;
-    return LoadUserSettings(settings, settings_path, error_text) ? settings.export_directory
-                                                                 : std::wstring();
+    return LoadUserSettings(settings, settings_path, error_text) ? settings : UserSettings();
   } catch (const Failure&) {
     return {};
   }
 }
 
+std::wstring UserName() {
+  wchar_t name[UNLEN + 1] = {};
+  DWORD size = UNLEN + 1;
+  return GetUserNameW(name, &size) ? name : L"";
+}
+
+/// The archive's name: that of the board, unless the settings have a usable template.
+std::wstring ChooseName(const std::wstring& name_template, const std::wstring& source_pcb) {
+  const std::wstring_view board = FileStem(source_pcb);
+  if (!name_template.empty()) {
+    const std::wstring user = UserName();
+    if (const auto name = ArchiveName(name_template, {board, LocalTimeNow(), user})) {
+      return *name;
+    }
+    WriteLogEntry(L"Configured archive name unavailable", name_template);
+  }
+  return std::wstring(board) + L".zip";
+}
+
 Target ChooseTarget(const std::wstring& local_app_data, const std::wstring& source_pcb) {
+  const UserSettings settings = SettingsOrDefaults();
   Target target;
   target.default_directory = JoinPath({local_app_data, kProductFolder, kDefaultExportFolder});
   target.directory = target.default_directory;
-  target.file_name = std::wstring(FileStem(source_pcb)) + L".zip";
-  const std::wstring written = ConfiguredDirectory();
+  target.file_name = ChooseName(settings.archive_name, source_pcb);
+  const std::wstring& written = settings.export_directory;
   if (written.empty()) {
     return target;
   }
@@ -76,81 +98,58 @@ std::optional<std::wstring> FindNativeArchive(FolderCalls& folders) {
   return JoinPath({root, kNativeOutputFolder, kNativeArchiveFolder, kNativeArchiveFile});
 }
 
-/// The archive's size; a failure when there is nothing to deliver.
-std::uint64_t RequireArchive(const std::wstring& native_zip) {
+void RequireArchive(const std::wstring& native_zip) {
   constexpr const wchar_t* text = L"Generated ZIP is missing or empty";
   FileEntry entry;
   DWORD code = 0;
   if (!QueryEntry(native_zip, entry, code)) {
-    throw Failure{text, code};
+    throw Failure{text, code, native_zip};
   }
   if (entry.size == 0 || entry.kind != FileKind::RegularFile) {
-    throw Failure{text};
+    throw Failure{text, 0, native_zip};
   }
-  return entry.size;
-}
-
-/// Whether an archive of this size has no room in place of the one that the destination holds.
-/// Copying would empty that one first, and the user would be left without either.
-bool FindsNoRoom(std::uint64_t size, const std::wstring& destination) {
-  FileEntry former;
-  DWORD code = 0;
-  ULARGE_INTEGER free = {};
-  // A folder on a network share is answered for only with a separator behind it.
-  const std::wstring folder = ExtendedPath(JoinPath(ParentPath(destination), L"")).Text();
-  return QueryEntry(destination, former, code) && former.kind == FileKind::RegularFile &&
-         GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) != FALSE &&
-         size > free.QuadPart + former.size;
-}
-
-bool CopyNativeOutput(const std::wstring& native_zip, std::uint64_t size,
-                      const std::wstring& destination, DWORD& code) {
-  if (FindsNoRoom(size, destination)) {
-    code = ERROR_DISK_FULL;
-    return false;
-  }
-  const bool copied = CopyOver(native_zip, destination);
-  code = GetLastError();
-  return copied;
 }
 
 /// Copies the archive, falling back from a configured directory to the default one, which `target`
 /// then names. A failure sets the user's message.
-void CopyToTarget(const std::wstring& native_zip, std::uint64_t size, Target& target,
-                  std::wstring& user_message) {
-  DWORD code = 0;
-  bool copied = CopyNativeOutput(native_zip, size, target.Destination(), code);
-  if (!copied && target.is_configured) {
-    WriteLogEntry(L"Configured export copy failed",
-                  L"Path=" + target.Destination() + L" Error=" + WindowsErrorText(code));
+void CopyArchive(const std::wstring& native_zip, Target& target, std::wstring& user_message,
+                 SystemCalls& calls) {
+  for (;;) {
+    const std::wstring destination = target.Destination();
+    DWORD code = ERROR_DISK_FULL;
+    if (!CertainlyLacksRoom(native_zip, destination, calls)) {
+      code = calls.Copy(ExtendedPath(native_zip), ExtendedPath(destination), FALSE)
+                 ? ERROR_SUCCESS
+                 : GetLastError();
+    }
+    if (code == ERROR_SUCCESS) {
+      // The mark comes along from a read-only original and would stop the next export.
+      ClearReadOnly(destination);
+      break;
+    }
+    const std::wstring error = WindowsErrorText(code);
+    if (!target.is_configured) {
+      user_message = OverwriteFailureMessage(destination, error);
+      throw Failure{L"copy", code, destination};
+    }
+    WriteLogEntry(L"Configured export copy failed", L"Path=" + destination + L" Error=" + error);
     target.directory = target.default_directory;
     target.is_configured = false;
-    copied = CopyNativeOutput(native_zip, size, target.Destination(), code);
-  }
-  if (!copied) {
-    user_message = OverwriteFailureMessage(target.Destination(), WindowsErrorText(code));
-    throw Failure{L"copy", code};
   }
   if (!target.is_configured) {
     WriteLogEntry(L"Using default export directory", target.default_directory);
   }
 }
 
-/// Creates the default directory, copies the archive and answers its size at the destination.
-std::uint64_t CopyArchive(const std::wstring& native_zip, Target& target,
-                          std::wstring& user_message) {
-  if (!CreateDirectories(target.default_directory)) {
-    ThrowLastError(L"create_directories");
-  }
-  const std::uint64_t size = RequireArchive(native_zip);
-  CopyToTarget(native_zip, size, target, user_message);
+/// The size of the copy, which is logged.
+std::uint64_t LogCopy(const std::wstring& destination) {
   FileEntry entry;
   DWORD code = 0;
-  if (!QueryEntry(target.Destination(), entry, code)) {
-    throw Failure{L"file_size", code};
+  if (!QueryEntry(destination, entry, code)) {
+    throw Failure{L"file_size", code, destination};
   }
   WriteLogEntry(L"Finalize copied",
-                L"Destination=" + target.Destination() + L" Size=" + Decimal(entry.size));
+                L"Destination=" + destination + L" Size=" + Decimal(entry.size));
   return entry.size;
 }
 
@@ -171,12 +170,13 @@ FinalizeOutcome HandOver(const std::wstring& destination, std::uint64_t size,
           MessageIcon::Information};
 }
 
-FinalizeOutcome ReportFailure(const std::wstring& native_zip, DWORD code,
+FinalizeOutcome ReportFailure(const std::wstring& native_zip, const Failure& failure,
                               const std::wstring& user_message) {
   const bool exists = QueryFileKindQuietly(native_zip) != FileKind::Absent;
+  WriteLogEntry(L"Finalize error", L"Error=" + failure.text + PathField(failure));
   WriteLogEntry(L"Finalize failed", std::wstring(L"NativeExists=") + (exists ? L"yes" : L"no") +
                                         L" NativeOutput=" + native_zip + L" GetLastError=" +
-                                        Decimal(code));
+                                        Decimal(failure.code));
   return {kFinalizeFailed, user_message.empty() ? FinalizeFailureMessage() : user_message,
           MessageIcon::Error};
 }
@@ -185,42 +185,46 @@ FinalizeOutcome ReportFailure(const std::wstring& native_zip, DWORD code,
 
 FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
                               const std::wstring& source_pcb, std::optional<std::int64_t> space,
-                              Desktop& desktop) {
+                              const Doors& doors) {
   std::wstring user_message;
   try {
+    // Held as far as that can be had: a preparation that begins meanwhile fails instead of putting
+    // another board's archive in its place.
+    FileHandle held(doors.system.Create(ExtendedPath(native_zip), {GENERIC_READ, FILE_SHARE_READ}));
     Target target = ChooseTarget(local_app_data, source_pcb);
     WriteLogEntry(L"Finalize begin", L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip +
                                          L" Destination=" + target.Destination());
-    const std::uint64_t size = CopyArchive(native_zip, target, user_message);
-    return HandOver(target.Destination(), size, space, desktop);
+    if (!CreateDirectories(target.default_directory)) {
+      ThrowLastError(L"create_directories", target.default_directory);
+    }
+    RequireArchive(native_zip);
+    CopyArchive(native_zip, target, user_message, doors.system);
+    held.Reset();
+    const std::uint64_t size = LogCopy(target.Destination());
+    return HandOver(target.Destination(), size, space, doors.desktop);
   } catch (const Failure& failure) {
-    const DWORD last_error = GetLastError();
-    return ReportFailure(native_zip, failure.code != 0 ? failure.code : last_error, user_message);
+    return ReportFailure(native_zip, failure, user_message);
   } catch (const std::bad_alloc&) {
-    return ReportFailure(native_zip, ERROR_NOT_ENOUGH_MEMORY, user_message);
+    return ReportFailure(native_zip, {kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY}, user_message);
   }
 }
 
-FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& folders,
-                                Desktop& desktop) {
+int FinalizeExport(const FinalizeCommand& command, const Doors& doors) {
   const std::optional<std::wstring> native_zip =
-      command.native_zip ? command.native_zip : FindNativeArchive(folders);
+      command.native_zip ? command.native_zip : FindNativeArchive(doors.folders);
   if (!native_zip) {
-    return {kFinalizeNoFolder, {}, MessageIcon::Error};
+    return kFinalizeNoFolder;
   }
   std::wstring local_app_data;
   std::wstring error_text;
-  if (!LocalAppDataDirectory(local_app_data, error_text, folders)) {
-    return {kFinalizeNoFolder, error_text, MessageIcon::Error};
+  if (!LocalAppDataDirectory(local_app_data, error_text, doors.folders)) {
+    doors.desktop.ShowMessage(error_text, MessageIcon::Error);
+    return kFinalizeNoFolder;
   }
-  return DeliverExport(local_app_data, *native_zip, command.source_pcb, command.space, desktop);
-}
-
-int FinalizeExport(const FinalizeCommand& command, Desktop& desktop) {
-  FolderCalls folders;
-  const FinalizeOutcome outcome = FinalizeQuietly(command, folders, desktop);
+  const FinalizeOutcome outcome =
+      DeliverExport(local_app_data, *native_zip, command.source_pcb, command.space, doors);
   if (!outcome.message.empty()) {
-    desktop.ShowMessage(outcome.message, outcome.icon);
+    doors.desktop.ShowMessage(outcome.message, outcome.icon);
   }
   return outcome.code;
 }

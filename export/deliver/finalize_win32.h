@@ -4,8 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "common/desktop_win32.h"
-#include "common/known_folders_win32.h"
+#include "common/doors_win32.h"
 #include "export/deliver/finalize_command.h"
 
 namespace kestrune {
@@ -14,27 +13,22 @@ namespace kestrune {
 /// it to the configured application or places it on the clipboard, and tells the user.
 ///
 /// Returns the exit code (FinalizeCode).
-int FinalizeExport(const FinalizeCommand& command, Desktop& desktop);
+int FinalizeExport(const FinalizeCommand& command, const Doors& doors);
 
 /// How a delivery ended, before the user is told.
 struct FinalizeOutcome {
   /// FinalizeCode.
   int code = kDelivered;
-  /// What the user is told; empty when an application took the archive over, and when the host's
-  /// own archive was asked for on a machine without Public Documents.
+  /// What the user is told; empty when an application took the archive over.
   std::wstring message;
   MessageIcon icon = MessageIcon::Information;
 };
-
-/// All of FinalizeExport but the message box, which waits for a person.
-FinalizeOutcome FinalizeQuietly(const FinalizeCommand& command, FolderCalls& folders,
-                                Desktop& desktop);
 
 /// The delivery itself. `local_app_data` is the folder below which the default export directory
 /// lies.
 FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
                               const std::wstring& source_pcb, std::optional<std::int64_t> space,
-                              Desktop& desktop);
+                              const Doors& doors);
 
 /// The message for a failed delivery that has no text of its own: it names the log.
 std::wstring FinalizeFailureMessage();

@@ -21,7 +21,7 @@ std::wstring OutJobSection(std::size_t number) {
 }
 
 bool BridgeFileNames::Take(std::wstring_view file_name) {
-  return taken_.emplace(file_name).second;
+  return taken_.emplace(file_name.substr(0, file_name.find(L':'))).second;
 }
 
 }  // namespace kestrune

@@ -23,7 +23,8 @@ std::wstring OutJobSection(std::size_t number);
 /// cannot both lie there, and none may take the place of a file of the project itself.
 class BridgeFileNames {
  public:
-  /// Claims a name; false when it was taken, compared as Windows compares file names.
+  /// Claims a name; false when it was taken, compared as Windows compares file names. A stream
+  /// ("Bridge.PcbDoc::$DATA") is a part of its file and has the file's name.
   [[nodiscard]] bool Take(std::wstring_view file_name);
 
  private:

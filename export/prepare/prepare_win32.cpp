@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <limits>
 #include <new>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "common/path.h"
 #include "common/text.h"
 #include "common/text_win32.h"
+#include "common/tree_removal_win32.h"
 #include "export/prepare/bridge_project.h"
 #include "export/prepare/dependency_list.h"
 #include "export/prepare/layer_selection_win32.h"
@@ -21,13 +23,12 @@
 namespace kestrune {
 namespace {
 
-/// A list names one path per line; this is far beyond any panel.
-constexpr std::uint64_t kLargestDependencyList = std::uint64_t{64} << 20;
-
 /// How long a directory that is still being deleted may keep its name: a scanner lets go of it
 /// within a fraction of a second.
 constexpr int kCreateAttempts = 20;
 constexpr DWORD kCreatePauseMilliseconds = 50;
+
+constexpr wchar_t kCannotFinish[] = L"Cannot finish temporary project";
 
 /// What one run works on.
 struct Preparation {
@@ -37,14 +38,11 @@ struct Preparation {
   std::vector<std::wstring> dependencies;
 };
 
-/// The missing list of a board without embedded boards is the usual case, not an error. A list that
-/// is too large is one: without it the export would lack boards.
+/// The missing list of a board without embedded boards is the usual case, not an error. Memory that
+/// runs out is one: without its list the export would lack boards.
 std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
   std::string bytes;
-  if (!ReadWholeFile(list_path, kLargestDependencyList, bytes)) {
-    if (GetLastError() == ERROR_FILE_TOO_LARGE) {
-      throw Failure{L"Dependency list is too large", ERROR_FILE_TOO_LARGE};
-    }
+  if (!ReadWholeFile(list_path, std::numeric_limits<std::uint64_t>::max(), bytes)) {
     return {};
   }
   std::vector<std::wstring> paths =
@@ -118,29 +116,44 @@ std::wstring FirstRejection(const Preparation& run) {
   }
 }
 
-/// Whatever stands in the root's place goes: nothing but a throw-away project has business there.
-void RemoveOldProject(const std::wstring& root) {
-  if (!RemoveTree(root)) {
-    ThrowLastError(L"remove");
-  }
-}
-
 /// A directory that was removed while somebody had it open keeps its name for a moment.
-void CreateRoot(const std::wstring& root) {
+void CreateRoot(const std::wstring& root, SystemCalls& calls) {
   for (int attempt = 1; !CreateDirectories(root); ++attempt) {
     const DWORD code = GetLastError();
     if (code != ERROR_ACCESS_DENIED || attempt == kCreateAttempts) {
-      throw Failure{L"create_directories", code};
+      throw Failure{L"create_directories", code, root};
     }
-    Sleep(kCreatePauseMilliseconds);
+    calls.Wait(kCreatePauseMilliseconds);
   }
 }
 
+/// A new and empty temporary root.
+class TemporaryFolder {
+ public:
+  /// Every local user may make a link in the place of the product's folder: emptying would then
+  /// destroy somebody else's files. Both folders are held, so that none comes in their place while
+  /// the project is built.
+  TemporaryFolder(const std::wstring& root, SystemCalls& calls) {
+    const std::wstring product_folder(ParentPath(root));
+    if (!CreateDirectories(product_folder)) {
+      ThrowLastError(L"create_directories", product_folder);
+    }
+    product_folder_ = HoldRealDirectory(product_folder, calls);
+    RemoveTree(root, calls);
+    CreateRoot(root, calls);
+    root_ = HoldRealDirectory(root, calls);
+  }
+
+ private:
+  FileHandle product_folder_;
+  FileHandle root_;
+};
+
 /// A board under version control is often read-only; its copy must not be, or neither the host
 /// could save it nor the next run remove it.
-void CopyWritable(const std::wstring& source, const std::wstring& target) {
-  if (!CopyOver(source, target)) {
-    ThrowLastError(L"copy");
+void CopyWritable(const std::wstring& source, const std::wstring& target, SystemCalls& calls) {
+  if (!calls.Copy(ExtendedPath(source), ExtendedPath(target), FALSE)) {
+    ThrowLastError(L"copy", source);
   }
   ClearReadOnly(target);
 }
@@ -165,7 +178,7 @@ bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifes
 /// dependencies come first.
 class ProjectFile {
  public:
-  explicit ProjectFile(const std::wstring& path) : file_(path) {}
+  explicit ProjectFile(const std::wstring& path) : path_(path), file_(path) {}
 
   /// Writes text in the system's ANSI code page, which is what the host reads. Text that it cannot
   /// hold is a failure: the host would look for a document of another name.
@@ -180,28 +193,57 @@ class ProjectFile {
 
   void Finish() {
     if (!file_.Finish()) {
-      ThrowLastError(L"Cannot finish temporary project");
+      ThrowLastError(kCannotFinish, path_);
     }
   }
 
  private:
+  std::wstring path_;
   FileWriter file_;
 };
 
-/// Copies one embedded board and enters it in the project; answers the exit code.
+/// Finds the first dependency that the project file cannot name before any of them is copied. One
+/// whose name is taken ends the run in its turn, so nothing after it counts.
+void RequireNamesInCodePage(const std::vector<std::wstring>& dependencies) {
+  BridgeFileNames names;
+  for (const std::wstring& path : dependencies) {
+    const std::wstring_view name = FileName(path);
+    std::string bytes;
+    if (!names.Take(name)) {
+      return;
+    }
+    if (!AnsiFromWide(name, bytes)) {
+      throw Failure{kCannotFinish, ERROR_NO_UNICODE_TRANSLATION, path};
+    }
+  }
+}
+
+int RejectName(const std::wstring& path) {
+  WriteLogEntry(L"Prepare dependency name collision", path);
+  return kPrepareNameCollision;
+}
+
+/// Copies one embedded board and enters it in the project; returns the exit code.
 int AddDependency(const std::wstring& path, std::size_t number, const std::wstring& root,
-                  BridgeFileNames& names, ProjectFile& project) {
+                  BridgeFileNames& names, ProjectFile& project, SystemCalls& calls) {
   if (QueryFileKind(path) != FileKind::RegularFile) {
     WriteLogEntry(L"Prepare missing dependency", path);
     return kPrepareMissingDependency;
   }
   const std::wstring_view name = FileName(path);
   if (!names.Take(name)) {
-    WriteLogEntry(L"Prepare dependency name collision", path);
-    return kPrepareNameCollision;
+    return RejectName(path);
   }
   const std::wstring copy = JoinPath(root, name);
-  CopyWritable(path, copy);
+  if (!calls.Copy(ExtendedPath(path), ExtendedPath(copy), TRUE)) {
+    const DWORD code = GetLastError();
+    // A short name, for instance, is another spelling of a file of the project.
+    if (code == ERROR_FILE_EXISTS || code == ERROR_ALREADY_EXISTS) {
+      return RejectName(path);
+    }
+    throw Failure{L"copy", code, path};
+  }
+  ClearReadOnly(copy);
   project.Append(DependencySection(number, name));
   WriteLogEntry(L"Prepare dependency", L"Source=" + path + L" Copy=" + copy);
   return kPrepared;
@@ -212,29 +254,29 @@ int AddDependency(const std::wstring& path, std::size_t number, const std::wstri
 void WriteReadyFile(const std::wstring& root, const std::wstring& source_pcb) {
   if (!WriteWholeFile(JoinPath(root, kReadyFile),
                       AnsiFromWideLossy(WithWindowsLineEnds(source_pcb)))) {
-    ThrowLastError(L"Cannot write ready.txt");
+    ThrowLastError(L"Cannot write ready.txt", root);
   }
 }
 
 /// Everything that changes the temporary root; answers the exit code or throws Failure.
-int BuildProject(const Preparation& run) {
+int BuildProject(const Preparation& run, SystemCalls& calls) {
   const std::wstring& root = run.temporary_root;
   const std::wstring out_job_path = JoinPath(root, kBridgeOutJob);
   const std::wstring project_path = JoinPath(root, kBridgeProject);
-  RemoveOldProject(root);
-  CreateRoot(root);
-  CopyWritable(run.command.source_pcb, JoinPath(root, kBridgeBoard));
-  CopyWritable(JoinPath(run.runtime_root, kBridgeOutJob), out_job_path);
+  const TemporaryFolder held(root, calls);
+  CopyWritable(run.command.source_pcb, JoinPath(root, kBridgeBoard), calls);
+  CopyWritable(JoinPath(run.runtime_root, kBridgeOutJob), out_job_path, calls);
   if (!SelectLayersAndLog(out_job_path, run.command.used_layer_manifest)) {
     return kPrepareLayerSelectionFailed;
   }
 
+  RequireNamesInCodePage(run.dependencies);
   ProjectFile project(project_path);
   project.Append(BridgeProjectHead());
   BridgeFileNames names;
   std::size_t number = kFirstDependency;
   for (const std::wstring& dependency : run.dependencies) {
-    const int code = AddDependency(dependency, number, root, names, project);
+    const int code = AddDependency(dependency, number, root, names, project, calls);
     if (code != kPrepared) {
       return code;
     }
@@ -249,13 +291,14 @@ int BuildProject(const Preparation& run) {
   return kPrepared;
 }
 
-void LogFailure(const std::wstring& text, DWORD code) {
-  WriteLogEntry(L"Prepare failed", L"Error=" + text + L" GetLastError=" + Decimal(code));
+void LogFailure(const Failure& failure) {
+  WriteLogEntry(L"Prepare failed", ErrorFields(failure) + PathField(failure));
 }
 
 }  // namespace
 
-int PrepareTemporaryProject(const PrepareCommand& command, FolderCalls& folders) {
+int PrepareTemporaryProject(const PrepareCommand& command, FolderCalls& folders,
+                            SystemCalls& calls) {
   Preparation run{command, {}, {}, {}};
   std::wstring local_app_data;
   std::wstring error_text;
@@ -276,18 +319,13 @@ int PrepareTemporaryProject(const PrepareCommand& command, FolderCalls& folders)
       WriteLogEntry(L"Prepare rejected", rejection);
       return kPrepareRejected;
     }
-    return BuildProject(run);
+    return BuildProject(run, calls);
   } catch (const Failure& failure) {
-    LogFailure(failure.text, failure.code);
+    LogFailure(failure);
   } catch (const std::bad_alloc&) {
-    LogFailure(kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY);
+    LogFailure({kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY});
   }
   return kPrepareFailed;
-}
-
-int PrepareTemporaryProject(const PrepareCommand& command) {
-  FolderCalls folders;
-  return PrepareTemporaryProject(command, folders);
 }
 
 }  // namespace kestrune

@@ -22,6 +22,8 @@ struct UserSettings {
   std::wstring mailslot_name;
   /// Export/Directory: where finished archives are copied to.
   std::wstring export_directory;
+  /// Export/FileName: the template of a finished archive's name; see ArchiveName.
+  std::wstring archive_name;
 };
 
 /// Whether a path is that of an existing regular file.

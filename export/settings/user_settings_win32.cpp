@@ -67,6 +67,7 @@ UserSettings ReadSettingsFile(const std::wstring& path) {
   settings.arguments = file.TargetText(L"Arguments");
   settings.mailslot_name = file.TargetText(L"MailslotName");
   settings.export_directory = file.Text(L"Export", L"Directory");
+  settings.archive_name = file.Text(L"Export", L"FileName");
   return settings;
 }
 

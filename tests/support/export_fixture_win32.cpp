@@ -1,4 +1,5 @@
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/remove_tree_win32.h"
 
 #include <winioctl.h>
 #include <knownfolders.h>

@@ -1,4 +1,5 @@
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/remove_tree_win32.h"
 
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"

@@ -16,6 +16,7 @@
 #include "common/sha256_win32.h"
 #include "common/text.h"
 #include "tests/support/rcs_model.h"
+#include "tests/support/remove_tree_win32.h"
 
 namespace kestrune {
 namespace {

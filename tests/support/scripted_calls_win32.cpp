@@ -150,9 +150,20 @@ BOOL ScriptedCalls::DeleteDirectory(const ExtendedPath& path) {
                 [&] { return SystemCalls::DeleteDirectory(path); });
 }
 
-BOOL ScriptedCalls::GetAvailableSpace(const ExtendedPath& folder, ULARGE_INTEGER* available) {
-  return Around({"GetAvailableSpace", folder.Text()}, FALSE,
-                [&] { return SystemCalls::GetAvailableSpace(folder, available); });
+BOOL ScriptedCalls::GetSpace(const ExtendedPath& folder, ULARGE_INTEGER* available,
+                             ULARGE_INTEGER* total) {
+  return Around({"GetSpace", folder.Text()}, FALSE,
+                [&] { return SystemCalls::GetSpace(folder, available, total); });
+}
+
+BOOL ScriptedCalls::GetClusterSize(const ExtendedPath& folder, DWORD* bytes) {
+  return Around({"GetClusterSize", folder.Text()}, FALSE,
+                [&] { return SystemCalls::GetClusterSize(folder, bytes); });
+}
+
+UINT ScriptedCalls::GetDriveKind(const std::wstring& root) {
+  return Around({"GetDriveKind", root}, UINT{DRIVE_UNKNOWN},
+                [&] { return SystemCalls::GetDriveKind(root); });
 }
 
 DWORD ScriptedCalls::GetTemporaryFolder(DWORD size, wchar_t* folder) {
@@ -175,6 +186,10 @@ BOOL ScriptedCalls::GetSize(HANDLE file, LARGE_INTEGER* size) {
 BOOL ScriptedCalls::GetInformation(HANDLE file, BY_HANDLE_FILE_INFORMATION* information) {
   return Around({"GetInformation", PathOf(file)}, FALSE,
                 [&] { return SystemCalls::GetInformation(file, information); });
+}
+
+BOOL ScriptedCalls::GetTag(HANDLE file, FILE_ATTRIBUTE_TAG_INFO* tag) {
+  return Around({"GetTag", PathOf(file)}, FALSE, [&] { return SystemCalls::GetTag(file, tag); });
 }
 
 DWORD ScriptedCalls::GetFinalPath(HANDLE file, wchar_t* path, DWORD size, DWORD flags) {

@@ -66,11 +66,15 @@ class ScriptedCalls : public SystemCalls {
   BOOL Delete(const ExtendedPath& path) override;
   BOOL MakeDirectory(const ExtendedPath& path) override;
   BOOL DeleteDirectory(const ExtendedPath& path) override;
-  BOOL GetAvailableSpace(const ExtendedPath& folder, ULARGE_INTEGER* available) override;
+  BOOL GetSpace(const ExtendedPath& folder, ULARGE_INTEGER* available,
+                ULARGE_INTEGER* total) override;
+  BOOL GetClusterSize(const ExtendedPath& folder, DWORD* bytes) override;
+  UINT GetDriveKind(const std::wstring& root) override;
   DWORD GetTemporaryFolder(DWORD size, wchar_t* folder) override;
   UINT MakeTemporaryFile(const wchar_t* folder, const wchar_t* prefix, wchar_t* name) override;
   BOOL GetSize(HANDLE file, LARGE_INTEGER* size) override;
   BOOL GetInformation(HANDLE file, BY_HANDLE_FILE_INFORMATION* information) override;
+  BOOL GetTag(HANDLE file, FILE_ATTRIBUTE_TAG_INFO* tag) override;
   DWORD GetFinalPath(HANDLE file, wchar_t* path, DWORD size, DWORD flags) override;
   BOOL Read(HANDLE file, void* bytes, DWORD size, DWORD* read) override;
   BOOL Write(HANDLE file, const void* bytes, DWORD size, DWORD* written) override;

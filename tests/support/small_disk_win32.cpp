@@ -1,4 +1,5 @@
 #include "tests/support/small_disk_win32.h"
+#include "tests/support/remove_tree_win32.h"
 
 #include <windows.h>
 

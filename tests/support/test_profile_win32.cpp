@@ -1,4 +1,5 @@
 #include "tests/support/test_profile_win32.h"
+#include "tests/support/remove_tree_win32.h"
 
 #include <windows.h>
 

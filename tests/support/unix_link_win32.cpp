@@ -30,17 +30,15 @@ std::wstring UnixName(const std::wstring& path) {
 }
 
 /// Runs one of the host system's commands. Wine gives no handle to wait for, so the caller looks
-/// for the effect.
+/// for the effect. The numbers that come back as handles are none, or those of other objects of
+/// this process: closing them takes, for instance, the registry away.
 void RunUnixCommand(const std::wstring& command, std::wstring arguments) {
   arguments.insert(0, command + L" ");
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION process = {};
-  if (CreateProcessW((L"Z:\\bin\\" + command).c_str(), arguments.data(), nullptr, nullptr, FALSE, 0,
-                     nullptr, nullptr, &startup, &process)) {
-    KernelHandle(process.hThread).Reset();
-    KernelHandle(process.hProcess).Reset();
-  }
+  CreateProcessW((L"Z:\\bin\\" + command).c_str(), arguments.data(), nullptr, nullptr, FALSE, 0,
+                 nullptr, nullptr, &startup, &process);
 }
 
 /// Whether the name stands in its folder, also when it is a link that leads nowhere.

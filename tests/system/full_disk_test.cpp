@@ -108,7 +108,7 @@ TEST_F(FullDiskTest, ATemporaryRootOnAFullDiskFailsThePreparation) {
                                       Quoted(Scratch(L"layers.txt")) + L" " + Quoted(status))));
   EXPECT_EQ(FileBytes(status), "ERROR\r\n");
   EXPECT_FALSE(Exists(JoinPath(disk.Folder(), L"Kestrune\\Temp\\ready.txt")));
-  EXPECT_THAT(Log().back(), ::testing::EndsWith("GetLastError=112"));
+  EXPECT_THAT(Log().back(), ::testing::EndsWith("GetLastError=112 Path=" + Utf8FromWide(board)));
   EXPECT_EQ(FileBytes(board), std::string(100'000, 'b'));
 }
 

@@ -13,6 +13,7 @@
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/remove_tree_win32.h"
 
 namespace kestrune {
 namespace {

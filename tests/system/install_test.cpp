@@ -13,6 +13,7 @@
 #include "registration/transaction/global_projects_key_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/moved_profile_win32.h"
+#include "tests/support/remove_tree_win32.h"
 
 namespace kestrune {
 namespace {

@@ -259,7 +259,8 @@ TEST_F(PrepareTest, AFileHeldOpenInTheTemporaryRootFailsThePreparation) {
   const FileHandle held = HoldOpen(InTemporary(L"held.txt"), GENERIC_READ, FILE_SHARE_READ);
   EXPECT_TRUE(EndsSilentlyWith(4, Prepare()));
   EXPECT_THAT(Log().back(), StartsWith("Stage: Prepare failed | Error="));
-  EXPECT_THAT(Log().back(), ::testing::EndsWith(" GetLastError=32"));
+  EXPECT_THAT(Log().back(), ::testing::EndsWith(" GetLastError=32 Path=" +
+                                                Utf8FromWide(InTemporary(L"held.txt"))));
   EXPECT_FALSE(Exists(InTemporary(L"ready.txt")));
 }
 
@@ -267,7 +268,8 @@ TEST_F(PrepareTest, WithoutTheDeployedOutputJobThePreparationFails) {
   ASSERT_TRUE(DeleteFileW(output_job_.c_str()));
   EXPECT_TRUE(EndsSilentlyWith(4, Prepare()));
   EXPECT_THAT(Log().back(), StartsWith("Stage: Prepare failed | Error="));
-  EXPECT_THAT(Log().back(), ::testing::EndsWith(" GetLastError=2"));
+  EXPECT_THAT(Log().back(),
+              ::testing::EndsWith(" GetLastError=2 Path=" + Utf8FromWide(output_job_)));
   EXPECT_THAT(NamesIn(folders_.temporary), ElementsAre(L"Bridge.PcbDoc"));
 }
 
@@ -275,7 +277,7 @@ TEST_F(PrepareTest, ABoardThatAnotherProgramLockedFailsThePreparation) {
   const FileHandle locked = HoldOpen(board_, GENERIC_READ, 0);
   EXPECT_TRUE(EndsSilentlyWith(4, Prepare()));
   EXPECT_THAT(Log().back(), StartsWith("Stage: Prepare failed | Error="));
-  EXPECT_THAT(Log().back(), ::testing::EndsWith(" GetLastError=32"));
+  EXPECT_THAT(Log().back(), ::testing::EndsWith(" GetLastError=32 Path=" + Utf8FromWide(board_)));
   EXPECT_FALSE(Exists(InTemporary(L"ready.txt")));
 }
 

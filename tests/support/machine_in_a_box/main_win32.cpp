@@ -16,6 +16,7 @@
 #include "tests/support/disposable_profile_win32.h"
 #include "tests/support/machine_in_a_box_win32.h"
 #include "tests/support/program_run_win32.h"
+#include "tests/support/remove_tree_win32.h"
 
 namespace kestrune {
 namespace {

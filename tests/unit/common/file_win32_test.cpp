@@ -5,6 +5,7 @@
 #include "common/failure.h"
 #include "common/path.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/remove_tree_win32.h"
 #include "tests/support/small_disk_win32.h"
 #include "tests/support/unix_link_win32.h"
 

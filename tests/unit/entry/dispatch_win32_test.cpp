@@ -18,7 +18,7 @@ using Box = NotedBoxes::Box;
 
 /// The modes with one replaced.
 template <class C>
-Modes Replaced(int (*run)(const C& command, Desktop& desktop)) {
+Modes Replaced(int (*run)(const C& command, const Doors& doors)) {
   Modes modes = kModes;
   std::get<Mode<C>>(modes).run = run;
   return modes;
@@ -31,7 +31,7 @@ Modes ThrowingModes() {
   std::apply(
       [](auto&... mode) {
         const auto replace = []<class C>(Mode<C>& one) {
-          one.run = [](const C&, Desktop&) -> int { throw Thrown(); };
+          one.run = [](const C&, const Doors&) -> int { throw Thrown(); };
         };
         (replace(mode), ...);
       },
@@ -42,7 +42,7 @@ Modes ThrowingModes() {
 class LastResortTest : public ExportTest {
  protected:
   int Run(const Command& command) {
-    return RunCommand(command, ThrowingModes<std::bad_alloc>(), desktop_);
+    return RunCommand(command, ThrowingModes<std::bad_alloc>(), doors_);
   }
   void ExpectUnhandledFailureIsLogged() const {
     EXPECT_THAT(Log(), ElementsAre("Stage: Unhandled failure | Error=std::bad_alloc"));
@@ -53,7 +53,10 @@ class LastResortTest : public ExportTest {
             MessageIcon::Error};
   }
 
+  SystemCalls system_;
+  FolderCalls folder_calls_;
   NotedBoxes desktop_;
+  Doors doors_{system_, folder_calls_, desktop_};
 };
 
 TEST_F(LastResortTest, AFailedPreparationPublishesAnErrorAndEndsWithFour) {
@@ -130,23 +133,25 @@ struct ThrownFailure : Failure {
 };
 
 TEST_F(LastResortTest, TheLogSaysWhatWasThrown) {
-  EXPECT_EQ(RunCommand(PositionWindowCommand{}, ThrowingModes<ThrownFailure>(), desktop_), 3);
-  EXPECT_EQ(RunCommand(PositionWindowCommand{}, ThrowingModes<int>(), desktop_), 3);
+  EXPECT_EQ(RunCommand(PositionWindowCommand{}, ThrowingModes<ThrownFailure>(), doors_), 3);
+  EXPECT_EQ(RunCommand(PositionWindowCommand{}, ThrowingModes<int>(), doors_), 3);
   EXPECT_THAT(Log(), ElementsAre("Stage: Unhandled failure | Error=copy GetLastError=5",
                                  "Stage: Unhandled failure | Error=unknown"));
 }
 
 using DispatchTest = ExportTest;
 
-int PositionOf(const PositionWindowCommand& command, Desktop&) {
+int PositionOf(const PositionWindowCommand& command, const Doors&) {
   return static_cast<int>(command.target * 10 + command.reference);
 }
 
 TEST_F(DispatchTest, ACommandLineIsSplitReadAndCarriedOut) {
+  SystemCalls system;
+  FolderCalls folder_calls;
   NotedBoxes desktop;
   const auto command = ReadCommandLine(L"\"C:\\a b\\Kestrune.exe\" --position-window 4 2");
   ASSERT_TRUE(command.has_value());
-  EXPECT_EQ(RunCommand(*command, Replaced(PositionOf), desktop), 42);
+  EXPECT_EQ(RunCommand(*command, Replaced(PositionOf), {system, folder_calls, desktop}), 42);
   const auto finalize =
       ReadCommandLine(L"Kestrune.exe --finalize \"C:\\a b.zip\" board").value_or(UnknownCommand{});
   ASSERT_TRUE(std::holds_alternative<FinalizeCommand>(finalize));

@@ -19,6 +19,7 @@
 #include "tests/support/noted_boxes_win32.h"
 #include "tests/support/open_resources_win32.h"
 #include "tests/support/output_job_reader.h"
+#include "tests/support/remove_tree_win32.h"
 #include "tests/support/zip_builder.h"
 
 namespace kestrune {
@@ -27,9 +28,9 @@ namespace {
 /// The program's modes, but the program that is deployed is Kestrune.exe.
 Modes ModesUnderTest() {
   Modes modes = kModes;
-  std::get<Mode<InstallerOptions>>(modes).run = [](const InstallerOptions& options, Desktop&) {
-    SystemCalls calls;
-    return static_cast<int>(RunInstallerCommand(options, KestrunePath(), calls).code);
+  std::get<Mode<InstallerOptions>>(modes).run = [](const InstallerOptions& options,
+                                                   const Doors& doors) {
+    return static_cast<int>(RunInstallerCommand(options, KestrunePath(), doors.system).code);
   };
   return modes;
 }
@@ -79,7 +80,7 @@ class RepeatedModes : public ExportTest {
     PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
   }
 
-  int Run(const Command& command) { return RunCommand(command, modes_, desktop_); }
+  int Run(const Command& command) { return RunCommand(command, modes_, doors_); }
 
   void PutArchive() const { PutFile(folders_.native_zip, "PK\3\4archive"); }
 
@@ -98,7 +99,10 @@ class RepeatedModes : public ExportTest {
   }
 
   Modes modes_ = ModesUnderTest();
+  SystemCalls system_;
+  FolderCalls folder_calls_;
   NotedBoxes desktop_;
+  Doors doors_{system_, folder_calls_, desktop_};
   std::wstring board_;
 };
 
@@ -212,11 +216,14 @@ class RepeatedInstaller : public InstallTest {
     options.command = command;
     options.package = package_;
     options.quiet = true;
-    return RunCommand(options, modes_, desktop_);
+    return RunCommand(options, modes_, doors_);
   }
 
   Modes modes_ = ModesUnderTest();
+  SystemCalls system_;
+  FolderCalls folder_calls_;
   NotedBoxes desktop_;
+  Doors doors_{system_, folder_calls_, desktop_};
 };
 
 TEST_F(RepeatedInstaller, InstallingUpdatingAndRemoving) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/failure.h"
+#include "common/error_mode_win32.h"
 #include "common/file_win32.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -34,6 +35,8 @@ class Variable {
 /// Answers as told, and writes down what it was asked.
 class ScriptedDesktop : public Desktop {
  public:
+  using Desktop::Desktop;
+
   DWORD create_error = 0;
   DWORD resume_error = 0;
   DWORD shell_error = 0;
@@ -45,6 +48,8 @@ class ScriptedDesktop : public Desktop {
   HANDLE shell_process = nullptr;
 
   std::vector<std::wstring> asked;
+  /// The error mode at each start.
+  std::vector<UINT> error_modes;
   SHELLEXECUTEINFOW execution{};
   std::wstring parameters;
   KernelHandle suspended;
@@ -53,6 +58,7 @@ class ScriptedDesktop : public Desktop {
                        PROCESS_INFORMATION& process) override {
     asked.push_back(std::wstring(L"create ") + application + L"|" + command_line + L"|" +
                     directory);
+    error_modes.push_back(GetErrorMode());
     SetLastError(create_error);
     process.dwProcessId = 4242;
     return create_error == 0 &&
@@ -82,6 +88,7 @@ class ScriptedDesktop : public Desktop {
     execution = info;
     parameters = info.lpParameters == nullptr ? L"<none>" : info.lpParameters;
     info.hProcess = shell_process;
+    error_modes.push_back(GetErrorMode());
     SetLastError(shell_error);
     return shell_error == 0;
   }
@@ -302,6 +309,16 @@ TEST_F(AfterExportTest, AProcessStandsStillUntilItIsResumed) {
   EXPECT_TRUE(HandToApplication(Recorder(), kZip, std::nullopt, calls).delivered);
   EXPECT_EQ(calls.suspensions, 1U);
   EXPECT_FALSE(Record().empty());
+}
+
+TEST_F(AfterExportTest, AnApplicationInheritsTheErrorModeThatWasFound) {
+  const ErrorMode ours(kNoSystemBoxes);
+  ScriptedDesktop desktop(SEM_NOALIGNMENTFAULTEXCEPT);
+  desktop.create_error = 740;
+  EXPECT_TRUE(HandToApplication(Viewer(), kZip, std::nullopt, desktop).delivered);
+  EXPECT_EQ(desktop.error_modes,
+            (std::vector<UINT>{SEM_NOALIGNMENTFAULTEXCEPT, SEM_NOALIGNMENTFAULTEXCEPT}));
+  EXPECT_EQ(GetErrorMode(), kNoSystemBoxes);
 }
 
 TEST_F(AfterExportTest, ARunningCopyIsServedFirst) {

@@ -15,6 +15,8 @@
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/scarce_memory_win32.h"
 #include "tests/support/unix_link_win32.h"
+#include "tests/support/noted_boxes_win32.h"
+#include "tests/support/scripted_calls_win32.h"
 #include "tests/support/unknown_folders_win32.h"
 
 namespace kestrune {
@@ -32,7 +34,7 @@ class FinalizeTest : public ExportTest {
   }
 
   FinalizeOutcome Deliver(const std::wstring& source = L"C:\\boards\\Main.PcbDoc") {
-    return DeliverExport(folders_.local, native_, source, std::nullopt, desktop_);
+    return DeliverExport(folders_.local, native_, source, std::nullopt, doors_);
   }
 
   std::string Narrow(const std::wstring& text) const { return Utf8FromWide(text); }
@@ -49,6 +51,10 @@ class FinalizeTest : public ExportTest {
   std::string FailedEntry(const wchar_t* exists, DWORD code) const {
     return Narrow(std::wstring(L"Stage: Finalize failed | NativeExists=") + exists +
                   L" NativeOutput=" + native_ + L" GetLastError=" + Decimal(code));
+  }
+
+  std::string ErrorEntry(const std::wstring& text, const std::wstring& path) const {
+    return Narrow(L"Stage: Finalize error | Error=" + text + L" Path=" + path);
   }
 
   std::wstring Success(const std::wstring& destination) const {
@@ -70,7 +76,10 @@ class FinalizeTest : public ExportTest {
   }
 
   std::wstring native_;
-  Desktop desktop_;
+  ScriptedCalls calls_;
+  FolderCalls folder_calls_;
+  NotedBoxes desktop_;
+  Doors doors_{calls_, folder_calls_, desktop_};
 };
 
 TEST_F(FinalizeTest, CopiesToTheDefaultDirectoryAndTheClipboard) {
@@ -86,19 +95,17 @@ TEST_F(FinalizeTest, CopiesToTheDefaultDirectoryAndTheClipboard) {
 
 TEST_F(FinalizeTest, WithoutLocalApplicationDataItTellsSoAndEndsWithTwo) {
   UnknownFolders folders;
-  const FinalizeOutcome outcome = FinalizeQuietly({native_, L"Main.PcbDoc", {}}, folders, desktop_);
-  EXPECT_EQ(outcome.code, 2);
-  EXPECT_EQ(outcome.icon, MessageIcon::Error);
-  EXPECT_EQ(outcome.message, L"Cannot determine the current Windows user profile directory.");
+  EXPECT_EQ(FinalizeExport({native_, L"Main.PcbDoc", {}}, {calls_, folders, desktop_}), 2);
+  EXPECT_THAT(desktop_.boxes, ElementsAre(NotedBoxes::Box{
+                                  L"Cannot determine the current Windows user profile directory.",
+                                  MessageIcon::Error}));
 }
 
 TEST_F(FinalizeTest, WithoutPublicDocumentsTheHostsArchiveEndsSilentlyWithTwo) {
   UnknownFolders folders;
   folders.listed_profile = Scratch(L"profile");
-  const FinalizeOutcome outcome =
-      FinalizeQuietly({std::nullopt, L"Main.PcbDoc", {}}, folders, desktop_);
-  EXPECT_EQ(outcome.code, 2);
-  EXPECT_EQ(outcome.message, L"");
+  EXPECT_EQ(FinalizeExport({std::nullopt, L"Main.PcbDoc", {}}, {calls_, folders, desktop_}), 2);
+  EXPECT_TRUE(desktop_.boxes.empty());
   EXPECT_TRUE(Log().empty());
 }
 
@@ -187,15 +194,16 @@ TEST_F(FinalizeTest, ALockedDefaultDestinationIsAFailure) {
   EXPECT_EQ(outcome.code, 4);
   EXPECT_EQ(outcome.message, L"Cannot overwrite the destination ZIP.\n\n" + DefaultZip() + L"\n\n" +
                                  WindowsErrorText(ERROR_SHARING_VIOLATION));
-  EXPECT_THAT(Log(),
-              ElementsAre(BeginEntry(DefaultZip()), FailedEntry(L"yes", ERROR_SHARING_VIOLATION)));
+  EXPECT_THAT(Log(), ElementsAre(BeginEntry(DefaultZip()), ErrorEntry(L"copy", DefaultZip()),
+                                 FailedEntry(L"yes", ERROR_SHARING_VIOLATION)));
 }
 
 TEST_F(FinalizeTest, AMissingArchiveFailsWithItsCode) {
   ASSERT_TRUE(DeleteFileW(native_.c_str()));
   ExpectGenericFailure(Deliver());
-  EXPECT_THAT(Log(),
-              ElementsAre(BeginEntry(DefaultZip()), FailedEntry(L"no", ERROR_FILE_NOT_FOUND)));
+  EXPECT_THAT(Log(), ElementsAre(BeginEntry(DefaultZip()),
+                                 ErrorEntry(L"Generated ZIP is missing or empty", native_),
+                                 FailedEntry(L"no", ERROR_FILE_NOT_FOUND)));
   EXPECT_TRUE(Exists(folders_.default_export));
   EXPECT_FALSE(Exists(DefaultZip()));
 }
@@ -204,6 +212,7 @@ TEST_F(FinalizeTest, AnEmptyArchiveOrAFolderFailsAndKeepsTheOldOne) {
   PutFile(DefaultZip(), "old");
   PutFile(native_, "");
   ExpectGenericFailure(Deliver());
+  EXPECT_EQ(Log()[1], ErrorEntry(L"Generated ZIP is missing or empty", native_));
   EXPECT_TRUE(Log().back().starts_with("Stage: Finalize failed | NativeExists=yes"))
       << Log().back();
   ASSERT_TRUE(DeleteFileW(native_.c_str()));
@@ -223,13 +232,56 @@ TEST_F(FinalizeTest, ADefaultDirectoryThatCannotBeMadeFailsEvenWhenAnotherIsConf
   EXPECT_FALSE(Exists(Scratch(L"out\\Main.zip")));
 }
 
+TEST_F(FinalizeTest, TheArchiveIsHeldUntilItsCopyIsComplete) {
+  bool looked = false;
+  calls_.on_copy = [&](const std::wstring&, BOOL&) {
+    looked = true;
+    EXPECT_FALSE(DeleteFileW(native_.c_str()));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+    EXPECT_EQ(CreateFileW(native_.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                          nullptr, OPEN_EXISTING, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    return false;
+  };
+  EXPECT_EQ(Deliver().code, 0);
+  EXPECT_TRUE(looked);
+  EXPECT_TRUE(DeleteFileW(native_.c_str())) << "and no longer";
+}
+
+TEST_F(FinalizeTest, AnArchiveThatTheHostStillHoldsIsDelivered) {
+  const FileHandle host =
+      HoldOpen(native_, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
+  EXPECT_EQ(Deliver().code, 0);
+  EXPECT_EQ(FileBytes(DefaultZip()), "PK archive");
+}
+
+TEST_F(FinalizeTest, ACopyOfAReadOnlyArchiveCanBeWritten) {
+  ASSERT_TRUE(SetFileAttributesW(native_.c_str(), FILE_ATTRIBUTE_READONLY));
+  EXPECT_EQ(Deliver().code, 0);
+  EXPECT_EQ(GetFileAttributesW(DefaultZip().c_str()) & FILE_ATTRIBUTE_READONLY, 0U);
+  EXPECT_EQ(Deliver().code, 0) << "and again";
+}
+
+TEST_F(FinalizeTest, ANameOfTheSettingsCountsInEitherDirectory) {
+  Settings(L"[Export]\nFileName=rev-%BOARD%\n");
+  EXPECT_EQ(Deliver().code, 0);
+  EXPECT_EQ(NamesIn(folders_.default_export), std::vector<std::wstring>{L"rev-Main.zip"});
+}
+
+TEST_F(FinalizeTest, AnUnusableNameIsLoggedAndTheBoardsOneTaken) {
+  Settings(L"[Export]\nFileName=..\\%BOARD%\n");
+  EXPECT_EQ(Deliver().code, 0);
+  EXPECT_EQ(NamesIn(folders_.default_export), std::vector<std::wstring>{L"Main.zip"});
+  EXPECT_EQ(Log().front(), "Stage: Configured archive name unavailable | ..\\%BOARD%");
+}
+
 TEST_F(FinalizeTest, ATakenOverExportSaysNothing) {
   const std::wstring name = L"TAVORIN.Kestrune." + Decimal(GetCurrentProcessId());
   const FileHandle slot(CreateMailslotW((L"\\\\.\\mailslot\\" + name).c_str(), 0, 0, nullptr));
   Settings(L"[Target]\nEnabled=1\nExecutablePath=" + TestProgramPath(L"child_recorder") +
            L"\nArguments=%ODBPP%\nMailslotName=" + name + L"\n");
   const FinalizeOutcome outcome =
-      DeliverExport(folders_.local, native_, L"Main.PcbDoc", 50000, desktop_);
+      DeliverExport(folders_.local, native_, L"Main.PcbDoc", 50000, doors_);
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.message, L"");
   std::string message(2000, '\0');
@@ -275,7 +327,7 @@ class FinalizeInScarcity : public FinalizeTest {
     outcome_.reset();
     const ScarceMemory memory(allowed, refused);
     try {
-      outcome_ = DeliverExport(folders_.local, native_, board_, std::nullopt, desktop_);
+      outcome_ = DeliverExport(folders_.local, native_, board_, std::nullopt, doors_);
     } catch (const std::bad_alloc&) {
       // The dispatch tells the user.
     }

@@ -45,5 +45,13 @@ TEST(BridgeFileNames, FilesOfTheProjectAreTakenFromTheStart) {
   EXPECT_TRUE(names.Take(L"Bridge.SchDoc"));
 }
 
+TEST(BridgeFileNames, AStreamHasTheNameOfItsFile) {
+  BridgeFileNames names;
+  EXPECT_FALSE(names.Take(L"ready.txt::$DATA"));
+  EXPECT_FALSE(names.Take(L"Bridge.PcbDoc:board"));
+  EXPECT_TRUE(names.Take(L"Panel.PcbDoc:a"));
+  EXPECT_FALSE(names.Take(L"Panel.PcbDoc"));
+}
+
 }  // namespace
 }  // namespace kestrune

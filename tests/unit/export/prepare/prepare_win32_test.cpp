@@ -9,6 +9,7 @@
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/unix_link_win32.h"
+#include "tests/support/scripted_calls_win32.h"
 #include "tests/support/unknown_folders_win32.h"
 
 namespace kestrune {
@@ -37,7 +38,9 @@ class PreparationTest : public ExportTest {
     }
   }
 
-  int Prepare() { return PrepareTemporaryProject({board_, list_, manifest_, {}}); }
+  int Prepare() {
+    return PrepareTemporaryProject({board_, list_, manifest_, {}}, folder_calls_, calls_);
+  }
 
   std::wstring Temporary(std::wstring_view name) const {
     return JoinPath(folders_.temporary, name);
@@ -46,6 +49,8 @@ class PreparationTest : public ExportTest {
   std::wstring board_;
   std::wstring list_;
   std::wstring manifest_;
+  FolderCalls folder_calls_;
+  ScriptedCalls calls_;
 };
 
 TEST_F(PreparationTest, BuildsTheProjectInAFolderThatWasNeverThere) {
@@ -147,14 +152,14 @@ TEST_F(PreparationTest, ATemporaryRootThatSomebodyHasOpenForAMomentIsMadeAgain) 
 
 TEST_F(PreparationTest, WithoutLocalApplicationDataItEndsSilentlyWithTwo) {
   UnknownFolders folders;
-  EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders), 2);
+  EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders, calls_), 2);
   EXPECT_THAT(Log(), IsEmpty());
 }
 
 TEST_F(PreparationTest, WithoutPublicDocumentsItEndsSilentlyWithThree) {
   UnknownFolders folders;
   folders.listed_profile = L"C:\\profile";
-  EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders), 3);
+  EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders, calls_), 3);
   EXPECT_THAT(Log(), IsEmpty());
 }
 
@@ -172,13 +177,80 @@ TEST_F(PreparationTest, ASourceWhosePresenceCannotBeAskedIsRejected) {
   EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
 }
 
-TEST_F(PreparationTest, AnOversizedListFailsBeforeAnythingIsTouched) {
+TEST_F(PreparationTest, AListHasNoLimitOfItsOwn) {
+  PutFile(Scratch(L"Panel.PcbDoc"), "panel");
+  PutFile(list_, std::string(std::size_t{65} << 20, '\n') + Utf8FromWide(Scratch(L"Panel.PcbDoc")));
+  EXPECT_EQ(Prepare(), 0);
+  EXPECT_EQ(FileBytes(Temporary(L"Panel.PcbDoc")), "panel");
+}
+
+TEST_F(PreparationTest, AListThatMemoryCannotHoldFailsBeforeAnythingIsTouched) {
   ASSERT_EQ(Prepare(), 0);
-  PutSparseFile(list_, (std::uint64_t{64} << 20) + 1);
+  PutSparseFile(list_, std::uint64_t{5} << 30);
   EXPECT_EQ(Prepare(), 4);
-  EXPECT_EQ(Log().back(),
-            "Stage: Prepare failed | Error=Dependency list is too large GetLastError=223");
+  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=Not enough memory. GetLastError=8");
   EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
+}
+
+/// Every local user may make a link in the place of the product's folder.
+TEST_F(PreparationTest, ALinkAboveTheTemporaryRootIsRefused) {
+  const std::wstring victim = Scratch(L"victim");
+  const std::wstring product(ParentPath(folders_.temporary));
+  PutFile(JoinPath(victim, L"Temp\\file"), "precious");
+  ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(product))));
+  if (!MakeDirectoryLink(product, victim)) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  const int code = Prepare();
+  RemoveLink(product);
+  EXPECT_EQ(code, 4);
+  EXPECT_EQ(FileBytes(JoinPath(victim, L"Temp\\file")), "precious");
+  EXPECT_THAT(NamesIn(JoinPath(victim, L"Temp")), ElementsAre(L"file"));
+  EXPECT_EQ(Log().back(),
+            "Stage: Prepare failed | Error=A link is in the place of a folder GetLastError=4395 "
+            "Path=" +
+                Utf8FromWide(product));
+}
+
+TEST_F(PreparationTest, ARootThatSomebodyStandsInStaysWhole) {
+  ASSERT_EQ(Prepare(), 0);
+  const FileHandle held(CreateFileW(folders_.temporary.c_str(), FILE_TRAVERSE | SYNCHRONIZE,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  ASSERT_TRUE(held);
+  EXPECT_EQ(Prepare(), 4);
+  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=remove GetLastError=32 Path=" +
+                              Utf8FromWide(folders_.temporary));
+  EXPECT_THAT(NamesIn(folders_.temporary),
+              ElementsAre(L"Bridge.OutJob", L"Bridge.PcbDoc", L"Bridge.PrjPcb", L"ready.txt"));
+}
+
+TEST_F(PreparationTest, AShortNameOfAReservedFileIsACollision) {
+  ASSERT_EQ(Prepare(), 0);
+  wchar_t name[MAX_PATH] = {};
+  ASSERT_NE(GetShortPathNameW(Temporary(L"Bridge.PcbDoc").c_str(), name, MAX_PATH), 0U);
+  const std::wstring embedded = Scratch(FileName(name));
+  if (FileName(name) == L"Bridge.PcbDoc") {
+    GTEST_SKIP() << "this disk has no short names";
+  }
+  PutFile(embedded, "embedded");
+  PutFile(list_, Utf8FromWide(embedded) + "\r\n");
+  EXPECT_EQ(Prepare(), 7);
+  EXPECT_EQ(FileBytes(Temporary(L"Bridge.PcbDoc")), "board");
+}
+
+TEST_F(PreparationTest, AnEmbeddedBoardReplacesNothing) {
+  const std::wstring embedded = Scratch(L"Panel.PcbDoc");
+  PutFile(embedded, "embedded");
+  PutFile(list_, Utf8FromWide(embedded) + "\r\n");
+  calls_.before = [&](const SystemCall& call) -> std::optional<DWORD> {
+    if (call.name == "Copy" && call.other.ends_with(L"\\Panel.PcbDoc")) {
+      PutFile(Temporary(L"Panel.PcbDoc"), "somebody's");
+    }
+    return std::nullopt;
+  };
+  EXPECT_EQ(Prepare(), 7);
+  EXPECT_EQ(FileBytes(Temporary(L"Panel.PcbDoc")), "somebody's");
 }
 
 TEST_F(PreparationTest, ABoardNamedLikeTheSignOfCompletionIsACollision) {
@@ -199,13 +271,15 @@ TEST_F(PreparationTest, AnOldFileInUseFailsWithItsCode) {
   ASSERT_EQ(Prepare(), 0);
   const FileHandle held = HoldOpen(Temporary(L"ready.txt"), GENERIC_READ, FILE_SHARE_READ);
   EXPECT_EQ(Prepare(), 4);
-  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=remove GetLastError=32");
+  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=remove GetLastError=32 Path=" +
+                              Utf8FromWide(Temporary(L"ready.txt")));
 }
 
 TEST_F(PreparationTest, AFailedCopyIsLoggedWithItsCode) {
   const FileHandle held = HoldOpen(board_, GENERIC_READ, 0);
   EXPECT_EQ(Prepare(), 4);
-  EXPECT_EQ(Log().back(), "Stage: Prepare failed | Error=copy GetLastError=32");
+  EXPECT_EQ(Log().back(),
+            "Stage: Prepare failed | Error=copy GetLastError=32 Path=" + Utf8FromWide(board_));
 }
 
 TEST_F(PreparationTest, CopiesOfReadOnlyFilesCanBeWritten) {
@@ -238,17 +312,21 @@ TEST_F(PreparationTest, FieldsThatChangedAreLoggedInTheirOrder) {
   EXPECT_THAT(log.back(), StartsWith("Stage: Prepare complete | Project="));
 }
 
-TEST_F(PreparationTest, ANameThatTheCodePageLacksIsCopiedButFailsTheProject) {
+TEST_F(PreparationTest, ANameThatTheCodePageLacksIsFoundBeforeCopies) {
   if (GetACP() == CP_UTF8) {
     GTEST_SKIP() << "the code page of this system holds every character";
   }
   const std::wstring embedded = Scratch(L"\u4E00\u0E01.PcbDoc");
   PutFile(embedded, "embedded");
-  PutFile(list_, Utf16WithMark(embedded));
+  PutFile(Scratch(L"First.PcbDoc"), "first");
+  PutFile(list_, Utf16WithMark(Scratch(L"First.PcbDoc") + L"\r\n" + embedded));
   EXPECT_EQ(Prepare(), 4);
-  EXPECT_EQ(Log().back(),
-            "Stage: Prepare failed | Error=Cannot finish temporary project GetLastError=1113");
-  EXPECT_TRUE(Exists(Temporary(L"\u4E00\u0E01.PcbDoc")));
+  EXPECT_EQ(
+      Log().back(),
+      "Stage: Prepare failed | Error=Cannot finish temporary project GetLastError=1113 Path=" +
+          Utf8FromWide(embedded));
+  EXPECT_FALSE(Exists(Temporary(L"First.PcbDoc")));
+  EXPECT_FALSE(Exists(Temporary(L"\u4E00\u0E01.PcbDoc")));
   EXPECT_FALSE(Exists(Temporary(L"ready.txt")));
 }
 

@@ -13,6 +13,7 @@
 #include "common/text.h"
 #include "install/deploy/refusal.h"
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/remove_tree_win32.h"
 #include "tests/support/scripted_calls_win32.h"
 #include "tests/support/small_disk_win32.h"
 #include "tests/support/unix_link_win32.h"

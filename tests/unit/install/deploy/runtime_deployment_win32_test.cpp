@@ -14,6 +14,7 @@
 #include "install/deploy/refusal.h"
 #include "install/deploy/runtime_script_win32.h"
 #include "tests/support/install_fixture_win32.h"
+#include "tests/support/remove_tree_win32.h"
 #include "tests/support/shell_folder_override_win32.h"
 #include "tests/support/small_disk_win32.h"
 

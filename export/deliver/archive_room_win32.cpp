@@ -1,0 +1,65 @@
+#include "export/deliver/archive_room_win32.h"
+
+#include <cstdint>
+#include <optional>
+
+#include "common/file_time_win32.h"
+#include "common/file_win32.h"
+#include "common/owners_win32.h"
+#include "common/path.h"
+
+namespace kestrune {
+namespace {
+
+/// The root of the drive on which the folder really lies; empty for a share or an unnamed volume.
+std::wstring DriveOf(const ExtendedPath& folder, SystemCalls& calls) {
+  constexpr std::wstring_view prefix = L"\\\\?\\";
+  const FileHandle handle(
+      calls.Create(folder, {0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                            OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr}));
+  std::wstring path(std::size_t{32768}, L'\0');
+  const DWORD size =
+      handle ? calls.GetFinalPath(handle.Get(), path.data(), static_cast<DWORD>(path.size()), 0)
+             : 0;
+  path.resize(size < path.size() ? size : 0);
+  const bool has_drive = path.starts_with(prefix) && path.size() > prefix.size() + 1 &&
+                         path[prefix.size() + 1] == L':';
+  return has_drive ? path.substr(prefix.size(), 2) + L"\\" : std::wstring();
+}
+
+bool IsLocal(const ExtendedPath& folder, SystemCalls& calls) {
+  const std::wstring drive = DriveOf(folder, calls);
+  const UINT kind = drive.empty() ? DRIVE_UNKNOWN : calls.GetDriveKind(drive);
+  return kind == DRIVE_FIXED || kind == DRIVE_REMOVABLE || kind == DRIVE_RAMDISK;
+}
+
+/// The size of a file whose bytes all lie where it is; nothing for any other entry.
+std::optional<std::uint64_t> PlainSize(const std::wstring& path, SystemCalls& calls) {
+  constexpr DWORD others = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT |
+                           FILE_ATTRIBUTE_COMPRESSED | FILE_ATTRIBUTE_SPARSE_FILE;
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!calls.GetAttributes(ExtendedPath(path), &data) || (data.dwFileAttributes & others) != 0) {
+    return std::nullopt;
+  }
+  return JoinWords(data.nFileSizeHigh, data.nFileSizeLow);
+}
+
+}  // namespace
+
+bool CertainlyLacksRoom(const std::wstring& native_zip, const std::wstring& destination,
+                        SystemCalls& calls) {
+  const std::optional<std::uint64_t> former = PlainSize(destination, calls);
+  const std::optional<std::uint64_t> size = PlainSize(native_zip, calls);
+  const ExtendedPath folder(JoinPath(ParentPath(destination), L""));
+  ULARGE_INTEGER available{};
+  ULARGE_INTEGER total{};
+  DWORD cluster = 0;
+  if (!former || !size || !IsLocal(folder, calls) || !calls.GetSpace(folder, &available, &total) ||
+      total.QuadPart == 0 || !calls.GetClusterSize(folder, &cluster) || cluster == 0) {
+    return false;
+  }
+  const std::uint64_t freed = (*former + cluster - 1) / cluster * cluster;
+  return *size > freed && *size - freed > available.QuadPart;
+}
+
+}  // namespace kestrune

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+#include "common/failure.h"
+#include "common/tree_removal_win32.h"
+
+namespace kestrune {
+
+/// RemoveTree for the cleaning up of a test. False with the thread's last error.
+inline bool RemoveTree(const std::wstring& path) {
+  SystemCalls calls;
+  try {
+    RemoveTree(path, calls);
+    return true;
+  } catch (const Failure& failure) {
+    SetLastError(failure.code);
+    return false;
+  }
+}
+
+}  // namespace kestrune

@@ -1,0 +1,99 @@
+#include "export/deliver/archive_room_win32.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/support/export_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+/// The real files on a disk of the test's making.
+class MadeDisk final : public SystemCalls {
+ public:
+  std::uint64_t available = 0;
+  std::uint64_t total = std::uint64_t{1} << 20;
+  DWORD cluster = 4096;
+  UINT kind = DRIVE_FIXED;
+  std::wstring final_path = L"\\\\?\\C:\\out";
+  DWORD more_attributes = 0;
+
+  BOOL GetSpace(const ExtendedPath&, ULARGE_INTEGER* free, ULARGE_INTEGER* all) override {
+    free->QuadPart = available;
+    all->QuadPart = total;
+    return TRUE;
+  }
+  BOOL GetClusterSize(const ExtendedPath&, DWORD* bytes) override {
+    *bytes = cluster;
+    return TRUE;
+  }
+  UINT GetDriveKind(const std::wstring& root) override {
+    EXPECT_EQ(root, L"C:\\");
+    return kind;
+  }
+  DWORD GetFinalPath(HANDLE, wchar_t* path, DWORD, DWORD) override {
+    std::ranges::copy(final_path, path);
+    return static_cast<DWORD>(final_path.size());
+  }
+  BOOL GetAttributes(const ExtendedPath& path, WIN32_FILE_ATTRIBUTE_DATA* data) override {
+    const BOOL answered = SystemCalls::GetAttributes(path, data);
+    data->dwFileAttributes |= more_attributes;
+    return answered;
+  }
+};
+
+class ArchiveRoomTest : public ExportTest {
+ protected:
+  void SetUp() override {
+    ExportTest::SetUp();
+    PutFile(Scratch(L"out\\Main.zip"), std::string(50'000, 'f'));
+  }
+
+  bool LacksRoom(std::size_t size) {
+    PutFile(Scratch(L"native.zip"), std::string(size, 'z'));
+    return CertainlyLacksRoom(Scratch(L"native.zip"), Scratch(L"out\\Main.zip"), disk_);
+  }
+
+  MadeDisk disk_;
+};
+
+TEST_F(ArchiveRoomTest, TheFormerArchiveGivesItsBlocksBack) {
+  EXPECT_FALSE(LacksRoom(53'000));
+  EXPECT_FALSE(LacksRoom(53'248));
+  EXPECT_TRUE(LacksRoom(53'249));
+  disk_.available = 4096;
+  EXPECT_FALSE(LacksRoom(53'249));
+}
+
+TEST_F(ArchiveRoomTest, NothingIsLostWithoutAFormerArchive) {
+  ASSERT_TRUE(DeleteFileW(Scratch(L"out\\Main.zip").c_str()));
+  EXPECT_FALSE(LacksRoom(100'000));
+}
+
+TEST_F(ArchiveRoomTest, AShareIsTried) {
+  disk_.final_path = L"\\\\?\\UNC\\server\\share";
+  EXPECT_FALSE(LacksRoom(100'000));
+  disk_.final_path = L"\\\\?\\C:\\out";
+  disk_.kind = DRIVE_REMOTE;
+  EXPECT_FALSE(LacksRoom(100'000));
+}
+
+TEST_F(ArchiveRoomTest, ADiskThatDoesNotSayIsTried) {
+  disk_.total = 0;
+  EXPECT_FALSE(LacksRoom(100'000));
+  disk_.total = 1;
+  disk_.cluster = 0;
+  EXPECT_FALSE(LacksRoom(100'000));
+}
+
+TEST_F(ArchiveRoomTest, ALinkOrCompressedArchiveIsTried) {
+  for (const DWORD attribute :
+       {DWORD{FILE_ATTRIBUTE_REPARSE_POINT}, DWORD{FILE_ATTRIBUTE_COMPRESSED}}) {
+    disk_.more_attributes = attribute;
+    EXPECT_FALSE(LacksRoom(100'000));
+  }
+}
+
+}  // namespace
+}  // namespace kestrune
