@@ -2188,11 +2188,14 @@ begin
   CheckRows(Row('SIGNAL|A|||9|some') + Row('SIGNAL|B|||absent|none'),
     'The board has 2 copper layers, but the archive holds 1.');
   CheckRows(Row('DOCUMENT|TOP_LAYER|||9|some'), 'The board has 2 copper layers, but the archive holds 0.');
+  // A layer of a number that is not known may be one that is counted already.
+  NewBoard(Board1).AddCopper(5000);
+  CheckRows(Row('SIGNAL|A|||9|some'), '');
 end;
 
 procedure NamesTellPlatedDrillsApart;
 var
-  Plated, Unplated: string;
+  Masks, Plated, Unplated: string;
 begin
   with NewBoard(Board1) do
   begin
@@ -2200,17 +2203,18 @@ begin
     AddUnplatedHole;
   end;
   Answers := Simulated;
-  Plated := CopperRows + Row('SOLDER_MASK|A|||9|some') + Row('SOLDER_MASK|B|||9|some');
-  Unplated := Plated + Row('DRILL|DRILL_NON-PLATED_A-B|A|B|9|some');
-  Plated := Plated + Row('DRILL|DRILL_PLATED_A-B|A|B|9|some');
+  Masks := CopperRows + Row('SOLDER_MASK|A|||9|some') + Row('SOLDER_MASK|B|||9|some');
+  Unplated := Masks + Row('DRILL|DRILL_NON-PLATED_A-B|A|B|9|some');
+  Plated := Masks + Row('DRILL|DRILL_PLATED_A-B|A|B|9|some');
   CheckRows(Plated, 'The board has holes without plating, but the archive holds no drill layer for them.');
   CheckRows(Unplated, 'The board has plated holes, but the archive holds no drill layer for them.');
   CheckRows(Plated + Row('DRILL|NPTH|A|B|9|some'), '');
+  CheckRows(Masks + Row('DRILL|NPTH|A|B|9|some'),
+    'The board has plated holes, but the archive holds no drill layer for them.');
   CheckRows(Plated + Row('DRILL|NPTH|A|B|106|none'),
     'The board has holes without plating, but the archive holds no drill layer for them.');
   CheckRows(Plated + Row('DRILL|HOLES|A|B|9|unknown'), '');
-  CheckRows(CopperRows + Row('SOLDER_MASK|A|||9|some') + Row('SOLDER_MASK|B|||9|some')
-    + Row('DRILL|DRILL_GUIDE|||106|none'), 'The board has 2 holes, but the drill layers of the archive are empty.');
+  CheckRows(Masks + Row('DRILL|DRILL_GUIDE|||106|none'), 'The board has 2 holes, but the drill layers of the archive are empty.');
 end;
 
 procedure SidesNeedTheirMasks;
@@ -2221,7 +2225,9 @@ begin
   Answers := Simulated;
   Rows := CopperRows + Row('SOLDER_PASTE|BOTTOM_PASTE|||176|none');
   CheckRows(Rows + Row('SOLDER_MASK|TOP_S|||9|some') + Row('SOLDER_MASK|BOTTOM_S|||9|none'), '');
-  CheckRows(Rows + Row('SOLDER_MASK|A|||9|some') + Row('SOLDER_MASK|STOPMASK_2|||9|some'), '');
+  CheckRows(Rows + Row('SOLDER_MASK|STOPMASK_1|||9|some') + Row('SOLDER_MASK|STOPMASK_2|||9|some'), '');
+  CheckRows(Rows + Row('SOLDER_MASK|BOTTOM_S|||9|some'),
+    'The board has a solder mask on the top side, but the archive holds none.');
   CheckRows(Rows + Row('SOLDER_MASK|TOP_S|||9|some'),
     'The board has a solder mask on the bottom side, but the archive holds none.');
   CheckRows(Rows + Row('SOLDER_MASK|A|||9|some'),
