@@ -1,6 +1,6 @@
 """check_script.py FOLDER FREE [MORE]: refuses in the script files of a folder what the host's interpreter is
 known not to accept, or to accept and misunderstand, although a Pascal compiler takes it, and every
-member of the host that no public script uses (host_members.txt). FREE is the one routine that the host
+member of the host that no public script uses (members/script.txt). FREE is the one routine that the host
 may offer to run. MORE is a list of further members, of a script that finds out about them; such a script
 may also call what stops the interpreter.
 
@@ -10,9 +10,10 @@ import pathlib
 import re
 import sys
 
-import host_members
-
-HERE = pathlib.Path(__file__).resolve().parent
+MEMBERS = pathlib.Path(__file__).resolve().parent / "members"
+sys.path.insert(0, str(MEMBERS))
+sys.dont_write_bytecode = True
+import host_members  # noqa: E402
 
 STOPS_WHY = "an error in it stops the interpreter, or it fails silently"
 # pattern, why, a piece of code that must be refused
@@ -152,7 +153,7 @@ def check_file(path):
 
 def check_members(folder, more):
     """Of all files together: the units of a project share one name space."""
-    listed = host_members.Listed((HERE / "host_members.txt").read_text() + more)
+    listed = host_members.Listed((MEMBERS / "script.txt").read_text() + more)
     code = "".join(strip_comments(p.read_text("latin-1"))[0] for p in sorted(folder.glob("*.pas")))
     return host_members.uses(code, listed)[1]
 
