@@ -995,6 +995,7 @@ Begin
         If Line = '' Then
         Begin
             If KsMustEnd(0) Then EndLooks := EndLooks + 1;
+            If KsQuits(0) Then EndLooks := EndSeconds * KsLooksPerSecond + 1;
             Looks := Looks + 1;
             If EndLooks <= EndSeconds * KsLooksPerSecond Then KsRest(0);
         End;
@@ -1169,11 +1170,8 @@ Begin
         End;
     End
     Else
-    Begin
-        For I := 1 To 16 Do
-            KsNoteIfUsed(eMechanical1 + I - 1, 'Mechanical' + IntToStr(I) + 'Plot');
-        For I := 17 To 32 Do KsNoteMechanical(I);
-    End;
+        // A filter by a mechanical layer is said not to work in hosts of that age.
+        For I := 1 To 32 Do KsNoteMechanical(I);
 End;
 
 Procedure KsCollectFixed(Dummy : Integer);

@@ -40,6 +40,7 @@ var
   OpenFiles: Classes.TStringList;
   OnDelete: procedure(const Path: string);
   OnFileError: procedure(const Where: string);   // a file cannot be created; may not return
+  OverwritingFails: Boolean;   // a file of an existing name cannot be created
   Forbidden: string;       // nothing whose path begins so can be created
 
 const
@@ -161,7 +162,7 @@ end;
 
 procedure Rewrite(var F: TextFile);
 begin
-  if DiskIsFull or FileExists(F.Path) or (OpenFiles.IndexOf(F.Path) >= 0)
+  if DiskIsFull or (OverwritingFails and FileExists(F.Path)) or (OpenFiles.IndexOf(F.Path) >= 0)
     or not SysUtils.DirectoryExists(ExtractFileDir(UnixPath(F.Path))) then
     if Assigned(OnFileError) then OnFileError('Rewrite');
   WriteBytes(F.Path, '');
@@ -295,7 +296,7 @@ var
   I: Integer;
   Bytes: string;
 begin
-  if DiskIsFull or FileExists(FileName) or not SysUtils.DirectoryExists(ExtractFileDir(UnixPath(FileName))) or ((Forbidden <> '') and (Pos(Forbidden, FileName) = 1)) then
+  if DiskIsFull or (OverwritingFails and FileExists(FileName)) or not SysUtils.DirectoryExists(ExtractFileDir(UnixPath(FileName))) or ((Forbidden <> '') and (Pos(Forbidden, FileName) = 1)) then
     if Assigned(OnFileError) then OnFileError('TStringList.SaveToFile');
   Bytes := '';
   for I := 0 to Count - 1 do Bytes := Bytes + Strings[I] + #13#10;

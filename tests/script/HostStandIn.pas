@@ -466,6 +466,7 @@ begin
   NestedIteratorsWork := IsReported(Lines, 'iterators.nested', 'works', 'stops');
   DocumentsStayLoaded := IsReported(Lines, 'close.documents', 'stay', 'go');
   FileErrorsAreCaught := IsReported(Lines, 'error.file', 'caught', 'stops');
+  OverwritingFails := not FileErrorsAreCaught;
   ReadMissingMembers(Lines);
   Lines.Free;
 end;
