@@ -264,7 +264,7 @@ var
   // what a report of a host decides
   FocusPumps, FocusMilliseconds: Integer;
   ModifiedIsSeen, LayerFlagsAreSeen, SavesAreWritten, NestedIteratorsWork, DocumentsStayLoaded,
-    FileErrorsAreCaught: Boolean;
+    FileErrorsAreCaught, GlobalsAreKept: Boolean;
   MissingMembers: Classes.TStringList;
 
   // what tests look at
@@ -466,6 +466,7 @@ begin
   NestedIteratorsWork := IsReported(Lines, 'iterators.nested', 'works', 'stops');
   DocumentsStayLoaded := IsReported(Lines, 'close.documents', 'stay', 'go');
   FileErrorsAreCaught := IsReported(Lines, 'error.file', 'caught', 'stops');
+  GlobalsAreKept := IsReported(Lines, 'globals.kept', 'yes', 'no');
   OverwritingFails := not FileErrorsAreCaught;
   ReadMissingMembers(Lines);
   Lines.Free;
