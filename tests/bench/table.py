@@ -36,6 +36,7 @@ print("|---|---|---|---|")
 print(f"| start to exit of a mode that does nothing, against an empty program with the same import "
       f"list | {pair('start')} |")
 print(f"| `--finalize` of {megabytes} MiB to an application, against one `CopyFileW` | {pair('copy')} |")
+print(f"| `--prepare` of a panel of 200 boards of 1 MiB, against copying them | {pair('panel')} |")
 print(f"| `--inspect` of {megabytes} MiB with 60 layers, against a mode that does nothing | {pair('inspect')} |")
 print("\n| `--install` under Wine over | whole, median | each further instance |")
 print("|---|---|---|")
