@@ -2,10 +2,12 @@
 """Tests of tools/release: a tag that is not the version, files that are not the tagged ones; and of the
 list of tests that a run on Windows must not skip."""
 import contextlib
+import fnmatch
 import hashlib
 import io
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -156,6 +158,17 @@ class MustRun(unittest.TestCase):
             names = listing or [name for tests in states.values() for name in tests]
             with contextlib.redirect_stdout(io.StringIO()):
                 return run.must_run(Machine(names, control), root, root)
+
+    def test_its_names_stand_in_the_sources(self):
+        sources = "".join(path.read_text() for path in (PROJECT / "tests").rglob("*_test.cpp"))
+        names = [f"{suite}.{name}" for suite, name in
+                 re.findall(r"^TEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\)", sources, re.M)]
+        rows = [line.split() for line in (PROJECT / "tests/windows/must-run.txt").read_text().splitlines()
+                if line and not line.startswith("#")]
+        self.assertGreaterEqual(len(rows), 5)
+        for _, user, needs, pattern in rows:
+            self.assertTrue(fnmatch.filter(names, pattern), pattern)
+            self.assertIn((user, needs), {("first", "-"), ("second", "uac"), ("both", "-"), ("second", "-")})
 
     def test_what_was_run_is_no_problem(self):
         self.assertEqual(self.problems("system_tests both - A.*\n",
