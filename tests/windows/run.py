@@ -74,7 +74,10 @@ def listed(machine, tree, results, program):
     listing = results / f"{program}.listing"
     machine.run(find(tree, program), "--gtest_list_tests",
                 f"--gtest_output=xml:{machine.path(listing)}")
-    return [name for name, _ in cases(listing)]
+    # A listing, unlike a report, names the suite at the suite alone.
+    return [f"{suite.get('name')}.{case.get('name')}"
+            for suite in ElementTree.parse(listing).getroot().iter("testsuite")
+            for case in suite.iter("testcase")]
 
 
 def must_run(machine, tree, results):
