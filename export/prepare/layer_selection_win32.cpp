@@ -40,17 +40,21 @@ bool WriteSelected(const std::wstring& path, std::string_view job,
   return file.Finish();
 }
 
+bool TryRename(const std::wstring& source, const std::wstring& target, SystemCalls& calls) {
+  return calls.Move(ExtendedPath(source), ExtendedPath(target), MOVEFILE_REPLACE_EXISTING) != FALSE;
+}
+
 /// Where the old job cannot be renamed over, taking it away first may help.
-bool Replace(const std::wstring& temporary, const std::wstring& target, ReplaceCalls& calls) {
-  if (calls.Rename(temporary, target)) {
+bool Replace(const std::wstring& temporary, const std::wstring& target, SystemCalls& calls) {
+  if (TryRename(temporary, target, calls)) {
     return true;
   }
-  calls.Delete(target);
-  return calls.Rename(temporary, target);
+  calls.Delete(ExtendedPath(target));
+  return TryRename(temporary, target, calls);
 }
 
 std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
-                                           const std::wstring& manifest, ReplaceCalls& calls) {
+                                           const std::wstring& manifest, SystemCalls& calls) {
   const UsedLayers used =
       ParseUsedLayers(ReadOrFail(manifest, L"Cannot read the used-layer manifest: "));
   const std::string job = ReadOrFail(out_job, L"Cannot read the temporary OutJob: ");
@@ -63,7 +67,7 @@ std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
     throw Failure{L"Cannot write the temporary OutJob update.", 0};
   }
   if (!Replace(temporary, out_job, calls)) {
-    calls.Delete(temporary);
+    calls.Delete(ExtendedPath(temporary));
     throw Failure{L"Cannot replace the temporary OutJob after layer selection.", 0};
   }
   return std::move(selection->changes);
@@ -71,23 +75,9 @@ std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
 
 }  // namespace
 
-bool ReplaceCalls::Rename(const std::wstring& source, const std::wstring& target) {
-  return RenameOver(source, target);
-}
-
-void ReplaceCalls::Delete(const std::wstring& path) {
-  DeleteFileW(ExtendedPath(path).Get());
-}
-
-bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,
-                        std::vector<PlotFieldChange>& changes, std::wstring& error_text) {
-  ReplaceCalls calls;
-  return SelectOutJobLayers(out_job, manifest, changes, error_text, calls);
-}
-
 bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,
                         std::vector<PlotFieldChange>& changes, std::wstring& error_text,
-                        ReplaceCalls& calls) {
+                        SystemCalls& calls) {
   changes.clear();
   error_text.clear();
   try {

@@ -158,10 +158,11 @@ void CopyWritable(const std::wstring& source, const std::wstring& target, System
   ClearReadOnly(target);
 }
 
-bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifest) {
+bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifest,
+                        SystemCalls& calls) {
   std::vector<PlotFieldChange> changes;
   std::wstring error_text;
-  if (!SelectOutJobLayers(out_job, manifest, changes, error_text)) {
+  if (!SelectOutJobLayers(out_job, manifest, changes, error_text, calls)) {
     WriteLogEntry(L"Prepare layer selection failed",
                   L"Manifest=" + manifest + L" Error=" + error_text);
     return false;
@@ -266,7 +267,7 @@ int BuildProject(const Preparation& run, SystemCalls& calls) {
   const TemporaryFolder held(root, calls);
   CopyWritable(run.command.source_pcb, JoinPath(root, kBridgeBoard), calls);
   CopyWritable(JoinPath(run.runtime_root, kBridgeOutJob), out_job_path, calls);
-  if (!SelectLayersAndLog(out_job_path, run.command.used_layer_manifest)) {
+  if (!SelectLayersAndLog(out_job_path, run.command.used_layer_manifest, calls)) {
     return kPrepareLayerSelectionFailed;
   }
 

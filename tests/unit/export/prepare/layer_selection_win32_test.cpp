@@ -24,7 +24,10 @@ class OutJobFileTest : public ExportTest {
     }
   }
 
-  bool Select() { return SelectOutJobLayers(job_, manifest_, changes_, error_text_); }
+  bool Select() {
+    SystemCalls calls;
+    return SelectOutJobLayers(job_, manifest_, changes_, error_text_, calls);
+  }
 
   static constexpr char kJob[] =
       "\xEF[OutputGroup1]\r\n"
@@ -48,18 +51,17 @@ TEST_F(OutJobFileTest, IsRewrittenInPlaceWithNothingLeftBeside) {
 }
 
 /// Refuses the first renames, and notes every call with the names of its files.
-class RefusedRenames final : public ReplaceCalls {
+class RefusedRenames final : public SystemCalls {
  public:
   explicit RefusedRenames(int refusals) : refusals_(refusals) {}
 
-  bool Rename(const std::wstring& source, const std::wstring& target) override {
-    calls.push_back(L"rename " + std::wstring(FileName(source)) + L" " +
-                    std::wstring(FileName(target)));
-    return --refusals_ < 0 && ReplaceCalls::Rename(source, target);
+  BOOL Move(const ExtendedPath& source, const ExtendedPath& target, DWORD flags) override {
+    calls.push_back(L"rename " + std::wstring(source.Name()) + L" " + std::wstring(target.Name()));
+    return --refusals_ < 0 && SystemCalls::Move(source, target, flags);
   }
-  void Delete(const std::wstring& path) override {
-    calls.push_back(L"delete " + std::wstring(FileName(path)));
-    ReplaceCalls::Delete(path);
+  BOOL Delete(const ExtendedPath& path) override {
+    calls.push_back(L"delete " + std::wstring(path.Name()));
+    return SystemCalls::Delete(path);
   }
 
   std::vector<std::wstring> calls;
