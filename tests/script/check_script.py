@@ -193,7 +193,7 @@ def label_texts(code):
     """Label -> the texts that the script gives it."""
     texts = [(label, text) for label, text in
              re.findall(r"(\w+Label)\.Caption\s*:=\s*'([^']*)'(?!\s*\+)", code)]
-    texts += [("StepLabel", "Step 5 of 5: " + text)
+    texts += [("StepLabel", "Step 6 of 6: " + text)
               for text in re.findall(r"KsShowStep\(\d, '\w+', '([^']*)'\)", code)]
     texts.append(("TimeLabel", "Running for 86400 s."))
     longest = int(re.search(r"KsBoardNameWidth = (\d+)", code).group(1))
