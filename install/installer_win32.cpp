@@ -29,7 +29,7 @@
 #include "registration/rcs/rcs.h"
 #include "registration/rcs/toolbar_edit.h"
 #include "registration/transaction/transaction.h"
-#include "registration/transaction/windows_store_win32.h"
+#include "registration/store/windows_store_win32.h"
 
 namespace kestrune {
 namespace {

@@ -8,6 +8,7 @@
 
 #include "registration/rcs/rcs_index.h"
 #include "registration/rcs/rcs_text.h"
+#include "registration/rcs_size.h"
 
 /// How a customization file is read.
 ///
@@ -30,10 +31,6 @@
 /// text is compared or copied more often than it occurs, and the hash has a seed that no author of
 /// a file can know.
 namespace altium_registration {
-
-/// The largest customization file that is read or written (8 MiB). Real ones have some 20 KiB; the
-/// limit keeps a foreign file from filling the memory of a 32-bit process.
-inline constexpr std::size_t kMaxRcsBytes = 8'388'608;
 
 /// The deepest record: the top level counts as 0.
 inline constexpr std::uint32_t kMaxRcsDepth = 32;

@@ -28,7 +28,9 @@ struct RegistrationChange {
 /// Carries the change to file and key through the store, the file first. True when both are in the
 /// validated new state (or were already); otherwise what was changed has been put back, the key
 /// first, and `message` names the failure and whether the recovery is complete. `message` is the
-/// outcome in any case, and the operation log receives the same text.
+/// outcome in any case, and the operation log receives the same text. Whatever is thrown meanwhile
+/// is rolled back and reported so; std::bad_alloc comes out only of the very beginning, before the
+/// store is asked for anything.
 ///
 /// Every write is preceded by a check that nobody else changed the file, its security or the key;
 /// a change that the check finds is never overwritten, not even when rolling back. The registry

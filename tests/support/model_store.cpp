@@ -76,6 +76,9 @@ std::wstring ModelStore::FailureText(std::string_view operation, FaultPlace plac
 }
 
 void ModelStore::Act(const std::string& operation, const Effect& effect, Effects partial) {
+  if (dead_) {
+    throw ProcessDeath{};
+  }
   const std::string call = operation + "#" + std::to_string(++counts_[operation]);
   calls_.push_back(call);
   Effects effects = std::move(partial);

@@ -30,7 +30,7 @@ struct ModelWorld {
   std::vector<std::string> mutations;
 };
 
-/// Ends the process at this point. No handler knows it, so no clean-up decides anything after it.
+/// Ends the process at this point: every later call is thrown out of as well, without any effect.
 struct ProcessDeath {};
 
 /// Where a call goes wrong: before its effect, after it, half way through it, with DXP.RCS moved
@@ -74,6 +74,8 @@ class ModelStore final : public Store {
   [[nodiscard]] const std::vector<std::string>& Calls() const { return calls_; }
   /// Every place at which one of these calls can go wrong, in the same order.
   [[nodiscard]] const std::vector<ModelFault>& Faults() const { return offered_; }
+  /// Whether the process ended.
+  [[nodiscard]] bool Died() const { return dead_; }
   /// Whether every fault that was asked for has struck.
   [[nodiscard]] bool AllFaultsStruck() const { return struck_ == faults_.size(); }
 

@@ -7,7 +7,7 @@
 
 #include "common/failure.h"
 #include "common/path.h"
-#include "registration/transaction/windows_store_win32.h"
+#include "registration/store/windows_store_win32.h"
 #include "tests/support/disposable_profile_win32.h"
 #include "tests/support/scripted_calls_win32.h"
 #include "tests/support/test_profile_win32.h"

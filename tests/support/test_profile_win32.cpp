@@ -10,7 +10,7 @@
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "registration/transaction/global_projects.h"
-#include "registration/transaction/global_projects_key_win32.h"
+#include "registration/store/global_projects_key_win32.h"
 
 namespace altium_registration {
 

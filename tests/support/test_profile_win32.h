@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "registration/transaction/registry_value.h"
-#include "registration/transaction/windows_store_win32.h"
+#include "registration/store/windows_store_win32.h"
 
 namespace altium_registration {
 

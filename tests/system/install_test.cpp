@@ -10,7 +10,7 @@
 #include "common/path.h"
 #include "common/text.h"
 #include "registration/transaction/global_projects.h"
-#include "registration/transaction/global_projects_key_win32.h"
+#include "registration/store/global_projects_key_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/moved_profile_win32.h"
 #include "tests/support/remove_tree_win32.h"

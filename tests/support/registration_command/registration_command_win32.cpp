@@ -31,7 +31,7 @@
 #include "registration/transaction/global_projects.h"
 #include "registration/rcs/toolbar_edit.h"
 #include "registration/transaction/transaction.h"
-#include "registration/transaction/windows_store_win32.h"
+#include "registration/store/windows_store_win32.h"
 #include "tests/support/scripted_calls_win32.h"
 
 namespace altium_registration {

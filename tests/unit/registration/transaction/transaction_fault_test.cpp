@@ -98,14 +98,10 @@ Outcome RunOnce(ModelWorld& world, const std::vector<ModelFault>& faults = {},
   const RegistrationChange change = ChangeFor(world);
   Outcome outcome;
   ModelStore store(world, faults, interference);
-  try {
-    std::wstring message;
-    outcome.success = RunTransaction(store, change, message);
-    outcome.message = Utf8FromWide(message);
-  } catch (const ProcessDeath&) {
-    outcome.died = true;
-    outcome.message = "(dead)";
-  }
+  std::wstring message;
+  outcome.success = RunTransaction(store, change, message);
+  outcome.died = store.Died();
+  outcome.message = outcome.died ? "(dead)" : Utf8FromWide(message);
   outcome.calls = store.Calls();
   outcome.faults = store.Faults();
   outcome.all_faults_struck = store.AllFaultsStruck();

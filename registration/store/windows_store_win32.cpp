@@ -1,4 +1,4 @@
-#include "registration/transaction/windows_store_win32.h"
+#include "registration/store/windows_store_win32.h"
 
 #include <utility>
 
@@ -7,8 +7,9 @@
 #include "common/failure_win32.h"
 #include "common/file_time_win32.h"
 #include "common/path.h"
-#include "registration/transaction/backup_format.h"
-#include "registration/transaction/global_projects_key_win32.h"
+#include "registration/store/backup_format.h"
+#include "registration/store/global_projects_key_win32.h"
+#include "registration/store/store_files_win32.h"
 #include "registration/transaction/step_failure.h"
 
 namespace altium_registration {
@@ -86,13 +87,18 @@ void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<Registr
 /// The copy is compared with what was planned on, not with the file as it is by now.
 void WindowsStore::BackUpRcs(std::string_view rcs) {
   const ExtendedPath saved = BackupPath(kSavedRcs);
-  if (!calls_.Copy(file_.Path(), saved, TRUE)) {
-    throw FileStepFailure(L"Backup RCS", GetLastError());
+  DWORD code = TryPatiently(calls_, [&] { return calls_.Copy(file_.Path(), saved, TRUE); });
+  if (code != ERROR_SUCCESS) {
+    throw FileStepFailure(L"Backup RCS", code);
   }
-  // A copy stands in the cache only; it must not be gone when the original is replaced.
-  FileHandle copy(calls_.Create(saved, {.access = GENERIC_WRITE, .sharing = FILE_SHARE_READ}));
-  if (!copy || !calls_.Flush(copy.Get())) {
-    throw FileStepFailure(L"Backup RCS", GetLastError());
+  // A copy is in the cache only; it must not be gone when the original is replaced.
+  FileHandle copy =
+      OpenPatiently(calls_, saved, {.access = GENERIC_WRITE, .sharing = FILE_SHARE_READ}, code);
+  if (copy && !calls_.Flush(copy.Get())) {
+    code = GetLastError();
+  }
+  if (code != ERROR_SUCCESS) {
+    throw FileStepFailure(L"Backup RCS", code);
   }
   copy.Reset();
   if (ReadRcsBytes(calls_, saved) != rcs) {
@@ -144,14 +150,16 @@ void WindowsStore::AppendLog(std::string_view line) {
   if (const DWORD code = EnsureBackupDirectory(); code != ERROR_SUCCESS) {
     throw kestrune::Failure{kUnwritable, code};
   }
-  const FileHandle log(calls_.Create(
-      BackupPath(L"operation.log"),
-      {.access = FILE_APPEND_DATA, .sharing = FILE_SHARE_READ, .disposition = OPEN_ALWAYS}));
+  DWORD code = 0;
+  const FileHandle log = OpenPatiently(
+      calls_, BackupPath(L"operation.log"),
+      {.access = FILE_APPEND_DATA, .sharing = FILE_SHARE_READ, .disposition = OPEN_ALWAYS}, code);
   if (!log) {
-    kestrune::ThrowLastError(kUnwritable);
+    throw kestrune::Failure{kUnwritable, code};
   }
-  const std::string text = std::string(line) + "\r\n";
+  const std::string text = (has_torn_line_ ? "\r\n" : "") + std::string(line) + "\r\n";
   DWORD written = 0;
+  has_torn_line_ = true;
   if (!calls_.Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written)) {
     kestrune::ThrowLastError(kUnwritable);
   }
@@ -159,6 +167,7 @@ void WindowsStore::AppendLog(std::string_view line) {
   if (written != text.size()) {
     throw kestrune::Failure{kUnwritable, ERROR_WRITE_FAULT};
   }
+  has_torn_line_ = false;
   if (!calls_.Flush(log.Get())) {
     kestrune::ThrowLastError(L"Cannot flush operation log.");
   }

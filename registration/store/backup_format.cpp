@@ -1,4 +1,4 @@
-#include "registration/transaction/backup_format.h"
+#include "registration/store/backup_format.h"
 
 #include "common/text.h"
 

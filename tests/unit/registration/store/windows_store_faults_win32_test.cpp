@@ -13,7 +13,7 @@
 
 #include "common/text.h"
 #include "registration/transaction/global_projects.h"
-#include "registration/transaction/global_projects_key_win32.h"
+#include "registration/store/global_projects_key_win32.h"
 #include "registration/transaction/transaction.h"
 #include "tests/support/store_fixture_win32.h"
 

@@ -7,12 +7,12 @@
 #include <sddl.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "common/owners_win32.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/transaction/transaction.h"
+#include "registration/store/store_files_win32.h"
 #include "tests/support/store_fixture_win32.h"
 
 namespace altium_registration {
@@ -77,6 +77,13 @@ class WindowsStoreReplaceTest : public StoreTest {
   auto OnCall(int n, Hook hook) {
     return [n, hook, call = 0](const std::wstring& path, BOOL& answer) mutable {
       return ++call == n && hook(path, answer);
+    };
+  }
+  /// The script takes hold as long as a lock is waited for, and no longer.
+  template <class Hook>
+  auto UntilPatienceEnds(Hook hook) {
+    return [hook, call = 0](const std::wstring& path, BOOL& answer) mutable {
+      return ++call <= kTries && hook(path, answer);
     };
   }
   /// What Windows does when it can take the old file away and not put the new one in.
@@ -390,9 +397,8 @@ TEST_F(WindowsStoreReplaceTest, ReplacementThatStopsHalfWayIsTakenBack) {
 TEST_F(WindowsStoreReplaceTest, FileLostHalfWayComesBackFromItsDisplacedName) {
   OpenPrepared();
   ReplaceStopsHalfWay();
-  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
-    return FailWith(ERROR_SHARING_VIOLATION, answer);
-  });
+  calls->on_move = UntilPatienceEnds(
+      [](const std::wstring&, BOOL& answer) { return FailWith(ERROR_SHARING_VIOLATION, answer); });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
   EXPECT_TRUE(store->HasReplacedRcs());
   EXPECT_EQ(RollBack(), L"");
@@ -407,9 +413,8 @@ TEST_F(WindowsStoreReplaceTest, FileLostHalfWayWithAnotherProgramsTextComesBackW
     EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
     return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
   };
-  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
-    return FailWith(ERROR_SHARING_VIOLATION, answer);
-  });
+  calls->on_move = UntilPatienceEnds(
+      [](const std::wstring&, BOOL& answer) { return FailWith(ERROR_SHARING_VIOLATION, answer); });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
   EXPECT_EQ(RollBack(), kForeignContent);
   EXPECT_EQ(Rcs(), "foreign!");
@@ -499,8 +504,10 @@ TEST_F(WindowsStoreReplaceTest, FailedReplacementWhoseOutcomeCannotBeReadCountsA
     OpenPrepared();
     kestrune::FileHandle lock;
     calls->on_replace = [&](const std::wstring&, BOOL& answer) {
-      lock = kestrune::FileHandle(
-          CreateFileW(profile.Rcs().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+      if (!lock) {
+        lock.Reset(CreateFileW(profile.Rcs().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0,
+                               nullptr));
+      }
       return FailWith(ERROR_SHARING_VIOLATION, answer);
     };
     EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
@@ -509,7 +516,7 @@ TEST_F(WindowsStoreReplaceTest, FailedReplacementWhoseOutcomeCannotBeReadCountsA
       lock.Reset();
     }
     // What can be told by then to be the old file needs no rollback.
-    EXPECT_EQ(RollBack(), is_unlocked_again ? L"" : kForeignContent);
+    EXPECT_EQ(RollBack(), is_unlocked_again ? L"" : L"Read RCS (Win32 32)");
     lock.Reset();
     EXPECT_EQ(Rcs(), "old text");
     CloseAndExpectNothingLeft();
@@ -572,9 +579,8 @@ TEST_F(WindowsStoreReplaceTest, SecurityOfAFileThatComesBackFromItsDisplacedName
     EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
     return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
   };
-  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
-    return FailWith(ERROR_SHARING_VIOLATION, answer);
-  });
+  calls->on_move = UntilPatienceEnds(
+      [](const std::wstring&, BOOL& answer) { return FailWith(ERROR_SHARING_VIOLATION, answer); });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
   const FileSecurity foreign = [this] {
     kestrune::SystemCalls real;
@@ -588,9 +594,8 @@ TEST_F(WindowsStoreReplaceTest, SecurityOfAFileThatComesBackFromItsDisplacedName
 TEST_F(WindowsStoreReplaceTest, GapIsFilledFromTheDisplacedFileEvenWithADamagedBackup) {
   OpenPrepared();
   ReplaceStopsHalfWay();
-  calls->on_move = OnCall(1, [](const std::wstring&, BOOL& answer) {
-    return FailWith(ERROR_SHARING_VIOLATION, answer);
-  });
+  calls->on_move = UntilPatienceEnds(
+      [](const std::wstring&, BOOL& answer) { return FailWith(ERROR_SHARING_VIOLATION, answer); });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
   WriteFileBytes(Saved(L"DXP.RCS.before"), "damaged");
   EXPECT_EQ(RollBack(), L"");
@@ -660,14 +665,14 @@ TEST_F(WindowsStoreReplaceTest, DaclThatReadBackDifferentlyIsOurOwnWhenRollingBa
 
 TEST_F(WindowsStoreReplaceTest, SecurityThatCouldNotBeReadAfterReplacingIsKnownAllTheSame) {
   OpenPrepared();
-  bool is_replaced = false;
+  int refusals = 0;
   calls->on_replace = OnCall(1, [&](const std::wstring&, BOOL&) {
-    is_replaced = true;
+    refusals = kTries;
     return false;
   });
-  calls->on_get_security = [&](const std::wstring&, std::vector<std::byte>&) {
+  calls->on_get_security = [&](const std::wstring& path, std::vector<std::byte>&) {
     SetLastError(ERROR_ACCESS_DENIED);
-    return std::exchange(is_replaced, false);
+    return path.ends_with(L"DXP.RCS") && refusals-- > 0;
   };
   EXPECT_EQ(Commit(), L"Query RCS security size (Win32 5)");
   EXPECT_EQ(RollBack(), L"");
@@ -752,7 +757,7 @@ TEST_F(WindowsStoreReplaceTest, FileThatAnotherProgramRemovedIsNotBroughtBack) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   DeleteFileW(profile.Rcs().c_str());
-  EXPECT_EQ(RollBack(), L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
+  EXPECT_EQ(RollBack(), kForeignContent);
   EXPECT_EQ(Rcs(), "<missing>");
 }
 

@@ -1,4 +1,4 @@
-#include "registration/transaction/working_files_win32.h"
+#include "registration/store/working_files_win32.h"
 
 #include <cstdint>
 #include <cwchar>
@@ -81,7 +81,9 @@ WorkingFiles NameWorkingFiles(SystemCalls& calls, const ExtendedPath& rcs_path) 
                            std::to_wstring(counter.QuadPart);
   return {rcs_path.WithEnding(run + std::wstring(kTemporaryEnd)),
           rcs_path.WithEnding(run + std::wstring(kDisplacedEnd)),
-          rcs_path.WithEnding(L".recovery")};
+          rcs_path.WithEnding(run + L".undone" + std::wstring(kDisplacedEnd)),
+          rcs_path.WithEnding(L".recovery"),
+          rcs_path.WithEnding(run + L".recovery" + std::wstring(kDisplacedEnd))};
 }
 
 void ClearLeftovers(SystemCalls& calls, const ExtendedPath& rcs_path,

@@ -1,4 +1,4 @@
-#include "registration/transaction/global_projects_key_win32.h"
+#include "registration/store/global_projects_key_win32.h"
 
 #include "common/owners_win32.h"
 #include "registration/transaction/global_projects.h"

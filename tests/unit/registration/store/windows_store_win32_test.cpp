@@ -1,4 +1,4 @@
-#include "registration/transaction/windows_store_win32.h"
+#include "registration/store/windows_store_win32.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include "common/clock_time_win32.h"
 #include "common/file_win32.h"
 #include "common/sha256_win32.h"
-#include "registration/transaction/backup_format.h"
+#include "registration/store/backup_format.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/rcs/rcs.h"
 #include "tests/support/store_fixture_win32.h"
@@ -100,13 +100,13 @@ TEST_F(WindowsStoreTest, UnreadableSecurityIsNamedByItsStep) {
   int call = 0;
   int failing = 1;
   calls->on_get_security = [&](const std::wstring&, std::vector<std::byte>&) {
-    SetLastError(ERROR_ACCESS_DENIED);
+    SetLastError(ERROR_IO_DEVICE);
     return ++call == failing;
   };
-  EXPECT_EQ(FailureText([&] { Open(); }), L"Query RCS security size (Win32 5)");
+  EXPECT_EQ(FailureText([&] { Open(); }), L"Query RCS security size (Win32 1117)");
   call = 0;
   failing = 2;
-  EXPECT_EQ(FailureText([&] { Open(); }), L"Read RCS security (Win32 5)");
+  EXPECT_EQ(FailureText([&] { Open(); }), L"Read RCS security (Win32 1117)");
 }
 
 // Reading the file

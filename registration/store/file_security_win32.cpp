@@ -1,7 +1,8 @@
-#include "registration/transaction/file_security_win32.h"
+#include "registration/store/file_security_win32.h"
 
 #include <algorithm>
 
+#include "registration/store/store_files_win32.h"
 #include "registration/transaction/step_failure.h"
 
 namespace altium_registration {
@@ -93,15 +94,16 @@ bool FileSecurity::SameDacl(const FileSecurity& other) const {
 FileSecurity ReadFileSecurity(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                               std::wstring_view size_step, std::wstring_view read_step) {
   DWORD size = 0;
-  if (!calls.GetSecurity(path, kParts, nullptr, 0, &size)) {
-    const DWORD code = GetLastError();
-    if (code != ERROR_INSUFFICIENT_BUFFER) {
-      throw FileStepFailure(size_step, code);
-    }
+  DWORD code =
+      TryPatiently(calls, [&] { return calls.GetSecurity(path, kParts, nullptr, 0, &size); });
+  if (code != ERROR_SUCCESS && code != ERROR_INSUFFICIENT_BUFFER) {
+    throw FileStepFailure(size_step, code);
   }
   std::vector<std::byte> descriptor(size);
-  if (!calls.GetSecurity(path, kParts, descriptor.data(), size, &size)) {
-    throw FileStepFailure(read_step, GetLastError());
+  code = TryPatiently(
+      calls, [&] { return calls.GetSecurity(path, kParts, descriptor.data(), size, &size); });
+  if (code != ERROR_SUCCESS) {
+    throw FileStepFailure(read_step, code);
   }
   if (size != 0 && size < descriptor.size()) {
     descriptor.resize(size);
@@ -124,8 +126,11 @@ void WriteDacl(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                                     SE_DACL_AUTO_INHERIT_REQ)) {
     throw FileStepFailure(kStep, GetLastError());
   }
-  if (!calls.SetSecurity(path, DACL_SECURITY_INFORMATION, written.Descriptor())) {
-    throw FileStepFailure(kStep, GetLastError());
+  const DWORD code = TryPatiently(calls, [&] {
+    return calls.SetSecurity(path, DACL_SECURITY_INFORMATION, written.Descriptor());
+  });
+  if (code != ERROR_SUCCESS) {
+    throw FileStepFailure(kStep, code);
   }
 }
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "registration/transaction/rcs_file_win32.h"
+#include "registration/store/rcs_file_win32.h"
 #include "registration/transaction/store.h"
 #include "common/system_calls_win32.h"
 
@@ -57,6 +57,8 @@ class WindowsStore final : public Store {
   RcsFile file_;
   std::wstring backup_directory_;
   bool has_backup_directory_ = false;
+  /// The last line of the log may lack its end.
+  bool has_torn_line_ = false;
 };
 
 }  // namespace altium_registration

@@ -4,16 +4,21 @@
 
 namespace altium_registration {
 
-/// The files that a run keeps beside DXP.RCS while it works. The first two carry the run's process
-/// (number and start time) in their names, so that another run can tell a dead run's from a live
-/// one's.
+/// The files that a run keeps beside DXP.RCS while it works. All names but "DXP.RCS.recovery" carry
+/// the run's process (number and start time), so that another run can tell a dead run's from a live
+/// one's. Commit and rollback have displaced names of their own: a deletion that another program's
+/// handle delays blocks its name.
 struct WorkingFiles {
   /// The new text before it is put in place: "DXP.RCS.odbpp-<run>.tmp".
   kestrune::ExtendedPath temporary;
-  /// The file that a replacement moved away: "DXP.RCS.odbpp-<run>.old.tmp".
+  /// The file that the commit moved away: "DXP.RCS.odbpp-<run>.old.tmp".
   kestrune::ExtendedPath displaced;
+  /// The file that the rollback moved away: "DXP.RCS.odbpp-<run>.undone.old.tmp".
+  kestrune::ExtendedPath undone;
   /// The saved text before it is put back: "DXP.RCS.recovery".
   kestrune::ExtendedPath recovery;
+  /// The same where something is in the way of that name: "DXP.RCS.odbpp-<run>.recovery.old.tmp".
+  kestrune::ExtendedPath spare_recovery;
 };
 
 /// Whether something is at the path; false also where that cannot be asked.

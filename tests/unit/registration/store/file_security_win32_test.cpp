@@ -1,4 +1,4 @@
-#include "registration/transaction/file_security_win32.h"
+#include "registration/store/file_security_win32.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,576 @@
+// What DXP.RCS is to the object that replaces it:
+//
+//   Untouched    the file of the beginning, or another program's; nothing of ours is in its place
+//   Unknown      a replacement was called, and what became of it is not known yet
+//   Replaced     our new text; the file that it replaced was the planned one
+//   Unconfirmed  our new text; the file that it replaced was changed in the last moment, or cannot
+//                be read, and could not be put back: it is the displaced file
+//   Superseded   another program's file, while the displaced file holds the one that we took away
+//   Lost         missing: a replacement stopped between its two renames
+//
+//   Untouched --Commit--> Unknown --> Replaced
+//                            |------> Untouched    (failed without effect, or taken back)
+//                            |------> Unconfirmed, Superseded, Lost
+//   Unknown     --RollBack--> what can be found out by then
+//   Replaced    --RollBack--> Untouched; Superseded or Lost where the restoration stops half way
+//   Unconfirmed --RollBack--> Untouched: the displaced file goes back, else the saved text
+//   Lost        --RollBack--> Untouched: the displaced file goes back, else the saved text
+//
+// Every state but Untouched counts as replaced, so that no message calls a rollback complete that
+// was not tried.
+#include "registration/store/rcs_file_win32.h"
+
+#include <algorithm>
+#include <new>
+
+#include "common/failure.h"
+#include "common/file_time_win32.h"
+#include "common/owners_win32.h"
+#include "common/sha256_win32.h"
+#include "registration/store/store_files_win32.h"
+#include "registration/transaction/step_failure.h"
+
+namespace altium_registration {
+namespace {
+
+using kestrune::ExtendedPath;
+using kestrune::Failure;
+using kestrune::FileHandle;
+using kestrune::SystemCalls;
+
+constexpr std::wstring_view kSourceChanged = L"Source metadata/content changed.";
+constexpr std::wstring_view kSecurityChanged = L"Source security changed or was not preserved.";
+constexpr std::wstring_view kForeignSecurity =
+    L"Concurrent/unknown RCS security change; refusing rollback overwrite.";
+constexpr std::wstring_view kForeignContent =
+    L"Concurrent RCS change; refusing rollback overwrite.";
+constexpr std::wstring_view kChangedDuringRollback =
+    L"RCS content/security changed during rollback.";
+constexpr std::wstring_view kRollbackInvalid = L"Rollback file validation failed.";
+constexpr std::wstring_view kSecurityMismatch = L"RCS security readback mismatch.";
+constexpr std::wstring_view kReadDisplaced = L"Read displaced RCS";
+constexpr NewFileSteps kWorkingFileSteps = {
+    L"Create recovery/temp file", L"Write recovery/temp file", L"Flush recovery/temp file"};
+
+FileFacts ReadFacts(SystemCalls& calls, const ExtendedPath& path, std::wstring_view step) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!calls.GetAttributes(path, &data)) {
+    throw FileStepFailure(step, GetLastError());
+  }
+  return {data.dwFileAttributes, kestrune::JoinFileTime(data.ftLastWriteTime),
+          kestrune::JoinWords(data.nFileSizeHigh, data.nFileSizeLow)};
+}
+
+FileSecurity ReadSecurityOf(SystemCalls& calls, const ExtendedPath& path) {
+  return ReadFileSecurity(calls, path, L"Query RCS security size", L"Read RCS security");
+}
+
+bool IsIdentityRefusal(const Failure& failure) {
+  return failure.code == ERROR_INVALID_OWNER || failure.code == ERROR_INVALID_PRIMARY_GROUP ||
+         failure.code == ERROR_PRIVILEGE_NOT_HELD;
+}
+
+}  // namespace
+
+RcsFile::RcsFile(const std::wstring& path, SystemCalls& calls)
+    : calls_(calls),
+      path_(path),
+      files_(NameWorkingFiles(calls_, path_)),
+      facts_(ReadFacts(calls_, path_, L"Read profile metadata")) {
+  constexpr DWORD kUnsafe =
+      FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  if ((facts_.attributes & kUnsafe) != 0) {
+    throw Refusal(L"Unsafe/read-only RCS target.");
+  }
+  security_ = ReadSecurity();
+  own_securities_ = {security_};
+}
+
+RcsFile::~RcsFile() {
+  try {
+    DeleteWorkingFiles();
+  } catch (...) {
+    // What stays is cleared by the next run.
+  }
+}
+
+void RcsFile::DeleteWorkingFiles() const {
+  // While DXP.RCS is not there for a reason of ours, each of them may be what a user needs.
+  if (new_digest_.empty() || (state_ != State::Untouched && IsMissing(calls_, path_))) {
+    return;
+  }
+  calls_.Delete(files_.temporary);
+  if (recovery_) {
+    calls_.Delete(*recovery_);
+  }
+  for (const ExtendedPath& displaced : {files_.displaced, files_.undone}) {
+    // Anything else than the two texts that are known is somebody's, and stays.
+    const Content content = FindContent(displaced).content;
+    const bool is_kept = state_ == State::Superseded || (kept_ && kept_->first == displaced);
+    if (!is_kept && (content == Content::Old || content == Content::New)) {
+      calls_.Delete(displaced);
+    }
+  }
+}
+
+std::string RcsFile::Read() const {
+  return ReadRcsBytes(calls_, path_);
+}
+
+std::string RcsFile::ReadTemporary() const {
+  return ReadRcsBytes(calls_, files_.temporary);
+}
+
+// Preparing
+
+void RcsFile::Prepare(std::string_view new_text, std::string digest) {
+  new_digest_ = std::move(digest);
+  // The name is this run's alone: whatever is there may go.
+  bool created = false;
+  CreateWithIdentity(files_.temporary, new_text,
+                     L"Cannot preserve replacement owner/group; original RCS unchanged.", created);
+  // What a server makes of the access list is seen here, before anything is touched.
+  WriteDacl(calls_, files_.temporary, security_);
+  if (!ReadSecurityOf(calls_, files_.temporary).SameDacl(security_)) {
+    throw Refusal(kSecurityMismatch);
+  }
+}
+
+/// Creates a file with the owner and group of DXP.RCS; `refusal` says that they cannot be kept.
+/// `created` is set as soon as the file is ours to delete.
+void RcsFile::CreateWithIdentity(const ExtendedPath& path, std::string_view bytes,
+                                 std::wstring_view refusal, bool& created) const {
+  IdentityDescriptor identity(calls_, security_);
+  try {
+    FileHandle file = CreateNewFile(calls_, path, identity.Attributes(), kWorkingFileSteps.create);
+    created = true;
+    FillNewFile(calls_, std::move(file), path, bytes, kWorkingFileSteps);
+  } catch (const Failure& failure) {
+    if (IsIdentityRefusal(failure)) {
+      throw Failure{std::wstring(refusal), failure.code};
+    }
+    throw;
+  }
+  if (!ReadSecurityOf(calls_, path).SameOwnerAndGroup(security_)) {
+    calls_.Delete(path);
+    throw Refusal(refusal);
+  }
+}
+
+// Committing
+
+void RcsFile::Commit() {
+  const DWORD code =
+      ReplacePatiently(files_.temporary, files_.displaced, [&] { RequireUnchanged(); });
+  if (code == ERROR_SUCCESS) {
+    ConfirmReplacement();
+    RestoreSecurity();
+    return;
+  }
+  state_ = JudgeFailedReplacement();
+  if (state_ == State::Lost) {
+    TakeBackHalfReplacement();
+  } else if (state_ == State::Replaced) {
+    ConfirmReplacement();
+  }
+  throw FileStepFailure(L"Replace RCS", code);
+}
+
+/// Requires that neither DXP.RCS nor the temporary file changed since this object saw them.
+void RcsFile::RequireUnchanged() const {
+  const FileFacts now = ReadFacts(calls_, path_, L"Recheck profile");
+  if (now.write_time != facts_.write_time || now.size != facts_.size) {
+    throw Refusal(kSourceChanged);
+  }
+  constexpr std::wstring_view kStep = L"Replacement security changed before commit";
+  if (!(ReadFileSecurity(calls_, files_.temporary, kStep, kStep) == security_)) {
+    throw FileStepFailure(kStep, 0);
+  }
+  CheckSecurity();
+}
+
+/// Replaces DXP.RCS. A refusal that may be a lock of a moment and changed nothing is tried again,
+/// each time with everything required anew. Returns the code of the last try; the state is Replaced
+/// when it succeeded, and Unknown when it did not.
+template <class Requirement>
+DWORD RcsFile::ReplacePatiently(const ExtendedPath& replacement, const ExtendedPath& displaced,
+                                Requirement require) {
+  const State before = state_;
+  for (int tries = 1;; ++tries) {
+    require();
+    state_ = State::Unknown;
+    if (calls_.Replace(path_, replacement, displaced)) {
+      state_ = State::Replaced;
+      return ERROR_SUCCESS;
+    }
+    const DWORD code = GetLastError();
+    const bool changed_nothing =
+        Exists(calls_, path_) && Exists(calls_, replacement) && IsMissing(calls_, displaced);
+    if (tries == kTries || !MayBeALockOfAMoment(code) || !changed_nothing) {
+      return code;
+    }
+    state_ = before;
+    calls_.Wait(kPauseBetweenTries);
+  }
+}
+
+/// Says what a call that failed left of the commit, and changes nothing.
+RcsFile::State RcsFile::JudgeFailedReplacement() const {
+  switch (FindContent(path_).content) {
+    case Content::Missing:
+      return State::Lost;
+    case Content::Unreadable:
+      return State::Unknown;
+    case Content::Old:
+      return State::Untouched;
+    case Content::New:
+      if (IsMissing(calls_, files_.temporary)) {
+        return State::Replaced;
+      }
+      break;
+    case Content::Foreign:
+      break;
+  }
+  // Another program's text, perhaps the very same one from another run. If the old file was taken
+  // away for it, it must not get lost.
+  return Exists(calls_, files_.displaced) ? State::Superseded : State::Untouched;
+}
+
+/// A replacement is two renames; stopped between them it leaves no DXP.RCS at all, and the old file
+/// under its displaced name.
+void RcsFile::TakeBackHalfReplacement() {
+  if (!MoveIntoGap(files_.displaced)) {
+    state_ = JudgeFailedReplacement();
+    return;
+  }
+  state_ = State::Untouched;
+  const Content back = FindContent(path_).content;
+  if (back == Content::Foreign || back == Content::New) {
+    throw Refusal(kSourceChanged);
+  }
+}
+
+/// Requires that the file which was replaced is the one that everything was planned on, and drops
+/// it. Any other one goes back, also one that cannot be read: it was in the place of DXP.RCS.
+void RcsFile::ConfirmReplacement() {
+  state_ = State::Unconfirmed;
+  const Judgement judgement = JudgeDisplaced(files_.displaced, Content::Old);
+  if (judgement.verdict == Verdict::Expected) {
+    state_ = State::Replaced;
+    DropDisplaced(files_.displaced);
+    own_securities_.push_back(ReadSecurity());
+    return;
+  }
+  if (PutDisplacedBack(files_.displaced, Content::New)) {
+    state_ = State::Untouched;
+  }
+  if (judgement.verdict == Verdict::Unreadable) {
+    throw FileStepFailure(kReadDisplaced, judgement.code);
+  }
+  throw Refusal(judgement.verdict == Verdict::ForeignSecurity ? kSecurityChanged : kSourceChanged);
+}
+
+/// Compares a displaced file with what was to be displaced: `expected`, with a security of ours.
+RcsFile::Judgement RcsFile::JudgeDisplaced(const ExtendedPath& displaced, Content expected) const {
+  const Finding found = FindContent(displaced);
+  if (found.content == Content::Unreadable || found.content == Content::Missing) {
+    return {Verdict::Unreadable, found.code};
+  }
+  if (found.content != expected) {
+    return {Verdict::ForeignContent};
+  }
+  try {
+    const bool is_own = IsOwn(ReadSecurityOf(calls_, displaced));
+    return {is_own ? Verdict::Expected : Verdict::ForeignSecurity};
+  } catch (const Failure& failure) {
+    return {Verdict::Unreadable, failure.code};
+  }
+}
+
+void RcsFile::DropDisplaced(const ExtendedPath& displaced) const {
+  static_cast<void>(TryPatiently(calls_, [&] { return calls_.Delete(displaced); }));
+}
+
+/// Puts a displaced file back over DXP.RCS, where that holds the text that we put there and no
+/// security that it alone has.
+bool RcsFile::PutDisplacedBack(const ExtendedPath& displaced, Content ours) const {
+  for (int tries = 1;; ++tries) {
+    if (FindContent(path_).content != ours || !(HasOwnSecurity() || HasSecurityOf(displaced))) {
+      return false;
+    }
+    if (calls_.Move(displaced, path_, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+      return true;
+    }
+    if (const DWORD code = GetLastError(); tries == kTries || !MayBeALockOfAMoment(code)) {
+      return false;
+    }
+    calls_.Wait(kPauseBetweenTries);
+  }
+}
+
+bool RcsFile::MoveIntoGap(const ExtendedPath& source) const {
+  return MovePatiently(calls_, source, path_, MOVEFILE_WRITE_THROUGH) == ERROR_SUCCESS;
+}
+
+// Security
+
+void RcsFile::CheckSecurity() const {
+  if (!(ReadSecurity() == security_)) {
+    throw Refusal(kSecurityChanged);
+  }
+}
+
+void RcsFile::RestoreSecurity() {
+  WriteDacl(calls_, path_, security_);
+  const FileSecurity restored = ReadSecurity();
+  const bool is_exact_dacl = restored.SameDacl(security_);
+  if (!restored.SameOwnerAndGroup(security_)) {
+    throw Refusal(is_exact_dacl ? L"RCS owner/group changed; manual recovery required."
+                                : kSecurityMismatch);
+  }
+  if (!is_exact_dacl) {
+    // What Windows made of the list that was written is our own doing.
+    own_securities_.push_back(restored);
+    throw Refusal(kSecurityMismatch);
+  }
+  own_securities_.resize(1);
+}
+
+FileSecurity RcsFile::ReadSecurity() const {
+  return ReadSecurityOf(calls_, path_);
+}
+
+bool RcsFile::IsOwn(const FileSecurity& security) const {
+  return std::ranges::any_of(own_securities_,
+                             [&](const FileSecurity& own) { return security == own; });
+}
+
+/// False also where the security cannot be read.
+bool RcsFile::HasOwnSecurity() const {
+  try {
+    return IsOwn(ReadSecurity());
+  } catch (const Failure&) {
+    return false;
+  }
+}
+
+bool RcsFile::HasSecurityOf(const ExtendedPath& displaced) const {
+  try {
+    return ReadSecurity() == ReadSecurityOf(calls_, displaced);
+  } catch (const Failure&) {
+    return false;
+  }
+}
+
+// Rolling back
+
+void RcsFile::RollBack(const ExtendedPath& saved_path) {
+  if (state_ == State::Unknown) {
+    state_ = JudgeFailedReplacement();
+  }
+  if (state_ == State::Untouched || (state_ == State::Unconfirmed && SettleUnconfirmed())) {
+    return;
+  }
+  if (state_ == State::Superseded) {
+    throw Refusal(kForeignContent);
+  }
+  if (state_ == State::Lost) {
+    FillGap(saved_path);
+  } else {
+    RestoreOver(saved_path);
+  }
+  if (Digest(calls_, Read()) != planned_digest_) {
+    throw Refusal(kRollbackInvalid);
+  }
+  state_ = State::Untouched;
+  if (kept_) {
+    throw FileStepFailure(
+        std::wstring(kReadDisplaced) + L", kept as " + std::wstring(kept_->first.Name()),
+        kept_->second);
+  }
+}
+
+/// Puts the displaced file back, whatever it is; true when that is done. False when DXP.RCS is to
+/// be restored from its backup instead.
+bool RcsFile::SettleUnconfirmed() {
+  if (PutDisplacedBack(files_.displaced, Content::New)) {
+    state_ = State::Untouched;
+    return true;
+  }
+  const Judgement judgement = JudgeDisplaced(files_.displaced, Content::Old);
+  switch (judgement.verdict) {
+    case Verdict::ForeignContent:
+      throw Refusal(kForeignContent);
+    case Verdict::ForeignSecurity:
+      throw Refusal(kForeignSecurity);
+    case Verdict::Unreadable:
+      Keep(files_.displaced, judgement.code);
+      break;
+    case Verdict::Expected:
+      break;
+  }
+  return false;
+}
+
+/// Restores the saved text over our own.
+void RcsFile::RestoreOver(const ExtendedPath& saved_path) {
+  RequireOwn(kForeignSecurity, kForeignContent);
+  WriteRecovery(saved_path);
+  const DWORD code = ReplacePatiently(*recovery_, files_.undone, [&] {
+    RequireOwn(kChangedDuringRollback, kChangedDuringRollback);
+  });
+  if (code != ERROR_SUCCESS) {
+    FinishRestoration(code);
+  }
+  SettleUndone();
+  RestoreSecurity();
+}
+
+/// Finishes a restoration that reported a failure, where it took effect all the same or stopped
+/// between its two renames. Throws where it cannot.
+void RcsFile::FinishRestoration(DWORD code) {
+  const Content now = FindContent(path_).content;
+  if (now == Content::Old && IsMissing(calls_, *recovery_)) {
+    return;
+  }
+  if (now == Content::Missing) {
+    const Content undone = FindContent(files_.undone).content;
+    const bool is_foreign = undone == Content::Foreign || undone == Content::Old;
+    if (!is_foreign && MoveIntoGap(*recovery_)) {
+      return;
+    }
+    // Even the text that was to be taken away is better than no file.
+    state_ = MoveIntoGap(files_.undone) ? State::Replaced : State::Lost;
+  } else {
+    state_ = State::Replaced;
+  }
+  throw FileStepFailure(L"Restore RCS", code);
+}
+
+/// Drops the file that the restoration took away where it was ours. One that another program
+/// changed in the last moment goes back; one that cannot be read stays under its name.
+void RcsFile::SettleUndone() {
+  const Judgement judgement = JudgeDisplaced(files_.undone, Content::New);
+  if (judgement.verdict == Verdict::Expected) {
+    DropDisplaced(files_.undone);
+  } else if (judgement.verdict == Verdict::Unreadable) {
+    if (!IsMissing(calls_, files_.undone)) {
+      Keep(files_.undone, judgement.code);
+    }
+  } else {
+    if (!PutDisplacedBack(files_.undone, Content::Old)) {
+      Keep(files_.undone, 0);
+    }
+    state_ = State::Superseded;
+    throw Refusal(kChangedDuringRollback);
+  }
+}
+
+/// Where our own replacement left no DXP.RCS. The file that it took away comes back before any copy
+/// does; what it holds, and its security, are the user's.
+void RcsFile::FillGap(const ExtendedPath& saved_path) {
+  if (!IsMissing(calls_, path_)) {
+    // Another program filled the gap, perhaps another run with the very same text.
+    state_ = State::Superseded;
+    throw Refusal(kForeignContent);
+  }
+  if (MoveIntoGap(files_.displaced)) {
+    state_ = State::Untouched;
+    const Content back = FindContent(path_).content;
+    if (back == Content::Foreign || back == Content::New) {
+      throw Refusal(kForeignContent);
+    }
+    if (!(ReadSecurity() == security_)) {
+      throw Refusal(kForeignSecurity);
+    }
+    return;
+  }
+  const Finding displaced = FindContent(files_.displaced);
+  if (displaced.content == Content::Foreign || displaced.content == Content::New) {
+    throw Refusal(kForeignContent);
+  }
+  if (displaced.content == Content::Unreadable) {
+    Keep(files_.displaced, displaced.code);
+  }
+  WriteRecovery(saved_path);
+  if (const DWORD code = MovePatiently(calls_, *recovery_, path_, MOVEFILE_WRITE_THROUGH)) {
+    throw FileStepFailure(L"Restore RCS", code);
+  }
+  RestoreSecurity();
+}
+
+/// Writes the saved text beside DXP.RCS. A stale recovery file gives way; one that cannot be
+/// deleted leaves this run a name of its own.
+void RcsFile::WriteRecovery(const ExtendedPath& saved_path) {
+  const std::string saved = ReadRcsBytes(calls_, saved_path);
+  if (Digest(calls_, saved) != planned_digest_) {
+    throw Refusal(kRollbackInvalid);
+  }
+  if (!calls_.Delete(files_.recovery) && GetLastError() == ERROR_ACCESS_DENIED) {
+    calls_.SetAttributes(files_.recovery, FILE_ATTRIBUTE_NORMAL);
+    calls_.Delete(files_.recovery);
+  }
+  constexpr std::wstring_view kRefusal =
+      L"Cannot preserve recovery owner/group; recovery replacement not attempted.";
+  const bool is_free = IsMissing(calls_, files_.recovery);
+  const ExtendedPath& path = is_free ? files_.recovery : files_.spare_recovery;
+  recovery_ = path;
+  bool created = false;
+  try {
+    CreateWithIdentity(path, saved, kRefusal, created);
+  } catch (...) {
+    if (!created) {
+      // A file of that name is another run's.
+      recovery_.reset();
+    }
+    throw;
+  }
+}
+
+/// Remembers a displaced file that must stay.
+void RcsFile::Keep(const ExtendedPath& displaced, DWORD code) {
+  kept_ = {displaced, code};
+}
+
+/// Requires that DXP.RCS is what the commit left.
+void RcsFile::RequireOwn(std::wstring_view security_refusal,
+                         std::wstring_view content_refusal) const {
+  if (IsMissing(calls_, path_)) {
+    throw Refusal(content_refusal);
+  }
+  if (!HasOwnSecurity()) {
+    throw Refusal(security_refusal);
+  }
+  const Finding now = FindContent(path_);
+  if (now.content == Content::Unreadable) {
+    throw FileStepFailure(L"Read RCS", now.code);
+  }
+  if (now.content != Content::New) {
+    throw Refusal(content_refusal);
+  }
+}
+
+/// Opened patiently and sharing everything.
+RcsFile::Finding RcsFile::FindContent(const ExtendedPath& path) const {
+  DWORD code = 0;
+  const FileHandle file = OpenPatiently(
+      calls_, path,
+      {.access = GENERIC_READ, .sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE},
+      code);
+  if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) {
+    return {Content::Missing, code};
+  }
+  if (!file) {
+    return {Content::Unreadable, code};
+  }
+  try {
+    const std::string digest = kestrune::Sha256OfFile(calls_, file.Get());
+    return {digest == planned_digest_ ? Content::Old
+            : digest == new_digest_   ? Content::New
+                                      : Content::Foreign};
+  } catch (const Failure& failure) {
+    return {Content::Unreadable, failure.code};
+  }
+}
+
+}  // namespace altium_registration
