@@ -106,7 +106,9 @@ void RcsFile::DeleteWorkingFiles() const {
   for (const ExtendedPath& displaced : {files_.displaced, files_.undone}) {
     // Anything else than the two texts that are known is somebody's, and stays.
     const Content content = FindContent(displaced).content;
-    const bool is_kept = state_ == State::Superseded || (kept_ && kept_->first == displaced);
+    const bool is_kept =
+        state_ == State::Superseded ||
+        std::ranges::any_of(kept_, [&](const KeptFile& kept) { return kept.path == displaced; });
     if (!is_kept && (content == Content::Old || content == Content::New)) {
       calls_.Delete(displaced);
     }
@@ -383,11 +385,7 @@ void RcsFile::RollBack(const ExtendedPath& saved_path) {
     throw Refusal(kRollbackInvalid);
   }
   state_ = State::Untouched;
-  if (kept_) {
-    throw FileStepFailure(
-        std::wstring(kReadDisplaced) + L", kept as " + std::wstring(kept_->first.Name()),
-        kept_->second);
-  }
+  RequireNothingKept();
 }
 
 /// Puts the displaced file back, whatever it is; true when that is done. False when DXP.RCS is to
@@ -404,7 +402,7 @@ bool RcsFile::SettleUnconfirmed() {
     case Verdict::ForeignSecurity:
       throw Refusal(kForeignSecurity);
     case Verdict::Unreadable:
-      Keep(files_.displaced, judgement.code);
+      kept_.push_back({files_.displaced, judgement.code});
       break;
     case Verdict::Expected:
       break;
@@ -455,11 +453,11 @@ void RcsFile::SettleUndone() {
     DropDisplaced(files_.undone);
   } else if (judgement.verdict == Verdict::Unreadable) {
     if (!IsMissing(calls_, files_.undone)) {
-      Keep(files_.undone, judgement.code);
+      kept_.push_back({files_.undone, judgement.code});
     }
   } else {
     if (!PutDisplacedBack(files_.undone, Content::Old)) {
-      Keep(files_.undone, 0);
+      kept_.push_back({files_.undone, 0});
     }
     state_ = State::Superseded;
     throw Refusal(kChangedDuringRollback);
@@ -490,7 +488,7 @@ void RcsFile::FillGap(const ExtendedPath& saved_path) {
     throw Refusal(kForeignContent);
   }
   if (displaced.content == Content::Unreadable) {
-    Keep(files_.displaced, displaced.code);
+    kept_.push_back({files_.displaced, displaced.code});
   }
   WriteRecovery(saved_path);
   if (const DWORD code = MovePatiently(calls_, *recovery_, path_, MOVEFILE_WRITE_THROUGH)) {
@@ -527,9 +525,15 @@ void RcsFile::WriteRecovery(const ExtendedPath& saved_path) {
   }
 }
 
-/// Remembers a displaced file that must stay.
-void RcsFile::Keep(const ExtendedPath& displaced, DWORD code) {
-  kept_ = {displaced, code};
+/// Names the displaced files that could not be read and stay, though DXP.RCS is restored.
+void RcsFile::RequireNothingKept() const {
+  std::wstring names;
+  for (const KeptFile& kept : kept_) {
+    names.append(names.empty() ? L"" : L" and ").append(kept.path.Name());
+  }
+  if (!names.empty()) {
+    throw FileStepFailure(std::wstring(kReadDisplaced) + L", kept as " + names, kept_.front().code);
+  }
 }
 
 /// Requires that DXP.RCS is what the commit left.

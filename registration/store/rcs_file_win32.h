@@ -103,7 +103,7 @@ class RcsFile {
   void SettleUndone();
   void FillGap(const kestrune::ExtendedPath& saved_path);
   void WriteRecovery(const kestrune::ExtendedPath& saved_path);
-  void Keep(const kestrune::ExtendedPath& displaced, DWORD code);
+  void RequireNothingKept() const;
 
   void RequireOwn(std::wstring_view security_refusal, std::wstring_view content_refusal) const;
   [[nodiscard]] bool IsOwn(const FileSecurity& security) const;
@@ -126,8 +126,12 @@ class RcsFile {
   State state_ = State::Untouched;
   /// The recovery file, once this object created it.
   std::optional<kestrune::ExtendedPath> recovery_;
-  /// A displaced file that could not be read and must stay, with the code.
-  std::optional<std::pair<kestrune::ExtendedPath, DWORD>> kept_;
+  /// A displaced file that must stay, with the code if it could not be read.
+  struct KeptFile {
+    kestrune::ExtendedPath path;
+    DWORD code = 0;
+  };
+  std::vector<KeptFile> kept_;
 };
 
 }  // namespace altium_registration

@@ -173,8 +173,8 @@ void ModelStore::RequireCommittable() const {
 void ModelStore::MoveAway() {
   RequireCommittable();
   Mutate("away");
-  world_.displaced = std::exchange(world_.rcs, std::nullopt);
   replaced_ = lost_ = true;
+  world_.displaced = std::exchange(world_.rcs, std::nullopt);
 }
 
 /// The whole replacement, without what has to follow it.
@@ -182,9 +182,9 @@ void ModelStore::PutNewTextInPlace() {
   RequireCommittable();
   Mutate("replace");
   committed_rcs_ = world_.temporary.value();
+  replaced_ = true;
   world_.displaced = std::exchange(world_.rcs, std::exchange(world_.temporary, std::nullopt));
   world_.security = kReplacementSecurity;
-  replaced_ = true;
 }
 
 void ModelStore::CommitReplacement() {

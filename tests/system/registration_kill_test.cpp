@@ -53,7 +53,7 @@ struct FailingPoint {
 constexpr FailingPoint kFailingPoints[] = {
     {"the last check refuses a finished registration", "GetSecurity before", 0, 60},
     {"the list is half written", "SetValue after", 13, 20},
-    {"the new file lacks its access list", "SetSecurity before", 1, 20},
+    {"the new file lacks its access list", "SetSecurity before", 2, 20},
     {"the replacement reports failure behind its effect", "Replace after", 1, 20},
 };
 

@@ -103,7 +103,8 @@ class MortalCalls final : public kestrune::ScriptedCalls {
     if (++count_ == arguments_.die_at) {
       EndProcess();
     }
-    return count_ == arguments_.fail_at ? std::optional<DWORD>(ERROR_ACCESS_DENIED) : std::nullopt;
+    // No code of a lock, which would be tried again.
+    return count_ == arguments_.fail_at ? std::optional<DWORD>(ERROR_IO_DEVICE) : std::nullopt;
   }
 
   const Arguments& arguments_;

@@ -7,7 +7,7 @@
 
 #include "common/text.h"
 #include "tests/support/install_fixture_win32.h"
-#include "tests/support/scarce_memory_win32.h"
+#include "tests/support/scarce_memory.h"
 #include "tests/support/scripted_calls_win32.h"
 
 namespace kestrune {

@@ -13,7 +13,7 @@
 #include "common/text.h"
 #include "common/windows_error_win32.h"
 #include "tests/support/export_fixture_win32.h"
-#include "tests/support/scarce_memory_win32.h"
+#include "tests/support/scarce_memory.h"
 #include "tests/support/unix_link_win32.h"
 #include "tests/support/noted_boxes_win32.h"
 #include "tests/support/scripted_calls_win32.h"

@@ -24,7 +24,7 @@ enum class Refusing { Once, OnceAfterItsEffect, FromThereOn };
 
 class RefusingCalls final : public ScriptedCalls {
  public:
-  RefusingCalls(int at, Refusing how) : at_(at), how_(how) {
+  RefusingCalls(int at, Refusing how, DWORD code) : at_(at), how_(how), code_(code) {
     before = [this](const SystemCall& call) { return CodeFor(Before(call.name)); };
     after = [this](const SystemCall&) { return CodeFor(After()); };
   }
@@ -34,8 +34,8 @@ class RefusingCalls final : public ScriptedCalls {
   [[nodiscard]] const std::string& Refused() const { return refused_; }
 
  private:
-  static std::optional<DWORD> CodeFor(bool goes_well) {
-    return goes_well ? std::nullopt : std::optional<DWORD>(ERROR_ACCESS_DENIED);
+  [[nodiscard]] std::optional<DWORD> CodeFor(bool goes_well) const {
+    return goes_well ? std::nullopt : std::optional<DWORD>(code_);
   }
   bool Before(std::string_view call) {
     ++count_;
@@ -49,6 +49,7 @@ class RefusingCalls final : public ScriptedCalls {
 
   int at_;
   Refusing how_;
+  DWORD code_;
   int count_ = 0;
   std::string refused_;
 };
@@ -58,11 +59,11 @@ class RefusedCallsTest : public testing::Test {
   void SetUp() override { KESTRUNE_NEEDS_DISPOSABLE_PROFILE(); }
 
   /// One whole registration; the number of its calls.
-  int Run(int at, Refusing how) {
+  int Run(int at, Refusing how, DWORD code = ERROR_IO_DEVICE) {
     profile_ = std::make_unique<TestProfile>("old text");
     profile_->SetText(L"Item1", L"A");
     profile_->SetText(L"Item3", L"B");
-    RefusingCalls calls(at, how);
+    RefusingCalls calls(at, how, code);
     kestrune::SystemCalls real;
     security_ = ReadFileSecurity(real, kestrune::ExtendedPath(profile_->Rcs()), L"size", L"read");
     success_ = false;

@@ -836,6 +836,320 @@ TEST_F(WindowsStoreReplaceTest, BackupThatSomebodyChangedIsNotPutInPlace) {
   EXPECT_EQ(Rcs(), "new text");
 }
 
+// Locks of a moment
+
+/// The codes with which Windows refuses what another program holds, nothing being changed.
+constexpr DWORD kLockCodes[] = {ERROR_SHARING_VIOLATION, ERROR_ACCESS_DENIED, ERROR_LOCK_VIOLATION,
+                                ERROR_UNABLE_TO_REMOVE_REPLACED, ERROR_UNABLE_TO_MOVE_REPLACEMENT};
+
+TEST_F(WindowsStoreReplaceTest, LockOfAMomentDelaysReplacingAndRestoring) {
+  for (const DWORD code : kLockCodes) {
+    StartNewScript();
+    WriteFileBytes(profile.Rcs(), "old text");
+    OpenPrepared();
+    const auto refuse_three = [&] {
+      return [code, call = 0](const std::wstring&, BOOL& answer) mutable {
+        return ++call <= 3 && FailWith(code, answer);
+      };
+    };
+    calls->on_replace = refuse_three();
+    EXPECT_EQ(Commit(), L"");
+    EXPECT_EQ(calls->Waited(), 3 * kPauseBetweenTries);
+    EXPECT_EQ(Rcs(), "new text");
+    calls->on_replace = refuse_three();
+    EXPECT_EQ(RollBack(), L"");
+    EXPECT_EQ(calls->Waited(), 6 * kPauseBetweenTries);
+    EXPECT_EQ(Rcs(), "old text");
+    CloseAndExpectNothingLeft();
+  }
+}
+
+TEST_F(WindowsStoreReplaceTest, LockThatStaysIsTriedTenTimes) {
+  OpenPrepared();
+  int tries = 0;
+  calls->on_replace = [&](const std::wstring&, BOOL& answer) {
+    ++tries;
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
+  EXPECT_EQ(tries, 10);
+  EXPECT_EQ(calls->Waited(), 450U);
+  EXPECT_FALSE(store->HasReplacedRcs());
+}
+
+TEST_F(WindowsStoreReplaceTest, RefusalThatIsNoLockIsNotTriedAgain) {
+  OpenPrepared();
+  int tries = 0;
+  calls->on_replace = [&](const std::wstring&, BOOL& answer) {
+    ++tries;
+    return FailWith(ERROR_IO_DEVICE, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1117)");
+  EXPECT_EQ(tries, 1);
+}
+
+TEST_F(WindowsStoreReplaceTest, ChangeWhileALockIsWaitedForIsNotOverwritten) {
+  OpenPrepared();
+  calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL& answer) {
+    WriteFileBytes(profile.Rcs(), "foreign text");
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  });
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "foreign text");
+}
+
+TEST_F(WindowsStoreReplaceTest, ReplacementThatWorkedUnderALockIsNotMadeTwice) {
+  OpenPrepared();
+  int tries = 0;
+  calls->on_replace = [&](const std::wstring& displaced, BOOL& answer) {
+    kestrune::SystemCalls real;
+    if (++tries == 1) {
+      EXPECT_TRUE(real.Replace(kestrune::ExtendedPath(profile.Rcs()),
+                               kestrune::ExtendedPath(Left(L".tmp")),
+                               kestrune::ExtendedPath(displaced)));
+      return FailWith(ERROR_SHARING_VIOLATION, answer);
+    }
+    return false;
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
+  EXPECT_EQ(tries, 1);
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, LockOfAMomentDelaysTheWayBackFromAHalfReplacement) {
+  OpenPrepared();
+  ReplaceStopsHalfWay();
+  calls->on_move = [call = 0](const std::wstring&, BOOL& answer) mutable {
+    return ++call <= 3 && FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, LockOfAMomentOnTheFreshTemporaryFileIsWaitedFor) {
+  OpenPrepared();
+  calls->before = [call = 0](const SystemCall& now) mutable {
+    const bool is_refused = now.name == "Create" && now.path.ends_with(L".tmp") && ++call <= 3;
+    return is_refused ? std::optional<DWORD>(ERROR_SHARING_VIOLATION) : std::nullopt;
+  };
+  EXPECT_EQ(store->ReadReplacement(), "new text");
+  EXPECT_EQ(calls->Waited(), 3 * kPauseBetweenTries);
+}
+
+// What the last moment brings
+
+TEST_F(WindowsStoreReplaceTest, SecurityChangedInTheLastMomentIsPutBack) {
+  OpenPrepared();
+  FileSecurity foreign;
+  calls->on_replace = OnCall(1, [&](const std::wstring&, BOOL&) {
+    RestrictToOwner(profile.Rcs());
+    foreign = RealSecurity();
+    return false;
+  });
+  EXPECT_EQ(Commit(), L"Source security changed or was not preserved.");
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "old text");
+  EXPECT_TRUE(RealSecurity() == foreign);
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, SecurityChangedInTheLastMomentOfTheRollbackIsPutBack) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  FileSecurity foreign;
+  calls->on_replace = OnCall(1, [&](const std::wstring&, BOOL&) {
+    RestrictToOwner(profile.Rcs());
+    foreign = RealSecurity();
+    return false;
+  });
+  EXPECT_EQ(RollBack(), L"RCS content/security changed during rollback.");
+  EXPECT_EQ(Rcs(), "new text");
+  EXPECT_TRUE(RealSecurity() == foreign);
+}
+
+TEST_F(WindowsStoreReplaceTest, OnlyTheExactSecurityIsOwnOnceItIsRestored) {
+  OpenPrepared();
+  const std::wstring odd = SecurityText() + L"(A;;FR;;;BG)";
+  bool is_odd = false;
+  calls->on_replace = [&](const std::wstring&, BOOL&) {
+    is_odd = true;
+    return false;
+  };
+  calls->on_set_security = [&](const std::wstring&, BOOL&) {
+    is_odd = false;
+    return false;
+  };
+  calls->on_get_security = [&](const std::wstring& path, std::vector<std::byte>& descriptor) {
+    descriptor = DescriptorFrom(odd.c_str());
+    return is_odd && path.ends_with(L"DXP.RCS");
+  };
+  // What was read right after replacing was our own doing only until the exact one was restored.
+  EXPECT_EQ(Commit(), L"");
+  is_odd = true;
+  EXPECT_EQ(RollBack(), L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
+  EXPECT_EQ(Rcs(), "new text");
+}
+
+TEST_F(WindowsStoreReplaceTest, DaclThatTheTemporaryFileDoesNotKeepFailsWhilePreparing) {
+  Open();
+  store->CreateBackups("old text", {});
+  const std::wstring odd = SecurityText() + L"(A;;FR;;;BG)";
+  bool is_written = false;
+  calls->on_set_security = [&](const std::wstring& path, BOOL&) {
+    is_written = path.ends_with(L".tmp");
+    return false;
+  };
+  calls->on_get_security = [&](const std::wstring&, std::vector<std::byte>& descriptor) {
+    descriptor = DescriptorFrom(odd.c_str());
+    return is_written;
+  };
+  EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }),
+            L"RCS security readback mismatch.");
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, TemporaryFileGoesAlsoWhenAnotherProgramDeletedTheFile) {
+  OpenPrepared();
+  DeleteFileW(profile.Rcs().c_str());
+  EXPECT_EQ(Commit(), L"Recheck profile (Win32 2)");
+  CloseAndExpectNothingLeft();
+}
+
+// Displaced files that cannot be read
+
+/// Refuses to open the files whose name ends so.
+auto Unreadable(std::wstring_view ending) {
+  return [ending](const SystemCall& call) {
+    const bool is_other =
+        !ending.starts_with(L".undone") && call.path.ends_with(L".undone.old.tmp");
+    return call.name == "Create" && call.path.ends_with(ending) && !is_other
+               ? std::optional<DWORD>(ERROR_LOCK_VIOLATION)
+               : std::nullopt;
+  };
+}
+
+TEST_F(WindowsStoreReplaceTest, DisplacedFileThatCannotBeReadGoesBackAsItIs) {
+  OpenPrepared();
+  calls->before = Unreadable(L".old.tmp");
+  EXPECT_EQ(Commit(), L"Read displaced RCS (Win32 33)");
+  EXPECT_FALSE(store->HasReplacedRcs());
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, DisplacedFileThatCannotBeReadNorMovedStaysAndIsNamed) {
+  OpenPrepared();
+  calls->before = Unreadable(L".old.tmp");
+  calls->on_move = [](const std::wstring&, BOOL& answer) {
+    return FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"Read displaced RCS (Win32 33)");
+  EXPECT_TRUE(store->HasReplacedRcs());
+  const std::wstring kept = Left(L".old.tmp");
+  EXPECT_EQ(RollBack(), L"Read displaced RCS, kept as " +
+                            std::wstring(kestrune::ExtendedPath(kept).Name()) + L" (Win32 33)");
+  EXPECT_EQ(Rcs(), "old text");
+  calls->before = {};
+  store.reset();
+  EXPECT_EQ(FileBytes(kept), "old text");
+}
+
+TEST_F(WindowsStoreReplaceTest, UndoneFileThatCannotBeReadStaysAndTheOldTextIsRestored) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  calls->before = Unreadable(L".undone.old.tmp");
+  const std::wstring message = RollBack();
+  const std::wstring kept = Left(L".undone.old.tmp");
+  EXPECT_EQ(message, L"Read displaced RCS, kept as " +
+                         std::wstring(kestrune::ExtendedPath(kept).Name()) + L" (Win32 33)");
+  EXPECT_EQ(Rcs(), "old text");
+  calls->before = {};
+  store.reset();
+  EXPECT_EQ(FileBytes(kept), "new text");
+}
+
+TEST_F(WindowsStoreReplaceTest, RefusedMoveOfTheDisplacedFileIsTriedAgainWhenRollingBack) {
+  OpenPrepared();
+  calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL&) {
+    WriteUnnoticed(profile.Rcs(), "foreign!");
+    return false;
+  });
+  calls->on_move = UntilPatienceEnds(
+      [](const std::wstring&, BOOL& answer) { return FailWith(ERROR_SHARING_VIOLATION, answer); });
+  EXPECT_EQ(Commit(), kSourceChanged);
+  EXPECT_TRUE(store->HasReplacedRcs());
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "foreign!");
+  CloseAndExpectNothingLeft();
+}
+
+// What is in the way of a rollback
+
+TEST_F(WindowsStoreReplaceTest, NameThatTheCommitLeftBlockedDoesNotBlockTheRollback) {
+  OpenPrepared();
+  std::vector<std::wstring> displaced;
+  calls->on_replace = [&](const std::wstring& name, BOOL&) {
+    displaced.push_back(name);
+    return false;
+  };
+  calls->on_delete = [](const std::wstring& path, BOOL& answer) {
+    return path.ends_with(L".old.tmp") && FailWith(ERROR_SHARING_VIOLATION, answer);
+  };
+  EXPECT_EQ(Commit(), L"");
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  ASSERT_EQ(displaced.size(), 2U);
+  EXPECT_NE(displaced[0], displaced[1]);
+}
+
+TEST_F(WindowsStoreReplaceTest, RecoveryFileThatCannotBeDeletedDoesNotBlockTheRollback) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  const std::wstring recovery = profile.Rcs() + L".recovery";
+  ASSERT_TRUE(CreateDirectoryW(recovery.c_str(), nullptr));
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  store.reset();
+  EXPECT_EQ(profile.Leftovers(), Names{L"DXP.RCS.recovery"});
+}
+
+TEST_F(WindowsStoreReplaceTest, ReadOnlyRecoveryFileGivesWay) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  const std::wstring recovery = profile.Rcs() + L".recovery";
+  WriteFileBytes(recovery, "stale");
+  ASSERT_TRUE(SetFileAttributesW(recovery.c_str(), FILE_ATTRIBUTE_READONLY));
+  calls->on_delete = [](const std::wstring& path, BOOL& answer) {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
+           FailWith(ERROR_ACCESS_DENIED, answer);
+  };
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
+TEST_F(WindowsStoreReplaceTest, RestorationThatWorkedDespiteItsFailureIsComplete) {
+  OpenPrepared();
+  ASSERT_EQ(Commit(), L"");
+  calls->on_replace = OnCall(1, [this](const std::wstring& displaced, BOOL& answer) {
+    kestrune::SystemCalls real;
+    EXPECT_TRUE(real.Replace(kestrune::ExtendedPath(profile.Rcs()),
+                             kestrune::ExtendedPath(profile.Rcs() + L".recovery"),
+                             kestrune::ExtendedPath(displaced)));
+    return FailWith(ERROR_IO_DEVICE, answer);
+  });
+  EXPECT_EQ(RollBack(), L"");
+  EXPECT_EQ(Rcs(), "old text");
+  CloseAndExpectNothingLeft();
+}
+
 // Whole transactions
 
 class WholeTransactionTest : public WindowsStoreReplaceTest {

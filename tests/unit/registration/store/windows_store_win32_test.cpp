@@ -561,5 +561,25 @@ TEST_F(WindowsStoreTest, DisplacedFileIsNeverClearedWhileTheFileIsMissing) {
   EXPECT_EQ(profile.Leftovers(), (Names{L"DXP.RCS.odbpp-4294967292_1_1.old.tmp", L"elsewhere"}));
 }
 
+/// Writes only half of what it is given, as often as it is asked to.
+class TearingCalls final : public ScriptedCalls {
+ public:
+  BOOL Write(HANDLE file, const void* bytes, DWORD size, DWORD* written) override {
+    return ScriptedCalls::Write(file, bytes, torn_writes-- > 0 ? size / 2 : size, written);
+  }
+  int torn_writes = 0;
+};
+
+TEST_F(WindowsStoreTest, TornLineOfTheLogDoesNotSwallowTheNextOne) {
+  auto tearing = std::make_unique<TearingCalls>();
+  TearingCalls& script = *tearing;
+  calls = std::move(tearing);
+  Open().AppendLog("whole");
+  script.torn_writes = 1;
+  EXPECT_EQ(FailureText([&] { store->AppendLog("torn line"); }), L"Cannot write operation log.");
+  store->AppendLog("next");
+  EXPECT_EQ(FileBytes(Saved(L"operation.log")), "whole\r\ntorn \r\nnext\r\n");
+}
+
 }  // namespace
 }  // namespace altium_registration

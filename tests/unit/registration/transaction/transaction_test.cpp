@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "registration/transaction/global_projects.h"
 #include "tests/support/model_store.h"
+#include "tests/support/scarce_memory.h"
 
 namespace altium_registration {
 namespace {
@@ -220,6 +223,86 @@ TEST(Transaction, MemoryRunningOutIsAFailureLikeAnyOther) {
   }));
   EXPECT_EQ(run.message, L"Not enough memory. Rollback complete (or no owned writes).");
   EXPECT_EQ(run.world.rcs, "old");
+}
+
+/// What holds however a run ended.
+void ExpectLawfulEnd(const Fixture& run, bool success) {
+  const bool is_old =
+      run.world.rcs == "old" && SameValues(run.world.values, run.change.values_before);
+  if (success) {
+    EXPECT_EQ(run.world.rcs, "new");
+    EXPECT_TRUE(SameValues(run.world.values, run.change.values_after));
+  } else if (run.message.ends_with(L" Rollback complete (or no owned writes).")) {
+    EXPECT_TRUE(is_old);
+  } else {
+    EXPECT_TRUE(run.message.ends_with(L" MANUAL RECOVERY REQUIRED; backups retained."));
+    // Nothing is left half done without a try to put it back.
+    EXPECT_TRUE(is_old || run.Called("RollBack") ||
+                run.message.find(L" recovery blocked: ") != std::wstring::npos ||
+                run.message.starts_with(L"Not enough memory."));
+  }
+}
+
+/// One run with two refused allocations; the number of allocations that it asked for.
+long RunWithRefusedAllocations(long first, long second, int& rollbacks) {
+  Fixture run;
+  long asked = 0;
+  bool success = false;
+  bool begun = true;
+  {
+    ModelStore store(run.world);
+    const kestrune::ScarceMemory scarce(first, second);
+    try {
+      success = RunTransaction(store, run.change, run.message);
+    } catch (const std::bad_alloc&) {
+      begun = false;
+    }
+    asked = kestrune::ScarceMemory::Asked();
+    run.calls = store.Calls();
+  }
+  rollbacks += run.Called("RollBack") ? 1 : 0;
+  if (begun) {
+    ExpectLawfulEnd(run, success);
+  } else {
+    EXPECT_EQ(run.calls, Words{});
+  }
+  return asked;
+}
+
+TEST(Transaction, EveryPairOfRefusedAllocationsIsRolledBackOrSaidToBeBlocked) {
+  constexpr long kNone = std::numeric_limits<long>::max();
+  int rollbacks = 0;
+  const long count = RunWithRefusedAllocations(kNone, kNone, rollbacks);
+  ASSERT_EQ(rollbacks, 0);
+  for (long first = 0; first < count; ++first) {
+    const long asked = RunWithRefusedAllocations(first, kNone, rollbacks);
+    for (long second = first + 1; second < asked; ++second) {
+      SCOPED_TRACE(first);
+      SCOPED_TRACE(second);
+      RunWithRefusedAllocations(first, second, rollbacks);
+    }
+  }
+  EXPECT_GT(rollbacks, count);
+}
+
+TEST(Transaction, UnexpectedExceptionAtAnyCallIsRolledBackAndNamed) {
+  Fixture whole;
+  ASSERT_TRUE(whole.Run());
+  for (const std::string& call : whole.calls) {
+    SCOPED_TRACE(call);
+    Fixture run;
+    const bool success = run.Run({}, [&](std::string_view now, ModelWorld&) {
+      if (now == call) {
+        throw std::runtime_error("unexpected");
+      }
+    });
+    // Only the line that says that everything is done may be missing.
+    EXPECT_EQ(success, call == whole.calls.back());
+    ExpectLawfulEnd(run, success);
+    if (!success) {
+      EXPECT_EQ(run.message, L"Unexpected failure. Rollback complete (or no owned writes).");
+    }
+  }
 }
 
 TEST(Transaction, ListOfThousandsOfForeignValuesIsAppliedAndUndone) {

@@ -9,6 +9,8 @@ class ScarceMemory {
   /// What happens once `allowed` allocations have been made: one is refused, or all from then on.
   enum class Refused { One, AllFromThenOn };
   ScarceMemory(long allowed, Refused refused);
+  /// Refuses the allocations of these two numbers, counted from 0.
+  ScarceMemory(long one, long other);
   ScarceMemory(const ScarceMemory&) = delete;
   ScarceMemory& operator=(const ScarceMemory&) = delete;
   ~ScarceMemory();
