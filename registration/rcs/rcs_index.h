@@ -19,7 +19,7 @@ inline std::uint64_t UnforeseeableSeed() {
   constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
   const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
   const std::uint64_t mixed = static_cast<std::uint64_t>(now) * kSpread;
-  return (mixed ^ ((mixed >> 29))) * kSpread;
+  return (mixed ^ (mixed >> 29)) * kSpread;
 }
 
 /// A hash index over texts that are stored elsewhere, numbered from 0 in the order in which they

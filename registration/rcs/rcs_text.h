@@ -23,7 +23,7 @@ inline std::uint32_t LoadWord(const char* bytes) {
 inline std::uint32_t HashOfBytes(std::string_view bytes, std::uint64_t seed) {
   const std::size_t size = bytes.size();
   const char* const data = bytes.data();
-  std::uint64_t hash = seed ^ size;
+  std::uint64_t hash = seed;
   const auto add = [&](std::uint32_t first, std::uint32_t second) {
     hash = seed ^ (((hash & 0xFFFFFFFF) ^ first) * ((hash >> 32) ^ second));
   };
@@ -41,7 +41,10 @@ inline std::uint32_t HashOfBytes(std::string_view bytes, std::uint64_t seed) {
     }
     add(word, 0);
   }
-  return static_cast<std::uint32_t>(hash ^ (hash >> 32));
+  // Among the words the size could be offset by a change of one of them.
+  constexpr std::uint32_t kSizeFactor = 0x9E3779B1;
+  return static_cast<std::uint32_t>(hash ^ (hash >> 32)) +
+         static_cast<std::uint32_t>(size) * kSizeFactor;
 }
 
 /// An identifier, attribute name or value: bytes of the file without their outer quotes. Lives as

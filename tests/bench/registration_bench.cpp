@@ -198,16 +198,6 @@ void Remove(benchmark::State& state) {
   EditWhole(state, kestrune_tests::EditText(text, BenchSpec(), true).text, false);
 }
 
-using Shape = std::string (*)(std::size_t);
-
-void ParseShape(benchmark::State& state, Shape shape) {
-  ParseWhole(state, shape(Kibibytes(state)));
-}
-
-void InstallShape(benchmark::State& state, Shape shape) {
-  EditWhole(state, shape(Kibibytes(state)), true);
-}
-
 std::vector<RegistryValue> ManyValues(std::uint32_t count) {
   std::vector<RegistryValue> values;
   for (std::uint32_t i = 0; i < count; ++i) {
@@ -247,19 +237,33 @@ BENCHMARK(Install) REALISTIC_SIZES;
 BENCHMARK(Reinstall) REALISTIC_SIZES;
 BENCHMARK(Remove) REALISTIC_SIZES;
 
-#define SHAPE_SIZES ->Arg(1024)->Arg(2048)->Arg(4096)->Arg(8190)->Unit(benchmark::kMillisecond)
-#define BENCHMARK_SHAPE(shape)                                             \
-  BENCHMARK_CAPTURE(ParseShape, shape, kestrune_tests::shape) SHAPE_SIZES; \
-  BENCHMARK_CAPTURE(InstallShape, shape, kestrune_tests::shape) SHAPE_SIZES
-BENCHMARK_SHAPE(ManyLinksToManyCommands);
-BENCHMARK_SHAPE(ManyQuotes);
-BENCHMARK_SHAPE(DeepEverywhere);
-BENCHMARK_SHAPE(OneGiantToken);
-BENCHMARK_SHAPE(OneTokenOfQuotes);
-BENCHMARK_SHAPE(ManyIdentifiers);
-BENCHMARK_SHAPE(ManyTakenNames);
-BENCHMARK_SHAPE(ManyAttributes);
-BENCHMARK_SHAPE(OnlyBlanks);
+template <typename Measure>
+void RegisterShape(const std::string& name, const Measure& measure) {
+  benchmark::RegisterBenchmark(name.c_str(), measure)
+      ->Arg(1024)
+      ->Arg(2048)
+      ->Arg(4096)
+      ->Arg(8190)
+      ->Unit(benchmark::kMillisecond);
+}
+
+const bool kShapesAreRegistered = [] {
+  for (const kestrune_tests::RcsShape& shape : kestrune_tests::kRcsShapes) {
+    const std::string name = shape.name;
+    RegisterShape("ParseShape/" + name, [shape](benchmark::State& state) {
+      ParseWhole(state, shape.make(Kibibytes(state)));
+    });
+    RegisterShape("InstallShape/" + name, [shape](benchmark::State& state) {
+      EditWhole(state, shape.make(Kibibytes(state)), true);
+    });
+  }
+  for (const std::uint64_t seed : {1, 2, 3, 4}) {
+    RegisterShape("InstallShape/Mixture" + std::to_string(seed), [seed](benchmark::State& state) {
+      EditWhole(state, kestrune_tests::RcsMixture(seed, Kibibytes(state)).File(), true);
+    });
+  }
+  return true;
+}();
 
 BENCHMARK(Plan)
     ->RangeMultiplier(10)
