@@ -260,7 +260,7 @@ class InstallerRun {
     const RcsOptions options{.strict = true, .extra_record_kinds = ExtraKinds()};
     std::wstring error;
     if (!Rcs::Parse(std::move(text), options, state.rcs, error)) {
-      throw Failure{error + L" Manual registration required; no profile change."};
+      throw Failure{ShownError(error) + L" Manual registration required; no profile change."};
     }
     // The place is looked for in the host's own definitions; the user's file holds only what the
     // user changed.
@@ -333,7 +333,7 @@ class InstallerRun {
     if (!altium_registration::EditRcs(state.rcs, spec, Registering(), change.rcs_after, error) ||
         !altium_registration::PlanGlobalProjects(state.projects, project_path_, Registering(),
                                                  change.values_after, error)) {
-      throw Failure{error};
+      throw Failure{ShownError(error)};
     }
     change.rcs_before = std::move(state.rcs).TakeText();
     change.values_before = std::move(state.projects);

@@ -34,6 +34,19 @@ std::optional<ToolbarAnchor> ChooseAnchor(std::string_view resource, std::int32_
   return count > 1 ? last_fitting : found;
 }
 
+std::wstring ShownError(std::wstring_view error) {
+  constexpr std::size_t kMostCharacters = 200;
+  std::wstring shown(error.substr(0, kMostCharacters));
+  for (wchar_t& unit : shown) {
+    // The bytes of a file are widened one by one, so the second set of control characters occurs
+    // too.
+    if (unit < L' ' || (unit >= L'\x7F' && unit <= L'\x9F')) {
+      unit = L'?';
+    }
+  }
+  return error.size() > kMostCharacters ? shown + L"..." : shown;
+}
+
 std::wstring InstanceHeader(const HostInstance& instance) {
   return instance.display_name + L" " + instance.version_text + L"\nGUID: " + instance.guid +
          L"\nProfile: " + instance.profile_directory + L"\nHKCU: " + instance.registry_branch +

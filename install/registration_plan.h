@@ -23,6 +23,11 @@ std::optional<altium_registration::ToolbarAnchor> ChooseAnchor(
     std::span<const altium_registration::ToolbarAnchor> places =
         altium_registration::kToolbarAnchors);
 
+/// Returns an error text as a report shows it: the first 200 characters, with "..." after them when
+/// there are more, and each control character, line breaks included, as "?". The file decides what
+/// an error quotes, and it must neither fill a report nor add lines to it.
+std::wstring ShownError(std::wstring_view error);
+
 /// The report's lines about an instance: name and version, GUID, profile, registry branch.
 std::wstring InstanceHeader(const HostInstance& instance);
 

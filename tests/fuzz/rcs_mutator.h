@@ -32,7 +32,7 @@ class RcsMutator {
     std::size_t end = 0;
   };
 
-  static constexpr std::array<std::string_view, 25> kRecords = {
+  static constexpr std::array<std::string_view, 26> kRecords = {
       "Tree PCBCustom Caption='[Custom]' TopLevel='True' End\r\n",
       "Tree PCBCustom\n    Link L PLID='PLKestrune' End\nEnd\n",
       "PL PLKestrune Command='ScriptingSystem:RunScript' Params='ProjectName=C:\\K\\a.PrjScr|"
@@ -49,6 +49,7 @@ class RcsMutator {
       "Change C Field0='Shortcut1' Value0=4  End\r\n",
       "Tree X A='x' Tree Y End B='y' End",
       "'Tree' 'Z' 'A'='x''y'B='z' End",
+      "PL M 'a''1'=1 'a''2'=2 a3=3 a4=4 a5=5 a6=6 a7=7 a8=8 a9=9 b1=1 b2=2 b3=3 b4=4 'b''5'=5 End ",
       "End",
       "'",
       "''",

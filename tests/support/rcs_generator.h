@@ -136,6 +136,23 @@ class RcsGenerator {
 
   std::string After() { return wild_ && dice_.Chance(30) ? Blank() : line_; }
 
+  /// More than are compared one by one, with doubled quotes in their names; in a wild file one
+  /// occurs twice now and then.
+  void ManyAttributes() {
+    const std::uint32_t count = 13 + dice_.Below(8);
+    for (std::uint32_t i = 0; i < count; ++i) {
+      Attribute(NameWithQuote(i), "v");
+    }
+    if (wild_ && dice_.Chance(5)) {
+      Attribute(NameWithQuote(dice_.Below(count)), "again");
+    }
+  }
+
+  static std::string NameWithQuote(std::uint32_t number) {
+    const std::string name = "it" + std::string(number % 3, '\'') + "s" + std::to_string(number);
+    return number % 3 == 0 ? name : altium_registration::Quote(name);
+  }
+
   void Foreign(std::uint32_t depth) {
     static constexpr std::array<std::string_view, 8> kTexts = {
         "PCB:Select", "It's", "", "Scope = Layer", "End", "a\r\nb", "\xCF\xF0\xE8", "PLKestrune2"};
@@ -145,6 +162,9 @@ class RcsGenerator {
     Open(std::string(kKinds[what]), wild_ && dice_.Chance(5) ? TakenName() : Identifier());
     for (std::uint32_t i = dice_.Below(4); i > 0; --i) {
       Attribute(std::string("A") + std::to_string(i), std::string(dice_.Of(kTexts)));
+    }
+    if (dice_.Chance(4)) {
+      ManyAttributes();
     }
     if (what == 1) {
       Attribute("PLID", dice_.Chance(20) ? "PLOther" : Identifier());

@@ -311,6 +311,14 @@ inline std::string Cut(std::string text, const Nodes& nodes, const References& r
   return text;
 }
 
+inline std::string Replaced(std::string text, const std::string& what, const std::string& with) {
+  for (std::size_t at = text.find(what); at != std::string::npos;
+       at = text.find(what, at + with.size())) {
+    text.replace(at, what.size(), with);
+  }
+  return text;
+}
+
 inline std::string Quoted(const std::string& value) {
   std::string text = "'";
   for (const char byte : value) {

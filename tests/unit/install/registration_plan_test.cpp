@@ -68,6 +68,30 @@ TEST(AnchorChoice, RecordsThatAreLetThroughMayStandInTheToolbar) {
   EXPECT_TRUE(ChooseAnchor(resource, 24, kKinds));
 }
 
+TEST(ShownError, KeepsAnOrdinaryErrorAsItIs) {
+  EXPECT_EQ(ShownError(L""), L"");
+  EXPECT_EQ(ShownError(L"Unknown RCS record: \u00CF'~ \u00A0\u00FF"),
+            L"Unknown RCS record: \u00CF'~ \u00A0\u00FF");
+  EXPECT_EQ(ShownError(std::wstring(200, L'x')), std::wstring(200, L'x'));
+}
+
+TEST(ShownError, IsCutAfterTwoHundredCharacters) {
+  EXPECT_EQ(ShownError(std::wstring(201, L'x')), std::wstring(200, L'x') + L"...");
+  EXPECT_EQ(ShownError(std::wstring(8'000'000, L'x')).size(), 203U);
+}
+
+TEST(ShownError, ReplacesControlCharactersAndLineBreaks) {
+  std::wstring controls;
+  for (wchar_t unit = 0; unit < L' '; ++unit) {
+    controls += unit;
+  }
+  controls += L"\x7F";
+  controls += L"\x80";
+  controls += L"\x85";
+  controls += L"\x9F";
+  EXPECT_EQ(ShownError(L"a" + controls + L"b"), L"a" + std::wstring(36, L'?') + L"b");
+}
+
 TEST(InstanceTexts, NameVersionGuidProfileAndBranch) {
   HostInstance instance;
   instance.display_name = L"Altium Designer";

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <vector>
@@ -208,6 +209,147 @@ TEST(ToolbarLaw, RemovingTwiceIsTheIdentity) {
     ASSERT_TRUE(once.success);
     EXPECT_EQ(Edit(once.text, spec, false).text, once.text);
   });
+}
+
+/// The tokens of a text; a quoted one keeps a mark that tells it from a bare one.
+std::vector<std::string> Tokens(const std::string& text) {
+  std::vector<std::string> tokens;
+  for (const rcs_model::Token& token : rcs_model::Tokens(text)) {
+    tokens.push_back((token.quoted ? "'" : "") + token.text);
+  }
+  return tokens;
+}
+
+/// Drops the tokens of the empty custom tree that an installation leaves.
+void DropEmptyCustomTree(std::vector<std::string>& tokens) {
+  const std::vector<std::string> tree =
+      Tokens("Tree PCBCustom Caption='[Custom]' TopLevel='True' End");
+  const auto found = std::ranges::search(tokens, tree);
+  tokens.erase(found.begin(), found.end());
+}
+
+bool HasCustomTree(const std::string& text) {
+  bool found = false;
+  for (const rcs_model::Node& node : rcs_model::Parse(text, true, {})) {
+    found = found || (node.kind == "Tree" && node.identifier == "PCBCustom");
+  }
+  return found;
+}
+
+TEST(ToolbarLaw, TokensReturnAfterInstallingAndRemoving) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  int compared = 0;
+  ForEachFile([&](const std::string& text) {
+    const Edited clean = Edit(text, spec, false);
+    const Edited installed = Edit(clean.text, spec, true);
+    if (!installed.success || InstalledCommand(installed.text, spec) != "PLKestrune" ||
+        clean.text.find("PLKestrune") != std::string::npos) {
+      return;
+    }
+    ++compared;
+    std::vector<std::string> after = Tokens(Edit(installed.text, spec, false).text);
+    if (!HasCustomTree(clean.text)) {
+      DropEmptyCustomTree(after);
+    }
+    EXPECT_EQ(Tokens(clean.text), after);
+  });
+  EXPECT_GT(compared, 500);
+}
+
+/// Whether each CR belongs to a line end.
+bool HasNoLoneReturn(const std::string& text) {
+  return rcs_model::Replaced(text, "\r\n", "").find('\r') == std::string::npos;
+}
+
+std::string WithLineFeeds(const std::string& text) {
+  return rcs_model::Replaced(text, "\r\n", "\n");
+}
+
+TEST(ToolbarLaw, InstallingCommutesWithTheFilesLineEnds) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  int compared = 0;
+  ForEachFile([&](const std::string& text) {
+    const rcs_model::Nodes nodes = rcs_model::Parse(text, true, {});
+    const std::string kept = rcs_model::Cut(text, nodes, rcs_model::FindAll(nodes, spec));
+    const Edited edited = Edit(text, spec, true);
+    // Without a line end of its own a file gets CR LF, whatever the button that is cut out had.
+    if (edited.success && HasNoLoneReturn(text) && HasNoLoneReturn(kept) &&
+        kept.find('\n') != std::string::npos) {
+      ++compared;
+      EXPECT_EQ(Edit(WithLineFeeds(text), spec, true).text, WithLineFeeds(edited.text));
+    }
+  });
+  EXPECT_GT(compared, 1000);
+}
+
+TEST(ToolbarLaw, ExtraRecordKindsChangeNothingInOrdinaryFiles) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  ForEachFile([&](const std::string& text) {
+    for (const bool install : {true, false}) {
+      const Edited plain = Edit(text, spec, install);
+      const Edited extra = Edit(text, spec, install, kChange);
+      EXPECT_EQ(plain.success, extra.success);
+      EXPECT_EQ(plain.text, extra.text);
+      EXPECT_EQ(plain.error, extra.error);
+    }
+  });
+}
+
+Spec WithOtherLook(Spec spec) {
+  spec.image_path += "2";
+  spec.description += " 2";
+  return spec;
+}
+
+TEST(ToolbarLaw, EachReinstallationGrowsTheFileByTheSame) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  const Spec other = WithOtherLook(spec);
+  int compared = 0;
+  ForEachFile([&](const std::string& text) {
+    Edited edited = Edit(text, spec, true);
+    if (!edited.success) {
+      return;
+    }
+    ++compared;
+    std::vector<std::size_t> sizes;
+    for (int round = 0; round < 4; ++round) {
+      edited = Edit(Edit(edited.text, other, true).text, spec, true);
+      ASSERT_TRUE(edited.success);
+      sizes.push_back(edited.text.size());
+    }
+    EXPECT_EQ(sizes[2] - sizes[1], sizes[1] - sizes[0]);
+    EXPECT_EQ(sizes[3] - sizes[2], sizes[1] - sizes[0]);
+    EXPECT_LE(sizes[1] - sizes[0], 64U);
+  });
+  EXPECT_GT(compared, 1500);
+}
+
+/// How many links to our command a file has. More than the button's two: the user put one
+/// elsewhere.
+std::size_t LinksToOurs(const std::string& text, const Spec& spec) {
+  return rcs_model::FindAll(rcs_model::Parse(text, true, {}), spec).links.size();
+}
+
+TEST(ToolbarLaw, AReinstallationChangesImageAndDescriptionAlone) {
+  const Spec spec = kestrune_tests::ExampleSpec();
+  const Spec other = WithOtherLook(spec);
+  int compared = 0;
+  ForEachFile([&](const std::string& text) {
+    const Edited installed = Edit(text, spec, true);
+    if (!installed.success || LinksToOurs(installed.text, spec) != 2) {
+      return;
+    }
+    ++compared;
+    std::vector<std::string> expected = Tokens(installed.text);
+    std::ranges::replace(expected, "'" + spec.image_path, "'" + other.image_path);
+    std::ranges::replace(expected, "'" + spec.description, "'" + other.description);
+    std::vector<std::string> tokens = Tokens(Edit(installed.text, other, true).text);
+    // The button is written anew at the end, so the order of the records differs.
+    std::ranges::sort(expected);
+    std::ranges::sort(tokens);
+    EXPECT_EQ(tokens, expected);
+  });
+  EXPECT_GT(compared, 1000);
 }
 
 /// A host's toolbar definitions, roughly: several trees, their blocks whole or torn.

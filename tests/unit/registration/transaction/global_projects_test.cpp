@@ -401,5 +401,34 @@ TEST(PlanLaw, TheProjectStandsOnceAfterInstallAndNeverAfterRemoval) {
   });
 }
 
+TEST(PlanLaw, EntriesAreNamedWithoutGapsFromItemZero) {
+  ForEachPlan([](ListGenerator&, const Values&, bool, const Values& plan) {
+    std::size_t entries = 0;
+    for (const RegistryValue& value : plan) {
+      std::optional<std::uint32_t> index;
+      std::wstring error;
+      ASSERT_TRUE(ParseItemName(value.name, index, error));
+      if (index) {
+        EXPECT_EQ(value.name, L"Item" + std::to_wstring(entries++));
+      }
+    }
+  });
+}
+
+TEST(PlanLaw, WhatIsNoEntryKeepsNameTypeAndData) {
+  ForEachPlan([](ListGenerator&, const Values& values, bool, const Values& plan) {
+    const auto others = [](const Values& list) {
+      Values found;
+      std::ranges::copy_if(list, std::back_inserter(found), [](const RegistryValue& value) {
+        std::optional<std::uint32_t> index;
+        std::wstring error;
+        return ParseItemName(value.name, index, error) && !index;
+      });
+      return found;
+    };
+    EXPECT_TRUE(Identical(others(plan), others(values)));
+  });
+}
+
 }  // namespace
 }  // namespace altium_registration
