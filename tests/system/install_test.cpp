@@ -470,6 +470,9 @@ TEST_F(InstallTest, AFailureBeforeDeploymentLeavesItToTheNextInstance) {
 TEST_F(InstallTest, ARefusedFileIsLeftToManualRegistration) {
   const std::pair<std::string, std::wstring> rows[] = {
       {ShortcutRecords(), L"Unknown RCS record: Change"},
+      {"'x\r\nInstalled' a End\r\n", L"Unknown RCS record: x??Installed"},
+      {std::string(500, 'x') + " a End\r\n",
+       L"Unknown RCS record: " + std::wstring(180, L'x') + L"..."},
       {"Tree a End\r\nTree a End\r\n", L"Duplicate/invalid RCS identifier."},
       {"PL a Caption='open", L"Unclosed RCS quote."},
       {std::string("T\0r\0", 4), L"Unsupported RCS size/encoding."}};
