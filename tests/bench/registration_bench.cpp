@@ -257,7 +257,7 @@ const bool kShapesAreRegistered = [] {
       EditWhole(state, shape.make(Kibibytes(state)), true);
     });
   }
-  for (const std::uint64_t seed : {1, 2, 3, 4}) {
+  for (std::uint64_t seed = 1; seed <= 4; ++seed) {
     RegisterShape("InstallShape/Mixture" + std::to_string(seed), [seed](benchmark::State& state) {
       EditWhole(state, kestrune_tests::RcsMixture(seed, Kibibytes(state)).File(), true);
     });
