@@ -49,8 +49,9 @@ bool FolderCalls::ProfileFromList(std::wstring& profile) {
       std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\") + sid.Get();
   RegistryKey key;
   DWORD type = 0;
+  SystemCalls calls;
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, name.c_str(), 0, KEY_READ, key.Put()) != ERROR_SUCCESS ||
-      !ReadRegistryText(key.Get(), L"ProfileImagePath", profile, type)) {
+      !ReadRegistryText(calls, key.Get(), L"ProfileImagePath", profile, type)) {
     return false;
   }
   return (type == REG_SZ || ExpandEnvironment(std::wstring(profile), profile)) && !profile.empty();

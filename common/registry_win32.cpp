@@ -13,17 +13,15 @@ bool IsText(DWORD type) {
 
 }  // namespace
 
-bool ReadRegistryText(HKEY key, const wchar_t* name, std::wstring& text, DWORD& type) {
+bool ReadRegistryText(SystemCalls& calls, HKEY key, const wchar_t* name, std::wstring& text,
+                      DWORD& type) {
   DWORD size = 0;
-  if (RegQueryValueExW(key, name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
-      !IsText(type)) {
+  if (calls.QueryValue(key, name, &type, nullptr, &size) != ERROR_SUCCESS || !IsText(type)) {
     return false;
   }
   // Room for an odd byte; a stored text may lack its terminating NUL.
   text.assign(size / sizeof(wchar_t) + 1, L'\0');
-  if (RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(text.data()), &size) !=
-          ERROR_SUCCESS ||
-      !IsText(type)) {
+  if (calls.QueryValue(key, name, &type, text.data(), &size) != ERROR_SUCCESS || !IsText(type)) {
     return false;
   }
   text.resize(size / sizeof(wchar_t));
@@ -31,13 +29,12 @@ bool ReadRegistryText(HKEY key, const wchar_t* name, std::wstring& text, DWORD& 
   return true;
 }
 
-bool ListSubkeys(HKEY key, std::vector<std::wstring>& names) {
+bool ListSubkeys(SystemCalls& calls, HKEY key, std::vector<std::wstring>& names) {
   names.clear();
   for (DWORD index = 0;; ++index) {
     wchar_t name[kLongestKeyName + 1] = {};
     DWORD length = kLongestKeyName + 1;
-    const LSTATUS status =
-        RegEnumKeyExW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    const LSTATUS status = calls.EnumerateKey(key, index, name, &length);
     if (status != ERROR_SUCCESS) {
       return status == ERROR_NO_MORE_ITEMS;
     }

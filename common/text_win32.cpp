@@ -50,6 +50,10 @@ std::string AnsiFromWideLossy(std::wstring_view text, UINT code_page) {
   return Convert(text, code_page, 0, nullptr);
 }
 
+bool IsLeadByte(char byte, UINT code_page) {
+  return IsDBCSLeadByteEx(code_page, static_cast<BYTE>(byte)) != FALSE;
+}
+
 bool SurvivesAnsiRoundTrip(std::wstring_view text) {
   const std::string bytes = AnsiFromWideLossy(text);
   return !bytes.empty() && WideFromAnsi(bytes) == text;

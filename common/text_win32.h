@@ -22,6 +22,9 @@ std::wstring WideFromAnsi(std::string_view bytes, UINT code_page = CP_ACP);
 /// UTF-16 as text in the code page, with replacement characters where it cannot hold one.
 std::string AnsiFromWideLossy(std::wstring_view text, UINT code_page = CP_ACP);
 
+/// Returns whether the byte begins a character of two bytes in the code page.
+[[nodiscard]] bool IsLeadByte(char byte, UINT code_page = CP_ACP);
+
 /// Whether the text comes back unit for unit after a conversion to the system's ANSI code page and
 /// back. The conversion is the plain one that the host itself would make.
 [[nodiscard]] bool SurvivesAnsiRoundTrip(std::wstring_view text);

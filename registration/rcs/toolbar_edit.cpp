@@ -216,10 +216,22 @@ std::string WithButton(const Rcs& rcs, const RcsReferences& references, const Sp
   return text;
 }
 
+/// Returns whether the path holds a character that would end the command's parameters or its line.
+bool HoldsUnsafeCharacter(const Spec& spec) {
+  const std::string& path = spec.script_project_path;
+  for (std::size_t at = 0; at < path.size(); ++at) {
+    if (spec.is_lead_byte != nullptr && spec.is_lead_byte(path[at])) {
+      ++at;
+    } else if (path[at] == '\r' || path[at] == '\n' || path[at] == '|') {
+      return true;
+    }
+  }
+  return false;
+}
+
 /// Returns why this cannot be registered, or null.
 const wchar_t* RefusalOf(const Spec& spec, bool install) {
-  if (spec.script_project_path.empty() ||
-      spec.script_project_path.find_first_of("\r\n|") != std::string::npos) {
+  if (spec.script_project_path.empty() || HoldsUnsafeCharacter(spec)) {
     return L"Unsafe script project path.";
   }
   if (install && (spec.anchor_target.empty() || spec.anchor_reference.empty())) {

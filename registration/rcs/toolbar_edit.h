@@ -23,6 +23,9 @@ struct Spec {
   std::string anchor_target;
   /// Identifier of the toolbar item beside which the button is placed.
   std::string anchor_reference;
+  /// Returns whether a byte of these texts begins a character of two bytes; null where none does.
+  /// The second byte of such a character may have the value of "|".
+  bool (*is_lead_byte)(char byte) = nullptr;
 };
 
 /// The toolbars of hosts up to major version 17, and of later ones. The button has an image for

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "common/text.h"
-#include "install/host_product.h"
+#include "install/discovery/host_product.h"
 
 namespace {
 

@@ -67,7 +67,8 @@ void SetText(HKEY key, const wchar_t* name, const std::wstring& text) {
 std::wstring Text(HKEY key, const wchar_t* name) {
   std::wstring text;
   DWORD type = 0;
-  return ReadRegistryText(key, name, text, type) ? text : std::wstring();
+  SystemCalls calls;
+  return ReadRegistryText(calls, key, name, text, type) ? text : std::wstring();
 }
 
 REGSAM View(bool in_64_bit_view) {
@@ -117,7 +118,8 @@ std::vector<std::wstring> EntryNames(REGSAM view) {
   std::vector<std::wstring> names;
   if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kUninstall, 0, KEY_READ | view, key.Put()) ==
       ERROR_SUCCESS) {
-    static_cast<void>(ListSubkeys(key.Get(), names));
+    SystemCalls calls;
+    static_cast<void>(ListSubkeys(calls, key.Get(), names));
   }
   std::erase_if(names, [](const std::wstring& name) { return !name.starts_with(kEntryPrefix); });
   return names;
@@ -199,7 +201,8 @@ void AddKey(HKEY root, const std::wstring& path, REGSAM view, const std::string&
   snapshot.push_back("key " + shown);
   AddValues(key.Get(), shown, snapshot);
   std::vector<std::wstring> names;
-  static_cast<void>(ListSubkeys(key.Get(), names));
+  SystemCalls calls;
+  static_cast<void>(ListSubkeys(calls, key.Get(), names));
   for (const std::wstring& name : names) {
     std::wstring below = path;
     below += L"\\" + name;

@@ -57,6 +57,16 @@ TEST(AnsiText, NulCharactersAreOrdinary) {
   EXPECT_EQ(WideFromAnsi(bytes, kWestern), std::wstring(L"a\0b", 3));
 }
 
+TEST(AnsiText, OnlyDoubleByteCodePagesHaveLeadBytes) {
+  if (!IsValidCodePage(932) || !IsValidCodePage(950)) {
+    GTEST_SKIP() << "this system lacks the code pages";
+  }
+  EXPECT_TRUE(IsLeadByte('\x83', 932));
+  EXPECT_FALSE(IsLeadByte('|', 932));
+  EXPECT_TRUE(IsLeadByte('\xA4', 950));
+  EXPECT_FALSE(IsLeadByte('\x83', 1252));
+}
+
 TEST(AnsiText, RoundTripSurvivesForAsciiAndFailsForWhatTheSystemLacks) {
   EXPECT_TRUE(SurvivesAnsiRoundTrip(L"C:\\Users\\x"));
   EXPECT_FALSE(SurvivesAnsiRoundTrip(std::wstring(1, wchar_t{0xD800})));

@@ -318,6 +318,24 @@ TEST(EditRcs, PathsThatCannotStandInACommandAreRefused) {
   }
 }
 
+bool IsShiftJisLeadByte(char byte) {
+  const auto value = static_cast<unsigned char>(byte);
+  return (value >= 0x81 && value <= 0x9F) || (value >= 0xE0 && value <= 0xFC);
+}
+
+TEST(EditRcs, ABarInsideACharacterIsSafe) {
+  Spec spec = PlainSpec();
+  spec.script_project_path = "C:\\\x83\x7C\\Kestrune.PrjScr";
+  EXPECT_EQ(Refused("", true, spec), L"Unsafe script project path.");
+  spec.is_lead_byte = IsShiftJisLeadByte;
+  EXPECT_NE(Install("", spec).find("'ProjectName=C:\\\x83\x7C\\Kestrune.PrjScr|ProcName="),
+            std::string::npos);
+  for (const std::string path : {"C:\\\x83\x7C|", "C:\\|\x83\x7C", "C:\\\x83\x7C\n"}) {
+    spec.script_project_path = path;
+    EXPECT_EQ(Refused("", true, spec), L"Unsafe script project path.");
+  }
+}
+
 TEST(EditRcs, TheTextIsParsedThenThePathIsCheckedThenTheAnchor) {
   Spec spec = PlainSpec();
   spec.script_project_path = "a|b";

@@ -1,4 +1,4 @@
-#include "install/host_product.h"
+#include "install/discovery/host_product.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -6,7 +6,6 @@
 #include <limits>
 
 #include "common/path.h"
-#include "common/product_files.h"
 #include "common/text.h"
 
 namespace kestrune {
@@ -151,19 +150,6 @@ std::wstring PathFromDisplayIcon(std::wstring_view display_icon) {
 bool NamesHostProgram(std::wstring_view path) {
   const std::wstring name = LowerAscii(FileName(path));
   return name == L"dxp.exe" || name == L"x2.exe";
-}
-
-std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
-                                std::wstring_view display_name) {
-  if (!active_bar) {
-    return std::wstring(kLegacyImageFile);
-  }
-  // This one build of this one edition draws the button from a small image.
-  if (version_text == L"26.9.1.9" && IsHostProductName(display_name) &&
-      LowerAscii(display_name).starts_with(L"altium designer develop")) {
-    return std::wstring(kFlatImageFile);
-  }
-  return std::wstring(kActiveBarImageFile);
 }
 
 bool MatchInstanceName(std::wstring_view guid, const NameListing& profiles,

@@ -1,4 +1,4 @@
-#include "install/host_discovery_win32.h"
+#include "install/discovery/host_discovery_win32.h"
 
 #include <gtest/gtest.h>
 
@@ -16,11 +16,16 @@
 namespace kestrune {
 namespace {
 
+std::vector<HostInstance> Discover(const HostFilter& filter) {
+  SystemCalls calls;
+  return DiscoverHostInstances(calls, filter);
+}
+
 class HostDiscovery : public InstallTest {
  protected:
   /// The only instance; an empty record with a failed expectation when there are others.
-  static HostInstance Only(const InstallerOptions& options = {}) {
-    const std::vector<HostInstance> found = DiscoverHostInstances(options);
+  static HostInstance Only(const HostFilter& options = {}) {
+    const std::vector<HostInstance> found = Discover(options);
     EXPECT_EQ(found.size(), 1U);
     return found.size() == 1 ? found[0] : HostInstance();
   }
@@ -56,7 +61,7 @@ TEST_F(HostDiscovery, TheThirtyTwoBitViewWinsAndComesFirst) {
   MakeHost(twin);
   MakeHost(UsedHost(2, 24));
   MakeHost(UsedHost(3, 17));
-  const std::vector<HostInstance> found = DiscoverHostInstances({});
+  const std::vector<HostInstance> found = Discover({});
   ASSERT_EQ(found.size(), 3U);
   EXPECT_FALSE(found[0].in_64_bit_view);
   EXPECT_FALSE(found[1].in_64_bit_view);
@@ -64,25 +69,25 @@ TEST_F(HostDiscovery, TheThirtyTwoBitViewWinsAndComesFirst) {
   EXPECT_EQ(found[0].version_text, L"23.0.1");
   EXPECT_EQ(found[1].version_text, L"17.1.2.44");
   // A twin that the filter passes over has taken the GUID all the same.
-  InstallerOptions filter;
+  HostFilter filter;
   filter.major = 24;
   filter.profile = found[0].guid;
-  EXPECT_TRUE(DiscoverHostInstances(filter).empty());
+  EXPECT_TRUE(Discover(filter).empty());
 }
 
 TEST_F(HostDiscovery, ForeignAndDamagedEntriesArePassedOver) {
   const MadeInstance made = MakeHost(UsedHost(1, 24));
   for (const wchar_t* name : {L"Altium Designer Viewer", L"altium designer 24..1", L"", L"Other"}) {
     SetEntryText(made, L"DisplayName", name);
-    EXPECT_TRUE(DiscoverHostInstances({}).empty());
+    EXPECT_TRUE(Discover({}).empty());
   }
   SetEntryText(made, L"DisplayName", nullptr);
-  EXPECT_TRUE(DiscoverHostInstances({}).empty());
+  EXPECT_TRUE(Discover({}).empty());
   SetEntryText(made, L"DisplayName", L"ALTIUM DESIGNER 24.1");
   EXPECT_EQ(Only().guid, made.guid);
   for (const wchar_t* text : {L"setup.exe", L"B-UniqueID:\"{1234}\"", L""}) {
     SetEntryText(made, L"UninstallString", text);
-    EXPECT_TRUE(DiscoverHostInstances({}).empty());
+    EXPECT_TRUE(Discover({}).empty());
   }
 }
 
@@ -219,7 +224,7 @@ TEST_F(HostDiscovery, AStatusThatCannotBeAskedEndsIt) {
   SetEntryText(MakeHost(UsedHost(2, 24)), L"InstallLocation", L"\\\\.\\nothing");
   SetEntryText(PlaceOf(UsedHost(2, 24)), L"DisplayIcon", L"");
   try {
-    static_cast<void>(DiscoverHostInstances({}));
+    static_cast<void>(Discover({}));
     ADD_FAILURE() << "nothing was thrown";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.text, L"status");

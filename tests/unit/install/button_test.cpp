@@ -1,4 +1,4 @@
-#include "install/registration_plan.h"
+#include "install/button.h"
 
 #include <gtest/gtest.h>
 
@@ -68,47 +68,21 @@ TEST(AnchorChoice, RecordsThatAreLetThroughMayStandInTheToolbar) {
   EXPECT_TRUE(ChooseAnchor(resource, 24, kKinds));
 }
 
-TEST(ShownError, KeepsAnOrdinaryErrorAsItIs) {
-  EXPECT_EQ(ShownError(L""), L"");
-  EXPECT_EQ(ShownError(L"Unknown RCS record: \u00CF'~ \u00A0\u00FF"),
-            L"Unknown RCS record: \u00CF'~ \u00A0\u00FF");
-  EXPECT_EQ(ShownError(std::wstring(200, L'x')), std::wstring(200, L'x'));
-}
-
-TEST(ShownError, IsCutAfterTwoHundredCharacters) {
-  EXPECT_EQ(ShownError(std::wstring(201, L'x')), std::wstring(200, L'x') + L"...");
-  EXPECT_EQ(ShownError(std::wstring(8'000'000, L'x')).size(), 203U);
-}
-
-TEST(ShownError, ReplacesControlCharactersAndLineBreaks) {
-  std::wstring controls;
-  for (wchar_t unit = 0; unit < L' '; ++unit) {
-    controls += unit;
+TEST(ToolbarImage, FollowsToolbarThenTheOneSpecialBuild) {
+  EXPECT_EQ(ChooseToolbarImage(L"26.9.1.9", false, L"Altium Designer Develop"),
+            L"odbpp-toolbar-legacy.bmp");
+  EXPECT_EQ(ChooseToolbarImage(L"26.9.1.9", true, L"Altium Designer DEVELOP"),
+            L"odbpp-toolbar-ad26-16.png");
+  EXPECT_EQ(ChooseToolbarImage(L"26.9.1.9", true, L"Altium Designer Develop 26.9.1.9"),
+            L"odbpp-toolbar-ad26-16.png");
+  for (const wchar_t* other : {L"Altium Designer", L"Altium Designer Agile",
+                               L"Altium Designer Develop Beta", L"Altium Designer 26.9.1.9"}) {
+    EXPECT_EQ(ChooseToolbarImage(L"26.9.1.9", true, other), L"odbpp-toolbar-activebar.png");
   }
-  controls += L"\x7F";
-  controls += L"\x80";
-  controls += L"\x85";
-  controls += L"\x9F";
-  EXPECT_EQ(ShownError(L"a" + controls + L"b"), L"a" + std::wstring(36, L'?') + L"b");
-}
-
-TEST(InstanceTexts, NameVersionGuidProfileAndBranch) {
-  HostInstance instance;
-  instance.display_name = L"Altium Designer";
-  instance.version_text = L"24.1.2.44";
-  instance.guid = L"{01234567-89ab-cdef-0123-456789abcdef}";
-  instance.profile_directory = L"C:\\P";
-  instance.registry_branch = L"Software\\Altium\\A";
-  EXPECT_EQ(InstanceHeader(instance),
-            L"Altium Designer 24.1.2.44\nGUID: {01234567-89ab-cdef-0123-456789abcdef}\n"
-            L"Profile: C:\\P\nHKCU: Software\\Altium\\A\n");
-  EXPECT_EQ(IdentityLine(instance),
-            L"Product=Altium Designer Version=24.1.2.44 "
-            L"GUID={01234567-89ab-cdef-0123-456789abcdef}");
-}
-
-TEST(InstanceTexts, WhatIsNotKnownStaysEmpty) {
-  EXPECT_EQ(InstanceHeader({}), L" \nGUID: \nProfile: \nHKCU: \n");
+  for (const wchar_t* version : {L"26.9.1.90", L"26.9.1", L"", L" 26.9.1.9"}) {
+    EXPECT_EQ(ChooseToolbarImage(version, true, L"Altium Designer Develop"),
+              L"odbpp-toolbar-activebar.png");
+  }
 }
 
 }  // namespace

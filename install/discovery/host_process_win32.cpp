@@ -1,7 +1,7 @@
-#include "install/host_process_win32.h"
+#include "install/discovery/host_process_win32.h"
 
 #include "common/owners_win32.h"
-#include "install/host_product.h"
+#include "install/discovery/host_product.h"
 
 namespace kestrune {
 

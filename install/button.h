@@ -6,7 +6,6 @@
 #include <string_view>
 #include <vector>
 
-#include "install/host_instance.h"
 #include "registration/rcs/toolbar_edit.h"
 
 namespace kestrune {
@@ -23,15 +22,10 @@ std::optional<altium_registration::ToolbarAnchor> ChooseAnchor(
     std::span<const altium_registration::ToolbarAnchor> places =
         altium_registration::kToolbarAnchors);
 
-/// Returns an error text as a report shows it: the first 200 characters, with "..." after them when
-/// there are more, and each control character, line breaks included, as "?". The file decides what
-/// an error quotes, and it must neither fill a report nor add lines to it.
-std::wstring ShownError(std::wstring_view error);
-
-/// The report's lines about an instance: name and version, GUID, profile, registry branch.
-std::wstring InstanceHeader(const HostInstance& instance);
-
-/// The line that the operation log keeps about the instance that was changed.
-std::wstring IdentityLine(const HostInstance& instance);
+/// Returns the file name of the button's image, one of those in package/Assets: the legacy one for
+/// the older toolbar; for the newer one (`active_bar`) the usual image, or the small one for the
+/// single version and edition that needs it.
+std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
+                                std::wstring_view display_name);
 
 }  // namespace kestrune

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "install/host_instance.h"
+#include "install/discovery/host_instance.h"
 
 namespace kestrune {
 
@@ -30,12 +30,6 @@ std::wstring PathFromDisplayIcon(std::wstring_view display_icon);
 
 /// Whether the path's last component is the name of the host's program, in either of its names.
 bool NamesHostProgram(std::wstring_view path);
-
-/// File name of the toolbar button's image, one of those in package/Assets: the legacy one for the
-/// older toolbar; for the newer one (`active_bar`) the usual image, or the small one for the single
-/// version and edition that needs it.
-std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
-                                std::wstring_view display_name);
 
 /// The names in a folder or below a registry key, and how their listing ended.
 struct NameListing {

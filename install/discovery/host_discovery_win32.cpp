@@ -1,4 +1,4 @@
-#include "install/host_discovery_win32.h"
+#include "install/discovery/host_discovery_win32.h"
 
 #include <windows.h>
 
@@ -12,7 +12,7 @@
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/registry_win32.h"
-#include "install/host_product.h"
+#include "install/discovery/host_product.h"
 
 namespace kestrune {
 namespace {
@@ -27,10 +27,10 @@ struct UserSide {
 };
 
 /// The folders below `root`, without those that lead elsewhere.
-NameListing ListProfiles(const std::wstring& root) {
+NameListing ListProfiles(SystemCalls& calls, const std::wstring& root) {
   NameListing listing;
   WIN32_FIND_DATAW entry{};
-  const FindHandle find(FindFirstFileW(ExtendedPath(JoinPath(root, L"*")).Get(), &entry));
+  const FindHandle find(calls.FindFirst(ExtendedPath(root).Entry(L"*"), &entry));
   if (!find) {
     const DWORD code = GetLastError();
     if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) {
@@ -44,30 +44,29 @@ NameListing ListProfiles(const std::wstring& root) {
     if (kind == FILE_ATTRIBUTE_DIRECTORY) {
       listing.names.emplace_back(entry.cFileName);
     }
-  } while (FindNextFileW(find.Get(), &entry));
+  } while (calls.FindNext(find.Get(), &entry));
   if (GetLastError() != ERROR_NO_MORE_FILES) {
     listing.outcome = NameListing::Outcome::CannotEnumerate;
   }
   return listing;
 }
 
-NameListing ListBranches() {
+NameListing ListBranches(SystemCalls& calls) {
   NameListing listing;
   RegistryKey key;
-  const LSTATUS opened =
-      RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Altium", 0, KEY_READ, key.Put());
+  const LSTATUS opened = calls.OpenKey(HKEY_CURRENT_USER, L"Software\\Altium", KEY_READ, key.Put());
   if (opened == ERROR_FILE_NOT_FOUND || opened == ERROR_PATH_NOT_FOUND) {
     return listing;
   }
   if (opened != ERROR_SUCCESS) {
     listing.outcome = NameListing::Outcome::CannotRead;
-  } else if (!ListSubkeys(key.Get(), listing.names)) {
+  } else if (!ListSubkeys(calls, key.Get(), listing.names)) {
     listing.outcome = NameListing::Outcome::CannotEnumerate;
   }
   return listing;
 }
 
-UserSide ReadUserSide() {
+UserSide ReadUserSide(SystemCalls& calls) {
   UserSide side;
   std::wstring app_data;
   std::wstring error_text;
@@ -76,16 +75,16 @@ UserSide ReadUserSide() {
     return side;
   }
   side.profiles_root = JoinPath(app_data, L"Altium");
-  side.profiles = ListProfiles(side.profiles_root);
-  side.branches = ListBranches();
+  side.profiles = ListProfiles(calls, side.profiles_root);
+  side.branches = ListBranches(calls);
   return side;
 }
 
 /// The value's text as stored, unexpanded; empty when it is absent or not a text.
-std::wstring TextValue(HKEY key, const wchar_t* name) {
+std::wstring TextValue(SystemCalls& calls, HKEY key, const wchar_t* name) {
   std::wstring text;
   DWORD type = 0;
-  return ReadRegistryText(key, name, text, type) ? text : std::wstring();
+  return ReadRegistryText(calls, key, name, text, type) ? text : std::wstring();
 }
 
 std::wstring FindExecutable(const HostInstance& instance) {
@@ -115,9 +114,9 @@ std::wstring FindExecutableOf(const HostInstance& instance) {
   }
 }
 
-bool PassesFilters(const HostInstance& instance, const InstallerOptions& options) {
-  return (options.major == 0 || options.major == instance.version.major) &&
-         (options.profile.empty() || EqualIgnoringCase(options.profile, instance.guid));
+bool PassesFilters(const HostInstance& instance, const HostFilter& filter) {
+  return (filter.major == 0 || filter.major == instance.version.major) &&
+         (filter.profile.empty() || EqualIgnoringCase(filter.profile, instance.guid));
 }
 
 void JoinUserSide(const UserSide& side, HostInstance& instance) {
@@ -134,21 +133,21 @@ void JoinUserSide(const UserSide& side, HostInstance& instance) {
 /// Collects instances over both registry views.
 class Discovery {
  public:
-  explicit Discovery(const InstallerOptions& options) : options_(options), side_(ReadUserSide()) {}
+  Discovery(SystemCalls& calls, const HostFilter& filter)
+      : calls_(calls), filter_(filter), side_(ReadUserSide(calls)) {}
 
   void ReadView(REGSAM view) {
     RegistryKey uninstall;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kUninstallKey, 0, KEY_READ | view, uninstall.Put()) !=
+    if (calls_.OpenKey(HKEY_LOCAL_MACHINE, kUninstallKey, KEY_READ | view, uninstall.Put()) !=
         ERROR_SUCCESS) {
       return;
     }
     std::vector<std::wstring> names;
     // What could be listed before an error still counts.
-    static_cast<void>(ListSubkeys(uninstall.Get(), names));
+    static_cast<void>(ListSubkeys(calls_, uninstall.Get(), names));
     for (const std::wstring& name : names) {
       RegistryKey entry;
-      if (RegOpenKeyExW(uninstall.Get(), name.c_str(), 0, KEY_READ | view, entry.Put()) ==
-          ERROR_SUCCESS) {
+      if (calls_.OpenKey(uninstall.Get(), name, KEY_READ | view, entry.Put()) == ERROR_SUCCESS) {
         ReadEntry(entry.Get(), view == KEY_WOW64_64KEY);
       }
     }
@@ -159,11 +158,11 @@ class Discovery {
  private:
   void ReadEntry(HKEY key, bool in_64_bit_view) {
     HostInstance instance;
-    instance.display_name = TextValue(key, L"DisplayName");
+    instance.display_name = TextValue(calls_, key, L"DisplayName");
     if (!IsHostProductName(instance.display_name)) {
       return;
     }
-    instance.uninstall_string = TextValue(key, L"UninstallString");
+    instance.uninstall_string = TextValue(calls_, key, L"UninstallString");
     instance.guid = GuidFromUninstallString(instance.uninstall_string);
     // An entry that a filter passes over below has taken its GUID all the same: its twin in the
     // other view is the same installation.
@@ -171,13 +170,13 @@ class Discovery {
       return;
     }
     instance.in_64_bit_view = in_64_bit_view;
-    instance.version_text = TextValue(key, L"DisplayVersion");
+    instance.version_text = TextValue(calls_, key, L"DisplayVersion");
     instance.version = ParseHostVersion(instance.version_text);
-    if (!PassesFilters(instance, options_)) {
+    if (!PassesFilters(instance, filter_)) {
       return;
     }
-    instance.install_location = TextValue(key, L"InstallLocation");
-    instance.display_icon = TextValue(key, L"DisplayIcon");
+    instance.install_location = TextValue(calls_, key, L"InstallLocation");
+    instance.display_icon = TextValue(calls_, key, L"DisplayIcon");
     instance.executable = FindExecutableOf(instance);
     if (!instance.executable.empty()) {
       instance.resource_path = JoinPath(ParentPath(instance.executable), L"System\\AdvPcb.rcs");
@@ -186,7 +185,8 @@ class Discovery {
     instances_.push_back(std::move(instance));
   }
 
-  const InstallerOptions& options_;
+  SystemCalls& calls_;
+  const HostFilter& filter_;
   UserSide side_;
   std::set<std::wstring> taken_;
   std::vector<HostInstance> instances_;
@@ -194,8 +194,8 @@ class Discovery {
 
 }  // namespace
 
-std::vector<HostInstance> DiscoverHostInstances(const InstallerOptions& options) {
-  Discovery discovery(options);
+std::vector<HostInstance> DiscoverHostInstances(SystemCalls& calls, const HostFilter& filter) {
+  Discovery discovery(calls, filter);
   discovery.ReadView(KEY_WOW64_32KEY);
   discovery.ReadView(KEY_WOW64_64KEY);
   return discovery.Take();

@@ -1,4 +1,8 @@
-#include "install/registration_plan.h"
+#include "install/button.h"
+
+#include "common/product_files.h"
+#include "common/text.h"
+#include "install/discovery/host_product.h"
 
 namespace kestrune {
 
@@ -34,28 +38,17 @@ std::optional<ToolbarAnchor> ChooseAnchor(std::string_view resource, std::int32_
   return count > 1 ? last_fitting : found;
 }
 
-std::wstring ShownError(std::wstring_view error) {
-  constexpr std::size_t kMostCharacters = 200;
-  std::wstring shown(error.substr(0, kMostCharacters));
-  for (wchar_t& unit : shown) {
-    // The bytes of a file are widened one by one, so the second set of control characters occurs
-    // too.
-    if (unit < L' ' || (unit >= L'\x7F' && unit <= L'\x9F')) {
-      unit = L'?';
-    }
+std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
+                                std::wstring_view display_name) {
+  if (!active_bar) {
+    return std::wstring(kLegacyImageFile);
   }
-  return error.size() > kMostCharacters ? shown + L"..." : shown;
-}
-
-std::wstring InstanceHeader(const HostInstance& instance) {
-  return instance.display_name + L" " + instance.version_text + L"\nGUID: " + instance.guid +
-         L"\nProfile: " + instance.profile_directory + L"\nHKCU: " + instance.registry_branch +
-         L"\n";
-}
-
-std::wstring IdentityLine(const HostInstance& instance) {
-  return L"Product=" + instance.display_name + L" Version=" + instance.version_text + L" GUID=" +
-         instance.guid;
+  // This one build of this one edition draws the button from a small image.
+  if (version_text == L"26.9.1.9" && IsHostProductName(display_name) &&
+      LowerAscii(display_name).starts_with(L"altium designer develop")) {
+    return std::wstring(kFlatImageFile);
+  }
+  return std::wstring(kActiveBarImageFile);
 }
 
 }  // namespace kestrune

@@ -1,4 +1,4 @@
-#include "install/host_product.h"
+#include "install/discovery/host_product.h"
 
 #include <gtest/gtest.h>
 
@@ -138,23 +138,6 @@ TEST(HostProgramName, IsOneOfTwoInAnyCase) {
   EXPECT_FALSE(NamesHostProgram(L"C:\\AD\\AX2.exe"));
   EXPECT_FALSE(NamesHostProgram(L"C:\\X2.exe\\icon.ico"));
   EXPECT_FALSE(NamesHostProgram(L""));
-}
-
-TEST(ToolbarImage, FollowsToolbarThenTheOneSpecialBuild) {
-  EXPECT_EQ(ChooseToolbarImage(L"26.9.1.9", false, L"Altium Designer Develop"),
-            L"odbpp-toolbar-legacy.bmp");
-  EXPECT_EQ(ChooseToolbarImage(L"26.9.1.9", true, L"Altium Designer DEVELOP"),
-            L"odbpp-toolbar-ad26-16.png");
-  EXPECT_EQ(ChooseToolbarImage(L"26.9.1.9", true, L"Altium Designer Develop 26.9.1.9"),
-            L"odbpp-toolbar-ad26-16.png");
-  for (const wchar_t* other : {L"Altium Designer", L"Altium Designer Agile",
-                               L"Altium Designer Develop Beta", L"Altium Designer 26.9.1.9"}) {
-    EXPECT_EQ(ChooseToolbarImage(L"26.9.1.9", true, other), L"odbpp-toolbar-activebar.png");
-  }
-  for (const wchar_t* version : {L"26.9.1.90", L"26.9.1", L"", L" 26.9.1.9"}) {
-    EXPECT_EQ(ChooseToolbarImage(version, true, L"Altium Designer Develop"),
-              L"odbpp-toolbar-activebar.png");
-  }
 }
 
 NameListing Listing(std::vector<std::wstring> names) {
