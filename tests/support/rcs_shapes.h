@@ -225,7 +225,7 @@ inline std::string RecordsOfThirteenAttributes(std::size_t size) {
 inline std::vector<std::string> CollidingIdentifiers(std::uint64_t seed, std::size_t count) {
   std::vector<std::string> identifiers;
   for (std::uint32_t n = 0; identifiers.size() < count; ++n) {
-    std::string text = std::to_string(1'000'000'000'000'000 + n);
+    std::string text = std::to_string(10'000'000 + n) + "wordlast";
     const std::uint64_t first =
         static_cast<std::uint32_t>(seed) ^ altium_registration::LoadWord(text.data());
     const std::uint64_t second = (seed >> 32) ^ altium_registration::LoadWord(text.data() + 4);
