@@ -84,7 +84,9 @@ forced:
 FunctionEnd
 
 ; The program finds its folders through the profile, which may differ from what the shell says.
-; The script keeps its journal in Exchange, beside the runtime.
+; The script keeps the files of an export in Exchange, beside the runtime. The folder in which exports
+; are prepared is not removed: every local user can put a link in its place, and only the program
+; checks for links while it empties that folder.
 Function un.RemoveRuntime
   Push "$LOCALAPPDATA\Kestrune\Runtime"
   Call un.RemoveTree
@@ -94,14 +96,6 @@ Function un.RemoveRuntime
   Call un.RemoveTree
   Push "$DataFolder\Exchange"
   Call un.RemoveTree
-  SetShellVarContext all
-  StrCpy $0 "$DOCUMENTS"
-  SetShellVarContext current
-  ${If} $0 != ""
-    Push "$0\Kestrune\Temp"
-    Call un.RemoveTree
-    RMDir "$0\Kestrune"
-  ${EndIf}
   RMDir "$LOCALAPPDATA\Kestrune"
   ClearErrors
 FunctionEnd
@@ -191,6 +185,12 @@ Function un.NameWhatStays
     - the logs: $DataFolder\Logs$\r$\n\
     - your settings: settings.ini and registration.ini in $DataFolder$\r$\n\
     - the backups: KestruneBackups in each profile folder of Altium Designer"
+  SetShellVarContext all
+  StrCpy $0 "$DOCUMENTS"
+  SetShellVarContext current
+  ${If} $0 != ""
+    StrCpy $Outcome "$Outcome$\r$\n- the copies made for the last export: $0\Kestrune\Temp"
+  ${EndIf}
   ${If} ${FileExists} "$OwnFile"
     StrCpy $Outcome "$Outcome$\r$\n- the uninstaller, which still runs: $OwnFile"
   ${EndIf}

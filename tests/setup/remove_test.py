@@ -36,7 +36,6 @@ class Removal(SetupTest):
         for name, content in {**users, "Exchange/journal.txt": b"x"}.items():
             (m.data / name).parent.mkdir(parents=True, exist_ok=True)
             (m.data / name).write_bytes(content)
-        (m.documents / "Kestrune" / "Temp" / "Project Outputs").mkdir(parents=True)
         self.answer(0)
         self.remove()
         package = m.windows(m.package)
@@ -46,7 +45,6 @@ class Removal(SetupTest):
         left = files(m.data)
         self.assertIn(b"Ends with code 0.", left.pop("Logs/setup.log"))
         self.assertEqual(left, users)
-        self.assertFalse((m.documents / "Kestrune").exists())
 
     def test_text_names_exactly_what_stays(self):
         m = self.machine
@@ -58,7 +56,8 @@ class Removal(SetupTest):
         said = m.log().split("These stay, where they exist:")[1]
         data = m.windows(m.data)
         for text in (f"{data}\\ODBpp", f"{data}\\Logs", f"settings.ini and registration.ini in {data}",
-                     "KestruneBackups", m.windows(next(m.temp.iterdir()))):
+                     "KestruneBackups", f"{m.windows(m.documents)}\\Kestrune\\Temp",
+                     m.windows(next(m.temp.iterdir()))):
             self.assertIn(text, said)
         self.assertEqual({name.split("/")[0] for name in files(m.data)},
                          {"ODBpp", "Logs", "settings.ini", "registration.ini"})
@@ -145,11 +144,23 @@ class Removal(SetupTest):
         precious.mkdir(exist_ok=True)
         self.addCleanup(shutil.rmtree, precious)
         (precious / "file").write_text("x")
-        temporary = m.documents / "Kestrune" / "Temp"
-        temporary.mkdir(parents=True)
-        (temporary / "link").symlink_to(precious)
+        exchange = m.data / "Exchange"
+        exchange.mkdir()
+        (exchange / "link").symlink_to(precious)
         self.remove()
         self.assertEqual(files(precious), {"file": b"x"})
+        self.gone()
+
+    def test_link_above_temporary_folder_harms_nothing(self):
+        m = self.machine
+        precious = m.drive / "precious"
+        (precious / "Temp").mkdir(parents=True)
+        self.addCleanup(shutil.rmtree, precious)
+        (precious / "Temp" / "file").write_text("x")
+        (m.documents / "Kestrune").symlink_to(precious)
+        self.addCleanup((m.documents / "Kestrune").unlink)
+        self.remove()
+        self.assertEqual(files(precious), {"Temp/file": b"x"})
         self.gone()
 
     def test_uninstaller_started_by_itself_removes(self):
