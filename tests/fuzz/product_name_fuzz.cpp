@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "common/text.h"
+#include "install/button.h"
 #include "install/discovery/host_product.h"
 
 namespace {
