@@ -51,19 +51,50 @@ Cells ReplaceOne(const Cells& cells, std::wstring_view placeholder, std::wstring
   return result;
 }
 
-std::wstring NaiveReplacement(const std::wstring& text, const std::wstring& zip) {
-  const std::size_t separator = zip.find_last_of(L"\\/");
-  const bool has_folder = separator != std::wstring::npos;
-  std::wstring name = has_folder ? zip.substr(separator + 1) : zip;
-  std::wstring folder = has_folder ? zip.substr(0, separator + 1) : L"";
-  if (!has_folder && zip.size() >= 2 && zip[1] == L':') {
-    folder = zip.substr(0, 2);
-    name = zip.substr(2);
+bool IsSeparator(wchar_t c) {
+  return c == L'\\' || c == L'/';
+}
+
+std::size_t NameEnd(const std::wstring& path, std::size_t at) {
+  while (at < path.size() && !IsSeparator(path[at])) {
+    ++at;
   }
-  std::size_t root =
-      folder.size() >= 2 && folder[1] == L':' && folder[0] != L'\\' && folder[0] != L'/' ? 2 : 0;
-  root += folder.size() > root && (folder[root] == L'\\' || folder[root] == L'/') ? 1 : 0;
-  while (folder.size() > root && (folder.back() == L'\\' || folder.back() == L'/')) {
+  return at;
+}
+
+/// The size of "C:", "C:\", "\", "\\server\share", or of the same after "\\?\" or "\\.\".
+std::size_t NaiveRootSize(const std::wstring& path) {
+  const auto with_next_name = [&](std::size_t end) {
+    return end < path.size() ? NameEnd(path, end + 1) : end;
+  };
+  const auto with_separator = [&](std::size_t end) {
+    return end < path.size() && IsSeparator(path[end]) ? end + 1 : end;
+  };
+  if (path.size() < 2 || !IsSeparator(path[0]) || !IsSeparator(path[1])) {
+    const bool has_drive = path.size() >= 2 && path[1] == L':' && !IsSeparator(path[0]);
+    return with_separator(has_drive ? 2 : 0);
+  }
+  if (path.size() < 4 || (path[2] != L'?' && path[2] != L'.') || !IsSeparator(path[3])) {
+    return with_next_name(NameEnd(path, 2));
+  }
+  const std::size_t volume_end = NameEnd(path, 4);
+  std::wstring volume = path.substr(4, volume_end - 4);
+  for (wchar_t& c : volume) {
+    c = c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+  }
+  return volume == L"UNC" && volume_end < path.size() ? with_next_name(with_next_name(volume_end))
+                                                      : with_separator(volume_end);
+}
+
+std::wstring NaiveReplacement(const std::wstring& text, const std::wstring& zip) {
+  const std::size_t root = NaiveRootSize(zip);
+  std::size_t folder_size = zip.size();
+  while (folder_size > root && !IsSeparator(zip[folder_size - 1])) {
+    --folder_size;
+  }
+  const std::wstring name = zip.substr(folder_size);
+  std::wstring folder = zip.substr(0, folder_size);
+  while (folder.size() > root && IsSeparator(folder.back())) {
     folder.pop_back();
   }
   const std::pair<std::wstring_view, std::wstring> placeholders[] = {
