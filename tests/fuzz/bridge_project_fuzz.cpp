@@ -39,26 +39,29 @@ std::vector<std::wstring> ReadDocuments(std::wstring_view project) {
 
 }  // namespace
 
-/// The input is a list of file names; those that Windows could never have are left out.
+/// The input is a list of file names; those that Windows could never have are left out. What
+/// follows a colon names a stream of the file before it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   kestrune::BridgeFileNames names;
   std::wstring project = kestrune::BridgeProjectHead();
   std::vector<std::wstring> expected = {L"Bridge.PcbDoc"};
+  std::vector<std::wstring> files = {L"Bridge.PcbDoc", L"Bridge.PrjPcb", L"Bridge.OutJob",
+                                     L"ready.txt"};
   std::size_t number = kestrune::kFirstDependency;
   for (const std::wstring& name : kestrune::ParseDependencyList(bytes, kestrune::WidenBytes)) {
     if (std::any_of(name.begin(), name.end(), [](wchar_t unit) { return unit < L' '; })) {
       continue;
     }
-    const bool taken = std::any_of(expected.begin(), expected.end(), [&](const std::wstring& old) {
-      return kestrune::EqualIgnoringCase(old, name);
+    const std::wstring file = name.substr(0, name.find(L':'));
+    const bool is_taken = std::any_of(files.begin(), files.end(), [&](const std::wstring& old) {
+      return kestrune::EqualIgnoringCase(old, file);
     });
-    const bool is_project_file = kestrune::EqualIgnoringCase(name, L"Bridge.PrjPcb") ||
-                                 kestrune::EqualIgnoringCase(name, L"Bridge.OutJob");
-    Require(names.Take(name) == (!taken && !is_project_file));
-    if (taken || is_project_file) {
+    Require(names.Take(name) == !is_taken);
+    if (is_taken) {
       continue;
     }
+    files.push_back(file);
     project += kestrune::DependencySection(number++, name);
     expected.push_back(name);
   }
