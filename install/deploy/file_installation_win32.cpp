@@ -124,31 +124,55 @@ FileHandle OpenBackup(SystemCalls& calls, const std::wstring& target) {
   return backup;
 }
 
-/// The open target. One that this run created is deleted again at the end of the scope unless it is
-/// kept.
+/// The open target. A new one is filled under another name, so that a process that ends at any
+/// moment leaves no half target; that file is deleted at the end of the scope unless it has become
+/// the target.
 class Target {
  public:
   /// Takes all memory that the deletion needs.
-  Target(SystemCalls& calls, const std::wstring& path) : calls_(calls), path_(path) {}
+  Target(SystemCalls& calls, const std::wstring& path)
+      : calls_(calls), path_(path), incoming_(path + L".incoming") {}
   Target(const Target&) = delete;
   Target& operator=(const Target&) = delete;
   ~Target() {
     if (is_unfinished_) {
       file_.Reset();
-      calls_.Delete(path_);
+      calls_.Delete(incoming_);
     }
   }
 
-  void Take(FileHandle file, bool is_new) {
-    file_ = std::move(file);
+  /// Opens the file to fill: the target itself, or for a new one an empty file beside it, of which
+  /// a process that ended may have left one. Returns the Windows error.
+  [[nodiscard]] DWORD Open(bool is_new) {
+    file_ = FileHandle(
+        calls_.Create(is_new ? incoming_ : path_,
+                      {.access = GENERIC_READ | GENERIC_WRITE,
+                       .sharing = 0,
+                       .disposition = is_new ? DWORD{CREATE_ALWAYS} : DWORD{OPEN_EXISTING}}));
+    if (!file_) {
+      return GetLastError();
+    }
     is_unfinished_ = is_new;
+    return ERROR_SUCCESS;
   }
-  void Keep() { is_unfinished_ = false; }
+
+  /// Closes a new file and gives it the target's name, unless there is one by now. Returns the
+  /// Windows error.
+  [[nodiscard]] DWORD Finish() {
+    file_.Reset();
+    if (!calls_.Move(incoming_, path_, 0)) {
+      return GetLastError();
+    }
+    is_unfinished_ = false;
+    return ERROR_SUCCESS;
+  }
+
   [[nodiscard]] HANDLE Get() const { return file_.Get(); }
 
  private:
   SystemCalls& calls_;
   ExtendedPath path_;
+  ExtendedPath incoming_;
   FileHandle file_;
   bool is_unfinished_ = false;
 };
@@ -168,9 +192,9 @@ class Installation {
     source_file_ =
         Lock(L"Cannot lock source: ", source_, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
     const bool is_new = verdict == InstallVerdict::Install;
-    target_file_.Take(Lock(L"Cannot lock target: ", target_, GENERIC_READ | GENERIC_WRITE, 0,
-                           is_new ? CREATE_NEW : OPEN_EXISTING),
-                      is_new);
+    if (const DWORD code = target_file_.Open(is_new); code != ERROR_SUCCESS) {
+      Refuse(kNoLock, code);
+    }
     if (is_new) {
       return FillNewTarget();
     }
@@ -186,6 +210,7 @@ class Installation {
  private:
   static constexpr const wchar_t* kChanged =
       L"Timestamp changed or became unreadable; target preserved: ";
+  static constexpr const wchar_t* kNoLock = L"Cannot lock target: ";
 
   FileHandle Lock(const wchar_t* text, const std::wstring& path, DWORD access, DWORD sharing,
                   DWORD disposition) {
@@ -214,14 +239,15 @@ class Installation {
   }
 
   void FillNewTarget() {
-    MarkUnfinished(calls_, target_file_.Get());
     LookAgain();
     try {
       CopyToTarget();
     } catch (const Failure& failure) {
       Refuse(L"Cannot install file: ", failure.code);
     }
-    target_file_.Keep();
+    if (const DWORD code = target_file_.Finish(); code != ERROR_SUCCESS) {
+      Refuse(kNoLock, code);
+    }
   }
 
   void UpdateTarget() {

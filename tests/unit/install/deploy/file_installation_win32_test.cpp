@@ -340,7 +340,7 @@ TEST_F(FileInstallation, WhatChangedBeforeTheLocksIsSeen) {
   const std::wstring manifest = Scratch(L"kestrunes\\BFM_x.ini");
   source_ = Scratch(L"kestrunes\\file.txt");
   Put(source_, Content('n'), kLaterTime);
-  MeddlingCalls unreadable(target_, [&] { PutFile(manifest, "[Files]\r\n"); });
+  MeddlingCalls unreadable(target_ + L".incoming", [&] { PutFile(manifest, "[Files]\r\n"); });
   EXPECT_FALSE(InstallWith(unreadable));
   EXPECT_EQ(message_, text);
   EXPECT_FALSE(Exists(target_));
@@ -529,7 +529,7 @@ TEST_F(FileInstallation, WhatVanishesOrAppearsBeforeTheLocksFailsThem) {
   EXPECT_FALSE(Exists(target_));
   // One that appears meanwhile is somebody else's.
   MeddlingOpen target_appears([&](const ExtendedPath& path) {
-    if (path == ExtendedPath(target_)) {
+    if (path == ExtendedPath(target_ + L".incoming")) {
       PutFile(target_, "theirs");
     }
     return true;
@@ -537,6 +537,7 @@ TEST_F(FileInstallation, WhatVanishesOrAppearsBeforeTheLocksFailsThem) {
   EXPECT_FALSE(InstallWith(target_appears));
   EXPECT_EQ(message_, L"Cannot lock target: " + target_);
   EXPECT_EQ(FileBytes(target_), "theirs");
+  EXPECT_FALSE(Exists(target_ + L".incoming"));
   ASSERT_TRUE(DeleteFileW(target_.c_str()));
   MeddlingOpen source_vanishes([&](const ExtendedPath& path) {
     return path != ExtendedPath(source_) || DeleteFileW(source_.c_str()) != FALSE;
@@ -580,8 +581,9 @@ TEST_F(FileInstallation, BothFilesStayLockedUntilTheEnd) {
     std::wstring source;
     std::wstring target;
     int pries = 0;
-  } calls(source_, target_);
+  } calls(source_, target_ + L".incoming");
   EXPECT_TRUE(InstallWith(calls));
+  calls.target = target_;
   PutOldTarget();
   EXPECT_TRUE(InstallWith(calls));
   EXPECT_GT(calls.pries, 10);
