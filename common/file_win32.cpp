@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <new>
+#include <variant>
 
 #include "common/failure.h"
+#include "common/failure_win32.h"
 #include "common/file_time_win32.h"
 #include "common/path.h"
 #include "common/windows_error_win32.h"
@@ -21,63 +23,112 @@ bool IsLink(DWORD attributes) {
   return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
-/// What the directory listing says. Besides the entry it alone tells one kind of link from another.
-bool ReadListing(const std::wstring& extended, WIN32_FIND_DATAW& listed, DWORD& code) {
-  const FindHandle find(FindFirstFileW(extended.c_str(), &listed));
-  if (!find) {
-    code = GetLastError();
-  }
-  return static_cast<bool>(find);
+bool IsSymbolicLink(const WIN32_FIND_DATAW& listed) {
+  return IsLink(listed.dwFileAttributes) && listed.dwReserved0 == IO_REPARSE_TAG_SYMLINK;
 }
 
-/// What a symbolic link leads to. Opened without any right, so nobody's sharing stands against it.
-bool ReadLinkTarget(const std::wstring& extended, FileEntry& entry, DWORD& code) {
-  const FileHandle target(CreateFileW(extended.c_str(), 0,
+/// What is at a path, or the code of the call that Windows refused.
+using Status = std::variant<FileEntry, DWORD>;
+
+/// Returns what a symbolic link leads to. It is opened without any right, which no other program's
+/// sharing can refuse.
+Status StatusOfTarget(const std::wstring& link) {
+  const FileHandle target(CreateFileW(link.c_str(), 0,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   BY_HANDLE_FILE_INFORMATION information{};
   if (!target || !GetFileInformationByHandle(target.Get(), &information)) {
-    code = GetLastError();
-    return false;
+    return GetLastError();
   }
-  entry = {KindOf(information.dwFileAttributes),
-           JoinWords(information.nFileSizeHigh, information.nFileSizeLow)};
-  return true;
+  return FileEntry{KindOf(information.dwFileAttributes),
+                   JoinWords(information.nFileSizeHigh, information.nFileSizeLow)};
+}
+
+/// Returns what the directory's listing says, which alone tells one kind of link from another and
+/// needs no access to the file.
+Status StatusByListing(const std::wstring& extended) {
+  WIN32_FIND_DATAW listed{};
+  const FindHandle find(FindFirstFileW(extended.c_str(), &listed));
+  if (!find) {
+    return GetLastError();
+  }
+  if (IsSymbolicLink(listed)) {
+    return StatusOfTarget(extended);
+  }
+  return FileEntry{KindOf(listed.dwFileAttributes),
+                   JoinWords(listed.nFileSizeHigh, listed.nFileSizeLow)};
+}
+
+/// Whether the directory's listing has a symbolic link there; false for the other kinds of links.
+bool IsListedAsSymbolicLink(const std::wstring& extended) {
+  WIN32_FIND_DATAW listed{};
+  const FindHandle find(FindFirstFileW(extended.c_str(), &listed));
+  return find && IsSymbolicLink(listed);
+}
+
+/// Returns what is at a path: from the file itself, and by listing only where another program holds
+/// it.
+Status StatusOf(const std::wstring& path) {
+  const std::wstring extended = ExtendedPath(path).Text();
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!GetFileAttributesExW(extended.c_str(), GetFileExInfoStandard, &data)) {
+    const DWORD code = GetLastError();
+    return code == ERROR_SHARING_VIOLATION ? StatusByListing(extended) : Status(code);
+  }
+  if (IsLink(data.dwFileAttributes) && IsListedAsSymbolicLink(extended)) {
+    return StatusOfTarget(extended);
+  }
+  return FileEntry{KindOf(data.dwFileAttributes), JoinWords(data.nFileSizeHigh, data.nFileSizeLow)};
+}
+
+/// Creates one directory. Returns success also for one that exists already, else the code of the
+/// call that creates it.
+DWORD MakeDirectory(SystemCalls& calls, const ExtendedPath& path) {
+  if (calls.MakeDirectory(path)) {
+    return ERROR_SUCCESS;
+  }
+  const DWORD code = GetLastError();
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  const bool exists = calls.GetAttributes(path, &data) != FALSE &&
+                      KindOf(data.dwFileAttributes) == FileKind::Directory;
+  return exists ? ERROR_SUCCESS : code;
+}
+
+/// Creates a directory with its missing parents. Returns success or the code of the first call that
+/// failed for another reason than a missing parent.
+DWORD MakeDirectories(SystemCalls& calls, const std::wstring& path) {
+  const ExtendedPath extended(path);
+  const DWORD code = MakeDirectory(calls, extended);
+  const std::wstring parent(ParentPath(path));
+  if (code != ERROR_PATH_NOT_FOUND || parent.size() >= path.size()) {
+    return code;
+  }
+  const DWORD parent_code = MakeDirectories(calls, parent);
+  return parent_code == ERROR_SUCCESS ? MakeDirectory(calls, extended) : parent_code;
 }
 
 }  // namespace
 
-bool QueryEntry(const std::wstring& path, FileEntry& entry, DWORD& code) {
-  const std::wstring extended = ExtendedPath(path).Text();
-  WIN32_FILE_ATTRIBUTE_DATA data{};
-  const bool answered =
-      GetFileAttributesExW(extended.c_str(), GetFileExInfoStandard, &data) != FALSE;
-  code = answered ? ERROR_SUCCESS : GetLastError();
-  if (answered) {
-    entry = {KindOf(data.dwFileAttributes), JoinWords(data.nFileSizeHigh, data.nFileSizeLow)};
+FileEntry QueryEntry(const std::wstring& path, const wchar_t* step) {
+  const Status status = StatusOf(path);
+  if (const DWORD* code = std::get_if<DWORD>(&status)) {
+    throw Failure{step, *code, path};
   }
-  if (answered ? !IsLink(data.dwFileAttributes) : code != ERROR_SHARING_VIOLATION) {
-    return answered;
-  }
-  WIN32_FIND_DATAW listed{};
-  if (!ReadListing(extended, listed, code)) {
-    return answered;
-  }
-  if (IsLink(listed.dwFileAttributes) && listed.dwReserved0 == IO_REPARSE_TAG_SYMLINK) {
-    return ReadLinkTarget(extended, entry, code);
-  }
-  if (!answered) {
-    entry = {KindOf(listed.dwFileAttributes), JoinWords(listed.nFileSizeHigh, listed.nFileSizeLow)};
-  }
-  return true;
+  return std::get<FileEntry>(status);
+}
+
+std::optional<FileEntry> QueryEntryQuietly(const std::wstring& path) {
+  const Status status = StatusOf(path);
+  const FileEntry* entry = std::get_if<FileEntry>(&status);
+  return entry != nullptr ? std::optional(*entry) : std::nullopt;
 }
 
 FileKind QueryFileKind(const std::wstring& path) {
-  FileEntry entry;
-  DWORD code = 0;
-  if (QueryEntry(path, entry, code)) {
-    return entry.kind;
+  const Status status = StatusOf(path);
+  if (const FileEntry* entry = std::get_if<FileEntry>(&status)) {
+    return entry->kind;
   }
+  const DWORD code = std::get<DWORD>(status);
   if (path.empty() || MeansAbsent(code)) {
     return FileKind::Absent;
   }
@@ -86,87 +137,94 @@ FileKind QueryFileKind(const std::wstring& path) {
 
 FileKind QueryFileKindQuietly(const std::wstring& path) noexcept {
   try {
-    FileEntry entry;
-    DWORD code = 0;
-    return QueryEntry(path, entry, code) ? entry.kind : FileKind::Absent;
+    return QueryEntryQuietly(path).value_or(FileEntry{}).kind;
   } catch (...) {
     return FileKind::Absent;
   }
 }
 
-FileHandle OpenForReading(const std::wstring& path, DWORD sharing) {
-  return FileHandle(CreateFileW(ExtendedPath(path).Get(), GENERIC_READ, sharing, nullptr,
-                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-bool ReadWholeFile(const std::wstring& path, std::uint64_t limit, std::string& bytes) {
-  bytes.clear();
-  const FileHandle file = OpenForReading(path);
+std::string ReadWholeFile(const std::wstring& path, std::uint64_t limit) {
+  constexpr const wchar_t* kStep = L"read";
+  SystemCalls calls;
+  const ExtendedPath extended(path);
+  const FileHandle file(calls.Create(
+      extended, {GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE}));
   LARGE_INTEGER size{};
-  if (!file || !GetFileSizeEx(file.Get(), &size)) {
-    return false;
+  if (!file || !calls.GetSize(file.Get(), &size)) {
+    ThrowLastError(kStep, path);
   }
   if (static_cast<std::uint64_t>(size.QuadPart) > limit) {
-    SetLastError(ERROR_FILE_TOO_LARGE);
-    return false;
+    throw Failure{kStep, ERROR_FILE_TOO_LARGE, path};
   }
+  std::string bytes;
   if (static_cast<std::uint64_t>(size.QuadPart) > bytes.max_size()) {
     throw std::bad_alloc();
   }
   bytes.resize(static_cast<std::size_t>(size.QuadPart));
-  return ReadAll(file.Get(), bytes);
+  try {
+    ReadAll(calls, file.Get(), bytes);
+  } catch (Failure& failure) {
+    failure.subject = path;
+    throw;
+  }
+  return bytes;
 }
 
-bool ReadAll(HANDLE file, std::string& bytes) {
+std::optional<std::string> ReadFileIfPossible(const std::wstring& path, std::uint64_t limit) {
+  try {
+    return ReadWholeFile(path, limit);
+  } catch (const Failure&) {
+    return std::nullopt;
+  }
+}
+
+void ReadAll(SystemCalls& calls, HANDLE file, std::string& bytes) {
   std::size_t done = 0;
   while (done < bytes.size()) {
     DWORD read = 0;
     const auto chunk = static_cast<DWORD>(std::min(bytes.size() - done, kLargestTransfer));
-    if (!ReadFile(file, bytes.data() + done, chunk, &read, nullptr)) {
-      return false;
+    if (!calls.Read(file, bytes.data() + done, chunk, &read)) {
+      ThrowLastError(L"read");
     }
     if (read == 0) {
-      SetLastError(ERROR_HANDLE_EOF);
-      return false;
+      throw Failure{L"read", ERROR_HANDLE_EOF};
     }
     done += read;
   }
-  return true;
 }
 
-bool WriteAll(HANDLE file, std::string_view bytes) {
-  return WriteAll(bytes, [&](const void* chunk, DWORD size, DWORD* written) {
-    return WriteFile(file, chunk, size, written, nullptr);
-  });
-}
-
-bool WriteAll(std::string_view bytes, const WriteCall& write) {
+void WriteAll(SystemCalls& calls, HANDLE file, std::string_view bytes) {
   while (!bytes.empty()) {
     DWORD written = 0;
-    if (!write(bytes.data(), static_cast<DWORD>(std::min(bytes.size(), kLargestTransfer)),
-               &written)) {
-      return false;
+    const auto chunk = static_cast<DWORD>(std::min(bytes.size(), kLargestTransfer));
+    if (!calls.Write(file, bytes.data(), chunk, &written)) {
+      ThrowLastError(L"write");
     }
     if (written == 0) {
-      SetLastError(ERROR_WRITE_FAULT);
-      return false;
+      throw Failure{L"write", ERROR_WRITE_FAULT};
     }
     bytes.remove_prefix(written);
   }
-  return true;
 }
 
-FileWriter::FileWriter(const std::wstring& path, DWORD sharing)
-    : file_(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, sharing, nullptr, CREATE_ALWAYS,
-                        FILE_ATTRIBUTE_NORMAL, nullptr)) {
+FileWriter::FileWriter(const std::wstring& path, DWORD sharing) : path_(path) {
+  const ExtendedPath extended(path);
+  file_.Reset(CreateFileW(extended.Get(), GENERIC_WRITE, sharing, nullptr, CREATE_ALWAYS,
+                          FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file_) {
     code_ = GetLastError();
   }
 }
 
 void FileWriter::Write(std::string_view bytes) {
-  if (code_ == ERROR_SUCCESS && !WriteAll(file_.Get(), bytes)) {
-    code_ = GetLastError();
+  if (code_ != ERROR_SUCCESS) {
+    return;
+  }
+  try {
+    SystemCalls calls;
+    WriteAll(calls, file_.Get(), bytes);
+  } catch (const Failure& failure) {
+    code_ = failure.code;
   }
 }
 
@@ -176,27 +234,27 @@ void FileWriter::Fail(DWORD code) {
   }
 }
 
-bool FileWriter::Finish() {
+void FileWriter::Finish(const wchar_t* step) {
   if (file_ && !CloseHandle(file_.Release())) {
     Fail(GetLastError());
   }
-  SetLastError(code_);
-  return code_ == ERROR_SUCCESS;
+  if (code_ != ERROR_SUCCESS) {
+    throw Failure{step, code_, path_};
+  }
 }
 
-bool WriteWholeFile(const std::wstring& path, std::string_view bytes) {
+void WriteWholeFile(const std::wstring& path, std::string_view bytes) {
   FileWriter file(path, FILE_SHARE_READ | FILE_SHARE_WRITE);
   file.Write(bytes);
-  return file.Finish();
+  file.Finish(L"write");
 }
 
-bool CopyOver(const std::wstring& source, const std::wstring& target) {
-  return CopyFileW(ExtendedPath(source).Get(), ExtendedPath(target).Get(), FALSE) != FALSE;
-}
-
-bool RenameOver(const std::wstring& source, const std::wstring& target) {
-  return MoveFileExW(ExtendedPath(source).Get(), ExtendedPath(target).Get(),
-                     MOVEFILE_REPLACE_EXISTING) != FALSE;
+void RenameFile(const std::wstring& source, const std::wstring& target, DWORD flags) {
+  const ExtendedPath from(source);
+  const ExtendedPath to(target);
+  if (!MoveFileExW(from.Get(), to.Get(), flags)) {
+    ThrowLastError(L"rename", target);
+  }
 }
 
 void ClearReadOnly(const std::wstring& path) {
@@ -207,28 +265,11 @@ void ClearReadOnly(const std::wstring& path) {
   }
 }
 
-bool CreateDirectories(const std::wstring& path) {
-  const std::wstring extended = ExtendedPath(path).Text();
-  if (CreateDirectoryW(extended.c_str(), nullptr)) {
-    return true;
+void CreateDirectories(SystemCalls& calls, const std::wstring& path) {
+  const DWORD code = MakeDirectories(calls, FullPath(path));
+  if (code != ERROR_SUCCESS) {
+    throw Failure{L"create_directories", code, path};
   }
-  DWORD code = GetLastError();
-  if (code == ERROR_PATH_NOT_FOUND) {
-    const std::wstring parent(ParentPath(FullPath(path)));
-    if (parent.size() < FullPath(path).size() && CreateDirectories(parent)) {
-      if (CreateDirectoryW(extended.c_str(), nullptr)) {
-        return true;
-      }
-      code = GetLastError();
-    } else {
-      code = GetLastError();
-    }
-  }
-  const DWORD attributes = GetFileAttributesW(extended.c_str());
-  const bool exists =
-      attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  SetLastError(code);
-  return exists;
 }
 
 bool ExpandEnvironment(const std::wstring& text, std::wstring& expanded) {

@@ -47,11 +47,13 @@ void WriteLogEntry(std::wstring_view stage, std::wstring_view detail) noexcept {
   const LastErrorKeeper keeper;
   try {
     const std::wstring path = LogFilePath();
-    if (!path.empty() && CreateDirectories(std::wstring(ParentPath(path)))) {
+    if (!path.empty()) {
+      SystemCalls calls;
+      CreateDirectories(calls, std::wstring(ParentPath(path)));
       AppendLine(path, FormatLogLine(LocalTimeNow(), stage, detail));
     }
   } catch (...) {
-    // The log is a courtesy; an export must not fail for want of memory to describe it.
+    // The log is a courtesy; an export must not fail for want of a folder or of memory for it.
     return;
   }
 }

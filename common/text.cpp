@@ -197,6 +197,19 @@ std::string Utf8FromWide(std::wstring_view text) {
   return result;
 }
 
+std::optional<std::uint64_t> TakeDecimal(std::wstring_view& text, std::uint64_t limit) {
+  if (text.empty() || !IsAsciiDigit(text.front())) {
+    return std::nullopt;
+  }
+  std::uint64_t number = 0;
+  for (; !text.empty() && IsAsciiDigit(text.front()); text.remove_prefix(1)) {
+    const auto digit = static_cast<std::uint64_t>(text.front() - L'0');
+    const bool fits = digit <= limit && number <= (limit - digit) / 10;
+    number = fits ? number * 10 + digit : limit;
+  }
+  return number;
+}
+
 std::wstring Decimal(std::uint64_t value) {
   return std::to_wstring(value);
 }

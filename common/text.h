@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -55,6 +56,10 @@ std::wstring WideFromUtf8(std::string_view bytes);
 
 /// UTF-8 from UTF-16 units; an unpaired surrogate becomes U+FFFD.
 std::string Utf8FromWide(std::wstring_view text);
+
+/// Takes the decimal digits off the front of `text`. Returns their number, or `limit` for a larger
+/// one; nothing, with `text` as it was, when there is no digit.
+std::optional<std::uint64_t> TakeDecimal(std::wstring_view& text, std::uint64_t limit);
 
 /// Plain decimal.
 std::wstring Decimal(std::uint64_t value);

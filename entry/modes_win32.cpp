@@ -67,8 +67,8 @@ int ReportWaitFailure(const WaitNativeCommand& command, const Doors&) {
   return kNativeWaitFailed;
 }
 
-int RunInspect(const InspectCommand& command, const Doors&) {
-  return InspectForScript(command);
+int RunInspect(const InspectCommand& command, const Doors& doors) {
+  return InspectForScript(command, doors.system);
 }
 
 int ReportInspectionFailure(const InspectCommand& command, const Doors&) {

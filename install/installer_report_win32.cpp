@@ -4,6 +4,8 @@
 
 #include <new>
 
+#include "common/failure.h"
+#include "common/failure_win32.h"
 #include "common/file_win32.h"
 #include "common/log_win32.h"
 #include "common/text.h"
@@ -13,21 +15,31 @@ namespace {
 
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
-/// Returns ERROR_SUCCESS, or the code of the call that failed.
-DWORD WriteReport(const std::wstring& path, std::string_view bytes) {
-  FileHandle file(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+/// Throws Failure "write" with the code of the call that failed.
+void WriteReport(const std::wstring& path, std::string_view bytes) {
+  SystemCalls calls;
+  const ExtendedPath extended(path);
+  FileHandle file(calls.Create(extended, {GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS}));
   if (!file) {
-    return GetLastError();
+    ThrowLastError(L"write");
   }
-  if (WriteAll(file.Get(), bytes)) {
-    return ERROR_SUCCESS;
+  try {
+    WriteAll(calls, file.Get(), bytes);
+  } catch (const Failure&) {
+    file.Reset();
+    // Half a report reads like a whole one that names fewer problems.
+    calls.Delete(extended);
+    throw;
   }
-  const DWORD code = GetLastError();
-  file.Reset();
-  // Half a report reads like a whole one that names fewer problems.
-  DeleteFileW(ExtendedPath(path).Get());
-  return code;
+}
+
+void WriteReportOrLog(const std::wstring& path, std::string_view bytes) {
+  try {
+    WriteReport(path, bytes);
+  } catch (const Failure& failure) {
+    WriteLogEntry(L"Installer report failed", L"Error=Cannot write report. GetLastError=" +
+                                                  Decimal(failure.code) + L" Report=" + path);
+  }
 }
 
 }  // namespace
@@ -38,11 +50,7 @@ void WriteInstallerReport(const InstallerOptions& options, const std::wstring& m
   }
   try {
     const std::string bytes = std::string(kUtf8Mark) + Utf8FromWide(WithWindowsLineEnds(message));
-    const DWORD code = WriteReport(*options.report, bytes);
-    if (code != ERROR_SUCCESS) {
-      WriteLogEntry(L"Installer report failed", L"Error=Cannot write report. GetLastError=" +
-                                                    Decimal(code) + L" Report=" + *options.report);
-    }
+    WriteReportOrLog(*options.report, bytes);
   } catch (const std::bad_alloc&) {
     WriteLogEntry(L"Installer report failed", L"Error=Not enough memory. GetLastError=8");
   }

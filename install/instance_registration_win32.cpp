@@ -91,10 +91,8 @@ class InstanceRegistration {
     }
     // The place is looked for in the host's own definitions; the user's file holds only what the
     // user changed.
-    std::string resource;
-    if (!ReadWholeFile(instance_.resource_path, kLargestResource, resource)) {
-      resource.clear();
-    }
+    const std::string resource =
+        ReadFileIfPossible(instance_.resource_path, kLargestResource).value_or(std::string());
     state.anchor = ChooseAnchor(resource, instance_.version.major, ExtraKinds());
     return state;
   }

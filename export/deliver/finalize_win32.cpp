@@ -7,7 +7,6 @@
 
 #include "common/clock_time_win32.h"
 #include "common/failure.h"
-#include "common/failure_win32.h"
 #include "common/file_win32.h"
 #include "common/log_win32.h"
 #include "common/path.h"
@@ -100,14 +99,17 @@ std::optional<std::wstring> FindNativeArchive(FolderCalls& folders) {
 
 void RequireArchive(const std::wstring& native_zip) {
   constexpr const wchar_t* text = L"Generated ZIP is missing or empty";
-  FileEntry entry;
-  DWORD code = 0;
-  if (!QueryEntry(native_zip, entry, code)) {
-    throw Failure{text, code, native_zip};
-  }
+  const FileEntry entry = QueryEntry(native_zip, text);
   if (entry.size == 0 || entry.kind != FileKind::RegularFile) {
     throw Failure{text, 0, native_zip};
   }
+}
+
+/// Copies a file over an existing one. Returns ERROR_SUCCESS or the code of the call.
+DWORD CopyOver(const std::wstring& source, const std::wstring& target, SystemCalls& calls) {
+  const ExtendedPath from(source);
+  const ExtendedPath to(target);
+  return calls.Copy(from, to, FALSE) ? ERROR_SUCCESS : GetLastError();
 }
 
 /// Copies the archive, falling back from a configured directory to the default one, which `target`
@@ -118,9 +120,7 @@ void CopyArchive(const std::wstring& native_zip, Target& target, std::wstring& u
     const std::wstring destination = target.Destination();
     DWORD code = ERROR_DISK_FULL;
     if (!CertainlyLacksRoom(native_zip, destination, calls)) {
-      code = calls.Copy(ExtendedPath(native_zip), ExtendedPath(destination), FALSE)
-                 ? ERROR_SUCCESS
-                 : GetLastError();
+      code = CopyOver(native_zip, destination, calls);
     }
     if (code == ERROR_SUCCESS) {
       // The mark comes along from a read-only original and would stop the next export.
@@ -143,11 +143,7 @@ void CopyArchive(const std::wstring& native_zip, Target& target, std::wstring& u
 
 /// The size of the copy, which is logged.
 std::uint64_t LogCopy(const std::wstring& destination) {
-  FileEntry entry;
-  DWORD code = 0;
-  if (!QueryEntry(destination, entry, code)) {
-    throw Failure{L"file_size", code, destination};
-  }
+  const FileEntry entry = QueryEntry(destination, L"file_size");
   WriteLogEntry(L"Finalize copied",
                 L"Destination=" + destination + L" Size=" + Decimal(entry.size));
   return entry.size;
@@ -194,9 +190,7 @@ FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wst
     Target target = ChooseTarget(local_app_data, source_pcb);
     WriteLogEntry(L"Finalize begin", L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip +
                                          L" Destination=" + target.Destination());
-    if (!CreateDirectories(target.default_directory)) {
-      ThrowLastError(L"create_directories", target.default_directory);
-    }
+    CreateDirectories(doors.system, target.default_directory);
     RequireArchive(native_zip);
     CopyArchive(native_zip, target, user_message, doors.system);
     held.Reset();

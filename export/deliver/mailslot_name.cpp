@@ -13,17 +13,9 @@ std::uint32_t ListenerProcessId(std::wstring_view name) {
   if (!name.starts_with(kMailslotPrefix)) {
     return 0;
   }
-  std::uint64_t number = 0;
-  for (const wchar_t c : name.substr(kMailslotPrefix.size())) {
-    if (!IsAsciiDigit(c)) {
-      return 0;
-    }
-    number = number * 10 + static_cast<std::uint64_t>(c - L'0');
-    if (number >= none) {
-      return 0;
-    }
-  }
-  return static_cast<std::uint32_t>(number);
+  name.remove_prefix(kMailslotPrefix.size());
+  const std::uint64_t number = TakeDecimal(name, none).value_or(0);
+  return name.empty() && number < none ? static_cast<std::uint32_t>(number) : 0;
 }
 
 bool IsMailslotName(std::wstring_view name) {

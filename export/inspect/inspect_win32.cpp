@@ -7,9 +7,11 @@
 #include <utility>
 
 #include "common/failure.h"
+#include "common/failure_win32.h"
 #include "common/file_win32.h"
 #include "common/log_win32.h"
 #include "common/text.h"
+#include "common/windows_error_win32.h"
 #include "export/inspect/inspection.h"
 
 namespace kestrune {
@@ -23,31 +25,32 @@ struct Outcome {
   std::wstring detail;
 };
 
-bool IsAbsence(DWORD code) {
-  return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND ||
-         code == ERROR_BAD_NETPATH || code == ERROR_INVALID_NAME || code == ERROR_DIRECTORY;
-}
+constexpr wchar_t kUnreadable[] = L"The archive could not be read.";
 
-std::string ReadPart(HANDLE file, std::uint64_t offset, std::size_t count) {
+std::string ReadPart(SystemCalls& calls, HANDLE file, std::uint64_t offset, std::size_t count) {
   LARGE_INTEGER place;
   place.QuadPart = static_cast<LONGLONG>(offset);
   std::string bytes(count, '\0');
-  if (!SetFilePointerEx(file, place, nullptr, FILE_BEGIN) || !ReadAll(file, bytes)) {
-    const DWORD code = GetLastError();
-    throw Failure{L"The archive could not be read.", code};
+  if (!calls.SetPointer(file, place, nullptr, FILE_BEGIN)) {
+    ThrowLastError(kUnreadable);
+  }
+  try {
+    ReadAll(calls, file, bytes);
+  } catch (const Failure& failure) {
+    throw Failure{kUnreadable, failure.code};
   }
   return bytes;
 }
 
-LayerList InspectFile(HANDLE file) {
+LayerList InspectFile(SystemCalls& calls, HANDLE file) {
   LARGE_INTEGER size;
-  if (!GetFileSizeEx(file, &size)) {
-    const DWORD code = GetLastError();
-    throw Failure{L"The archive could not be read.", code};
+  if (!calls.GetSize(file, &size)) {
+    ThrowLastError(kUnreadable);
   }
-  return InspectArchive(
-      {static_cast<std::uint64_t>(size.QuadPart),
-       [file](std::uint64_t offset, std::size_t count) { return ReadPart(file, offset, count); }});
+  return InspectArchive({static_cast<std::uint64_t>(size.QuadPart),
+                         [&calls, file](std::uint64_t offset, std::size_t count) {
+                           return ReadPart(calls, file, offset, count);
+                         }});
 }
 
 Outcome NotInspected(int code, const Failure& failure) {
@@ -58,17 +61,19 @@ Outcome NotInspected(int code, const Failure& failure) {
   return {code, WriteInspectionFailure(failure.text), L"Archive not inspected", detail};
 }
 
-Outcome Inspect(const std::wstring& path) {
-  const FileHandle file = OpenForReading(path);
+Outcome Inspect(SystemCalls& calls, const std::wstring& path) {
+  const ExtendedPath extended(path);
+  const FileHandle file(calls.Create(
+      extended, {GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE}));
   if (!file) {
     const DWORD code = GetLastError();
-    return IsAbsence(code)
+    return MeansAbsent(code)
                ? NotInspected(kInspectArchiveMissing, {L"The archive is not there.", code})
                : NotInspected(kInspectArchiveUnreadable,
                               {L"The archive could not be opened.", code});
   }
   try {
-    const LayerList list = InspectFile(file.Get());
+    const LayerList list = InspectFile(calls, file.Get());
     return {kInspected, WriteLayerList(list), L"Archive inspected", SummarizeLayers(list)};
   } catch (const Failure& failure) {
     return NotInspected(kInspectArchiveUnreadable, failure);
@@ -78,18 +83,21 @@ Outcome Inspect(const std::wstring& path) {
 /// Writes the result and returns `code`, or the code of a result that could not be written.
 int Publish(const std::wstring& path, std::string_view result, int code) {
   const std::wstring temporary = path + L".tmp";
-  if (WriteWholeFile(temporary, result) && RenameOver(temporary, path)) {
+  try {
+    WriteWholeFile(temporary, result);
+    RenameFile(temporary, path, MOVEFILE_REPLACE_EXISTING);
     return code;
+  } catch (const Failure& failure) {
+    WriteLogEntry(L"Inspection result failed",
+                  L"Path=" + path + L" GetLastError=" + Decimal(failure.code));
+    return kInspectResultNotWritten;
   }
-  const DWORD error = GetLastError();
-  WriteLogEntry(L"Inspection result failed", L"Path=" + path + L" GetLastError=" + Decimal(error));
-  return kInspectResultNotWritten;
 }
 
 }  // namespace
 
-int InspectForScript(const InspectCommand& command) {
-  const Outcome outcome = Inspect(command.archive);
+int InspectForScript(const InspectCommand& command, SystemCalls& calls) {
+  const Outcome outcome = Inspect(calls, command.archive);
   WriteLogEntry(outcome.stage, L"Path=" + command.archive + L' ' + outcome.detail);
   return Publish(command.result_path, outcome.result, outcome.code);
 }

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <new>
+#include <optional>
+#include <utility>
 
 #include "common/failure.h"
 #include "common/file_win32.h"
@@ -13,31 +15,32 @@ namespace {
 
 constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
 
-/// A file that does not fit into memory counts as one that cannot be read.
-bool TryToRead(const std::wstring& path, std::string& bytes) {
+/// Returns nothing for a file that cannot be read; one that does not fit into memory counts as
+/// such.
+std::optional<std::string> TryToRead(const std::wstring& path) {
   try {
-    return ReadWholeFile(path, kLargestFile, bytes);
+    return ReadFileIfPossible(path, kLargestFile);
   } catch (const std::bad_alloc&) {
-    return false;
+    return std::nullopt;
   }
 }
 
 std::string ReadOrFail(const std::wstring& path, const std::wstring& failure_text) {
-  std::string bytes;
-  if (!TryToRead(path, bytes)) {
+  std::optional<std::string> bytes = TryToRead(path);
+  if (!bytes) {
     throw Failure{failure_text + path, 0};
   }
-  return bytes;
+  return *std::move(bytes);
 }
 
 /// The new job goes to its file in three pieces: a job may be large, and the process is not.
-bool WriteSelected(const std::wstring& path, std::string_view job,
+void WriteSelected(const std::wstring& path, std::string_view job,
                    const LayerSelection& selection) {
   FileWriter file(path);
   file.Write(job.substr(0, selection.begin));
   file.Write(selection.value);
   file.Write(job.substr(selection.end));
-  return file.Finish();
+  file.Finish(L"write");
 }
 
 bool TryRename(const std::wstring& source, const std::wstring& target, SystemCalls& calls) {
@@ -63,7 +66,9 @@ std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
     throw Failure{L"The ODB configuration was not found in the temporary OutJob.", 0};
   }
   const std::wstring temporary = out_job + L".tmp";
-  if (!WriteSelected(temporary, job, *selection)) {
+  try {
+    WriteSelected(temporary, job, *selection);
+  } catch (const Failure&) {
     throw Failure{L"Cannot write the temporary OutJob update.", 0};
   }
   if (!Replace(temporary, out_job, calls)) {

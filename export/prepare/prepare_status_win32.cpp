@@ -2,27 +2,31 @@
 
 #include <windows.h>
 
+#include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/log_win32.h"
 
 namespace kestrune {
 namespace {
 
-bool Publish(const std::wstring& status_path, int prepare_code) {
+void Publish(const std::wstring& status_path, int prepare_code) {
   const std::wstring temporary = status_path + L".tmp";
-  return WriteWholeFile(temporary, prepare_code == kPrepared ? "OK\r\n" : "ERROR\r\n") &&
-         MoveFileExW(ExtendedPath(temporary).Get(), ExtendedPath(status_path).Get(),
-                     MOVEFILE_WRITE_THROUGH) != FALSE;
+  WriteWholeFile(temporary, prepare_code == kPrepared ? "OK\r\n" : "ERROR\r\n");
+  RenameFile(temporary, status_path, MOVEFILE_WRITE_THROUGH);
 }
 
 }  // namespace
 
 int PublishPrepareStatus(const PrepareCommand& command, int prepare_code) {
-  if (command.status_path && !Publish(*command.status_path, prepare_code)) {
+  try {
+    if (command.status_path) {
+      Publish(*command.status_path, prepare_code);
+    }
+    return prepare_code;
+  } catch (const Failure&) {
     WriteLogEntry(L"Prepare status failed", L"Cannot publish completion result");
     return kPrepareStatusNotPublished;
   }
-  return prepare_code;
 }
 
 }  // namespace kestrune

@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -41,12 +42,13 @@ struct Preparation {
 /// The missing list of a board without embedded boards is the usual case, not an error. Memory that
 /// runs out is one: without its list the export would lack boards.
 std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
-  std::string bytes;
-  if (!ReadWholeFile(list_path, std::numeric_limits<std::uint64_t>::max(), bytes)) {
+  const std::optional<std::string> bytes =
+      ReadFileIfPossible(list_path, std::numeric_limits<std::uint64_t>::max());
+  if (!bytes) {
     return {};
   }
   std::vector<std::wstring> paths =
-      ParseDependencyList(bytes, [](std::string_view ansi) { return WideFromAnsi(ansi); });
+      ParseDependencyList(*bytes, [](std::string_view ansi) { return WideFromAnsi(ansi); });
   for (std::wstring& path : paths) {
     const std::wstring full = FullPath(path);
     if (!full.empty()) {
@@ -118,10 +120,13 @@ std::wstring FirstRejection(const Preparation& run) {
 
 /// A directory that was removed while somebody had it open keeps its name for a moment.
 void CreateRoot(const std::wstring& root, SystemCalls& calls) {
-  for (int attempt = 1; !CreateDirectories(root); ++attempt) {
-    const DWORD code = GetLastError();
-    if (code != ERROR_ACCESS_DENIED || attempt == kCreateAttempts) {
-      throw Failure{L"create_directories", code, root};
+  for (int attempt = 1;; ++attempt) {
+    try {
+      return CreateDirectories(calls, root);
+    } catch (const Failure& failure) {
+      if (failure.code != ERROR_ACCESS_DENIED || attempt == kCreateAttempts) {
+        throw;
+      }
     }
     calls.Wait(kCreatePauseMilliseconds);
   }
@@ -135,9 +140,7 @@ class TemporaryFolder {
   /// the project is built.
   TemporaryFolder(const std::wstring& root, SystemCalls& calls) {
     const std::wstring product_folder(ParentPath(root));
-    if (!CreateDirectories(product_folder)) {
-      ThrowLastError(L"create_directories", product_folder);
-    }
+    CreateDirectories(calls, product_folder);
     product_folder_ = HoldRealDirectory(product_folder, calls);
     RemoveTree(root, calls);
     CreateRoot(root, calls);
@@ -179,7 +182,7 @@ bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifes
 /// dependencies come first.
 class ProjectFile {
  public:
-  explicit ProjectFile(const std::wstring& path) : path_(path), file_(path) {}
+  explicit ProjectFile(const std::wstring& path) : file_(path) {}
 
   /// Writes text in the system's ANSI code page, which is what the host reads. Text that it cannot
   /// hold is a failure: the host would look for a document of another name.
@@ -192,14 +195,9 @@ class ProjectFile {
     }
   }
 
-  void Finish() {
-    if (!file_.Finish()) {
-      ThrowLastError(kCannotFinish, path_);
-    }
-  }
+  void Finish() { file_.Finish(kCannotFinish); }
 
  private:
-  std::wstring path_;
   FileWriter file_;
 };
 
@@ -253,9 +251,10 @@ int AddDependency(const std::wstring& path, std::size_t number, const std::wstri
 /// Its presence tells the script that the project is complete, so a path that the code page cannot
 /// hold is written with replacement characters rather than not at all.
 void WriteReadyFile(const std::wstring& root, const std::wstring& source_pcb) {
-  if (!WriteWholeFile(JoinPath(root, kReadyFile),
-                      AnsiFromWideLossy(WithWindowsLineEnds(source_pcb)))) {
-    ThrowLastError(L"Cannot write ready.txt", root);
+  try {
+    WriteWholeFile(JoinPath(root, kReadyFile), AnsiFromWideLossy(WithWindowsLineEnds(source_pcb)));
+  } catch (const Failure& failure) {
+    throw Failure{L"Cannot write ready.txt", failure.code, root};
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "common/failure.h"
 #include "common/file_win32.h"
 #include "common/log_win32.h"
 #include "common/text.h"
@@ -11,17 +12,18 @@ namespace kestrune {
 namespace {
 
 std::optional<std::uint64_t> SizeOfRegularFile(const std::wstring& path) {
-  FileEntry entry;
-  DWORD code = 0;
-  return QueryEntry(path, entry, code) && entry.kind == FileKind::RegularFile
-             ? std::optional(entry.size)
-             : std::nullopt;
+  const std::optional<FileEntry> entry = QueryEntryQuietly(path);
+  return entry && entry->kind == FileKind::RegularFile ? std::optional(entry->size) : std::nullopt;
 }
 
 /// A result that cannot be written changes nothing: the script looks for the file only, and gives
 /// up by itself when none comes.
 void WriteResult(const std::wstring& path, const std::string& text) {
-  static_cast<void>(WriteWholeFile(path, text));
+  try {
+    WriteWholeFile(path, text);
+  } catch (const Failure&) {
+    return;
+  }
 }
 
 }  // namespace

@@ -34,9 +34,10 @@ void DeployFile(SystemCalls& calls, const std::wstring& source, const std::wstri
   if (QueryFileKind(source) != FileKind::RegularFile) {
     throw Refusal{{L"Missing file of the package: ", 0, source}};
   }
-  if (!CreateDirectories(std::wstring(ParentPath(target)))) {
-    const DWORD code = GetLastError();
-    throw Refusal{{L"Cannot copy ", code, source + L"."}};
+  try {
+    CreateDirectories(calls, std::wstring(ParentPath(target)));
+  } catch (const Failure& failure) {
+    throw Refusal{{L"Cannot copy ", failure.code, source + L"."}};
   }
   InstallFile(calls, source, target);
 }
@@ -48,9 +49,10 @@ void Deploy(SystemCalls& calls, const std::wstring& package, const std::wstring&
     throw Refusal{{folder_error}};
   }
   const std::wstring runtime = RuntimeRoot(local_app_data);
-  if (!CreateDirectories(runtime)) {
-    const DWORD code = GetLastError();
-    throw Refusal{{L"Cannot create the Bridge runtime directory.", code}};
+  try {
+    CreateDirectories(calls, runtime);
+  } catch (const Failure& failure) {
+    throw Refusal{{L"Cannot create the Bridge runtime directory.", failure.code}};
   }
   DeployFile(calls, program, JoinPath(runtime, kProgramFile));
   for (const PackageFile& file : kPackageFiles) {

@@ -61,12 +61,19 @@ void Remove(SystemCalls& calls, const std::wstring& incoming) {
 }
 
 std::string ReadTemplate(const std::wstring& script) {
-  std::string bytes;
-  if (!ReadWholeFile(script, kLargestTemplate, bytes)) {
-    const DWORD code = GetLastError();
-    throw Refusal{{L"Cannot read the runtime script template.", code}};
+  try {
+    return ReadWholeFile(script, kLargestTemplate);
+  } catch (const Failure& failure) {
+    throw Refusal{{L"Cannot read the runtime script template.", failure.code}};
   }
-  return bytes;
+}
+
+void WriteScript(const std::wstring& path, std::string_view script) {
+  try {
+    WriteWholeFile(path, script);
+  } catch (const Failure& failure) {
+    throw Refusal{{L"Cannot write the runtime script.", failure.code}};
+  }
 }
 
 }  // namespace
@@ -80,10 +87,7 @@ void GenerateRuntimeScript(SystemCalls& calls, const std::wstring& package,
   }
   const std::string filled = FillForThisMachine(ReadTemplate(script), runtime);
   const std::wstring incoming = JoinPath(runtime, IncomingScriptName(LocalTimeNow()));
-  if (!WriteWholeFile(incoming, filled)) {
-    const DWORD code = GetLastError();
-    throw Refusal{{L"Cannot write the runtime script.", code}};
-  }
+  WriteScript(incoming, filled);
   const OriginProof proof = TakePackageTime(calls, script, incoming);
   try {
     InstallFile(calls, incoming, target, proof);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <optional>
 
 #include "common/path.h"
 #include "common/text.h"
@@ -42,19 +43,17 @@ bool TakeNumber(std::wstring_view& text, std::int32_t& number) {
   if (at < text.size() && (text[at] == L'-' || text[at] == L'+')) {
     ++at;
   }
-  const std::size_t first_digit = at;
-  std::int64_t value = 0;
-  for (; at < text.size() && IsAsciiDigit(text[at]); ++at) {
-    // One more than the largest magnitude is enough to be held to the limits below.
-    value = std::min<std::int64_t>(value * 10 + (text[at] - L'0'), std::int64_t{1} << 31);
-  }
-  if (at == first_digit) {
+  std::wstring_view rest = text.substr(at);
+  // One more than the largest magnitude is enough to be held to the limits below.
+  const std::optional<std::uint64_t> magnitude = TakeDecimal(rest, std::uint64_t{1} << 31);
+  if (!magnitude) {
     return false;
   }
+  const auto value = static_cast<std::int64_t>(*magnitude);
   number = static_cast<std::int32_t>(
       std::clamp<std::int64_t>(negative ? -value : value, std::numeric_limits<std::int32_t>::min(),
                                std::numeric_limits<std::int32_t>::max()));
-  text.remove_prefix(at);
+  text = rest;
   return true;
 }
 

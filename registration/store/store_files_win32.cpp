@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/failure.h"
+#include "common/file_win32.h"
 #include "common/sha256_win32.h"
 #include "registration/rcs_size.h"
 #include "registration/transaction/step_failure.h"
@@ -16,33 +17,22 @@ using kestrune::Failure;
 using kestrune::FileHandle;
 using kestrune::SystemCalls;
 
-void ReadAll(SystemCalls& calls, HANDLE file, std::string& bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    DWORD read = 0;
-    if (!calls.Read(file, bytes.data() + done, static_cast<DWORD>(bytes.size() - done), &read)) {
-      throw FileStepFailure(L"Read RCS", GetLastError());
-    }
-    if (read == 0) {
-      throw FileStepFailure(L"Read RCS", ERROR_HANDLE_EOF);
-    }
-    done += read;
+void ReadRcsInto(SystemCalls& calls, HANDLE file, std::string& bytes) {
+  try {
+    kestrune::ReadAll(calls, file, bytes);
+  } catch (const Failure& failure) {
+    throw FileStepFailure(L"Read RCS", failure.code);
   }
 }
 
-/// The code of the failing call; ERROR_WRITE_FAULT for one that succeeded and wrote nothing.
-DWORD WriteAll(SystemCalls& calls, HANDLE file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    DWORD written = 0;
-    if (!calls.Write(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written)) {
-      return GetLastError();
-    }
-    if (written == 0) {
-      return ERROR_WRITE_FAULT;
-    }
-    bytes.remove_prefix(written);
+/// Returns ERROR_SUCCESS, or the code with which the write was refused.
+DWORD TryToWrite(SystemCalls& calls, HANDLE file, std::string_view bytes) {
+  try {
+    kestrune::WriteAll(calls, file, bytes);
+    return ERROR_SUCCESS;
+  } catch (const Failure& failure) {
+    return failure.code;
   }
-  return ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -97,7 +87,7 @@ std::string ReadRcsBytes(SystemCalls& calls, const ExtendedPath& path) {
     throw Refusal(L"RCS exceeds limit.");
   }
   std::string bytes(static_cast<std::size_t>(size.QuadPart), '\0');
-  ReadAll(calls, file.Get(), bytes);
+  ReadRcsInto(calls, file.Get(), bytes);
   return bytes;
 }
 
@@ -114,7 +104,7 @@ FileHandle CreateNewFile(SystemCalls& calls, const ExtendedPath& path,
 void FillNewFile(SystemCalls& calls, FileHandle file, const ExtendedPath& path,
                  std::string_view bytes, const NewFileSteps& steps) {
   std::wstring_view failed_step = steps.write;
-  DWORD code = WriteAll(calls, file.Get(), bytes);
+  DWORD code = TryToWrite(calls, file.Get(), bytes);
   if (code == ERROR_SUCCESS && !calls.Flush(file.Get())) {
     code = GetLastError();
     failed_step = steps.flush;

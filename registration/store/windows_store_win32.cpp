@@ -6,6 +6,7 @@
 #include "common/failure.h"
 #include "common/failure_win32.h"
 #include "common/file_time_win32.h"
+#include "common/file_win32.h"
 #include "common/path.h"
 #include "registration/store/backup_format.h"
 #include "registration/store/global_projects_key_win32.h"
@@ -25,26 +26,6 @@ std::wstring NameBackupDirectory(kestrune::SystemCalls& calls, const StoreTarget
   const std::wstring root = JoinPath(kestrune::ParentPath(target.rcs_path), L"KestruneBackups");
   const RunStamp stamp = {kestrune::UtcTimeNow(), GetCurrentProcessId(), calls.GetTicks()};
   return JoinPath(JoinPath(root, target.guid), BackupDirectoryName(stamp));
-}
-
-/// One directory; the code of the failing call, or success when it is there.
-DWORD MakeDirectory(kestrune::SystemCalls& calls, const std::wstring& path) {
-  if (calls.MakeDirectory(ExtendedPath(path))) {
-    return ERROR_SUCCESS;
-  }
-  const DWORD code = GetLastError();
-  return code == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : code;
-}
-
-/// A directory with its missing parents.
-DWORD MakeDirectories(kestrune::SystemCalls& calls, const std::wstring& path) {
-  const DWORD code = MakeDirectory(calls, path);
-  const std::wstring parent(kestrune::ParentPath(path));
-  if (code != ERROR_PATH_NOT_FOUND || parent.size() >= path.size()) {
-    return code;
-  }
-  const DWORD parent_code = MakeDirectories(calls, parent);
-  return parent_code == ERROR_SUCCESS ? MakeDirectory(calls, path) : parent_code;
 }
 
 }  // namespace
@@ -187,12 +168,14 @@ DWORD WindowsStore::EnsureBackupDirectory() {
   if (has_backup_directory_) {
     return ERROR_SUCCESS;
   }
-  const DWORD code = MakeDirectories(calls_, backup_directory_);
-  if (code == ERROR_SUCCESS) {
-    has_backup_directory_ = true;
-    ClearLeftovers(calls_, file_.Path(), ExtendedPath(backup_directory_));
+  try {
+    kestrune::CreateDirectories(calls_, backup_directory_);
+  } catch (const kestrune::Failure& failure) {
+    return failure.code;
   }
-  return code;
+  has_backup_directory_ = true;
+  ClearLeftovers(calls_, file_.Path(), ExtendedPath(backup_directory_));
+  return ERROR_SUCCESS;
 }
 
 }  // namespace altium_registration

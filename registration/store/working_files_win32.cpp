@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cwchar>
+#include <limits>
 #include <string_view>
 
 #include "common/file_time_win32.h"
@@ -27,14 +28,9 @@ std::uint64_t StartTime(SystemCalls& calls, HANDLE process) {
   return kestrune::JoinFileTime(created);
 }
 
-/// Reads a decimal number off the front of the text.
+/// Takes a number off the front of the text; 0 where there is none.
 std::uint64_t TakeNumber(std::wstring_view& text) {
-  std::uint64_t number = 0;
-  while (!text.empty() && kestrune::IsAsciiDigit(text.front())) {
-    number = number * 10 + static_cast<std::uint64_t>(text.front() - L'0');
-    text.remove_prefix(1);
-  }
-  return number;
+  return kestrune::TakeDecimal(text, std::numeric_limits<std::uint64_t>::max()).value_or(0);
 }
 
 /// Whether the run that named the file ("<process>_<start time>_...") still works. A process that

@@ -15,6 +15,7 @@ namespace {
 using kestrune::Failure;
 
 constexpr std::wstring_view kItemPrefix = L"Item";
+constexpr std::uint64_t kLargestIndex = 1000009;
 
 bool HasItemForm(std::wstring_view name) {
   return name.size() > kItemPrefix.size() &&
@@ -30,14 +31,12 @@ std::optional<std::uint32_t> ItemIndex(std::wstring_view name) {
   if (!HasItemForm(name)) {
     return std::nullopt;
   }
-  std::uint32_t index = 0;
-  for (const wchar_t digit : name.substr(kItemPrefix.size())) {
-    if (index > 100000) {
-      throw Failure{L"ItemN index too large."};
-    }
-    index = index * 10 + static_cast<std::uint32_t>(digit - L'0');
+  name.remove_prefix(kItemPrefix.size());
+  const std::uint64_t index = kestrune::TakeDecimal(name, kLargestIndex + 1).value_or(0);
+  if (index > kLargestIndex) {
+    throw Failure{L"ItemN index too large."};
   }
-  return index;
+  return static_cast<std::uint32_t>(index);
 }
 
 wchar_t UnitAt(const std::vector<std::byte>& data, std::size_t offset) {

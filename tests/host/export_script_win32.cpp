@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "common/text_win32.h"
@@ -74,7 +75,7 @@ class ExportScript {
     }
     const std::wstring request = JoinPath(options_.photos, name + L".please");
     const std::wstring taken = JoinPath(options_.photos, name + L".taken");
-    static_cast<void>(WriteWholeFile(request, ""));
+    static_cast<void>(TryWriteFile(request, ""));
     for (int i = 0; i < 500 && !FileIsThere(taken); ++i) {
       Sleep(20);
     }
@@ -118,7 +119,7 @@ class ExportScript {
       }
       bytes += ansi + "\r\n";
     }
-    return WriteWholeFile(path, bytes);
+    return TryWriteFile(path, bytes);
   }
 
   bool SaveLists() {
@@ -131,7 +132,7 @@ class ExportScript {
     }
     DeleteFileW(Exchanged(L"status.txt").c_str());
     DeleteFileW(Exchanged(L"result.txt").c_str());
-    return CreateDirectories(exchange_) &&
+    return TryCreateDirectories(exchange_) &&
            SaveList(Exchanged(L"dependencies.txt"), options_.dependencies) &&
            SaveList(Exchanged(L"layers.txt"), manifest);
   }
@@ -142,7 +143,7 @@ class ExportScript {
     const ULONGLONG end = GetTickCount64() + options_.patience;
     do {
       std::string answer;
-      if (FileIsThere(path) && ReadWholeFile(path, kFileLimit, answer) && !answer.empty()) {
+      if (FileIsThere(path) && TryReadFile(path, kFileLimit, answer) && !answer.empty()) {
         return answer.substr(0, answer.find_first_of("\r\n"));
       }
       Sleep(100);
@@ -174,7 +175,7 @@ class ExportScript {
     windows_.ShowStep(2, L"opening the temporary project");
     std::string project;
     std::string output_job;
-    if (!ReadWholeFile(JoinPath(temporary_, L"Bridge.PrjPcb"), kFileLimit, project)) {
+    if (!TryReadFile(JoinPath(temporary_, L"Bridge.PrjPcb"), kFileLimit, project)) {
       journal_.Note(L"Bridge.PrjPcb cannot be read");
       return ExportEnd::ProjectUnreadable;
     }
@@ -189,7 +190,7 @@ class ExportScript {
         journal_.Note(L"the document is not there");
         return ExportEnd::ProjectUnreadable;
       }
-      if (name.ends_with(L".OutJob") && !ReadWholeFile(path, kFileLimit, output_job)) {
+      if (name.ends_with(L".OutJob") && !TryReadFile(path, kFileLimit, output_job)) {
         return ExportEnd::ProjectUnreadable;
       }
     }
@@ -209,7 +210,7 @@ class ExportScript {
 
   ExportEnd GenerateAndWait() {
     std::string archive = OdbArchive(layers_);
-    if (!options_.archive.empty() && !ReadWholeFile(options_.archive, kFileLimit, archive)) {
+    if (!options_.archive.empty() && !TryReadFile(options_.archive, kFileLimit, archive)) {
       return ExportEnd::FileFailed;
     }
     const std::wstring outputs = JoinPath(temporary_, L"Project Outputs for Bridge");

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/text.h"
 
@@ -10,7 +11,7 @@ namespace kestrune {
 
 Journal::Journal(std::wstring path) : path_(std::move(path)) {
   if (!path_.empty()) {
-    static_cast<void>(WriteWholeFile(path_, ""));
+    static_cast<void>(TryWriteFile(path_, ""));
   }
 }
 
@@ -22,8 +23,8 @@ void Journal::Note(std::wstring_view text) {
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
   if (file) {
-    static_cast<void>(WriteAll(file.Get(), Utf8FromWide(Decimal(GetTickCount64() - begin_)) + "\t" +
-                                               Utf8FromWide(text) + "\n"));
+    static_cast<void>(TryWriteAll(file.Get(), Utf8FromWide(Decimal(GetTickCount64() - begin_)) +
+                                                  "\t" + Utf8FromWide(text) + "\n"));
   }
 }
 

@@ -26,6 +26,7 @@
 #include <thread>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "tests/host/export_script_win32.h"
@@ -117,7 +118,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
     return static_cast<int>(ExportEnd::BadCommandLine);
   }
   if (!line.make_board.empty()) {
-    return kestrune::WriteWholeFile(line.make_board, kestrune::SmallBoard())
+    return kestrune::TryWriteFile(line.make_board, kestrune::SmallBoard())
                ? 0
                : static_cast<int>(ExportEnd::FileFailed);
   }

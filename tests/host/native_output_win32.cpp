@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 
 namespace kestrune {
@@ -21,7 +22,7 @@ FileHandle Create(const std::wstring& path, DWORD sharing) {
 bool WritePieces(HANDLE file, std::string_view bytes, DWORD pause, const std::atomic<bool>& stop) {
   const std::size_t piece = bytes.size() / kPieces + 1;
   for (std::size_t at = 0; at < bytes.size() && !stop; at += piece) {
-    if (!WriteAll(file, bytes.substr(at, piece))) {
+    if (!TryWriteAll(file, bytes.substr(at, piece))) {
       return false;
     }
     Sleep(pause);
@@ -54,7 +55,7 @@ bool NativeOutput::Write(const std::wstring& path, const std::string& archive, O
   if (manner == OutputManner::Nothing) {
     return true;
   }
-  if (!CreateDirectories(std::wstring(ParentPath(path)))) {
+  if (!TryCreateDirectories(std::wstring(ParentPath(path)))) {
     return false;
   }
   const DWORD sharing = manner == OutputManner::Held ? 0 : FILE_SHARE_READ;
@@ -73,7 +74,7 @@ bool NativeOutput::Write(const std::wstring& path, const std::string& archive, O
   }
   file.Reset();
   return manner != OutputManner::Replaced ||
-         (WriteWholeFile(path + L".new", archive) && RenameOver(path + L".new", path));
+         (TryWriteFile(path + L".new", archive) && TryRenameOver(path + L".new", path));
 }
 
 }  // namespace kestrune

@@ -1,6 +1,7 @@
 #include "tests/support/after_export_fixture_win32.h"
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 
@@ -26,8 +27,8 @@ void AfterExportTest::SetUp() {
   }
   application_ = Scratch(L"Some Viewer\\viewer.exe");
   record_ = Scratch(L"record.txt");
-  ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(application_))));
-  ASSERT_TRUE(CopyOver(TestProgramPath(L"child_recorder"), application_)) << GetLastError();
+  ASSERT_TRUE(TryCreateDirectories(std::wstring(ParentPath(application_))));
+  ASSERT_TRUE(TryCopyOver(TestProgramPath(L"child_recorder"), application_)) << GetLastError();
   ASSERT_TRUE(SetEnvironmentVariableW(L"KESTRUNE_CHILD_RECORD", record_.c_str()));
 }
 

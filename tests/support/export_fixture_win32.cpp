@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 
@@ -59,13 +60,13 @@ ProfileFolders FindProfileFolders() {
 
 std::string FileBytes(const std::wstring& path) {
   std::string bytes;
-  EXPECT_TRUE(ReadWholeFile(path, 256U << 20U, bytes))
+  EXPECT_TRUE(TryReadFile(path, 256U << 20U, bytes))
       << NarrowForMessage(path) << ", error " << GetLastError();
   return bytes;
 }
 
 void PutFile(const std::wstring& path, std::string_view bytes) {
-  EXPECT_TRUE(CreateDirectories(std::wstring(ParentPath(path))) && WriteWholeFile(path, bytes))
+  EXPECT_TRUE(TryCreateDirectories(std::wstring(ParentPath(path))) && TryWriteFile(path, bytes))
       << NarrowForMessage(path) << ", error " << GetLastError();
 }
 
@@ -125,7 +126,7 @@ void ExportTest::SetUp() {
   ASSERT_TRUE(RemoveTree(folders_.common + L"\\Kestrune")) << GetLastError();
   ASSERT_TRUE(RemoveTree(std::wstring(ParentPath(folders_.temporary)))) << GetLastError();
   ASSERT_TRUE(RemoveTree(scratch_)) << GetLastError();
-  ASSERT_TRUE(CreateDirectories(scratch_)) << GetLastError();
+  ASSERT_TRUE(TryCreateDirectories(scratch_)) << GetLastError();
 }
 
 void ExportTest::TearDown() {

@@ -3,6 +3,7 @@
 
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 
@@ -28,8 +29,8 @@ namespace {
 
 /// The tests' waiting program under another name.
 std::wstring WaitingProgramAs(const std::wstring& path) {
-  EXPECT_TRUE(CreateDirectories(std::wstring(ParentPath(path))) &&
-              CopyOver(TestProgramPath(L"waiting_program"), path))
+  EXPECT_TRUE(TryCreateDirectories(std::wstring(ParentPath(path))) &&
+              TryCopyOver(TestProgramPath(L"waiting_program"), path))
       << Utf8FromWide(path) << ", error " << GetLastError();
   return path;
 }

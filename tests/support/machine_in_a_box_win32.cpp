@@ -10,6 +10,7 @@
 
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/registry_win32.h"
@@ -46,7 +47,7 @@ void Require(bool done, const char* what) {
 }
 
 void Put(const std::wstring& path, std::string_view bytes) {
-  Require(CreateDirectories(std::wstring(ParentPath(path))) && WriteWholeFile(path, bytes),
+  Require(TryCreateDirectories(std::wstring(ParentPath(path))) && TryWriteFile(path, bytes),
           "cannot write a file of the box");
 }
 
@@ -291,7 +292,7 @@ bool StartsScript(const HostButton& button, const HostView& view) {
   const std::wstring unit =
       JoinPath(ParentPath(project), WidenBytes(button.procedure.substr(0, arrow)));
   std::string script;
-  return ReadWholeFile(unit, 64U << 20U, script) &&
+  return TryReadFile(unit, 64U << 20U, script) &&
          LowerAscii(script).find("procedure " + LowerAscii(button.procedure.substr(arrow + 1))) !=
              std::string::npos;
 }
@@ -404,7 +405,7 @@ MadeInstance MakeHost(const BoxInstance& instance) {
     Put(made.program, "not a program");
   }
   if (instance.has_profile) {
-    Require(CreateDirectories(made.profile), "cannot create a profile of the box");
+    Require(TryCreateDirectories(made.profile), "cannot create a profile of the box");
     if (instance.has_rcs) {
       Put(made.rcs, instance.rcs);
     }
@@ -539,8 +540,8 @@ HostView ReadAsHost(const MadeInstance& instance) {
   }
   std::string rcs;
   std::string resource;
-  if (!ReadWholeFile(instance.rcs, 64U << 20U, rcs) ||
-      !ReadWholeFile(instance.resource, 64U << 20U, resource)) {
+  if (!TryReadFile(instance.rcs, 64U << 20U, rcs) ||
+      !TryReadFile(instance.resource, 64U << 20U, resource)) {
     view.error = "cannot read the customization files";
     return view;
   }

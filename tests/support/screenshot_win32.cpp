@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 
 namespace kestrune {
 namespace {
@@ -123,7 +124,7 @@ bool SaveScreenshot(const std::wstring& path) {
   std::string bytes(reinterpret_cast<const char*>(&file), sizeof(file));
   bytes.append(reinterpret_cast<const char*>(&header), sizeof(header));
   bytes.append(reinterpret_cast<const char*>(picture.pixels.data()), picture.pixels.size() * 4);
-  return WriteWholeFile(path, bytes);
+  return TryWriteFile(path, bytes);
 }
 
 }  // namespace kestrune

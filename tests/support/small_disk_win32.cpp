@@ -6,6 +6,7 @@
 #include <string>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 
 namespace kestrune {
@@ -42,7 +43,7 @@ bool SmallDisk::Fill() const {
                                     CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   const std::string block(4096, 'x');
   for (int i = 0; file && i < kLargestDisk / 4096; ++i) {
-    if (!WriteAll(file.Get(), block)) {
+    if (!TryWriteAll(file.Get(), block)) {
       return GetLastError() == ERROR_DISK_FULL;
     }
   }

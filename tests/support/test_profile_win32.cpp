@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "registration/transaction/global_projects.h"
@@ -36,7 +37,7 @@ TestProfile::TestProfile(std::string_view rcs) {
   const std::wstring name = UniqueName();
   directory_ = JoinPath(TemporaryFolder(), name);
   branch_ = L"Software\\Altium\\" + name;
-  if (!kestrune::CreateDirectories(directory_)) {
+  if (!kestrune::TryCreateDirectories(directory_)) {
     throw std::runtime_error("no test folder");
   }
   WriteFileBytes(Rcs(), rcs);
@@ -80,11 +81,11 @@ std::vector<std::wstring> TestProfile::Leftovers() const {
 std::string FileBytes(const std::wstring& path) {
   std::string bytes;
   constexpr std::uint64_t kLimit = std::uint64_t{1} << 30U;
-  return kestrune::ReadWholeFile(path, kLimit, bytes) ? bytes : "<missing>";
+  return kestrune::TryReadFile(path, kLimit, bytes) ? bytes : "<missing>";
 }
 
 void WriteFileBytes(const std::wstring& path, std::string_view bytes) {
-  if (!kestrune::WriteWholeFile(path, bytes)) {
+  if (!kestrune::TryWriteFile(path, bytes)) {
     throw std::runtime_error("no test file");
   }
 }

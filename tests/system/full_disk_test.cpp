@@ -5,6 +5,7 @@
 #include <string>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/finalize_fixture_win32.h"
@@ -101,7 +102,7 @@ TEST_F(FullDiskTest, ATemporaryRootOnAFullDiskFailsThePreparation) {
   PutFile(board, std::string(100'000, 'b'));
   PutFile(Scratch(L"layers.txt"), "");
   PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
-  ASSERT_TRUE(CreateDirectories(JoinPath(disk.Folder(), L"Kestrune\\Temp")));
+  ASSERT_TRUE(TryCreateDirectories(JoinPath(disk.Folder(), L"Kestrune\\Temp")));
   ASSERT_TRUE(disk.Fill());
   EXPECT_TRUE(
       EndsSilentlyWith(4, RunKestrune(L"--prepare " + Quoted(board) + L" none " +
@@ -147,7 +148,7 @@ TEST_F(FullDiskInstallTest, AProfileOnAFullDiskIsLeftAsItWas) {
   MadeInstance host = MakeHost(used);
   // The program's own folder has room, the host's profile has none.
   const std::wstring roaming = Scratch(L"user\\AppData\\Roaming");
-  ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(roaming))));
+  ASSERT_TRUE(TryCreateDirectories(std::wstring(ParentPath(roaming))));
   ASSERT_TRUE(MakeDirectoryLink(roaming, disk.Folder()));
   const MovedProfile moved(Scratch(L"user"));
   MoveHost(host, roaming);

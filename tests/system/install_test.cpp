@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "registration/transaction/global_projects.h"
@@ -103,7 +104,7 @@ FileHandle ShutLog(const MadeInstance& host) {
   while (GetTickCount64() < end) {
     const std::wstring log = JoinPath(LatestBackup(host), L"operation.log");
     std::string text;
-    if (ReadWholeFile(log, 4096, text) && text.find("Intended SHA256=") != std::string::npos) {
+    if (TryReadFile(log, 4096, text) && text.find("Intended SHA256=") != std::string::npos) {
       FileHandle shut(
           CreateFileW(log.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
       if (shut) {
@@ -325,7 +326,7 @@ TEST_F(InstallTest, AProfileThatCannotBeToldIsSkippedWithItsReason) {
                   host.guid + L" (executable/profile must be verified).");
   }
   const std::wstring profiles(ParentPath(PlaceOf(twice).profile));
-  ASSERT_TRUE(CreateDirectories(JoinPath(profiles, L"Copy of " + PlaceOf(twice).guid)));
+  ASSERT_TRUE(TryCreateDirectories(JoinPath(profiles, L"Copy of " + PlaceOf(twice).guid)));
   RegistryKey other;
   RegCreateKeyW(HKEY_CURRENT_USER,
                 (L"Software\\Altium\\Other " + PlaceOf(disagreeing).guid).c_str(), other.Put());
@@ -450,7 +451,7 @@ TEST_F(InstallTest, AProgramWithoutPackageIsLogged) {
       L"GUID=" +
       host.guid;
   const std::wstring program = Scratch(L"elsewhere\\Kestrune.exe");
-  ASSERT_TRUE(CreateDirectories(Scratch(L"elsewhere")) && CopyOver(KestrunePath(), program));
+  ASSERT_TRUE(TryCreateDirectories(Scratch(L"elsewhere")) && TryCopyOver(KestrunePath(), program));
   EXPECT_TRUE(EndsSilentlyWith(40, Finish(ProgramRun(program, L"--install --quiet"))));
   ExpectLogged(1, {L"Installer failed | Error=No package beside the program: " + program +
                        L" GetLastError=0 Package=",
@@ -806,8 +807,8 @@ TEST_F(InstallTest, ThePackageIsFoundBesideTheProgramOrUpToFiveFoldersAbove) {
               {L"elsewhere", 40}};
   for (const auto& row : rows) {
     const std::wstring program = Scratch(JoinPath(row.folder, L"Kestrune.exe"));
-    ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(program))) &&
-                CopyOver(KestrunePath(), program));
+    ASSERT_TRUE(TryCreateDirectories(std::wstring(ParentPath(program))) &&
+                TryCopyOver(KestrunePath(), program));
     ASSERT_TRUE(RemoveTree(folders_.runtime));
     PutFile(host.rcs, UsedHost(1, 24).rcs);
     EXPECT_TRUE(EndsSilentlyWith(row.code, Finish(ProgramRun(program, L"--install --quiet"))))

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "tests/support/prepare_fixture_win32.h"
 
@@ -60,7 +61,7 @@ TEST_F(JunctionTest, OneInTheTemporaryRootLeavesItsTarget) {
 TEST_F(JunctionTest, OneAsTheTemporaryRootLeavesItsTarget) {
   const std::wstring victim = Victim();
   const std::wstring parent(ParentPath(folders_.temporary));
-  ASSERT_TRUE(CreateDirectories(parent));
+  ASSERT_TRUE(TryCreateDirectories(parent));
   ASSERT_NO_FATAL_FAILURE(MakeJunction(folders_.temporary, victim));
   Prepare();
   ExpectUntouched(victim);

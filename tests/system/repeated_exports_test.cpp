@@ -25,16 +25,15 @@ namespace {
 void ListTree(const std::wstring& folder, std::vector<std::string>& list) {
   for (const std::wstring& name : NamesIn(folder)) {
     const std::wstring path = JoinPath(folder, name);
-    FileEntry entry;
-    DWORD code = 0;
-    if (!QueryEntry(path, entry, code)) {
+    const std::optional<FileEntry> entry = QueryEntryQuietly(path);
+    if (!entry) {
       list.push_back(Utf8FromWide(path) + " cannot be read");
-    } else if (entry.kind == FileKind::Directory) {
+    } else if (entry->kind == FileKind::Directory) {
       list.push_back(Utf8FromWide(path));
       ListTree(path, list);
     } else {
       list.push_back(Utf8FromWide(path) +
-                     (name == L"bridge.log" ? "" : " " + std::to_string(entry.size)));
+                     (name == L"bridge.log" ? "" : " " + std::to_string(entry->size)));
     }
   }
 }

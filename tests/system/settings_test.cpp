@@ -6,6 +6,7 @@
 #include <string>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/after_export_fixture_win32.h"
@@ -65,7 +66,7 @@ TEST_F(SettingsTest, TheUsersFileHidesTheOneOfAllUsersWhole) {
 TEST_F(SettingsTest, AFolderOfTheFilesNameWinsTheChoiceAndMeansDefaults) {
   PutFile(folders_.common_settings,
           Utf16WithMark(L"[Target]\r\nEnabled=1\r\nExecutablePath=" + application_ + L"\r\n"));
-  ASSERT_TRUE(CreateDirectories(folders_.settings));
+  ASSERT_TRUE(TryCreateDirectories(folders_.settings));
   EXPECT_EQ(Started(), std::nullopt);
 }
 

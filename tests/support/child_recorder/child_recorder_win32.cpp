@@ -18,6 +18,7 @@
 #include <string>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/text.h"
 
 namespace {
@@ -73,8 +74,8 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
   }
   const std::string_view bytes(reinterpret_cast<const char*>(record.data()),
                                record.size() * sizeof(wchar_t));
-  if (!kestrune::WriteWholeFile(target + L".part", bytes) ||
-      !kestrune::RenameOver(target + L".part", target)) {
+  if (!kestrune::TryWriteFile(target + L".part", bytes) ||
+      !kestrune::TryRenameOver(target + L".part", target)) {
     return 99;
   }
   Sleep(NumericVariable(L"KESTRUNE_CHILD_LINGER"));

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/text.h"
 
@@ -101,8 +102,8 @@ int Describe(const std::wstring& file) {
     }
     text = DescribeDrop() + DescribeText();
   }
-  return kestrune::WriteWholeFile(file + L".part", text) &&
-                 kestrune::RenameOver(file + L".part", file)
+  return kestrune::TryWriteFile(file + L".part", text) &&
+                 kestrune::TryRenameOver(file + L".part", file)
              ? 0
              : 2;
 }
@@ -137,7 +138,7 @@ int Hold(const std::wstring& file, unsigned long milliseconds) {
   if (!clipboard) {
     return 1;
   }
-  if (!kestrune::WriteWholeFile(file, "holding")) {
+  if (!kestrune::TryWriteFile(file, "holding")) {
     return 2;
   }
   const ULONGLONG deadline = GetTickCount64() + milliseconds;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/text.h"
@@ -38,7 +39,7 @@ constexpr char kUsage[] =
     "machine_in_a_box clear         removes everything again\n";
 
 void Print(const std::string& text) {
-  static_cast<void>(WriteAll(GetStdHandle(STD_OUTPUT_HANDLE), text));
+  static_cast<void>(TryWriteAll(GetStdHandle(STD_OUTPUT_HANDLE), text));
 }
 
 void MakeMany(unsigned count) {
@@ -59,7 +60,7 @@ void MakeThree() {
 
 Snapshot ReadSnapshot(const std::wstring& path) {
   std::string text;
-  if (!ReadWholeFile(path, 256U << 20U, text)) {
+  if (!TryReadFile(path, 256U << 20U, text)) {
     throw std::runtime_error("cannot read a snapshot");
   }
   Snapshot lines;
@@ -75,7 +76,7 @@ void WriteSnapshot(const std::wstring& path) {
   for (const std::string& line : TakeSnapshot()) {
     text += line + "\n";
   }
-  if (!WriteWholeFile(path, text)) {
+  if (!TryWriteFile(path, text)) {
     throw std::runtime_error("cannot write the snapshot");
   }
 }
@@ -108,7 +109,7 @@ void ShowHosts() {
 
 /// Gives somebody outside time to take a picture; without an answer it goes on.
 void HavePhotographed(const std::wstring& name) {
-  if (WriteWholeFile(name + L".please", "")) {
+  if (TryWriteFile(name + L".please", "")) {
     for (int i = 0; i < 100 && QueryFileKindQuietly(name + L".taken") == FileKind::Absent; ++i) {
       Sleep(50);
     }

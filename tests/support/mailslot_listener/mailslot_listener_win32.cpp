@@ -13,14 +13,15 @@
 #include <string>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/text.h"
 
 namespace {
 
 bool Publish(const std::wstring& path, std::string_view bytes) {
-  return kestrune::WriteWholeFile(path + L".part", bytes) &&
-         kestrune::RenameOver(path + L".part", path);
+  return kestrune::TryWriteFile(path + L".part", bytes) &&
+         kestrune::TryRenameOver(path + L".part", path);
 }
 
 /// 0 received, 1 time-out, 2 failure.

@@ -25,6 +25,7 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/text.h"
 #include "common/text_win32.h"
@@ -197,8 +198,8 @@ int Run() {
     message = failure.text;
   }
   if (!arguments.report.empty() &&
-      !kestrune::WriteWholeFile(arguments.report,
-                                kestrune::Utf8FromWide(message) + "\n" + calls.Points())) {
+      !kestrune::TryWriteFile(arguments.report,
+                              kestrune::Utf8FromWide(message) + "\n" + calls.Points())) {
     return kFailed;
   }
   return success ? kDone : kFailed;

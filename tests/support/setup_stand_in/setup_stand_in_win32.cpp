@@ -14,6 +14,7 @@
 #include <string>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/desktop_win32.h"
 #include "common/text.h"
 
@@ -53,19 +54,19 @@ std::string DefaultReport(const std::wstring& line, int code) {
 bool WriteReport(const std::wstring& line, const std::wstring& given, int code) {
   const std::wstring file = QuotedValue(line, L"--report");
   std::string report;
-  if (!kestrune::ReadWholeFile(given, 1 << 20, report)) {
+  if (!kestrune::TryReadFile(given, 1 << 20, report)) {
     report = DefaultReport(line, code);
   }
-  return file.empty() || kestrune::WriteWholeFile(file, "\xEF\xBB\xBF" + report);
+  return file.empty() || kestrune::TryWriteFile(file, "\xEF\xBB\xBF" + report);
 }
 
 int NextAnswer(const std::wstring& file) {
   std::string answers;
-  if (!kestrune::ReadWholeFile(file, 100, answers))
+  if (!kestrune::TryReadFile(file, 100, answers))
     return 99;
   const std::size_t line_end = answers.find('\n');
   if (line_end != std::string::npos && line_end + 1 < answers.size() &&
-      !kestrune::WriteWholeFile(file, answers.substr(line_end + 1))) {
+      !kestrune::TryWriteFile(file, answers.substr(line_end + 1))) {
     return 99;
   }
   return std::stoi(answers);
@@ -78,7 +79,7 @@ bool CopyItselfToRuntime() {
   if (FAILED(SHGetFolderPathW(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, local.data())))
     return false;
   const std::wstring runtime = std::wstring(local.c_str()) + L"\\Kestrune\\Runtime";
-  return kestrune::CreateDirectories(runtime) &&
+  return kestrune::TryCreateDirectories(runtime) &&
          CopyFileW(own.c_str(), (runtime + L"\\Kestrune.exe").c_str(), FALSE) != 0;
 }
 
@@ -89,9 +90,9 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
   const std::wstring folder = Variable(L"KESTRUNE_STAND_IN");
   const std::wstring calls = folder + L"\\calls";
   std::string written;
-  if (!kestrune::ReadWholeFile(calls, 1 << 20, written))
+  if (!kestrune::TryReadFile(calls, 1 << 20, written))
     written.clear();
-  if (!kestrune::WriteWholeFile(calls, written + kestrune::Utf8FromWide(line) + "\n"))
+  if (!kestrune::TryWriteFile(calls, written + kestrune::Utf8FromWide(line) + "\n"))
     return 98;
 
   if (line.find(L" --status") != std::wstring::npos) {

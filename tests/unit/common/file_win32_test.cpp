@@ -5,6 +5,7 @@
 #include "common/failure.h"
 #include "common/path.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/small_disk_win32.h"
 #include "tests/support/unix_link_win32.h"
@@ -22,7 +23,7 @@ class FileTest : public testing::Test {
     GetTempPathW(MAX_PATH, folder);
     root_ = JoinPath(folder, L"kestrune-files-" + std::to_wstring(GetCurrentProcessId()));
     ASSERT_TRUE(RemoveTree(root_)) << GetLastError();
-    ASSERT_TRUE(CreateDirectories(root_)) << GetLastError();
+    ASSERT_TRUE(TryCreateDirectories(root_)) << GetLastError();
   }
   void TearDown() override { EXPECT_TRUE(RemoveTree(root_)) << GetLastError(); }
 
@@ -30,6 +31,19 @@ class FileTest : public testing::Test {
 
   std::wstring root_;
 };
+
+/// Expects that the action throws exactly this failure.
+template <class Action>
+void ExpectFailure(const Action& action, const Failure& expected) {
+  try {
+    action();
+    ADD_FAILURE() << "no failure";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.text, expected.text);
+    EXPECT_EQ(failure.code, expected.code);
+    EXPECT_EQ(failure.subject, expected.subject);
+  }
+}
 
 DWORD StatusErrorOf(const std::wstring& path) {
   try {
@@ -51,14 +65,14 @@ std::wstring LongPath(const std::wstring& root) {
 }
 
 TEST_F(FileTest, KindTellsFilesFromDirectories) {
-  ASSERT_TRUE(WriteWholeFile(In(L"file"), "x"));
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
   EXPECT_EQ(QueryFileKind(In(L"file")), FileKind::RegularFile);
   EXPECT_EQ(QueryFileKind(root_), FileKind::Directory);
   EXPECT_EQ(QueryFileKindQuietly(In(L"file")), FileKind::RegularFile);
 }
 
 TEST_F(FileTest, WhatCannotExistIsAbsent) {
-  ASSERT_TRUE(WriteWholeFile(In(L"file"), "x"));
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
   EXPECT_EQ(QueryFileKind(In(L"file\\below")), FileKind::Absent);
   EXPECT_EQ(QueryFileKind(In(L"missing")), FileKind::Absent);
   EXPECT_EQ(QueryFileKind(In(L"missing\\below")), FileKind::Absent);
@@ -80,46 +94,40 @@ TEST_F(FileTest, AnyOtherErrorIsAStatusFailure) {
 }
 
 TEST_F(FileTest, AFileHeldWithoutSharingStillHasKindAndSize) {
-  ASSERT_TRUE(WriteWholeFile(In(L"held"), "12345"));
+  ASSERT_TRUE(TryWriteFile(In(L"held"), "12345"));
   const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ | GENERIC_WRITE, 0);
-  FileEntry entry;
-  DWORD code = 0;
-  ASSERT_TRUE(QueryEntry(In(L"held"), entry, code)) << code;
+  const FileEntry entry = QueryEntry(In(L"held"), L"size");
   EXPECT_EQ(entry.kind, FileKind::RegularFile);
   EXPECT_EQ(entry.size, 5U);
 }
 
 TEST_F(FileTest, ALinkedFileHasTheKindAndSizeOfItsTarget) {
-  ASSERT_TRUE(WriteWholeFile(In(L"target"), "12345"));
+  ASSERT_TRUE(TryWriteFile(In(L"target"), "12345"));
   if (!MakeFileLink(In(L"link"), In(L"target"))) {
     GTEST_SKIP() << "this system offers the test no way to make a link";
   }
-  FileEntry entry;
-  DWORD code = 0;
-  ASSERT_TRUE(QueryEntry(In(L"link"), entry, code)) << code;
+  const FileEntry entry = QueryEntry(In(L"link"), L"size");
   EXPECT_EQ(entry.kind, FileKind::RegularFile);
   EXPECT_EQ(entry.size, 5U);
   RemoveLink(In(L"link"));
 }
 
 TEST_F(FileTest, ALinkThatLeadsNowhereIsAbsent) {
-  ASSERT_TRUE(WriteWholeFile(In(L"target"), "12345"));
+  ASSERT_TRUE(TryWriteFile(In(L"target"), "12345"));
   if (!MakeFileLink(In(L"link"), In(L"target"))) {
     GTEST_SKIP() << "this system offers the test no way to make a link";
   }
   ASSERT_TRUE(RemoveTree(In(L"target")));
-  FileEntry entry;
-  DWORD code = 0;
-  EXPECT_FALSE(QueryEntry(In(L"link"), entry, code));
+  EXPECT_FALSE(QueryEntryQuietly(In(L"link")));
   EXPECT_EQ(QueryFileKind(In(L"link")), FileKind::Absent);
   EXPECT_EQ(QueryFileKindQuietly(In(L"link")), FileKind::Absent);
   // Wine neither lists nor removes a link without a target.
-  ASSERT_TRUE(WriteWholeFile(In(L"target"), "12345"));
+  ASSERT_TRUE(TryWriteFile(In(L"target"), "12345"));
   RemoveLink(In(L"link"));
 }
 
 TEST_F(FileTest, ALinkedDirectoryIsADirectory) {
-  ASSERT_TRUE(CreateDirectories(In(L"target")));
+  ASSERT_TRUE(TryCreateDirectories(In(L"target")));
   if (!MakeDirectoryLink(In(L"link"), In(L"target"))) {
     GTEST_SKIP() << "this system offers the test no way to make a link";
   }
@@ -130,56 +138,52 @@ TEST_F(FileTest, ALinkedDirectoryIsADirectory) {
 TEST_F(FileTest, SizesAboveFourGibibytesAreWhole) {
   constexpr std::uint64_t large = (std::uint64_t{1} << 32) + 10;
   PutSparseFile(In(L"large"), large);
-  FileEntry entry;
-  DWORD code = 0;
-  ASSERT_TRUE(QueryEntry(In(L"large"), entry, code)) << code;
-  EXPECT_EQ(entry.size, large);
+  EXPECT_EQ(QueryEntry(In(L"large"), L"size").size, large);
   std::string bytes;
-  EXPECT_FALSE(ReadWholeFile(In(L"large"), 100, bytes)) << "4 GiB + 10 must not look like 10";
+  EXPECT_FALSE(TryReadFile(In(L"large"), 100, bytes)) << "4 GiB + 10 must not look like 10";
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_TOO_LARGE});
 }
 
 TEST_F(FileTest, AnAbsentFileIsAFailureWithItsCode) {
-  FileEntry entry;
-  DWORD code = 0;
-  EXPECT_FALSE(QueryEntry(In(L"missing"), entry, code));
-  EXPECT_EQ(code, DWORD{ERROR_FILE_NOT_FOUND});
+  EXPECT_FALSE(QueryEntryQuietly(In(L"missing")));
+  ExpectFailure([&] { static_cast<void>(QueryEntry(In(L"missing"), L"size")); },
+                {L"size", ERROR_FILE_NOT_FOUND, In(L"missing")});
 }
 
 TEST_F(FileTest, WrittenBytesComeBackUnchanged) {
   const std::string bytes("\x00\r\n\x1A\xFF|", 6);
-  ASSERT_TRUE(WriteWholeFile(In(L"file"), "a longer text that goes"));
-  ASSERT_TRUE(WriteWholeFile(In(L"file"), bytes));
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "a longer text that goes"));
+  ASSERT_TRUE(TryWriteFile(In(L"file"), bytes));
   std::string read = "old";
-  ASSERT_TRUE(ReadWholeFile(In(L"file"), bytes.size(), read));
+  ASSERT_TRUE(TryReadFile(In(L"file"), bytes.size(), read));
   EXPECT_EQ(read, bytes);
-  ASSERT_TRUE(WriteWholeFile(In(L"file"), ""));
-  ASSERT_TRUE(ReadWholeFile(In(L"file"), 0, read));
+  ASSERT_TRUE(TryWriteFile(In(L"file"), ""));
+  ASSERT_TRUE(TryReadFile(In(L"file"), 0, read));
   EXPECT_EQ(read, "");
 }
 
 TEST_F(FileTest, ReadingNamesTheExactError) {
   std::string bytes;
-  EXPECT_FALSE(ReadWholeFile(In(L"missing"), 10, bytes));
+  EXPECT_FALSE(TryReadFile(In(L"missing"), 10, bytes));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
 
-  ASSERT_TRUE(WriteWholeFile(In(L"held"), "x"));
+  ASSERT_TRUE(TryWriteFile(In(L"held"), "x"));
   const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ, 0);
-  EXPECT_FALSE(ReadWholeFile(In(L"held"), 10, bytes));
+  EXPECT_FALSE(TryReadFile(In(L"held"), 10, bytes));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
 
-  ASSERT_TRUE(WriteWholeFile(In(L"eleven"), "12345678901"));
-  EXPECT_FALSE(ReadWholeFile(In(L"eleven"), 10, bytes));
+  ASSERT_TRUE(TryWriteFile(In(L"eleven"), "12345678901"));
+  EXPECT_FALSE(TryReadFile(In(L"eleven"), 10, bytes));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_TOO_LARGE});
-  EXPECT_FALSE(ReadWholeFile(root_, 10, bytes)) << "a directory has no bytes";
+  EXPECT_FALSE(TryReadFile(root_, 10, bytes)) << "a directory has no bytes";
 }
 
 TEST_F(FileTest, WritingNamesTheExactError) {
-  EXPECT_FALSE(WriteWholeFile(In(L"missing\\file"), "x"));
+  EXPECT_FALSE(TryWriteFile(In(L"missing\\file"), "x"));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
-  ASSERT_TRUE(WriteWholeFile(In(L"held"), "x"));
+  ASSERT_TRUE(TryWriteFile(In(L"held"), "x"));
   const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ, FILE_SHARE_READ);
-  EXPECT_FALSE(WriteWholeFile(In(L"held"), "y"));
+  EXPECT_FALSE(TryWriteFile(In(L"held"), "y"));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
 }
 
@@ -187,15 +191,15 @@ TEST_F(FileTest, AWriterKeepsItsFirstFailure) {
   FileWriter missing(In(L"missing\\file"));
   missing.Write("x");
   missing.Fail(ERROR_NO_UNICODE_TRANSLATION);
-  EXPECT_FALSE(missing.Finish());
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+  ExpectFailure([&] { missing.Finish(L"finish"); },
+                {L"finish", ERROR_PATH_NOT_FOUND, In(L"missing\\file")});
 
   FileWriter refused(In(L"file"));
   refused.Write("kept");
   refused.Fail(ERROR_NO_UNICODE_TRANSLATION);
   refused.Write("dropped");
-  EXPECT_FALSE(refused.Finish());
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_UNICODE_TRANSLATION});
+  ExpectFailure([&] { refused.Finish(L"finish"); },
+                {L"finish", ERROR_NO_UNICODE_TRANSLATION, In(L"file")});
   EXPECT_EQ(FileBytes(In(L"file")), "kept");
 }
 
@@ -203,44 +207,57 @@ TEST(FileWriter, AFullDiskIsToldAtTheEnd) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   ASSERT_TRUE(disk.Fill());
-  FileWriter file(JoinPath(disk.Folder(), L"project"));
+  const std::wstring path = JoinPath(disk.Folder(), L"project");
+  FileWriter file(path);
   file.Write(std::string(8192, 'x'));
   file.Write("more");
-  EXPECT_FALSE(file.Finish());
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
+  ExpectFailure([&] { file.Finish(L"finish"); }, {L"finish", ERROR_DISK_FULL, path});
 }
 
-TEST_F(FileTest, CopyReplacesAnExistingFileAndKeepsItsTime) {
-  ASSERT_TRUE(WriteWholeFile(In(L"source"), "new"));
-  ASSERT_TRUE(WriteWholeFile(In(L"target"), "an older and longer text"));
-  const FILETIME past{0x12345600, 0x01D00000};
-  FileHandle source = HoldOpen(In(L"source"), GENERIC_WRITE, 0);
-  ASSERT_TRUE(SetFileTime(source.Get(), nullptr, nullptr, &past));
-  source.Reset();
-  ASSERT_TRUE(CopyOver(In(L"source"), In(L"target"))) << GetLastError();
-  EXPECT_EQ(FileBytes(In(L"target")), "new");
-  WIN32_FILE_ATTRIBUTE_DATA data{};
-  ASSERT_TRUE(GetFileAttributesExW(In(L"target").c_str(), GetFileExInfoStandard, &data));
-  EXPECT_EQ(CompareFileTime(&data.ftLastWriteTime, &past), 0);
+TEST_F(FileTest, EveryRefusalNamesStepCodeAndPath) {
+  SystemCalls calls;
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  const std::wstring missing = In(L"missing\\file");
+  ExpectFailure([&] { static_cast<void>(ReadWholeFile(missing, 10)); },
+                {L"read", ERROR_PATH_NOT_FOUND, missing});
+  ExpectFailure([&] { static_cast<void>(ReadWholeFile(In(L"file"), 0)); },
+                {L"read", ERROR_FILE_TOO_LARGE, In(L"file")});
+  ExpectFailure([&] { WriteWholeFile(missing, "x"); }, {L"write", ERROR_PATH_NOT_FOUND, missing});
+  ExpectFailure([&] { RenameFile(In(L"missing"), In(L"file"), MOVEFILE_REPLACE_EXISTING); },
+                {L"rename", ERROR_FILE_NOT_FOUND, In(L"file")});
+  ExpectFailure([&] { CreateDirectories(calls, In(L"file")); },
+                {L"create_directories", ERROR_ALREADY_EXISTS, In(L"file")});
+  EXPECT_FALSE(ReadFileIfPossible(missing, 10));
+  EXPECT_EQ(ReadFileIfPossible(In(L"file"), 1), "x");
 }
 
-TEST_F(FileTest, CopyNamesTheExactError) {
-  EXPECT_FALSE(CopyOver(In(L"missing"), In(L"target")));
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+TEST_F(FileTest, ReadingBeyondTheEndIsAFailure) {
+  SystemCalls calls;
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  const FileHandle file = HoldOpen(In(L"file"), GENERIC_READ, FILE_SHARE_READ);
+  std::string bytes(2, '\0');
+  ExpectFailure([&] { ReadAll(calls, file.Get(), bytes); }, {L"read", ERROR_HANDLE_EOF});
+}
+
+TEST_F(FileTest, ARenameWithoutTheFlagReplacesNothing) {
+  ASSERT_TRUE(TryWriteFile(In(L"a"), "a") && TryWriteFile(In(L"b"), "b"));
+  ExpectFailure([&] { RenameFile(In(L"a"), In(L"b"), 0); },
+                {L"rename", ERROR_ALREADY_EXISTS, In(L"b")});
+  EXPECT_EQ(FileBytes(In(L"b")), "b");
 }
 
 TEST_F(FileTest, RenameReplacesAnExistingFile) {
-  ASSERT_TRUE(WriteWholeFile(In(L"a"), "a"));
-  ASSERT_TRUE(WriteWholeFile(In(L"b"), "b"));
-  ASSERT_TRUE(RenameOver(In(L"a"), In(L"b"))) << GetLastError();
+  ASSERT_TRUE(TryWriteFile(In(L"a"), "a"));
+  ASSERT_TRUE(TryWriteFile(In(L"b"), "b"));
+  ASSERT_TRUE(TryRenameOver(In(L"a"), In(L"b"))) << GetLastError();
   EXPECT_EQ(FileBytes(In(L"b")), "a");
   EXPECT_THAT(NamesIn(root_), ElementsAre(L"b"));
-  EXPECT_FALSE(RenameOver(In(L"a"), In(L"b")));
+  EXPECT_FALSE(TryRenameOver(In(L"a"), In(L"b")));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
 }
 
 TEST_F(FileTest, ReadOnlyIsTakenOffAndNothingElse) {
-  ASSERT_TRUE(WriteWholeFile(In(L"file"), "x"));
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
   const DWORD plain = GetFileAttributesW(In(L"file").c_str());
   ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(),
                                  plain | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
@@ -250,33 +267,33 @@ TEST_F(FileTest, ReadOnlyIsTakenOffAndNothingElse) {
 }
 
 TEST_F(FileTest, DirectoriesAreCreatedWithAllParents) {
-  EXPECT_TRUE(CreateDirectories(In(L"a\\b/c\\..\\d"))) << GetLastError();
+  EXPECT_TRUE(TryCreateDirectories(In(L"a\\b/c\\..\\d"))) << GetLastError();
   EXPECT_EQ(QueryFileKind(In(L"a\\b\\d")), FileKind::Directory);
-  EXPECT_TRUE(CreateDirectories(In(L"a\\b\\d"))) << "one that exists is success";
+  EXPECT_TRUE(TryCreateDirectories(In(L"a\\b\\d"))) << "one that exists is success";
 }
 
 TEST_F(FileTest, DirectoriesMayBeDeeperThanTheClassicLimit) {
   const std::wstring deep = LongPath(root_);
-  EXPECT_TRUE(CreateDirectories(deep)) << GetLastError();
-  EXPECT_TRUE(WriteWholeFile(JoinPath(deep, L"file"), "x")) << GetLastError();
+  EXPECT_TRUE(TryCreateDirectories(deep)) << GetLastError();
+  EXPECT_TRUE(TryWriteFile(JoinPath(deep, L"file"), "x")) << GetLastError();
   EXPECT_EQ(FileBytes(JoinPath(deep, L"file")), "x");
   EXPECT_TRUE(RemoveTree(In(L"a-directory-with-a-rather-long-name"))) << GetLastError();
   EXPECT_TRUE(NamesIn(root_).empty());
 }
 
 TEST_F(FileTest, ADirectoryCannotTakeThePlaceOfAFile) {
-  ASSERT_TRUE(WriteWholeFile(In(L"file"), "x"));
-  EXPECT_FALSE(CreateDirectories(In(L"file")));
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  EXPECT_FALSE(TryCreateDirectories(In(L"file")));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
-  EXPECT_FALSE(CreateDirectories(In(L"file\\below")));
-  EXPECT_FALSE(CreateDirectories(L"Q:\\no such drive"));
+  EXPECT_FALSE(TryCreateDirectories(In(L"file\\below")));
+  EXPECT_FALSE(TryCreateDirectories(L"Q:\\no such drive"));
 }
 
 TEST_F(FileTest, RemovingATreeTakesEverythingInIt) {
   PutFile(In(L"t\\a\\b\\file"), "x");
   PutFile(In(L"t\\a\\file"), "x");
   PutFile(In(L"t\\file"), "x");
-  ASSERT_TRUE(CreateDirectories(In(L"t\\empty\\empty")));
+  ASSERT_TRUE(TryCreateDirectories(In(L"t\\empty\\empty")));
   PutFile(In(L"neighbour"), "x");
   EXPECT_TRUE(RemoveTree(In(L"t"))) << GetLastError();
   EXPECT_THAT(NamesIn(root_), ElementsAre(L"neighbour"));

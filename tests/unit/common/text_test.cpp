@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace kestrune {
 namespace {
 
@@ -56,6 +58,33 @@ TEST(Text, MalformedTextBecomesReplacementCharacters) {
   EXPECT_EQ(Utf8FromWide(unpaired),
             "\xEF\xBF\xBD"
             "a");
+}
+
+TEST(Text, DecimalDigitsAreTakenOffTheFront) {
+  std::wstring_view text = L"0042x1";
+  EXPECT_EQ(TakeDecimal(text, 100), 42U);
+  EXPECT_EQ(text, L"x1");
+  EXPECT_EQ(TakeDecimal(text, 100), std::nullopt);
+  EXPECT_EQ(text, L"x1");
+  text = {};
+  EXPECT_EQ(TakeDecimal(text, 100), std::nullopt);
+}
+
+TEST(Text, DecimalNumbersEndAtTheirLimit) {
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::uint64_t>::max();
+  const auto take = [](std::wstring_view text, std::uint64_t limit) {
+    const auto number = TakeDecimal(text, limit);
+    EXPECT_TRUE(text.empty());
+    return number;
+  };
+  EXPECT_EQ(take(L"100", 100), 100U);
+  EXPECT_EQ(take(L"101", 100), 100U);
+  EXPECT_EQ(take(L"1010", 100), 100U);
+  EXPECT_EQ(take(L"1000", 109), 109U);
+  EXPECT_EQ(take(L"9", 3), 3U);
+  EXPECT_EQ(take(L"18446744073709551615", kLargest), kLargest);
+  EXPECT_EQ(take(L"18446744073709551616", kLargest), kLargest);
+  EXPECT_EQ(take(L"99999999999999999999999", kLargest), kLargest);
 }
 
 TEST(Text, PaddedDecimalFillsWithZerosAndCutsNothing) {

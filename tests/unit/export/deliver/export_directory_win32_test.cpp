@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/export_fixture_win32.h"
 
 namespace kestrune {
@@ -11,7 +12,7 @@ namespace {
 class ExportDirectoryTest : public ExportTest {};
 
 TEST_F(ExportDirectoryTest, AnExistingFolderIsUsableAndStaysEmpty) {
-  ASSERT_TRUE(CreateDirectories(Scratch(L"out \u0416")));
+  ASSERT_TRUE(TryCreateDirectories(Scratch(L"out \u0416")));
   std::wstring prepared;
   EXPECT_TRUE(PrepareExportDirectory(Scratch(L"out \u0416"), prepared));
   EXPECT_EQ(prepared, Scratch(L"out \u0416"));
@@ -19,7 +20,7 @@ TEST_F(ExportDirectoryTest, AnExistingFolderIsUsableAndStaysEmpty) {
 }
 
 TEST_F(ExportDirectoryTest, EnvironmentVariablesAreExpandedAndThePathMadeAbsolute) {
-  ASSERT_TRUE(CreateDirectories(Scratch(L"out")));
+  ASSERT_TRUE(TryCreateDirectories(Scratch(L"out")));
   SetEnvironmentVariableW(L"KESTRUNE_TEST_OUT", Scratch(L"out").c_str());
   std::wstring prepared;
   EXPECT_TRUE(PrepareExportDirectory(L"%KESTRUNE_TEST_OUT%\\..\\.\\out/", prepared));
@@ -54,7 +55,7 @@ TEST_F(ExportDirectoryTest, ADeepFolderIsUsable) {
   while (deep.size() < 300) {
     deep += L"\\0123456789012345678901234567890123456789";
   }
-  ASSERT_TRUE(CreateDirectories(deep));
+  ASSERT_TRUE(TryCreateDirectories(deep));
   std::wstring prepared;
   EXPECT_TRUE(PrepareExportDirectory(deep, prepared));
   EXPECT_EQ(prepared, deep);

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/log_win32.h"
 #include "common/text.h"
 #include "common/windows_error_win32.h"
@@ -127,7 +128,7 @@ TEST_F(FinalizeTest, TheBoardsNameLosesOnlyItsLastExtension) {
 }
 
 TEST_F(FinalizeTest, AConfiguredDirectoryIsUsedAndTheDefaultOneStillMade) {
-  ASSERT_TRUE(CreateDirectories(Scratch(L"out")));
+  ASSERT_TRUE(TryCreateDirectories(Scratch(L"out")));
   SetEnvironmentVariableW(L"KESTRUNE_TEST_OUT", Scratch(L"out").c_str());
   Settings(L"[Export]\nDirectory=%KESTRUNE_TEST_OUT%\n");
   const std::wstring zip = Scratch(L"out\\Main.zip");
@@ -216,7 +217,7 @@ TEST_F(FinalizeTest, AnEmptyArchiveOrAFolderFailsAndKeepsTheOldOne) {
   EXPECT_TRUE(Log().back().starts_with("Stage: Finalize failed | NativeExists=yes"))
       << Log().back();
   ASSERT_TRUE(DeleteFileW(native_.c_str()));
-  ASSERT_TRUE(CreateDirectories(native_));
+  ASSERT_TRUE(TryCreateDirectories(native_));
   ExpectGenericFailure(Deliver());
   EXPECT_TRUE(Log().back().starts_with("Stage: Finalize failed | NativeExists=yes"))
       << Log().back();
@@ -224,7 +225,7 @@ TEST_F(FinalizeTest, AnEmptyArchiveOrAFolderFailsAndKeepsTheOldOne) {
 }
 
 TEST_F(FinalizeTest, ADefaultDirectoryThatCannotBeMadeFailsEvenWhenAnotherIsConfigured) {
-  ASSERT_TRUE(CreateDirectories(Scratch(L"out")));
+  ASSERT_TRUE(TryCreateDirectories(Scratch(L"out")));
   Settings(L"[Export]\nDirectory=" + Scratch(L"out") + L"\n");
   PutFile(folders_.default_export, "a file where the folder should be");
   ExpectGenericFailure(Deliver());
@@ -380,7 +381,7 @@ TEST_F(FinalizeInScarcity, WithoutAnyMemoryFromAPointOnNoArchiveIsTorn) {
 }
 
 TEST_F(FinalizeTest, UnreadableSettingsAreSilentlyTheDefaults) {
-  ASSERT_TRUE(CreateDirectories(folders_.common + L"\\Kestrune"));
+  ASSERT_TRUE(TryCreateDirectories(folders_.common + L"\\Kestrune"));
   const UnreadableFile file(folders_.common_settings);
   if (!file.Works()) {
     GTEST_SKIP() << "this system tells the presence of a link to itself";

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/zip_builder.h"
@@ -39,18 +40,19 @@ class InspectTest : public ExportTest {
   }
 
   void ExpectRefusal(int code, const std::string& reason, const std::string& rest) {
-    EXPECT_EQ(InspectForScript(command_), code);
+    EXPECT_EQ(InspectForScript(command_, calls_), code);
     EXPECT_EQ(FileBytes(command_.result_path), Failed(reason));
     EXPECT_THAT(Log(), ElementsAre(Entry("Archive not inspected", "Reason=" + reason + rest)));
   }
 
   InspectCommand command_;
+  SystemCalls calls_;
 };
 
 TEST_F(InspectTest, TheListIsWrittenAndCounted) {
   PutArchive();
   PutFile(command_.result_path, "a list of an earlier export");
-  EXPECT_EQ(InspectForScript(command_), 0);
+  EXPECT_EQ(InspectForScript(command_, calls_), 0);
   EXPECT_EQ(FileBytes(command_.result_path), kList);
   EXPECT_FALSE(Exists(command_.result_path + L".tmp"));
   EXPECT_THAT(Log(), ElementsAre(Entry("Archive inspected", "Steps=1 Layers=2 SIGNAL=1 DRILL=1")));
@@ -81,14 +83,14 @@ TEST_F(InspectTest, ACutArchiveIsUnreadable) {
 TEST_F(InspectTest, AFolderIsNoArchive) {
   command_.archive = Scratch(L"folder");
   ASSERT_TRUE(CreateDirectoryW(command_.archive.c_str(), nullptr));
-  EXPECT_EQ(InspectForScript(command_), 3);
+  EXPECT_EQ(InspectForScript(command_, calls_), 3);
   EXPECT_THAT(FileBytes(command_.result_path), StartsWith("VERSION=1\r\nERROR="));
 }
 
 TEST_F(InspectTest, AResultThatCannotBeWrittenHasItsCode) {
   PutArchive();
   command_.result_path = Scratch(L"no folder\\list.txt");
-  EXPECT_EQ(InspectForScript(command_), 4);
+  EXPECT_EQ(InspectForScript(command_, calls_), 4);
   EXPECT_THAT(Log(), ElementsAre(Entry("Archive inspected", "Steps=1 Layers=2 SIGNAL=1 DRILL=1"),
                                  "Stage: Inspection result failed | Path=" +
                                      Utf8FromWide(command_.result_path) + " GetLastError=3"));
@@ -113,9 +115,9 @@ TEST_F(InspectTest, ADirectoryBeyond4GiBIsRead) {
     LARGE_INTEGER place;
     place.QuadPart = static_cast<LONGLONG>(kBefore);
     ASSERT_TRUE(SetFilePointerEx(file.Get(), place, nullptr, FILE_BEGIN));
-    ASSERT_TRUE(WriteAll(file.Get(), BuildZip({matrix}, end)));
+    ASSERT_TRUE(TryWriteAll(file.Get(), BuildZip({matrix}, end)));
   }
-  EXPECT_EQ(InspectForScript(command_), 0);
+  EXPECT_EQ(InspectForScript(command_, calls_), 0);
   EXPECT_EQ(FileBytes(command_.result_path),
             "VERSION=1\r\nSTEPS=1\r\nLAYER=SIGNAL|TOP|||absent|none\r\n"
             "LAYER=DRILL|D|||absent|none\r\nEND\r\n");

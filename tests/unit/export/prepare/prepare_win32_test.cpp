@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
@@ -121,7 +122,7 @@ TEST_F(PreparationTest, ASourceReachedThroughALinkIsStillInside) {
 TEST_F(PreparationTest, ATemporaryRootThatIsALinkLosesTheLinkAndNotItsTarget) {
   const std::wstring victim = Scratch(L"victim");
   PutFile(JoinPath(victim, L"file"), "precious");
-  ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(folders_.temporary))));
+  ASSERT_TRUE(TryCreateDirectories(std::wstring(ParentPath(folders_.temporary))));
   if (!MakeDirectoryLink(folders_.temporary, victim)) {
     GTEST_SKIP() << "this system offers the test no way to make a link";
   }
@@ -197,7 +198,7 @@ TEST_F(PreparationTest, ALinkAboveTheTemporaryRootIsRefused) {
   const std::wstring victim = Scratch(L"victim");
   const std::wstring product(ParentPath(folders_.temporary));
   PutFile(JoinPath(victim, L"Temp\\file"), "precious");
-  ASSERT_TRUE(CreateDirectories(std::wstring(ParentPath(product))));
+  ASSERT_TRUE(TryCreateDirectories(std::wstring(ParentPath(product))));
   if (!MakeDirectoryLink(product, victim)) {
     GTEST_SKIP() << "this system offers the test no way to make a link";
   }

@@ -4,6 +4,7 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/product_files.h"
 #include "tests/support/export_fixture_win32.h"
 #include "tests/support/shell_folder_override_win32.h"
@@ -143,7 +144,7 @@ TEST_F(UserSettingsTest, TheUsersFileHidesTheCommonOne) {
 
 TEST_F(UserSettingsTest, AFolderNamedLikeTheUsersFileHidesTheCommonOneAndCountsAsNoFile) {
   PutFile(folders_.common_settings, "[Target]\r\nEnabled=1\r\n");
-  ASSERT_TRUE(CreateDirectories(folders_.settings));
+  ASSERT_TRUE(TryCreateDirectories(folders_.settings));
   EXPECT_EQ(ResolveSettingsPath(kProductFolder), folders_.settings);
   EXPECT_FALSE(LoadWithoutFile().enabled);
 }
@@ -175,7 +176,7 @@ TEST_F(UserSettingsTest, WithoutACommonFolderTheLocalPathStandsWhetherOrNotAFile
 }
 
 TEST_F(UserSettingsTest, AFileWhosePresenceCannotBeAskedIsRaised) {
-  ASSERT_TRUE(CreateDirectories(folders_.common + L"\\Kestrune"));
+  ASSERT_TRUE(TryCreateDirectories(folders_.common + L"\\Kestrune"));
   const UnreadableFile file(folders_.common_settings);
   if (!file.Works()) {
     GTEST_SKIP() << "this system tells the presence of a link to itself";
@@ -203,7 +204,7 @@ TEST_F(UserSettingsTest, TheLabelNamesTheApplicationOnlyWhenItsExecutableIsAFile
   settings.executable_path = Scratch(L"viewer.exe");
   const std::wstring plain = L"Export PCB through Kestrune";
   EXPECT_EQ(BuildExportCommandLabel(settings), plain);
-  ASSERT_TRUE(CreateDirectories(settings.executable_path));
+  ASSERT_TRUE(TryCreateDirectories(settings.executable_path));
   EXPECT_EQ(BuildExportCommandLabel(settings), plain);
   settings.executable_path += L"\\real.exe";
   PutFile(settings.executable_path, "MZ");

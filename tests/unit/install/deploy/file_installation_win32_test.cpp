@@ -8,6 +8,7 @@
 
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/sha256_win32.h"
 #include "common/text.h"
@@ -84,7 +85,7 @@ class FileInstallation : public InstallTest {
     InstallTest::SetUp();
     source_ = Scratch(L"pkg\\file.txt");
     target_ = Scratch(L"rt\\file.txt");
-    ASSERT_TRUE(CreateDirectories(Scratch(L"rt")));
+    ASSERT_TRUE(TryCreateDirectories(Scratch(L"rt")));
     Put(source_, Content('n'), kLaterTime);
   }
 
@@ -214,7 +215,7 @@ TEST_F(FileInstallation, AManifestThatDoesNotVouchIsAFailure) {
 }
 
 TEST_F(FileInstallation, FoldersAndOtherNamesAreNoManifests) {
-  ASSERT_TRUE(CreateDirectories(Scratch(L"pkg\\BFM_folder.ini")));
+  ASSERT_TRUE(TryCreateDirectories(Scratch(L"pkg\\BFM_folder.ini")));
   PutFile(Scratch(L"pkg\\BFM_x.ini_old"), "");
   PutFile(Scratch(L"pkg\\xBFM_x.ini"), "");
   EXPECT_EQ(Decide(), InstallVerdict::Install);
@@ -238,7 +239,7 @@ TEST_F(FileInstallation, AnUnprovenOriginReplacesNothingButFillsAGap) {
 }
 
 TEST_F(FileInstallation, WhatIsNoFileIsRefused) {
-  ASSERT_TRUE(CreateDirectories(target_));
+  ASSERT_TRUE(TryCreateDirectories(target_));
   EXPECT_EQ(Decide(), kRefused);
   EXPECT_EQ(message_, L"Cannot establish target last-write time; file preserved: " + target_);
   source_ = Scratch(L"pkg");
@@ -387,7 +388,7 @@ TEST_F(FileInstallation, ARefusalAtAnyCallLeavesTheWholeFileOrNone) {
 }
 
 TEST_F(FileInstallation, ARefusalAtAnyCallOfAnUpdateLeavesTheOldOrTheNewFileWhole) {
-  ASSERT_TRUE(CreateDirectories(Scratch(L"temp")));
+  ASSERT_TRUE(TryCreateDirectories(Scratch(L"temp")));
   const TemporaryFolderAt moved(Scratch(L"temp"));
   PutOldTarget();
   const std::string old_content = FileBytes(target_);
@@ -453,7 +454,7 @@ TEST_F(FileInstallation, WithoutABackupNothingIsUpdated) {
 
 TEST_F(FileInstallation, AnUpdateLeavesNoBackupBehind) {
   const std::wstring folder = Scratch(L"temp");
-  ASSERT_TRUE(CreateDirectories(folder));
+  ASSERT_TRUE(TryCreateDirectories(folder));
   const TemporaryFolderAt moved(folder);
   PutOldTarget();
   EXPECT_TRUE(Install());
@@ -501,7 +502,7 @@ class MeddlingOpen : public SystemCalls {
 
 TEST_F(FileInstallation, ABackupThatCannotBeOpenedIsDeleted) {
   const std::wstring folder = Scratch(L"temp");
-  ASSERT_TRUE(CreateDirectories(folder));
+  ASSERT_TRUE(TryCreateDirectories(folder));
   const TemporaryFolderAt moved(folder);
   PutOldTarget();
   const std::string old_content = FileBytes(target_);
@@ -676,7 +677,7 @@ class DyingInstallation : public FileInstallation {
   }
 
   void DieEverywhere(const std::function<void()>& begin, int allowed_apart) {
-    ASSERT_TRUE(CreateDirectories(Scratch(L"temp")));
+    ASSERT_TRUE(TryCreateDirectories(Scratch(L"temp")));
     const TemporaryFolderAt moved(Scratch(L"temp"));
     begin();
     StrikingCalls counting;

@@ -8,6 +8,7 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/known_folders_win32.h"
 #include "common/path.h"
 #include "common/sha256_win32.h"
@@ -68,7 +69,7 @@ TEST_F(RuntimeDeployment, AMissingFileStopsThereAndIsNamed) {
     EXPECT_EQ(message_, text);
     EXPECT_EQ(NamesIn(folders_.runtime).size(), installed_before++);
     // A folder in its place is no file either.
-    ASSERT_TRUE(CreateDirectories(JoinPath(package_, file)));
+    ASSERT_TRUE(TryCreateDirectories(JoinPath(package_, file)));
     EXPECT_FALSE(Deploy());
     EXPECT_EQ(message_, text);
     ASSERT_TRUE(RemoveTree(JoinPath(package_, file)));
@@ -94,7 +95,7 @@ TEST_F(RuntimeDeployment, AFileWhereTheRuntimeShouldBeIsInTheWay) {
 }
 
 TEST_F(RuntimeDeployment, AFailureLeavesTheFilesOfEarlierRows) {
-  ASSERT_TRUE(CreateDirectories(Runtime(L"Bridge.OutJob")));
+  ASSERT_TRUE(TryCreateDirectories(Runtime(L"Bridge.OutJob")));
   EXPECT_FALSE(Deploy());
   EXPECT_EQ(message_, L"Cannot establish target last-write time; file preserved: " +
                           Runtime(L"Bridge.OutJob"));
@@ -128,7 +129,7 @@ class RuntimeScript : public RuntimeDeployment {
  protected:
   void SetUp() override {
     RuntimeDeployment::SetUp();
-    ASSERT_TRUE(CreateDirectories(folders_.runtime));
+    ASSERT_TRUE(TryCreateDirectories(folders_.runtime));
   }
 
   bool Generate() { return GenerateIn(folders_.runtime); }
@@ -234,7 +235,7 @@ TEST_F(RuntimeScript, ATemplateThatCannotBeReadIsNamed) {
 
 TEST_F(RuntimeScript, ARuntimeThatTheCodePageCannotHoldIsRefused) {
   const std::wstring runtime = Scratch(L"\x540D");
-  ASSERT_TRUE(CreateDirectories(runtime));
+  ASSERT_TRUE(TryCreateDirectories(runtime));
   EXPECT_FALSE(GenerateIn(runtime));
   EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
   EXPECT_EQ(NamesIn(runtime), std::vector<std::wstring>{});
@@ -254,7 +255,7 @@ TEST_F(RuntimeScript, ATemporaryRootThatTheCodePageCannotHoldIsRefused) {
 
 TEST_F(RuntimeScript, IsUpdatedForAUserNamedLikeTheProduct) {
   const std::wstring runtime = Scratch(L"kestrunes\\AppData\\Local\\Kestrune\\Runtime");
-  ASSERT_TRUE(CreateDirectories(runtime));
+  ASSERT_TRUE(TryCreateDirectories(runtime));
   ASSERT_TRUE(GenerateIn(runtime));
   MakePackage(package_, kLaterTime, "two");
   EXPECT_TRUE(GenerateIn(runtime));

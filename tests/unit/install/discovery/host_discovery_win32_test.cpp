@@ -7,6 +7,7 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "install/deploy/package_locator_win32.h"
 #include "tests/support/install_fixture_win32.h"
@@ -111,7 +112,7 @@ TEST_F(HostDiscovery, TheProgramIsTheIconsElseTheNewerNamesElseTheOlder) {
   EXPECT_EQ(Only().executable, dxp);
   // A folder of that name is no program.
   ASSERT_TRUE(DeleteFileW(dxp.c_str()));
-  ASSERT_TRUE(CreateDirectories(dxp));
+  ASSERT_TRUE(TryCreateDirectories(dxp));
   EXPECT_EQ(Only().executable, L"");
   EXPECT_EQ(Only().resource_path, L"");
   EXPECT_FALSE(Only().needs_verification);

@@ -10,6 +10,7 @@
 
 #include "common/clock_time_win32.h"
 #include "common/file_win32.h"
+#include "tests/support/files_win32.h"
 #include "common/sha256_win32.h"
 #include "registration/store/backup_format.h"
 #include "registration/transaction/global_projects.h"
@@ -356,7 +357,7 @@ TEST_F(WindowsStoreTest, BackupDirectoryLiesInTheProfileUnderTheGuidAndTheUtcTim
 
 TEST_F(WindowsStoreTest, SavedFileThatIsThereAlreadyIsNeverOverwritten) {
   Open();
-  ASSERT_TRUE(kestrune::CreateDirectories(store->BackupDirectory()));
+  ASSERT_TRUE(kestrune::TryCreateDirectories(store->BackupDirectory()));
   WriteFileBytes(Saved(L"DXP.RCS.before"), "somebody's");
   EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"Backup RCS (Win32 80)");
   EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.before")), "somebody's");
@@ -509,7 +510,7 @@ TEST_F(WindowsStoreTest, ProfileWithALongPathIsBackedUpAndReplaced) {
   while (deep.size() < 300) {
     deep += L"\\0123456789012345678901234567890123456789";
   }
-  ASSERT_TRUE(kestrune::CreateDirectories(deep));
+  ASSERT_TRUE(kestrune::TryCreateDirectories(deep));
   StoreTarget target = profile.Target();
   target.rcs_path = deep + L"\\DXP.RCS";
   WriteFileBytes(target.rcs_path, "old text");
@@ -556,7 +557,7 @@ TEST_F(WindowsStoreTest, DisplacedFileIsNeverClearedWhileTheFileIsMissing) {
   WriteFileBytes(profile.Rcs() + L".odbpp-4294967292_1_1.old.tmp", "displaced");
   DeleteFileW(profile.Rcs().c_str());
   const std::wstring elsewhere = profile.Directory() + L"\\elsewhere";
-  ASSERT_TRUE(kestrune::CreateDirectories(elsewhere));
+  ASSERT_TRUE(kestrune::TryCreateDirectories(elsewhere));
   ClearLeftovers(*calls, kestrune::ExtendedPath(profile.Rcs()), kestrune::ExtendedPath(elsewhere));
   EXPECT_EQ(profile.Leftovers(), (Names{L"DXP.RCS.odbpp-4294967292_1_1.old.tmp", L"elsewhere"}));
 }

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "common/failure.h"
+#include "common/file_win32.h"
+
+namespace kestrune {
+
+/// Does something with a file that a test needs. False with the thread's last error where it throws
+/// Failure.
+template <class Action>
+bool TryOnFile(const Action& action) {
+  try {
+    action();
+    return true;
+  } catch (const Failure& failure) {
+    SetLastError(failure.code);
+    return false;
+  }
+}
+
+[[nodiscard]] inline bool TryReadFile(const std::wstring& path, std::uint64_t limit,
+                                      std::string& bytes) {
+  return TryOnFile([&] { bytes = ReadWholeFile(path, limit); });
+}
+
+[[nodiscard]] inline bool TryWriteFile(const std::wstring& path, std::string_view bytes) {
+  return TryOnFile([&] { WriteWholeFile(path, bytes); });
+}
+
+[[nodiscard]] inline bool TryWriteAll(HANDLE file, std::string_view bytes) {
+  return TryOnFile([&] {
+    SystemCalls calls;
+    WriteAll(calls, file, bytes);
+  });
+}
+
+/// Copies a file over an existing one, with its times.
+[[nodiscard]] inline bool TryCopyOver(const std::wstring& source, const std::wstring& target) {
+  return CopyFileW(ExtendedPath(source).Get(), ExtendedPath(target).Get(), FALSE) != FALSE;
+}
+
+[[nodiscard]] inline bool TryRenameOver(const std::wstring& source, const std::wstring& target) {
+  return TryOnFile([&] { RenameFile(source, target, MOVEFILE_REPLACE_EXISTING); });
+}
+
+[[nodiscard]] inline bool TryCreateDirectories(const std::wstring& path) {
+  return TryOnFile([&] {
+    SystemCalls calls;
+    CreateDirectories(calls, path);
+  });
+}
+
+}  // namespace kestrune
