@@ -7,10 +7,10 @@
 #include <thread>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "common/text_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/odb_archive.h"
 #include "tests/support/output_job_reader.h"
 #include "tests/support/program_run_win32.h"

@@ -26,10 +26,10 @@
 #include <thread>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "tests/host/export_script_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/odb_archive.h"
 #include "tests/support/program_run_win32.h"
 

@@ -1,9 +1,9 @@
 #include "tests/support/after_export_fixture_win32.h"
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
+#include "tests/support/files_win32.h"
 
 namespace kestrune {
 namespace {

@@ -8,9 +8,9 @@
 #include <algorithm>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
+#include "tests/support/files_win32.h"
 
 namespace kestrune {
 namespace {

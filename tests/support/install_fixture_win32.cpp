@@ -3,9 +3,9 @@
 
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
+#include "tests/support/files_win32.h"
 
 namespace kestrune {
 

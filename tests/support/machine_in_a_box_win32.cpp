@@ -10,12 +10,12 @@
 
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/registry_win32.h"
 #include "common/sha256_win32.h"
 #include "common/text.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/rcs_model.h"
 #include "tests/support/remove_tree_win32.h"
 

@@ -7,11 +7,11 @@
 #include <stdexcept>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/store/global_projects_key_win32.h"
+#include "tests/support/files_win32.h"
 
 namespace altium_registration {
 

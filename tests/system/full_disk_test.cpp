@@ -5,9 +5,9 @@
 #include <string>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/finalize_fixture_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/moved_profile_win32.h"

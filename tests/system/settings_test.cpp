@@ -6,10 +6,10 @@
 #include <string>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/after_export_fixture_win32.h"
+#include "tests/support/files_win32.h"
 
 namespace kestrune {
 namespace {

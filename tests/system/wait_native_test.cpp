@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/odb_archive.h"
 #include "tests/support/output_job_reader.h"
 #include "tests/support/prepare_fixture_win32.h"

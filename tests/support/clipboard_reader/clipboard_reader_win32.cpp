@@ -23,9 +23,9 @@
 #include <vector>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/text.h"
+#include "tests/support/files_win32.h"
 
 namespace {
 

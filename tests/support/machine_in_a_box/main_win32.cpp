@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/disposable_profile_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/machine_in_a_box_win32.h"
 #include "tests/support/program_run_win32.h"
 #include "tests/support/remove_tree_win32.h"

@@ -25,7 +25,6 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/owners_win32.h"
 #include "common/text.h"
 #include "common/text_win32.h"
@@ -33,6 +32,7 @@
 #include "registration/rcs/toolbar_edit.h"
 #include "registration/transaction/transaction.h"
 #include "registration/store/windows_store_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/scripted_calls_win32.h"
 
 namespace altium_registration {

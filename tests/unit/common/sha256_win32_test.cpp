@@ -5,8 +5,8 @@
 #include <string>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
+#include "tests/support/files_win32.h"
 
 namespace kestrune {
 namespace {

@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/small_disk_win32.h"
 
 namespace kestrune {

@@ -7,10 +7,10 @@
 #include "common/failure.h"
 #include "common/error_mode_win32.h"
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/unix_link_win32.h"
 
 namespace kestrune {

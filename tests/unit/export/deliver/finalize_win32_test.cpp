@@ -9,11 +9,11 @@
 #include <optional>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/log_win32.h"
 #include "common/text.h"
 #include "common/windows_error_win32.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/scarce_memory.h"
 #include "tests/support/unix_link_win32.h"
 #include "tests/support/noted_boxes_win32.h"

@@ -5,10 +5,10 @@
 #include <thread>
 
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/text.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/unix_link_win32.h"
 #include "tests/support/scripted_calls_win32.h"
 #include "tests/support/unknown_folders_win32.h"

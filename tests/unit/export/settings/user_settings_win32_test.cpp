@@ -4,9 +4,9 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/product_files.h"
 #include "tests/support/export_fixture_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/shell_folder_override_win32.h"
 #include "tests/support/unix_link_win32.h"
 

@@ -8,11 +8,11 @@
 
 #include "common/file_time_win32.h"
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "common/sha256_win32.h"
 #include "common/text.h"
 #include "install/deploy/refusal.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/scripted_calls_win32.h"

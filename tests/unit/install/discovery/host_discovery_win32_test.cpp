@@ -7,9 +7,9 @@
 
 #include "common/failure.h"
 #include "common/file_win32.h"
-#include "tests/support/files_win32.h"
 #include "common/path.h"
 #include "install/deploy/package_locator_win32.h"
+#include "tests/support/files_win32.h"
 #include "tests/support/install_fixture_win32.h"
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/unix_link_win32.h"
