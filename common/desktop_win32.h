@@ -15,7 +15,7 @@ enum class MessageIcon : unsigned { Error = 16, Warning = 48, Information = 64 }
 /// The program's one door to the user's desktop: windows, boxes, the clipboard, other applications.
 /// The calls leave the thread's last error when they fail. One object is made at the top and handed
 /// down. Tests derive from it to show what no test machine does on request: several monitors, a
-/// program that demands elevation, a box that needs nobody to close it.
+/// program that demands elevation, a box that closes by itself.
 class Desktop {
  public:
   /// `inherited_error_mode` is the error mode that applications are started with, which inherit

@@ -16,7 +16,7 @@ struct Failure {
   std::wstring subject = {};
 };
 
-/// "Error=<text> GetLastError=<code>", as it stands in log entries.
+/// "Error=<text> GetLastError=<code>", as log entries show it.
 std::wstring ErrorFields(const Failure& failure);
 
 /// " Path=<subject>", the last field of a log entry, since a path may hold blanks; empty where

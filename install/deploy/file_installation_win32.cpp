@@ -189,8 +189,7 @@ class Installation {
         target_file_(calls, target) {}
 
   void Run(InstallVerdict verdict) {
-    source_file_ =
-        Lock(L"Cannot lock source: ", source_, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
+    source_file_ = LockSource();
     const bool is_new = verdict == InstallVerdict::Install;
     if (const DWORD code = target_file_.Open(is_new); code != ERROR_SUCCESS) {
       Refuse(kNoLock, code);
@@ -212,13 +211,13 @@ class Installation {
       L"Timestamp changed or became unreadable; target preserved: ";
   static constexpr const wchar_t* kNoLock = L"Cannot lock target: ";
 
-  FileHandle Lock(const wchar_t* text, const std::wstring& path, DWORD access, DWORD sharing,
-                  DWORD disposition) {
+  FileHandle LockSource() {
+    const ExtendedPath path(source_);
     FileHandle file(calls_.Create(
-        ExtendedPath(path), {.access = access, .sharing = sharing, .disposition = disposition}));
+        path, {.access = GENERIC_READ, .sharing = FILE_SHARE_READ, .disposition = OPEN_EXISTING}));
     if (!file) {
       const DWORD code = GetLastError();
-      throw Refusal{{text, code, path}};
+      throw Refusal{{L"Cannot lock source: ", code, source_}};
     }
     return file;
   }

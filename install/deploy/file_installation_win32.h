@@ -30,9 +30,10 @@ InstallVerdict DecideInstall(SystemCalls& calls, const std::wstring& source,
 /// Brings one file of the package to its target under the policy, both locked against other
 /// programs meanwhile. The target takes the package's time.
 ///
-/// Throws Refusal. A new target is then gone again, an existing one restored. While it is being
-/// written, a target's time is kUnfinishedTime: a process that ends leaves it so, and the next run
-/// replaces it.
+/// Throws Refusal; an existing target is then restored. A new target gets its name when it is
+/// whole: until then it is "<target>.incoming", which a killed process leaves and the next run
+/// overwrites. An existing one has kUnfinishedTime while it is being written, so that the run after
+/// a killed one replaces it.
 void InstallFile(SystemCalls& calls, const std::wstring& source, const std::wstring& target,
                  OriginProof proof = OriginProof::Source);
 
