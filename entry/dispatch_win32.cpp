@@ -7,10 +7,10 @@
 #include <type_traits>
 #include <variant>
 
-#include "common/failure.h"
-#include "common/log_win32.h"
-#include "common/owners_win32.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/log/log_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

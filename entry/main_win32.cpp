@@ -1,6 +1,6 @@
 #include <windows.h>
 
-#include "common/error_mode_win32.h"
+#include "common/failure/error_mode_win32.h"
 #include "entry/dispatch_win32.h"
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {

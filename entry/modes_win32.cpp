@@ -1,7 +1,7 @@
 #include "entry/modes_win32.h"
 
-#include "common/log_win32.h"
-#include "common/program_path_win32.h"
+#include "common/log/log_win32.h"
+#include "common/places/program_path_win32.h"
 #include "export/deliver/finalize_win32.h"
 #include "export/inspect/inspect_win32.h"
 #include "export/prepare/prepare_status_win32.h"

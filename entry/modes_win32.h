@@ -3,7 +3,7 @@
 #include <tuple>
 #include <variant>
 
-#include "common/doors_win32.h"
+#include "common/desktop/doors_win32.h"
 #include "entry/command_line.h"
 
 namespace kestrune {

@@ -1,7 +1,7 @@
 #include "install/button.h"
 
-#include "common/product_files.h"
-#include "common/text.h"
+#include "common/places/product_files.h"
+#include "common/text/text.h"
 #include "install/discovery/host_product.h"
 
 namespace kestrune {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "registration/rcs/rcs.h"
 
 namespace kestrune {

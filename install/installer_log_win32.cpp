@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "common/log_win32.h"
-#include "common/text.h"
+#include "common/log/log_win32.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

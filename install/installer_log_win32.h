@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 #include "install/installer_options.h"
 
 namespace kestrune {

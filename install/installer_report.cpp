@@ -1,6 +1,6 @@
 #include "install/installer_report.h"
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 
 namespace kestrune {
 namespace {

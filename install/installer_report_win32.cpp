@@ -4,11 +4,11 @@
 
 #include <new>
 
-#include "common/failure.h"
-#include "common/failure_win32.h"
-#include "common/file_win32.h"
-#include "common/log_win32.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/failure/failure_win32.h"
+#include "common/files/file_win32.h"
+#include "common/log/log_win32.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

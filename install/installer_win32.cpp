@@ -6,8 +6,8 @@
 #include <new>
 #include <vector>
 
-#include "common/failure.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/text/text.h"
 #include "install/discovery/host_discovery_win32.h"
 #include "install/discovery/host_process_win32.h"
 #include "install/installer_log_win32.h"

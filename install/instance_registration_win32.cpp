@@ -4,10 +4,10 @@
 #include <utility>
 #include <vector>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text_win32.h"
 #include "install/button.h"
 #include "install/discovery/host_process_win32.h"
 #include "registration/rcs/rcs.h"

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 #include "install/discovery/host_instance.h"
 #include "install/installer_log_win32.h"
 #include "install/installer_options.h"

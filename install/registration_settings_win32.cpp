@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
-#include "common/path.h"
-#include "common/product_files.h"
-#include "common/text_win32.h"
+#include "common/text/path.h"
+#include "common/places/product_files.h"
+#include "common/text/text_win32.h"
 #include "export/settings/user_settings_win32.h"
 #include "install/extra_record_kinds.h"
 

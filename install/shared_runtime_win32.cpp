@@ -2,12 +2,12 @@
 
 #include <optional>
 
-#include "common/failure.h"
-#include "common/known_folders_win32.h"
-#include "common/ordinal.h"
-#include "common/path.h"
-#include "common/product_files.h"
-#include "common/text_win32.h"
+#include "common/failure/failure.h"
+#include "common/places/known_folders_win32.h"
+#include "common/text/ordinal.h"
+#include "common/text/path.h"
+#include "common/places/product_files.h"
+#include "common/text/text_win32.h"
 #include "install/deploy/package_locator_win32.h"
 #include "install/deploy/runtime_deployment_win32.h"
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "common/text.h"
-#include "export/deliver/placeholders.h"
+#include "common/text/text.h"
+#include "common/text/placeholders.h"
 
 namespace kestrune {
 namespace {

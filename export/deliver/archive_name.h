@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/clock_time.h"
+#include "common/log/clock_time.h"
 
 namespace kestrune {
 

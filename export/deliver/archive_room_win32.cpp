@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <optional>
 
-#include "common/file_time_win32.h"
-#include "common/file_win32.h"
-#include "common/owners_win32.h"
-#include "common/path.h"
+#include "common/files/file_time_win32.h"
+#include "common/files/file_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
 
 namespace kestrune {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "common/owners_win32.h"
+#include "common/system/owners_win32.h"
 
 namespace kestrune {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "common/desktop_win32.h"
+#include "common/desktop/desktop_win32.h"
 
 namespace kestrune {
 

@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "common/text.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

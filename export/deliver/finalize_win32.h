@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "common/doors_win32.h"
+#include "common/desktop/doors_win32.h"
 #include "export/deliver/finalize_command.h"
 
 namespace kestrune {

@@ -6,12 +6,12 @@
 #include <string_view>
 #include <utility>
 
-#include "common/failure.h"
-#include "common/failure_win32.h"
-#include "common/file_win32.h"
-#include "common/log_win32.h"
-#include "common/text.h"
-#include "common/windows_error_win32.h"
+#include "common/failure/failure.h"
+#include "common/failure/failure_win32.h"
+#include "common/files/file_win32.h"
+#include "common/log/log_win32.h"
+#include "common/text/text.h"
+#include "common/failure/windows_error_win32.h"
 #include "export/inspect/inspection.h"
 
 namespace kestrune {

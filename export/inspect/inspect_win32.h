@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 #include "export/inspect/inspect_command.h"
 
 namespace kestrune {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "export/inspect/matrix.h"
 #include "export/inspect/zip/zip_content.h"
 #include "export/inspect/zip/zip_directory.h"

@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "common/text.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

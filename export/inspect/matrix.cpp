@@ -4,8 +4,8 @@
 #include <array>
 #include <utility>
 
-#include "common/failure.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

@@ -1,6 +1,6 @@
 #include "export/prepare/bridge_project.h"
 
-#include "common/text.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "common/ordinal.h"
-#include "common/product_files.h"
+#include "common/text/ordinal.h"
+#include "common/places/product_files.h"
 
 namespace kestrune {
 

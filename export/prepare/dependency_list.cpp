@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <set>
 
-#include "common/ordinal.h"
-#include "common/text.h"
+#include "common/text/ordinal.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

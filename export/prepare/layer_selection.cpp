@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "common/text.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

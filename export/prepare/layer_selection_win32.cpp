@@ -7,8 +7,8 @@
 #include <optional>
 #include <utility>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
 
 namespace kestrune {
 namespace {

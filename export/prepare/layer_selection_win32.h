@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 #include "export/prepare/layer_selection.h"
 
 namespace kestrune {

@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
-#include "common/log_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
+#include "common/log/log_win32.h"
 
 namespace kestrune {
 namespace {

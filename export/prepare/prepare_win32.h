@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/known_folders_win32.h"
-#include "common/system_calls_win32.h"
+#include "common/places/known_folders_win32.h"
+#include "common/system/system_calls_win32.h"
 #include "export/prepare/prepare_command.h"
 
 namespace kestrune {

@@ -3,9 +3,9 @@
 #include <windows.h>
 #include <shlobj.h>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/product_files.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/places/product_files.h"
 
 namespace kestrune {
 namespace {

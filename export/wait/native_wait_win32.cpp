@@ -2,10 +2,10 @@
 
 #include <windows.h>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
-#include "common/log_win32.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
+#include "common/log/log_win32.h"
+#include "common/text/text.h"
 #include "export/wait/native_wait.h"
 
 namespace kestrune {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/desktop_win32.h"
+#include "common/desktop/desktop_win32.h"
 #include "export/wait/window_position_command.h"
 
 namespace kestrune {

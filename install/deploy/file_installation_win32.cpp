@@ -3,9 +3,9 @@
 #include <optional>
 #include <utility>
 
-#include "common/failure_win32.h"
-#include "common/file_time_win32.h"
-#include "common/owners_win32.h"
+#include "common/failure/failure_win32.h"
+#include "common/files/file_time_win32.h"
+#include "common/system/owners_win32.h"
 #include "install/deploy/package_timestamp_win32.h"
 #include "install/deploy/refusal.h"
 

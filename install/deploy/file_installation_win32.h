@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 
 namespace kestrune {
 

@@ -1,6 +1,6 @@
 #include "install/deploy/package_directories.h"
 
-#include "common/path.h"
+#include "common/text/path.h"
 
 namespace kestrune {
 

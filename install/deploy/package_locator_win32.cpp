@@ -1,8 +1,8 @@
 #include "install/deploy/package_locator_win32.h"
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/product_files.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/places/product_files.h"
 #include "install/deploy/package_directories.h"
 
 namespace kestrune {

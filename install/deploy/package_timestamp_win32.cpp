@@ -4,12 +4,12 @@
 
 #include <new>
 
-#include "common/failure.h"
-#include "common/file_time_win32.h"
-#include "common/owners_win32.h"
-#include "common/path.h"
-#include "common/sha256_win32.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/files/file_time_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
+#include "common/files/sha256_win32.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 #include "install/deploy/package_timestamp.h"
 
 namespace kestrune {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 
 namespace kestrune {
 

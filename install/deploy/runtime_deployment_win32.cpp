@@ -2,10 +2,10 @@
 
 #include <array>
 
-#include "common/file_win32.h"
-#include "common/known_folders_win32.h"
-#include "common/path.h"
-#include "common/product_files.h"
+#include "common/files/file_win32.h"
+#include "common/places/known_folders_win32.h"
+#include "common/text/path.h"
+#include "common/places/product_files.h"
 #include "install/deploy/file_installation_win32.h"
 #include "install/deploy/refusal.h"
 #include "install/deploy/runtime_script_win32.h"

@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
-#include "common/failure.h"
-#include "common/system_calls_win32.h"
+#include "common/failure/failure.h"
+#include "common/system/system_calls_win32.h"
 
 namespace kestrune {
 

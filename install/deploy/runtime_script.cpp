@@ -1,6 +1,6 @@
 #include "install/deploy/runtime_script.h"
 
-#include "common/text.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

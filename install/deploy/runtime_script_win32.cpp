@@ -2,14 +2,14 @@
 
 #include <windows.h>
 
-#include "common/clock_time_win32.h"
-#include "common/file_time_win32.h"
-#include "common/file_win32.h"
-#include "common/known_folders_win32.h"
-#include "common/owners_win32.h"
-#include "common/path.h"
-#include "common/product_files.h"
-#include "common/text_win32.h"
+#include "common/log/clock_time_win32.h"
+#include "common/files/file_time_win32.h"
+#include "common/files/file_win32.h"
+#include "common/places/known_folders_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
+#include "common/places/product_files.h"
+#include "common/text/text_win32.h"
 #include "install/deploy/file_installation_win32.h"
 #include "install/deploy/package_timestamp_win32.h"
 #include "install/deploy/refusal.h"

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 
 namespace kestrune {
 

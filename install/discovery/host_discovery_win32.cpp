@@ -5,13 +5,13 @@
 #include <set>
 #include <string>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
-#include "common/known_folders_win32.h"
-#include "common/ordinal.h"
-#include "common/owners_win32.h"
-#include "common/path.h"
-#include "common/registry_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
+#include "common/places/known_folders_win32.h"
+#include "common/text/ordinal.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
+#include "common/system/registry_win32.h"
 #include "install/discovery/host_product.h"
 
 namespace kestrune {

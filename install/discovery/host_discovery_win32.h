@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 #include "install/discovery/host_instance.h"
 
 namespace kestrune {

@@ -1,6 +1,6 @@
 #include "install/discovery/host_process_win32.h"
 
-#include "common/owners_win32.h"
+#include "common/system/owners_win32.h"
 #include "install/discovery/host_product.h"
 
 namespace kestrune {

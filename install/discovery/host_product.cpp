@@ -6,8 +6,8 @@
 #include <limits>
 #include <optional>
 
-#include "common/path.h"
-#include "common/text.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
 
 namespace kestrune {
 namespace {

@@ -5,8 +5,8 @@
 #include <optional>
 #include <utility>
 
-#include "common/failure.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/text/text.h"
 #include "registration/rcs/rcs_lexer.h"
 
 namespace altium_registration {

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 #include "registration/rcs/rcs_text.h"
 
 #if defined(__SSE2__) || (defined(_MSC_VER) && (defined(_M_X64) || _M_IX86_FP >= 2))

@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "common/text.h"
+#include "common/text/text.h"
 
 namespace altium_registration {
 namespace {

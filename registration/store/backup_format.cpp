@@ -1,6 +1,6 @@
 #include "registration/store/backup_format.h"
 
-#include "common/text.h"
+#include "common/text/text.h"
 
 namespace altium_registration {
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/clock_time.h"
+#include "common/log/clock_time.h"
 #include "registration/transaction/registry_value.h"
 
 namespace altium_registration {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 
 namespace altium_registration {
 

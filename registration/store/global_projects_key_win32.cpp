@@ -1,6 +1,6 @@
 #include "registration/store/global_projects_key_win32.h"
 
-#include "common/owners_win32.h"
+#include "common/system/owners_win32.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/transaction/step_failure.h"
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "registration/transaction/registry_value.h"
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 
 namespace altium_registration {
 

@@ -23,10 +23,10 @@
 #include <algorithm>
 #include <new>
 
-#include "common/failure.h"
-#include "common/file_time_win32.h"
-#include "common/owners_win32.h"
-#include "common/sha256_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_time_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/files/sha256_win32.h"
 #include "registration/store/store_files_win32.h"
 #include "registration/transaction/step_failure.h"
 

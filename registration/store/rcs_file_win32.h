@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 #include "registration/store/file_security_win32.h"
 #include "registration/store/working_files_win32.h"
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
-#include "common/sha256_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
+#include "common/files/sha256_win32.h"
 #include "registration/rcs_size.h"
 #include "registration/transaction/step_failure.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "common/owners_win32.h"
-#include "common/system_calls_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/system/system_calls_win32.h"
 
 namespace altium_registration {
 

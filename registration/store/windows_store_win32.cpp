@@ -2,12 +2,12 @@
 
 #include <utility>
 
-#include "common/clock_time_win32.h"
-#include "common/failure.h"
-#include "common/failure_win32.h"
-#include "common/file_time_win32.h"
-#include "common/file_win32.h"
-#include "common/path.h"
+#include "common/log/clock_time_win32.h"
+#include "common/failure/failure.h"
+#include "common/failure/failure_win32.h"
+#include "common/files/file_time_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
 #include "registration/store/backup_format.h"
 #include "registration/store/global_projects_key_win32.h"
 #include "registration/store/store_files_win32.h"

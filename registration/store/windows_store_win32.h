@@ -6,7 +6,7 @@
 
 #include "registration/store/rcs_file_win32.h"
 #include "registration/transaction/store.h"
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 
 namespace altium_registration {
 

@@ -5,9 +5,9 @@
 #include <limits>
 #include <string_view>
 
-#include "common/file_time_win32.h"
-#include "common/owners_win32.h"
-#include "common/text.h"
+#include "common/files/file_time_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/text.h"
 
 namespace altium_registration {
 namespace {

@@ -5,9 +5,9 @@
 #include <numeric>
 #include <utility>
 
-#include "common/failure.h"
-#include "common/ordinal.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/text/ordinal.h"
+#include "common/text/text.h"
 
 namespace altium_registration {
 namespace {

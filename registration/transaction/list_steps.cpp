@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/ordinal.h"
+#include "common/text/ordinal.h"
 #include "registration/transaction/global_projects.h"
 
 namespace altium_registration {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 
 namespace altium_registration {
 

@@ -5,8 +5,8 @@
 #include <new>
 #include <utility>
 
-#include "common/failure.h"
-#include "common/text.h"
+#include "common/failure/failure.h"
+#include "common/text/text.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/transaction/list_steps.h"
 #include "registration/transaction/step_failure.h"

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "registration/transaction/global_projects.h"
-#include "tests/support/rcs_edit.h"
-#include "tests/support/rcs_shapes.h"
+#include "tests/support/registration/rcs_edit.h"
+#include "tests/support/registration/rcs_shapes.h"
 
 namespace altium_registration {
 namespace {

@@ -8,11 +8,11 @@
 #include <string_view>
 #include <vector>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 #include "export/inspect/inspection.h"
 #include "export/inspect/matrix.h"
 #include "export/inspect/zip/zip_directory.h"
-#include "tests/support/zip_builder.h"
+#include "tests/support/export/zip_builder.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "common/text.h"
-#include "export/deliver/argument_line.h"
+#include "common/text/text.h"
+#include "export/deliver/application/argument_line.h"
 
 namespace {
 

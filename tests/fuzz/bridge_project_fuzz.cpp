@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "common/ordinal.h"
-#include "common/text.h"
+#include "common/text/ordinal.h"
+#include "common/text/text.h"
 #include "export/prepare/bridge_project.h"
 #include "export/prepare/dependency_list.h"
 

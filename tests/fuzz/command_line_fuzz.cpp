@@ -5,7 +5,7 @@
 #include <variant>
 #include <vector>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "entry/command_line.h"
 
 namespace {

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "common/text.h"
-#include "export/deliver/argument_line.h"
-#include "tests/support/split_command_line.h"
+#include "common/text/text.h"
+#include "export/deliver/application/argument_line.h"
+#include "tests/support/process/split_command_line.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::wstring input =

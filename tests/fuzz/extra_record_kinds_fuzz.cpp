@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "install/extra_record_kinds.h"
 #include "registration/rcs/rcs.h"
 

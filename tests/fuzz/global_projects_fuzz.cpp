@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "common/ordinal.h"
+#include "common/text/ordinal.h"
 #include "registration/transaction/global_projects.h"
-#include "tests/support/project_entries.h"
+#include "tests/support/registration/project_entries.h"
 
 namespace {
 

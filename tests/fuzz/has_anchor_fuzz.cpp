@@ -9,7 +9,7 @@
 
 #include "registration/rcs/toolbar_edit.h"
 #include "tests/fuzz/rcs_mutator.h"
-#include "tests/support/rcs_model.h"
+#include "tests/support/registration/rcs_model.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 #include "export/inspect/zip/inflate.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "export/prepare/layer_selection.h"
-#include "tests/support/layer_edit.h"
+#include "tests/support/export/layer_edit.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "common/text.h"
-#include "export/deliver/mailslot_name.h"
+#include "common/text/text.h"
+#include "export/deliver/application/mailslot_name.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 #include "export/inspect/layer_list.h"
 #include "export/inspect/matrix.h"
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/rcs_generator.h"
+#include "tests/support/registration/rcs_generator.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max);
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "install/deploy/package_timestamp.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "tests/fuzz/rcs_mutator.h"
-#include "tests/support/rcs_edit.h"
-#include "tests/support/rcs_model.h"
+#include "tests/support/registration/rcs_edit.h"
+#include "tests/support/registration/rcs_model.h"
 
 namespace {
 

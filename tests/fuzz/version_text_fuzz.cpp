@@ -5,7 +5,7 @@
 #include <limits>
 #include <string>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "install/discovery/host_product.h"
 
 namespace {

@@ -6,14 +6,14 @@
 #include <optional>
 #include <thread>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
-#include "common/text_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "common/text/text_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/odb_archive.h"
-#include "tests/support/output_job_reader.h"
-#include "tests/support/program_run_win32.h"
+#include "tests/support/export/odb_archive.h"
+#include "tests/support/export/output_job_reader.h"
+#include "tests/support/process/program_run_win32.h"
 
 namespace kestrune {
 namespace {

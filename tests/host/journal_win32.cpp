@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "common/file_win32.h"
-#include "common/owners_win32.h"
-#include "common/text.h"
+#include "common/files/file_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/text.h"
 #include "tests/support/files_win32.h"
 
 namespace kestrune {

@@ -25,13 +25,13 @@
 #include <string>
 #include <thread>
 
-#include "common/file_win32.h"
-#include "common/owners_win32.h"
-#include "common/path.h"
+#include "common/files/file_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
 #include "tests/host/export_script_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/odb_archive.h"
-#include "tests/support/program_run_win32.h"
+#include "tests/support/export/odb_archive.h"
+#include "tests/support/process/program_run_win32.h"
 
 namespace {
 

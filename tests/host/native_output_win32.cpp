@@ -5,8 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "common/file_win32.h"
-#include "common/path.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
 #include "tests/support/files_win32.h"
 
 namespace kestrune {

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <string>
 
-#include "common/owners_win32.h"
+#include "common/system/owners_win32.h"
 
 namespace kestrune {
 

@@ -3,8 +3,8 @@
 #include <string>
 #include <string_view>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
 
 namespace kestrune {
 

@@ -1,4 +1,4 @@
-#include "common/ordinal.h"
+#include "common/text/ordinal.h"
 
 #include <algorithm>
 #include <cwctype>

@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 
 namespace kestrune {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "common/failure.h"
-#include "common/tree_removal_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/tree_removal_win32.h"
 
 namespace kestrune {
 

@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
 
 namespace kestrune {
 namespace {

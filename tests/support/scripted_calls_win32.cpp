@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "common/owners_win32.h"
+#include "common/system/owners_win32.h"
 
 namespace kestrune {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/system_calls_win32.h"
+#include "common/system/system_calls_win32.h"
 
 namespace kestrune {
 

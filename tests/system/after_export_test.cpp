@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/after_export_fixture_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/after_export_fixture_win32.h"
 
 namespace kestrune {
 namespace {

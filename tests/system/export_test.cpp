@@ -6,12 +6,12 @@
 #include <utility>
 #include <vector>
 
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/after_export_fixture_win32.h"
-#include "tests/support/moved_profile_win32.h"
-#include "tests/support/odb_archive.h"
-#include "tests/support/output_job_reader.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/after_export_fixture_win32.h"
+#include "tests/support/machine/moved_profile_win32.h"
+#include "tests/support/export/odb_archive.h"
+#include "tests/support/export/output_job_reader.h"
 
 namespace kestrune {
 namespace {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/finalize_fixture_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/finalize_fixture_win32.h"
 
 namespace kestrune {
 namespace {

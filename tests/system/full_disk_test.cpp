@@ -4,17 +4,17 @@
 
 #include <string>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/finalize_fixture_win32.h"
-#include "tests/support/install_fixture_win32.h"
-#include "tests/support/moved_profile_win32.h"
-#include "tests/support/output_job_reader.h"
-#include "tests/support/shell_folder_override_win32.h"
-#include "tests/support/small_disk_win32.h"
-#include "tests/support/unix_link_win32.h"
+#include "tests/support/export/finalize_fixture_win32.h"
+#include "tests/support/machine/install_fixture_win32.h"
+#include "tests/support/machine/moved_profile_win32.h"
+#include "tests/support/export/output_job_reader.h"
+#include "tests/support/machine/shell_folder_override_win32.h"
+#include "tests/support/machine/small_disk_win32.h"
+#include "tests/support/machine/unix_link_win32.h"
 
 namespace kestrune {
 namespace {

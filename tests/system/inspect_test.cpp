@@ -1,11 +1,11 @@
 // `--inspect` through the executable: exact command lines, codes, the result file, the log.
 #include <gmock/gmock.h>
 
-#include "common/file_win32.h"
-#include "common/text.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/samples.h"
-#include "tests/support/zip_builder.h"
+#include "tests/support/export/zip_builder.h"
 
 namespace kestrune {
 namespace {

@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <iostream>
 
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/install_fixture_win32.h"
-#include "tests/support/rcs_model.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/machine/install_fixture_win32.h"
+#include "tests/support/registration/rcs_model.h"
 #include "tests/support/samples_win32.h"
 
 namespace kestrune {

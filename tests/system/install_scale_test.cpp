@@ -9,10 +9,10 @@
 #include <map>
 #include <random>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/install_fixture_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/machine/install_fixture_win32.h"
 #include "tests/support/remove_tree_win32.h"
 
 namespace kestrune {

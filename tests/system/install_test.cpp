@@ -6,14 +6,14 @@
 
 #include <algorithm>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/store/global_projects_key_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/install_fixture_win32.h"
-#include "tests/support/moved_profile_win32.h"
+#include "tests/support/machine/install_fixture_win32.h"
+#include "tests/support/machine/moved_profile_win32.h"
 #include "tests/support/remove_tree_win32.h"
 
 namespace kestrune {

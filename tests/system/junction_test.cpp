@@ -4,10 +4,10 @@
 
 #include <string>
 
-#include "common/file_win32.h"
-#include "common/path.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/prepare_fixture_win32.h"
+#include "tests/support/export/prepare_fixture_win32.h"
 
 namespace kestrune {
 namespace {

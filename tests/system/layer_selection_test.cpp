@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/output_job_reader.h"
-#include "tests/support/prepare_fixture_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/output_job_reader.h"
+#include "tests/support/export/prepare_fixture_win32.h"
 #include "tests/support/samples_win32.h"
 
 namespace kestrune {

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "common/file_time_win32.h"
-#include "common/file_win32.h"
-#include "common/owners_win32.h"
-#include "common/text.h"
-#include "tests/support/export_fixture_win32.h"
-#include "tests/support/moved_profile_win32.h"
+#include "common/files/file_time_win32.h"
+#include "common/files/file_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/machine/moved_profile_win32.h"
 
 namespace kestrune {
 namespace {

@@ -3,11 +3,11 @@
 
 #include <string>
 
-#include "common/owners_win32.h"
-#include "common/path.h"
-#include "common/text.h"
-#include "common/text_win32.h"
-#include "tests/support/after_export_fixture_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "common/text/text_win32.h"
+#include "tests/support/export/after_export_fixture_win32.h"
 
 namespace kestrune {
 namespace {

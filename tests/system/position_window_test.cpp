@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "tests/support/export_fixture_win32.h"
+#include "tests/support/export/export_fixture_win32.h"
 
 namespace kestrune {
 namespace {

@@ -13,16 +13,16 @@
 #include <string>
 #include <vector>
 
-#include "common/path.h"
-#include "common/sha256_win32.h"
-#include "common/text.h"
+#include "common/text/path.h"
+#include "common/files/sha256_win32.h"
+#include "common/text/text.h"
 #include "registration/store/backup_format.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/store/global_projects_key_win32.h"
-#include "tests/support/disposable_profile_win32.h"
-#include "tests/support/export_fixture_win32.h"
-#include "tests/support/program_run_win32.h"
-#include "tests/support/test_profile_win32.h"
+#include "tests/support/machine/disposable_profile_win32.h"
+#include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/process/program_run_win32.h"
+#include "tests/support/machine/test_profile_win32.h"
 
 namespace altium_registration {
 namespace {

@@ -9,13 +9,13 @@
 #include <string>
 #include <vector>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/after_export_fixture_win32.h"
-#include "tests/support/odb_archive.h"
-#include "tests/support/open_resources_win32.h"
-#include "tests/support/output_job_reader.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/after_export_fixture_win32.h"
+#include "tests/support/export/odb_archive.h"
+#include "tests/support/machine/open_resources_win32.h"
+#include "tests/support/export/output_job_reader.h"
 
 namespace kestrune {
 namespace {

@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "common/file_win32.h"
-#include "common/path.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/odb_archive.h"
-#include "tests/support/output_job_reader.h"
-#include "tests/support/prepare_fixture_win32.h"
+#include "tests/support/export/odb_archive.h"
+#include "tests/support/export/output_job_reader.h"
+#include "tests/support/export/prepare_fixture_win32.h"
 
 namespace kestrune {
 namespace {

@@ -1,6 +1,6 @@
 #include "export/inspect/zip/bit_reader.h"
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 
 namespace kestrune {
 namespace {

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 
 namespace kestrune {
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 
 namespace kestrune {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "common/failure.h"
+#include "common/failure/failure.h"
 #include "export/inspect/zip/bit_reader.h"
 #include "export/inspect/zip/huffman_code.h"
 #include "export/inspect/zip/little_endian.h"

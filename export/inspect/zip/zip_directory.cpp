@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "export/inspect/zip/little_endian.h"
 
 namespace kestrune {

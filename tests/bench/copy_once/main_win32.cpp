@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "common/owners_win32.h"
-#include "common/path.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
 
 namespace {
 

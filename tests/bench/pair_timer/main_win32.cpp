@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "common/owners_win32.h"
+#include "common/system/owners_win32.h"
 
 namespace {
 

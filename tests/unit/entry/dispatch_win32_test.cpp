@@ -4,9 +4,9 @@
 
 #include <new>
 
-#include "common/failure.h"
-#include "tests/support/export_fixture_win32.h"
-#include "tests/support/noted_boxes_win32.h"
+#include "common/failure/failure.h"
+#include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/process/noted_boxes_win32.h"
 
 namespace kestrune {
 namespace {

@@ -9,18 +9,18 @@
 #include <thread>
 #include <vector>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
 #include "entry/dispatch_win32.h"
 #include "install/installer_win32.h"
-#include "tests/support/export_fixture_win32.h"
-#include "tests/support/install_fixture_win32.h"
-#include "tests/support/noted_boxes_win32.h"
-#include "tests/support/open_resources_win32.h"
-#include "tests/support/output_job_reader.h"
+#include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/machine/install_fixture_win32.h"
+#include "tests/support/process/noted_boxes_win32.h"
+#include "tests/support/machine/open_resources_win32.h"
+#include "tests/support/export/output_job_reader.h"
 #include "tests/support/remove_tree_win32.h"
-#include "tests/support/zip_builder.h"
+#include "tests/support/export/zip_builder.h"
 
 namespace kestrune {
 namespace {

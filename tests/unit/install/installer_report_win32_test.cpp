@@ -2,12 +2,12 @@
 
 #include <gmock/gmock.h>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/small_disk_win32.h"
+#include "tests/support/machine/small_disk_win32.h"
 
 namespace kestrune {
 namespace {

@@ -5,8 +5,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "common/text.h"
-#include "tests/support/install_fixture_win32.h"
+#include "common/text/text.h"
+#include "tests/support/machine/install_fixture_win32.h"
 #include "tests/support/scarce_memory.h"
 #include "tests/support/scripted_calls_win32.h"
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tests/support/export_fixture_win32.h"
+#include "tests/support/export/export_fixture_win32.h"
 
 namespace kestrune {
 namespace {

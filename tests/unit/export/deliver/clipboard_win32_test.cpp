@@ -6,9 +6,9 @@
 #include <cstring>
 #include <vector>
 
-#include "common/file_win32.h"
-#include "common/text.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
 
 namespace kestrune {
 namespace {

@@ -3,9 +3,9 @@
 
 #include <string>
 
-#include "export/deliver/after_export_win32.h"
-#include "tests/support/disposable_profile_win32.h"
-#include "tests/support/program_run_win32.h"
+#include "export/deliver/application/after_export_win32.h"
+#include "tests/support/machine/disposable_profile_win32.h"
+#include "tests/support/process/program_run_win32.h"
 
 namespace kestrune {
 namespace {

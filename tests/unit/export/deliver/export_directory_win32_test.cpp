@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "common/file_win32.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/files/file_win32.h"
+#include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
 
 namespace kestrune {

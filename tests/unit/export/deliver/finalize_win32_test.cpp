@@ -8,17 +8,17 @@
 #include <new>
 #include <optional>
 
-#include "common/file_win32.h"
-#include "common/log_win32.h"
-#include "common/text.h"
-#include "common/windows_error_win32.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/files/file_win32.h"
+#include "common/log/log_win32.h"
+#include "common/text/text.h"
+#include "common/failure/windows_error_win32.h"
+#include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
 #include "tests/support/scarce_memory.h"
-#include "tests/support/unix_link_win32.h"
-#include "tests/support/noted_boxes_win32.h"
+#include "tests/support/machine/unix_link_win32.h"
+#include "tests/support/process/noted_boxes_win32.h"
 #include "tests/support/scripted_calls_win32.h"
-#include "tests/support/unknown_folders_win32.h"
+#include "tests/support/machine/unknown_folders_win32.h"
 
 namespace kestrune {
 namespace {

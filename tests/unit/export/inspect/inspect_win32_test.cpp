@@ -2,11 +2,11 @@
 
 #include <gmock/gmock.h>
 
-#include "common/file_win32.h"
-#include "common/text.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/zip_builder.h"
+#include "tests/support/export/zip_builder.h"
 
 namespace kestrune {
 namespace {

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "export/prepare/layer_selection.h"
-#include "tests/support/layer_edit.h"
-#include "tests/support/output_job_reader.h"
+#include "tests/support/export/layer_edit.h"
+#include "tests/support/export/output_job_reader.h"
 #include "tests/support/samples.h"
 
 namespace kestrune {

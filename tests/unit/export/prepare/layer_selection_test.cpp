@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <random>
 
-#include "tests/support/layer_edit.h"
+#include "tests/support/export/layer_edit.h"
 
 namespace kestrune {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include "common/path.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/text/path.h"
+#include "tests/support/export/export_fixture_win32.h"
 
 namespace kestrune {
 namespace {

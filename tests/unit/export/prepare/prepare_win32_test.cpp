@@ -4,14 +4,14 @@
 
 #include <thread>
 
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/text.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/unix_link_win32.h"
+#include "tests/support/machine/unix_link_win32.h"
 #include "tests/support/scripted_calls_win32.h"
-#include "tests/support/unknown_folders_win32.h"
+#include "tests/support/machine/unknown_folders_win32.h"
 
 namespace kestrune {
 namespace {

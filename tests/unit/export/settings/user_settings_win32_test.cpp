@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
-#include "common/product_files.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
+#include "common/places/product_files.h"
+#include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/shell_folder_override_win32.h"
-#include "tests/support/unix_link_win32.h"
+#include "tests/support/machine/shell_folder_override_win32.h"
+#include "tests/support/machine/unix_link_win32.h"
 
 namespace kestrune {
 namespace {

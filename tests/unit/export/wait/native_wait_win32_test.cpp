@@ -2,8 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include "common/text.h"
-#include "tests/support/export_fixture_win32.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
 
 namespace kestrune {
 namespace {

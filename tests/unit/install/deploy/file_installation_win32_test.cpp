@@ -6,18 +6,18 @@
 #include <new>
 #include <optional>
 
-#include "common/file_time_win32.h"
-#include "common/file_win32.h"
-#include "common/path.h"
-#include "common/sha256_win32.h"
-#include "common/text.h"
+#include "common/files/file_time_win32.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/files/sha256_win32.h"
+#include "common/text/text.h"
 #include "install/deploy/refusal.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/install_fixture_win32.h"
+#include "tests/support/machine/install_fixture_win32.h"
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/scripted_calls_win32.h"
-#include "tests/support/small_disk_win32.h"
-#include "tests/support/unix_link_win32.h"
+#include "tests/support/machine/small_disk_win32.h"
+#include "tests/support/machine/unix_link_win32.h"
 
 namespace kestrune {
 namespace {

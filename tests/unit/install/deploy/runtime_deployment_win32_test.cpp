@@ -6,18 +6,18 @@
 #include <cwchar>
 #include <thread>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
-#include "common/known_folders_win32.h"
-#include "common/path.h"
-#include "common/sha256_win32.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
+#include "common/places/known_folders_win32.h"
+#include "common/text/path.h"
+#include "common/files/sha256_win32.h"
 #include "install/deploy/refusal.h"
 #include "install/deploy/runtime_script_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/install_fixture_win32.h"
+#include "tests/support/machine/install_fixture_win32.h"
 #include "tests/support/remove_tree_win32.h"
-#include "tests/support/shell_folder_override_win32.h"
-#include "tests/support/small_disk_win32.h"
+#include "tests/support/machine/shell_folder_override_win32.h"
+#include "tests/support/machine/small_disk_win32.h"
 
 namespace kestrune {
 namespace {

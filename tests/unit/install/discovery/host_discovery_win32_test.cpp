@@ -5,14 +5,14 @@
 #include <aclapi.h>
 #include <sddl.h>
 
-#include "common/failure.h"
-#include "common/file_win32.h"
-#include "common/path.h"
+#include "common/failure/failure.h"
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
 #include "install/deploy/package_locator_win32.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/install_fixture_win32.h"
+#include "tests/support/machine/install_fixture_win32.h"
 #include "tests/support/remove_tree_win32.h"
-#include "tests/support/unix_link_win32.h"
+#include "tests/support/machine/unix_link_win32.h"
 
 namespace kestrune {
 namespace {

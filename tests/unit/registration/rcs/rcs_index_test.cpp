@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/rcs_shapes.h"
+#include "tests/support/registration/rcs_shapes.h"
 
 namespace altium_registration {
 namespace {

@@ -5,8 +5,8 @@
 #include <array>
 #include <string>
 
-#include "tests/support/rcs_generator.h"
-#include "tests/support/rcs_model.h"
+#include "tests/support/registration/rcs_generator.h"
+#include "tests/support/registration/rcs_model.h"
 #include "tests/support/samples.h"
 
 namespace altium_registration {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/rcs_edit.h"
-#include "tests/support/rcs_shapes.h"
+#include "tests/support/registration/rcs_edit.h"
+#include "tests/support/registration/rcs_shapes.h"
 
 #ifdef KESTRUNE_COUNTS_STEPS
 

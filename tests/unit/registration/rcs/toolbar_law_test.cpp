@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "registration/rcs/toolbar_edit.h"
-#include "tests/support/rcs_edit.h"
-#include "tests/support/rcs_generator.h"
-#include "tests/support/rcs_model.h"
+#include "tests/support/registration/rcs_edit.h"
+#include "tests/support/registration/rcs_generator.h"
+#include "tests/support/registration/rcs_model.h"
 #include "tests/support/samples.h"
 
 namespace altium_registration {

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "common/owners_win32.h"
+#include "common/system/owners_win32.h"
 
 namespace altium_registration {
 namespace {

@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/store/global_projects_key_win32.h"
 #include "registration/transaction/transaction.h"
-#include "tests/support/store_fixture_win32.h"
+#include "tests/support/registration/store_fixture_win32.h"
 
 namespace altium_registration {
 namespace {

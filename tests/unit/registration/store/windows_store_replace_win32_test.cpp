@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "common/owners_win32.h"
+#include "common/system/owners_win32.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/transaction/transaction.h"
 #include "registration/store/store_files_win32.h"
-#include "tests/support/store_fixture_win32.h"
+#include "tests/support/registration/store_fixture_win32.h"
 
 namespace altium_registration {
 namespace {

@@ -8,14 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "common/clock_time_win32.h"
-#include "common/file_win32.h"
-#include "common/sha256_win32.h"
+#include "common/log/clock_time_win32.h"
+#include "common/files/file_win32.h"
+#include "common/files/sha256_win32.h"
 #include "registration/store/backup_format.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/rcs/rcs.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/store_fixture_win32.h"
+#include "tests/support/registration/store_fixture_win32.h"
 
 namespace altium_registration {
 namespace {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "common/ordinal.h"
-#include "tests/support/project_entries.h"
-#include "tests/support/rcs_generator.h"
+#include "common/text/ordinal.h"
+#include "tests/support/registration/project_entries.h"
+#include "tests/support/registration/rcs_generator.h"
 
 namespace altium_registration {
 namespace {

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "common/text.h"
+#include "common/text/text.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/transaction/transaction.h"
-#include "tests/support/model_store.h"
+#include "tests/support/registration/model_store.h"
 #include "tests/unit/registration/transaction/transaction_fault_table.h"
 
 namespace altium_registration {

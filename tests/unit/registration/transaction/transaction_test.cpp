@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "registration/transaction/global_projects.h"
-#include "tests/support/model_store.h"
+#include "tests/support/registration/model_store.h"
 #include "tests/support/scarce_memory.h"
 
 namespace altium_registration {

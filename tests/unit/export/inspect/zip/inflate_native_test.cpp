@@ -13,7 +13,7 @@
 #include "export/inspect/zip/zip_directory.h"
 #include "tests/support/byte_source_of.h"
 #include "tests/support/samples.h"
-#include "tests/support/zip_builder.h"
+#include "tests/support/export/zip_builder.h"
 
 namespace kestrune {
 namespace {

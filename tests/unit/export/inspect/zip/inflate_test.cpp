@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/refusal.h"
-#include "tests/support/zip_builder.h"
+#include "tests/support/export/zip_builder.h"
 
 namespace kestrune {
 namespace {

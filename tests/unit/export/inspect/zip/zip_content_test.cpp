@@ -4,7 +4,7 @@
 
 #include "tests/support/byte_source_of.h"
 #include "tests/support/refusal.h"
-#include "tests/support/zip_builder.h"
+#include "tests/support/export/zip_builder.h"
 
 namespace kestrune {
 namespace {

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <windows.h>
+#include <shellapi.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace kestrune {
+
+/// The icon of a message box, with its style word.
+enum class MessageIcon : unsigned { Error = 16, Warning = 48, Information = 64 };
+
+/// The program's one door to the user's desktop: windows, boxes, the clipboard, other applications.
+/// The calls leave the thread's last error when they fail. One object is made at the top and handed
+/// down. Tests derive from it to show what no test machine does on request: several monitors, a
+/// program that demands elevation, a box that closes by itself.
+class Desktop {
+ public:
+  /// `inherited_error_mode` is the error mode that applications are started with, which inherit
+  /// that of the process at that moment.
+  explicit Desktop(UINT inherited_error_mode = GetErrorMode())
+      : inherited_error_mode_(inherited_error_mode) {}
+  Desktop(const Desktop&) = delete;
+  Desktop& operator=(const Desktop&) = delete;
+  virtual ~Desktop() = default;
+
+  // Windows
+
+  /// IsWindow.
+  virtual bool HasWindow(HWND window);
+  /// GetForegroundWindow.
+  virtual HWND Foreground();
+  /// MonitorFromWindow, the primary monitor for a window that lies on none.
+  virtual HMONITOR MonitorOf(HWND window);
+  /// GetMonitorInfoW.
+  virtual bool ReadMonitor(HMONITOR monitor, MONITORINFO& information);
+  /// GetWindowRect.
+  virtual bool ReadPlace(HWND window, RECT& place);
+  /// SetWindowPos.
+  virtual bool Move(HWND window, HWND insert_after, int x, int y, int width, int height,
+                    UINT flags);
+  /// Shows a message box titled "Kestrune" without an owner window and waits until it is closed.
+  virtual void ShowMessage(const std::wstring& text, MessageIcon icon);
+
+  // The clipboard
+
+  /// GlobalAlloc of a movable block of zeros.
+  virtual HGLOBAL Allocate(std::size_t size);
+  /// OpenClipboard without an owner window.
+  virtual bool OpenBoard();
+  /// EmptyClipboard.
+  virtual void EmptyBoard();
+  /// SetClipboardData; null when the block was not accepted and stays the caller's.
+  virtual HANDLE Place(UINT format, HGLOBAL block);
+  /// CloseClipboard.
+  virtual void CloseBoard();
+
+  // Starting an application
+
+  [[nodiscard]] UINT InheritedErrorMode() const { return inherited_error_mode_; }
+
+  /// ExpandEnvironment (common/files/file_win32.h).
+  virtual bool Expand(const std::wstring& text, std::wstring& expanded);
+  /// CreateProcessW with a suspended main thread, inheriting the environment but no handles.
+  virtual BOOL CreateSuspended(const wchar_t* application, wchar_t* command_line,
+                               const wchar_t* directory, PROCESS_INFORMATION& process);
+  /// AllowSetForegroundWindow.
+  virtual void AllowForeground(DWORD process_id);
+  /// ResumeThread.
+  virtual DWORD Resume(HANDLE thread);
+  /// ShellExecuteExW on a thread that is ready for COM.
+  virtual BOOL Execute(SHELLEXECUTEINFOW& execution);
+
+  // An application that runs already
+
+  /// ProcessIdToSessionId.
+  virtual bool ReadSession(DWORD process_id, DWORD& session);
+  /// Whether the process runs as this process's user.
+  virtual bool IsOurUsers(HANDLE process);
+  /// Opens the mailslot `\\.\mailslot\<name>` and writes one message. False unless every byte was
+  /// written.
+  virtual bool SendToMailslot(const std::wstring& name, std::string_view message);
+
+ private:
+  UINT inherited_error_mode_;
+};
+
+}  // namespace kestrune

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "common/desktop/desktop_win32.h"
+#include "common/places/known_folders_win32.h"
+#include "common/system/system_calls_win32.h"
+
+namespace kestrune {
+
+/// The program's doors to Windows. Made once at the start and handed to the mode that runs.
+struct Doors {
+  SystemCalls& system;
+  FolderCalls& folders;
+  Desktop& desktop;
+};
+
+}  // namespace kestrune

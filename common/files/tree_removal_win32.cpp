@@ -1,0 +1,261 @@
+#include "common/files/tree_removal_win32.h"
+
+#include <optional>
+#include <vector>
+
+#include "common/failure/failure.h"
+#include "common/failure/windows_error_win32.h"
+
+namespace kestrune {
+namespace {
+
+/// How long a name that is being deleted is waited for: a scanner closes it within a fraction of a
+/// second.
+constexpr int kWaits = 20;
+constexpr DWORD kWaitMilliseconds = 50;
+
+/// ERROR_REPARSE_POINT_ENCOUNTERED, which not every SDK names.
+constexpr DWORD kReparsePointEncountered = 4395;
+
+constexpr wchar_t kRemove[] = L"remove";
+
+bool IsDirectory(DWORD attributes) {
+  return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+/// Whether a reparse point leads to somewhere else. Others, such as files kept in a cloud, are
+/// ordinary entries. An unknown tag counts as a link, which is the careful answer.
+bool IsLink(DWORD attributes, DWORD tag) {
+  return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+         (tag == 0 || IsReparseTagNameSurrogate(tag));
+}
+
+bool IsDots(const wchar_t* name) {
+  return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
+}
+
+/// The entry of one path in its directory's listing.
+std::optional<WIN32_FIND_DATAW> ReadListing(const ExtendedPath& path, SystemCalls& calls) {
+  WIN32_FIND_DATAW entry{};
+  const FindHandle find(calls.FindFirst(path, &entry));
+  return find ? std::optional(entry) : std::nullopt;
+}
+
+/// What a path itself is, links not followed, or the code of the call that failed.
+struct Look {
+  DWORD code = ERROR_SUCCESS;
+  DWORD attributes = 0;
+  bool is_link = false;
+};
+
+Look LookAt(const ExtendedPath& path, SystemCalls& calls) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!calls.GetAttributes(path, &data)) {
+    return {GetLastError()};
+  }
+  Look look{ERROR_SUCCESS, data.dwFileAttributes};
+  if ((look.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    const auto listed = ReadListing(path, calls);
+    look.is_link = IsLink(look.attributes, listed ? listed->dwReserved0 : 0);
+  }
+  return look;
+}
+
+/// What an open handle is. The path may mean something else by now.
+Look LookThrough(const FileHandle& handle, SystemCalls& calls) {
+  BY_HANDLE_FILE_INFORMATION information{};
+  if (!calls.GetInformation(handle.Get(), &information)) {
+    return {GetLastError()};
+  }
+  Look look{ERROR_SUCCESS, information.dwFileAttributes};
+  if ((look.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    FILE_ATTRIBUTE_TAG_INFO tag{};
+    const bool known = calls.GetTag(handle.Get(), &tag) != FALSE;
+    look.is_link = IsLink(look.attributes, known ? tag.ReparseTag : 0);
+  }
+  return look;
+}
+
+FileHandle OpenDirectory(const ExtendedPath& path, SystemCalls& calls) {
+  // Sharing counts only with a right to the content, so a right to the attributes is too little.
+  return FileHandle(
+      calls.Create(path, {FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
+                          FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr}));
+}
+
+/// One removal with the patience that it has left.
+class Removal {
+ public:
+  explicit Removal(SystemCalls& calls) : calls_(calls) {}
+
+  void RemoveDirectoryFirst(const ExtendedPath& root) {
+    while (!calls_.DeleteDirectory(root)) {
+      const DWORD code = GetLastError();
+      if (MeansAbsent(code)) {
+        return;
+      }
+      if (code == ERROR_DIR_NOT_EMPTY) {
+        RemoveContent(root);
+      } else if (!began_) {
+        Fail(root, code);
+      } else {
+        WaitOrFail(root, code);
+      }
+    }
+  }
+
+  /// Removes a file, a link or an empty directory. False for what is still being deleted: it has
+  /// been waited for once, and is to be looked at again.
+  bool RemoveEntry(const ExtendedPath& path, DWORD attributes) {
+    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+      calls_.SetAttributes(path, attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+    }
+    if (IsDirectory(attributes) ? calls_.DeleteDirectory(path) : calls_.Delete(path)) {
+      return true;
+    }
+    const DWORD code = GetLastError();
+    if (MeansAbsent(code)) {
+      return true;
+    }
+    WaitOrFail(path, code);
+    return false;
+  }
+
+ private:
+  struct Held {
+    ExtendedPath path;
+    FileHandle handle;
+    DWORD attributes = 0;
+  };
+
+  [[noreturn]] static void Fail(const ExtendedPath& path, DWORD code) {
+    throw Failure{kRemove, code, path.Shown()};
+  }
+
+  /// Both codes are those of a name whose deletion waits for somebody to close it.
+  void WaitOrFail(const ExtendedPath& path, DWORD code) {
+    if ((code != ERROR_ACCESS_DENIED && code != ERROR_DIR_NOT_EMPTY) || waits_ == 0) {
+      Fail(path, code);
+    }
+    --waits_;
+    calls_.Wait(kWaitMilliseconds);
+  }
+
+  /// Goes down to the first directory without subdirectories, removes it, and goes on in its
+  /// parent: no recursion, for anybody may have made the tree as deep as a path can be.
+  void RemoveContent(const ExtendedPath& root) {
+    if (began_) {
+      WaitOrFail(root, ERROR_DIR_NOT_EMPTY);
+    }
+    began_ = true;
+    Enter(root);
+    while (!held_.empty()) {
+      if (const auto subdirectory = RemoveUpToSubdirectory(held_.back().path)) {
+        Enter(held_.back().path.Entry(*subdirectory));
+        continue;
+      }
+      const ExtendedPath path = held_.back().path;
+      const DWORD attributes = held_.back().attributes;
+      held_.pop_back();
+      if (!held_.empty()) {
+        RemoveEntry(path, attributes);
+      }
+    }
+  }
+
+  /// Holds a directory for the removal of its entries. What turned into a link or a file meanwhile
+  /// is removed itself; what went by itself is no failure.
+  void Enter(const ExtendedPath& path) {
+    FileHandle handle = OpenDirectory(path, calls_);
+    if (!handle) {
+      const DWORD code = GetLastError();
+      if (!MeansAbsent(code)) {
+        WaitOrFail(path, code);
+      }
+      return;
+    }
+    const Look look = LookThrough(handle, calls_);
+    if (look.code != ERROR_SUCCESS) {
+      Fail(path, look.code);
+    }
+    if (!IsDirectory(look.attributes) || look.is_link) {
+      handle.Reset();
+      RemoveEntry(path, look.attributes);
+      return;
+    }
+    held_.push_back({path, std::move(handle), look.attributes});
+  }
+
+  /// Removes files and links up to the first real subdirectory, which is returned.
+  std::optional<std::wstring> RemoveUpToSubdirectory(const ExtendedPath& directory) {
+    WIN32_FIND_DATAW entry{};
+    const FindHandle find(calls_.FindFirst(directory.Entry(L"*"), &entry));
+    if (!find) {
+      const DWORD code = GetLastError();
+      if (code != ERROR_FILE_NOT_FOUND) {
+        Fail(directory, code);
+      }
+      return std::nullopt;
+    }
+    do {
+      if (IsDots(entry.cFileName)) {
+        continue;
+      }
+      if (IsDirectory(entry.dwFileAttributes) &&
+          !IsLink(entry.dwFileAttributes, entry.dwReserved0)) {
+        return entry.cFileName;
+      }
+      RemoveEntry(directory.Entry(entry.cFileName), entry.dwFileAttributes);
+    } while (calls_.FindNext(find.Get(), &entry));
+    const DWORD code = GetLastError();
+    if (code != ERROR_NO_MORE_FILES) {
+      Fail(directory, code);
+    }
+    return std::nullopt;
+  }
+
+  SystemCalls& calls_;
+  /// From the root down.
+  std::vector<Held> held_;
+  int waits_ = kWaits;
+  bool began_ = false;
+};
+
+}  // namespace
+
+FileHandle HoldRealDirectory(const std::wstring& path, SystemCalls& calls) {
+  const ExtendedPath extended(path);
+  FileHandle handle = OpenDirectory(extended, calls);
+  if (!handle) {
+    const DWORD code = GetLastError();
+    throw Failure{L"open", code, path};
+  }
+  // The path is asked too: some systems follow the link in spite of the flag.
+  if (LookThrough(handle, calls).is_link || LookAt(extended, calls).is_link) {
+    throw Failure{L"A link is in the place of a folder", kReparsePointEncountered, path};
+  }
+  return handle;
+}
+
+void RemoveTree(const std::wstring& path, SystemCalls& calls) {
+  const ExtendedPath root(path);
+  const Look look = LookAt(root, calls);
+  if (look.code != ERROR_SUCCESS) {
+    if (MeansAbsent(look.code)) {
+      return;
+    }
+    throw Failure{kRemove, look.code, root.Shown()};
+  }
+  Removal removal(calls);
+  if (!IsDirectory(look.attributes) || look.is_link) {
+    while (!removal.RemoveEntry(root, look.attributes)) {
+    }
+    return;
+  }
+  if ((look.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+    calls.SetAttributes(root, look.attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+  }
+  removal.RemoveDirectoryFirst(root);
+}
+
+}  // namespace kestrune

@@ -1,0 +1,61 @@
+#include "common/log/log_win32.h"
+
+#include <windows.h>
+
+#include "common/log/clock_time_win32.h"
+#include "common/files/file_win32.h"
+#include "common/places/known_folders_win32.h"
+#include "common/log/log_line.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
+#include "common/places/product_files.h"
+
+namespace kestrune {
+namespace {
+
+constexpr LONGLONG kLargestLog = 0x100000;
+
+void AppendLine(const std::wstring& path, std::string_view line) {
+  // Write sharing is denied: a second writer loses its entry rather than tearing this one.
+  const FileHandle file(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, FILE_SHARE_READ,
+                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  LARGE_INTEGER size{};
+  if (!file || !GetFileSizeEx(file.Get(), &size)) {
+    return;
+  }
+  const bool starts_over = size.QuadPart + static_cast<LONGLONG>(line.size()) > kLargestLog;
+  if (!SetFilePointerEx(file.Get(), {}, nullptr, starts_over ? FILE_BEGIN : FILE_END) ||
+      (starts_over && !SetEndOfFile(file.Get()))) {
+    return;
+  }
+  DWORD written = 0;
+  WriteFile(file.Get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+}
+
+}  // namespace
+
+std::wstring LogFilePath() {
+  std::wstring local;
+  std::wstring error_text;
+  if (!LocalAppDataDirectory(local, error_text)) {
+    return {};
+  }
+  return JoinPath({local, kProductFolder, kLogFolder, kLogFile});
+}
+
+void WriteLogEntry(std::wstring_view stage, std::wstring_view detail) noexcept {
+  const LastErrorKeeper keeper;
+  try {
+    const std::wstring path = LogFilePath();
+    if (!path.empty()) {
+      SystemCalls calls;
+      CreateDirectories(calls, std::wstring(ParentPath(path)));
+      AppendLine(path, FormatLogLine(LocalTimeNow(), stage, detail));
+    }
+  } catch (...) {
+    // The log is a courtesy; an export must not fail for want of a folder or of memory for it.
+    return;
+  }
+}
+
+}  // namespace kestrune

@@ -1,0 +1,12 @@
+#include "common/places/program_path_win32.h"
+
+namespace kestrune {
+
+std::wstring ProgramPath(DWORD capacity) {
+  std::wstring path(capacity, L'\0');
+  const DWORD length = GetModuleFileNameW(nullptr, path.data(), capacity);
+  path.resize(length < capacity ? length : 0);
+  return path;
+}
+
+}  // namespace kestrune

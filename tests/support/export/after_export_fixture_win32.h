@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "tests/support/export/finalize_fixture_win32.h"
+
+namespace kestrune {
+
+/// How an application was started, as it saw it.
+struct ChildRecord {
+  std::wstring directory;
+  std::wstring marker;
+  std::wstring handle_path;
+  std::wstring startup_flags;
+  std::wstring command_line;
+};
+
+/// An export with an application behind it that records its start: a copy of child_recorder.exe in
+/// a folder whose name holds a blank.
+class AfterExportTest : public FinalizeTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  /// Settings with the application enabled, its path, and more lines of the section.
+  void Configure(std::wstring_view more) const;
+
+  /// The record of a start, when one came within ten seconds.
+  std::optional<ChildRecord> Record() const;
+  /// Whether no start came, after giving one the time to come.
+  bool NoRecordComes() const;
+
+  /// The success message with the reason why the application was not started.
+  [[nodiscard]] std::wstring NotStarted(std::wstring_view reason) const;
+
+  std::wstring application_;
+  std::wstring record_;
+};
+
+/// The two tokens that name this program and its version to the application.
+inline constexpr std::wstring_view kIdentity =
+    L"-bridge:\"AltiumDesigner\" -bridge-version:\"0.2.3\"";
+
+}  // namespace kestrune

@@ -1,0 +1,346 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "registration/rcs/toolbar_edit.h"
+#include "tests/support/registration/rcs_generator.h"
+
+/// Customization files of a given size: one as users have them, and the shapes that would be slow
+/// if anything were looked at more often than it occurs.
+namespace kestrune_tests {
+
+/// The button that the shapes are about.
+inline altium_registration::Spec BenchSpec() {
+  return {"C:\\Users\\Designer\\AppData\\Local\\Kestrune\\Runtime\\Kestrune.PrjScr",
+          "C:\\Users\\Designer\\AppData\\Local\\Kestrune\\Runtime\\odbpp-toolbar-legacy.bmp",
+          "Export PCB through Kestrune", "TLPCBToolbar", "TBPCB_StandardToolbar760"};
+}
+
+/// Records like those of a user who has altered menus, toolbars and commands.
+inline std::string RealisticFile(std::size_t size) {
+  std::string text =
+      "Tree PCBCustom Caption='[Custom]' TopLevel='True'  End\r\n"
+      "Tree SchCustom Caption='[Custom]' TopLevel='True'  End\r\n";
+  for (std::uint32_t n = 0; text.size() + 1000 < size; n += 8) {
+    const auto user = [n](std::uint32_t i) { return "_User" + std::to_string(n + i); };
+    text += "PL " + user(0) +
+            " Command='PCB:Select' Params='Scope = Layer' Caption='All on La&yer' "
+            "Description='Select All on Current Layer' DefaultChecked=0  End\r\n";
+    text += "PL " + user(1) +
+            " Command='ScriptingSystem:RunScript' Params='ProjectName=C:\\Scripts\\Panel\\Panel" +
+            std::to_string(n) +
+            ".PrjScr|ProcName=Panel.pas>Main' Caption='It''s a script' DefaultChecked=0  End\r\n";
+    text += "Insertion " + user(2) +
+            " TargetID='TLFilter' InsertType='After' RefID0='TBPCB_Filter50' \r\n    Link " +
+            user(3) + " PLID='" + user(0) + "'      End\r\n    Link " + user(4) + " PLID='" +
+            user(1) + "'      End\r\nEnd\r\n";
+    text += "Deletion " + user(5) +
+            " TargetID='TLSchLibDrawingTools' DeleteID='TBSchematic_SchLibDrawingTools160'  "
+            "End\r\n";
+    text += "Insertion " + user(6) + " TargetID='MNPCBMenu' RefID0='MNPCB_Help10' \r\n    Tree " +
+            user(7) + " Caption='Scripts' Image='IEEEimage.bmp' Columns=7 \r\n";
+    for (int i = 0; i < 3; ++i) {
+      text += "        Link " + user(7) + "_" + std::to_string(i) +
+              " PLID='PLSch:PlaceIEEEDotSymbol'          End\r\n";
+    }
+    text += "    End\r\nEnd\r\n";
+  }
+  return text;
+}
+
+inline std::string Parameters() {
+  return altium_registration::Quote("ProjectName=" + BenchSpec().script_project_path +
+                                    "|ProcName=Kestrune.pas>RunKestrune");
+}
+
+/// Every second record is one of our commands, the others are links to them.
+inline std::string ManyLinksToManyCommands(std::size_t size) {
+  std::string text;
+  for (std::uint32_t n = 0; text.size() + 400 < size; ++n) {
+    const std::string number = std::to_string(n);
+    text += "PL P" + number + " Command='ScriptingSystem:RunScript' Params=" + Parameters() +
+            " End\nInsertion I" + number + " TargetID='T' Link L" + number + " PLID='P" + number +
+            "' End End\nDeletion D" + number + " TargetID='T' DeleteID='L" + number + "' End\n";
+  }
+  return text;
+}
+
+inline std::string ManyQuotes(std::size_t size) {
+  std::string text;
+  for (std::uint32_t n = 0; text.size() + 200 < size; ++n) {
+    text +=
+        "PL 'a''''''" + std::to_string(n) + "' Command='''''''''''''''' Params='''''''''' End\n";
+  }
+  return text;
+}
+
+inline std::string DeepEverywhere(std::size_t size) {
+  std::string text;
+  for (std::uint32_t n = 0; text.size() + 1200 < size;) {
+    for (std::uint32_t depth = 0; depth <= altium_registration::kMaxRcsDepth; ++depth) {
+      text += "Tree t" + std::to_string(n++) + " A=1\n";
+    }
+    for (std::uint32_t depth = 0; depth <= altium_registration::kMaxRcsDepth; ++depth) {
+      text += "End\n";
+    }
+  }
+  return text;
+}
+
+inline std::string OneGiantToken(std::size_t size) {
+  return "PL p A='" + std::string(size - 20, 'x') + "' End\n";
+}
+
+inline std::string OneTokenOfQuotes(std::size_t size) {
+  return "PL p Command='" + std::string((size - 40) / 2 * 2, '\'') + "' End\n";
+}
+
+inline std::string ManyIdentifiers(std::size_t size) {
+  std::string text;
+  for (std::uint32_t n = 0; text.size() + 40 < size; ++n) {
+    text += "PL " + std::to_string(n) + " End ";
+  }
+  return text;
+}
+
+/// The names that the button would take are taken, thousands of times.
+inline std::string ManyTakenNames(std::size_t size) {
+  std::string text = "PL PLKestrune End\n";
+  for (std::uint32_t n = 1; text.size() + 60 < size; ++n) {
+    text += "PL PLKestrune_" + std::to_string(n) + " End\n";
+  }
+  return text;
+}
+
+inline std::string ManyAttributes(std::size_t size) {
+  std::string text = "PL p ";
+  for (std::uint32_t n = 0; text.size() + 40 < size; ++n) {
+    text += std::to_string(n) + "=1 ";
+  }
+  return text + "End\n";
+}
+
+inline std::string OnlyBlanks(std::size_t size) {
+  return std::string(size - 1000, ' ');
+}
+
+/// A long text with a doubled quote in it, as it is written in a file.
+inline std::string LongQuoted(std::size_t size) {
+  return "'" + std::string(size, 'x') + "'''";
+}
+
+/// The one command of ours, shown nowhere.
+inline std::string OurCommand() {
+  return "PL P Command='ScriptingSystem:RunScript' Params=" + Parameters() + " End\n";
+}
+
+inline std::string WithDeletionsOf(const std::string& link, std::string text, std::size_t size) {
+  for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
+    text += "Deletion D" + std::to_string(n) + " DeleteID='" + link + "' TargetID='x' End\n";
+  }
+  return text;
+}
+
+inline std::string WithLinks(std::string text, std::size_t size) {
+  for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
+    text += "Link L" + std::to_string(n) + " PLID='P' End\n";
+  }
+  return text;
+}
+
+inline std::string AttributesOfNumbers(std::size_t size) {
+  std::string text;
+  for (std::uint32_t n = 0; text.size() < size; ++n) {
+    text += std::to_string(n) + "=1 ";
+  }
+  return text;
+}
+
+/// An Insertion whose target is one long text with a doubled quote, and Deletions of its link.
+inline std::string LongTargetAndDeletions(std::size_t size) {
+  return WithDeletionsOf(
+      "L",
+      OurCommand() + "Insertion I TargetID=" + LongQuoted(size / 2) + " Link L PLID='P' End End\n",
+      size);
+}
+
+/// A placed button: only with one are links in the custom tree counted.
+inline std::string OurPlacement() {
+  const altium_registration::Spec spec = BenchSpec();
+  return OurCommand() + "Insertion I TargetID='" + spec.anchor_target + "' RefID0='" +
+         spec.anchor_reference + "' Link L PLID='P' End End\n";
+}
+
+/// A Tree whose identifier is one long text with a doubled quote, over links to our command.
+inline std::string LongTreeOverLinks(std::size_t size) {
+  return WithLinks(OurPlacement() + "Tree " + LongQuoted(size / 2) + "\n", size) + "End\n";
+}
+
+/// An Insertion of very many attributes, the target last, and Deletions of its link.
+inline std::string ManyAttributesAndDeletions(std::size_t size) {
+  return WithDeletionsOf("L",
+                         OurCommand() + "Insertion I " + AttributesOfNumbers(size / 2) +
+                             "TargetID='y' Link L PLID='P' End End\n",
+                         size);
+}
+
+/// The same with links in a Tree below, and a single one placed.
+inline std::string ManyAttributesOverLinks(std::size_t size) {
+  return WithLinks(OurCommand() + "Tree PCBCustom Link C PLID='P' End End\nInsertion I " +
+                       AttributesOfNumbers(size / 2) + "TargetID='y' Link L PLID='P' End Tree T\n",
+                   size) +
+         "End End\n";
+}
+
+/// An Insertion of very many attributes that places many links, another placement after each.
+inline std::string ManyAttributesAndPlacedLinks(std::size_t size) {
+  std::string text =
+      OurCommand() + "Insertion I " + AttributesOfNumbers(size / 2) + "TargetID='y'\n";
+  for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
+    const std::string number = std::to_string(n);
+    text += "Link L" + number + " PLID='P' End Insertion J" + number + " Link K" + number +
+            " PLID='P' End End\n";
+  }
+  return text + "End\n";
+}
+
+/// Records with just more names than are compared one by one.
+inline std::string RecordsOfThirteenAttributes(std::size_t size) {
+  std::string text;
+  for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
+    text +=
+        "PL " + std::to_string(n) + " a=1 b=1 c=1 d=1 e=1 f=1 g=1 h=1 i=1 j=1 k=1 l=1 m=1 End\n";
+  }
+  return text;
+}
+
+/// Makes identifiers of sixteen bytes that all have the same hash for this seed: in each, the third
+/// word makes one factor of the last product zero.
+inline std::vector<std::string> CollidingIdentifiers(std::uint64_t seed, std::size_t count) {
+  std::vector<std::string> identifiers;
+  for (std::uint32_t n = 0; identifiers.size() < count; ++n) {
+    std::string text = std::to_string(10'000'000 + n) + "wordlast";
+    const std::uint64_t first =
+        static_cast<std::uint32_t>(seed) ^ altium_registration::LoadWord(text.data());
+    const std::uint64_t second = (seed >> 32) ^ altium_registration::LoadWord(text.data() + 4);
+    const auto word = static_cast<std::uint32_t>(seed ^ (first * second));
+    std::memcpy(text.data() + 8, &word, sizeof word);
+    if (text.find_first_of(std::string_view("' =\t\r\n\0", 7)) == std::string::npos) {
+      identifiers.push_back(text);
+    }
+  }
+  return identifiers;
+}
+
+struct RcsShape {
+  const char* name = nullptr;
+  std::string (*make)(std::size_t size) = nullptr;
+};
+
+/// The shapes; each parses strictly.
+inline constexpr std::array kRcsShapes = std::to_array<RcsShape>({
+    {"ManyLinksToManyCommands", ManyLinksToManyCommands},
+    {"ManyQuotes", ManyQuotes},
+    {"DeepEverywhere", DeepEverywhere},
+    {"OneGiantToken", OneGiantToken},
+    {"OneTokenOfQuotes", OneTokenOfQuotes},
+    {"ManyIdentifiers", ManyIdentifiers},
+    {"ManyTakenNames", ManyTakenNames},
+    {"ManyAttributes", ManyAttributes},
+    {"OnlyBlanks", OnlyBlanks},
+    {"LongTargetAndDeletions", LongTargetAndDeletions},
+    {"LongTreeOverLinks", LongTreeOverLinks},
+    {"ManyAttributesAndDeletions", ManyAttributesAndDeletions},
+    {"ManyAttributesOverLinks", ManyAttributesOverLinks},
+    {"ManyAttributesAndPlacedLinks", ManyAttributesAndPlacedLinks},
+    {"RecordsOfThirteenAttributes", RecordsOfThirteenAttributes},
+});
+
+/// Makes files that mix what makes the shapes above bad: long texts, doubled quotes, many
+/// attributes, many links and Deletions, depth.
+class RcsMixture {
+ public:
+  RcsMixture(std::uint64_t seed, std::size_t size) : dice_(seed), size_(size) {}
+
+  std::string File() {
+    text_ = OurCommand();
+    while (text_.size() + kRoom < size_) {
+      Record(0);
+    }
+    return text_;
+  }
+
+ private:
+  static constexpr std::size_t kRoom = 4096;
+
+  /// Up to half of the room that is left, so that a file may be almost one text.
+  std::size_t Share() {
+    const std::size_t left = text_.size() + kRoom < size_ ? size_ - text_.size() - kRoom : 0;
+    return left / (2 + dice_.Below(60));
+  }
+
+  std::string Name() { return "N" + std::to_string(counter_++); }
+
+  std::string Value() {
+    std::string value = dice_.Chance(20) ? std::string(Share(), 'x') : "x";
+    if (dice_.Chance(30)) {
+      value += dice_.Chance(50) ? std::string(Share() / 2, '\'') : "'";
+    }
+    return altium_registration::Quote(value);
+  }
+
+  std::string LinkOfOurs() {
+    std::string name = Name();
+    text_ += "Link " + name + " PLID=P End\n";
+    return name;
+  }
+
+  void Attributes() {
+    if (dice_.Chance(20)) {
+      text_ += AttributesOfNumbers(Share());
+    }
+    if (dice_.Chance(50)) {
+      text_ += " TargetID=" + Value() + " RefID0=" + Value() + " ";
+    }
+  }
+
+  std::string Children(std::uint32_t depth) {
+    std::string link = "x";
+    const std::size_t end = text_.size() + Share();
+    do {
+      if (dice_.Chance(70)) {
+        link = LinkOfOurs();
+      } else if (depth + 2 < altium_registration::kMaxRcsDepth) {
+        Record(depth + 1);
+      }
+    } while (text_.size() < end);
+    return link;
+  }
+
+  void Record(std::uint32_t depth) {
+    const std::string name = Name();
+    text_ += dice_.Chance(60) ? "Insertion " : "Tree ";
+    text_ += dice_.Chance(20) ? Value().insert(1, name) : name;
+    text_ += " ";
+    Attributes();
+    const std::string link = Children(depth);
+    text_ += "End\n";
+    const std::size_t end = text_.size() + (dice_.Chance(40) && depth == 0 ? Share() : 0);
+    while (text_.size() < end) {
+      text_ += "Deletion " + Name() + " DeleteID=" + link + " TargetID=x End\n";
+    }
+  }
+
+  Dice dice_;
+  std::size_t size_;
+  std::string text_;
+  std::uint32_t counter_ = 0;
+};
+
+}  // namespace kestrune_tests

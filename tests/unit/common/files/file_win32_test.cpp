@@ -1,0 +1,375 @@
+#include "common/files/file_win32.h"
+
+#include <gmock/gmock.h>
+
+#include "common/failure/failure.h"
+#include "common/text/path.h"
+#include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/files_win32.h"
+#include "tests/support/remove_tree_win32.h"
+#include "tests/support/machine/small_disk_win32.h"
+#include "tests/support/machine/unix_link_win32.h"
+
+namespace kestrune {
+namespace {
+
+using testing::ElementsAre;
+
+/// A folder of the test's own, gone at its end; no profile is touched.
+class FileTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    wchar_t folder[MAX_PATH + 1] = {};
+    GetTempPathW(MAX_PATH, folder);
+    root_ = JoinPath(folder, L"kestrune-files-" + std::to_wstring(GetCurrentProcessId()));
+    ASSERT_TRUE(RemoveTree(root_)) << GetLastError();
+    ASSERT_TRUE(TryCreateDirectories(root_)) << GetLastError();
+  }
+  void TearDown() override { EXPECT_TRUE(RemoveTree(root_)) << GetLastError(); }
+
+  std::wstring In(std::wstring_view name) const { return JoinPath(root_, name); }
+
+  std::wstring root_;
+};
+
+/// Expects that the action throws exactly this failure.
+template <class Action>
+void ExpectFailure(const Action& action, const Failure& expected) {
+  try {
+    action();
+    ADD_FAILURE() << "no failure";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.text, expected.text);
+    EXPECT_EQ(failure.code, expected.code);
+    EXPECT_EQ(failure.subject, expected.subject);
+  }
+}
+
+DWORD StatusErrorOf(const std::wstring& path) {
+  try {
+    static_cast<void>(QueryFileKind(path));
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.text, L"status");
+    return failure.code;
+  }
+  ADD_FAILURE() << "no failure";
+  return 0;
+}
+
+std::wstring LongPath(const std::wstring& root) {
+  std::wstring path = root;
+  for (int i = 0; i < 20; ++i) {
+    path = JoinPath(path, L"a-directory-with-a-rather-long-name");
+  }
+  return path;
+}
+
+TEST_F(FileTest, KindTellsFilesFromDirectories) {
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  EXPECT_EQ(QueryFileKind(In(L"file")), FileKind::RegularFile);
+  EXPECT_EQ(QueryFileKind(root_), FileKind::Directory);
+  EXPECT_EQ(QueryFileKindQuietly(In(L"file")), FileKind::RegularFile);
+}
+
+TEST_F(FileTest, WhatCannotExistIsAbsent) {
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  EXPECT_EQ(QueryFileKind(In(L"file\\below")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(In(L"missing")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(In(L"missing\\below")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(In(L"a|b")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(L"Q:\\missing drive"), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(L""), FileKind::Absent);
+}
+
+TEST_F(FileTest, AnyOtherErrorIsAStatusFailure) {
+  const std::wstring device = L"\\\\.\\pipe\\";
+  SetLastError(ERROR_SUCCESS);
+  const DWORD attributes = GetFileAttributesW((device + L"no such pipe").c_str());
+  const DWORD code = GetLastError();
+  if (attributes != INVALID_FILE_ATTRIBUTES || code == ERROR_FILE_NOT_FOUND) {
+    GTEST_SKIP() << "the system has no path at hand whose status is an error";
+  }
+  EXPECT_EQ(StatusErrorOf(device + L"no such pipe"), code);
+  EXPECT_EQ(QueryFileKindQuietly(device + L"no such pipe"), FileKind::Absent);
+}
+
+TEST_F(FileTest, AFileHeldWithoutSharingStillHasKindAndSize) {
+  ASSERT_TRUE(TryWriteFile(In(L"held"), "12345"));
+  const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ | GENERIC_WRITE, 0);
+  const FileEntry entry = QueryEntry(In(L"held"), L"size");
+  EXPECT_EQ(entry.kind, FileKind::RegularFile);
+  EXPECT_EQ(entry.size, 5U);
+}
+
+TEST_F(FileTest, ALinkedFileHasTheKindAndSizeOfItsTarget) {
+  ASSERT_TRUE(TryWriteFile(In(L"target"), "12345"));
+  if (!MakeFileLink(In(L"link"), In(L"target"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  const FileEntry entry = QueryEntry(In(L"link"), L"size");
+  EXPECT_EQ(entry.kind, FileKind::RegularFile);
+  EXPECT_EQ(entry.size, 5U);
+  RemoveLink(In(L"link"));
+}
+
+TEST_F(FileTest, ALinkThatLeadsNowhereIsAbsent) {
+  ASSERT_TRUE(TryWriteFile(In(L"target"), "12345"));
+  if (!MakeFileLink(In(L"link"), In(L"target"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  ASSERT_TRUE(RemoveTree(In(L"target")));
+  EXPECT_FALSE(QueryEntryQuietly(In(L"link")));
+  EXPECT_EQ(QueryFileKind(In(L"link")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKindQuietly(In(L"link")), FileKind::Absent);
+  // Wine neither lists nor removes a link without a target.
+  ASSERT_TRUE(TryWriteFile(In(L"target"), "12345"));
+  RemoveLink(In(L"link"));
+}
+
+TEST_F(FileTest, ALinkedDirectoryIsADirectory) {
+  ASSERT_TRUE(TryCreateDirectories(In(L"target")));
+  if (!MakeDirectoryLink(In(L"link"), In(L"target"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  EXPECT_EQ(QueryFileKind(In(L"link")), FileKind::Directory);
+  RemoveLink(In(L"link"));
+}
+
+TEST_F(FileTest, SizesAboveFourGibibytesAreWhole) {
+  constexpr std::uint64_t large = (std::uint64_t{1} << 32) + 10;
+  PutSparseFile(In(L"large"), large);
+  EXPECT_EQ(QueryEntry(In(L"large"), L"size").size, large);
+  std::string bytes;
+  EXPECT_FALSE(TryReadFile(In(L"large"), 100, bytes)) << "4 GiB + 10 must not look like 10";
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_TOO_LARGE});
+}
+
+TEST_F(FileTest, AnAbsentFileIsAFailureWithItsCode) {
+  EXPECT_FALSE(QueryEntryQuietly(In(L"missing")));
+  ExpectFailure([&] { static_cast<void>(QueryEntry(In(L"missing"), L"size")); },
+                {L"size", ERROR_FILE_NOT_FOUND, In(L"missing")});
+}
+
+TEST_F(FileTest, WrittenBytesComeBackUnchanged) {
+  const std::string bytes("\x00\r\n\x1A\xFF|", 6);
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "a longer text that goes"));
+  ASSERT_TRUE(TryWriteFile(In(L"file"), bytes));
+  std::string read = "old";
+  ASSERT_TRUE(TryReadFile(In(L"file"), bytes.size(), read));
+  EXPECT_EQ(read, bytes);
+  ASSERT_TRUE(TryWriteFile(In(L"file"), ""));
+  ASSERT_TRUE(TryReadFile(In(L"file"), 0, read));
+  EXPECT_EQ(read, "");
+}
+
+TEST_F(FileTest, ReadingNamesTheExactError) {
+  std::string bytes;
+  EXPECT_FALSE(TryReadFile(In(L"missing"), 10, bytes));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+
+  ASSERT_TRUE(TryWriteFile(In(L"held"), "x"));
+  const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ, 0);
+  EXPECT_FALSE(TryReadFile(In(L"held"), 10, bytes));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+
+  ASSERT_TRUE(TryWriteFile(In(L"eleven"), "12345678901"));
+  EXPECT_FALSE(TryReadFile(In(L"eleven"), 10, bytes));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_TOO_LARGE});
+  EXPECT_FALSE(TryReadFile(root_, 10, bytes)) << "a directory has no bytes";
+}
+
+TEST_F(FileTest, WritingNamesTheExactError) {
+  EXPECT_FALSE(TryWriteFile(In(L"missing\\file"), "x"));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+  ASSERT_TRUE(TryWriteFile(In(L"held"), "x"));
+  const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_FALSE(TryWriteFile(In(L"held"), "y"));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+}
+
+TEST_F(FileTest, AWriterKeepsItsFirstFailure) {
+  FileWriter missing(In(L"missing\\file"));
+  missing.Write("x");
+  missing.Fail(ERROR_NO_UNICODE_TRANSLATION);
+  ExpectFailure([&] { missing.Finish(L"finish"); },
+                {L"finish", ERROR_PATH_NOT_FOUND, In(L"missing\\file")});
+
+  FileWriter refused(In(L"file"));
+  refused.Write("kept");
+  refused.Fail(ERROR_NO_UNICODE_TRANSLATION);
+  refused.Write("dropped");
+  ExpectFailure([&] { refused.Finish(L"finish"); },
+                {L"finish", ERROR_NO_UNICODE_TRANSLATION, In(L"file")});
+  EXPECT_EQ(FileBytes(In(L"file")), "kept");
+}
+
+TEST(FileWriter, AFullDiskIsToldAtTheEnd) {
+  const SmallDisk disk;
+  KESTRUNE_NEEDS_SMALL_DISK(disk);
+  ASSERT_TRUE(disk.Fill());
+  const std::wstring path = JoinPath(disk.Folder(), L"project");
+  FileWriter file(path);
+  file.Write(std::string(8192, 'x'));
+  file.Write("more");
+  ExpectFailure([&] { file.Finish(L"finish"); }, {L"finish", ERROR_DISK_FULL, path});
+}
+
+TEST_F(FileTest, EveryRefusalNamesStepCodeAndPath) {
+  SystemCalls calls;
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  const std::wstring missing = In(L"missing\\file");
+  ExpectFailure([&] { static_cast<void>(ReadWholeFile(missing, 10)); },
+                {L"read", ERROR_PATH_NOT_FOUND, missing});
+  ExpectFailure([&] { static_cast<void>(ReadWholeFile(In(L"file"), 0)); },
+                {L"read", ERROR_FILE_TOO_LARGE, In(L"file")});
+  ExpectFailure([&] { WriteWholeFile(missing, "x"); }, {L"write", ERROR_PATH_NOT_FOUND, missing});
+  ExpectFailure([&] { RenameFile(In(L"missing"), In(L"file"), MOVEFILE_REPLACE_EXISTING); },
+                {L"rename", ERROR_FILE_NOT_FOUND, In(L"file")});
+  ExpectFailure([&] { CreateDirectories(calls, In(L"file")); },
+                {L"create_directories", ERROR_ALREADY_EXISTS, In(L"file")});
+  EXPECT_FALSE(ReadFileIfPossible(missing, 10));
+  EXPECT_EQ(ReadFileIfPossible(In(L"file"), 1), "x");
+}
+
+TEST_F(FileTest, ReadingBeyondTheEndIsAFailure) {
+  SystemCalls calls;
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  const FileHandle file = HoldOpen(In(L"file"), GENERIC_READ, FILE_SHARE_READ);
+  std::string bytes(2, '\0');
+  ExpectFailure([&] { ReadAll(calls, file.Get(), bytes); }, {L"read", ERROR_HANDLE_EOF});
+}
+
+TEST_F(FileTest, ARenameWithoutTheFlagReplacesNothing) {
+  ASSERT_TRUE(TryWriteFile(In(L"a"), "a") && TryWriteFile(In(L"b"), "b"));
+  ExpectFailure([&] { RenameFile(In(L"a"), In(L"b"), 0); },
+                {L"rename", ERROR_ALREADY_EXISTS, In(L"b")});
+  EXPECT_EQ(FileBytes(In(L"b")), "b");
+}
+
+TEST_F(FileTest, RenameReplacesAnExistingFile) {
+  ASSERT_TRUE(TryWriteFile(In(L"a"), "a"));
+  ASSERT_TRUE(TryWriteFile(In(L"b"), "b"));
+  ASSERT_TRUE(TryRenameOver(In(L"a"), In(L"b"))) << GetLastError();
+  EXPECT_EQ(FileBytes(In(L"b")), "a");
+  EXPECT_THAT(NamesIn(root_), ElementsAre(L"b"));
+  EXPECT_FALSE(TryRenameOver(In(L"a"), In(L"b")));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+TEST_F(FileTest, ReadOnlyIsTakenOffAndNothingElse) {
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  const DWORD plain = GetFileAttributesW(In(L"file").c_str());
+  ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(),
+                                 plain | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
+  ClearReadOnly(In(L"file"));
+  EXPECT_EQ(GetFileAttributesW(In(L"file").c_str()), plain | FILE_ATTRIBUTE_HIDDEN);
+  ClearReadOnly(In(L"missing"));
+}
+
+TEST_F(FileTest, DirectoriesAreCreatedWithAllParents) {
+  EXPECT_TRUE(TryCreateDirectories(In(L"a\\b/c\\..\\d"))) << GetLastError();
+  EXPECT_EQ(QueryFileKind(In(L"a\\b\\d")), FileKind::Directory);
+  EXPECT_TRUE(TryCreateDirectories(In(L"a\\b\\d"))) << "one that exists is success";
+}
+
+TEST_F(FileTest, DirectoriesMayBeDeeperThanTheClassicLimit) {
+  const std::wstring deep = LongPath(root_);
+  EXPECT_TRUE(TryCreateDirectories(deep)) << GetLastError();
+  EXPECT_TRUE(TryWriteFile(JoinPath(deep, L"file"), "x")) << GetLastError();
+  EXPECT_EQ(FileBytes(JoinPath(deep, L"file")), "x");
+  EXPECT_TRUE(RemoveTree(In(L"a-directory-with-a-rather-long-name"))) << GetLastError();
+  EXPECT_TRUE(NamesIn(root_).empty());
+}
+
+TEST_F(FileTest, ADirectoryCannotTakeThePlaceOfAFile) {
+  ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
+  EXPECT_FALSE(TryCreateDirectories(In(L"file")));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+  EXPECT_FALSE(TryCreateDirectories(In(L"file\\below")));
+  EXPECT_FALSE(TryCreateDirectories(L"Q:\\no such drive"));
+}
+
+TEST_F(FileTest, RemovingATreeTakesEverythingInIt) {
+  PutFile(In(L"t\\a\\b\\file"), "x");
+  PutFile(In(L"t\\a\\file"), "x");
+  PutFile(In(L"t\\file"), "x");
+  ASSERT_TRUE(TryCreateDirectories(In(L"t\\empty\\empty")));
+  PutFile(In(L"neighbour"), "x");
+  EXPECT_TRUE(RemoveTree(In(L"t"))) << GetLastError();
+  EXPECT_THAT(NamesIn(root_), ElementsAre(L"neighbour"));
+}
+
+TEST_F(FileTest, RemovingATreeNamedWithATrailingSeparatorStopsAtIt) {
+  PutFile(In(L"t\\a\\file"), "x");
+  PutFile(In(L"neighbour"), "x");
+  EXPECT_TRUE(RemoveTree(In(L"t\\"))) << GetLastError();
+  EXPECT_THAT(NamesIn(root_), ElementsAre(L"neighbour"));
+}
+
+TEST_F(FileTest, RemovingWhatIsAbsentIsSuccess) {
+  EXPECT_TRUE(RemoveTree(In(L"missing")));
+  EXPECT_TRUE(RemoveTree(In(L"missing\\below")));
+}
+
+TEST_F(FileTest, RemovingATreeIsNotStoppedByReadOnlyMarks) {
+  PutFile(In(L"t\\a\\file"), "x");
+  ASSERT_TRUE(SetFileAttributesW(In(L"t\\a\\file").c_str(), FILE_ATTRIBUTE_READONLY));
+  ASSERT_TRUE(SetFileAttributesW(In(L"t\\a").c_str(), FILE_ATTRIBUTE_READONLY));
+  EXPECT_TRUE(RemoveTree(In(L"t"))) << GetLastError();
+  EXPECT_FALSE(Exists(In(L"t")));
+}
+
+TEST_F(FileTest, RemovingATreeWithAFileInUseNamesTheExactError) {
+  PutFile(In(L"t\\a\\file"), "x");
+  const FileHandle held = HoldOpen(In(L"t\\a\\file"), GENERIC_READ, FILE_SHARE_READ);
+  EXPECT_FALSE(RemoveTree(In(L"t")));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
+  EXPECT_TRUE(Exists(In(L"t\\a\\file")));
+}
+
+TEST_F(FileTest, RemovingATreeGoesDeeperThanAnyoneBuilds) {
+  std::wstring path = ExtendedPath(In(L"t")).Text();
+  ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr));
+  for (int depth = 0; depth < 100; ++depth) {
+    ASSERT_TRUE(CreateDirectoryW((path += L"\\d").c_str(), nullptr)) << GetLastError();
+  }
+  EXPECT_TRUE(RemoveTree(In(L"t"))) << GetLastError();
+  EXPECT_FALSE(Exists(In(L"t")));
+}
+
+TEST_F(FileTest, RemovingATreeNeverEntersALink) {
+  PutFile(In(L"victim\\file"), "precious");
+  PutFile(In(L"t\\sub\\file"), "x");
+  if (!MakeDirectoryLink(In(L"t\\link"), In(L"victim"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  // Whether the link itself could go depends on the system; its target must stay in any case.
+  const bool removed = RemoveTree(In(L"t"));
+  EXPECT_EQ(FileBytes(In(L"victim\\file")), "precious");
+  EXPECT_EQ(removed, !Exists(In(L"t\\link")));
+  RemoveLink(In(L"t\\link"));
+}
+
+TEST_F(FileTest, RemovingALinkLeavesItsTarget) {
+  PutFile(In(L"victim\\file"), "precious");
+  if (!MakeDirectoryLink(In(L"link"), In(L"victim"))) {
+    GTEST_SKIP() << "this system offers the test no way to make a link";
+  }
+  const bool removed = RemoveTree(In(L"link"));
+  EXPECT_EQ(FileBytes(In(L"victim\\file")), "precious");
+  EXPECT_EQ(removed, !Exists(In(L"link")));
+  RemoveLink(In(L"link"));
+}
+
+TEST(ExpandEnvironment, ReplacesWhatIsDefinedAndKeepsTheRest) {
+  ASSERT_TRUE(SetEnvironmentVariableW(L"KESTRUNE_TEST_VALUE", std::wstring(3000, L'v').c_str()));
+  std::wstring expanded;
+  EXPECT_TRUE(ExpandEnvironment(L"<%KESTRUNE_TEST_VALUE%>%KESTRUNE_UNDEFINED%", expanded));
+  EXPECT_EQ(expanded, L"<" + std::wstring(3000, L'v') + L">%KESTRUNE_UNDEFINED%");
+  SetEnvironmentVariableW(L"KESTRUNE_TEST_VALUE", nullptr);
+  EXPECT_TRUE(ExpandEnvironment(L"", expanded));
+  EXPECT_EQ(expanded, L"");
+}
+
+}  // namespace
+}  // namespace kestrune

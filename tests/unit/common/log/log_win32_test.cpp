@@ -1,0 +1,129 @@
+#include "common/log/log_win32.h"
+
+#include <gmock/gmock.h>
+
+#include "common/files/file_win32.h"
+#include "common/text/path.h"
+#include "common/text/text.h"
+#include "tests/support/export/export_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::size_t kLargestLog = 0x100000;
+
+class LogTest : public ExportTest {
+ protected:
+  /// A log of so many bytes, all in one old line.
+  void PutLog(std::size_t size) { PutFile(folders_.log, std::string(size - 2, 'x') + "\r\n"); }
+};
+
+TEST_F(LogTest, LiesInTheUsersLocalData) {
+  EXPECT_EQ(LogFilePath(), folders_.log);
+}
+
+TEST_F(LogTest, EntriesFollowOneAnotherWithoutMark) {
+  WriteLogEntry(L"First", L"Path=C:\\\u00C4 Size=1");
+  WriteLogEntry(L"Second");
+  EXPECT_THAT(Log(), ElementsAre("Stage: First | Path=C:\\\xC3\x84 Size=1", "Stage: Second"));
+  EXPECT_TRUE(FileBytes(folders_.log).starts_with("[20"));
+}
+
+TEST_F(LogTest, TimeIsLocalWithoutLeadingZeros) {
+  SYSTEMTIME before{};
+  SYSTEMTIME after{};
+  std::string line;
+  do {
+    GetLocalTime(&before);
+    PutFile(folders_.log, "");
+    WriteLogEntry(L"x");
+    line = FileBytes(folders_.log);
+    GetLocalTime(&after);
+  } while (before.wSecond != after.wSecond);
+  const auto number = [](WORD value) { return std::to_string(value); };
+  EXPECT_EQ(line, "[" + number(after.wYear) + "-" + number(after.wMonth) + "-" +
+                      number(after.wDay) + " " + number(after.wHour) + ":" + number(after.wMinute) +
+                      ":" + number(after.wSecond) + "] Stage: x\r\n");
+}
+
+TEST_F(LogTest, ALogThatWouldReachExactlyOneMebibyteIsKept) {
+  WriteLogEntry(L"probe");
+  const std::size_t line = FileBytes(folders_.log).size();
+  // The time may gain or lose a digit between two entries; measure again until it did not.
+  for (;;) {
+    PutLog(kLargestLog - line);
+    WriteLogEntry(L"probe");
+    const std::size_t size = FileBytes(folders_.log).size();
+    if (size == kLargestLog) {
+      break;
+    }
+    ASSERT_LE(size > kLargestLog ? size - kLargestLog : kLargestLog - size, 5U);
+  }
+  EXPECT_EQ(Log().size(), 2U);
+}
+
+TEST_F(LogTest, ALogThatWouldPassOneMebibyteStartsOver) {
+  WriteLogEntry(L"probe");
+  const std::size_t line = FileBytes(folders_.log).size();
+  PutLog(kLargestLog - line + 6);
+  WriteLogEntry(L"probe");
+  EXPECT_THAT(Log(), ElementsAre("Stage: probe"));
+  EXPECT_THAT(NamesIn(std::wstring(ParentPath(folders_.log))), ElementsAre(L"bridge.log"));
+}
+
+TEST_F(LogTest, ARunawayDetailIsCut) {
+  WriteLogEntry(L"Long", std::wstring(9000, L'\u00E4'));
+  const std::string bytes = FileBytes(folders_.log);
+  EXPECT_EQ(WideFromUtf8(bytes).size(), 8192U + 2U);
+  EXPECT_TRUE(bytes.ends_with("\xC3\xA4\r\n"));
+}
+
+TEST_F(LogTest, LeavesTheLastErrorAsItWas) {
+  SetLastError(1234);
+  WriteLogEntry(L"x");
+  EXPECT_EQ(GetLastError(), 1234U);
+}
+
+TEST_F(LogTest, AnEntryIsLostWhileAnotherWriterHasTheLog) {
+  WriteLogEntry(L"kept");
+  {
+    const FileHandle writer = HoldOpen(folders_.log, GENERIC_WRITE, FILE_SHARE_READ);
+    SetLastError(1234);
+    WriteLogEntry(L"lost");
+    EXPECT_EQ(GetLastError(), 1234U);
+  }
+  WriteLogEntry(L"kept too");
+  EXPECT_THAT(Log(), ElementsAre("Stage: kept", "Stage: kept too"));
+}
+
+TEST_F(LogTest, AReaderDoesNotStopIt) {
+  WriteLogEntry(L"a");
+  const FileHandle reader =
+      HoldOpen(folders_.log, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+  WriteLogEntry(L"b");
+  EXPECT_THAT(Log(), ElementsAre("Stage: a", "Stage: b"));
+}
+
+TEST_F(LogTest, AFolderThatCannotBeMadeLosesTheEntryOnly) {
+  PutFile(std::wstring(ParentPath(folders_.log)), "a file where the folder should be");
+  WriteLogEntry(L"lost");
+  EXPECT_THAT(Log(), IsEmpty());
+}
+
+TEST_F(LogTest, AReadOnlyLogLosesTheEntryOnly) {
+  WriteLogEntry(L"kept");
+  ASSERT_TRUE(SetFileAttributesW(folders_.log.c_str(), FILE_ATTRIBUTE_READONLY));
+  if (FileHandle(CreateFileW(folders_.log.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr))) {
+    GTEST_SKIP() << "this user may write read-only files (root below Wine)";
+  }
+  WriteLogEntry(L"lost");
+  EXPECT_THAT(Log(), ElementsAre("Stage: kept"));
+  ClearReadOnly(folders_.log);
+}
+
+}  // namespace
+}  // namespace kestrune

@@ -1,0 +1,169 @@
+#include "common/places/known_folders_win32.h"
+
+#include <windows.h>
+#include <knownfolders.h>
+#include <shlobj.h>
+
+#include <gtest/gtest.h>
+
+#include "common/files/file_win32.h"
+#include "common/system/owners_win32.h"
+#include "common/text/path.h"
+#include "tests/support/machine/disposable_profile_win32.h"
+#include "tests/support/machine/moved_profile_win32.h"
+#include "tests/support/machine/unknown_folders_win32.h"
+
+namespace kestrune {
+namespace {
+
+/// Changes the user's entry in the system's profile list and puts it back at the end.
+class ProfileListTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    KESTRUNE_NEEDS_DISPOSABLE_PROFILE();
+    if (!entry_.Writable()) {
+      GTEST_SKIP() << "only an administrator may change the profile list";
+    }
+  }
+
+  ProfileListEntry entry_;
+};
+
+constexpr wchar_t kNoProfile[] = L"Cannot determine the current Windows user profile directory.";
+constexpr DWORD kWithNul = sizeof(wchar_t);
+
+std::wstring Local() {
+  std::wstring path;
+  std::wstring error_text = L"old";
+  EXPECT_TRUE(LocalAppDataDirectory(path, error_text));
+  EXPECT_EQ(error_text, L"");
+  return path;
+}
+
+std::wstring Roaming() {
+  std::wstring path;
+  std::wstring error_text = L"old";
+  EXPECT_TRUE(RoamingAppDataDirectory(path, error_text));
+  EXPECT_EQ(error_text, L"");
+  return path;
+}
+
+/// What the environment says; the lookups do not use it.
+std::wstring UserProfile() {
+  std::wstring profile;
+  EXPECT_TRUE(ExpandEnvironment(L"%USERPROFILE%", profile));
+  return profile;
+}
+
+TEST(KnownFolders, LieInTheUsersProfile) {
+  EXPECT_EQ(Local(), JoinPath(UserProfile(), L"AppData\\Local"));
+  EXPECT_EQ(Roaming(), JoinPath(UserProfile(), L"AppData\\Roaming"));
+}
+
+TEST(KnownFolders, TheShellsProfileServesWhereTheListHasNone) {
+  UnknownFolders folders;
+  folders.known = &FOLDERID_Profile;
+  folders.shell_path = L"C:\\shell";
+  std::wstring path;
+  std::wstring error_text = L"old";
+  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(path, L"C:\\shell\\AppData\\Local");
+  EXPECT_EQ(error_text, L"");
+}
+
+TEST(KnownFolders, WithoutAnyProfileTheShellsFolderServesAndTheTextIsSet) {
+  UnknownFolders folders;
+  folders.known = &FOLDERID_LocalAppData;
+  folders.shell_path = L"D:\\redirected";
+  std::wstring path;
+  std::wstring error_text;
+  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(path, L"D:\\redirected");
+  EXPECT_EQ(error_text, kNoProfile);
+  folders.known = &FOLDERID_RoamingAppData;
+  EXPECT_TRUE(RoamingAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(path, L"D:\\redirected");
+  EXPECT_EQ(error_text, kNoProfile);
+}
+
+TEST(KnownFolders, WithoutAnyFolderOnlyTheTextIsLeft) {
+  UnknownFolders folders;
+  std::wstring path;
+  std::wstring error_text;
+  EXPECT_FALSE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(error_text, kNoProfile);
+  EXPECT_FALSE(TemporaryRoot(path, error_text, folders));
+  EXPECT_EQ(error_text, L"Cannot locate the Public Documents directory.");
+}
+
+TEST(KnownFolders, TemporaryRootLiesInPublicDocuments) {
+  std::wstring root;
+  std::wstring error_text;
+  ASSERT_TRUE(TemporaryRoot(root, error_text));
+  EXPECT_TRUE(root.ends_with(L"\\Kestrune\\Temp")) << root.size();
+  const std::wstring documents(ParentPath(ParentPath(root)));
+  EXPECT_EQ(QueryFileKind(documents), FileKind::Directory);
+}
+
+TEST(KnownFolders, OnlyPublicDocumentsAreMadeWhereTheyAreMissing) {
+  UnknownFolders folders;
+  std::wstring path;
+  std::wstring error_text;
+  folders.known = &FOLDERID_PublicDocuments;
+  folders.shell_path = L"D:\\public";
+  EXPECT_TRUE(TemporaryRoot(path, error_text, folders));
+  EXPECT_EQ(path, L"D:\\public\\Kestrune\\Temp");
+  EXPECT_EQ(folders.asked_flags, DWORD{KF_FLAG_CREATE});
+  folders.known = &FOLDERID_LocalAppData;
+  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_EQ(folders.asked_flags, 0U);
+}
+
+TEST(KnownFolders, RuntimeRootLiesInLocalApplicationData) {
+  EXPECT_EQ(RuntimeRoot(L"C:\\Users\\x\\AppData\\Local"),
+            L"C:\\Users\\x\\AppData\\Local\\Kestrune\\Runtime");
+}
+
+TEST_F(ProfileListTest, ItsEntryDecidesAndNeedNotExist) {
+  entry_.Set(REG_SZ, L"Q:\\no such profile", kWithNul);
+  EXPECT_EQ(Local(), L"Q:\\no such profile\\AppData\\Local");
+  EXPECT_EQ(Roaming(), L"Q:\\no such profile\\AppData\\Roaming");
+}
+
+TEST_F(ProfileListTest, AnExpandableEntryIsExpanded) {
+  entry_.Set(REG_EXPAND_SZ, L"%SystemDrive%\\Users\\x", kWithNul);
+  EXPECT_EQ(Local(), L"C:\\Users\\x\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, APlainEntryIsNotExpanded) {
+  entry_.Set(REG_SZ, L"%SystemDrive%\\x", kWithNul);
+  EXPECT_EQ(Local(), L"%SystemDrive%\\x\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, AnEntryMayLackItsTerminator) {
+  entry_.Set(REG_SZ, L"C:\\profile", 0);
+  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, AnOddByteAtTheEndDoesNotCount) {
+  entry_.Set(REG_SZ, L"C:\\profile", 1);
+  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, AnEntryEndsAtItsFirstNul) {
+  entry_.Set(REG_SZ, std::wstring_view(L"C:\\profile\0junk", 15), kWithNul);
+  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
+}
+
+TEST_F(ProfileListTest, WithoutUsableEntryTheShellsProfileCounts) {
+  const std::wstring expected = JoinPath(UserProfile(), L"AppData\\Local");
+  entry_.Set(REG_SZ, L"", kWithNul);
+  EXPECT_EQ(Local(), expected) << "empty";
+  entry_.Set(REG_BINARY, L"C:\\profile", kWithNul);
+  EXPECT_EQ(Local(), expected) << "no text";
+  entry_.Remove();
+  EXPECT_EQ(Local(), expected) << "missing";
+}
+
+}  // namespace
+}  // namespace kestrune

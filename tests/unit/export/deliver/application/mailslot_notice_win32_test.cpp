@@ -1,0 +1,229 @@
+#include "export/deliver/application/mailslot_notice_win32.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <vector>
+
+#include "common/files/file_win32.h"
+#include "common/text/text.h"
+#include "common/text/text_win32.h"
+#include "export/deliver/application/mailslot_name.h"
+#include "tests/support/export/export_fixture_win32.h"
+
+namespace kestrune {
+namespace {
+
+/// A mailslot of this process, so that the process behind its name is this one.
+class OwnMailslot {
+ public:
+  explicit OwnMailslot(const std::wstring& number = Decimal(GetCurrentProcessId()))
+      : name_(std::wstring(kMailslotPrefix) + number),
+        slot_(CreateMailslotW((L"\\\\.\\mailslot\\" + name_).c_str(), 0, 0, nullptr)) {
+    EXPECT_TRUE(static_cast<bool>(slot_)) << GetLastError();
+  }
+  [[nodiscard]] const std::wstring& Name() const { return name_; }
+
+  /// The next message; nothing when there is none.
+  std::optional<std::string> Next() const {
+    DWORD size = MAILSLOT_NO_MESSAGE;
+    EXPECT_TRUE(GetMailslotInfo(slot_.Get(), nullptr, &size, nullptr, nullptr));
+    if (size == MAILSLOT_NO_MESSAGE) {
+      return std::nullopt;
+    }
+    std::string message(size, '\0');
+    DWORD read = 0;
+    EXPECT_TRUE(ReadFile(slot_.Get(), message.data(), size, &read, nullptr));
+    EXPECT_EQ(read, size);
+    return message;
+  }
+
+ private:
+  std::wstring name_;
+  FileHandle slot_;
+};
+
+std::wstring OwnImage() {
+  std::wstring image(32768, L'\0');
+  DWORD length = 32768;
+  EXPECT_TRUE(QueryFullProcessImageNameW(GetCurrentProcess(), 0, image.data(), &length));
+  image.resize(length);
+  return image;
+}
+
+KernelHandle OpenListener(DWORD process_id) {
+  return KernelHandle(
+      OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
+}
+
+/// Answers about a listener as told, and notes who may come to the foreground.
+class ScriptedListener final : public Desktop {
+ public:
+  bool ReadSession(DWORD process_id, DWORD& log_on) override {
+    log_on = ++asked == 1 ? listeners_log_on : 1;
+    return Desktop::ReadSession(process_id, real_log_on);
+  }
+  bool IsOurUsers(HANDLE process) override { return same_user && Desktop::IsOurUsers(process); }
+  void AllowForeground(DWORD process_id) override { allowed.push_back(process_id); }
+
+  int asked = 0;
+  DWORD real_log_on = 0;
+  DWORD listeners_log_on = 1;
+  bool same_user = true;
+  std::vector<DWORD> allowed;
+};
+
+bool Send(const std::wstring& name, const std::wstring& line) {
+  Desktop desktop;
+  return SendMailslotNotice(name, line, desktop);
+}
+
+bool Offer(const std::wstring& name, const std::wstring& line, const std::wstring& image) {
+  Desktop desktop;
+  return SendToRunningInstance(name, line, image, desktop);
+}
+
+bool Verifies(HANDLE process, DWORD id, const std::wstring& image) {
+  Desktop calls;
+  return VerifyListenerProcess(process, id, image, calls);
+}
+
+TEST(SendMailslotNotice, WritesTheLineAsOneMessageWithoutATerminator) {
+  const OwnMailslot slot;
+  EXPECT_TRUE(Send(slot.Name(), L"-bridge:\"x\" C:\\Out\\Main.zip"));
+  EXPECT_TRUE(Send(slot.Name(), L"b"));
+  EXPECT_EQ(slot.Next(), "-bridge:\"x\" C:\\Out\\Main.zip");
+  EXPECT_EQ(slot.Next(), "b");
+  EXPECT_EQ(slot.Next(), std::nullopt);
+}
+
+TEST(SendMailslotNotice, EncodesInTheAnsiCodePage) {
+  std::string expected;
+  if (!AnsiFromWide(L"C:\\B\u00F6rse\\\u20AC.zip", expected)) {
+    GTEST_SKIP() << "the system's code page does not hold these characters";
+  }
+  const OwnMailslot slot;
+  EXPECT_TRUE(Send(slot.Name(), L"C:\\B\u00F6rse\\\u20AC.zip"));
+  EXPECT_EQ(slot.Next(), expected);
+}
+
+TEST(SendMailslotNotice, SendsNothingRatherThanADamagedLine) {
+  if (GetACP() == CP_UTF8) {
+    GTEST_SKIP() << "every character exists in this code page";
+  }
+  const OwnMailslot slot;
+  // No equivalent, a best fit (minus sign, fullwidth letter), and half a surrogate pair.
+  for (const wchar_t* line : {L"C:\\\u4E2D.zip", L"C:\\a\u2212b.zip", L"C:\\\uFF21.zip"}) {
+    EXPECT_FALSE(Send(slot.Name(), line));
+  }
+  EXPECT_FALSE(Send(slot.Name(), L"C:\\a" + std::wstring(1, wchar_t{0xD800})));
+  EXPECT_EQ(slot.Next(), std::nullopt);
+}
+
+TEST(SendMailslotNotice, AMessageHas1To32767Bytes) {
+  const OwnMailslot slot;
+  EXPECT_FALSE(Send(slot.Name(), L""));
+  EXPECT_FALSE(Send(slot.Name(), std::wstring(32768, L'a')));
+  EXPECT_EQ(slot.Next(), std::nullopt);
+  EXPECT_TRUE(Send(slot.Name(), std::wstring(32767, L'a')));
+  EXPECT_EQ(slot.Next(), std::string(32767, 'a'));
+}
+
+TEST(SendMailslotNotice, FailsWhereNobodyListens) {
+  EXPECT_FALSE(Send(L"TAVORIN.Kestrune.4000000001", L"a"));
+}
+
+TEST(SendMailslotNotice, RefusesANameThatIsNotOurs) {
+  const OwnMailslot odd(L"12x");
+  EXPECT_FALSE(Send(odd.Name(), L"a"));
+  EXPECT_FALSE(Send(L"TAVORIN.Kestrune.", L"a"));
+  EXPECT_EQ(odd.Next(), std::nullopt);
+}
+
+TEST(SendToRunningInstance, SendsWhateverTheProcessIs) {
+  const OwnMailslot own;
+  EXPECT_TRUE(Offer(own.Name(), L"verified", OwnImage()));
+  EXPECT_TRUE(Offer(own.Name(), L"other image", L"C:\\other.exe"));
+  EXPECT_EQ(own.Next(), "verified");
+  EXPECT_EQ(own.Next(), "other image");
+  for (const wchar_t* number : {L"0", L"4294967295", L"99999999999999999999"}) {
+    const OwnMailslot slot(number);
+    EXPECT_TRUE(Offer(slot.Name(), L"no process", OwnImage()));
+    EXPECT_EQ(slot.Next(), "no process");
+  }
+}
+
+TEST(SendToRunningInstance, OnlyAVerifiedListenerMayComeToTheForeground) {
+  const OwnMailslot own;
+  ScriptedListener verified;
+  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"a", OwnImage(), verified));
+  EXPECT_EQ(verified.allowed, std::vector<DWORD>{GetCurrentProcessId()});
+  ScriptedListener other_image;
+  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"b", L"C:\\other.exe", other_image));
+  EXPECT_TRUE(other_image.allowed.empty());
+}
+
+TEST(SendToRunningInstance, AnotherUsersOrLogOnsListenerGetsTheMessageAlone) {
+  const OwnMailslot own;
+  ScriptedListener other_user;
+  other_user.same_user = false;
+  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"other user", OwnImage(), other_user));
+  EXPECT_TRUE(other_user.allowed.empty());
+  ScriptedListener other_log_on;
+  other_log_on.listeners_log_on = 2;
+  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"other log-on", OwnImage(), other_log_on));
+  EXPECT_TRUE(other_log_on.allowed.empty());
+  EXPECT_EQ(own.Next(), "other user");
+  EXPECT_EQ(own.Next(), "other log-on");
+}
+
+TEST(VerifyListenerProcess, AcceptsOurOwnKindIgnoringCase) {
+  const DWORD id = GetCurrentProcessId();
+  const KernelHandle process = OpenListener(id);
+  EXPECT_TRUE(Verifies(process.Get(), id, OwnImage()));
+  EXPECT_TRUE(Verifies(process.Get(), id, LowerAscii(OwnImage())));
+}
+
+TEST(VerifyListenerProcess, RefusesAnotherProcessNumberImageOrNoProcess) {
+  const DWORD id = GetCurrentProcessId();
+  const KernelHandle process = OpenListener(id);
+  EXPECT_FALSE(Verifies(nullptr, id, OwnImage()));
+  EXPECT_FALSE(Verifies(process.Get(), id + 4, OwnImage()));
+  EXPECT_FALSE(Verifies(process.Get(), id, OwnImage() + L"x"));
+  EXPECT_FALSE(Verifies(process.Get(), id, L""));
+}
+
+class MailslotListenerTest : public ExportTest {
+ protected:
+  /// Waits until the listener has published its file.
+  std::string Published(const std::wstring& path) const {
+    for (int i = 0; i < 500 && !Exists(path); ++i) {
+      Sleep(20);
+    }
+    return FileBytes(path);
+  }
+};
+
+TEST_F(MailslotListenerTest, AListenerInAnotherProcessGetsTheBytes) {
+  ProgramRun listener(TestProgramPath(L"mailslot_listener"),
+                      Quoted(Scratch(L"name")) + L" " + Quoted(Scratch(L"message")) + L" 2 20000");
+  ASSERT_TRUE(listener.Started());
+  const std::wstring name = WidenBytes(Published(Scratch(L"name")));
+  EXPECT_EQ(ListenerProcessId(name), listener.Id());
+  const KernelHandle process = OpenListener(listener.Id());
+  EXPECT_TRUE(Verifies(process.Get(), listener.Id(), TestProgramPath(L"mailslot_listener")));
+  EXPECT_FALSE(Verifies(process.Get(), listener.Id(), OwnImage()));
+  EXPECT_FALSE(Verifies(OpenListener(GetCurrentProcessId()).Get(), listener.Id(), OwnImage()))
+      << "another process than the one that was opened";
+  EXPECT_TRUE(Offer(name, L"first \"line\"", TestProgramPath(L"mailslot_listener")));
+  EXPECT_TRUE(Offer(name, L"second", L"C:\\other.exe"));
+  EXPECT_EQ(Published(Scratch(L"message")), "first \"line\"");
+  EXPECT_EQ(Published(Scratch(L"message.2")), "second");
+  EXPECT_EQ(listener.WaitForExit(10000), 0);
+  EXPECT_FALSE(Verifies(process.Get(), listener.Id(), TestProgramPath(L"mailslot_listener")))
+      << "a process that has ended is no listener";
+  EXPECT_FALSE(Offer(name, L"late", TestProgramPath(L"mailslot_listener")));
+}
+
+}  // namespace
+}  // namespace kestrune
