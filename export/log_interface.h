@@ -4,9 +4,9 @@
 
 namespace kestrune {
 
-// Stages and fragments of the log by which the script of the package decides. They are an
-// interface: the script has the same list under names that begin with Ks, and
-// tests/checks/log_interface compares the two and looks for each text where the log is written.
+// The stages and text fragments that the script searches for in the log. The script has the same
+// list under names that begin with Ks; tests/checks/log_interface compares the two lists and checks
+// that each text occurs where the log is written.
 
 inline constexpr std::wstring_view kStageRejected = L"Prepare rejected";
 inline constexpr std::wstring_view kStageFailed = L"Prepare failed";

@@ -15,7 +15,7 @@ bool IsForbidden(wchar_t c) {
   return c < L' ' || std::wstring_view(L"<>:\"/\\|?*").find(c) != std::wstring_view::npos;
 }
 
-/// Whether the name is that of a device, whatever extensions follow.
+/// Returns whether the name is that of a device, with any extensions.
 bool NamesDevice(std::wstring_view name) {
   const std::wstring stem = LowerAscii(Trim(name.substr(0, name.find(L'.')), L" "));
   if (stem == L"con" || stem == L"prn" || stem == L"aux" || stem == L"nul" || stem == L"conin$" ||

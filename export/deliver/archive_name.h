@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// What the placeholders of an archive's name stand for.
+/// Holds the values of the placeholders in an archive's name.
 struct ArchiveNameValues {
   /// "%BOARD%": the board's file name without its extension.
   std::wstring_view board;
@@ -18,10 +18,9 @@ struct ArchiveNameValues {
   std::wstring_view user;
 };
 
-/// The file name that a template of the settings gives, ".zip" appended where it is missing.
-/// Nothing for a name that no file of the export directory can have: an empty one, one above 255
-/// units, one with a character that no file name may hold (a separator among them) or that Windows
-/// reserves for a device.
+/// Returns the file name for a template of the settings, with ".zip" appended where it is missing.
+/// Returns nothing when it is not a valid file name: empty, longer than 255 UTF-16 units, with an
+/// invalid character (separators included), or reserved for a device.
 std::optional<std::wstring> ArchiveName(std::wstring_view name_template,
                                         const ArchiveNameValues& values);
 

@@ -10,7 +10,7 @@
 namespace kestrune {
 namespace {
 
-/// The clipboard, held open.
+/// Keeps the clipboard open for its lifetime.
 class ClipboardSession {
  public:
   explicit ClipboardSession(Desktop& desktop) : desktop_(desktop), open_(desktop.OpenBoard()) {}
@@ -38,7 +38,7 @@ bool CopyInto(const GlobalMemory& block, std::size_t offset, const void* bytes, 
   return true;
 }
 
-/// Hands the block to the open clipboard; one that is not accepted stays the caller's.
+/// Passes the block to the open clipboard. The caller keeps a block that is not accepted.
 bool Place(UINT format, GlobalMemory& block, Desktop& desktop) {
   if (desktop.Place(format, block.Get()) == nullptr) {
     return false;
@@ -50,7 +50,7 @@ bool Place(UINT format, GlobalMemory& block, Desktop& desktop) {
 }  // namespace
 
 bool PlaceZipOnClipboard(const std::wstring& path, Desktop& desktop, std::wstring& error_text) {
-  // The shell reads a list of files behind the header: each path ends with a zero, the list with
+  // The shell expects the list of files after the header: each path ends with a null, the list with
   // one more.
   DROPFILES header{};
   static_assert(sizeof header == 20);

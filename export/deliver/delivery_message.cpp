@@ -10,7 +10,8 @@ namespace {
 constexpr std::uint64_t kKilobyte = 1024;
 constexpr std::uint64_t kMegabyte = 1024 * kKilobyte;
 
-/// What a stream makes of a number by default, whatever the locale: six significant digits.
+/// Returns the number with six significant digits, as an output stream formats it by default,
+/// independent of the locale.
 std::wstring SixDigits(double value) {
   char digits[32];
   const auto end =

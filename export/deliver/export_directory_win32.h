@@ -4,9 +4,9 @@
 
 namespace kestrune {
 
-/// Makes a directory of the settings usable: environment variables expanded, absolute, existing and
-/// writable, which is tried with a file that vanishes at once. It is never created. False when any
-/// of it fails.
+/// Turns the directory of the settings into an absolute path with environment variables expanded,
+/// and checks that it exists and is writable by creating a delete-on-close file in it. Never
+/// creates the directory. Returns false when any of these steps fails.
 [[nodiscard]] bool PrepareExportDirectory(const std::wstring& written, std::wstring& prepared);
 
 }  // namespace kestrune

@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// `--finalize` and `--finalize-auto`: deliver the host's archive.
+/// Holds the arguments of `--finalize` and `--finalize-auto`, which deliver the host's archive.
 struct FinalizeCommand {
   /// Absent for the archive that the host wrote for the temporary project.
   std::optional<std::wstring> native_zip;
@@ -15,10 +15,11 @@ struct FinalizeCommand {
   std::optional<std::int64_t> space;
 };
 
-/// Exit codes of `--finalize` and `--finalize-auto`.
+/// Lists the exit codes of `--finalize` and `--finalize-auto`.
 enum FinalizeCode : int {
   kDelivered = 0,
-  /// The user's local application data or, for the host's own archive, Public Documents.
+  /// The local application data folder or, when the path of the archive was not given, Public
+  /// Documents is not available.
   kFinalizeNoFolder = 2,
   kNotOnClipboard = 3,
   kFinalizeFailed = 4,

@@ -15,7 +15,7 @@
 #include "common/failure/windows_error_win32.h"
 #include "export/deliver/application/after_export_win32.h"
 #include "export/deliver/archive_name.h"
-#include "export/deliver/archive_room_win32.h"
+#include "export/deliver/archive_space_win32.h"
 #include "export/deliver/clipboard_win32.h"
 #include "export/deliver/delivery_message.h"
 #include "export/deliver/export_directory_win32.h"
@@ -24,7 +24,7 @@
 namespace kestrune {
 namespace {
 
-/// Where the archive is copied to, and where else if that fails.
+/// Holds the destination of the archive, and the fallback if copying there fails.
 struct Target {
   std::wstring default_directory;
   std::wstring file_name;
@@ -34,7 +34,7 @@ struct Target {
   [[nodiscard]] std::wstring Destination() const { return JoinPath(directory, file_name); }
 };
 
-/// The user's settings; defaults where they cannot be read.
+/// Returns the user's settings; defaults where they cannot be read.
 UserSettings SettingsOrDefaults() {
   UserSettings settings;
   try {
@@ -52,7 +52,7 @@ std::wstring UserName() {
   return GetUserNameW(name, &size) ? name : L"";
 }
 
-/// The archive's name: that of the board, unless the settings have a usable template.
+/// Returns the archive's name: that of the board, unless the settings have a usable template.
 std::wstring ChooseName(const std::wstring& name_template, const std::wstring& source_pcb) {
   const std::wstring_view board = FileStem(source_pcb);
   if (!name_template.empty()) {
@@ -87,7 +87,7 @@ Target ChooseTarget(const std::wstring& local_app_data, const std::wstring& sour
   return target;
 }
 
-/// Where the host writes its archive for the temporary project.
+/// Returns where the host writes its archive for the temporary project.
 std::optional<std::wstring> FindNativeArchive(FolderCalls& folders) {
   std::wstring root;
   std::wstring error_text;
@@ -119,11 +119,12 @@ void CopyArchive(const std::wstring& native_zip, Target& target, std::wstring& u
   for (;;) {
     const std::wstring destination = target.Destination();
     DWORD code = ERROR_DISK_FULL;
-    if (!CertainlyLacksRoom(native_zip, destination, calls)) {
+    if (!LacksSpaceToOverwrite(native_zip, destination, calls)) {
       code = CopyOver(native_zip, destination, calls);
     }
     if (code == ERROR_SUCCESS) {
-      // The mark comes along from a read-only original and would stop the next export.
+      // CopyFile copies the read-only attribute of the original, which would make the next export
+      // fail.
       ClearReadOnly(destination);
       break;
     }
@@ -141,7 +142,7 @@ void CopyArchive(const std::wstring& native_zip, Target& target, std::wstring& u
   }
 }
 
-/// The size of the copy, which is logged.
+/// Logs the copy and returns its size in bytes.
 std::uint64_t LogCopy(const std::wstring& destination) {
   const FileEntry entry = QueryEntry(destination, L"file_size");
   WriteLogEntry(L"Finalize copied",
@@ -149,7 +150,7 @@ std::uint64_t LogCopy(const std::wstring& destination) {
   return entry.size;
 }
 
-/// Hands the copied archive over: to the application, else to the clipboard and the user.
+/// Hands the copied archive to the application, or else places it on the clipboard.
 FinalizeOutcome HandOver(const std::wstring& destination, std::uint64_t size,
                          std::optional<std::int64_t> space, Desktop& desktop) {
   const AfterExportResult application = RunAfterExport(destination, space, desktop);
@@ -184,8 +185,8 @@ FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wst
                               const Doors& doors) {
   std::wstring user_message;
   try {
-    // Held as far as that can be had: a preparation that begins meanwhile fails instead of putting
-    // another board's archive in its place.
+    // Kept open, if it can be opened, so that a preparation that starts meanwhile fails instead of
+    // replacing the archive with that of another board.
     FileHandle held(doors.system.Create(ExtendedPath(native_zip), {GENERIC_READ, FILE_SHARE_READ}));
     Target target = ChooseTarget(local_app_data, source_pcb);
     WriteLogEntry(L"Finalize begin", L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip +

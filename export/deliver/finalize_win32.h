@@ -10,27 +10,27 @@
 namespace kestrune {
 
 /// Delivers the host's archive: copies it under the board's name into the export directory, hands
-/// it to the configured application or places it on the clipboard, and tells the user.
+/// it to the configured application or places it on the clipboard, and shows the user a message.
 ///
 /// Returns the exit code (FinalizeCode).
 int FinalizeExport(const FinalizeCommand& command, const Doors& doors);
 
-/// How a delivery ended, before the user is told.
+/// Holds the outcome of a delivery, before a message is shown.
 struct FinalizeOutcome {
   /// FinalizeCode.
   int code = kDelivered;
-  /// What the user is told; empty when an application took the archive over.
+  /// The text for the user; empty when an application accepted the archive.
   std::wstring message;
   MessageIcon icon = MessageIcon::Information;
 };
 
-/// The delivery itself. `local_app_data` is the folder below which the default export directory
-/// lies.
+/// Delivers the archive without showing a message. The default export directory lies below
+/// `local_app_data`.
 FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
                               const std::wstring& source_pcb, std::optional<std::int64_t> space,
                               const Doors& doors);
 
-/// The message for a failed delivery that has no text of its own: it names the log.
+/// Returns the message for a failed delivery that has no text of its own: it names the log.
 std::wstring FinalizeFailureMessage();
 
 }  // namespace kestrune

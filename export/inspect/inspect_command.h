@@ -4,18 +4,18 @@
 
 namespace kestrune {
 
-/// `--inspect`: list the layers that an ODB++ archive holds.
+/// Holds the arguments of `--inspect`, which lists the layers of an ODB++ archive.
 struct InspectCommand {
   std::wstring archive;
-  /// Where the list, or the reason why there is none, is left for the script.
+  /// Where the script reads the list, or the reason why there is none.
   std::wstring result_path;
 };
 
-/// Exit codes of `--inspect`.
+/// Lists the exit codes of `--inspect`.
 enum InspectCode : int {
   kInspected = 0,
   kInspectArchiveMissing = 2,
-  /// The archive is there, but cannot be opened or read, or it is no ODB++ archive.
+  /// The archive exists but cannot be opened or read, or is not an ODB++ archive.
   kInspectArchiveUnreadable = 3,
   kInspectResultNotWritten = 4,
 };

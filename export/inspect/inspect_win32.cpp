@@ -17,7 +17,7 @@
 namespace kestrune {
 namespace {
 
-/// What stands in the result file, in the log, and in the exit code.
+/// Holds the text of the result file, the log entry and the exit code.
 struct Outcome {
   int code = kInspected;
   std::string result;
@@ -80,7 +80,7 @@ Outcome Inspect(SystemCalls& calls, const std::wstring& path) {
   }
 }
 
-/// Writes the result and returns `code`, or the code of a result that could not be written.
+/// Writes the result and returns `code`, or kInspectResultNotWritten.
 int Publish(const std::wstring& path, std::string_view result, int code) {
   const std::wstring temporary = path + L".tmp";
   try {

@@ -5,13 +5,13 @@
 
 namespace kestrune {
 
-/// Reads an archive and leaves its list of layers, or the reason why there is none, in the result
-/// file: written beside it, then renamed over it, so that a file of that name is complete. Writes
-/// one log entry about the archive. Returns an InspectCode.
+/// Reads an archive and writes its list of layers, or the reason why there is none, to the result
+/// file. Writes a temporary file beside it and renames that, so that the script never reads an
+/// incomplete result. Writes one log entry about the archive. Returns an InspectCode.
 int InspectForScript(const InspectCommand& command, SystemCalls& calls);
 
-/// Leaves word in the result file that the inspection failed for a reason that nothing expects,
-/// such as memory running out. Returns an InspectCode.
+/// Writes to the result file that the inspection failed for an unexpected reason, such as running
+/// out of memory. Returns an InspectCode.
 int ReportInspectFailure(const InspectCommand& command);
 
 }  // namespace kestrune

@@ -17,13 +17,14 @@
 namespace kestrune {
 namespace {
 
-/// Larger files hold more than headings, and are not read.
+/// Larger files contain more than headings and are not read.
 constexpr std::size_t kMostHeadings = 4096;
-/// An archive can list more small files than are worth the time.
+/// Limits the time that an archive with many small files takes.
 constexpr std::size_t kMostFilesRead = 1024;
 constexpr std::size_t kLongestPath = 1024;
 
-/// The parts of an entry's path, in lower case; none when the path leads elsewhere.
+/// Returns the parts of an entry's path, in lower case; none when the path is not a plain relative
+/// one.
 std::vector<std::string> SplitPath(std::string_view name) {
   std::vector<std::string> parts;
   if (name.size() > kLongestPath || name.find(':') != std::string_view::npos) {
@@ -49,7 +50,7 @@ bool EndsWith(const std::vector<std::string>& parts, std::size_t root,
          std::equal(names.begin(), names.end(), parts.begin() + static_cast<std::ptrdiff_t>(root));
 }
 
-/// The matrix, and the folder in which everything lies.
+/// Holds the entry of the matrix, and the top-level folder of the archive.
 struct MatrixEntry {
   ZipEntry entry;
   /// Empty when there is none.
@@ -89,7 +90,7 @@ bool HoldsObject(std::string_view features) {
   return false;
 }
 
-/// Adds up what the entries of an archive say about the layers of its matrix.
+/// Collects what the entries of an archive hold of each layer of its matrix.
 class LayerCollector {
  public:
   LayerCollector(const ByteSource& archive, const ZipDirectory& directory,
@@ -138,7 +139,8 @@ class LayerCollector {
     }
   }
 
-  /// One step with content is enough; one that is not known leaves the whole open.
+  /// Content in one step makes the layer's content Some; otherwise one unknown step makes it
+  /// Unknown.
   static void AddContent(InspectedLayer& layer, LayerContent content) {
     if (layer.content == LayerContent::None || content == LayerContent::Some) {
       layer.content = content;

@@ -5,13 +5,14 @@
 
 namespace kestrune {
 
-/// Reads the table of layers of an ODB++ archive and what the archive holds of each. Reads the
-/// directory, the file `matrix/matrix`, and files `features` of at most 4 KiB, which may hold
-/// headings and no object. Throws Failure when the archive cannot be read; takes no more than 16
-/// MiB of memory whatever the archive says.
+/// Reads the table of layers of an ODB++ archive and the content of each layer. Reads only the
+/// directory, the file `matrix/matrix`, and files `features` of at most 4 KiB, since only those can
+/// consist of headings without an object. Throws Failure when the archive cannot be read. Uses at
+/// most 16 MiB of memory for any archive.
 ///
-/// All may lie in one folder of any name. Capital and small letters are the same, "\" separates as
-/// "/" does. An entry whose path has an empty part, "." or ".." or a colon counts for nothing.
+/// The archive's files may lie in one top-level folder of any name. Paths are compared ignoring
+/// case, and "\" is a separator like "/". An entry whose path has an empty part, ".", ".." or a
+/// colon is ignored.
 LayerList InspectArchive(const ByteSource& archive);
 
 }  // namespace kestrune

@@ -32,7 +32,7 @@ void AppendEscaped(std::string& line, char byte) {
   line += kDigits[value & 15];
 }
 
-/// A name in a form that has no separator and no control character in it.
+/// Returns the name with separators, control characters and invalid UTF-8 escaped.
 std::string Escaped(std::string_view name) {
   std::string text;
   while (!name.empty()) {
@@ -85,7 +85,7 @@ std::string LayerLine(const InspectedLayer& layer) {
   return line;
 }
 
-/// The type of a row as it is counted.
+/// Returns the type under which a row is counted.
 std::string CountedType(const std::string& type) {
   constexpr std::array<std::string_view, 12> kTypes = {
       "signal", "power_ground", "mixed",     "solder_mask", "solder_paste", "silk_screen",

@@ -10,20 +10,20 @@
 
 namespace kestrune {
 
-/// What is known of the files `features` of a layer.
+/// Lists what is known about the size of a layer's files `features`.
 enum class FeaturesSize {
   /// No step has a folder for the layer.
   FolderAbsent,
-  /// Only a file that is packed once more (`features.Z`), whose unpacked size is written nowhere.
+  /// There is only a compressed file (`features.Z`), whose unpacked size is not recorded.
   PackedTwice,
   /// The size is known; 0 when the folder has no such file.
   Known,
 };
 
-/// Whether there is an object in a layer.
+/// Lists whether a layer has an object.
 enum class LayerContent { None, Some, Unknown };
 
-/// A row of the matrix, and what the archive holds of it.
+/// Holds a row of the matrix, and what the archive contains of that layer.
 struct InspectedLayer {
   MatrixRow row = {};
   FeaturesSize features = FeaturesSize::FolderAbsent;
@@ -32,19 +32,18 @@ struct InspectedLayer {
   LayerContent content = LayerContent::None;
 };
 
-/// What was read from an archive.
+/// Holds what was read from an archive.
 struct LayerList {
   std::size_t steps = 0;
   std::vector<InspectedLayer> layers;
 };
 
 /// Returns the list as the script reads it: UTF-8, one fact a line, with a last line "END". In
-/// names
-/// "%", "|", control characters and bytes that are no UTF-8 are written as "%" and two hexadecimal
-/// digits.
+/// names, "%", "|", control characters and bytes that are not UTF-8 are written as "%" and two
+/// hexadecimal digits.
 std::string WriteLayerList(const LayerList& list);
 
-/// Returns what stands in place of the list when there is none.
+/// Returns the text that the script reads when there is no list.
 std::string WriteInspectionFailure(std::wstring_view reason);
 
 /// Returns the counts for the log: "Steps=1 Layers=16 SIGNAL=2 ...", each type of the format in the

@@ -23,7 +23,7 @@ std::string_view NextLine(std::string_view& text) {
   return Trim(line, " \t\r");
 }
 
-/// Takes the lines of a matrix one after the other.
+/// Collects rows and steps from the lines of a matrix.
 class MatrixReader {
  public:
   void Take(std::string_view line) {

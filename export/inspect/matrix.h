@@ -13,27 +13,27 @@ inline constexpr std::size_t kMostMatrixRows = 4096;
 /// A value of the matrix that is longer is refused; names of layers have at most 64 characters.
 inline constexpr std::size_t kMostMatrixValue = 128;
 
-/// A row of the matrix: one layer. Values as they are written, empty when there is none.
+/// Holds a row of the matrix, which is one layer. Values are as written; an absent one is empty.
 struct MatrixRow {
   std::string type;
   std::string name;
-  /// The first and the last layer that a drill goes through.
+  /// The first and the last layer of a drill span.
   std::string start_name;
   std::string end_name;
 
   friend bool operator==(const MatrixRow&, const MatrixRow&) = default;
 };
 
-/// The table of layers of an ODB++ archive.
+/// Holds the table of layers of an ODB++ archive.
 struct Matrix {
   std::size_t steps = 0;
   std::vector<MatrixRow> rows;
 };
 
 /// Reads the structured text `matrix/matrix`: blocks "STEP {" and "LAYER {" with lines "KEY=value"
-/// up to "}". Keywords are compared without regard to case; other blocks and keys are passed over;
-/// of a repeated key the last value counts. Throws Failure for any other line, a block that does
-/// not end, too many rows or steps, or a value that is too long.
+/// up to "}". Keywords are compared without regard to case; other blocks and keys are ignored; the
+/// last value of a repeated key counts. Throws Failure for any other line, an unclosed block, too
+/// many rows or steps, or a value that is too long.
 Matrix ParseMatrix(std::string_view text);
 
 }  // namespace kestrune

@@ -13,18 +13,19 @@ namespace kestrune {
 /// The number of the first dependency's section; the board itself is number 1.
 inline constexpr std::size_t kFirstDependency = 2;
 
-/// The pieces of the project file, in the order in which they are written: the head, one section
-/// for each dependency, the output job with the next free number. Lines end with a line feed.
+/// Return the pieces of the project file, in the order in which they are written: the head, one
+/// section for each dependency, the output job with the next free number. Lines end with a line
+/// feed.
 std::wstring BridgeProjectHead();
 std::wstring DependencySection(std::size_t number, std::wstring_view file_name);
 std::wstring OutJobSection(std::size_t number);
 
-/// The file names that are in use in the flat temporary folder. Two embedded boards of one name
-/// cannot both lie there, and none may take the place of a file of the project itself.
+/// Tracks the file names in use in the flat temporary folder. Two embedded boards of one name
+/// cannot both be copied there, and none may overwrite a file of the project itself.
 class BridgeFileNames {
  public:
-  /// Claims a name; false when it was taken, compared as Windows compares file names. A stream
-  /// ("Bridge.PcbDoc::$DATA") is a part of its file and has the file's name.
+  /// Reserves a name. Returns false when it is taken already; names are compared as Windows
+  /// compares file names. The name of a stream ("Bridge.PcbDoc::$DATA") counts as that of its file.
   [[nodiscard]] bool Take(std::wstring_view file_name);
 
  private:

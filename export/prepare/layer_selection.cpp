@@ -13,7 +13,7 @@ constexpr std::string_view kAddToAllPlots = "AddToAllPlots_";
 constexpr std::string_view kPlot = "Plot";
 constexpr std::string_view kPlotV7 = "Plot_V7_";
 constexpr std::string_view kName = "_name";
-/// What every key of a LayerMap begins with: kPlotV7 and kName may share their blank.
+/// The prefix of every key of a LayerMap; the "_" of kPlotV7 may be that of kName.
 constexpr std::string_view kMappedKey = "Plot_V7";
 
 struct Field {
@@ -30,7 +30,7 @@ bool SplitAtEquals(std::string_view text, Field& field) {
   return true;
 }
 
-/// The text up to its first carriage return or line feed.
+/// Returns the text up to its first carriage return or line feed.
 std::string_view FirstLine(std::string_view text) {
   const std::string_view line = text.substr(0, text.find('\n'));
   return line.substr(0, line.find('\r'));
@@ -58,7 +58,7 @@ void NormaliseLayerName(std::string_view name, std::string& normalised) {
   }
 }
 
-/// A plot field of a layer, and whether the board uses the layer.
+/// Holds a plot field of a layer, and whether the board uses the layer.
 struct LayerField {
   std::string_view key;
   bool used = false;
@@ -68,11 +68,12 @@ bool KeyIsLess(const LayerField& left, const LayerField& right) {
   return left.key < right.key;
 }
 
-/// The layer fields of one configuration line in the order of their keys. A line may have millions
-/// of fields, mostly in this order already, so a search begins where the last one ended.
+/// Holds the layer fields of one configuration line in the order of their keys. A line may have
+/// millions of fields, mostly in this order already, so a search begins where the previous one
+/// ended.
 class LayerMap {
  public:
-  /// `fields` in the order of the line; the last one of a key counts.
+  /// Takes `fields` in the order of the line; the last field of a key counts.
   explicit LayerMap(std::vector<LayerField> fields) : fields_(std::move(fields)) {
     const auto not_ascending = [](const LayerField& left, const LayerField& right) {
       return !KeyIsLess(left, right);
@@ -125,7 +126,7 @@ LayerMap ReadLayerMap(std::string_view configuration, const UsedLayers& used) {
   return LayerMap(std::move(fields));
 }
 
-/// Whether the field must be on; nothing for a field that is no plot field.
+/// Returns whether the field must be on; nothing when it is not a plot field.
 std::optional<bool> WantedState(std::string_view key, const UsedLayers& used, LayerMap& map) {
   if (key.starts_with(kAddToAllPlots)) {
     return false;

@@ -9,7 +9,7 @@
 
 namespace kestrune {
 
-/// What a board uses, as its used-layer manifest tells it.
+/// Holds the layers that a board uses, from its used-layer manifest.
 struct UsedLayers {
   /// Names of plot fields that must be switched on, ASCII letters in lower case.
   std::unordered_set<std::string> plot_keys;
@@ -17,26 +17,26 @@ struct UsedLayers {
   std::unordered_set<std::string> layer_names;
 };
 
-/// A layer's display name reduced to its ASCII letters and digits, in lower case, so that
-/// "Top Layer", "TOP_LAYER" and "top-layer" are one layer.
+/// Returns a layer's display name reduced to its ASCII letters and digits, in lower case, so that
+/// "Top Layer", "TOP_LAYER" and "top-layer" are equal.
 std::string NormalisedLayerName(std::string_view name);
 
 /// Reads a manifest of `PlotKey=...` and `LayerName=...` lines. Other keys and lines without "="
-/// are ignored; blanks, tabs and line ends around keys and values do not count. The bytes are
-/// never decoded, so a byte order mark belongs to the first key.
+/// are ignored; blanks, tabs and line ends around keys and values are dropped. The bytes are never
+/// decoded, so a byte order mark becomes part of the first key.
 UsedLayers ParseUsedLayers(std::string_view manifest);
 
-/// A plot field whose value was changed.
+/// Holds a plot field whose value was changed.
 struct PlotFieldChange {
-  /// The field's key, bytes as they stand in the output job.
+  /// The field's key, in the bytes of the output job.
   std::string field;
   bool enabled = false;
 
   friend bool operator==(const PlotFieldChange&, const PlotFieldChange&) = default;
 };
 
-/// A new configuration line for an output job: bytes [begin, end) become `value`, and every other
-/// byte of the job stays.
+/// Holds a new configuration line for an output job: `value` replaces the bytes [begin, end) of the
+/// job.
 struct LayerSelection {
   std::size_t begin = 0;
   std::size_t end = 0;
@@ -46,7 +46,7 @@ struct LayerSelection {
 };
 
 /// Switches the plot fields of the job's first "Configuration1_Item1=" line so that exactly the
-/// used layers are on. Nothing when the job has no such line.
+/// used layers are on. Returns nothing when the job has no such line.
 ///
 /// When two `Plot_V7_..._name` fields name the same plot field, the last one counts.
 std::optional<LayerSelection> SelectLayers(std::string_view out_job, const UsedLayers& used);

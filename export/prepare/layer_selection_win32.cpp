@@ -15,8 +15,7 @@ namespace {
 
 constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
 
-/// Returns nothing for a file that cannot be read; one that does not fit into memory counts as
-/// such.
+/// Returns the file's content, or nothing when it cannot be read or does not fit into memory.
 std::optional<std::string> TryToRead(const std::wstring& path) {
   try {
     return ReadFileIfPossible(path, kLargestFile);
@@ -33,7 +32,7 @@ std::string ReadOrFail(const std::wstring& path, const std::wstring& failure_tex
   return *std::move(bytes);
 }
 
-/// The new job goes to its file in three pieces: a job may be large, and the process is not.
+/// Writes the new job in three pieces, since a job may be large and the process has little memory.
 void WriteSelected(const std::wstring& path, std::string_view job,
                    const LayerSelection& selection) {
   FileWriter file(path);
@@ -47,7 +46,7 @@ bool TryRename(const std::wstring& source, const std::wstring& target, SystemCal
   return calls.Move(ExtendedPath(source), ExtendedPath(target), MOVEFILE_REPLACE_EXISTING) != FALSE;
 }
 
-/// Where the old job cannot be renamed over, taking it away first may help.
+/// Replaces the old job. Where it cannot be renamed over, deletes it first and renames again.
 bool Replace(const std::wstring& temporary, const std::wstring& target, SystemCalls& calls) {
   if (TryRename(temporary, target, calls)) {
     return true;
@@ -91,7 +90,7 @@ bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifes
   } catch (const Failure& failure) {
     error_text = failure.text;
   } catch (const std::bad_alloc&) {
-    // The job was read but leaves no room for its own selection.
+    // The job was read but left no memory for its selection.
     error_text = L"Cannot read the temporary OutJob: " + out_job;
   }
   return false;

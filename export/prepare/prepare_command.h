@@ -5,16 +5,16 @@
 
 namespace kestrune {
 
-/// `--prepare`: build the throw-away project around a board.
+/// Holds the arguments of `--prepare`, which builds the temporary project around a board.
 struct PrepareCommand {
   std::wstring source_pcb;
   std::wstring dependency_list;
   std::wstring used_layer_manifest;
-  /// Where the outcome is published for the script; absent when it did not ask.
+  /// Where the script reads the outcome; absent when no status was requested.
   std::optional<std::wstring> status_path;
 };
 
-/// Exit codes of `--prepare`.
+/// Lists the exit codes of `--prepare`.
 enum PrepareCode : int {
   kPrepared = 0,
   kPrepareNoLocalAppData = 2,
@@ -23,7 +23,7 @@ enum PrepareCode : int {
   kPrepareMissingDependency = 6,
   kPrepareNameCollision = 7,
   kPrepareLayerSelectionFailed = 8,
-  /// A source was refused and nothing was touched.
+  /// A source was rejected; nothing was changed.
   kPrepareRejected = 9,
   kPrepareStatusNotPublished = 10,
 };

@@ -4,12 +4,12 @@
 
 namespace kestrune {
 
-/// Publishes the outcome of `--prepare` for a script that asked for it: "OK" or "ERROR" with a line
-/// end, written beside the status path and then renamed to it, so that the script never reads half
-/// a file. Returns the exit code: `prepare_code`, or kPrepareStatusNotPublished.
+/// Publishes the outcome of `--prepare` for a script that requested it: "OK" or "ERROR" with a line
+/// end. Writes a temporary file beside the status path and renames it, so that the script never
+/// reads an incomplete file. Returns the exit code: `prepare_code`, or kPrepareStatusNotPublished.
 ///
-/// A status file that exists already is never replaced, for it would belong to another run: that is
-/// a failure, and so is any other failing step. The file beside it then stays.
+/// Never replaces an existing status file, since that belongs to another run. This counts as a
+/// failure, like any other failing step; the temporary file is then left.
 [[nodiscard]] int PublishPrepareStatus(const PrepareCommand& command, int prepare_code);
 
 }  // namespace kestrune

@@ -24,14 +24,14 @@
 namespace kestrune {
 namespace {
 
-/// How long a directory that is still being deleted may keep its name: a scanner lets go of it
-/// within a fraction of a second.
+/// Attempts to create a directory whose deletion is still pending: a virus scanner closes its
+/// handle within a fraction of a second.
 constexpr int kCreateAttempts = 20;
 constexpr DWORD kCreatePauseMilliseconds = 50;
 
 constexpr wchar_t kCannotFinish[] = L"Cannot finish temporary project";
 
-/// What one run works on.
+/// Holds the paths of one run.
 struct Preparation {
   const PrepareCommand& command;
   std::wstring temporary_root;
@@ -39,8 +39,8 @@ struct Preparation {
   std::vector<std::wstring> dependencies;
 };
 
-/// The missing list of a board without embedded boards is the usual case, not an error. Memory that
-/// runs out is one: without its list the export would lack boards.
+/// Returns the embedded boards in the list. A missing list is no error, since most boards have no
+/// embedded boards. Running out of memory is one, since the export would lack boards.
 std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
   const std::optional<std::string> bytes =
       ReadFileIfPossible(list_path, std::numeric_limits<std::uint64_t>::max());
@@ -58,9 +58,9 @@ std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
   return WithoutRepeatedPaths(paths);
 }
 
-/// The path that the system itself has for a file or directory, whatever alias it was named by
-/// (short name, substituted drive, junction on the way). Empty where nothing can be opened. A link
-/// at the path's own end counts as itself only when asked so.
+/// Returns the final path of a file or directory, with aliases resolved (short names, substituted
+/// drives, junctions). Returns an empty path when it cannot be opened. FILE_FLAG_OPEN_REPARSE_POINT
+/// as `link_flag` keeps a link in the last component unresolved.
 std::wstring FinalPath(const std::wstring& path, DWORD link_flag) {
   const FileHandle file(CreateFileW(
       ExtendedPath(path).Get(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -78,7 +78,7 @@ std::wstring FinalPath(const std::wstring& path, DWORD link_flag) {
   return {};
 }
 
-/// Whether emptying the temporary root would destroy the file. The root's own link, if it is one,
+/// Returns whether emptying the temporary root would destroy the file. A root that is itself a link
 /// is not followed: emptying removes the link and leaves its target.
 bool LiesInTemporaryRoot(const std::wstring& path, const std::wstring& root) {
   const std::wstring full_path = FullPath(path);
@@ -94,7 +94,7 @@ bool LiesInTemporaryRoot(const std::wstring& path, const std::wstring& root) {
   return !final_root.empty() && !final_path.empty() && LiesInside(final_path, final_root);
 }
 
-/// Why a source must not be exported, or nothing.
+/// Returns why a source must not be exported; empty when it may be.
 std::wstring RejectionOf(const std::wstring& path, const std::wstring& root) {
   if (path.empty() || LiesInTemporaryRoot(path, root)) {
     return L"Cannot export the Bridge temporary PCB or an embedded board from its temporary "
@@ -118,7 +118,8 @@ std::wstring FirstRejection(const Preparation& run) {
   }
 }
 
-/// A directory that was removed while somebody had it open keeps its name for a moment.
+/// Creates the root, again if necessary: a directory that was deleted while another process had it
+/// open keeps its name until that handle is closed.
 void CreateRoot(const std::wstring& root, SystemCalls& calls) {
   for (int attempt = 1;; ++attempt) {
     try {
@@ -132,12 +133,12 @@ void CreateRoot(const std::wstring& root, SystemCalls& calls) {
   }
 }
 
-/// A new and empty temporary root.
+/// Creates an empty temporary root and keeps it from being replaced.
 class TemporaryFolder {
  public:
-  /// Every local user may make a link in the place of the product's folder: emptying would then
-  /// destroy somebody else's files. Both folders are held, so that none comes in their place while
-  /// the project is built.
+  /// Empties and creates the root. Any local user could replace the product's folder with a link,
+  /// and emptying it would then delete another user's files. Both folders are therefore kept open,
+  /// which prevents their replacement while the project is built.
   TemporaryFolder(const std::wstring& root, SystemCalls& calls) {
     const std::wstring product_folder(ParentPath(root));
     CreateDirectories(calls, product_folder);
@@ -152,8 +153,8 @@ class TemporaryFolder {
   FileHandle root_;
 };
 
-/// A board under version control is often read-only; its copy must not be, or neither the host
-/// could save it nor the next run remove it.
+/// Copies a file and clears the read-only attribute, which boards under version control often have:
+/// the host could not save the copy, and the next run could not delete it.
 void CopyWritable(const std::wstring& source, const std::wstring& target, SystemCalls& calls) {
   if (!calls.Copy(ExtendedPath(source), ExtendedPath(target), FALSE)) {
     ThrowLastError(L"copy", source);
@@ -178,14 +179,14 @@ bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifes
   return true;
 }
 
-/// The project file while it grows. A failure shows only when it is finished, as the copies of the
-/// dependencies come first.
+/// Writes the project file. Reports a failure only when it is finished, since errors of copying the
+/// dependencies have precedence.
 class ProjectFile {
  public:
   explicit ProjectFile(const std::wstring& path) : file_(path) {}
 
-  /// Writes text in the system's ANSI code page, which is what the host reads. Text that it cannot
-  /// hold is a failure: the host would look for a document of another name.
+  /// Writes text in the system's ANSI code page, which is what the host reads. Throws Failure for a
+  /// character outside it, since the host would search for a document of another name.
   void Append(std::wstring_view text) {
     std::string bytes;
     if (AnsiFromWide(WithWindowsLineEnds(text), bytes)) {
@@ -201,8 +202,8 @@ class ProjectFile {
   FileWriter file_;
 };
 
-/// Finds the first dependency that the project file cannot name before any of them is copied. One
-/// whose name is taken ends the run in its turn, so nothing after it counts.
+/// Throws Failure for the first dependency whose name the code page cannot represent, before any is
+/// copied. Stops at a dependency whose name is taken, since AddDependency ends the run there.
 void RequireNamesInCodePage(const std::vector<std::wstring>& dependencies) {
   BridgeFileNames names;
   for (const std::wstring& path : dependencies) {
@@ -222,7 +223,7 @@ int RejectName(const std::wstring& path) {
   return kPrepareNameCollision;
 }
 
-/// Copies one embedded board and enters it in the project; returns the exit code.
+/// Copies one embedded board and adds it to the project. Returns the exit code.
 int AddDependency(const std::wstring& path, std::size_t number, const std::wstring& root,
                   BridgeFileNames& names, ProjectFile& project, SystemCalls& calls) {
   if (QueryFileKind(path) != FileKind::RegularFile) {
@@ -236,7 +237,7 @@ int AddDependency(const std::wstring& path, std::size_t number, const std::wstri
   const std::wstring copy = JoinPath(root, name);
   if (!calls.Copy(ExtendedPath(path), ExtendedPath(copy), TRUE)) {
     const DWORD code = GetLastError();
-    // A short name, for instance, is another spelling of a file of the project.
+    // For example, a short name may denote a file of the project.
     if (code == ERROR_FILE_EXISTS || code == ERROR_ALREADY_EXISTS) {
       return RejectName(path);
     }
@@ -248,8 +249,8 @@ int AddDependency(const std::wstring& path, std::size_t number, const std::wstri
   return kPrepared;
 }
 
-/// Its presence tells the script that the project is complete, so a path that the code page cannot
-/// hold is written with replacement characters rather than not at all.
+/// Writes the file whose presence signals to the script that the project is complete. Characters
+/// that the code page cannot represent are replaced, since a missing file would fail the export.
 void WriteReadyFile(const std::wstring& root, const std::wstring& source_pcb) {
   try {
     WriteWholeFile(JoinPath(root, kReadyFile), AnsiFromWideLossy(WithWindowsLineEnds(source_pcb)));
@@ -258,7 +259,7 @@ void WriteReadyFile(const std::wstring& root, const std::wstring& source_pcb) {
   }
 }
 
-/// Everything that changes the temporary root; answers the exit code or throws Failure.
+/// Makes all changes of the temporary root. Returns the exit code or throws Failure.
 int BuildProject(const Preparation& run, SystemCalls& calls) {
   const std::wstring& root = run.temporary_root;
   const std::wstring out_job_path = JoinPath(root, kBridgeOutJob);

@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// Builds the throw-away project Bridge around a board in the temporary root: the board and its
+/// Builds the temporary project Bridge around a board in the temporary root: the board and its
 /// embedded boards as copies, the output job with the board's layers switched on, the project file
 /// and, last, `ready.txt`. The dependency list names the embedded boards, the manifest the layers.
 ///

@@ -5,16 +5,16 @@
 
 namespace kestrune {
 
-/// What the user's settings.ini says. Every text is UTF-16 as written in the file, empty where the
-/// file says nothing. Each field names its section and key; the keys of Target are also looked for
-/// under AfterExport (see user_settings_win32.cpp).
+/// Holds the values of the user's settings.ini. Every text is UTF-16 as written in the file, empty
+/// where the file does not set it. Each field names its section and key; the keys of Target are
+/// also looked for under AfterExport (see user_settings_win32.cpp).
 struct UserSettings {
   /// Target/Enabled: whether an application is to receive a finished export.
   bool enabled = false;
   /// Target/ProgramName: that application's display name.
   std::wstring program_name;
-  /// Target/ExecutablePath or Executable: its executable; environment variables are expanded only
-  /// when it is started.
+  /// Target/ExecutablePath or Executable: its executable; environment variables are expanded when
+  /// it is started.
   std::wstring executable_path;
   /// Target/Arguments: its argument line with placeholders.
   std::wstring arguments;
@@ -26,13 +26,13 @@ struct UserSettings {
   std::wstring archive_name;
 };
 
-/// Whether a path is that of an existing regular file.
+/// Returns whether the path is that of an existing regular file.
 using IsFile = std::function<bool(const std::wstring& path)>;
 
-/// The caption of the export command: "Export PCB through Kestrune", and the application's name
-/// behind it when the settings enable one that has a name and whose executable is there.
-/// The executable's path is asked as written, and only when everything else speaks for the name: it
-/// may lie on a network that takes long to answer.
+/// Returns the caption of the export command: "Export PCB through Kestrune", followed by the
+/// application's name when the settings enable one that has a name and whose executable exists.
+/// Checks the executable, with its path as written, only when all other conditions hold: it may lie
+/// on a slow network.
 std::wstring ExportCommandLabel(const UserSettings& settings, const IsFile& is_file);
 
 }  // namespace kestrune

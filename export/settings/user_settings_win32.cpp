@@ -13,7 +13,7 @@ namespace {
 constexpr DWORD kLongestValue = 32768;  // characters, the terminating zero included
 constexpr int kAbsentNumber = -1;
 
-/// False when the shell does not know the folder.
+/// Returns false when the shell does not know the folder.
 bool ShellFolder(int folder, std::wstring& path) {
   wchar_t buffer[MAX_PATH] = {};
   if (FAILED(SHGetFolderPathW(nullptr, folder, nullptr, 0, buffer))) {
@@ -23,7 +23,7 @@ bool ShellFolder(int folder, std::wstring& path) {
   return true;
 }
 
-/// One settings file, asked key by key.
+/// Reads the keys of one settings file.
 class SettingsFile {
  public:
   explicit SettingsFile(const std::wstring& path) : path_(path), buffer_(kLongestValue, L'\0') {}
@@ -34,7 +34,7 @@ class SettingsFile {
     return buffer_.substr(0, length);
   }
 
-  /// The current section's text, or the older section's where it is absent or empty.
+  /// Returns the current section's text, or that of the older section where it is absent or empty.
   std::wstring TargetText(const wchar_t* key) {
     std::wstring text = Text(L"Target", key);
     return text.empty() ? Text(L"AfterExport", key) : text;
@@ -54,7 +54,7 @@ class SettingsFile {
   std::wstring buffer_;
 };
 
-/// All keys of the settings file at its full path.
+/// Returns all keys of the settings file at its full path.
 UserSettings ReadSettingsFile(const std::wstring& path) {
   SettingsFile file(path);
   UserSettings settings;
@@ -78,7 +78,7 @@ std::wstring ResolveSettingsPath(std::wstring_view folder_name) {
   if (!ShellFolder(CSIDL_LOCAL_APPDATA, folder) || folder.empty()) {
     return {};
   }
-  // Not JoinPath: a folder that is a drive's root gets its second separator here.
+  // Not JoinPath: a drive's root gets a second separator here.
   const std::wstring below = L"\\" + JoinPath(folder_name, kSettingsFile);
   std::wstring local = folder + below;
   if (!ShellFolder(CSIDL_COMMON_APPDATA, folder) ||

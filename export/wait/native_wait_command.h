@@ -4,16 +4,16 @@
 
 namespace kestrune {
 
-/// `--wait-native`: wait until the host has written its archive.
+/// Holds the arguments of `--wait-native`, which waits until the host has written its archive.
 struct WaitNativeCommand {
   std::wstring expected_path;
-  /// Only the presence of this file is looked at, for the log.
+  /// Only the presence of this file is checked, for the log.
   std::wstring report_path;
-  /// Where the outcome is left for the script.
+  /// Where the script reads the outcome.
   std::wstring result_path;
 };
 
-/// Exit codes of `--wait-native`.
+/// Lists the exit codes of `--wait-native`.
 enum WaitNativeCode : int {
   kNativeOutputComplete = 0,
   kNativeWaitFailed = 5,

@@ -16,8 +16,8 @@ std::optional<std::uint64_t> SizeOfRegularFile(const std::wstring& path) {
   return entry && entry->kind == FileKind::RegularFile ? std::optional(entry->size) : std::nullopt;
 }
 
-/// A result that cannot be written changes nothing: the script looks for the file only, and gives
-/// up by itself when none comes.
+/// Writes the result file. Ignores failures: the script polls for the file and gives up by itself
+/// after its time limit.
 void WriteResult(const std::wstring& path, const std::string& text) {
   try {
     WriteWholeFile(path, text);

@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// A rectangle on the virtual screen in pixels; right and bottom lie just outside.
+/// Holds a rectangle on the virtual screen in pixels; right and bottom are exclusive.
 struct ScreenRectangle {
   std::int32_t left = 0;
   std::int32_t top = 0;
@@ -19,8 +19,9 @@ struct ScreenPoint {
   friend bool operator==(const ScreenPoint&, const ScreenPoint&) = default;
 };
 
-/// Where the window's top-left corner goes to centre the window in the work area. Along an axis
-/// where the window is not smaller it goes to the work area's edge rather than off the screen.
+/// Returns the top-left corner that centres the window in the work area. Along an axis where the
+/// window is not smaller than the work area, that is the work area's edge, so that the window does
+/// not begin off the screen.
 ScreenPoint CentredIn(const ScreenRectangle& work_area, const ScreenRectangle& window);
 
 }  // namespace kestrune

@@ -4,14 +4,15 @@
 
 namespace kestrune {
 
-/// `--position-window`: centre one window on the monitor of another. The handles are numbers as
-/// written, whose low 32 bits count; a host may print them sign-extended to 64 bits.
+/// Holds the arguments of `--position-window`, which centres one window on the monitor of another.
+/// The window handles are numbers of which the low 32 bits count; a host may print them
+/// sign-extended to 64 bits.
 struct PositionWindowCommand {
   std::uint64_t target = 0;
   std::uint64_t reference = 0;
 };
 
-/// Exit codes of `--position-window`.
+/// Lists the exit codes of `--position-window`.
 enum PositionWindowCode : int {
   kWindowMoved = 0,
   kPositionNoTarget = 2,

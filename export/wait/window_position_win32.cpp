@@ -5,9 +5,10 @@
 namespace kestrune {
 namespace {
 
-/// A 64-bit host may print a handle sign-extended; only its low 32 bits mean anything.
+/// Returns the window of a handle that was printed as a number. Only the low 32 bits count, since a
+/// 64-bit host may print it sign-extended.
 HWND WindowFromNumber(std::uint64_t number) {
-  // A handle travels as a number; nothing is ever read through it.
+  // A handle is passed as a number and never dereferenced.
   // NOLINTNEXTLINE(performance-no-int-to-ptr)
   return reinterpret_cast<HWND>(static_cast<std::uintptr_t>(static_cast<std::uint32_t>(number)));
 }

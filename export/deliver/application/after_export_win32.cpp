@@ -15,14 +15,15 @@ namespace {
 
 constexpr DWORD kElevationRequired = 740;  // ERROR_ELEVATION_REQUIRED, which not every SDK names
 
-/// The executable with its environment variables expanded, as written where Windows refuses.
+/// Returns the executable with its environment variables expanded, or as written when Windows
+/// cannot expand them.
 std::wstring ExpandedExecutable(const UserSettings& settings, Desktop& desktop) {
   std::wstring expanded;
   return desktop.Expand(settings.executable_path, expanded) ? expanded : settings.executable_path;
 }
 
-/// Starts the process; false with the Windows error. It is created suspended so that it has the
-/// right to take the foreground before its first window.
+/// Starts the process. Returns false with the Windows error. It is created suspended so that it has
+/// the right to take the foreground before its first window.
 bool StartProcess(const std::wstring& executable, const std::wstring& argument_line,
                   const std::wstring& directory, Desktop& desktop, DWORD& code) {
   std::wstring command_line = QuoteCommandLineArgument(executable);
@@ -46,7 +47,8 @@ bool StartProcess(const std::wstring& executable, const std::wstring& argument_l
   return false;
 }
 
-/// Lets the shell start it, which may ask the user for elevation; false with the Windows error.
+/// Starts the program through the shell, which may show the consent prompt. Returns false with the
+/// Windows error.
 bool StartThroughShell(const std::wstring& executable, const std::wstring& argument_line,
                        const std::wstring& directory, Desktop& desktop, DWORD& code) {
   SHELLEXECUTEINFOW execution{};

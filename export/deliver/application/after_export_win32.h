@@ -9,11 +9,11 @@
 
 namespace kestrune {
 
-/// What became of the application that was to receive an export.
+/// Holds the outcome of handing an export to the application of the settings.
 struct AfterExportResult {
-  /// Whether the settings enable one.
+  /// Whether the settings enable an application.
   bool configured = false;
-  /// Whether a running copy took the export over or a new process was started.
+  /// Whether a running copy accepted the export or a new process was started.
   bool delivered = false;
   std::wstring program_name;
   /// The caption of the export command under these settings.
@@ -23,21 +23,22 @@ struct AfterExportResult {
 };
 
 /// Hands the archive at `zip_path` to the application of the user's settings: builds its argument
-/// line, offers it to a running copy and else starts a new one. Never waits for the application.
-/// `space` is the board's spacing in ten-thousandths of a mil.
+/// line, sends it to a running copy, or starts a new one. Never waits for the application. `space`
+/// is the board's spacing in ten-thousandths of a mil.
 ///
 /// Settings that cannot be read count as none, with the reason as error text. Throws Failure
-/// "status" when the executable's presence cannot be asked.
+/// "status" when Windows cannot report whether the executable exists.
 AfterExportResult RunAfterExport(const std::wstring& zip_path, std::optional<std::int64_t> space,
                                  Desktop& desktop);
 
-/// RunAfterExport behind the reading of the settings.
+/// Does the work of RunAfterExport with settings that were already read.
 AfterExportResult HandToApplication(const UserSettings& settings, const std::wstring& zip_path,
                                     std::optional<std::int64_t> space, Desktop& desktop);
 
-/// Starts `executable` in its own folder with the argument line behind its quoted path; through the
-/// shell, which asks the user, when it demands elevation. True when it runs; else the error text
-/// says why with the Windows code.
+/// Starts `executable` in its own folder with its quoted path and the argument line as command
+/// line. A program that demands elevation is started through the shell, which shows the user the
+/// consent prompt. Returns true when it runs; otherwise the error text gives the reason and the
+/// Windows code.
 [[nodiscard]] bool StartApplication(const std::wstring& executable,
                                     const std::wstring& argument_line, Desktop& desktop,
                                     std::wstring& error_text);

@@ -18,7 +18,7 @@ std::wstring InQuotes(std::wstring_view text) {
   return L"\"" + std::wstring(text) + L"\"";
 }
 
-/// The value in mil with the decimals that it needs, at most four.
+/// Returns the value in mil with as many decimals as it needs, at most four.
 std::wstring Mils(std::uint64_t units) {
   std::wstring text = Decimal(units / kUnitsPerMil);
   const std::uint64_t rest = units % kUnitsPerMil;

@@ -8,7 +8,7 @@
 namespace kestrune {
 namespace {
 
-constexpr std::size_t kLongestMessage = 32767;  // bytes; a listener's buffer counts on it
+constexpr std::size_t kLongestMessage = 32767;  // bytes; the size of a listener's buffer
 constexpr DWORD kLongestImagePath = 32768;      // UTF-16 units, the longest path of Windows
 
 bool IsRunning(HANDLE process) {

@@ -11,7 +11,8 @@ namespace {
   throw Failure{L"The compressed data is damaged."};
 }
 
-/// The lowest `count` bits of `code` in opposite order: codes are written highest bit first.
+/// Returns the lowest `count` bits of `code` in reverse order, since codes are written highest bit
+/// first.
 unsigned Reversed(unsigned code, unsigned count) {
   unsigned reversed = 0;
   for (unsigned i = 0; i < count; ++i) {

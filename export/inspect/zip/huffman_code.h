@@ -8,28 +8,30 @@
 
 namespace kestrune {
 
-/// Which codes that leave bit sequences unused are accepted.
+/// Lists which incomplete codes are accepted.
 enum class UnusedCodes {
   Refused,
   /// No code at all, or one code of one bit.
   SparseAccepted,
 };
 
-/// A canonical Huffman code of deflate: shorter codes first, equal lengths in the order of symbols.
+/// Decodes a canonical Huffman code of deflate: shorter codes first, equal lengths in the order of
+/// symbols.
 class HuffmanCode {
  public:
   static constexpr unsigned kLongest = 15;
   static constexpr std::size_t kMostSymbols = 288;
 
   /// Builds the code from the length of each symbol's code in bits (0 to 15; 0: the symbol is
-  /// unused). Takes at most 288 symbols. Throws Failure when the lengths make no code.
+  /// unused). Takes at most 288 symbols. Throws Failure when the lengths do not form a code.
   HuffmanCode(std::span<const std::uint8_t> lengths, UnusedCodes unused);
 
-  /// Takes one code and returns its symbol. Throws Failure for an unused code or at the end.
+  /// Consumes one code and returns its symbol. Throws Failure for an unused code or at the end of
+  /// the input.
   unsigned Decode(BitReader& bits) const;
 
  private:
-  /// Codes of at most this many bits are found with one look into a table.
+  /// Codes of at most this many bits are decoded with one table lookup.
   static constexpr unsigned kTableBits = 9;
 
   struct Entry {
@@ -47,7 +49,7 @@ class HuffmanCode {
   std::array<std::uint16_t, kLongest + 1> counts_{};
   /// The used symbols in the order of their codes.
   std::array<std::uint16_t, kMostSymbols> symbols_{};
-  /// By the next bits of the input, lowest bit first.
+  /// Indexed by the next bits of the input, lowest bit first.
   std::array<Entry, 1U << kTableBits> table_{};
 };
 

@@ -18,7 +18,8 @@ constexpr std::size_t kMostLiterals = 286;
 constexpr std::size_t kMostDistances = 30;
 constexpr std::size_t kLengthSymbols = 19;
 
-/// What a length or distance symbol means: the smallest value, and how many bits are added to it.
+/// Holds the meaning of a length or distance symbol: the smallest value, and the number of extra
+/// bits to add to it.
 struct Range {
   std::uint16_t least;
   std::uint8_t extra_bits;
@@ -36,7 +37,7 @@ constexpr std::array<Range, kMostDistances> kDistances = {
      {513, 8},   {769, 8},   {1025, 9},  {1537, 9},   {2049, 10},  {3073, 10},
      {4097, 11}, {6145, 11}, {8193, 12}, {12289, 12}, {16385, 13}, {24577, 13}}};
 
-/// The two codes of a compressed block.
+/// Holds the two codes of a compressed block.
 struct BlockCodes {
   HuffmanCode literals;
   HuffmanCode distances;
@@ -64,13 +65,14 @@ BlockCodes MakeFixedCodes() {
           HuffmanCode(distances, UnusedCodes::Refused)};
 }
 
-/// The codes of blocks that bring none. Made once: data can consist of millions of such blocks.
+/// Returns the fixed codes of deflate. They are built once, since data can consist of millions of
+/// blocks that use them.
 const BlockCodes& FixedCodes() {
   static const BlockCodes codes = MakeFixedCodes();
   return codes;
 }
 
-/// Reads the code in which the lengths of the two other codes are written.
+/// Reads the code that encodes the code lengths of the two other codes.
 HuffmanCode ReadLengthCode(BitReader& bits, std::size_t count) {
   constexpr std::array<std::uint8_t, kLengthSymbols> kOrder = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
                                                                11, 4,  12, 3, 13, 2, 14, 1, 15};
@@ -81,7 +83,7 @@ HuffmanCode ReadLengthCode(BitReader& bits, std::size_t count) {
   return HuffmanCode(lengths, UnusedCodes::Refused);
 }
 
-/// Fills `lengths` with code lengths, in which runs are written shorter.
+/// Fills `lengths` with code lengths, expanding the run-length encoding.
 void ReadLengths(BitReader& bits, const HuffmanCode& code, std::span<std::uint8_t> lengths) {
   std::size_t at = 0;
   while (at < lengths.size()) {
@@ -129,7 +131,7 @@ std::size_t ReadInRange(BitReader& bits, std::span<const Range> ranges, std::siz
   return ranges[symbol].least + bits.Read(ranges[symbol].extra_bits);
 }
 
-/// Repeats what was written `distance` bytes ago; the copy may read what it has just written.
+/// Appends `length` bytes from `distance` bytes back; source and destination may overlap.
 void CopyBack(std::string& output, std::size_t distance, std::size_t length) {
   if (distance > output.size()) {
     ThrowDamaged();

@@ -7,8 +7,8 @@
 namespace kestrune {
 
 /// Unpacks a whole deflate stream (RFC 1951, without a zlib or gzip header). Throws Failure when
-/// the data is damaged or cut, when bytes follow its last block, or when more than `limit` bytes
-/// come out; takes room for `limit` bytes at most.
+/// the data is damaged or truncated, when bytes follow its last block, or when the output exceeds
+/// `limit` bytes. Allocates at most `limit` bytes for the output.
 std::string Inflate(std::string_view deflated, std::size_t limit);
 
 }  // namespace kestrune

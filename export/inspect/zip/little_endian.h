@@ -7,7 +7,7 @@
 namespace kestrune {
 
 /// Returns the number of `count` bytes (at most 8) at `at`, lowest byte first. The range must lie
-/// inside `bytes`.
+/// within `bytes`.
 constexpr std::uint64_t LittleEndian(std::string_view bytes, std::size_t at, std::size_t count) {
   std::uint64_t value = 0;
   for (std::size_t i = count; i > 0; --i) {

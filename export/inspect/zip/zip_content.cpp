@@ -21,7 +21,8 @@ constexpr std::uint64_t kSaturated32 = 0xFFFFFFFF;
   throw Failure{reason};
 }
 
-/// A size of a local header, which is elsewhere when it does not fit into 32 bits.
+/// Returns whether a size in a local header agrees with the directory. A size above 32 bits is
+/// recorded in an extra field instead.
 bool IsSize(std::uint64_t written, std::uint64_t size) {
   return written == size || written == kSaturated32;
 }
@@ -35,7 +36,8 @@ bool Agrees(std::string_view header, const ZipEntry& entry) {
          sizes_agree && LittleEndian(header, 26, 2) == entry.name.size();
 }
 
-/// Returns where the entry's data begins, behind a local header that agrees with the directory.
+/// Returns the offset of the entry's data. Throws Failure when the local header contradicts the
+/// directory.
 std::uint64_t DataOffset(const ByteSource& archive, const ZipDirectory& directory,
                          const ZipEntry& entry) {
   const std::string header = ReadAt(archive, entry.offset, kLocalHeaderSize + entry.name.size());

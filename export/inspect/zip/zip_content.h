@@ -8,12 +8,12 @@
 
 namespace kestrune {
 
-/// Returns whether ReadZipContent knows how the entry is packed: stored or deflated, not encrypted.
+/// Returns whether ReadZipContent supports the entry: stored or deflated, and not encrypted.
 bool IsReadable(const ZipEntry& entry);
 
 /// Returns the unpacked content of an entry of at most `limit` bytes, packed and unpacked. Throws
-/// Failure when the entry is larger, is not readable, contradicts its local header, or when its
-/// content has another size or checksum than recorded.
+/// Failure when the entry is larger, is not readable, contradicts its local header, or when size or
+/// checksum of its content differ from those recorded.
 std::string ReadZipContent(const ByteSource& archive, const ZipDirectory& directory,
                            const ZipEntry& entry, std::size_t limit);
 

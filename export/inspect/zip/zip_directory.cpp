@@ -27,13 +27,14 @@ constexpr std::uint64_t kSaturated32 = 0xFFFFFFFF;
   throw Failure{reason};
 }
 
-/// The end record of the archive: its bytes, and where it begins.
+/// Holds the end record of the archive: its bytes, and where it begins.
 struct EndRecord {
   std::string bytes;
   std::uint64_t offset = 0;
 };
 
-/// A record is the archive's end only if its comment reaches exactly to the last byte.
+/// Returns whether the record at `at` is the archive's end record: its comment must end exactly at
+/// the last byte.
 bool EndsArchive(std::string_view tail, std::size_t at) {
   return tail.substr(at).starts_with(kEndSignature) &&
          LittleEndian(tail, at + 20, 2) == tail.size() - at - kEndSize;
@@ -58,7 +59,7 @@ EndRecord FindEndRecord(const ByteSource& archive) {
   return {tail.substr(found.front(), kEndSize), archive.size - reach + found.front()};
 }
 
-/// The fields of an end record that say where the directory lies.
+/// Holds the fields of an end record that say where the directory lies.
 struct EndFields {
   std::uint64_t disk = 0;
   std::uint64_t directory_disk = 0;
@@ -78,8 +79,9 @@ bool IsSaturated(const EndFields& fields) {
          fields.directory.size == kSaturated32 || fields.directory.offset == kSaturated32;
 }
 
-/// Replaces the fields by those of the 64-bit record, and moves `end` to its begin. An archive
-/// whose numbers only happen to be the largest has no such record and keeps its fields.
+/// Replaces the fields by those of the 64-bit record, and moves `end` to the beginning of that
+/// record. Keeps the fields when there is no such record, since a field may hold its largest value
+/// by chance.
 void ReadLargeEndFields(const ByteSource& archive, EndFields& fields, std::uint64_t& end) {
   if (end < kLocatorSize + kLargeEndSize) {
     return;
@@ -101,14 +103,14 @@ void ReadLargeEndFields(const ByteSource& archive, EndFields& fields, std::uint6
   end = offset;
 }
 
-/// The part of a directory that is in memory, and the place in it.
+/// Reads the directory through a window that is kept in memory.
 class DirectoryWindow {
  public:
   DirectoryWindow(const ByteSource& archive, const ZipDirectory& directory)
       : archive_(archive), offset_(directory.offset), left_(directory.size) {}
 
-  /// Returns the next `count` bytes without taking them; valid until the next call. Throws Failure
-  /// when the directory has fewer.
+  /// Returns the next `count` bytes without consuming them; the view is valid until the next call.
+  /// Throws Failure when the directory has fewer.
   std::string_view View(std::size_t count) {
     if (count > bytes_.size() - used_) {
       Refill(count);
@@ -116,7 +118,7 @@ class DirectoryWindow {
     return std::string_view(bytes_).substr(used_, count);
   }
 
-  /// Takes bytes that were looked at.
+  /// Consumes bytes that View returned.
   void Advance(std::size_t count) {
     used_ += count;
     offset_ += count;
@@ -144,7 +146,7 @@ class DirectoryWindow {
   std::size_t used_ = 0;
 };
 
-/// The field for 64-bit numbers among an entry's extra fields; empty when there is none.
+/// Returns the extra field with an entry's 64-bit numbers; empty when there is none.
 std::string_view LargeField(std::string_view extra) {
   while (extra.size() >= 4) {
     const std::uint64_t id = LittleEndian(extra, 0, 2);
@@ -172,7 +174,7 @@ void ReadLargeNumber(std::uint64_t& number, std::string_view& field) {
   field.remove_prefix(8);
 }
 
-/// Takes the next entry of the directory.
+/// Consumes and returns the next entry of the directory.
 ZipEntry ReadEntry(DirectoryWindow& window) {
   const std::string_view header = window.View(kEntrySize);
   if (!header.starts_with(kEntrySignature)) {
@@ -198,14 +200,14 @@ ZipEntry ReadEntry(DirectoryWindow& window) {
   return entry;
 }
 
-/// What is kept of an entry until all were seen.
+/// Holds what the check for overlapping and repeated entries needs of each entry.
 struct EntryTrace {
   std::uint64_t begin;
   std::uint64_t end;
   std::uint64_t name_hash;
 };
 
-/// The 64-bit FNV-1a hash of a path; "\" and "/", capital and small letters are the same.
+/// Returns the 64-bit FNV-1a hash of a path, ignoring case and the kind of separator ("\" or "/").
 std::uint64_t HashName(std::string_view name) {
   std::uint64_t hash = 0xCBF29CE484222325;
   for (const char c : name) {

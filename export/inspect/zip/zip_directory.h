@@ -12,7 +12,7 @@ namespace kestrune {
 /// An archive with more entries than this is refused.
 inline constexpr std::uint64_t kMostZipEntries = 100000;
 
-/// Where the directory of a ZIP archive lies in its file.
+/// Holds the position of the central directory in a ZIP archive.
 struct ZipDirectory {
   std::uint64_t offset = 0;
   /// In bytes.
@@ -20,19 +20,19 @@ struct ZipDirectory {
   std::uint64_t entries = 0;
 };
 
-/// One entry as the directory describes it. Nothing of it is proved but that its data lies before
-/// the directory.
+/// Holds one entry as the directory describes it. Only one thing about it has been checked: its
+/// data lies before the directory.
 struct ZipEntry {
-  /// The path as it is recorded, in whatever encoding.
+  /// The path as recorded, in an unknown encoding.
   std::string name;
   std::uint16_t flags = 0;
   std::uint16_t method = 0;
-  /// CRC-32 of the unpacked content.
+  /// The CRC-32 of the unpacked content.
   std::uint32_t checksum = 0;
   /// In bytes, packed and unpacked.
   std::uint64_t packed_size = 0;
   std::uint64_t size = 0;
-  /// Of the local header, from the begin of the archive.
+  /// Of the local header, from the beginning of the archive.
   std::uint64_t offset = 0;
 };
 
@@ -41,10 +41,10 @@ struct ZipEntry {
 /// files, has too many entries, or its directory does not lie before the record.
 ZipDirectory FindZipDirectory(const ByteSource& archive);
 
-/// Calls `visit` with each entry in the directory's order. Reads the directory piece by piece and
-/// keeps 24 bytes of each entry. Throws Failure, for some faults after the last call, when the
-/// directory is damaged, when an entry's data overlaps the directory or another entry, or when two
-/// entries have the same path without regard to case.
+/// Calls `visit` with each entry in the directory's order. Reads the directory in pieces and keeps
+/// 24 bytes per entry. Throws Failure (for some faults only after the last call) when the directory
+/// is damaged, when an entry's data overlaps the directory or another entry, or when two entries
+/// have the same path, ignoring case.
 void ForEachZipEntry(const ByteSource& archive, const ZipDirectory& directory,
                      const std::function<void(const ZipEntry&)>& visit);
 

@@ -1,4 +1,4 @@
-#include "export/deliver/archive_room_win32.h"
+#include "export/deliver/archive_space_win32.h"
 
 #include <cstdint>
 #include <optional>
@@ -11,7 +11,8 @@
 namespace kestrune {
 namespace {
 
-/// The root of the drive on which the folder really lies; empty for a share or an unnamed volume.
+/// Returns the root of the drive that holds the folder, after links are resolved; empty for a share
+/// or a volume without a drive letter.
 std::wstring DriveOf(const ExtendedPath& folder, SystemCalls& calls) {
   constexpr std::wstring_view prefix = L"\\\\?\\";
   const FileHandle handle(
@@ -33,7 +34,8 @@ bool IsLocal(const ExtendedPath& folder, SystemCalls& calls) {
   return kind == DRIVE_FIXED || kind == DRIVE_REMOVABLE || kind == DRIVE_RAMDISK;
 }
 
-/// The size of a file whose bytes all lie where it is; nothing for any other entry.
+/// Returns the size of a plain file; nothing for a directory, a link, or a compressed or sparse
+/// file.
 std::optional<std::uint64_t> PlainSize(const std::wstring& path, SystemCalls& calls) {
   constexpr DWORD others = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT |
                            FILE_ATTRIBUTE_COMPRESSED | FILE_ATTRIBUTE_SPARSE_FILE;
@@ -46,8 +48,8 @@ std::optional<std::uint64_t> PlainSize(const std::wstring& path, SystemCalls& ca
 
 }  // namespace
 
-bool CertainlyLacksRoom(const std::wstring& native_zip, const std::wstring& destination,
-                        SystemCalls& calls) {
+bool LacksSpaceToOverwrite(const std::wstring& native_zip, const std::wstring& destination,
+                           SystemCalls& calls) {
   const std::optional<std::uint64_t> former = PlainSize(destination, calls);
   const std::optional<std::uint64_t> size = PlainSize(native_zip, calls);
   const ExtendedPath folder(JoinPath(ParentPath(destination), L""));

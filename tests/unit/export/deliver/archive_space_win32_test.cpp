@@ -1,4 +1,4 @@
-#include "export/deliver/archive_room_win32.h"
+#include "export/deliver/archive_space_win32.h"
 
 #include <gtest/gtest.h>
 
@@ -43,7 +43,7 @@ class MadeDisk final : public SystemCalls {
   }
 };
 
-class ArchiveRoomTest : public ExportTest {
+class ArchiveSpaceTest : public ExportTest {
  protected:
   void SetUp() override {
     ExportTest::SetUp();
@@ -52,13 +52,13 @@ class ArchiveRoomTest : public ExportTest {
 
   bool LacksRoom(std::size_t size) {
     PutFile(Scratch(L"native.zip"), std::string(size, 'z'));
-    return CertainlyLacksRoom(Scratch(L"native.zip"), Scratch(L"out\\Main.zip"), disk_);
+    return LacksSpaceToOverwrite(Scratch(L"native.zip"), Scratch(L"out\\Main.zip"), disk_);
   }
 
   MadeDisk disk_;
 };
 
-TEST_F(ArchiveRoomTest, TheFormerArchiveGivesItsBlocksBack) {
+TEST_F(ArchiveSpaceTest, TheFormerArchiveGivesItsBlocksBack) {
   EXPECT_FALSE(LacksRoom(53'000));
   EXPECT_FALSE(LacksRoom(53'248));
   EXPECT_TRUE(LacksRoom(53'249));
@@ -66,12 +66,12 @@ TEST_F(ArchiveRoomTest, TheFormerArchiveGivesItsBlocksBack) {
   EXPECT_FALSE(LacksRoom(53'249));
 }
 
-TEST_F(ArchiveRoomTest, NothingIsLostWithoutAFormerArchive) {
+TEST_F(ArchiveSpaceTest, NothingIsLostWithoutAFormerArchive) {
   ASSERT_TRUE(DeleteFileW(Scratch(L"out\\Main.zip").c_str()));
   EXPECT_FALSE(LacksRoom(100'000));
 }
 
-TEST_F(ArchiveRoomTest, AShareIsTried) {
+TEST_F(ArchiveSpaceTest, AShareIsTried) {
   disk_.final_path = L"\\\\?\\UNC\\server\\share";
   EXPECT_FALSE(LacksRoom(100'000));
   disk_.final_path = L"\\\\?\\C:\\out";
@@ -79,7 +79,7 @@ TEST_F(ArchiveRoomTest, AShareIsTried) {
   EXPECT_FALSE(LacksRoom(100'000));
 }
 
-TEST_F(ArchiveRoomTest, ADiskThatDoesNotSayIsTried) {
+TEST_F(ArchiveSpaceTest, ADiskThatDoesNotSayIsTried) {
   disk_.total = 0;
   EXPECT_FALSE(LacksRoom(100'000));
   disk_.total = 1;
@@ -87,7 +87,7 @@ TEST_F(ArchiveRoomTest, ADiskThatDoesNotSayIsTried) {
   EXPECT_FALSE(LacksRoom(100'000));
 }
 
-TEST_F(ArchiveRoomTest, ALinkOrCompressedArchiveIsTried) {
+TEST_F(ArchiveSpaceTest, ALinkOrCompressedArchiveIsTried) {
   for (const DWORD attribute :
        {DWORD{FILE_ATTRIBUTE_REPARSE_POINT}, DWORD{FILE_ATTRIBUTE_COMPRESSED}}) {
     disk_.more_attributes = attribute;
