@@ -23,7 +23,7 @@ std::optional<InstallerCommand> InstallerKeyword(const std::wstring& text) {
   return std::nullopt;
 }
 
-/// Leading digits with sign, 0 for anything else; clamped to 32 bits.
+/// Returns the number of a sign and the leading digits, clamped to 32 bits; 0 without digits.
 std::int32_t ReadMajor(const std::wstring& text) {
   constexpr long long least = std::numeric_limits<std::int32_t>::min();
   constexpr long long most = std::numeric_limits<std::int32_t>::max();
@@ -31,7 +31,7 @@ std::int32_t ReadMajor(const std::wstring& text) {
       std::clamp(std::wcstoll(text.c_str(), nullptr, 10), least, most));
 }
 
-/// The whole argument as a number above 0, else nothing.
+/// Returns the argument as a number above 0, or nothing.
 std::optional<std::int64_t> ReadSpace(const std::wstring& text) {
   wchar_t* end = nullptr;
   const long long value = std::wcstoll(text.c_str(), &end, 10);

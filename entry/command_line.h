@@ -13,20 +13,19 @@
 
 namespace kestrune {
 
-/// An installer keyword with options that cannot be read.
+/// Denotes an installer keyword with invalid options.
 struct InvalidInstallerCommand {};
 
-/// Anything that is no command of ours.
+/// Denotes a command line that is no command of the program.
 struct UnknownCommand {};
 
 using Command =
     std::variant<UnknownCommand, InvalidInstallerCommand, InstallerOptions, PositionWindowCommand,
                  PrepareCommand, WaitNativeCommand, InspectCommand, FinalizeCommand>;
 
-/// Reads the arguments (the first is the program's own path, as Windows splits them) into the one
-/// command that this run carries out. Keywords are compared over their whole length and with case;
-/// an installer keyword counts only as the first argument behind the path, a runtime keyword only
-/// with its exact number of arguments.
+/// Parses the arguments as Windows splits them (the first is the program's own path) into the
+/// command of this run. Keywords are case-sensitive. An installer keyword counts only as the first
+/// argument after the path, a runtime keyword only with its exact number of arguments.
 Command ParseCommandLine(const std::vector<std::wstring>& arguments);
 
 }  // namespace kestrune

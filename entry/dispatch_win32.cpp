@@ -15,7 +15,7 @@
 namespace kestrune {
 namespace {
 
-/// What the exception in flight says about itself, for the log. May throw when memory is short.
+/// Returns a description of the current exception for the log. May throw when memory is short.
 std::wstring DescribeException() {
   try {
     throw;
@@ -28,7 +28,7 @@ std::wstring DescribeException() {
   }
 }
 
-/// Logs the exception in flight.
+/// Logs the current exception.
 void LogUnhandledFailure() noexcept {
   try {
     WriteLogEntry(L"Unhandled failure", DescribeException());
@@ -64,7 +64,7 @@ int RunCommand(const Command& command, const Modes& modes, const Doors& doors) n
       return mode.report_failure != nullptr ? mode.report_failure(chosen, doors)
                                             : mode.failure_code;
     } catch (...) {
-      // Not even its report had room; the code still does.
+      // Reporting ran out of memory too; returning the code needs none.
       return mode.failure_code;
     }
   };

@@ -6,14 +6,13 @@
 
 namespace kestrune {
 
-/// Splits the process's command line as Windows does and reads it. Nothing when Windows cannot
-/// split it or memory runs out.
+/// Splits the process's command line as Windows does and parses it. Returns nothing when Windows
+/// cannot split it or memory runs out.
 std::optional<Command> ReadCommandLine(const wchar_t* command_line) noexcept;
 
-/// Carries out one command with its mode and returns its exit code. A failure that escaped the mode
-/// because nothing expects it, such as memory running out, is logged with what was thrown and ends
-/// with the mode's own failure code, reported in the mode's own way as far as that is still
-/// possible; never with a crash box.
+/// Runs one command with its mode and returns the exit code. An unexpected exception, such as
+/// running out of memory, is logged and reported by the mode's `report_failure` if possible, and
+/// the mode's failure code is returned. The process never ends in a crash box.
 int RunCommand(const Command& command, const Modes& modes, const Doors& doors) noexcept;
 
 }  // namespace kestrune

@@ -4,7 +4,8 @@
 #include "entry/dispatch_win32.h"
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
-  // The program runs from folders that its user may write: a DLL planted there must never load.
+  // The program runs from folders that its user may write to; a DLL planted there must never be
+  // loaded.
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   const kestrune::ErrorMode error_mode(kestrune::kNoSystemBoxes);
   const auto command = kestrune::ReadCommandLine(GetCommandLineW());

@@ -25,7 +25,8 @@ int RejectInstallerLine(const InvalidInstallerCommand&, const Doors& doors) {
   return kInvalidInstallerLine;
 }
 
-/// Hands the result of an installer command to the report file and the box that were asked for.
+/// Writes the result of an installer command to the report file and the box, as the options
+/// request.
 int ShowResult(const InstallerOptions& options, const InstallerResult& result, const Doors& doors) {
   WriteInstallerReport(options, result.message);
   if (!options.quiet) {
@@ -37,7 +38,8 @@ int ShowResult(const InstallerOptions& options, const InstallerResult& result, c
 }
 
 int RunInstaller(const InstallerOptions& options, const Doors& doors) {
-  // Of a path that does not fit nothing is known; deploying from nowhere fails with its own text.
+  // ProgramPath() is empty when the path exceeds the buffer; deployment then fails with its own
+  // text.
   return ShowResult(options, RunInstallerCommand(options, ProgramPath(), doors.system), doors);
 }
 

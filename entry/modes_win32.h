@@ -8,21 +8,21 @@
 
 namespace kestrune {
 
-/// Exit codes of a command line that is no mode.
+/// Lists the exit codes of a command line without a mode.
 enum CommandLineCode : int {
   kNotACommand = 1,
   kInvalidInstallerLine = 2,
 };
 
-/// All that the program knows about one kind of command.
+/// Holds how the program carries out one kind of command.
 template <class C>
 struct Mode {
-  /// Carries the command out and returns the exit code. What it throws is unexpected: it is logged
-  /// and ends with `failure_code`.
+  /// Runs the command and returns the exit code. An exception from it is unexpected; it is logged
+  /// and ends the program with `failure_code`.
   int (*run)(const C& command, const Doors& doors) = nullptr;
   int failure_code = 0;
-  /// Reports such a failure to whom waits for the mode, and returns the exit code. May throw:
-  /// `failure_code` then still holds. Null for a mode whose failure only the exit code reports.
+  /// Reports such a failure to the script or user and returns the exit code. If it throws,
+  /// `failure_code` is returned. Null for a mode whose failure is reported only by the exit code.
   int (*report_failure)(const C& command, const Doors& doors) = nullptr;
 };
 
@@ -33,7 +33,7 @@ struct TableOfModes<std::variant<C...>> {
   using Type = std::tuple<Mode<C>...>;
 };
 
-/// One mode for each kind of command.
+/// Holds one mode for each kind of command.
 using Modes = TableOfModes<Command>::Type;
 
 /// The program's modes. A new mode is a new kind of Command and one row of this table.

@@ -9,7 +9,7 @@
 namespace kestrune {
 namespace {
 
-/// COM for the time of one shell call; the call's error outlives it.
+/// Initialises COM for one shell call and keeps the call's last error.
 class ComApartment {
  public:
   ComApartment() : entered_(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) {}

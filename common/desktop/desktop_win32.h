@@ -9,17 +9,17 @@
 
 namespace kestrune {
 
-/// The icon of a message box, with its style word.
+/// Lists the icons of a message box by the bits of its style.
 enum class MessageIcon : unsigned { Error = 16, Warning = 48, Information = 64 };
 
-/// The program's one door to the user's desktop: windows, boxes, the clipboard, other applications.
-/// The calls leave the thread's last error when they fail. One object is made at the top and handed
-/// down. Tests derive from it to show what no test machine does on request: several monitors, a
-/// program that demands elevation, a box that closes by itself.
+/// Makes all calls to Windows that involve the user's desktop: windows, message boxes, the
+/// clipboard, other applications. A call that fails leaves its code in the thread's last error. One
+/// object is created at the start and passed down. Tests derive from it to simulate conditions that
+/// a test machine cannot produce: several monitors, a program that demands elevation, a box that
+/// closes by itself.
 class Desktop {
  public:
-  /// `inherited_error_mode` is the error mode that applications are started with, which inherit
-  /// that of the process at that moment.
+  /// `inherited_error_mode` is the error mode that started applications inherit.
   explicit Desktop(UINT inherited_error_mode = GetErrorMode())
       : inherited_error_mode_(inherited_error_mode) {}
   Desktop(const Desktop&) = delete;
@@ -32,7 +32,7 @@ class Desktop {
   virtual bool HasWindow(HWND window);
   /// GetForegroundWindow.
   virtual HWND Foreground();
-  /// MonitorFromWindow, the primary monitor for a window that lies on none.
+  /// MonitorFromWindow; the primary monitor for a window that is on none.
   virtual HMONITOR MonitorOf(HWND window);
   /// GetMonitorInfoW.
   virtual bool ReadMonitor(HMONITOR monitor, MONITORINFO& information);
@@ -46,13 +46,13 @@ class Desktop {
 
   // The clipboard
 
-  /// GlobalAlloc of a movable block of zeros.
+  /// GlobalAlloc of a movable, zeroed block.
   virtual HGLOBAL Allocate(std::size_t size);
   /// OpenClipboard without an owner window.
   virtual bool OpenBoard();
   /// EmptyClipboard.
   virtual void EmptyBoard();
-  /// SetClipboardData; null when the block was not accepted and stays the caller's.
+  /// SetClipboardData; null when the block was not accepted, so that the caller still owns it.
   virtual HANDLE Place(UINT format, HGLOBAL block);
   /// CloseClipboard.
   virtual void CloseBoard();
@@ -70,17 +70,17 @@ class Desktop {
   virtual void AllowForeground(DWORD process_id);
   /// ResumeThread.
   virtual DWORD Resume(HANDLE thread);
-  /// ShellExecuteExW on a thread that is ready for COM.
+  /// ShellExecuteExW with COM initialised.
   virtual BOOL Execute(SHELLEXECUTEINFOW& execution);
 
   // An application that runs already
 
   /// ProcessIdToSessionId.
   virtual bool ReadSession(DWORD process_id, DWORD& session);
-  /// Whether the process runs as this process's user.
+  /// Returns whether the process belongs to the user of this process.
   virtual bool IsOurUsers(HANDLE process);
-  /// Opens the mailslot `\\.\mailslot\<name>` and writes one message. False unless every byte was
-  /// written.
+  /// Opens the mailslot `\\.\mailslot\<name>` and writes one message. Returns false unless every
+  /// byte was written.
   virtual bool SendToMailslot(const std::wstring& name, std::string_view message);
 
  private:

@@ -6,7 +6,8 @@
 
 namespace kestrune {
 
-/// The program's doors to Windows. Made once at the start and handed to the mode that runs.
+/// Holds the objects through which the program calls Windows. Created once at the start and passed
+/// to the mode that runs.
 struct Doors {
   SystemCalls& system;
   FolderCalls& folders;

@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// The process's error mode for the time of a scope.
+/// Changes the process's error mode for the duration of a scope.
 class ErrorMode {
  public:
   explicit ErrorMode(UINT mode) noexcept : found_(SetErrorMode(mode)) {}
@@ -12,15 +12,15 @@ class ErrorMode {
   ErrorMode& operator=(const ErrorMode&) = delete;
   ~ErrorMode() { SetErrorMode(found_); }
 
-  /// The mode that was in force before, and is again after the scope.
+  /// Returns the previous mode, which is restored at the end of the scope.
   [[nodiscard]] UINT Found() const noexcept { return found_; }
 
  private:
   UINT found_;
 };
 
-/// No box of the system's own for a drive without a medium or a file that cannot be opened: the
-/// call fails instead.
+/// Makes a call fail where Windows would otherwise show a box of its own: for a drive without a
+/// medium, or a file that cannot be opened.
 inline constexpr UINT kNoSystemBoxes = SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX;
 
 }  // namespace kestrune

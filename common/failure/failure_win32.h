@@ -5,9 +5,9 @@
 namespace kestrune {
 
 /// Throws Failure with this text and the thread's last error, which is read before the text is
-/// copied: taking memory may change it.
+/// copied, since allocating memory may change it.
 [[noreturn]] void ThrowLastError(const wchar_t* text);
-/// The same with the path or name that the step was about.
+/// Does the same, with the path or name that the step was applied to.
 [[noreturn]] void ThrowLastError(const wchar_t* text, const std::wstring& subject);
 
 }  // namespace kestrune

@@ -6,12 +6,12 @@
 
 namespace kestrune {
 
-/// A number that Windows gives in two halves.
+/// Returns a 64-bit number from its two halves.
 inline std::uint64_t JoinWords(DWORD high, DWORD low) {
   return (std::uint64_t{high} << 32) | low;
 }
 
-/// A file time as one number: units of 100 nanoseconds since 1601, UTC.
+/// Returns a file time as one number: units of 100 nanoseconds since 1601, UTC.
 inline std::uint64_t JoinFileTime(const FILETIME& time) {
   return JoinWords(time.dwHighDateTime, time.dwLowDateTime);
 }

@@ -27,11 +27,11 @@ bool IsSymbolicLink(const WIN32_FIND_DATAW& listed) {
   return IsLink(listed.dwFileAttributes) && listed.dwReserved0 == IO_REPARSE_TAG_SYMLINK;
 }
 
-/// What is at a path, or the code of the call that Windows refused.
+/// The stat of a path, or the code of the call that failed.
 using Status = std::variant<FileEntry, DWORD>;
 
-/// Returns what a symbolic link leads to. It is opened without any right, which no other program's
-/// sharing can refuse.
+/// Returns the stat of a symbolic link's target. Opens it without any access right, so that it
+/// cannot fail with a sharing violation.
 Status StatusOfTarget(const std::wstring& link) {
   const FileHandle target(CreateFileW(link.c_str(), 0,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -44,8 +44,8 @@ Status StatusOfTarget(const std::wstring& link) {
                    JoinWords(information.nFileSizeHigh, information.nFileSizeLow)};
 }
 
-/// Returns what the directory's listing says, which alone tells one kind of link from another and
-/// needs no access to the file.
+/// Returns the stat from the directory listing, which distinguishes the kinds of links and needs no
+/// access to the file.
 Status StatusByListing(const std::wstring& extended) {
   WIN32_FIND_DATAW listed{};
   const FindHandle find(FindFirstFileW(extended.c_str(), &listed));
@@ -59,15 +59,16 @@ Status StatusByListing(const std::wstring& extended) {
                    JoinWords(listed.nFileSizeHigh, listed.nFileSizeLow)};
 }
 
-/// Whether the directory's listing has a symbolic link there; false for the other kinds of links.
+/// Returns whether the directory listing has a symbolic link at the path; false for other kinds of
+/// links.
 bool IsListedAsSymbolicLink(const std::wstring& extended) {
   WIN32_FIND_DATAW listed{};
   const FindHandle find(FindFirstFileW(extended.c_str(), &listed));
   return find && IsSymbolicLink(listed);
 }
 
-/// Returns what is at a path: from the file itself, and by listing only where another program holds
-/// it.
+/// Returns the stat of a path, from the file itself; from the directory listing only on a sharing
+/// violation.
 Status StatusOf(const std::wstring& path) {
   const std::wstring extended = ExtendedPath(path).Text();
   WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -81,8 +82,8 @@ Status StatusOf(const std::wstring& path) {
   return FileEntry{KindOf(data.dwFileAttributes), JoinWords(data.nFileSizeHigh, data.nFileSizeLow)};
 }
 
-/// Creates one directory. Returns success also for one that exists already, else the code of the
-/// call that creates it.
+/// Creates one directory. Returns ERROR_SUCCESS, also for one that exists already, or the code of
+/// the call that creates it.
 DWORD MakeDirectory(SystemCalls& calls, const ExtendedPath& path) {
   if (calls.MakeDirectory(path)) {
     return ERROR_SUCCESS;
@@ -94,8 +95,8 @@ DWORD MakeDirectory(SystemCalls& calls, const ExtendedPath& path) {
   return exists ? ERROR_SUCCESS : code;
 }
 
-/// Creates a directory with its missing parents. Returns success or the code of the first call that
-/// failed for another reason than a missing parent.
+/// Creates a directory with its missing parents. Returns ERROR_SUCCESS, or the code of the first
+/// call that failed for another reason than a missing parent.
 DWORD MakeDirectories(SystemCalls& calls, const std::wstring& path) {
   const ExtendedPath extended(path);
   const DWORD code = MakeDirectory(calls, extended);

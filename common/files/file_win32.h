@@ -13,51 +13,51 @@
 
 namespace kestrune {
 
-/// What stands at a path.
+/// Lists what can exist at a path.
 enum class FileKind { Absent, RegularFile, Directory };
 
-/// A file or directory as a program that opens it finds it.
+/// Holds the stat of a file or directory, with symbolic links followed.
 struct FileEntry {
   FileKind kind = FileKind::Absent;
-  /// In bytes; nothing to rely on for a directory.
+  /// In bytes; undefined for a directory.
   std::uint64_t size = 0;
 };
 
-/// Returns what is at `path`, past symbolic links: a link is what it leads to, and one that leads
-/// nowhere is not found. A file that another program holds without sharing is described by its
-/// directory entry, any other one by the file itself. Throws Failure `step` with the path and the
-/// Windows code, also where nothing is.
+/// Returns the stat of `path`. Symbolic links are followed; one without a target is not found. The
+/// values come from the file itself, or from its directory entry when another program has it open
+/// without sharing. Throws Failure `step` with the path and the Windows code, also when nothing
+/// exists there.
 FileEntry QueryEntry(const std::wstring& path, const wchar_t* step);
 
-/// Returns the same; nothing where QueryEntry throws.
+/// Returns the same, or nothing where QueryEntry throws.
 std::optional<FileEntry> QueryEntryQuietly(const std::wstring& path);
 
-/// The kind alone, past symbolic links. Absent are file not found (2), path not found (3), bad
-/// network path (53), invalid name (123) and no directory on the way (267); any other error throws
-/// Failure "status" with the path and the Windows code.
+/// Returns only the kind, with symbolic links followed. It is Absent for file not found (2), path
+/// not found (3), bad network path (53), invalid name (123) and a parent that is not a directory
+/// (267). Throws Failure "status" with the path and the Windows code for any other error.
 FileKind QueryFileKind(const std::wstring& path);
 
-/// QueryFileKind for callers to whom an error means the same as an absent file.
+/// Returns the same, or Absent for every error.
 FileKind QueryFileKindQuietly(const std::wstring& path) noexcept;
 
 /// Reads a whole file of at most `limit` bytes. Throws Failure "read" with the path and the Windows
-/// code when it cannot be opened, sized or read whole; a larger file is ERROR_FILE_TOO_LARGE before
-/// any byte is read. Throws std::bad_alloc for one that memory cannot hold.
+/// code when it cannot be opened or read completely; a larger file fails with ERROR_FILE_TOO_LARGE
+/// before any byte is read. Throws std::bad_alloc when the file does not fit into memory.
 std::string ReadWholeFile(const std::wstring& path, std::uint64_t limit);
 
-/// Returns the same; nothing where ReadWholeFile throws Failure.
+/// Returns the same, or nothing where ReadWholeFile throws Failure.
 std::optional<std::string> ReadFileIfPossible(const std::wstring& path, std::uint64_t limit);
 
-/// Reads as many bytes as `bytes` has from the handle's position. Throws Failure "read" with the
+/// Fills `bytes`, at its present size, from the handle's position. Throws Failure "read" with the
 /// Windows code; ERROR_HANDLE_EOF when there are fewer.
 void ReadAll(SystemCalls& calls, HANDLE file, std::string& bytes);
 
 /// Writes all bytes at the handle's position. Throws Failure "write" with the Windows code;
-/// ERROR_WRITE_FAULT when a call succeeded and wrote nothing.
+/// ERROR_WRITE_FAULT when a call succeeded without writing a byte.
 void WriteAll(SystemCalls& calls, HANDLE file, std::string_view bytes);
 
-/// A file that is written anew, from its creation to its checked close. The first failure is kept:
-/// what is written after it is dropped, and Finish throws it.
+/// Writes a new file and checks every call up to the close. After the first failure nothing more is
+/// written, and Finish throws that failure.
 class FileWriter {
  public:
   /// Creates or truncates the file.
@@ -65,11 +65,11 @@ class FileWriter {
 
   void Write(std::string_view bytes);
 
-  /// Fails the file for a reason of the caller's, unless it failed before.
+  /// Records a failure of the caller, unless one is recorded already.
   void Fail(DWORD code);
 
   /// Closes the file. Throws Failure `step` with the path and the code of the first failure; the
-  /// file then stays as far as it got.
+  /// incomplete file is then left.
   void Finish(const wchar_t* step);
 
  private:
@@ -82,19 +82,19 @@ class FileWriter {
 /// Windows code.
 void WriteWholeFile(const std::wstring& path, std::string_view bytes);
 
-/// Renames a file, over an existing one where `flags` (those of MoveFileExW) say so. Throws Failure
-/// "rename" with the target's path and the Windows code.
+/// Renames a file; `flags` are those of MoveFileExW and decide whether it replaces an existing one.
+/// Throws Failure "rename" with the target's path and the Windows code.
 void RenameFile(const std::wstring& source, const std::wstring& target, DWORD flags);
 
-/// Takes the read-only attribute off. Does nothing where it is not set.
+/// Clears the read-only attribute if it is set. Ignores failures.
 void ClearReadOnly(const std::wstring& path);
 
-/// Creates a directory with all missing parents; one that exists already is success. Throws Failure
+/// Creates a directory with all missing parents, unless it exists. Throws Failure
 /// "create_directories" with `path` and the code of the call that failed first.
 void CreateDirectories(SystemCalls& calls, const std::wstring& path);
 
-/// Expands %NAME% with the process environment; a name that is not defined stays as written. False
-/// when Windows refuses.
+/// Expands %NAME% from the process environment; an undefined name is kept as written. Returns false
+/// when Windows cannot expand the text.
 [[nodiscard]] bool ExpandEnvironment(const std::wstring& text, std::wstring& expanded);
 
 }  // namespace kestrune

@@ -10,21 +10,21 @@
 
 namespace kestrune {
 
-/// SHA-256 through the system's provider for AES-capable RSA keys. A digest is 64 upper-case
-/// hexadecimal digits.
+/// Computes SHA-256 digests with the system's provider for AES-capable RSA keys. A digest is 64
+/// upper-case hexadecimal digits.
 ///
-/// All throw Failure: "SHA provider" with the Windows code when the provider cannot be had, the
-/// sentence "SHA256 unavailable." without a code when it has no SHA-256 or cannot finish.
+/// All throw Failure: "SHA provider" with the Windows code when the provider cannot be acquired,
+/// "SHA256 unavailable." without a code when it lacks SHA-256 or fails.
 
 std::string Sha256(SystemCalls& calls, std::string_view bytes);
 std::string Sha256(std::string_view bytes);
 
-/// The digest of the rest of an open file, from the handle's position to its end. Throws Failure
-/// "Read file" with the Windows code when the file cannot be read.
+/// Returns the digest of the rest of an open file, from the handle's position to its end. Throws
+/// Failure "Read file" with the Windows code when the file cannot be read.
 std::string Sha256OfFile(SystemCalls& calls, HANDLE file);
 
-/// The digest of a whole file, opened for reading and sharing everything. Throws Failure "Open
-/// file" with the Windows code when it cannot be opened.
+/// Returns the digest of a whole file, opened for reading and sharing everything. Throws Failure
+/// "Open file" with the Windows code when it cannot be opened.
 std::string Sha256OfFile(SystemCalls& calls, const ExtendedPath& path);
 std::string Sha256OfFile(const std::wstring& path);
 

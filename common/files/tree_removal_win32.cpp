@@ -9,8 +9,8 @@
 namespace kestrune {
 namespace {
 
-/// How long a name that is being deleted is waited for: a scanner closes it within a fraction of a
-/// second.
+/// The number of waits for a pending deletion: a virus scanner closes its handle within a fraction
+/// of a second.
 constexpr int kWaits = 20;
 constexpr DWORD kWaitMilliseconds = 50;
 
@@ -23,8 +23,8 @@ bool IsDirectory(DWORD attributes) {
   return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-/// Whether a reparse point leads to somewhere else. Others, such as files kept in a cloud, are
-/// ordinary entries. An unknown tag counts as a link, which is the careful answer.
+/// Returns whether a reparse point is a link to another place. Others, such as cloud files, are
+/// ordinary entries. An unknown tag counts as a link, which is the safe choice.
 bool IsLink(DWORD attributes, DWORD tag) {
   return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
          (tag == 0 || IsReparseTagNameSurrogate(tag));
@@ -34,14 +34,14 @@ bool IsDots(const wchar_t* name) {
   return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
 }
 
-/// The entry of one path in its directory's listing.
+/// Returns the entry of a path in its directory listing.
 std::optional<WIN32_FIND_DATAW> ReadListing(const ExtendedPath& path, SystemCalls& calls) {
   WIN32_FIND_DATAW entry{};
   const FindHandle find(calls.FindFirst(path, &entry));
   return find ? std::optional(entry) : std::nullopt;
 }
 
-/// What a path itself is, links not followed, or the code of the call that failed.
+/// Holds the stat of a path, links not followed, or the code of the call that failed.
 struct Look {
   DWORD code = ERROR_SUCCESS;
   DWORD attributes = 0;
@@ -61,7 +61,7 @@ Look LookAt(const ExtendedPath& path, SystemCalls& calls) {
   return look;
 }
 
-/// What an open handle is. The path may mean something else by now.
+/// Returns the stat of an open handle, since its path may denote another entry by now.
 Look LookThrough(const FileHandle& handle, SystemCalls& calls) {
   BY_HANDLE_FILE_INFORMATION information{};
   if (!calls.GetInformation(handle.Get(), &information)) {
@@ -77,13 +77,14 @@ Look LookThrough(const FileHandle& handle, SystemCalls& calls) {
 }
 
 FileHandle OpenDirectory(const ExtendedPath& path, SystemCalls& calls) {
-  // Sharing counts only with a right to the content, so a right to the attributes is too little.
+  // The sharing mode takes effect only with a right to the content; a right to the attributes is
+  // not enough.
   return FileHandle(
       calls.Create(path, {FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
                           FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr}));
 }
 
-/// One removal with the patience that it has left.
+/// Removes one tree and counts its remaining waits.
 class Removal {
  public:
   explicit Removal(SystemCalls& calls) : calls_(calls) {}
@@ -104,8 +105,8 @@ class Removal {
     }
   }
 
-  /// Removes a file, a link or an empty directory. False for what is still being deleted: it has
-  /// been waited for once, and is to be looked at again.
+  /// Removes a file, a link or an empty directory. Returns false after one wait for a pending
+  /// deletion; the caller then checks the path again.
   bool RemoveEntry(const ExtendedPath& path, DWORD attributes) {
     if ((attributes & FILE_ATTRIBUTE_READONLY) != 0) {
       calls_.SetAttributes(path, attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
@@ -132,7 +133,8 @@ class Removal {
     throw Failure{kRemove, code, path.Shown()};
   }
 
-  /// Both codes are those of a name whose deletion waits for somebody to close it.
+  /// Waits when the code is one of the two of a pending deletion, which ends when the last handle
+  /// is closed; throws Failure for any other code.
   void WaitOrFail(const ExtendedPath& path, DWORD code) {
     if ((code != ERROR_ACCESS_DENIED && code != ERROR_DIR_NOT_EMPTY) || waits_ == 0) {
       Fail(path, code);
@@ -141,8 +143,8 @@ class Removal {
     calls_.Wait(kWaitMilliseconds);
   }
 
-  /// Goes down to the first directory without subdirectories, removes it, and goes on in its
-  /// parent: no recursion, for anybody may have made the tree as deep as a path can be.
+  /// Descends to the first directory without subdirectories, removes it, and continues in its
+  /// parent. Avoids recursion, since a tree can be as deep as the longest path.
   void RemoveContent(const ExtendedPath& root) {
     if (began_) {
       WaitOrFail(root, ERROR_DIR_NOT_EMPTY);
@@ -163,8 +165,8 @@ class Removal {
     }
   }
 
-  /// Holds a directory for the removal of its entries. What turned into a link or a file meanwhile
-  /// is removed itself; what went by itself is no failure.
+  /// Opens a directory and keeps it open while its entries are removed. If it has become a link or
+  /// a file, removes that; if it has disappeared, succeeds.
   void Enter(const ExtendedPath& path) {
     FileHandle handle = OpenDirectory(path, calls_);
     if (!handle) {
@@ -186,7 +188,7 @@ class Removal {
     held_.push_back({path, std::move(handle), look.attributes});
   }
 
-  /// Removes files and links up to the first real subdirectory, which is returned.
+  /// Removes files and links up to the first real subdirectory, and returns that.
   std::optional<std::wstring> RemoveUpToSubdirectory(const ExtendedPath& directory) {
     WIN32_FIND_DATAW entry{};
     const FindHandle find(calls_.FindFirst(directory.Entry(L"*"), &entry));
@@ -215,7 +217,7 @@ class Removal {
   }
 
   SystemCalls& calls_;
-  /// From the root down.
+  /// The open directories, from the root down.
   std::vector<Held> held_;
   int waits_ = kWaits;
   bool began_ = false;
@@ -230,7 +232,7 @@ FileHandle HoldRealDirectory(const std::wstring& path, SystemCalls& calls) {
     const DWORD code = GetLastError();
     throw Failure{L"open", code, path};
   }
-  // The path is asked too: some systems follow the link in spite of the flag.
+  // The path is checked too, since some systems follow the link despite the flag.
   if (LookThrough(handle, calls).is_link || LookAt(extended, calls).is_link) {
     throw Failure{L"A link is in the place of a folder", kReparsePointEncountered, path};
   }

@@ -7,16 +7,15 @@
 
 namespace kestrune {
 
-/// Opens a directory so that nobody can put something else in its place while the handle is open.
-/// Throws Failure with the path as subject: "A link is in the place of a folder" when the path is a
-/// link to somewhere else, "open" with the code when it cannot be opened.
+/// Opens a directory so that it cannot be replaced or renamed while the handle is open. Throws
+/// Failure with the path as subject: "A link is in the place of a folder" when the path is a link
+/// to another place, "open" with the code when it cannot be opened.
 FileHandle HoldRealDirectory(const std::wstring& path, SystemCalls& calls);
 
-/// Removes what is at `path`; an absent path is success. A directory goes at once when it is empty,
-/// else with all that it holds. Each directory is held open while its entries go, and links to
-/// somewhere else are removed themselves and never entered. Read-only marks do not stop it, and
-/// names that are still being deleted are waited for up to a second. Throws Failure "remove" with
-/// the code and the path that stays.
+/// Removes the file, link or directory tree at `path`; an absent path is success. Each directory is
+/// kept open while its entries are removed, and a link to another place is removed without being
+/// followed. Read-only entries are removed too. Waits for pending deletions for up to a second.
+/// Throws Failure "remove" with the code and the path that could not be removed.
 void RemoveTree(const std::wstring& path, SystemCalls& calls);
 
 }  // namespace kestrune

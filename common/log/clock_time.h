@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// A moment as a clock shows it, for logs and names: the user's own or one in UTC.
+/// Holds a date and time for logs and file names, in local time or in UTC.
 struct ClockTime {
   unsigned year = 0;
   unsigned month = 0;
@@ -15,7 +15,7 @@ struct ClockTime {
   unsigned millisecond = 0;
 };
 
-/// The moment in a file's name: "20250131_235959_042".
+/// Returns the date and time for use in a file name: "20250131_235959_042".
 std::wstring ClockStamp(const ClockTime& time);
 
 }  // namespace kestrune

@@ -11,7 +11,7 @@ inline ClockTime ClockTimeFrom(const SYSTEMTIME& time) {
           time.wMinute, time.wSecond, time.wMilliseconds};
 }
 
-/// On the user's clock.
+/// Returns the current local time.
 inline ClockTime LocalTimeNow() {
   SYSTEMTIME now{};
   GetLocalTime(&now);

@@ -16,7 +16,8 @@ namespace {
 constexpr LONGLONG kLargestLog = 0x100000;
 
 void AppendLine(const std::wstring& path, std::string_view line) {
-  // Write sharing is denied: a second writer loses its entry rather than tearing this one.
+  // Write sharing is denied: a second writer drops its entry instead of interleaving it with this
+  // one.
   const FileHandle file(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, FILE_SHARE_READ,
                                     nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   LARGE_INTEGER size{};
@@ -53,7 +54,8 @@ void WriteLogEntry(std::wstring_view stage, std::wstring_view detail) noexcept {
       AppendLine(path, FormatLogLine(LocalTimeNow(), stage, detail));
     }
   } catch (...) {
-    // The log is a courtesy; an export must not fail for want of a folder or of memory for it.
+    // The log is optional: an export must not fail because the log's folder or memory for it is
+    // missing.
     return;
   }
 }

@@ -6,14 +6,14 @@
 
 namespace kestrune {
 
-/// The user of a process, as a TOKEN_USER record whose SID points into the same buffer.
+/// Holds the user of a process in a TOKEN_USER record, whose SID points into the same buffer.
 class ProcessUser {
  public:
-  /// Reads the user of `process` (a handle with query rights). False when the token cannot be
-  /// opened, or its size is not within 1 to 65,536 bytes, or it cannot be read.
+  /// Reads the user of `process` (a handle with query rights). Returns false when the token cannot
+  /// be opened or read, or its size is not within 1 to 65,536 bytes.
   [[nodiscard]] bool Read(HANDLE process);
 
-  /// The user's SID; only after a successful Read, and as long as this object lives.
+  /// Returns the user's SID, valid as long as this object. Requires a successful Read.
   [[nodiscard]] PSID Sid() const;
 
  private:

@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// Every folder and file name of the product's own.
+/// Names every folder and file of the product.
 
 /// The product's folder, below local application data and below Public Documents.
 inline constexpr std::wstring_view kProductFolder = L"Kestrune";
@@ -17,7 +17,7 @@ inline constexpr std::wstring_view kDefaultExportFolder = L"ODBpp";
 inline constexpr std::wstring_view kSettingsFile = L"settings.ini";
 inline constexpr std::wstring_view kRegistrationSettingsFile = L"registration.ini";
 
-/// In the runtime folder; the package has the same names in the folders named behind them.
+/// In the runtime folder; the package has the same names in the folders named in the comments.
 inline constexpr std::wstring_view kProgramFile = L"Kestrune.exe";
 inline constexpr std::wstring_view kScriptProjectFile = L"Kestrune.PrjScr";
 inline constexpr std::wstring_view kScriptFile = L"Kestrune.pas";
@@ -27,19 +27,19 @@ inline constexpr std::wstring_view kLegacyImageFile = L"odbpp-toolbar-legacy.bmp
 inline constexpr std::wstring_view kActiveBarImageFile = L"odbpp-toolbar-activebar.png";
 inline constexpr std::wstring_view kFlatImageFile = L"odbpp-toolbar-ad26-16.png";
 
-/// Below `<Public Documents>\Kestrune`: the throw-away project, and where the host writes its
-/// archive below it.
+/// Below `<Public Documents>\Kestrune`: the temporary project, and the path of the host's archive
+/// below it.
 inline constexpr std::wstring_view kTemporaryFolder = L"Temp";
 inline constexpr std::wstring_view kBridgeBoard = L"Bridge.PcbDoc";
 inline constexpr std::wstring_view kBridgeOutJob = L"Bridge.OutJob";
 inline constexpr std::wstring_view kBridgeProject = L"Bridge.PrjPcb";
-/// Written last: its presence reports to the script that the project is complete.
+/// Written last; its presence signals to the script that the project is complete.
 inline constexpr std::wstring_view kReadyFile = L"ready.txt";
 inline constexpr std::wstring_view kNativeOutputFolder = L"Project Outputs for Bridge";
 inline constexpr std::wstring_view kNativeArchiveFolder = L"ODB";
 inline constexpr std::wstring_view kNativeArchiveFile = L"Bridge.zip";
 
-/// Folders of the package, as it is unpacked beside the program.
+/// Folders of the package, which is unpacked beside the program.
 inline constexpr std::wstring_view kPackageScriptFolder = L"Script";
 inline constexpr std::wstring_view kPackageRuntimeFolder = L"Runtime";
 inline constexpr std::wstring_view kPackageAssetsFolder = L"Assets";

@@ -6,8 +6,9 @@
 
 namespace kestrune {
 
-/// This program's own path, asked for in a buffer of `capacity` characters with the terminating
-/// NUL. Empty when it does not fit: what Windows cuts names another file or none.
+/// Returns this program's own path, read into a buffer of `capacity` characters including the
+/// terminating null. Returns an empty path when it does not fit, since a truncated path names
+/// another file or none.
 std::wstring ProgramPath(DWORD capacity = MAX_PATH);
 
 }  // namespace kestrune

@@ -8,8 +8,8 @@
 
 namespace kestrune {
 
-/// Owns one Windows resource and releases it at the end of its scope. A policy names the raw type,
-/// what "none" is for it, and how it is closed; the ownership is written once, here.
+/// Owns one Windows resource and releases it at the end of its scope. A policy defines the raw
+/// type, its value for "none", and how it is closed.
 template <class Policy>
 class Owned {
  public:
@@ -31,16 +31,16 @@ class Owned {
   [[nodiscard]] Raw Get() const noexcept { return raw_; }
   explicit operator bool() const noexcept { return raw_ != Policy::None(); }
 
-  /// Where a call writes a new resource; what was owned before is released first.
+  /// Returns where a call stores a new resource, after closing the one owned before.
   [[nodiscard]] Raw* Put() noexcept {
     Reset();
     return &raw_;
   }
 
-  /// Gives the resource away; the caller closes it.
+  /// Returns the resource and gives up its ownership; the caller closes it.
   [[nodiscard]] Raw Release() noexcept { return std::exchange(raw_, Policy::None()); }
 
-  /// Releases what is owned, and owns `raw` from now on.
+  /// Closes the owned resource and takes ownership of `raw`.
   void Reset(Raw raw = Policy::None()) noexcept {
     const Raw old = std::exchange(raw_, raw);
     if (old != Policy::None()) {
@@ -52,7 +52,7 @@ class Owned {
   Raw raw_ = Policy::None();
 };
 
-/// Files, mailslots and snapshots: "none" is INVALID_HANDLE_VALUE.
+/// Closes files, mailslots and snapshots; "none" is INVALID_HANDLE_VALUE.
 struct FileHandlePolicy {
   using Raw = HANDLE;
   static Raw None() noexcept { return INVALID_HANDLE_VALUE; }
@@ -60,7 +60,7 @@ struct FileHandlePolicy {
 };
 using FileHandle = Owned<FileHandlePolicy>;
 
-/// Processes, threads, tokens and events: "none" is null.
+/// Closes processes, threads, tokens and events; "none" is null.
 struct KernelHandlePolicy {
   using Raw = HANDLE;
   static Raw None() noexcept { return nullptr; }
@@ -68,7 +68,7 @@ struct KernelHandlePolicy {
 };
 using KernelHandle = Owned<KernelHandlePolicy>;
 
-/// A directory enumeration.
+/// Closes a directory enumeration.
 struct FindHandlePolicy {
   using Raw = HANDLE;
   static Raw None() noexcept { return INVALID_HANDLE_VALUE; }
@@ -76,7 +76,7 @@ struct FindHandlePolicy {
 };
 using FindHandle = Owned<FindHandlePolicy>;
 
-/// An opened registry key. The predefined roots are borrowed and never owned.
+/// Closes an opened registry key. Predefined roots are never owned.
 struct RegistryKeyPolicy {
   using Raw = HKEY;
   static Raw None() noexcept { return nullptr; }
@@ -84,7 +84,7 @@ struct RegistryKeyPolicy {
 };
 using RegistryKey = Owned<RegistryKeyPolicy>;
 
-/// Memory that Windows handed out to be freed with LocalFree.
+/// Frees memory that Windows allocated, with LocalFree.
 template <class T>
 struct LocalMemoryPolicy {
   using Raw = T*;
@@ -94,7 +94,7 @@ struct LocalMemoryPolicy {
 template <class T>
 using LocalMemory = Owned<LocalMemoryPolicy<T>>;
 
-/// A global memory block that the program still owns; release it once the clipboard accepted it.
+/// Frees a global memory block. Release the block once the clipboard has accepted it.
 struct GlobalMemoryPolicy {
   using Raw = HGLOBAL;
   static Raw None() noexcept { return nullptr; }
@@ -102,7 +102,7 @@ struct GlobalMemoryPolicy {
 };
 using GlobalMemory = Owned<GlobalMemoryPolicy>;
 
-/// Text that the shell handed out to be freed with CoTaskMemFree.
+/// Frees text that the shell allocated, with CoTaskMemFree.
 struct TaskTextPolicy {
   using Raw = wchar_t*;
   static Raw None() noexcept { return nullptr; }
@@ -124,7 +124,7 @@ struct CryptHashPolicy {
 };
 using CryptHash = Owned<CryptHashPolicy>;
 
-/// Keeps the thread's last Windows error across a scope whose calls would overwrite it.
+/// Restores the thread's last error at the end of a scope whose calls may overwrite it.
 class LastErrorKeeper {
  public:
   LastErrorKeeper() noexcept : code_(GetLastError()) {}

@@ -19,7 +19,7 @@ bool ReadRegistryText(SystemCalls& calls, HKEY key, const wchar_t* name, std::ws
   if (calls.QueryValue(key, name, &type, nullptr, &size) != ERROR_SUCCESS || !IsText(type)) {
     return false;
   }
-  // Room for an odd byte; a stored text may lack its terminating NUL.
+  // One unit more for an odd byte; a stored text may lack its terminating null.
   text.assign(size / sizeof(wchar_t) + 1, L'\0');
   if (calls.QueryValue(key, name, &type, text.data(), &size) != ERROR_SUCCESS || !IsText(type)) {
     return false;

@@ -11,7 +11,7 @@
 
 namespace kestrune {
 
-/// How a file is opened, as CreateFileW takes it.
+/// Holds the arguments of CreateFileW.
 struct FileOpening {
   DWORD access = 0;
   DWORD sharing = 0;
@@ -20,16 +20,14 @@ struct FileOpening {
   SECURITY_ATTRIBUTES* security = nullptr;
 };
 
-/// The calls to Windows that read or change files, the registry and the user's folders, that
-/// digest, and that ask about processes and time. Nothing of the program makes one of them anywhere
-/// else.
+/// Makes all calls to Windows for files, the registry, known folders, digests, processes and time.
+/// Each function makes exactly the call that its comment names.
 ///
-/// Each does exactly what its Windows name says: the calls on files, security, digests and
-/// processes leave the thread's last error when they fail, which is taken in the statement right
-/// after the call; the registry calls return their code, and the shell's call an HRESULT. One
-/// object is handed in at the top and passed down. Tests derive from it to show what no test
-/// machine does on request: another owner, a refused write, a replacement that stops half way, the
-/// end of the process at any call.
+/// A call on files, security, digests or processes that fails leaves its code in the thread's last
+/// error, which the caller reads in the very next statement. A registry call returns its code, the
+/// shell's call an HRESULT. One object is created at the start and passed down. Tests derive from
+/// it to simulate conditions that a test machine cannot produce: another owner, a failing write, a
+/// replacement that stops half way, the end of the process at any call.
 class SystemCalls {
  public:
   SystemCalls() = default;
@@ -51,8 +49,8 @@ class SystemCalls {
   virtual HANDLE Create(const ExtendedPath& path, const FileOpening& opening);
   /// CopyFileW.
   virtual BOOL Copy(const ExtendedPath& source, const ExtendedPath& target, BOOL fail_if_exists);
-  /// ReplaceFileW with a name for the replaced file and without flags: nothing that could lose
-  /// security or attributes is to be ignored.
+  /// ReplaceFileW with a name for the replaced file and without flags, so that no failure to keep
+  /// security or attributes is ignored.
   virtual BOOL Replace(const ExtendedPath& replaced, const ExtendedPath& replacement,
                        const ExtendedPath& displaced);
   /// MoveFileExW.
@@ -63,17 +61,16 @@ class SystemCalls {
   virtual BOOL MakeDirectory(const ExtendedPath& path);
   /// RemoveDirectoryW.
   virtual BOOL DeleteDirectory(const ExtendedPath& path);
-  /// GetDiskFreeSpaceExW: the bytes that the caller may still write below the folder, and all that
-  /// its disk has for the caller.
+  /// GetDiskFreeSpaceExW: the free and the total bytes of the folder's disk for the caller.
   virtual BOOL GetSpace(const ExtendedPath& folder, ULARGE_INTEGER* available,
                         ULARGE_INTEGER* total);
-  /// GetDiskFreeSpaceW, the bytes of one cluster alone.
+  /// GetDiskFreeSpaceW, only the bytes of a cluster.
   virtual BOOL GetClusterSize(const ExtendedPath& folder, DWORD* bytes);
   /// GetDriveTypeW for a root such as "C:\".
   virtual UINT GetDriveKind(const std::wstring& root);
   /// GetTempPathW.
   virtual DWORD GetTemporaryFolder(DWORD size, wchar_t* folder);
-  /// GetTempFileNameW with a number of Windows' choice, which creates the file.
+  /// GetTempFileNameW with a number that Windows chooses; creates the file.
   virtual UINT MakeTemporaryFile(const wchar_t* folder, const wchar_t* prefix, wchar_t* name);
 
   // Open files
@@ -97,9 +94,9 @@ class SystemCalls {
   virtual BOOL SetEnd(HANDLE file);
   /// FlushFileBuffers.
   virtual BOOL Flush(HANDLE file);
-  /// GetFileTime, the time of the last write alone.
+  /// GetFileTime, only the time of the last write.
   virtual BOOL GetWriteTime(HANDLE file, FILETIME* time);
-  /// SetFileTime, the time of the last write alone.
+  /// SetFileTime, only the time of the last write.
   virtual BOOL SetWriteTime(HANDLE file, const FILETIME& time);
   /// SetFileInformationByHandle.
   virtual BOOL SetInformation(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* information,
@@ -134,7 +131,7 @@ class SystemCalls {
   /// CryptGetHashParam for the hash value.
   virtual BOOL GetHashValue(HCRYPTHASH hash, BYTE* value, DWORD* size);
 
-  // Profile files ("INI"); a path is not in extended form, which these calls do not know
+  // Profile files ("INI"); a path is not in extended form, which these calls do not support
 
   /// GetPrivateProfileStringW.
   virtual DWORD ReadProfileText(const wchar_t* section, const wchar_t* key, const wchar_t* fallback,
@@ -147,7 +144,7 @@ class SystemCalls {
 
   /// RegOpenKeyExW.
   virtual LSTATUS OpenKey(HKEY parent, const std::wstring& path, DWORD access, HKEY* key);
-  /// RegCreateKeyExW for a key that stays, without a class and with the security of its parent.
+  /// RegCreateKeyExW for a non-volatile key, without a class and with inherited security.
   virtual LSTATUS CreateKey(HKEY parent, const std::wstring& path, DWORD access, HKEY* key);
   /// RegEnumKeyExW. `name` has `*length` units.
   virtual LSTATUS EnumerateKey(HKEY key, DWORD index, wchar_t* name, DWORD* length);
@@ -175,11 +172,11 @@ class SystemCalls {
   virtual BOOL NextProcess(HANDLE snapshot, PROCESSENTRY32W* entry);
   /// OpenProcess without inheritance. Null when it fails.
   virtual HANDLE OpenProcess(DWORD access, DWORD process_id);
-  /// GetProcessTimes, the time of the creation alone.
+  /// GetProcessTimes, only the time of creation.
   virtual BOOL GetCreationTime(HANDLE process, FILETIME* time);
   /// GetExitCodeProcess.
   virtual BOOL GetExitCode(HANDLE process, DWORD* code);
-  /// QueryFullProcessImageNameW in the form of a Windows path.
+  /// QueryFullProcessImageNameW as a Windows path.
   virtual BOOL GetImagePath(HANDLE process, wchar_t* path, DWORD* length);
   /// OpenProcessToken.
   virtual BOOL OpenToken(HANDLE process, DWORD access, HANDLE* token);

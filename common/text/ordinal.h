@@ -4,19 +4,19 @@
 
 namespace kestrune {
 
-/// Compares two UTF-16 texts unit by unit, ignoring case as Windows does for file names and
-/// registry names (not linguistically). Returns a value below, equal to or above 0.
+/// Compares two UTF-16 texts unit by unit, ignoring case as Windows does for the names of files and
+/// registry keys (not linguistically). Returns a value below, equal to or above 0.
 ///
-/// Windows answers it itself (ordinal_win32.cpp); native test builds link a stand-in, so the core
-/// needs no Windows header to ask.
+/// The product calls Windows (ordinal_win32.cpp); native test builds link a stand-in, so the core
+/// needs no Windows header.
 int CompareOrdinalIgnoringCase(std::wstring_view left, std::wstring_view right);
 
-/// Whether the two texts are the same name or path to Windows.
+/// Returns whether Windows considers the two texts the same name or path.
 inline bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right) {
   return left.size() == right.size() && CompareOrdinalIgnoringCase(left, right) == 0;
 }
 
-/// The same comparison as an order for sets and maps of names and paths.
+/// Orders names and paths by the same comparison, for sets and maps.
 struct OrdinalLess {
   bool operator()(std::wstring_view left, std::wstring_view right) const {
     return CompareOrdinalIgnoringCase(left, right) < 0;

@@ -5,7 +5,7 @@
 namespace kestrune {
 
 int CompareOrdinalIgnoringCase(std::wstring_view left, std::wstring_view right) {
-  // Windows takes the null pointer of an empty view for an error.
+  // Windows rejects the null pointer of an empty view.
   if (left.empty() || right.empty()) {
     return static_cast<int>(!left.empty()) - static_cast<int>(!right.empty());
   }

@@ -16,19 +16,19 @@ bool HasSeparator(std::wstring_view path, std::size_t place) {
   return place < path.size() && IsPathSeparator(path[place]);
 }
 
-/// Where the component that begins at `start` ends.
+/// Returns the end of the component that begins at `start`.
 std::size_t ComponentEnd(std::wstring_view path, std::size_t start) {
   return std::min(path.find_first_of(L"\\/", start), path.size());
 }
 
-/// Where the share ends whose server's name begins at `start`.
+/// Returns the end of the share whose server name begins at `start`.
 std::size_t ShareEnd(std::wstring_view path, std::size_t start) {
   const std::size_t server_end = ComponentEnd(path, start);
   return HasSeparator(path, server_end) ? ComponentEnd(path, server_end + 1) : server_end;
 }
 
-/// Length of what a parent never loses: "C:", "C:\", a leading separator, "\\server\share", or the
-/// same after "\\?\".
+/// Returns the length of the root, which every parent path keeps: "C:", "C:\", a leading separator,
+/// "\\server\share", or the same after "\\?\".
 std::size_t RootLength(std::wstring_view path) {
   constexpr std::size_t kPrefix = 4;  // "\\?\"
   const bool is_network = HasSeparator(path, 0) && HasSeparator(path, 1);
@@ -45,8 +45,8 @@ std::size_t RootLength(std::wstring_view path) {
   return volume + (HasSeparator(path, volume) ? 1 : 0);
 }
 
-/// The drive or server first, then the directories and the name; separators and empty components
-/// are left out.
+/// Returns the drive or server, then the directories and the name; separators and empty components
+/// are dropped.
 std::vector<std::wstring_view> PathComponents(std::wstring_view path) {
   std::vector<std::wstring_view> components;
   for (std::size_t at = 0; at < path.size();) {

@@ -6,32 +6,32 @@
 
 namespace kestrune {
 
-/// Windows paths as text: nothing here asks the file system. Both "\" and "/" separate.
+/// Handles Windows paths as text, without access to the file system. Both "\" and "/" are
+/// separators.
 
 constexpr bool IsPathSeparator(wchar_t c) {
   return c == L'\\' || c == L'/';
 }
 
-/// `directory` and `name` with exactly one separator between them.
+/// Returns `directory` and `name` with exactly one separator between them.
 std::wstring JoinPath(std::wstring_view directory, std::wstring_view name);
 
-/// The parts in their order, one separator between each two.
+/// Returns the parts in their order, one separator between each two.
 std::wstring JoinPath(std::initializer_list<std::wstring_view> parts);
 
-/// The last component; empty for a path that ends in a separator.
+/// Returns the last component; empty for a path that ends in a separator.
 std::wstring_view FileName(std::wstring_view path);
 
-/// The file name without its last extension; a name whose only dot is its first character (and
-/// "..") has no extension.
+/// Returns the file name without its last extension; a name whose only dot is its first character
+/// (and "..") has no extension.
 std::wstring_view FileStem(std::wstring_view path);
 
-/// Everything before the last component, without a trailing separator except at a root ("C:\",
-/// "\\?\C:\"). A root, a network share among them, is its
-/// own parent.
+/// Returns everything before the last component, without a trailing separator except at a root
+/// ("C:\", "\\?\C:\"). A root, such as a network share, is its own parent.
 std::wstring_view ParentPath(std::wstring_view path);
 
-/// Whether `path` is `root` or lies below it: every component of the root equals the path's
-/// component in the same place, without regard to case. Both must be full paths.
+/// Returns whether `path` is `root` or lies below it: every component of the root equals the
+/// corresponding component of the path, ignoring case. Both must be full paths.
 bool LiesInside(std::wstring_view path, std::wstring_view root);
 
 }  // namespace kestrune

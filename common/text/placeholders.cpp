@@ -5,13 +5,14 @@
 namespace kestrune {
 namespace {
 
-/// A stretch of the line: written by the user, or put in for a placeholder and from then on closed.
+/// Holds a part of the line: written by the user, or inserted for a placeholder and not searched
+/// again.
 struct Segment {
   std::wstring_view text;
   bool inserted = false;
 };
 
-/// Splits a written segment at every occurrence of the placeholder, with the value between.
+/// Splits a written segment at every occurrence of the placeholder, and inserts the value there.
 void ReplaceInSegment(const Segment& segment, std::wstring_view placeholder,
                       std::wstring_view value, std::vector<Segment>& result) {
   std::size_t begin = 0;

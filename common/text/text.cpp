@@ -71,7 +71,8 @@ struct Utf8Lead {
   char32_t least;
 };
 
-/// What a first byte promises; length 0 for a byte that cannot start a character.
+/// Returns the length and the data bits of a character's first byte; length 0 for a byte that
+/// cannot begin a character.
 Utf8Lead ReadLead(unsigned char byte) {
   if (byte < 0x80) {
     return {1, byte, 0};
@@ -88,7 +89,7 @@ Utf8Lead ReadLead(unsigned char byte) {
   return {0, 0, 0};
 }
 
-/// Decodes one character at `at` and moves behind it; a malformed one moves by one byte.
+/// Decodes the character at `at` and advances `at` past it, or by one byte when it is malformed.
 char32_t NextUtf8(std::string_view bytes, std::size_t& at) {
   const Utf8Lead lead = ReadLead(static_cast<unsigned char>(bytes[at]));
   if (lead.length == 0 || bytes.size() - at < lead.length) {

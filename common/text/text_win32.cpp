@@ -7,7 +7,7 @@ bool IsUtf8(UINT code_page) {
   return code_page == CP_UTF8 || (code_page == CP_ACP && GetACP() == CP_UTF8);
 }
 
-/// One conversion with the given flags; empty on failure.
+/// Converts the text with the given flags. Returns an empty string on failure.
 std::string Convert(std::wstring_view text, UINT code_page, DWORD flags, BOOL* used_default) {
   const int length = static_cast<int>(text.size());
   const int size =

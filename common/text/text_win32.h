@@ -7,26 +7,27 @@
 
 namespace kestrune {
 
-/// Text in the code page (the system's ANSI code page by default) as UTF-16. Bytes that mean
-/// nothing there come out as the system's replacement character.
+/// Returns text in the code page (the system's ANSI code page by default) as UTF-16. Bytes that are
+/// invalid there become the system's replacement character.
 std::wstring WideFromAnsi(std::string_view bytes, UINT code_page = CP_ACP);
 
-/// UTF-16 as text in the code page. False when a character has no exact equivalent there (best
-/// fits are not accepted) or the text cannot be converted; `bytes` is then empty.
+/// Converts UTF-16 to the code page. Returns false, with `bytes` empty, when a character has no
+/// exact equivalent there (best fits are not accepted) or the text cannot be converted.
 ///
-/// A system may have UTF-8 as its ANSI code page; the two ways in which Windows reports a loss
-/// exclude each other there, which is why the code page can be given.
+/// The code page is a parameter so that UTF-8 as the system's ANSI code page can be tested: Windows
+/// reports a lossy conversion in another way there.
 [[nodiscard]] bool AnsiFromWide(std::wstring_view text, std::string& bytes,
                                 UINT code_page = CP_ACP);
 
-/// UTF-16 as text in the code page, with replacement characters where it cannot hold one.
+/// Converts UTF-16 to the code page, with replacement characters where a character has no
+/// equivalent.
 std::string AnsiFromWideLossy(std::wstring_view text, UINT code_page = CP_ACP);
 
 /// Returns whether the byte begins a character of two bytes in the code page.
 [[nodiscard]] bool IsLeadByte(char byte, UINT code_page = CP_ACP);
 
-/// Whether the text comes back unit for unit after a conversion to the system's ANSI code page and
-/// back. The conversion is the plain one that the host itself would make.
+/// Returns whether the text is unchanged after a conversion to the system's ANSI code page and
+/// back. The conversion is the default one, which the host uses.
 [[nodiscard]] bool SurvivesAnsiRoundTrip(std::wstring_view text);
 
 }  // namespace kestrune
