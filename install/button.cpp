@@ -12,7 +12,7 @@ using altium_registration::ToolbarKind;
 
 namespace {
 
-/// The last host version with the older toolbar.
+/// The last major version of the host with the older toolbar.
 constexpr std::int32_t kLastLegacyMajor = 17;
 
 }  // namespace
@@ -43,7 +43,7 @@ std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
   if (!active_bar) {
     return std::wstring(kLegacyImageFile);
   }
-  // This one build of this one edition draws the button from a small image.
+  // Only this build of this edition draws the button from a small image.
   if (version_text == L"26.9.1.9" && IsHostProductName(display_name) &&
       LowerAscii(display_name).starts_with(L"altium designer develop")) {
     return std::wstring(kFlatImageFile);

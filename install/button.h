@@ -10,12 +10,12 @@
 
 namespace kestrune {
 
-/// Chooses the place of the button on the toolbars that the host itself defines.
+/// Chooses the button's place on the toolbars that the host defines.
 ///
-/// `resource` is the installation's AdvPcb.rcs, bytes. The only place found is taken whatever the
-/// host's version; of several, the last one of the kind that belongs to the major version; none
-/// when the version is not known (0 or less) or no place of that kind is among them.
-/// `extra_record_kinds` are let through as in RcsOptions.
+/// `resource` is the content of the installation's AdvPcb.rcs. A single place that is found is used
+/// for every version of the host; of several, the last one of the kind for the major version is
+/// used. Returns none when the version is unknown (0 or less) or there is no place of that kind.
+/// `extra_record_kinds` are accepted as in RcsOptions.
 std::optional<altium_registration::ToolbarAnchor> ChooseAnchor(
     std::string_view resource, std::int32_t major,
     const std::vector<std::string>& extra_record_kinds,
@@ -23,7 +23,7 @@ std::optional<altium_registration::ToolbarAnchor> ChooseAnchor(
         altium_registration::kToolbarAnchors);
 
 /// Returns the file name of the button's image, one of those in package/Assets: the legacy one for
-/// the older toolbar; for the newer one (`active_bar`) the usual image, or the small one for the
+/// the older toolbar; for the newer one (`active_bar`) the standard image, or the small one for the
 /// single version and edition that needs it.
 std::wstring ChooseToolbarImage(std::wstring_view version_text, bool active_bar,
                                 std::wstring_view display_name);

@@ -12,7 +12,7 @@ bool CanStandInKeyword(wchar_t c) {
   return c > L' ' && c < L'\x7F' && c != L'\'' && c != L'"' && c != L'=';
 }
 
-/// The name as bytes; empty when no customization file could hold it as a keyword.
+/// Returns the name as bytes; empty when it cannot be a keyword in a customization file.
 std::string KeywordBytes(std::wstring_view name) {
   std::string bytes;
   for (const wchar_t c : name) {

@@ -6,12 +6,12 @@
 
 namespace kestrune {
 
-/// The record kinds in the comma-separated list `extra_records` of registration.ini, in its
-/// order and each once, without the spaces and tabs around them.
+/// Returns the record kinds in the comma-separated list `extra_records` of registration.ini, in
+/// their order, each once, without surrounding spaces and tabs.
 ///
-/// Left out are the words that are keywords anyway (IsRcsKeyword), and names that a customization
-/// file could not hold as one: empty ones, names with blanks, control characters, quotes or "=",
-/// and names outside ASCII, for the file's bytes have no known encoding.
+/// Drops words that are keywords anyway (IsRcsKeyword), and names that cannot be keywords: empty
+/// ones, names with blanks, control characters, quotes or "=", and names outside ASCII, since the
+/// encoding of the file is unknown.
 std::vector<std::string> ExtraRecordKinds(std::wstring_view extra_records);
 
 }  // namespace kestrune

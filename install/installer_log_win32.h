@@ -7,20 +7,21 @@
 
 namespace kestrune {
 
-/// What an installer command leaves in the diagnostic log for an administrator, who sees nothing of
-/// a quiet run. Asking for the status logs nothing. What there is no memory for is not logged.
+/// Writes an installer command's entries to the diagnostic log, from which an administrator learns
+/// what a quiet run did. Nothing is logged for `--status`. An entry for which memory is missing is
+/// dropped.
 class InstallerLog {
  public:
   explicit InstallerLog(InstallerCommand command) : command_(command) {}
 
-  /// An instance, or without a GUID the whole command, that failed.
+  /// Logs the failure of an instance, or of the whole command when there is no GUID.
   void Failed(const Failure& failure, std::wstring_view guid = {}) const;
   void FailedWithoutMemory() const noexcept;
   void Skipped(std::wstring_view reason, std::wstring_view guid) const;
-  /// What refused the deployment: a sentence that the failure's subject ends.
+  /// Logs the failure of the deployment: a sentence completed by the failure's subject.
   void DeploymentRefused(const Failure& refusal, std::wstring_view package) const;
-  /// A deployment from the program's own copy in the runtime directory, which cannot replace
-  /// itself.
+  /// Logs that the program runs from the runtime directory, so that the deployment cannot replace
+  /// it.
   void ProgramKept(std::wstring_view package) const;
 
  private:

@@ -6,38 +6,38 @@
 
 namespace kestrune {
 
-/// What the installer is asked to do. The values are fixed: set-up programs rely on them.
+/// Lists the installer's commands. The values are fixed, since setup programs rely on them.
 enum class InstallerCommand : std::int32_t { Install = 0, Update = 1, Uninstall = 2, Status = 3 };
 
-/// An installer command with its options, as the command line gave them.
+/// Holds an installer command with its options from the command line.
 struct InstallerOptions {
   InstallerCommand command = InstallerCommand::Install;
   /// Only instances of this major version; 0 for all.
   std::int32_t major = 0;
   /// Only the instance with this GUID (with braces, any case); empty for all.
   std::wstring profile;
-  /// The directory of the package to deploy; empty to look beside the program.
+  /// The directory of the package to deploy; empty to search beside the program.
   std::wstring package;
   /// The file that receives the report; absent when none is wanted.
   std::optional<std::wstring> report;
-  /// Whether the result is shown in no box.
+  /// Whether no box shows the result.
   bool quiet = false;
 };
 
-/// Exit codes of the installer's commands; set-up programs rely on them.
+/// Lists the exit codes of the installer's commands; setup programs rely on them.
 enum InstallerCode : std::int32_t {
   /// For `--status`: installed in every instance.
   kInstallerDone = 0,
   /// `--status` found an instance where it is not installed.
   kStatusProblem = 10,
   kNoInstance = 20,
-  /// A host runs; not for `--status`.
+  /// A host is running; not used by `--status`.
   kHostRuns = 30,
-  /// An instance was skipped or failed, or the command as a whole did.
+  /// An instance was skipped or failed, or the whole command failed.
   kInstallerFailed = 40,
 };
 
-/// What the installer answers.
+/// Holds the result of an installer command.
 struct InstallerResult {
   /// The process exit code (InstallerCode).
   std::int32_t code = 1;

@@ -15,21 +15,21 @@ void InstallerReport::Append(std::wstring_view text) {
 }
 
 void InstallerReport::Skip(std::wstring_view reason) {
-  SeeProblem();
+  SetFailureCode();
   Append(L"Skipped: " + std::wstring(reason) + L"\n");
 }
 
 void InstallerReport::Fail(std::wstring_view text) {
-  SeeProblem();
+  SetFailureCode();
   Append(L"FAILED: " + std::wstring(text) + L"\n");
 }
 
 void InstallerReport::FailWithoutMemory() noexcept {
-  SeeProblem();
+  SetFailureCode();
   AppendWithoutMemory(kShortFailure);
 }
 
-void InstallerReport::SeeProblem() noexcept {
+void InstallerReport::SetFailureCode() noexcept {
   code_ = command_ == InstallerCommand::Status ? kStatusProblem : kInstallerFailed;
 }
 
@@ -47,7 +47,7 @@ void InstallerReport::AppendWithoutMemory(std::wstring_view text) noexcept {
   try {
     text_ += text;
   } catch (...) {
-    // The code reports that something failed, and the text what was done before.
+    // The code reports the failure, the text what was done before it.
     return;
   }
 }
@@ -56,8 +56,7 @@ std::wstring ShownError(std::wstring_view error) {
   constexpr std::size_t kMostCharacters = 200;
   std::wstring shown(error.substr(0, kMostCharacters));
   for (wchar_t& unit : shown) {
-    // The bytes of a file are widened one by one, so the second set of control characters occurs
-    // too.
+    // A file's bytes are widened one by one, so the control characters from 0x7F to 0x9F occur too.
     if (unit < L' ' || (unit >= L'\x7F' && unit <= L'\x9F')) {
       unit = L'?';
     }

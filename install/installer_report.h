@@ -9,22 +9,22 @@
 
 namespace kestrune {
 
-/// The report of one installer command over all instances, as it grows, and its exit code.
+/// Collects the report of an installer command over all instances, and its exit code.
 class InstallerReport {
  public:
   explicit InstallerReport(InstallerCommand command) : command_(command) {}
 
-  /// Adds a text and keeps room for the line of a failure that has no memory left.
+  /// Adds a text and reserves the memory for FailWithoutMemory.
   void Append(std::wstring_view text);
 
-  /// Adds an instance's line, and sees a problem.
+  /// Adds the line of a skipped instance and sets the failure code.
   void Skip(std::wstring_view reason);
   void Fail(std::wstring_view text);
-  /// Adds "FAILED: Not enough memory." as far as there is room.
+  /// Adds "FAILED: Not enough memory." if memory for it is reserved, and sets the failure code.
   void FailWithoutMemory() noexcept;
 
-  /// Lets the command end with the code of an instance that is not as it should be.
-  void SeeProblem() noexcept;
+  /// Sets the exit code of a command with a skipped or failed instance.
+  void SetFailureCode() noexcept;
 
   /// Ends the whole command with this code.
   void End(std::int32_t code, std::wstring_view text);
@@ -41,14 +41,14 @@ class InstallerReport {
 };
 
 /// Returns an error text as a report shows it: the first 200 characters, with "..." after them when
-/// there are more, and each control character, line breaks included, as "?". The file decides what
-/// an error quotes, and it must neither fill a report nor add lines to it.
+/// there are more, and each control character, line breaks included, as "?". An error may quote the
+/// customization file, which must not fill the report or add lines to it.
 std::wstring ShownError(std::wstring_view error);
 
-/// The report's lines about an instance: name and version, GUID, profile, registry branch.
+/// Returns the report's lines about an instance: name and version, GUID, profile, registry branch.
 std::wstring InstanceHeader(const HostInstance& instance);
 
-/// The line that the operation log keeps about the instance that was changed.
+/// Returns the line of the operation log that names the changed instance.
 std::wstring IdentityLine(const HostInstance& instance);
 
 }  // namespace kestrune

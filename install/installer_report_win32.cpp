@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
-/// Throws Failure "write" with the code of the call that failed.
+/// Writes the report file. Throws Failure "write" with the code of the call that failed.
 void WriteReport(const std::wstring& path, std::string_view bytes) {
   SystemCalls calls;
   const ExtendedPath extended(path);
@@ -27,7 +27,7 @@ void WriteReport(const std::wstring& path, std::string_view bytes) {
     WriteAll(calls, file.Get(), bytes);
   } catch (const Failure&) {
     file.Reset();
-    // Half a report reads like a whole one that names fewer problems.
+    // A truncated report looks like a complete one with fewer problems.
     calls.Delete(extended);
     throw;
   }

@@ -18,7 +18,7 @@
 namespace kestrune {
 namespace {
 
-/// Returns the exception that is being handled as a failure. Throws std::bad_alloc.
+/// Returns the current exception as a Failure. Throws std::bad_alloc.
 Failure CurrentFailure() {
   try {
     throw;
@@ -33,7 +33,7 @@ Failure CurrentFailure() {
   }
 }
 
-/// Reports the exception that is being handled as the instance's.
+/// Reports the current exception as the failure of the instance.
 void ReportFailure(InstallerReport& report, const InstallerLog& log,
                    const HostInstance& instance) noexcept {
   try {
@@ -46,8 +46,8 @@ void ReportFailure(InstallerReport& report, const InstallerLog& log,
   }
 }
 
-/// Handles one instance. Whatever is thrown there becomes its line in the report, and the others go
-/// on.
+/// Handles one instance. An exception becomes its line in the report, so that the other instances
+/// are still handled.
 void HandleOrReport(InstallerRun& run, const HostInstance& instance) noexcept {
   try {
     run.report.Append(InstanceHeader(instance));
@@ -82,7 +82,7 @@ void RunOverInstances(const InstallerOptions& options, const std::wstring& progr
   }
 }
 
-/// Throws only what is unexpected, memory that runs out among it.
+/// Runs the command. Throws only for unexpected reasons, such as running out of memory.
 void RunOrEnd(const InstallerOptions& options, const std::wstring& program_path, SystemCalls& calls,
               InstallerReport& report, const InstallerLog& log) {
   try {

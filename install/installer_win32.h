@@ -7,11 +7,10 @@
 
 namespace kestrune {
 
-/// Carries out one installer command for every host instance that the options leave, and answers
-/// the exit code (InstallerCode) with a report that covers each of them. Shows nothing and throws
-/// nothing.
+/// Runs one installer command for every host instance that matches the options. Returns the exit
+/// code (InstallerCode) and a report about each instance. Shows nothing and never throws.
 ///
-/// `program_path` is the running program file, which is deployed as part of the runtime.
+/// `program_path` is the path of the running program, which is deployed as part of the runtime.
 InstallerResult RunInstallerCommand(const InstallerOptions& options,
                                     const std::wstring& program_path, SystemCalls& calls);
 

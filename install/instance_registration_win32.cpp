@@ -28,18 +28,18 @@ using altium_registration::ToolbarAnchor;
 using altium_registration::ToolbarKind;
 using altium_registration::WindowsStore;
 
-/// The host's toolbar definitions have some megabytes at most; a larger file would only fill the
-/// memory of a 32-bit process.
+/// The host's toolbar definitions have a few megabytes at most. The limit protects the memory of a
+/// 32-bit process.
 constexpr std::uint64_t kLargestResource = 64 << 20;
 
-/// What an instance's files and registry say before anything is changed.
+/// Holds the state of an instance's files and registry before any change.
 struct InstanceState {
   Rcs rcs;
   std::vector<RegistryValue> projects;
   std::optional<ToolbarAnchor> anchor;
 };
 
-/// The command over one instance.
+/// Carries out the command for one instance.
 class InstanceRegistration {
  public:
   InstanceRegistration(InstallerRun& run, const HostInstance& instance)
@@ -89,15 +89,15 @@ class InstanceRegistration {
     if (!Rcs::Parse(std::move(text), options, state.rcs, error)) {
       throw Failure{ShownError(error) + L" Manual registration required; no profile change."};
     }
-    // The place is looked for in the host's own definitions; the user's file holds only what the
-    // user changed.
+    // The place is searched in the host's own definitions; the user's file holds only the user's
+    // changes.
     const std::string resource =
         ReadFileIfPossible(instance_.resource_path, kLargestResource).value_or(std::string());
     state.anchor = ChooseAnchor(resource, instance_.version.major, ExtraKinds());
     return state;
   }
 
-  /// The button as it is to stand in this instance_.
+  /// Returns the description of the button for this instance.
   Spec DescribeButton(const std::optional<ToolbarAnchor>& anchor) {
     const bool active_bar = anchor && anchor->kind == ToolbarKind::ActiveBar;
     const std::wstring image =
@@ -125,7 +125,7 @@ class InstanceRegistration {
         listed && state.anchor &&
         altium_registration::ValidateRcs(state.rcs, DescribeButton(state.anchor), true, error);
     if (!installed) {
-      run_.report.SeeProblem();
+      run_.report.SetFailureCode();
     }
     run_.report.Append(installed ? L"Installed\n"
                                  : L"Not installed / registration requires repair\n");
@@ -140,7 +140,7 @@ class InstanceRegistration {
     const Spec spec = DescribeButton(state.anchor);
     RegistrationChange change = PlanChange(std::move(state), spec);
     change.validate = [&](std::string_view text) {
-      // The planned text was found valid when it was made; only another one is parsed.
+      // The planned text was validated when it was made; only another one needs parsing.
       return text == change.rcs_after || IsValid(text, spec);
     };
     if (Registering()) {

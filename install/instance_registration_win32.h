@@ -13,20 +13,21 @@
 
 namespace kestrune {
 
-/// What the instances of one installer command have in common.
+/// Holds what the instances of one installer command share.
 struct InstallerRun {
   InstallerCommand command;
   SystemCalls& calls;
   SharedRuntime& runtime;
   InstallerReport& report;
   const InstallerLog& log;
-  /// Read when the first instance needs it, and again while reading fails.
+  /// Read when the first instance needs them; reading is repeated for the next instance if it
+  /// fails.
   std::optional<RegistrationSettings> settings = {};
 };
 
-/// Carries the command out for one instance and adds its lines to the report, which has its header
-/// already. Throws Failure, and whatever else is thrown below; the instance then is as it was,
-/// unless the report says otherwise.
+/// Carries out the command for one instance and adds its lines to the report after its header.
+/// Throws Failure, std::bad_alloc or another exception; the instance is then unchanged, unless the
+/// report says otherwise.
 void HandleInstance(InstallerRun& run, const HostInstance& instance);
 
 }  // namespace kestrune

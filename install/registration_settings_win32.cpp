@@ -11,8 +11,8 @@
 namespace kestrune {
 namespace {
 
-/// The command's label, which names the user's application; the plain label where the code page
-/// cannot hold that name.
+/// Returns the command's label with the name of the user's application, or the plain label when the
+/// code page cannot represent that name.
 std::string HintFor(const UserSettings& user) {
   std::string hint;
   if (!AnsiFromWide(BuildExportCommandLabel(user), hint)) {
@@ -21,9 +21,10 @@ std::string HintFor(const UserSettings& user) {
   return hint;
 }
 
-/// Returns none where the file or the key is absent or cannot be read.
+/// Returns the record kinds of registration.ini; none when the file or the key is absent or
+/// unreadable.
 std::vector<std::string> ReadExtraRecordKinds(const std::wstring& local_app_data) {
-  constexpr DWORD kLongestValue = 32768;  // characters, the terminating zero included
+  constexpr DWORD kLongestValue = 32768;  // characters, including the terminating null
   const std::wstring path = JoinPath({local_app_data, kProductFolder, kRegistrationSettingsFile});
   std::wstring value(kLongestValue, L'\0');
   value.resize(GetPrivateProfileStringW(L"Registration", L"ExtraRecords", L"", value.data(),

@@ -14,7 +14,7 @@
 namespace kestrune {
 namespace {
 
-/// Returns what refused the deployment.
+/// Deploys the runtime. Returns the failure, if any.
 std::optional<Failure> DeployFrom(SystemCalls& calls, const std::wstring& package,
                                   const std::wstring& program_path) {
   if (program_path.empty()) {
@@ -50,7 +50,7 @@ void SharedRuntime::Deploy() {
   const std::wstring package =
       options_.package.empty() ? FindPackageDirectory(program_path_) : options_.package;
   if (const std::optional<Failure> refusal = DeployFrom(calls_, package, program_path_)) {
-    // The report keeps to one sentence; the log has the rest.
+    // The report has one sentence; the log has the details.
     log_.DeploymentRefused(*refusal, package);
     throw Failure{L"Runtime deployment failed; profile unchanged."};
   }

@@ -8,21 +8,21 @@
 
 namespace kestrune {
 
-/// The runtime directory that all instances of the user share.
+/// Manages the runtime directory that all instances of the user share.
 class SharedRuntime {
  public:
-  /// Finds the directory. Throws Failure where the user's folder cannot be found, or where the
-  /// host's scripts could not hold the directory's path.
+  /// Finds the directory. Throws Failure when the user's folder cannot be found, or when the
+  /// directory's path cannot be written in the host's scripts.
   SharedRuntime(SystemCalls& calls, const InstallerOptions& options,
                 const std::wstring& program_path, const InstallerLog& log);
 
   [[nodiscard]] const std::wstring& LocalAppData() const { return local_app_data_; }
   [[nodiscard]] const std::wstring& Directory() const { return directory_; }
-  /// The script project that is registered.
+  /// Returns the script project that is registered.
   [[nodiscard]] const std::wstring& ProjectPath() const { return project_path_; }
 
-  /// Fills the directory from the package, once in a run. Throws Failure "Runtime deployment
-  /// failed; profile unchanged."; the log has the reason. The next call then tries again.
+  /// Deploys the runtime from the package, once per run. Throws Failure "Runtime deployment failed;
+  /// profile unchanged." and logs the reason; the next call then tries again.
   void Deploy();
 
  private:

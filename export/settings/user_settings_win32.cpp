@@ -10,7 +10,7 @@
 namespace kestrune {
 namespace {
 
-constexpr DWORD kLongestValue = 32768;  // characters, the terminating zero included
+constexpr DWORD kLongestValue = 32768;  // characters, including the terminating null
 constexpr int kAbsentNumber = -1;
 
 /// Returns false when the shell does not know the folder.

@@ -21,19 +21,21 @@ void Require(BOOL done) {
   }
 }
 
-/// A net under the copy and not part of it: a refusal does not end it.
+/// Sets the target's time to kUnfinishedTime. Ignores a failure: the copy works without it, and
+/// only an update after a kill needs it.
 void MarkUnfinished(SystemCalls& calls, HANDLE target) {
   calls.SetWriteTime(target, SplitFileTime(kUnfinishedTime));
 }
 
-/// Copies between two open files.
+/// Copies the content between two open files.
 class ContentCopy {
  public:
   ContentCopy(SystemCalls& calls, HANDLE source, HANDLE target)
       : calls_(calls), source_(source), target_(target) {}
 
-  /// While the target's content is in pieces its time is kUnfinishedTime, so that a later run sees
-  /// an old file. Each write may move the time on, hence once more after each.
+  /// Overwrites a runtime file. The target's time is kUnfinishedTime while its content is
+  /// incomplete, so that a later run sees an old file. It is set again after each write, since a
+  /// write may change it.
   void OverRuntimeFile() {
     is_marked_ = true;
     Bytes();
@@ -95,15 +97,14 @@ std::optional<PackageTimestamp> ReadTimestamp(SystemCalls& calls, const std::wst
   return timestamp;
 }
 
-/// The last-write time of a file; none for a directory and where there is no time.
+/// Returns the last-write time of a file; none for a directory and for a file without a time.
 std::optional<std::uint64_t> TimeOfFile(const WIN32_FILE_ATTRIBUTE_DATA& data) {
   const std::uint64_t time = JoinFileTime(data.ftLastWriteTime);
   const bool is_directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
   return is_directory || time == 0 ? std::nullopt : std::optional(time);
 }
 
-/// Creates the file that keeps the target's content for the time of an update, and is gone with its
-/// handle.
+/// Creates the delete-on-close file that keeps the target's old content during an update.
 FileHandle OpenBackup(SystemCalls& calls, const std::wstring& target) {
   wchar_t folder[MAX_PATH + 1] = {};
   const DWORD length = calls.GetTemporaryFolder(MAX_PATH + 1, folder);
@@ -124,12 +125,12 @@ FileHandle OpenBackup(SystemCalls& calls, const std::wstring& target) {
   return backup;
 }
 
-/// The open target. A new one is filled under another name, so that a process that ends at any
-/// moment leaves no half target; that file is deleted at the end of the scope unless it has become
-/// the target.
+/// Holds the open target. A new target is written under a temporary name, so that a killed process
+/// never leaves an incomplete target. The temporary file is deleted at the end of the scope unless
+/// it was renamed to the target.
 class Target {
  public:
-  /// Takes all memory that the deletion needs.
+  /// Allocates all memory that the deletion needs.
   Target(SystemCalls& calls, const std::wstring& path)
       : calls_(calls), path_(path), incoming_(path + L".incoming") {}
   Target(const Target&) = delete;
@@ -141,8 +142,8 @@ class Target {
     }
   }
 
-  /// Opens the file to fill: the target itself, or for a new one an empty file beside it, of which
-  /// a process that ended may have left one. Returns the Windows error.
+  /// Opens the file to write: the target itself, or for a new target an empty temporary file beside
+  /// it, which a killed process may have left. Returns the Windows error.
   [[nodiscard]] DWORD Open(bool is_new) {
     file_ = FileHandle(
         calls_.Create(is_new ? incoming_ : path_,
@@ -156,8 +157,8 @@ class Target {
     return ERROR_SUCCESS;
   }
 
-  /// Closes a new file and gives it the target's name, unless there is one by now. Returns the
-  /// Windows error.
+  /// Closes a new file and renames it to the target, unless that exists by now. Returns the Windows
+  /// error.
   [[nodiscard]] DWORD Finish() {
     file_.Reset();
     if (!calls_.Move(incoming_, path_, 0)) {
@@ -177,7 +178,7 @@ class Target {
   bool is_unfinished_ = false;
 };
 
-/// One file on its way, with both ends open.
+/// Installs one file while source and target are open.
 class Installation {
  public:
   Installation(SystemCalls& calls, const std::wstring& source, const std::wstring& target,
@@ -222,8 +223,8 @@ class Installation {
     return file;
   }
 
-  /// Reads both times once more, since either file may have been touched between the verdict and
-  /// the locks. Returns the target's.
+  /// Reads both times again, since either file may have been changed between the decision and
+  /// opening them. Returns the target's time.
   std::uint64_t LookAgain() {
     const std::optional<PackageTimestamp> timestamp = ReadTimestamp(calls_, source_, proof_);
     if (!timestamp) {
@@ -274,8 +275,9 @@ class Installation {
     }
   }
 
-  /// The source's own time never stands on the target: it may be later than the package's, and a
-  /// process that ended just then would leave a file that no later package replaces.
+  /// Copies the content and sets the package's time. The target never has the source's own time,
+  /// which may be later: a process killed at that moment would leave a file that no later package
+  /// replaces.
   void CopyToTarget() {
     ContentCopy(calls_, source_file_.Get(), target_file_.Get()).OverRuntimeFile();
     Require(calls_.SetWriteTime(target_file_.Get(), SplitFileTime(timestamp_.time)));

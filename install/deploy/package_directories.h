@@ -6,9 +6,9 @@
 
 namespace kestrune {
 
-/// The directories where the package of a program may be, in the order in which they are tried: the
-/// program's own and at most five above it. The walk ends at the root of its drive or network
-/// share; what lies above a share belongs to nobody whom the program could trust.
+/// Returns the directories that are searched for a program's package, in order: the program's own
+/// and at most five above it. The search ends at the root of the drive or network share, since
+/// directories above a share cannot be trusted.
 std::vector<std::wstring> PackageDirectories(std::wstring_view program_path);
 
 }  // namespace kestrune

@@ -5,8 +5,8 @@
 namespace kestrune {
 
 /// Finds the package that the program came with: the first of PackageDirectories with
-/// `Script\Kestrune.pas` and `Runtime\Bridge.OutJob` below it. Empty when there is none.
-/// Throws Failure "status" when Windows cannot say whether a file exists.
+/// `Script\Kestrune.pas` and `Runtime\Bridge.OutJob` below it. Returns an empty path when there is
+/// none. Throws Failure "status" when Windows cannot report whether a file exists.
 std::wstring FindPackageDirectory(const std::wstring& program_path);
 
 }  // namespace kestrune

@@ -5,32 +5,32 @@
 
 namespace kestrune {
 
-/// When a package's file was made, and whether the package can vouch for it.
+/// Holds the time of a package's file, and whether its origin is proven.
 struct PackageTimestamp {
   /// Units of 100 nanoseconds since 1601, UTC; never 0.
   std::uint64_t time = 0;
-  /// Whether a file that is there already may be replaced on the strength of this time.
+  /// Whether the time proves enough to replace an existing file.
   bool origin_proven = false;
 };
 
-/// What a manifest says about one file.
+/// Holds a manifest's entry for one file.
 struct ManifestEntry {
   std::uint64_t time = 0;
-  /// SHA-256 of the content, 64 characters of the value that was parsed.
+  /// The SHA-256 of the content: 64 characters of the parsed value.
   std::wstring_view digest;
 };
 
-/// Reads a manifest's value: the time as two numbers of eight hexadecimal digits (0-9 and capitals)
-/// separated by ":", then "|" and the 64 characters of the digest. False for any other form and for
-/// the time 0.
+/// Parses a manifest's value: the time as two numbers of eight hexadecimal digits (0-9 and A-F)
+/// separated by ":", then "|" and the 64 characters of the digest. Returns false for any other form
+/// and for the time 0.
 [[nodiscard]] bool ParseManifestValue(std::wstring_view value, ManifestEntry& entry);
 
-/// Whether a file name is that of a manifest: "BFM_", anything, ".ini", in any case. The system's
-/// own search also finds files by their short names, which say nothing.
+/// Returns whether a file name is that of a manifest: "BFM_", anything, ".ini", in any case. A
+/// search by Windows also matches short names, so its results must be checked.
 bool IsManifestName(std::wstring_view name);
 
-/// Whether a package without a manifest is trusted by its file times. A copy inside the product
-/// family's own folder is not: whoever copied it there may have given it any time.
+/// Returns whether the file times of a package without a manifest are trusted. They are not inside
+/// the product family's own folder, where copies may have any time.
 bool IsTrustedWithoutManifest(std::wstring_view source_path);
 
 }  // namespace kestrune

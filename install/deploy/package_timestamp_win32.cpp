@@ -26,13 +26,13 @@ bool ReadOwnTime(SystemCalls& calls, const std::wstring& source, std::uint64_t& 
   return time != 0;
 }
 
-/// Finds the folder's only manifest; `manifest` stays empty when it has none. False when it has
-/// several or cannot be searched.
+/// Finds the folder's only manifest; `manifest` stays empty when there is none. Returns false when
+/// there are several or the folder cannot be searched.
 bool FindManifest(SystemCalls& calls, const std::wstring& directory, std::wstring& manifest) {
   WIN32_FIND_DATAW entry{};
   const FindHandle find(calls.FindFirst(ExtendedPath(directory).Entry(L"BFM_*.ini"), &entry));
   if (!find) {
-    // Some file systems end an empty search at once, others do not begin it.
+    // For an empty result some file systems fail the first call, others the next one.
     const DWORD code = GetLastError();
     return code == ERROR_FILE_NOT_FOUND || code == ERROR_NO_MORE_FILES;
   }
@@ -52,7 +52,7 @@ bool FindManifest(SystemCalls& calls, const std::wstring& directory, std::wstrin
 std::wstring ReadManifestValue(SystemCalls& calls, const std::wstring& manifest,
                                const std::wstring& file_name) {
   wchar_t value[kValueBuffer] = {};
-  // A name without its folder would be looked for among the system's own settings.
+  // Windows would search for a name without a folder in its own directory.
   const DWORD length = calls.ReadProfileText(L"Files", file_name.c_str(), L"", value, kValueBuffer,
                                              FullPath(manifest));
   return {value, length};

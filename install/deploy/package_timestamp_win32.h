@@ -8,11 +8,11 @@
 
 namespace kestrune {
 
-/// Returns when the package's file was made: what the manifest BFM_*.ini in its folder says, else
-/// its own last-write time. Digests are checked against the file's present content.
+/// Returns the time of a package's file: from the manifest BFM_*.ini in its folder, or else its own
+/// last-write time. The manifest's digest is compared with the file's content.
 ///
-/// Nothing when the file cannot be read, is a directory or a link or has no time, when its folder
-/// has more than one manifest, or when the manifest does not vouch for exactly this content.
+/// Returns nothing when the file cannot be read, is a directory or a link or has no time, when its
+/// folder has more than one manifest, or when the manifest lacks the file or has another digest.
 std::optional<PackageTimestamp> GetPackageTimestamp(SystemCalls& calls, const std::wstring& source);
 
 }  // namespace kestrune

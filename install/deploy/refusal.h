@@ -4,9 +4,9 @@
 
 namespace kestrune {
 
-/// What a step of the deployment throws when it must not or cannot put a file in its place: the
-/// sentence, the path that ends it, and the Windows code where a call failed. DeployRuntime returns
-/// it. A Failure that is no Refusal is an error of the whole step and goes on to the caller.
+/// Describes why the deployment must not or cannot install a file: a sentence, the path that ends
+/// it, and the Windows code when a call failed. DeployRuntime returns it; any other Failure passes
+/// on to the caller of DeployRuntime.
 struct Refusal : Failure {};
 
 }  // namespace kestrune

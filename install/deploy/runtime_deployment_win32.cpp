@@ -13,13 +13,13 @@
 namespace kestrune {
 namespace {
 
-/// Where the package has a file of the runtime.
+/// Holds the place of a runtime file in the package.
 struct PackageFile {
   std::wstring_view folder;
   std::wstring_view name;
 };
 
-/// The package's files that are copied as they are, in the order of their installation.
+/// The package's files that are copied unchanged, in the order of installation.
 constexpr std::array<PackageFile, 7> kPackageFiles = {{
     {kPackageScriptFolder, kScriptProjectFile},
     {kPackageScriptFolder, kWaitFormUnitFile},

@@ -8,12 +8,13 @@
 
 namespace kestrune {
 
-/// Fills the user's runtime directory with the program, the package's files and the script made for
-/// this machine, each under the policy of InstallFile. Files that came before a failing one stay.
+/// Installs the program, the package's files and the script for this machine in the user's runtime
+/// directory, each under the policy of InstallFile. Files that were installed before a failing one
+/// are kept.
 ///
-/// Returns what refused it: the sentence in `text`, ended by the path in `subject`. Throws Failure
-/// "status" when Windows cannot say whether a file of the package exists, and "remove" as
-/// GenerateRuntimeScript does.
+/// Returns nothing on success, or the failure: a sentence in `text`, completed by the path in
+/// `subject`. Throws Failure "status" when Windows cannot report whether a file of the package
+/// exists, and "remove" as GenerateRuntimeScript does.
 std::optional<Failure> DeployRuntime(SystemCalls& calls, const std::wstring& package,
                                      const std::wstring& program);
 

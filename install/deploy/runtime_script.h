@@ -7,13 +7,13 @@
 
 namespace kestrune {
 
-/// Fills a script template, bytes in and bytes out: every "@RUNTIME_ROOT@" becomes the runtime
-/// directory, every "@TEMP_ROOT@" the temporary root, both as they stand. What was inserted is
-/// never searched, whatever a directory is called.
+/// Returns the script template with every "@RUNTIME_ROOT@" replaced by the runtime directory and
+/// every "@TEMP_ROOT@" by the temporary root. All texts are bytes and inserted unchanged; inserted
+/// text is not searched again.
 std::string FillScriptTemplate(std::string_view script, std::string_view runtime_root,
                                std::string_view temp_root);
 
-/// Name of the file in which a filled script waits from this moment on to be installed:
+/// Returns the name of the temporary file for a filled script until it is installed:
 /// "script-20250131_235959_042.incoming".
 std::wstring IncomingScriptName(const ClockTime& time);
 

@@ -18,27 +18,27 @@
 namespace kestrune {
 namespace {
 
-/// Far above any script, and small enough for a 32-bit process.
+/// Much larger than any script, and small enough for a 32-bit process.
 constexpr std::uint64_t kLargestTemplate = 16 << 20;
 
-/// Returns the script for this machine, from the template's bytes.
+/// Returns the template filled in for this machine.
 std::string FillForThisMachine(const std::string& script, const std::wstring& runtime) {
   std::wstring temporary;
   std::wstring folder_error;
   if (!TemporaryRoot(temporary, folder_error)) {
     throw Refusal{{folder_error}};
   }
-  // The host reads scripts in the ANSI code page: a path with a replaced character would lead
-  // somewhere else.
+  // The host reads scripts in the ANSI code page: a path with a replaced character would name
+  // another directory.
   if (!SurvivesAnsiRoundTrip(runtime) || !SurvivesAnsiRoundTrip(temporary)) {
     throw Refusal{{L"The runtime script cannot hold its directories."}};
   }
   return FillScriptTemplate(script, AnsiFromWideLossy(runtime), AnsiFromWideLossy(temporary));
 }
 
-/// Gives the waiting file the template's time, so that the script ends up with it. Returns what
-/// then proves the file's origin: the runtime directory may be inside a folder that proves none,
-/// for it has the user's name in its path.
+/// Gives the temporary file the template's time, which the installed script then gets. Returns what
+/// proves the script's origin; its own folder may not, since a user name in the path can look like
+/// the product family's folder.
 OriginProof TakePackageTime(SystemCalls& calls, const std::wstring& script,
                             const std::wstring& incoming) {
   const std::optional<PackageTimestamp> timestamp = GetPackageTimestamp(calls, script);

@@ -19,14 +19,15 @@ namespace {
 
 constexpr wchar_t kUninstallKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 
-/// Where the user's profiles of all instances lie, and what is there.
+/// Holds the folder and the registry key with the user's profiles of all instances, and their
+/// content.
 struct UserSide {
   std::wstring profiles_root;
   NameListing profiles;
   NameListing branches;
 };
 
-/// The folders below `root`, without those that lead elsewhere.
+/// Returns the folders in `root`, without links.
 NameListing ListProfiles(SystemCalls& calls, const std::wstring& root) {
   NameListing listing;
   WIN32_FIND_DATAW entry{};
@@ -80,7 +81,7 @@ UserSide ReadUserSide(SystemCalls& calls) {
   return side;
 }
 
-/// The value's text as stored, unexpanded; empty when it is absent or not a text.
+/// Returns the value's text as stored, unexpanded; empty when it is absent or has another type.
 std::wstring TextValue(SystemCalls& calls, HKEY key, const wchar_t* name) {
   std::wstring text;
   DWORD type = 0;
@@ -104,7 +105,7 @@ std::wstring FindExecutable(const HostInstance& instance) {
   return {};
 }
 
-/// FindExecutable whose failure also names the installation.
+/// Calls FindExecutable and adds the instance's GUID to a failure.
 std::wstring FindExecutableOf(const HostInstance& instance) {
   try {
     return FindExecutable(instance);
@@ -130,7 +131,7 @@ void JoinUserSide(const UserSide& side, HostInstance& instance) {
   instance.rcs_path = JoinPath(instance.profile_directory, L"DXP.RCS");
 }
 
-/// Collects instances over both registry views.
+/// Collects instances from both registry views.
 class Discovery {
  public:
   Discovery(SystemCalls& calls, const HostFilter& filter)
@@ -143,7 +144,7 @@ class Discovery {
       return;
     }
     std::vector<std::wstring> names;
-    // What could be listed before an error still counts.
+    // Names that were listed before an error still count.
     static_cast<void>(ListSubkeys(calls_, uninstall.Get(), names));
     for (const std::wstring& name : names) {
       RegistryKey entry;
@@ -164,8 +165,8 @@ class Discovery {
     }
     instance.uninstall_string = TextValue(calls_, key, L"UninstallString");
     instance.guid = GuidFromUninstallString(instance.uninstall_string);
-    // An entry that a filter passes over below has taken its GUID all the same: its twin in the
-    // other view is the same installation.
+    // The GUID counts as seen even when the filter excludes the entry: an entry with the same GUID
+    // in the other view is the same installation.
     if (instance.guid.empty() || !taken_.insert(instance.guid).second) {
       return;
     }

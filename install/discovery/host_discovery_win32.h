@@ -9,21 +9,21 @@
 
 namespace kestrune {
 
-/// Which instances are wanted.
+/// Selects instances.
 struct HostFilter {
-  /// Only those of this major version; 0 for all.
+  /// The major version; 0 for all.
   std::int32_t major = 0;
-  /// Only the one with this GUID (with braces, any case); empty for all.
+  /// The GUID (with braces, in any case); empty for all.
   std::wstring profile;
 };
 
-/// Finds the current user's host instances that the filter leaves: each
-/// installation known to Windows, joined by its GUID with the user's profile folder and registry
-/// branch. The 32-bit registry view comes first and wins over the same GUID in the 64-bit view.
+/// Finds the current user's host instances that match the filter: each installation that Windows
+/// lists, joined by its GUID with the user's profile folder and registry branch. An entry in the
+/// 32-bit registry view has precedence over one with the same GUID in the 64-bit view.
 ///
-/// Nothing is changed. What cannot be read or does not belong to the host is passed over; an
-/// instance whose profile cannot be told is listed with its reason. Throws Failure "status", with
-/// the path and the GUID, when Windows cannot say whether a program file exists.
+/// Changes nothing. Ignores entries that cannot be read or do not belong to the host; an instance
+/// whose profile cannot be determined is listed with the reason. Throws Failure "status", with the
+/// path and the GUID, when Windows cannot report whether a program file exists.
 std::vector<HostInstance> DiscoverHostInstances(SystemCalls& calls, const HostFilter& filter);
 
 }  // namespace kestrune

@@ -4,8 +4,8 @@
 
 namespace kestrune {
 
-/// Whether any host process runs on the machine, of whatever user. False also when Windows does not
-/// let the processes be listed.
+/// Returns whether a host process of any user runs on the machine. Returns false also when the
+/// processes cannot be listed.
 bool IsHostRunning(SystemCalls& calls);
 
 }  // namespace kestrune

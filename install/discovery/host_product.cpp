@@ -32,8 +32,8 @@ bool IsVersionTail(std::wstring_view tail) {
   return previous != L'.';
 }
 
-/// Takes a decimal number with an optional sign off the front of `text`. False, and 0, when there
-/// is none.
+/// Removes a decimal number with an optional sign from the front of `text`. Returns false, with the
+/// number 0, when there is none.
 bool TakeNumber(std::wstring_view& text, std::int32_t& number) {
   std::size_t at = 0;
   while (at < text.size() && IsAsciiBlank(text[at])) {
@@ -44,7 +44,7 @@ bool TakeNumber(std::wstring_view& text, std::int32_t& number) {
     ++at;
   }
   std::wstring_view rest = text.substr(at);
-  // One more than the largest magnitude is enough to be held to the limits below.
+  // One more than the largest magnitude suffices for the clamping below.
   const std::optional<std::uint64_t> magnitude = TakeDecimal(rest, std::uint64_t{1} << 31);
   if (!magnitude) {
     return false;
@@ -65,7 +65,7 @@ bool TakeDot(std::wstring_view& text) {
   return true;
 }
 
-/// The names that belong to the GUID.
+/// Returns the names that end in the GUID.
 std::vector<std::wstring> NamesOfInstance(const std::vector<std::wstring>& names,
                                           std::wstring_view guid) {
   std::vector<std::wstring> found;

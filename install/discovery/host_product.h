@@ -8,38 +8,41 @@
 
 namespace kestrune {
 
-/// Whether a display name belongs to the host: one of its three editions, alone or followed by one
-/// blank and a version of digits and single inner dots. Case does not matter; blanks do.
+/// Returns whether a display name belongs to the host: one of its three editions, alone or followed
+/// by one blank and a version of digits with single dots between them. Ignores case; blanks must
+/// match exactly.
 bool IsHostProductName(std::wstring_view display_name);
 
-/// Reads "major.minor.build" from the left, as far as it goes: blanks before a number are skipped,
-/// a number may have a sign and is held to 32 bits, what does not parse stays 0.
+/// Parses "major.minor.build" from the left, as far as possible: blanks before a number are
+/// skipped, a number may have a sign and is clamped to 32 bits, and parts that cannot be parsed are
+/// 0.
 HostVersion ParseHostVersion(std::wstring_view text);
 
-/// Whether the text is a GUID in braces: 38 characters, hexadecimal digits of either case.
+/// Returns whether the text is a GUID in braces: 38 characters, hexadecimal digits of either case.
 bool IsInstanceGuid(std::wstring_view text);
 
-/// The instance's GUID out of an uninstall string, lower-cased: what stands in braces and quotes
-/// behind the first `B-UniqueID:` that is followed by braces of hexadecimal digits and hyphens.
-/// Empty when there is none, or when that first one is not a GUID.
+/// Returns the instance's GUID from an uninstall string, in lower case: the quoted text in braces
+/// after the first `B-UniqueID:` that is followed by braces of hexadecimal digits and hyphens.
+/// Returns an empty text when there is none, or when that text is not a GUID.
 std::wstring GuidFromUninstallString(std::wstring_view uninstall_string);
 
-/// The path in a display icon value: the text between the leading double quotes, or the value
-/// without an icon number ("path,0").
+/// Returns the path in a display icon value: the text in leading double quotes, or the value
+/// without its icon number ("path,0").
 std::wstring PathFromDisplayIcon(std::wstring_view display_icon);
 
-/// Whether the path's last component is the name of the host's program, in either of its names.
+/// Returns whether the path's last component is one of the two names of the host's program.
 bool NamesHostProgram(std::wstring_view path);
 
-/// The names in a folder or below a registry key, and how their listing ended.
+/// Holds the names in a folder or below a registry key, and whether listing them succeeded.
 struct NameListing {
   enum class Outcome { Complete, CannotRead, CannotEnumerate };
   std::vector<std::wstring> names;
   Outcome outcome = Outcome::Complete;
 };
 
-/// Finds the one profile folder and the one registry key that both end in the GUID (lower-cased)
-/// and have the same name. On success `name` is that name; otherwise `reason` says what is wrong.
+/// Finds the single profile folder and the single registry key whose names end in the GUID (in
+/// lower case), and requires the names to be equal. On success `name` is that name; otherwise
+/// `reason` says what is wrong.
 bool MatchInstanceName(std::wstring_view guid, const NameListing& profiles,
                        const NameListing& branches, std::wstring& name, std::wstring& reason);
 

@@ -21,7 +21,7 @@ TEST(InstallerReport, AProblemHasTheCommandsCode) {
                                          InstallerCommand::Uninstall, InstallerCommand::Status}) {
     InstallerReport report(command);
     EXPECT_EQ(report.Take().code, 0);
-    report.SeeProblem();
+    report.SetFailureCode();
     EXPECT_EQ(report.Take().code, command == InstallerCommand::Status ? 10 : 40);
   }
 }
