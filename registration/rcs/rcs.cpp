@@ -41,7 +41,7 @@ class RcsParser {
  public:
   RcsParser(std::string_view raw, const RcsOptions& options) : raw_(raw), options_(options) {}
 
-  /// Returns the records; the text itself is the caller's to add. Throws Failure.
+  /// Returns the records without the text, which the caller adds. Throws Failure.
   Rcs Run() {
     if (raw_.size() > kMaxRcsBytes) {
       throw Failure{kUnsupportedRcs};
@@ -60,20 +60,20 @@ class RcsParser {
  private:
   using Attributes = std::vector<Rcs::NamedValue>;
 
-  /// A record whose end is not read yet.
+  /// Holds a record whose "End" was not read yet.
   struct OpenRecord {
     std::uint32_t place = 0;
     bool may_have_children = false;
-    /// Where its attributes are gathered. Those of a record without children follow each other by
-    /// themselves and go straight into the file's list.
+    /// The list that collects its attributes. Those of a record without children are contiguous and
+    /// go directly into the file's list.
     Attributes* attributes = nullptr;
-    /// The place of its first attribute there.
+    /// The index of its first attribute there.
     std::size_t first = 0;
-    /// The names, once there are many.
+    /// The index of the names, once there are many.
     std::optional<RcsIndex> names = std::nullopt;
   };
 
-  /// Makes room for a file as users have them, so that its lists need not grow.
+  /// Reserves memory for a typical file, so that its lists need not grow.
   void MakeRoom() {
     constexpr std::size_t kUsualRecordBytes = 80;
     constexpr std::size_t kUsualAttributeBytes = 32;
@@ -82,9 +82,9 @@ class RcsParser {
     rcs_.identifiers_.ReserveForAppend(options_.strict ? raw_.size() / kUsualRecordBytes : 0);
   }
 
-  /// Throws what is to be named before a failure that ended the parsing: a text that is no 8-bit
-  /// text, then a quote that is never closed, for these make every other finding doubtful, and then
-  /// an identifier repeated before the place of the failure.
+  /// Throws the failure that has precedence over the one that ended the parsing, if any: first a
+  /// text that is not 8-bit, then an unclosed quote, since these make every other error doubtful,
+  /// and then an identifier that is repeated before the position of the failure.
   void NameWorseFailure() {
     if (raw_.find('\0') != std::string_view::npos) {
       throw Failure{kUnsupportedRcs};
@@ -132,7 +132,7 @@ class RcsParser {
   }
 
   NodeKind KindOf(RcsSpan keyword) const {
-    // None of the six holds a quote, so the text as written decides.
+    // None of the six contains a quote, so the text as written is compared.
     const std::string_view written = keyword.Written(raw_);
     for (const KnownKind& known : kKnownKinds) {
       if (written == known.keyword) {
@@ -164,8 +164,8 @@ class RcsParser {
     return place;
   }
 
-  /// Looks for repeated identifiers among the records so far. An error found meanwhile comes after
-  /// all of these in the file.
+  /// Throws Failure when an identifier is repeated among the records so far, all of which precede a
+  /// parse error found meanwhile.
   void IndexIdentifiers() {
     const auto identifier_of = [this](std::uint32_t place) {
       return Text(rcs_.nodes_[place].identifier);
@@ -186,8 +186,8 @@ class RcsParser {
     record.attributes->push_back({name, value});
   }
 
-  /// Returns whether the name is new to the record, the innermost one. Few names are compared one
-  /// by one; many get an index.
+  /// Returns whether the name is new in the innermost record. A few names are compared one by one;
+  /// many are indexed.
   bool ClaimName(OpenRecord& record, const RcsText& name) const {
     constexpr std::size_t kFew = 12;
     const Attributes& attributes = *record.attributes;
@@ -227,8 +227,7 @@ class RcsParser {
     }
   }
 
-  /// Moves the pending attributes of a record with children, the innermost one, into the file's
-  /// list.
+  /// Moves the pending attributes of the innermost record with children into the file's list.
   void TakePending(Node& node) {
     Attributes& attributes = rcs_.attributes_;
     const auto own = pending_.begin() + static_cast<std::ptrdiff_t>(node.first_attribute);
@@ -244,10 +243,11 @@ class RcsParser {
   std::string_view raw_;
   const RcsOptions& options_;
   Rcs rcs_;
-  /// Attributes of the open records that may have children, the innermost record's last: attributes
-  /// may follow children, yet each record's are together in the file's list.
+  /// Attributes of the open records that may have children, those of the innermost record last.
+  /// They wait here because attributes may follow children, but are contiguous in the file's list.
   Attributes pending_;
-  /// The records around the place that is read, the outermost first; `depth_` of them are in use.
+  /// The records that are open at the current position, the outermost first; `depth_` of them are
+  /// in use.
   std::array<OpenRecord, kMaxRcsDepth + 1> open_;
   std::uint32_t depth_ = 0;
 };
@@ -265,7 +265,7 @@ bool Rcs::Parse(std::string&& text, const RcsOptions& options, Rcs& rcs, std::ws
 }
 
 std::string Rcs::TakeText() && {
-  // The records' memory is given back as well.
+  // This frees the memory of the records too.
   Rcs taken = std::move(*this);
   return std::move(taken.text_);
 }

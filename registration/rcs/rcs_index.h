@@ -11,10 +11,10 @@
 
 namespace altium_registration {
 
-/// Means "none" where the items of a file are numbered.
+/// The number that means "none" for the items of a file.
 inline constexpr std::uint32_t kNoItem = 0xFFFFFFFF;
 
-/// Returns a number that the author of a file could not foresee.
+/// Returns a random number, which the author of a file cannot predict.
 inline std::uint64_t UnforeseeableSeed() {
   constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
   const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
@@ -22,9 +22,9 @@ inline std::uint64_t UnforeseeableSeed() {
   return (mixed ^ (mixed >> 29)) * kSpread;
 }
 
-/// A hash index over texts that are stored elsewhere, numbered from 0 in the order in which they
-/// are added: 9 bytes or so for each and no allocation, as a file of the largest size has a million
-/// identifiers. `text_of(number)` always returns the text with this number.
+/// Holds a hash index of texts that are stored elsewhere, numbered from 0 in the order in which
+/// they are added. It needs about 9 bytes per text and no allocation per text, since the largest
+/// file has a million identifiers. `text_of(number)` must return the text with this number.
 class RcsIndex {
  public:
   explicit RcsIndex(std::uint64_t seed = UnforeseeableSeed()) : seed_(seed) {}
@@ -39,7 +39,7 @@ class RcsIndex {
     return slots_[PlaceOf(text.Hash(seed_), same)];
   }
 
-  /// Adds a text unless it is there. Returns whether it was added.
+  /// Adds a text unless it is present. Returns whether it was added.
   template <typename TextOf>
   bool Add(const RcsText& text, const TextOf& text_of) {
     const auto number = static_cast<std::uint32_t>(hashes_.size());
@@ -60,14 +60,14 @@ class RcsIndex {
     return true;
   }
 
-  /// Adds a text that cannot be found before Build.
+  /// Adds a text, which Find sees only after Build.
   void Append(const RcsText& text) { hashes_.push_back(text.Hash(seed_)); }
   void ReserveForAppend(std::size_t texts) { hashes_.reserve(texts); }
 
-  /// Makes the appended texts findable. Returns false when one of them occurs twice.
+  /// Indexes the appended texts. Returns false when one of them occurs twice.
   ///
-  /// Many at once are faster than one at a time: each waits for the memory, and in a loop of
-  /// nothing else the processor waits for several together.
+  /// Indexing many at once is faster than one at a time, since in a tight loop the processor
+  /// overlaps their cache misses.
   template <typename TextOf>
   bool Build(const TextOf& text_of) {
     const auto count = static_cast<std::uint32_t>(hashes_.size());
@@ -84,7 +84,7 @@ class RcsIndex {
   }
 
  private:
-  /// A power of two, so many that at most three quarters are in use.
+  /// Returns the number of slots: a power of two of which at most three quarters are in use.
   static std::size_t SlotsFor(std::size_t texts) {
     constexpr std::size_t kFewest = 64;
     return std::max(kFewest, std::bit_ceil(texts + texts / 3 + 1));
@@ -92,8 +92,8 @@ class RcsIndex {
 
   void MakeSlots(std::size_t texts) { slots_.assign(SlotsFor(texts), kNoItem); }
 
-  /// The slot of the text with this hash for which `same(number)` holds, or the free one where it
-  /// belongs.
+  /// Returns the slot of the text with this hash for which `same(number)` holds, or the free slot
+  /// for it.
   template <typename Same>
   std::size_t PlaceOf(std::uint32_t hash, const Same& same) const {
     const std::size_t mask = slots_.size() - 1;
@@ -105,9 +105,9 @@ class RcsIndex {
   }
 
   std::uint64_t seed_;
-  /// Numbers of texts, kNoItem where a slot is free.
+  /// The number of the text in each slot; kNoItem for a free slot.
   std::vector<std::uint32_t> slots_;
-  /// By number.
+  /// The hash of each text, by number.
   std::vector<std::uint32_t> hashes_;
 };
 

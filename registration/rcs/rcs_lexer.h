@@ -17,12 +17,11 @@
 
 namespace altium_registration {
 
-/// The failure's text for a file above the size limit, or with a NUL byte as UTF-16 files have
-/// them.
+/// The failure's text for a file above the size limit, or with a null byte as in UTF-16 files.
 inline constexpr const wchar_t* kUnsupportedRcs = L"Unsupported RCS size/encoding.";
 
-/// Reads the tokens of a customization file one after the other. None is kept: a file of eight
-/// million one-byte tokens costs no more memory than any other.
+/// Reads the tokens of a customization file one after the other. Stores none of them, so that a
+/// file of eight million one-byte tokens needs no more memory than any other.
 class RcsLexer {
  public:
   /// `raw` is the whole file, of at most kMaxRcsBytes; a UTF-8 byte order mark at its start is
@@ -35,7 +34,7 @@ class RcsLexer {
 
   bool AtEnd() const { return position_ == end_; }
 
-  /// Returns whether the next token is an unquoted "=", which is then taken.
+  /// Consumes the next token if it is an unquoted "=". Returns whether it was.
   bool TakeEquals() {
     if (position_ == end_ || *position_ != '=') {
       return false;
@@ -44,9 +43,9 @@ class RcsLexer {
     return true;
   }
 
-  /// Takes the next token. Must not be called at the end. Throws kestrune::Failure with "Unclosed
-  /// RCS quote." or kUnsupportedRcs (a NUL byte, which is looked for on the way: a search of its
-  /// own would read the whole file once more).
+  /// Consumes and returns the next token. Must not be called at the end. Throws kestrune::Failure
+  /// with "Unclosed RCS quote." or kUnsupportedRcs for a null byte, which is detected here to avoid
+  /// a second pass over the file.
   RcsSpan Next() {
     const char* const start = position_;
     if (*start == kRcsQuote) {
@@ -54,7 +53,7 @@ class RcsLexer {
     }
     const char* end = FindWordEnd(start);
     if (end == start) {
-      // A token cannot begin with a blank or a quote here: an equals sign, or a NUL.
+      // Blanks and quotes are handled above, so this is an equals sign or a null byte.
       RequireNoNul(end);
       ++end;
     }
@@ -63,7 +62,7 @@ class RcsLexer {
   }
 
  private:
-  /// What a byte means outside quotes; a byte can be both.
+  /// The classes of a byte outside quotes; a byte can have both.
   static constexpr std::uint8_t kBlank = 1;
   static constexpr std::uint8_t kEndsWord = 2;
 
@@ -94,8 +93,8 @@ class RcsLexer {
     }
   }
 
-  /// The first byte from here on that ends a word, or the end. Looks for the file's end once in
-  /// four bytes.
+  /// Returns the first byte from `from` on that ends a word, or the end. Checks for the file's end
+  /// only once in four bytes.
   const char* FindWordEnd(const char* from) const {
     for (; end_ - from >= 4; from += 4) {
       for (int place = 0; place < 4; ++place) {
@@ -110,9 +109,9 @@ class RcsLexer {
     return from;
   }
 
-  /// The first quote or NUL from here on, or null. Values are longer than words: sixteen bytes are
-  /// looked at in one go, and what is not found soon is left to the library, which is faster on
-  /// long stretches.
+  /// Returns the first quote or null byte from `from` on, or nullptr. Values are longer than words,
+  /// so sixteen bytes are checked at once; longer searches use the library, which is faster for
+  /// them.
   const char* FindQuoteOrNul(const char* from) const {
 #ifdef KESTRUNE_RCS_SSE2
     constexpr std::ptrdiff_t kBlock = sizeof(__m128i);
@@ -139,7 +138,7 @@ class RcsLexer {
     }
   }
 
-  /// Goes on after the blanks that begin here.
+  /// Moves to `position` and past the blanks there.
   void SkipTo(const char* position) {
     while (position != end_ && Is(kBlank, *position)) {
       ++position;

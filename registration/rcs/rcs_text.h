@@ -16,10 +16,9 @@ inline std::uint32_t LoadWord(const char* bytes) {
   return word;
 }
 
-/// Returns the hash of some bytes, made from two words at a time. The words go into the product of
-/// two numbers that depend on the seed: without it nobody knows what a change of a word does to the
-/// result. So bytes that collide for one seed do not collide for another one, but for chance, and
-/// no file can be made to collide by an author who does not know the seed.
+/// Returns a seeded hash of the bytes, computed from two words at a time. The words enter a product
+/// of two numbers that depend on the seed, so that collisions for one seed are, except by chance,
+/// none for another one. An author who does not know the seed cannot craft a file with collisions.
 inline std::uint32_t HashOfBytes(std::string_view bytes, std::uint64_t seed) {
   const std::size_t size = bytes.size();
   const char* const data = bytes.data();
@@ -41,34 +40,34 @@ inline std::uint32_t HashOfBytes(std::string_view bytes, std::uint64_t seed) {
     }
     add(word, 0);
   }
-  // Among the words the size could be offset by a change of one of them.
+  // The size is added here because a change of one word could compensate for it among the words.
   constexpr std::uint32_t kSizeFactor = 0x9E3779B1;
   return static_cast<std::uint32_t>(hash ^ (hash >> 32)) +
          static_cast<std::uint32_t>(size) * kSizeFactor;
 }
 
-/// An identifier, attribute name or value: bytes of the file without their outer quotes. Lives as
+/// Holds an identifier, attribute name or value: bytes of the file without outer quotes. Valid as
 /// long as the file's text.
 class RcsText {
  public:
   RcsText() = default;
-  /// `written` is what the file holds; `doubled` says that it holds doubled quotes, each of which
-  /// means one.
+  /// `written` is the text as in the file; `doubled` says that it contains doubled quotes, each of
+  /// which means one quote.
   RcsText(std::string_view written, bool doubled) : written_(written), doubled_(doubled) {}
 
   bool empty() const { return written_.empty(); }
-  /// The size of the text, or more when it is written with doubled quotes.
+  /// Returns an upper bound of the text's size, exact when it has no doubled quotes.
   std::size_t LongestSize() const { return written_.size(); }
-  /// The text that is meant, doubled quotes collapsed.
+  /// Returns the text with doubled quotes collapsed.
   std::string ToString() const;
-  /// The hash of the text that is meant; see HashOfBytes.
+  /// Returns the hash of the text with doubled quotes collapsed; see HashOfBytes.
   std::uint32_t Hash(std::uint64_t seed) const {
     return doubled_ ? HashOfCollapsed(seed) : HashOfBytes(written_, seed);
   }
 
-  /// Compares what is meant, byte by byte, and copies nothing.
+  /// Compares the texts with doubled quotes collapsed, without copying.
   friend bool operator==(const RcsText& left, const RcsText& right) {
-    // A text has only one way to be written with its quotes doubled, and only one without.
+    // Texts written in the same way are equal exactly when their bytes are.
     return left.doubled_ == right.doubled_ ? left.written_ == right.written_
                                            : MeansSame(left, right);
   }
@@ -84,21 +83,21 @@ class RcsText {
   bool doubled_ = false;
 };
 
-/// Where a token is in the file: 8 bytes, as a file can hold a million of them.
+/// Holds the position of a token in 8 bytes, since a file can have a million tokens.
 class RcsSpan {
  public:
   RcsSpan() = default;
-  /// `begin` and `size` are those of the text without outer quotes; `doubled` says that quotes in
-  /// it are doubled.
+  /// `begin` and `size` are those of the text without outer quotes; `doubled` says that it contains
+  /// doubled quotes.
   RcsSpan(std::uint32_t begin, std::uint32_t size, bool quoted, bool doubled)
       : begin_(begin), size_and_flags_(size << 2U | (quoted ? 2U : 0U) | (doubled ? 1U : 0U)) {}
 
   bool quoted() const { return (size_and_flags_ & 2U) != 0; }
-  /// Offset of the first byte, the opening quote when there is one.
+  /// Returns the offset of the first byte, which is the opening quote if there is one.
   std::uint32_t Start() const { return begin_ - (quoted() ? 1U : 0U); }
-  /// Offset one past the last byte, the closing quote included when there is one.
+  /// Returns the offset one past the last byte, including the closing quote if there is one.
   std::uint32_t End() const { return begin_ + size() + (quoted() ? 1U : 0U); }
-  /// The text as the file has it, doubled quotes included.
+  /// Returns the text as in the file, with doubled quotes.
   std::string_view Written(std::string_view raw) const { return {raw.data() + begin_, size()}; }
   RcsText In(std::string_view raw) const { return {Written(raw), (size_and_flags_ & 1U) != 0}; }
 
@@ -109,7 +108,7 @@ class RcsSpan {
   std::uint32_t size_and_flags_ = 0;
 };
 
-/// Writes an attribute value: in quotes, every quote inside doubled.
+/// Returns an attribute value for the file: in quotes, with inner quotes doubled.
 std::string Quote(std::string_view value);
 
 }  // namespace altium_registration

@@ -12,12 +12,12 @@ namespace {
 
 constexpr std::string_view kCustomTree = "PCBCustom";
 
-/// How many of our links are below a record that fulfils the condition, at whatever depth.
+/// Returns the number of our links that have an ancestor for which the condition holds.
 template <typename Condition>
 std::uint32_t CountLinksBelow(const Rcs& rcs, const RcsReferences& references,
                               const Condition& condition) {
   std::uint32_t count = 0;
-  // Where the nodes below the fulfilling records so far end.
+  // The end of the descendants of the matching records so far.
   std::uint32_t end = 0;
   for (std::uint32_t place = 0; place < rcs.nodes().size(); ++place) {
     if (references.IsLink(place) && place < end) {
@@ -58,7 +58,7 @@ bool CommandsLookAs(const Rcs& rcs, const RcsReferences& references, const Spec&
   return true;
 }
 
-/// Whether nothing is to be done.
+/// Returns whether no edit is needed.
 bool IsAsWanted(const Rcs& rcs, const RcsReferences& references, const Spec& spec, bool install) {
   return install ? IsInstalled(rcs, references, spec) && CommandsLookAs(rcs, references, spec)
                  : references.commands == 0;
@@ -74,15 +74,15 @@ std::string CommandBase(const Rcs& rcs, const RcsReferences& references) {
   return "PLKestrune";
 }
 
-/// Appends the bytes from `begin` to `end` without the owned records, none of which may be only
-/// partly between them; white space around them stays.
+/// Appends the bytes from `begin` to `end` without the owned records, each of which must be
+/// entirely inside or outside that range. Keeps the white space around them.
 void AppendForeign(const Rcs& rcs, const RcsReferences& references, std::size_t begin,
                    std::size_t end, std::string& text) {
   std::size_t kept = begin;
   const auto keep_until = [&](std::size_t until) {
     const std::string_view piece = std::string_view(rcs.text()).substr(kept, until - kept);
     if (text.ends_with(kRcsQuote) && piece.starts_with(kRcsQuote)) {
-      // Two quoted texts that only the cut record separated would become one.
+      // Otherwise two quoted texts that only the removed record separated would merge.
       text.push_back(' ');
     }
     text.append(piece);
@@ -100,7 +100,7 @@ void AppendForeign(const Rcs& rcs, const RcsReferences& references, std::size_t 
   keep_until(end);
 }
 
-/// Gives out identifiers that neither a record that stays nor a record to be added uses.
+/// Generates identifiers that no kept or added record uses.
 class UniqueNames {
  public:
   UniqueNames(const Rcs& rcs, const RcsReferences& references)
@@ -132,7 +132,7 @@ std::string_view LineSeparator(std::string_view text) {
   return has_lf && text.find("\r\n") == std::string_view::npos ? "\n" : "\r\n";
 }
 
-/// The top-level custom tree's closing "End", or the text's end when there is no such tree.
+/// Returns the top-level custom tree's closing "End", or the text's end when there is no such tree.
 std::size_t CustomTreeEnd(const Rcs& rcs) {
   const std::uint32_t place = rcs.FindIdentifier(kCustomTree);
   if (place != kNoItem) {
@@ -151,7 +151,7 @@ std::string WithoutButton(const Rcs& rcs, const RcsReferences& references) {
   return text;
 }
 
-/// The identifiers of the four records that make the button, in the order in which they are taken.
+/// Holds the identifiers of the button's four records, in the order in which they are generated.
 struct ButtonNames {
   std::string command;
   std::string custom_link;
@@ -189,7 +189,7 @@ void AppendCommand(const Spec& spec, const ButtonNames& names, const std::string
           LinkLine(names.toolbar_link, names.command, separator) + "End" + separator;
 }
 
-/// Builds the text with what belongs to the button cut out and its four records added.
+/// Returns the text with all records of the button removed and its four records added.
 std::string WithButton(const Rcs& rcs, const RcsReferences& references, const Spec& spec) {
   constexpr std::size_t kRoomForButton = 4096;
   const ButtonNames names = NamesForButton(rcs, references);
@@ -216,7 +216,8 @@ std::string WithButton(const Rcs& rcs, const RcsReferences& references, const Sp
   return text;
 }
 
-/// Returns whether the path holds a character that would end the command's parameters or its line.
+/// Returns whether the path contains a character that would end the command's parameters or its
+/// line.
 bool HoldsUnsafeCharacter(const Spec& spec) {
   const std::string& path = spec.script_project_path;
   for (std::size_t at = 0; at < path.size(); ++at) {
@@ -229,7 +230,7 @@ bool HoldsUnsafeCharacter(const Spec& spec) {
   return false;
 }
 
-/// Returns why this cannot be registered, or null.
+/// Returns why the button cannot be registered; null when it can.
 const wchar_t* RefusalOf(const Spec& spec, bool install) {
   if (spec.script_project_path.empty() || HoldsUnsafeCharacter(spec)) {
     return L"Unsafe script project path.";

@@ -9,7 +9,7 @@
 
 namespace altium_registration {
 
-/// What a record has to do with the command that runs one script project.
+/// Lists the roles of a record for the command that runs a script project.
 enum class RcsRole : std::uint8_t {
   kForeign,
   /// A PL record that runs the script.
@@ -20,11 +20,12 @@ enum class RcsRole : std::uint8_t {
   kPlacedLink,
   /// A Deletion that hides a placed link.
   kSuppression,
-  /// An Insertion that places nothing but links to such a command.
+  /// An Insertion that places only links to such a command.
   kPlacement
 };
 
-/// The roles of all records of a file, by their places, and how often each that counts occurs.
+/// Holds the role of each record of a file, by index, and the number of records for some of the
+/// roles.
 struct RcsReferences {
   std::vector<RcsRole> roles;
   std::uint32_t commands = 0;
@@ -38,12 +39,12 @@ struct RcsReferences {
   }
 };
 
-/// Finds everything in a strictly parsed file that belongs to the script project with this path. A
+/// Finds all records in a strictly parsed file that belong to the script project with this path. A
 /// command belongs to it when it is the host's "run script" command and its parameters name the
-/// project and our procedure, without regard to ASCII case and to the direction of slashes.
+/// project and our procedure, ignoring ASCII case and the direction of slashes.
 RcsReferences FindReferences(const Rcs& rcs, std::string_view script_project_path);
 
-/// Returns the parameters by which the host's "run script" command starts the export.
+/// Returns the parameters with which the host's "run script" command starts the export.
 std::string ScriptParameters(std::string_view script_project_path);
 
 }  // namespace altium_registration

@@ -10,13 +10,13 @@
 
 namespace altium_registration {
 
-/// The bytes of registry.before.bin: the 25 characters "ALTIUM-REGISTRY-BEFORE-V1" and an LF, the
-/// number of values, then for each value in the given order: the number of bytes of its name, the
-/// name as UTF-16LE with its terminating NUL (counted), the registry type, the number of data
-/// bytes, the data. All numbers are unsigned 32-bit little-endian.
+/// Returns the bytes of registry.before.bin: the 25 characters "ALTIUM-REGISTRY-BEFORE-V1" and an
+/// LF, the number of values, then for each value in the given order: the number of bytes of its
+/// name, the name as UTF-16LE with its terminating null (counted), the registry type, the number of
+/// data bytes, the data. All numbers are unsigned 32-bit little-endian.
 std::string RegistryBackup(const std::vector<RegistryValue>& values);
 
-/// What instance.txt says about the file and the key that were saved.
+/// Holds the content of instance.txt about the saved file and key.
 struct InstanceRecord {
   std::wstring rcs_path;
   /// Below HKEY_CURRENT_USER.
@@ -27,17 +27,17 @@ struct InstanceRecord {
   std::uint32_t write_time_low = 0;
 };
 
-/// The bytes of instance.txt: UTF-8, lines ended by CR LF.
+/// Returns the bytes of instance.txt: UTF-8, lines ended by CR LF.
 std::string InstanceText(const InstanceRecord& record);
 
-/// The moment of a run in UTC, its process and the milliseconds since the system started.
+/// Holds the time of a run in UTC, its process ID and the milliseconds since the system started.
 struct RunStamp {
   kestrune::ClockTime utc;
   std::uint32_t process_id = 0;
   std::uint64_t tick = 0;
 };
 
-/// The name of a run's backup directory: "yyyymmdd_hhmmss_mmm_<process>_<tick>".
+/// Returns the name of a run's backup directory: "yyyymmdd_hhmmss_mmm_<process>_<tick>".
 std::wstring BackupDirectoryName(const RunStamp& stamp);
 
 }  // namespace altium_registration

@@ -27,8 +27,8 @@ bool SameSid(PSID left, PSID right) {
   return left == nullptr || right == nullptr ? left == right : EqualSid(left, right) != FALSE;
 }
 
-/// A file without a DACL, and one with a null DACL, are open to everybody; one with an empty DACL
-/// is closed to everybody.
+/// Holds a DACL. Without a DACL, or with a null DACL, a file is open to everyone; with an empty
+/// DACL to no one.
 struct Dacl {
   bool present = false;
   bool is_protected = false;
@@ -120,7 +120,7 @@ void WriteDacl(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
   if (!GetSecurityDescriptorControl(written.Descriptor(), &control, &revision)) {
     throw FileStepFailure(kStep, GetLastError());
   }
-  // Windows drops the mark of inherited entries unless the written descriptor asks to keep it.
+  // Windows clears SE_DACL_AUTO_INHERITED unless the written descriptor requests it.
   if ((control & SE_DACL_AUTO_INHERITED) != 0 &&
       !SetSecurityDescriptorControl(written.Descriptor(), SE_DACL_AUTO_INHERIT_REQ,
                                     SE_DACL_AUTO_INHERIT_REQ)) {

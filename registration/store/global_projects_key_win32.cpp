@@ -16,9 +16,9 @@ DWORD Code(LSTATUS status) {
   return static_cast<DWORD>(status);
 }
 
-/// The data of a value whose name, type and size the enumeration gave.
+/// Reads the data of a value whose name, type and size the enumeration returned.
 void ReadData(kestrune::SystemCalls& calls, HKEY key, RegistryValue& value, DWORD size) {
-  // One byte more than needed, so that an empty value, too, is read into a buffer.
+  // One byte more than needed, so that an empty value is read into a buffer too.
   value.data.resize(std::size_t{size} + 1);
   DWORD type = 0;
   DWORD read = size;

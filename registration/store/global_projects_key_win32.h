@@ -8,16 +8,16 @@
 
 namespace altium_registration {
 
-/// The path of an instance's Global Projects key below HKEY_CURRENT_USER.
+/// Returns the path of an instance's Global Projects key below HKEY_CURRENT_USER.
 std::wstring GlobalProjectsPath(const std::wstring& registry_branch);
 
-/// The key's values in enumeration order; none when the key does not exist. Throws the failure of
-/// the step, "Registry value exceeds safe limit." for a value above 1 MiB (before its data is read)
-/// and "Registry changed during read." when a value is not what its enumeration said.
+/// Returns the key's values in enumeration order; none when the key does not exist. Throws Failure
+/// of the step that failed, "Registry value exceeds safe limit." for a value above 1 MiB (before
+/// its data is read) and "Registry changed during read." when a value differs from its enumeration.
 std::vector<RegistryValue> ReadRegistryValues(kestrune::SystemCalls& calls,
                                               const std::wstring& key_path);
 
-/// Sets a value; creates the key where it is absent.
+/// Sets a value; creates the key if it is absent.
 void WriteRegistryValue(kestrune::SystemCalls& calls, const std::wstring& key_path,
                         const RegistryValue& value);
 

@@ -1,20 +1,20 @@
-// What DXP.RCS is to the object that replaces it:
+// The states of DXP.RCS for the object that replaces it:
 //
-//   Untouched    the file of the beginning, or another program's; nothing of ours is in its place
-//   Unknown      a replacement was called, and what became of it is not known yet
-//   Replaced     our new text; the file that it replaced was the planned one
-//   Unconfirmed  our new text; the file that it replaced was changed in the last moment, or cannot
-//                be read, and could not be put back: it is the displaced file
-//   Superseded   another program's file, while the displaced file holds the one that we took away
+//   Untouched    the original file or another program's; this run has replaced nothing
+//   Unknown      a replacement was called and its result is not determined yet
+//   Replaced     our new text; the displaced file was the planned one
+//   Unconfirmed  our new text; the displaced file was changed at the last moment or cannot be read,
+//                and could not be moved back
+//   Superseded   another program's file; the displaced file has the one that this run displaced
 //   Lost         missing: a replacement stopped between its two renames
 //
 //   Untouched --Commit--> Unknown --> Replaced
-//                            |------> Untouched    (failed without effect, or taken back)
+//                            |------> Untouched    (failed without effect, or undone)
 //                            |------> Unconfirmed, Superseded, Lost
-//   Unknown     --RollBack--> what can be found out by then
-//   Replaced    --RollBack--> Untouched; Superseded or Lost where the restoration stops half way
-//   Unconfirmed --RollBack--> Untouched: the displaced file goes back, else the saved text
-//   Lost        --RollBack--> Untouched: the displaced file goes back, else the saved text
+//   Unknown     --RollBack--> the state that can be determined then
+//   Replaced    --RollBack--> Untouched; Superseded or Lost when the restoration stops half way
+//   Unconfirmed --RollBack--> Untouched: from the displaced file, else from the saved text
+//   Lost        --RollBack--> Untouched: from the displaced file, else from the saved text
 //
 // Every state but Untouched counts as replaced, so that no message calls a rollback complete that
 // was not tried.
@@ -90,12 +90,12 @@ RcsFile::~RcsFile() {
   try {
     DeleteWorkingFiles();
   } catch (...) {
-    // What stays is cleared by the next run.
+    // A file that cannot be deleted is left to the next run.
   }
 }
 
 void RcsFile::DeleteWorkingFiles() const {
-  // While DXP.RCS is not there for a reason of ours, each of them may be what a user needs.
+  // While DXP.RCS is missing because of this run, the user may need each of them.
   if (new_digest_.empty() || (state_ != State::Untouched && IsMissing(calls_, path_))) {
     return;
   }
@@ -104,7 +104,7 @@ void RcsFile::DeleteWorkingFiles() const {
     calls_.Delete(*recovery_);
   }
   for (const ExtendedPath& displaced : {files_.displaced, files_.undone}) {
-    // Anything else than the two texts that are known is somebody's, and stays.
+    // Any text but the two known ones may belong to the user and is kept.
     const Content content = FindContent(displaced).content;
     const bool is_kept =
         state_ == State::Superseded ||
@@ -127,19 +127,19 @@ std::string RcsFile::ReadTemporary() const {
 
 void RcsFile::Prepare(std::string_view new_text, std::string digest) {
   new_digest_ = std::move(digest);
-  // The name is this run's alone: whatever is there may go.
+  // Only this run uses the name, so an existing file may be overwritten.
   bool created = false;
   CreateWithIdentity(files_.temporary, new_text,
                      L"Cannot preserve replacement owner/group; original RCS unchanged.", created);
-  // What a server makes of the access list is seen here, before anything is touched.
+  // A server may change the DACL; that is detected here, before DXP.RCS is changed.
   WriteDacl(calls_, files_.temporary, security_);
   if (!ReadSecurityOf(calls_, files_.temporary).SameDacl(security_)) {
     throw Refusal(kSecurityMismatch);
   }
 }
 
-/// Creates a file with the owner and group of DXP.RCS; `refusal` says that they cannot be kept.
-/// `created` is set as soon as the file is ours to delete.
+/// Creates a file with the owner and group of DXP.RCS; `refusal` is the text for when they cannot
+/// be kept. Sets `created` as soon as the file exists and may be deleted.
 void RcsFile::CreateWithIdentity(const ExtendedPath& path, std::string_view bytes,
                                  std::wstring_view refusal, bool& created) const {
   IdentityDescriptor identity(calls_, security_);
@@ -178,7 +178,7 @@ void RcsFile::Commit() {
   throw FileStepFailure(L"Replace RCS", code);
 }
 
-/// Requires that neither DXP.RCS nor the temporary file changed since this object saw them.
+/// Throws when DXP.RCS or the replacement file has changed since this object read them.
 void RcsFile::RequireUnchanged() const {
   const FileFacts now = ReadFacts(calls_, path_, L"Recheck profile");
   if (now.write_time != facts_.write_time || now.size != facts_.size) {
@@ -191,9 +191,9 @@ void RcsFile::RequireUnchanged() const {
   CheckSecurity();
 }
 
-/// Replaces DXP.RCS. A refusal that may be a lock of a moment and changed nothing is tried again,
-/// each time with everything required anew. Returns the code of the last try; the state is Replaced
-/// when it succeeded, and Unknown when it did not.
+/// Replaces DXP.RCS. Retries a sharing violation that changed nothing, and checks all requirements
+/// again before each try. Returns the code of the last try; the state is Replaced when it
+/// succeeded, else Unknown.
 template <class Requirement>
 DWORD RcsFile::ReplacePatiently(const ExtendedPath& replacement, const ExtendedPath& displaced,
                                 Requirement require) {
@@ -216,7 +216,7 @@ DWORD RcsFile::ReplacePatiently(const ExtendedPath& replacement, const ExtendedP
   }
 }
 
-/// Says what a call that failed left of the commit, and changes nothing.
+/// Returns the state after a replacement whose call failed. Changes nothing.
 RcsFile::State RcsFile::JudgeFailedReplacement() const {
   switch (FindContent(path_).content) {
     case Content::Missing:
@@ -233,13 +233,13 @@ RcsFile::State RcsFile::JudgeFailedReplacement() const {
     case Content::Foreign:
       break;
   }
-  // Another program's text, perhaps the very same one from another run. If the old file was taken
-  // away for it, it must not get lost.
+  // Another program's text, possibly the same text from another run. If the old file was moved away
+  // for it, that must be kept.
   return Exists(calls_, files_.displaced) ? State::Superseded : State::Untouched;
 }
 
-/// A replacement is two renames; stopped between them it leaves no DXP.RCS at all, and the old file
-/// under its displaced name.
+/// Moves the old file back after a replacement that stopped between its two renames, which leaves
+/// no DXP.RCS and the old file as displaced file.
 void RcsFile::TakeBackHalfReplacement() {
   if (!MoveIntoGap(files_.displaced)) {
     state_ = JudgeFailedReplacement();
@@ -252,8 +252,8 @@ void RcsFile::TakeBackHalfReplacement() {
   }
 }
 
-/// Requires that the file which was replaced is the one that everything was planned on, and drops
-/// it. Any other one goes back, also one that cannot be read: it was in the place of DXP.RCS.
+/// Deletes the displaced file when it is the file that was planned on. Any other one is moved back,
+/// also an unreadable one, since it was DXP.RCS.
 void RcsFile::ConfirmReplacement() {
   state_ = State::Unconfirmed;
   const Judgement judgement = JudgeDisplaced(files_.displaced, Content::Old);
@@ -272,7 +272,8 @@ void RcsFile::ConfirmReplacement() {
   throw Refusal(judgement.verdict == Verdict::ForeignSecurity ? kSecurityChanged : kSourceChanged);
 }
 
-/// Compares a displaced file with what was to be displaced: `expected`, with a security of ours.
+/// Compares a displaced file with the one that should have been displaced: `expected`, with a
+/// security of ours.
 RcsFile::Judgement RcsFile::JudgeDisplaced(const ExtendedPath& displaced, Content expected) const {
   const Finding found = FindContent(displaced);
   if (found.content == Content::Unreadable || found.content == Content::Missing) {
@@ -293,8 +294,8 @@ void RcsFile::DropDisplaced(const ExtendedPath& displaced) const {
   static_cast<void>(TryPatiently(calls_, [&] { return calls_.Delete(displaced); }));
 }
 
-/// Puts a displaced file back over DXP.RCS, where that holds the text that we put there and no
-/// security that it alone has.
+/// Moves a displaced file back over DXP.RCS if that still has the text and the security that this
+/// run gave it.
 bool RcsFile::PutDisplacedBack(const ExtendedPath& displaced, Content ours) const {
   for (int tries = 1;; ++tries) {
     if (FindContent(path_).content != ours || !(HasOwnSecurity() || HasSecurityOf(displaced))) {
@@ -331,7 +332,7 @@ void RcsFile::RestoreSecurity() {
                                 : kSecurityMismatch);
   }
   if (!is_exact_dacl) {
-    // What Windows made of the list that was written is our own doing.
+    // The DACL as stored by Windows counts as our own change.
     own_securities_.push_back(restored);
     throw Refusal(kSecurityMismatch);
   }
@@ -347,7 +348,7 @@ bool RcsFile::IsOwn(const FileSecurity& security) const {
                              [&](const FileSecurity& own) { return security == own; });
 }
 
-/// False also where the security cannot be read.
+/// Returns whether DXP.RCS has a security of ours; false also when it cannot be read.
 bool RcsFile::HasOwnSecurity() const {
   try {
     return IsOwn(ReadSecurity());
@@ -388,8 +389,8 @@ void RcsFile::RollBack(const ExtendedPath& saved_path) {
   RequireNothingKept();
 }
 
-/// Puts the displaced file back, whatever it is; true when that is done. False when DXP.RCS is to
-/// be restored from its backup instead.
+/// Moves the displaced file back, whether or not it could be read. Returns whether that succeeded;
+/// if not, DXP.RCS must be restored from its backup.
 bool RcsFile::SettleUnconfirmed() {
   if (PutDisplacedBack(files_.displaced, Content::New)) {
     state_ = State::Untouched;
@@ -424,8 +425,8 @@ void RcsFile::RestoreOver(const ExtendedPath& saved_path) {
   RestoreSecurity();
 }
 
-/// Finishes a restoration that reported a failure, where it took effect all the same or stopped
-/// between its two renames. Throws where it cannot.
+/// Completes a restoration that reported a failure but took effect, or stopped between its two
+/// renames. Throws when it cannot.
 void RcsFile::FinishRestoration(DWORD code) {
   const Content now = FindContent(path_).content;
   if (now == Content::Old && IsMissing(calls_, *recovery_)) {
@@ -437,7 +438,7 @@ void RcsFile::FinishRestoration(DWORD code) {
     if (!is_foreign && MoveIntoGap(*recovery_)) {
       return;
     }
-    // Even the text that was to be taken away is better than no file.
+    // Even the text that was to be removed is better than no file.
     state_ = MoveIntoGap(files_.undone) ? State::Replaced : State::Lost;
   } else {
     state_ = State::Replaced;
@@ -445,8 +446,8 @@ void RcsFile::FinishRestoration(DWORD code) {
   throw FileStepFailure(L"Restore RCS", code);
 }
 
-/// Drops the file that the restoration took away where it was ours. One that another program
-/// changed in the last moment goes back; one that cannot be read stays under its name.
+/// Deletes the file that the restoration displaced if it was ours. One that another program changed
+/// at the last moment is moved back; an unreadable one is kept under its name.
 void RcsFile::SettleUndone() {
   const Judgement judgement = JudgeDisplaced(files_.undone, Content::New);
   if (judgement.verdict == Verdict::Expected) {
@@ -464,11 +465,11 @@ void RcsFile::SettleUndone() {
   }
 }
 
-/// Where our own replacement left no DXP.RCS. The file that it took away comes back before any copy
-/// does; what it holds, and its security, are the user's.
+/// Restores a DXP.RCS that our replacement left missing. Prefers the displaced file to any copy,
+/// since it has the user's content and security.
 void RcsFile::FillGap(const ExtendedPath& saved_path) {
   if (!IsMissing(calls_, path_)) {
-    // Another program filled the gap, perhaps another run with the very same text.
+    // Another program has created the file, possibly another run with the same text.
     state_ = State::Superseded;
     throw Refusal(kForeignContent);
   }
@@ -497,8 +498,8 @@ void RcsFile::FillGap(const ExtendedPath& saved_path) {
   RestoreSecurity();
 }
 
-/// Writes the saved text beside DXP.RCS. A stale recovery file gives way; one that cannot be
-/// deleted leaves this run a name of its own.
+/// Writes the recovery file: the saved text beside DXP.RCS. Deletes a stale one; if that fails,
+/// uses a name of this run's own.
 void RcsFile::WriteRecovery(const ExtendedPath& saved_path) {
   const std::string saved = ReadRcsBytes(calls_, saved_path);
   if (Digest(calls_, saved) != planned_digest_) {
@@ -518,14 +519,15 @@ void RcsFile::WriteRecovery(const ExtendedPath& saved_path) {
     CreateWithIdentity(path, saved, kRefusal, created);
   } catch (...) {
     if (!created) {
-      // A file of that name is another run's.
+      // A file of that name belongs to another run.
       recovery_.reset();
     }
     throw;
   }
 }
 
-/// Names the displaced files that could not be read and stay, though DXP.RCS is restored.
+/// Throws a failure that names the unreadable displaced files that are kept although DXP.RCS is
+/// restored.
 void RcsFile::RequireNothingKept() const {
   std::wstring names;
   for (const KeptFile& kept : kept_) {
@@ -536,7 +538,7 @@ void RcsFile::RequireNothingKept() const {
   }
 }
 
-/// Requires that DXP.RCS is what the commit left.
+/// Throws unless DXP.RCS is as the commit left it.
 void RcsFile::RequireOwn(std::wstring_view security_refusal,
                          std::wstring_view content_refusal) const {
   if (IsMissing(calls_, path_)) {
@@ -554,7 +556,7 @@ void RcsFile::RequireOwn(std::wstring_view security_refusal,
   }
 }
 
-/// Opened patiently and sharing everything.
+/// Returns the content of a file, opened with retries and full sharing.
 RcsFile::Finding RcsFile::FindContent(const ExtendedPath& path) const {
   DWORD code = 0;
   const FileHandle file = OpenPatiently(

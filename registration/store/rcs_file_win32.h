@@ -13,69 +13,71 @@
 
 namespace altium_registration {
 
-/// Attributes, last-write time (100 nanoseconds since 1601, UTC) and size in bytes as the directory
-/// shows them.
+/// Holds attributes, last-write time (100 nanoseconds since 1601, UTC) and size in bytes from the
+/// directory entry.
 struct FileFacts {
   std::uint32_t attributes = 0;
   std::uint64_t write_time = 0;
   std::uint64_t size = 0;
 };
 
-/// DXP.RCS of one instance with the files beside it while it is replaced.
+/// Replaces DXP.RCS of one instance, and manages the working files beside it.
 ///
-/// The order is: SetPlannedText, Prepare, ReadTemporary, Commit; RollBack after a commit that got
-/// as far as Replaced(). At every instant DXP.RCS is the whole old or the whole new file, or, where
-/// Windows loses it half way, missing; then a working file holds it, and none is ever deleted.
-/// Failures are thrown as kestrune::Failure with their complete text. A file that is locked for a
-/// moment is tried again for half a second.
+/// Call SetPlannedText, Prepare, ReadTemporary and Commit in this order, and RollBack after a
+/// failed commit for which Replaced() is true. At every instant DXP.RCS is the complete old or the
+/// complete new file, or missing if Windows stops half way; then a working file has its content,
+/// and no working file is deleted. Failures are thrown as kestrune::Failure with their complete
+/// text. A sharing violation is retried for half a second.
 class RcsFile {
  public:
-  /// Looks at the file; refuses one that is read-only, a directory or a link. Changes nothing.
+  /// Reads the file's stat. Throws for one that is read-only, a directory or a link. Changes
+  /// nothing.
   RcsFile(const std::wstring& path, kestrune::SystemCalls& calls);
   RcsFile(const RcsFile&) = delete;
   RcsFile& operator=(const RcsFile&) = delete;
-  /// Deletes the working files that it created and that nobody needs.
+  /// Deletes the working files that it created and that are no longer needed.
   ~RcsFile();
 
   [[nodiscard]] const kestrune::ExtendedPath& Path() const { return path_; }
   [[nodiscard]] const FileFacts& Facts() const { return facts_; }
   [[nodiscard]] const FileSecurity& Security() const { return security_; }
 
-  /// The bytes of the file and of the temporary one, by the rules of ReadRcsBytes.
+  /// Return the bytes of DXP.RCS and of the replacement file, by the rules of ReadRcsBytes.
   [[nodiscard]] std::string Read() const;
   [[nodiscard]] std::string ReadTemporary() const;
 
-  /// Says by its SHA-256 which text the file must have when it is replaced.
+  /// Sets the SHA-256 of the text that DXP.RCS must have when it is replaced.
   void SetPlannedText(std::string digest) { planned_digest_ = std::move(digest); }
 
-  /// Writes the new text, whose SHA-256 is `digest`, to the temporary file, and gives that the
-  /// exact security of DXP.RCS. Throws when owner, group or DACL cannot be kept.
+  /// Writes the new text, whose SHA-256 is `digest`, to the replacement file, with the exact
+  /// security of DXP.RCS. Throws when owner, group or DACL cannot be kept.
   void Prepare(std::string_view new_text, std::string digest);
-  /// Puts the temporary file in the place of DXP.RCS where nobody changed either since this object
-  /// saw them, then restores the exact security. Where the replaced file turns out to have been
-  /// changed in the last moment, it goes back as far as possible.
+  /// Replaces DXP.RCS with the replacement file if both are unchanged since this object read them,
+  /// then restores the exact security. If the displaced file turns out to have been changed at the
+  /// last moment, moves it back if possible.
   void Commit();
-  /// Whether the file counts as replaced by this object; true where that cannot be found out.
+  /// Returns whether this object has replaced the file; true when that cannot be determined.
   [[nodiscard]] bool Replaced() const noexcept { return state_ != State::Untouched; }
-  /// Throws when owner, group or DACL are not those of the beginning.
+  /// Throws when owner, group or DACL differ from the original ones.
   void CheckSecurity() const;
-  /// Writes the DACL of the beginning and reads everything back. Throws when owner, group or DACL
-  /// differ then.
+  /// Writes the original DACL and reads the security back. Throws when owner, group or DACL then
+  /// differ.
   void RestoreSecurity();
-  /// Puts the text of the saved file back, or the displaced file itself where that is possible.
+  /// Restores DXP.RCS: from the displaced file if possible, else from the saved file.
   void RollBack(const kestrune::ExtendedPath& saved_path);
 
  private:
-  /// The diagram at the head of rcs_file_win32.cpp shows how one becomes another.
+  /// Lists the states of DXP.RCS; the head of rcs_file_win32.cpp has the diagram of their
+  /// transitions.
   enum class State { Untouched, Unknown, Replaced, Unconfirmed, Superseded, Lost };
-  /// What a file holds, as far as this run knows texts.
+  /// Lists the texts that this run distinguishes.
   enum class Content { Old, New, Foreign, Unreadable, Missing };
   struct Finding {
     Content content = Content::Missing;
-    /// The code with which an unreadable or missing file was refused.
+    /// The error code for an unreadable or missing file.
     DWORD code = 0;
   };
-  /// What a replacement took away, compared with what it was to take away.
+  /// Lists the results of comparing a displaced file with the expected one.
   enum class Verdict { Expected, ForeignContent, ForeignSecurity, Unreadable };
   struct Judgement {
     Verdict verdict = Verdict::Expected;
@@ -118,15 +120,15 @@ class RcsFile {
   WorkingFiles files_;
   FileFacts facts_;
   FileSecurity security_;
-  /// The securities that DXP.RCS can have through this object alone. The exact one is always among
-  /// them, and the only one as soon as it is restored.
+  /// The securities that DXP.RCS can have without another program's change. Always contains the
+  /// original one, and only that once it is restored.
   std::vector<FileSecurity> own_securities_;
   std::string planned_digest_;
   std::string new_digest_;
   State state_ = State::Untouched;
-  /// The recovery file, once this object created it.
+  /// The recovery file, if this object has created it.
   std::optional<kestrune::ExtendedPath> recovery_;
-  /// A displaced file that must stay, with the code if it could not be read.
+  /// Holds a displaced file that must be kept, with the error code if it could not be read.
   struct KeptFile {
     kestrune::ExtendedPath path;
     DWORD code = 0;

@@ -25,7 +25,7 @@ void ReadRcsInto(SystemCalls& calls, HANDLE file, std::string& bytes) {
   }
 }
 
-/// Returns ERROR_SUCCESS, or the code with which the write was refused.
+/// Writes the bytes. Returns ERROR_SUCCESS or the code of the failed write.
 DWORD TryToWrite(SystemCalls& calls, HANDLE file, std::string_view bytes) {
   try {
     kestrune::WriteAll(calls, file, bytes);
@@ -125,7 +125,7 @@ std::string Digest(SystemCalls& calls, std::string_view bytes) {
   try {
     return kestrune::Sha256(calls, bytes);
   } catch (const Failure& failure) {
-    // A step has the code of its call; a sentence has none and is complete.
+    // Only the failure of a call has a code; a sentence without one is complete.
     if (failure.code != 0) {
       throw FileStepFailure(failure.text, failure.code);
     }

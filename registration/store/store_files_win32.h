@@ -10,17 +10,18 @@
 
 namespace altium_registration {
 
-/// How often a call is made that a lock refuses, and the milliseconds between two tries.
+/// The number of tries of a call that fails with a sharing violation, and the milliseconds between
+/// two tries.
 inline constexpr int kTries = 10;
 inline constexpr DWORD kPauseBetweenTries = 50;
 
-/// Whether Windows refuses with this code what a scanner, an indexer or a synchronisation may hold
-/// for a moment only.
+/// Returns whether the code may come from a handle that a virus scanner, indexer or synchronisation
+/// keeps open only for a moment, such as a sharing violation.
 bool MayBeALockOfAMoment(DWORD code);
 
-/// Makes a call (true when it succeeded, else with the thread's last error) until it succeeds or
-/// fails for another reason than a lock of a moment, kTries times at most. Returns the code of the
-/// last try; ERROR_SUCCESS when it succeeded.
+/// Makes a call (which returns true, or false with the thread's last error) until it succeeds or
+/// fails with a code that is not transient, at most kTries times. Returns ERROR_SUCCESS or the code
+/// of the last try.
 template <class Call>
 DWORD TryPatiently(kestrune::SystemCalls& calls, Call call) {
   for (int tries = 1;; ++tries) {
@@ -35,44 +36,45 @@ DWORD TryPatiently(kestrune::SystemCalls& calls, Call call) {
   }
 }
 
-/// Opens an existing file, patiently. Owns nothing when `code` is not ERROR_SUCCESS.
+/// Opens an existing file with retries. Returns an empty handle when `code` is not ERROR_SUCCESS.
 kestrune::FileHandle OpenPatiently(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                                    const kestrune::FileOpening& opening, DWORD& code);
 
-/// Moves a file, patiently. Returns ERROR_SUCCESS also for a move that took effect although Windows
-/// refused it.
+/// Moves a file with retries. Returns ERROR_SUCCESS also for a move that took effect although its
+/// call failed.
 DWORD MovePatiently(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& source,
                     const kestrune::ExtendedPath& target, DWORD flags);
 
-/// Whether there is nothing at a path; false also where that cannot be asked.
+/// Returns whether a path is known to be absent; false also when its stat fails for another reason.
 bool IsMissing(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path);
 
-/// Reads a file of at most kMaxRcsBytes whole, sharing reading and deletion. Throws the failure of
-/// "Open RCS", "Read RCS size" or "Read RCS", or "RCS exceeds limit.".
+/// Reads a file of at most kMaxRcsBytes, opened for shared reading and deletion. Throws Failure of
+/// the step "Open RCS", "Read RCS size" or "Read RCS", or "RCS exceeds limit.".
 std::string ReadRcsBytes(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path);
 
-/// What a failing step is called.
+/// Holds the names of the steps for failures.
 struct NewFileSteps {
   std::wstring_view create;
   std::wstring_view write;
   std::wstring_view flush;
 };
 
-/// Creates a file that must not exist. Throws the failure of the step.
+/// Creates a file that must not exist. Throws Failure of the step.
 kestrune::FileHandle CreateNewFile(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                                    SECURITY_ATTRIBUTES* security, std::wstring_view step);
 
-/// Writes the bytes to a file that was just created and flushes them; one that cannot be completed
-/// is deleted. Throws the failure of the step.
+/// Writes the bytes to a newly created file and flushes them; deletes the file on failure. Throws
+/// Failure of the step.
 void FillNewFile(kestrune::SystemCalls& calls, kestrune::FileHandle file,
                  const kestrune::ExtendedPath& path, std::string_view bytes,
                  const NewFileSteps& steps);
 
-/// Both of them, with the security that the folder gives.
+/// Does both, with the security that the folder implies.
 void WriteNewFile(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                   std::string_view bytes, const NewFileSteps& steps);
 
-/// The SHA-256 of the bytes. Throws "SHA256 unavailable." or the failure of "SHA provider".
+/// Returns the SHA-256 of the bytes. Throws Failure "SHA256 unavailable." or of the step "SHA
+/// provider".
 std::string Digest(kestrune::SystemCalls& calls, std::string_view bytes);
 
 }  // namespace altium_registration

@@ -65,14 +65,14 @@ void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<Registr
   AppendLog("Before SHA256=" + digest);
 }
 
-/// The copy is compared with what was planned on, not with the file as it is by now.
+/// Compares the copy with the text that was planned on, not with the present file.
 void WindowsStore::BackUpRcs(std::string_view rcs) {
   const ExtendedPath saved = BackupPath(kSavedRcs);
   DWORD code = TryPatiently(calls_, [&] { return calls_.Copy(file_.Path(), saved, TRUE); });
   if (code != ERROR_SUCCESS) {
     throw FileStepFailure(L"Backup RCS", code);
   }
-  // A copy is in the cache only; it must not be gone when the original is replaced.
+  // The copy may be only in the cache; it is flushed to disk before the original is replaced.
   FileHandle copy =
       OpenPatiently(calls_, saved, {.access = GENERIC_WRITE, .sharing = FILE_SHARE_READ}, code);
   if (copy && !calls_.Flush(copy.Get())) {
@@ -144,7 +144,7 @@ void WindowsStore::AppendLog(std::string_view line) {
   if (!calls_.Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written)) {
     kestrune::ThrowLastError(kUnwritable);
   }
-  // A line goes in one write or not at all; what the last error says is about something else then.
+  // A partial write has no error code of its own.
   if (written != text.size()) {
     throw kestrune::Failure{kUnwritable, ERROR_WRITE_FAULT};
   }
@@ -162,8 +162,8 @@ ExtendedPath WindowsStore::BackupPath(std::wstring_view name) const {
   return ExtendedPath(backup_directory_).Entry(name);
 }
 
-/// Every run that changes anything comes through here first, and no run that only looks. Answers
-/// the code of the failing call.
+/// Creates the backup directory and clears leftovers. Every run calls this before its first change;
+/// a run without changes never does. Returns the code of the failed call.
 DWORD WindowsStore::EnsureBackupDirectory() {
   if (has_backup_directory_) {
     return ERROR_SUCCESS;

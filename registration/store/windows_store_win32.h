@@ -10,25 +10,28 @@
 
 namespace altium_registration {
 
-/// The host instance that a store serves.
+/// Describes the instance of a store.
 struct StoreTarget {
   /// The instance's DXP.RCS; its folder is the profile directory.
   std::wstring rcs_path;
   /// The instance's branch below HKEY_CURRENT_USER.
   std::wstring registry_branch;
-  /// The instance's GUID as its record spells it; names its folder of backups.
+  /// The instance's GUID, in the case in which it was found; it names the instance's folder of
+  /// backups.
   std::wstring guid;
 };
 
-/// The Store of a real profile. Opening one looks at DXP.RCS and changes nothing; the backup
-/// directory, "<profile>\KestruneBackups\<GUID>\<UTC stamp>", appears with the first line of the
-/// operation log or with the backups, and what dead runs left beside DXP.RCS is cleared then.
+/// Implements Store for a real profile. The constructor reads the stat of DXP.RCS and changes
+/// nothing. The backup directory, "<profile>\KestruneBackups\<GUID>\<UTC stamp>", is created with
+/// the first line of the operation log or with the backups; the working files of killed runs are
+/// then cleared.
 class WindowsStore final : public Store {
  public:
-  /// Throws kestrune::Failure when DXP.RCS cannot be asked, or is read-only, a directory or a link.
+  /// Throws kestrune::Failure when the stat of DXP.RCS fails, or it is read-only, a directory or a
+  /// link.
   explicit WindowsStore(StoreTarget target, kestrune::SystemCalls& calls);
 
-  /// Where this run keeps its backups and its log.
+  /// Returns the directory of this run's backups and log.
   [[nodiscard]] const std::wstring& BackupDirectory() const { return backup_directory_; }
 
   [[nodiscard]] std::string ReadRcs() override;
@@ -57,7 +60,7 @@ class WindowsStore final : public Store {
   RcsFile file_;
   std::wstring backup_directory_;
   bool has_backup_directory_ = false;
-  /// The last line of the log may lack its end.
+  /// Whether the last line of the log may be incomplete.
   bool has_torn_line_ = false;
 };
 

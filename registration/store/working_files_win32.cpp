@@ -19,7 +19,7 @@ constexpr std::wstring_view kMark = L".odbpp-";
 constexpr std::wstring_view kTemporaryEnd = L".tmp";
 constexpr std::wstring_view kDisplacedEnd = L".old.tmp";
 
-/// A process number alone is used again after a while; with the start time it is not.
+/// Returns the start time of a process, which makes its ID unique, since IDs are reused.
 std::uint64_t StartTime(SystemCalls& calls, HANDLE process) {
   FILETIME created{};
   if (!calls.GetCreationTime(process, &created)) {
@@ -28,13 +28,13 @@ std::uint64_t StartTime(SystemCalls& calls, HANDLE process) {
   return kestrune::JoinFileTime(created);
 }
 
-/// Takes a number off the front of the text; 0 where there is none.
+/// Removes a number from the front of the text and returns it; 0 when there is none.
 std::uint64_t TakeNumber(std::wstring_view& text) {
   return kestrune::TakeDecimal(text, std::numeric_limits<std::uint64_t>::max()).value_or(0);
 }
 
-/// Whether the run that named the file ("<process>_<start time>_...") still works. A process that
-/// may not even be asked is alive.
+/// Returns whether the run that named the file ("<process>_<start time>_...") is still running. A
+/// process that cannot be opened counts as running.
 bool IsLiveRun(SystemCalls& calls, std::wstring_view run) {
   const auto process_id = static_cast<DWORD>(TakeNumber(run));
   if (run.empty() || run.front() != L'_') {

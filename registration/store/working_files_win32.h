@@ -4,32 +4,32 @@
 
 namespace altium_registration {
 
-/// The files that a run keeps beside DXP.RCS while it works. All names but "DXP.RCS.recovery" carry
-/// the run's process (number and start time), so that another run can tell a dead run's from a live
-/// one's. Commit and rollback have displaced names of their own: a deletion that another program's
-/// handle delays blocks its name.
+/// Names the working files of a run, which are in the folder of DXP.RCS. All names but
+/// "DXP.RCS.recovery" contain the run's process ID and start time, so that another run can
+/// recognise the files of a killed run. Commit and rollback use different names for the displaced
+/// file, since a pending deletion blocks its name.
 struct WorkingFiles {
-  /// The new text before it is put in place: "DXP.RCS.odbpp-<run>.tmp".
+  /// The replacement file, with the new text: "DXP.RCS.odbpp-<run>.tmp".
   kestrune::ExtendedPath temporary;
-  /// The file that the commit moved away: "DXP.RCS.odbpp-<run>.old.tmp".
+  /// The displaced file of the commit: "DXP.RCS.odbpp-<run>.old.tmp".
   kestrune::ExtendedPath displaced;
-  /// The file that the rollback moved away: "DXP.RCS.odbpp-<run>.undone.old.tmp".
+  /// The displaced file of the rollback: "DXP.RCS.odbpp-<run>.undone.old.tmp".
   kestrune::ExtendedPath undone;
-  /// The saved text before it is put back: "DXP.RCS.recovery".
+  /// The recovery file, with the saved text: "DXP.RCS.recovery".
   kestrune::ExtendedPath recovery;
-  /// The same where something is in the way of that name: "DXP.RCS.odbpp-<run>.recovery.old.tmp".
+  /// The recovery file when that name is blocked: "DXP.RCS.odbpp-<run>.recovery.old.tmp".
   kestrune::ExtendedPath spare_recovery;
 };
 
-/// Whether something is at the path; false also where that cannot be asked.
+/// Returns whether the path exists; false also when its stat fails.
 bool Exists(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path);
 
-/// Names the files of a new run of this process.
+/// Returns the names of the working files for a new run of this process.
 WorkingFiles NameWorkingFiles(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& rcs_path);
 
-/// Clears what dead runs left beside DXP.RCS. A temporary file is deleted. A displaced file may
-/// hold the user's only copy of something: it is moved to `directory`, and left where it is while
-/// DXP.RCS is missing. What cannot be cleared stays for the next run.
+/// Clears the working files that killed runs left beside DXP.RCS. Deletes replacement files. Moves
+/// displaced files to `directory`, since one may be the user's only copy, unless DXP.RCS is
+/// missing. Leaves files that cannot be cleared to the next run.
 void ClearLeftovers(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& rcs_path,
                     const kestrune::ExtendedPath& directory);
 

@@ -93,7 +93,7 @@ void RefuseDuplicateNames(const std::vector<RegistryValue>& values) {
   }
 }
 
-/// The entries by number; every other value goes to `plan` as it is.
+/// Returns the entries by number; appends every other value to `plan` unchanged.
 std::map<std::uint32_t, const RegistryValue*> SplitOffItems(
     const std::vector<RegistryValue>& values, std::vector<RegistryValue>& plan) {
   std::map<std::uint32_t, const RegistryValue*> items;

@@ -29,8 +29,8 @@ ValuesByName ByName(const std::vector<RegistryValue>& values) {
   return by_name;
 }
 
-/// By list index; values that are no list entries come first. A name may have leading zeros, so
-/// its text alone does not order it.
+/// Orders steps by list index; values that are not list entries come first. A name may have leading
+/// zeros, so names cannot be compared as texts.
 bool ComesBefore(const ListStep& left, const ListStep& right) {
   return left.index < right.index;
 }

@@ -9,7 +9,7 @@
 
 namespace altium_registration {
 
-/// One write or removal in the Global Projects key.
+/// Holds one write or removal in the Global Projects key.
 struct ListStep {
   RegistryValue value;
   bool removes = false;
@@ -19,16 +19,17 @@ struct ListStep {
 
 enum class StepOrder { Ascending, Descending };
 
-/// What turns `from` into `to`: first the values that differ, then the names that `to` lacks, each
-/// by the number of the entry; values that are no entries count as the lowest.
+/// Returns the steps that change `from` to `to`: first writes of the values that differ, then
+/// removals of the names that `to` lacks, each ordered by the number of the entry; values that are
+/// not entries have the lowest number.
 ///
-/// A plan never gives an entry a higher number than it had. So writing upwards before removing (and
-/// downwards when undoing) leaves every entry of the list in it at every instant, wherever the
-/// process may end.
+/// A plan never gives an entry a higher number than it had. Writing in ascending order before
+/// removing (and in descending order when undoing) therefore keeps every entry in the list at every
+/// instant, even if the process is killed.
 std::vector<ListStep> StepsBetween(const std::vector<RegistryValue>& from,
                                    const std::vector<RegistryValue>& to, StepOrder order);
 
-/// The key's content after the first `count` steps.
+/// Returns the key's content after the first `count` steps.
 std::vector<RegistryValue> ContentAfter(const std::vector<RegistryValue>& before,
                                         const std::vector<ListStep>& steps, std::size_t count);
 

@@ -8,19 +8,19 @@
 
 namespace altium_registration {
 
-/// A file, security or cryptographic step that Windows refused: "<step> (Win32 <code>)". A
-/// comparison that came out wrong without a failing call has the code 0.
+/// Returns the failure of a file, security or cryptographic step: "<step> (Win32 <code>)". A failed
+/// comparison has the code 0.
 inline kestrune::Failure FileStepFailure(std::wstring_view step, std::uint32_t code) {
   return {std::wstring(step) + L" (Win32 " + std::to_wstring(code) + L")", code};
 }
 
-/// A registry step that Windows refused: "<step> (registry <code>)", with the code that the call
+/// Returns the failure of a registry step: "<step> (registry <code>)", with the code that the call
 /// returned.
 inline kestrune::Failure RegistryStepFailure(std::wstring_view step, std::uint32_t code) {
   return {std::wstring(step) + L" (registry " + std::to_wstring(code) + L")", code};
 }
 
-/// A refusal that no failing call stands behind: a fixed sentence without a code.
+/// Returns a failure without a failed call: a fixed sentence without a code.
 inline kestrune::Failure Refusal(std::wstring_view sentence) {
   return {std::wstring(sentence), 0};
 }

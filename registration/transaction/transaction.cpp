@@ -22,22 +22,22 @@ constexpr std::wstring_view kManualRecovery = L" MANUAL RECOVERY REQUIRED; backu
 constexpr std::wstring_view kRolledBack = L" Rollback complete (or no owned writes).";
 constexpr std::wstring_view kUnexpected = L"Unexpected failure.";
 
-/// How many values a key may have to be read again before each step; with more the readings would
-/// take minutes.
+/// The key is read again before each step only up to this number of values; with more values this
+/// would take minutes.
 constexpr std::size_t kMostValuesReadBeforeEachStep = 256;
 
-/// Room for each message that needs no text of a failure.
+/// The memory reserved for each message without the text of a failure.
 constexpr std::size_t kReservedMessage = 128;
 
-/// What applying a plan did to the key so far.
+/// Holds how far a plan was applied to the key.
 struct ListProgress {
   std::vector<ListStep> steps;
   std::size_t begun = 0;
   std::size_t done = 0;
 };
 
-/// One run, in the order in which it happens. What is thrown is held as it is and made a text only
-/// when everything that can be put back has been: a text takes memory, which may be what ran out.
+/// Runs one transaction. An exception is kept and converted to text only after the rollback, since
+/// text needs memory, which may have run out.
 class Transaction {
  public:
   Transaction(Store& store, const RegistrationChange& change) : store_(store), change_(change) {}
@@ -79,8 +79,8 @@ class Transaction {
     Apply(change_.values_before, committed_);
     RequireFinalState();
     store_.CheckSourceSecurity();
-    // Everything is in place and verified. Nothing from here on may fail: the message has its room,
-    // and an unwritable log is no reason to undo anything.
+    // All changes are made and verified. Nothing may fail from here on: the memory for the message
+    // is reserved, and a log that cannot be written is no reason for a rollback.
     outcome = kCommitted;
     static_cast<void>(Attempt([&] { Log(kCommitted); }));
   }
@@ -92,8 +92,8 @@ class Transaction {
             L"Temporary file validation failed.");
   }
 
-  /// Performs the steps on the key, which was just found to hold `from`, unless another program
-  /// changes it meanwhile.
+  /// Performs the steps on the key, whose content was just verified as `from`. Throws when another
+  /// program changes the key meanwhile.
   void Apply(const std::vector<RegistryValue>& from, ListProgress& progress) {
     for (const ListStep& step : progress.steps) {
       RequireUndisturbed(from, progress);
@@ -103,7 +103,8 @@ class Transaction {
     }
   }
 
-  /// The caller made the check that belongs to the first step.
+  /// Throws when another program has changed the key. Skips the first step, for which the caller
+  /// has checked this.
   void RequireUndisturbed(const std::vector<RegistryValue>& from, const ListProgress& progress) {
     if (progress.done > 0 && from.size() + progress.done <= kMostValuesReadBeforeEachStep) {
       RequireValues(ContentAfter(from, progress.steps, progress.done));
@@ -124,7 +125,7 @@ class Transaction {
     Require(file_holds && list_holds, L"Final state validation failed.");
   }
 
-  /// Both halves are always tried, before any text is made of what became of them.
+  /// Rolls back the key and the file. Tries both before it composes any text.
   void RollBack(const std::exception_ptr& failure, std::wstring& message) {
     const std::exception_ptr list_failure = Attempt([&] { RollBackList(); });
     const std::exception_ptr file_failure = Attempt([&] { RollBackFile(); });
@@ -158,8 +159,8 @@ class Transaction {
     }
   }
 
-  /// What this run left in the key. A step that failed may or may not have taken effect; any other
-  /// content is another program's.
+  /// Returns the content that this run left in the key. A failed step may or may not have taken
+  /// effect; any other content comes from another program.
   std::vector<RegistryValue> OwnedValues() {
     const std::vector<RegistryValue> found = store_.ReadGlobalProjects();
     for (std::size_t count = committed_.done; count <= committed_.begun; ++count) {
@@ -194,7 +195,7 @@ class Transaction {
 
   void Log(std::wstring_view line) { store_.AppendLog(kestrune::Utf8FromWide(line)); }
 
-  /// Runs an action; what it threw, or nothing. Takes no memory of its own.
+  /// Runs an action and returns its exception, if any. Allocates no memory.
   template <class Action>
   static std::exception_ptr Attempt(Action action) noexcept {
     try {
@@ -219,8 +220,8 @@ class Transaction {
 
   Store& store_;
   const RegistrationChange& change_;
-  /// The steps that the commit began in the key, so that the rollback knows its own writes from
-  /// another program's.
+  /// The steps that the commit began in the key, by which the rollback distinguishes its own writes
+  /// from another program's.
   ListProgress committed_;
 };
 
