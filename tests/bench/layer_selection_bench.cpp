@@ -42,7 +42,7 @@ std::string Field(std::size_t number) {
          "_Plot=False|AddToAllPlots_V7_" + n + "=False|";
 }
 
-/// An ordinary configuration line of some hundred fields in a job that is otherwise large.
+/// Returns an ordinary configuration line of some hundred fields in a job that is otherwise large.
 std::string JobWithOrdinaryLine() {
   std::string job(kJobSize / 2, 'x');
   job += "\r\nConfiguration1_Item1=";
@@ -53,7 +53,7 @@ std::string JobWithOrdinaryLine() {
   return job.append(kJobSize - job.size(), 'y');
 }
 
-/// A job that is one single line, every field of which is looked up.
+/// Returns a job of one single line, every field of which is looked up.
 std::string JobOfOneLine() {
   std::string job = "Configuration1_Item1=";
   for (std::size_t i = 0; job.size() + 200 < kJobSize; ++i) {
@@ -71,7 +71,7 @@ kestrune::UsedLayers SomeLayers() {
   return kestrune::ParseUsedLayers(manifest);
 }
 
-/// The yardstick: one read, one copy in memory, one write.
+/// Measures the reference: one read, one copy in memory, one write.
 void ReadCopyWrite(benchmark::State& state) {
   Write(kSource, JobWithOrdinaryLine());
   for (auto _ : state) {
@@ -85,7 +85,7 @@ void ReadCopyWrite(benchmark::State& state) {
 }
 BENCHMARK(ReadCopyWrite)->Unit(benchmark::kMillisecond);
 
-/// What the program does: one read, the selection, one write in three pieces.
+/// Measures the program's steps: one read, the selection, one write in three pieces.
 void SelectInFile(benchmark::State& state, std::string (*make_job)()) {
   Write(kSource, make_job());
   const kestrune::UsedLayers used = SomeLayers();
@@ -103,7 +103,7 @@ void SelectInFile(benchmark::State& state, std::string (*make_job)()) {
 BENCHMARK_CAPTURE(SelectInFile, OrdinaryLine, JobWithOrdinaryLine)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(SelectInFile, OneLine, JobOfOneLine)->Unit(benchmark::kMillisecond);
 
-/// The selection alone, in memory.
+/// Measures only the selection, in memory.
 void SelectInMemory(benchmark::State& state, std::string (*make_job)()) {
   const std::string job = make_job();
   const kestrune::UsedLayers used = SomeLayers();

@@ -41,8 +41,8 @@ std::string XmlText(std::string_view text) {
   return escaped;
 }
 
-/// The same records as XML: the kind is the element, the identifier the attribute "id". White
-/// space between records is kept as the file has it.
+/// Returns the same records as XML: the kind is the element, the identifier the attribute "id".
+/// White space between records is kept as the file has it.
 std::string AsXml(const std::string& raw) {
   struct Token {
     std::string text;
@@ -123,7 +123,7 @@ void ParseWhole(benchmark::State& state, const std::string& text) {
   SetBytes(state, text.size());
 }
 
-/// Times everything from the file's text to the new one.
+/// Measures all steps from the file's text to the new one.
 void EditWhole(benchmark::State& state, const std::string& text, bool install) {
   const Spec spec = BenchSpec();
   std::string own = text;
@@ -149,7 +149,8 @@ void StrictParse(benchmark::State& state) {
   ParseWhole(state, RealisticFile(Kibibytes(state)));
 }
 
-/// pugixml reads the same bytes of records, its own copy of the text included; ours needs none.
+/// Measures pugixml with the same records, including its copy of the text, which our parser does
+/// not need.
 void PugixmlDom(benchmark::State& state) {
   const std::string raw = RealisticFile(Kibibytes(state));
   const std::string xml = AsXml(raw);
@@ -163,7 +164,8 @@ void PugixmlDom(benchmark::State& state) {
   SetBytes(state, raw.size());
 }
 
-/// The same without the copy: the text is made anew outside the measured time and parsed in place.
+/// Measures the same without the copy: the text is copied outside the measured time and parsed in
+/// place.
 void PugixmlDomInPlace(benchmark::State& state) {
   const std::string raw = RealisticFile(Kibibytes(state));
   const std::string xml = AsXml(raw);
@@ -186,7 +188,7 @@ void Install(benchmark::State& state) {
   EditWhole(state, RealisticFile(Kibibytes(state)), true);
 }
 
-/// The button is there with another description: records are cut out and written anew.
+/// Measures replacing a button that has another description.
 void Reinstall(benchmark::State& state) {
   Spec old = BenchSpec();
   old.description = "old";

@@ -78,7 +78,7 @@ void Inspect(std::string_view bytes) {
   Require(most_taken - before <= kMostMemory);
 }
 
-/// A matrix of 4 MiB with as many rows and as long values as are read.
+/// Returns a matrix of 4 MiB with as many rows and as long values as are read.
 std::string LargestMatrix() {
   std::string text;
   for (std::size_t row = 0; row < kestrune::kMostMatrixRows; ++row) {
@@ -91,7 +91,7 @@ std::string LargestMatrix() {
   return text;
 }
 
-/// An archive with that matrix and as many entries as are read.
+/// Returns an archive with that matrix and as many entries as are read.
 std::string LargestArchive() {
   std::vector<kestrune::ZipPart> parts = {{"odb/matrix/matrix", LargestMatrix(), 8}};
   for (std::uint64_t i = parts.size(); i < kestrune::kMostZipEntries; ++i) {
@@ -104,15 +104,15 @@ std::string LargestArchive() {
 
 }  // namespace
 
-/// Before the first input: the largest archive that is read, which no input is large enough for.
+/// Inspects the largest accepted archive before the first input, since no input is that large.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   Inspect(LargestArchive());
   Require(most_taken > kMostMemory / 2);
   return 0;
 }
 
-/// The input is an archive. Whatever it says, only ranges inside of it are read, no more than 16
-/// MiB of memory are taken, and the list has a row for each that was counted.
+/// Inspects the input as an archive. Only ranges within it may be read, at most 16 MiB of memory
+/// used, and the list must have a row for each layer that was counted.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Inspect({reinterpret_cast<const char*>(data), size});
   return 0;

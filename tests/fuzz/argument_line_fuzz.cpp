@@ -1,7 +1,7 @@
-// Input: the archive's path, a line feed, the spacing in decimal, a line feed, the template.
-// Laws: the placeholders come out as a naive implementation has them; the finished line always
-// carries both identity tokens, and the spacing where there is one, which reads back as the same
-// number; nothing of the user's line is lost; adding tokens twice adds nothing.
+// Input: the archive's path, a line feed, the spacing in decimal, a line feed, the template. Laws:
+// the placeholders are replaced as by a naive implementation; the line always has both identity
+// tokens, and the spacing if there is one, which parses back to the same number; the user's line is
+// preserved; adding tokens twice adds nothing.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -20,9 +20,9 @@ void Require(bool law) {
   }
 }
 
-constexpr long kWall = -1;  // stands at both ends of an inserted value; matches nothing
+constexpr long kWall = -1;  // at both ends of an inserted value; matches nothing
 
-/// One number for each character; those of inserted values are negative, so nothing matches them.
+/// One number per character; those of inserted values are negative, so that nothing matches them.
 using Cells = std::vector<long>;
 
 bool MatchesAt(const Cells& cells, std::size_t at, std::wstring_view placeholder) {
@@ -62,7 +62,7 @@ std::size_t NameEnd(const std::wstring& path, std::size_t at) {
   return at;
 }
 
-/// The size of "C:", "C:\", "\", "\\server\share", or of the same after "\\?\" or "\\.\".
+/// Returns the size of "C:", "C:\", "\", "\\server\share", or of the same after "\\?\" or "\\.\".
 std::size_t NaiveRootSize(const std::wstring& path) {
   const auto with_next_name = [&](std::size_t end) {
     return end < path.size() ? NameEnd(path, end + 1) : end;
@@ -117,7 +117,7 @@ std::wstring NaiveReplacement(const std::wstring& text, const std::wstring& zip)
   return line;
 }
 
-/// The ten-thousandths of a mil in "<digits>[.<digits>]mil".
+/// Returns the ten-thousandths of a mil in "<digits>[.<digits>]mil".
 std::int64_t ReadBack(std::wstring_view mils) {
   Require(mils.ends_with(L"mil"));
   mils.remove_suffix(3);

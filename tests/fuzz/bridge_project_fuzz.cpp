@@ -18,7 +18,8 @@ void Require(bool law) {
   }
 }
 
-/// The documents of a project as the host reads them: the path of each [DocumentN], in order.
+/// Returns the documents of a project as the host reads them: the path of each [DocumentN], in
+/// order.
 std::vector<std::wstring> ReadDocuments(std::wstring_view project) {
   constexpr std::wstring_view key = L"DocumentPath=";
   std::vector<std::wstring> paths;
@@ -39,8 +40,8 @@ std::vector<std::wstring> ReadDocuments(std::wstring_view project) {
 
 }  // namespace
 
-/// The input is a list of file names; those that Windows could never have are left out. What
-/// follows a colon names a stream of the file before it.
+/// Builds a project from the input, a list of file names. Names that are invalid on Windows are
+/// dropped; the part after a colon names a stream of the file.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   kestrune::BridgeFileNames names;

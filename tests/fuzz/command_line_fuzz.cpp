@@ -23,7 +23,7 @@ bool IsInstallerKeyword(const std::wstring& text) {
          text == L"--status";
 }
 
-/// What each command promises about the arguments that it came from.
+/// Checks the laws of each command against its arguments.
 struct Laws {
   const std::vector<std::wstring>& arguments;
 
@@ -35,7 +35,7 @@ struct Laws {
   }
   void operator()(const InstallerOptions&) const {
     Require(arguments.size() >= 2 && IsInstallerKeyword(arguments[1]));
-    // An option that can be read stays readable with another one behind it.
+    // A valid option stays valid with another one after it.
     std::vector<std::wstring> longer = arguments;
     longer.insert(longer.end(), {L"--profile", L"--quiet", L"--quiet"});
     const Command command = ParseCommandLine(longer);
@@ -75,12 +75,12 @@ struct Laws {
 
 }  // namespace
 
-/// The input is the arguments behind the program's path, each ended by a line feed.
+/// Parses the input: the arguments after the program's path, each with a line feed at its end.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::vector<std::wstring> arguments = {L"C:\\Kestrune.exe"};
   std::string_view rest(reinterpret_cast<const char*>(data), size);
   for (std::size_t end = 0; (end = rest.find('\n')) != std::string_view::npos;) {
-    // Windows hands arguments over as texts that end at their first NUL.
+    // Windows passes arguments as null-terminated texts.
     const std::string_view argument = rest.substr(0, end);
     arguments.push_back(WideFromUtf8(argument.substr(0, argument.find('\0'))));
     rest.remove_prefix(end + 1);

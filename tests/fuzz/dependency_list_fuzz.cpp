@@ -17,7 +17,7 @@ void Require(bool law) {
   }
 }
 
-/// Windows line ends instead of whatever stood there.
+/// Returns the lines with Windows line ends.
 std::string Written(const std::vector<std::wstring>& lines) {
   std::string bytes = "\xFF\xFE";
   const auto put = [&bytes](wchar_t unit) {

@@ -1,6 +1,6 @@
-// Input: the setting that names further kinds of record. Laws: a customization file with one record
-// of each kind that comes out is accepted when these kinds are let through, and is refused at the
-// first of them when they are not; no kind comes out twice.
+// Input: the setting with the opaque record kinds. Laws: a customization file with one record of
+// each resulting kind is accepted with these kinds, and refused at the first of them without; no
+// kind results twice.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

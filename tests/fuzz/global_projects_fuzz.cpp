@@ -1,5 +1,5 @@
-// The input spells a list of registry values: for each a control byte, a name and data. Plans must
-// obey the laws of a plan whatever the list holds.
+// The input encodes a list of registry values: for each a control byte, a name and data. Plans must
+// obey the laws of a plan for any list.
 
 #include <algorithm>
 #include <cstddef>
@@ -67,7 +67,7 @@ class Input {
   const std::uint8_t* end_;
 };
 
-/// The entries that are not ours and the values that are no entries, by their data.
+/// Returns the data of the entries that are not ours and of the values that are not entries.
 std::vector<std::vector<std::byte>> Foreign(const Values& values) {
   Values plan;
   std::wstring error;

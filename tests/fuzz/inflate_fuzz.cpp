@@ -27,8 +27,8 @@ std::optional<std::string> Ours(std::string_view deflated) {
   }
 }
 
-/// What zlib makes of the whole input; nothing when it refuses it, when bytes are left over, or
-/// when more than kLimit bytes come out.
+/// Returns the input unpacked by zlib; nothing when zlib rejects it, when bytes remain, or when the
+/// output exceeds kLimit bytes.
 std::optional<std::string> Zlibs(std::string_view deflated) {
   z_stream stream{};
   Require(inflateInit2(&stream, -15) == Z_OK);
@@ -45,7 +45,8 @@ std::optional<std::string> Zlibs(std::string_view deflated) {
 
 }  // namespace
 
-/// The input is a deflate stream. We and zlib make the same bytes of it, or both refuse it.
+/// Unpacks the input as a deflate stream. Inflate and zlib must return the same bytes, or both
+/// reject it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view deflated(reinterpret_cast<const char*>(data), size);
   Require(Ours(deflated) == Zlibs(deflated));

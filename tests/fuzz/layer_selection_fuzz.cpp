@@ -26,7 +26,7 @@ std::string_view NextPart(std::string_view& text) {
   return part;
 }
 
-/// Field by field the new line is the old one, but for the reported changes in their order.
+/// Checks that the new line differs from the old one only by the reported changes, in their order.
 void CheckFields(std::string_view before, std::string_view after, const LayerSelection& selection) {
   Require(std::count(before.begin(), before.end(), '|') ==
           std::count(after.begin(), after.end(), '|'));
@@ -47,7 +47,7 @@ void CheckFields(std::string_view before, std::string_view after, const LayerSel
 
 }  // namespace
 
-/// The input is a manifest, a NUL and an output job.
+/// Selects layers with the input: a manifest, a null byte and an output job.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view input(reinterpret_cast<const char*>(data), size);
   const std::size_t border = std::min(input.find('\0'), input.size());
@@ -68,8 +68,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
               *selection);
 
   const auto again = kestrune::SelectLayers(kestrune::Applied(job, *selection), used);
-  // A name field that is a layer field itself may have lost the name it gave; only then may a
-  // second selection differ from the first.
+  // A selection may change a name field that is a layer field itself; only then may a second
+  // selection differ from the first.
   const bool names_changed =
       std::any_of(selection->changes.begin(), selection->changes.end(),
                   [](const PlotFieldChange& change) { return change.field.ends_with("_name"); });

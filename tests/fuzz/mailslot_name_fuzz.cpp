@@ -1,6 +1,6 @@
-// Input: a mailslot name. Laws: the process number is the one that a naive reading gives; a name
-// with a process can be sent to; a name that can be sent to is the prefix and digits, so it never
-// leads out of the mailslots.
+// Input: a mailslot name. Laws: the process ID equals that of a naive parser; a name with a process
+// ID is valid; a valid name is the prefix and digits, so that it never denotes anything but a
+// mailslot.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -14,7 +14,7 @@ bool IsAllDigits(const std::string& text) {
   return text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-/// 0 for no number.
+/// Returns the number; 0 when there is none.
 std::uint32_t NaiveNumber(std::string digits) {
   if (digits.empty() || !IsAllDigits(digits)) {
     return 0;

@@ -38,8 +38,8 @@ bool StandsIn(std::string_view value, std::string_view text) {
 
 }  // namespace
 
-/// The input is a matrix. What is read stands in it; written down and read again it is the same;
-/// the list of it has one line for each row, and between its separators nothing that breaks a line.
+/// Parses the input as a matrix. All values must occur in the input; written and parsed again they
+/// must be equal; the list must have one line per row, without line breaks in its fields.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   Matrix matrix;

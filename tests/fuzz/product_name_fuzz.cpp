@@ -1,4 +1,4 @@
-// Display names: what qualifies is an edition, or an edition with a version behind one blank.
+// Display names: accepted are an edition, and an edition with one blank and a version.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -13,8 +13,8 @@
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max);
 
-/// Changes customization files as a host, a user or a torn write would: whole records, tokens and
-/// the blanks between them, besides single bytes.
+/// Mutates customization files as a host, a user or an incomplete write would: whole records,
+/// tokens and blanks, besides single bytes.
 class RcsMutator {
  public:
   RcsMutator(std::string text, unsigned seed) : text_(std::move(text)), dice_(seed) {}
@@ -152,7 +152,7 @@ class RcsMutator {
     return tokens.empty() ? Range{} : dice_.Of(tokens);
   }
 
-  /// From some keyword to the End that closes it.
+  /// Returns the range from some keyword to its End.
   Range Record() {
     static constexpr std::array<std::string_view, 7> kKinds = {
         "Tree", "PL", "Link", "Insertion", "Deletion", "Separator", "Change"};
@@ -175,7 +175,7 @@ class RcsMutator {
   kestrune_tests::Dice dice_;
 };
 
-/// Mutates the text behind the first `head` bytes of an input, which choose options.
+/// Mutates the text after the first `head` bytes of an input, which choose options.
 inline std::size_t MutateRcsInput(std::uint8_t* data, std::size_t size, std::size_t max,
                                   unsigned seed, std::size_t head) {
   if (size <= head || seed % 16 == 0) {

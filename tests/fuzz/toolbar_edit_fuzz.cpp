@@ -1,5 +1,5 @@
 // The first byte chooses options, the rest is a customization file. Parse and edit must agree with
-// the naive implementation, and what they answer must obey the laws of an edit.
+// the naive implementation, and their results must obey the laws of an edit.
 
 #include <cstddef>
 #include <cstdint>

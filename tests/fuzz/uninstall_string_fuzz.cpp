@@ -13,7 +13,7 @@ namespace {
 constexpr std::wstring_view kMark = L"B-UniqueID:\"";
 constexpr std::wstring_view kClass = L"0123456789ABCDEFabcdef-";
 
-/// The length of the match of `mark{class+}"` at `at`; 0 when there is none.
+/// Returns the length of the match of `mark{class+}"` at `at`; 0 when there is none.
 std::size_t MatchAt(std::wstring_view text, std::size_t at) {
   if (text.substr(at, kMark.size()) != kMark || text.substr(at + kMark.size(), 1) != L"{") {
     return 0;

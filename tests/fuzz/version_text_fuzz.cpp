@@ -1,4 +1,4 @@
-// Host version texts: the parts that the parser takes are the ones that stand there.
+// Host version texts: the parsed parts are those in the text.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// A second, slower reading of one number with the same answer.
+/// Parses a number in a second, slower way.
 bool TakeNumber(const std::wstring& text, std::size_t& at, std::int32_t& number) {
   std::size_t i = at;
   while (i < text.size() && (text[i] == L' ' || (text[i] >= 9 && text[i] <= 13))) {

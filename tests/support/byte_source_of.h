@@ -6,8 +6,8 @@
 
 namespace kestrune {
 
-/// Returns a source that reads from these bytes, which it copies. A range outside of them throws
-/// std::out_of_range or comes back short, as no caller may ask for one.
+/// Returns a source that reads from these bytes, which it copies. A range outside of them, which no
+/// caller may request, throws std::out_of_range or is truncated.
 inline ByteSource ByteSourceOf(std::string bytes) {
   const std::uint64_t size = bytes.size();
   return {size, [held = std::move(bytes)](std::uint64_t offset, std::size_t count) {

@@ -9,7 +9,7 @@
 namespace kestrune {
 namespace {
 
-/// A path of the build machine as this program sees it: under Wine it lies on drive Z.
+/// Returns a path of the build machine as a Windows path: under Wine it is on drive Z.
 std::wstring AsWindowsPath(std::wstring path) {
   if (path.starts_with(L"/")) {
     path.insert(0, L"Z:");

@@ -2,20 +2,20 @@
 
 namespace kestrune {
 
-/// Lets this process run out of memory until the end of the scope. A program whose tests use it
-/// allocates through it all the time.
+/// Makes this process run out of memory until the end of the scope. A test program that links it
+/// makes all its allocations through it.
 class ScarceMemory {
  public:
-  /// What happens once `allowed` allocations have been made: one is refused, or all from then on.
+  /// Lists which allocations fail after `allowed` ones: the next one, or all from then on.
   enum class Refused { One, AllFromThenOn };
   ScarceMemory(long allowed, Refused refused);
-  /// Refuses the allocations of these two numbers, counted from 0.
+  /// Fails the allocations with these two numbers, counted from 0.
   ScarceMemory(long one, long other);
   ScarceMemory(const ScarceMemory&) = delete;
   ScarceMemory& operator=(const ScarceMemory&) = delete;
   ~ScarceMemory();
 
-  /// How many allocations have been asked for in the scope.
+  /// Returns the number of attempted allocations in the scope.
   [[nodiscard]] static long Asked();
 };
 

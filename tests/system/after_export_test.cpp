@@ -1,4 +1,4 @@
-// The application behind an export, as it sees its own start.
+// The application that receives an export, as it records its own start.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -11,7 +11,7 @@
 namespace kestrune {
 namespace {
 
-/// The whole command line for an argument line.
+/// Returns the whole command line for an argument line.
 std::wstring Line(const std::wstring& application, std::wstring_view arguments) {
   std::wstring line = Quoted(application) + L" ";
   line += arguments;
@@ -23,7 +23,7 @@ std::wstring Identity() {
 }
 
 TEST_F(AfterExportTest, AStartedApplicationTakesTheArchiveOverAndNothingElseHappens) {
-  // Windows takes one pair of quotes off a value that is quoted whole.
+  // Windows removes one pair of quotes around a whole value.
   Configure(L"Arguments=\"\"%ODBPP%\"\"");
   EXPECT_TRUE(EndsSilentlyWith(0, Finalize()));
   const std::optional<ChildRecord> record = Record();
@@ -62,14 +62,14 @@ TEST_F(AfterExportTest, TheApplicationHasThisEnvironmentAndNoInheritedHandles) {
                           std::to_wstring(reinterpret_cast<std::uintptr_t>(open.Get())).c_str());
   SetEnvironmentVariableW(L"KESTRUNE_CHILD_MARKER", L"the user's own value");
   Configure(L"");
-  // The program itself has the handle; the application must not get it from there.
+  // The program has the handle; the application must not inherit it.
   EXPECT_TRUE(EndsSilentlyWith(
       0, Finish(ProgramRun::WithHandles(
              KestrunePath(), L"--finalize " + Quoted(native_) + L" " + Quoted(board_)))));
   const std::optional<ChildRecord> record = Record();
   ASSERT_TRUE(record.has_value());
   EXPECT_EQ(record->marker, L"the user's own value");
-  // A file of its own may happen to have the same number there.
+  // One of its own files may have the same handle value by chance.
   EXPECT_FALSE(record->handle_path.ends_with(FileName(native_)));
   EXPECT_EQ(record->startup_flags, L"0");
 }
@@ -157,7 +157,7 @@ TEST_F(AfterExportTest, FinalizeNeverHandsASpacingOver) {
 }
 
 TEST_F(AfterExportTest, AnyCharacterOfAPathReachesTheApplication) {
-  // Windows takes one pair of quotes off a value that is quoted whole.
+  // Windows removes one pair of quotes around a whole value.
   Configure(L"Arguments=\"\"%ODBPP%\"\"");
   EXPECT_TRUE(EndsSilentlyWith(0, FinalizeBoard(L"C:\\x\\Ä плата \xD83D\xDE00.PcbDoc")));
   const std::optional<ChildRecord> record = Record();

@@ -1,5 +1,5 @@
-// The command line as a person or a script writes it: which mode runs, what is shown, which code
-// comes back.
+// The command line as a person or a script writes it: the mode that runs, the box and the exit
+// code.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -35,7 +35,7 @@ class ExportRoadTest : public AfterExportTest {
                           options);
   }
 
-  /// The exit code of one export that the stand-in drives.
+  /// Returns the exit code of one export that the stand-in drives.
   int Export(const std::wstring& options) const {
     return StartHost(options).WaitForExit(60'000).value_or(RunOutcome::kNeverEnded);
   }
@@ -45,7 +45,7 @@ class ExportRoadTest : public AfterExportTest {
   std::string Delivered() const { return FileBytes(default_destination_); }
 };
 
-/// The names in the archive.
+/// Returns the names in the archive.
 std::vector<std::string> NamesInArchive(const std::string& archive) {
   std::vector<std::string> names;
   for (const auto& [name, content] : ReadStoredZip(archive)) {
@@ -177,7 +177,7 @@ TEST_F(ExportRoadTest, AProfileOnAShareThatHasGoneEndsTheExportWithoutLoss) {
   ASSERT_EQ(Export(L"--plot-key PlotTopLayerPlot"), 0) << Journal();
   const std::string former = Delivered();
   const MovedProfile moved(L"\\\\server.invalid\\profiles\\somebody");
-  // The deployed output job lies on the share as well, so the export ends before it begins.
+  // The deployed output job is on the share too, so the export cannot start.
   EXPECT_EQ(Export(L"--plot-key PlotBottomLayerPlot"), 3) << Journal();
   EXPECT_THAT(Journal(), HasSubstr("status: ERROR\n"));
   EXPECT_EQ(Delivered(), former);

@@ -1,4 +1,4 @@
-// What a full disk does to each mode.
+// Each mode on a full disk.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ using ::testing::StartsWith;
 
 class FullDiskTest : public FinalizeTest {
  protected:
-  /// The disk becomes full with an archive of an earlier export on it, and the host writes another.
+  /// Fills the disk with an archive of an earlier export on it, and writes another one as the host.
   void PutArchives(const SmallDisk& disk, const std::wstring& former, std::size_t former_size,
                    std::size_t size) const {
     PutFile(former, std::string(former_size, 'f'));
@@ -31,7 +31,7 @@ class FullDiskTest : public FinalizeTest {
     PutFile(native_, std::string(size, 'z'));
   }
 
-  /// The default destination of a user whose profile lies on the disk.
+  /// Returns the default destination of a user whose profile is on the disk.
   static std::wstring DestinationOn(const SmallDisk& disk) {
     return disk.Folder() + L"\\AppData\\Local\\Kestrune\\ODBpp\\Main.zip";
   }
@@ -146,7 +146,7 @@ TEST_F(FullDiskInstallTest, AProfileOnAFullDiskIsLeftAsItWas) {
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const BoxInstance used = UsedHost(1, 24);
   MadeInstance host = MakeHost(used);
-  // The program's own folder has room, the host's profile has none.
+  // The disk of the program's own folder has space, that of the host's profile has none.
   const std::wstring roaming = Scratch(L"user\\AppData\\Roaming");
   ASSERT_TRUE(TryCreateDirectories(std::wstring(ParentPath(roaming))));
   ASSERT_TRUE(MakeDirectoryLink(roaming, disk.Folder()));

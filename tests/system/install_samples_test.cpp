@@ -20,7 +20,7 @@ class RealProfiles : public InstallTest {
     std::string rcs;
     MadeInstance host;
     HostView before;
-    /// Whether the grammar without further kinds of record refuses it.
+    /// Whether it is refused without opaque record kinds.
     bool refused = false;
   };
 
@@ -58,7 +58,7 @@ class RealProfiles : public InstallTest {
     }
   }
 
-  /// The host's version as the file's name tells it: "AD17-...".
+  /// Returns the host's version from the file's name: "AD17-...".
   static int MajorOf(const std::string& name) {
     return name.starts_with("AD") ? std::stoi(name.substr(2, 2)) : 24;
   }

@@ -1,4 +1,4 @@
-// Installations over many instances, and installations whose process ends on its way.
+// Installations into many instances, and killed installations.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -55,12 +55,12 @@ class LargestFile : public ManyInstances {
  protected:
   static constexpr std::size_t kSize = 8'380'000;
 
-  /// Installs and gives the highest working set of the program in bytes.
+  /// Installs and returns the program's peak working set in bytes.
   std::size_t PeakOfInstallation(const std::string& shape, const BoxInstance& large) {
     const MadeInstance host = MakeHost(large);
     ProgramRun run(KestrunePath(), L"--install --quiet --package " + Quoted(package_));
     EXPECT_TRUE(run.Started());
-    // The system forgets the peak of an ended process, so it is asked until then.
+    // The system discards the peak when the process ends, so it is polled until then.
     std::size_t peak = 0;
     while (!run.WaitForExit(1)) {
       PROCESS_MEMORY_COUNTERS counters{};
@@ -78,7 +78,7 @@ class LargestFile : public ManyInstances {
     return peak;
   }
 
-  /// The number in as few characters as the format can hold.
+  /// Returns the number in as few characters as the format can hold.
   static std::string Short(unsigned number) {
     constexpr std::string_view kDigits =
         "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
@@ -101,7 +101,8 @@ TEST_F(LargestFile, OfTheUsualShapeTakesAtMostEightTimesItsSize) {
   EXPECT_LE(PeakOfInstallation("usual records", large), 8 * large.rcs.size());
 }
 
-/// What is accepted must be carried in two gigabytes of addresses, whatever its shape.
+/// Every accepted file must be handled within two gigabytes of address space, regardless of its
+/// shape.
 TEST_F(LargestFile, OfTheWorstShapesStaysFarBelowTheAddressSpace) {
   constexpr std::size_t kFar = 512U << 20;
   BoxInstance records = UsedHost(1, 24);
@@ -120,7 +121,7 @@ TEST_F(LargestFile, OfTheWorstShapesStaysFarBelowTheAddressSpace) {
   EXPECT_LE(PeakOfInstallation("one record of small attributes", attributes), kFar);
 }
 
-/// What a process leaves behind that ends anywhere in an installation over three instances.
+/// Kills an installation into three instances at any time, and checks what is left.
 class KilledInstallation : public InstallTest {
  protected:
   void SetUp() override {
@@ -138,7 +139,7 @@ class KilledInstallation : public InstallTest {
     }
   }
 
-  /// Three registered-to-be instances as their users left them, and no runtime.
+  /// Sets up three instances without the button, and no runtime.
   void Begin() {
     ASSERT_TRUE(RemoveTree(folders_.local + L"\\Kestrune")) << GetLastError();
     hosts_.clear();
@@ -159,8 +160,8 @@ class KilledInstallation : public InstallTest {
     return shortest;
   }
 
-  /// Starts an installation and ends its process after `microseconds`. True when it had not ended
-  /// by itself.
+  /// Starts an installation and kills its process after `microseconds`. Returns whether it was
+  /// still running.
   bool KillAfter(std::int64_t microseconds) {
     LARGE_INTEGER frequency{};
     LARGE_INTEGER now{};
@@ -169,7 +170,7 @@ class KilledInstallation : public InstallTest {
     EXPECT_TRUE(run.Started());
     QueryPerformanceCounter(&now);
     const std::int64_t end = now.QuadPart + microseconds * frequency.QuadPart / 1'000'000;
-    // The last two milliseconds are waited for awake: a sleep is too coarse to hit every step.
+    // The last two milliseconds are a busy wait, since a sleep is too coarse to hit every step.
     while (now.QuadPart < end) {
       if (end - now.QuadPart > frequency.QuadPart / 500) {
         Sleep(1);
@@ -192,7 +193,7 @@ class KilledInstallation : public InstallTest {
         << "torn, " << rcs.size() << " bytes";
   }
 
-  /// Wine replaces a file with two renames; a person puts the displaced file back.
+  /// Moves the displaced file back as a user would. Wine replaces a file with two renames.
   void PutDisplacedFileBack(const MadeInstance& host) {
     for (const std::wstring& name : NamesIn(host.profile)) {
       const std::wstring path = JoinPath(host.profile, name);
@@ -213,7 +214,7 @@ class KilledInstallation : public InstallTest {
       EXPECT_TRUE(std::ranges::count(projects, L"C:\\Scripts\\It's.PrjScr") == 1);
       EXPECT_LE(projects.size(), 2U);
     }
-    // A file of the runtime is whole or not there.
+    // A file of the runtime is complete or absent.
     for (const std::wstring& name : RuntimeFiles()) {
       if (Exists(Runtime(name))) {
         EXPECT_EQ(FileBytes(Runtime(name)), runtime_[name]) << Utf8FromWide(name);
@@ -257,7 +258,7 @@ TEST_F(KilledInstallation, AtAnyTimeEverythingIsWholeAndTheNextOneSucceeds) {
             << " inside the replacement of a DXP.RCS\n";
 }
 
-/// What a process leaves behind that ends anywhere in the update of a whole, older runtime.
+/// Kills the update of a complete, older runtime at any time, and checks what is left.
 class KilledUpdate : public KilledInstallation {
  protected:
   struct Dated {
@@ -273,7 +274,7 @@ class KilledUpdate : public KilledInstallation {
       return;
     }
     old_files_ = ReadRuntime();
-    // The program has changed as well, and its old file is the longer one.
+    // The program has changed too, and its old file is longer.
     old_files_[L"Kestrune.exe"] = {FileBytes(KestrunePath()) + std::string(100'000, 'o'),
                                    kPackageTime};
     MakePackage(package_, kLaterTime, "two" + std::string(100'000, 'n'));
@@ -306,9 +307,9 @@ class KilledUpdate : public KilledInstallation {
     return shortest;
   }
 
-  /// Counts files that are neither the old nor the new one in content and time. Wine moves the time
-  /// of a file on with each write although it was set; a file that looks new for that is counted
-  /// apart and taken away.
+  /// Counts files that are neither the old nor the new one in content and time. Under Wine each
+  /// write changes a file's time although it was set; a file that looks new for this reason is
+  /// counted separately and removed.
   void CountRemains() {
     for (const auto& [name, file] : new_files_) {
       const Dated found = {FileBytes(Runtime(name)), TimeOf(Runtime(name))};

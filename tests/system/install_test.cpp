@@ -1,5 +1,5 @@
-// The four installer commands as a user or a set-up program starts them: reports, codes, and what a
-// host sees afterwards.
+// The four installer commands as a user or a setup program starts them: reports, exit codes, and
+// what a host then reads.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -32,7 +32,7 @@ int ProblemCode(const std::wstring& command) {
   return command == L"--status" ? 10 : 40;
 }
 
-/// Status, over everything that the box holds, changes nothing.
+/// Runs `--status` and checks that it changes nothing.
 class InstallStatusTest : public InstallTest {
  protected:
   void ExpectStatus(int code, const std::wstring& text) {
@@ -98,7 +98,7 @@ TEST_F(InstallTest, KeepsEverythingOfTheUserAndNamesTheInstanceInTheLog) {
   EXPECT_EQ(ReadAsHost(host).buttons.size(), 1U);
 }
 
-/// Waits until a run has logged what it intends, and shuts its operation log from then on.
+/// Waits until a run has logged the intended text, and then locks its operation log.
 FileHandle ShutLog(const MadeInstance& host) {
   const ULONGLONG end = GetTickCount64() + 20'000;
   while (GetTickCount64() < end) {
@@ -116,7 +116,7 @@ FileHandle ShutLog(const MadeInstance& host) {
 }
 
 TEST_F(InstallTest, ALogThatShutsAfterTheBackupsFailsTheReportAndNotTheRegistration) {
-  // Every second number is missing: so many entries to rewrite take longer than to shut the log.
+  // Every second number is missing: rewriting so many entries takes longer than locking the log.
   constexpr int kProjects = 100;
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   SystemCalls calls;
@@ -203,7 +203,7 @@ TEST_F(InstallTest, UninstallTakesTheRegistrationOutAndLeavesTheRuntime) {
   EXPECT_TRUE(HasNothingOfOurs(legacy));
   EXPECT_TRUE(HasNothingOfOurs(active));
   EXPECT_EQ(NamesIn(folders_.runtime), runtime);
-  // Taking out what is not there is harmless, and deploys nothing.
+  // Removing an absent button succeeds and deploys nothing.
   ASSERT_TRUE(RemoveTree(folders_.runtime));
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
   EXPECT_FALSE(Exists(folders_.runtime));
@@ -227,7 +227,7 @@ TEST_F(InstallStatusTest, HalfARegistrationIsNotInstalled) {
 
   SetProjects(host, used.projects);
   ExpectStatus(10, not_installed);
-  // In the list, but at a place that a registration would number anew.
+  // In the list, but with a number that a registration would change.
   SetProjects(host, {L"C:\\Scripts\\It's.PrjScr", L"C:\\x", Runtime(L"Kestrune.PrjScr")});
   RegDeleteKeyValueW(HKEY_CURRENT_USER, host.ProjectsKey().c_str(), L"Item1");
   ExpectStatus(10, not_installed);
@@ -592,7 +592,7 @@ TEST_F(InstallTest, HintAndLogAreTextInTheAnsiCodePage) {
   Settings(settings + L"Vi\x00E4wer\n");
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
   EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).hint, "Export PCB through Kestrune -> Vi\xE4wer");
-  // The log only tells; the button must not show what the user did not write.
+  // The log may replace characters; the button's hint must not.
   EXPECT_NE(FileBytes(LatestBackup(host) + L"\\operation.log").find(" Version=24.1 \xE4 ? GUID="),
             std::string::npos);
   Settings(settings + L"\x540D\n");
@@ -655,7 +655,7 @@ TEST_F(InstallTest, AHostThatStartsMeanwhileStopsARemovalToo) {
   const std::string registered = FileBytes(hosts[2].rcs);
   ProgramRun run(KestrunePath(), L"--uninstall");
   ASSERT_TRUE(run.Started());
-  // The first instance's backups are made behind its own look for a host.
+  // The first instance's backups are made after its own check for a running host.
   for (int i = 0; i < 10'000 && LatestBackup(hosts[0]) == backup; ++i) {
     Sleep(1);
   }
@@ -690,7 +690,7 @@ TEST_F(InstallTest, AnErrorInDiscoveryEndsTheRun) {
 TEST_F(InstallTest, ManyInstancesCostOneDeployment) {
   const MadeInstance first = MakeHost(UsedHost(1, 17));
   const MadeInstance second = MakeHost(UsedHost(2, 24));
-  // A package whose age nobody vouches for fills gaps only: a second deployment is refused.
+  // A package of unproven age only adds missing files: a second deployment is refused.
   package_ = Scratch(L"kestrunes\\package");
   MakePackage(package_, kPackageTime, "one");
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
@@ -715,7 +715,7 @@ TEST_F(InstallTest, APackageThatWindowsCannotAnswerForFailsTheInstance) {
       << log;
 }
 
-/// Makes a file longer without writing it: what is between is zero.
+/// Extends a file with zeros.
 void Stretch(const std::wstring& path, LONGLONG size) {
   const FileHandle file = HoldOpen(path, GENERIC_WRITE, 0);
   LARGE_INTEGER end{};
@@ -739,7 +739,7 @@ TEST_F(InstallStatusTest, ToolbarDefinitionsThatCannotBeReadHoldNoPlace) {
   ExpectStatus(10, not_installed);
   ASSERT_TRUE(DeleteFileW(host.resource.c_str()));
   ExpectStatus(10, not_installed);
-  // A removal needs no place.
+  // Removing needs no anchor.
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--uninstall")));
   EXPECT_TRUE(HasNothingOfOurs(host));
 }
@@ -759,7 +759,7 @@ TEST_F(InstallTest, APackageThatCannotBeDeployedLeavesTheProfileAlone) {
                                        L"Kestrune_WaitForm.dfm", L"Kestrune_WaitForm.pas"}));
   package_ = Scratch(L"no such package");
   EXPECT_TRUE(EndsWithBox(40, text, kBad, Run(L"--install")));
-  // A roll-out's classic: the backslash before the quote swallows it.
+  // A common mistake: the trailing backslash escapes the quote.
   EXPECT_TRUE(EndsWithBox(
       40, text, kBad,
       RunKestrune(L"--install --package \"" + Scratch(L"package") + L"\\\" --quiet\"")));
@@ -870,9 +870,9 @@ TEST_F(InstallTest, AnApostropheAndAnAnsiLetterInTheUsersNameDoNotMatter) {
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--status")));
 }
 
-/// Profiles on a server that has gone: on a drive letter of its own, and by its name.
-constexpr const wchar_t* kVanishedProfiles[] = {L"Q:\\users\\somebody",
-                                                L"\\\\server.invalid\\profiles\\somebody"};
+/// Profiles on a server that is gone: through a drive letter, and by its name.
+constexpr const wchar_t* kVanishedProfiles[] = {L"Q:\\users\\user",
+                                                L"\\\\server.invalid\\profiles\\user"};
 
 TEST_F(InstallTest, AProfileOnAShareThatHasGoneIsNamedAndNothingIsChanged) {
   MadeInstance host = MakeHost(UsedHost(1, 24));
@@ -888,7 +888,7 @@ TEST_F(InstallTest, AProfileOnAShareThatHasGoneIsNamedAndNothingIsChanged) {
     for (const wchar_t* const command : kCommands) {
       const Snapshot before = TakeSnapshot();
       const RunOutcome outcome = Run(command);
-      // A system that tells a server that has gone from a folder that is not there says so.
+      // Some systems distinguish a server that is gone from a folder that is absent.
       EXPECT_TRUE(EndsWithBox(ProblemCode(command), missing, kBad, outcome) ||
                   EndsWithBox(ProblemCode(command), unreadable, kBad, outcome));
       EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
@@ -909,7 +909,7 @@ TEST_F(InstallTest, TwoRunsAtOnceLeaveOneWorkingButtonEach) {
       const int code = run->WaitForExit(60'000).value_or(RunOutcome::kNeverEnded);
       EXPECT_TRUE(code == 0 || code == 40) << code;
     }
-    // Whoever came too late for an instance has left it to the other; the next run tells.
+    // A run that came too late for an instance left it to the other one; the next run checks this.
     EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
     for (const MadeInstance& host : hosts) {
       EXPECT_TRUE(HasWorkingButton(host));

@@ -1,4 +1,4 @@
-// Junctions, which every user of a real Windows can make and Wine cannot.
+// Junctions, which every user of a real Windows can create; Wine cannot.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ class JunctionTest : public PrepareTest {
     }
   }
 
-  /// A folder with one file that must survive everything.
+  /// Returns a folder with one file that must survive everything.
   std::wstring Victim() const {
     std::wstring folder = Scratch(L"victim");
     PutFile(JoinPath(folder, L"precious.txt"), "precious");
@@ -36,7 +36,7 @@ class JunctionTest : public PrepareTest {
   }
 };
 
-/// Makes `link` a junction to the folder `target`, as every user may.
+/// Creates the junction `link` to the folder `target`.
 void MakeJunction(const std::wstring& link, const std::wstring& target) {
   wchar_t system[MAX_PATH] = {};
   ASSERT_NE(GetSystemDirectoryW(system, MAX_PATH), 0U);
@@ -65,7 +65,7 @@ TEST_F(JunctionTest, OneAsTheTemporaryRootLeavesItsTarget) {
   ASSERT_NO_FATAL_FAILURE(MakeJunction(folders_.temporary, victim));
   Prepare();
   ExpectUntouched(victim);
-  // Of whatever became of it, only the link itself goes.
+  // If it is still a link, only the link itself is removed.
   if ((GetFileAttributesW(folders_.temporary.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
     RemoveDirectoryW(folders_.temporary.c_str());
   }

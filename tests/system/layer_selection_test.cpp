@@ -1,4 +1,4 @@
-// The output job that comes out of `--prepare`, looked at as the host would look at it.
+// The output job made by `--prepare`, read as the host reads it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ using ::testing::UnorderedElementsAreArray;
 
 class LayerSelectionTest : public PrepareTest {
  protected:
-  /// The configuration line that `--prepare` makes of this one.
+  /// Returns this configuration line after `--prepare`.
   std::string Rewritten(const std::string& configuration, const std::string& manifest) {
     PutFile(output_job_, "[Group]\r\nConfiguration1_Item1=" + configuration);
     PutFile(manifest_, manifest);
@@ -32,7 +32,7 @@ class LayerSelectionTest : public PrepareTest {
     return bytes.substr(std::min(before.size(), bytes.size()));
   }
 
-  /// The changes that the last preparation logged.
+  /// Returns the changes that the last preparation logged.
   std::vector<std::string> Changes() const {
     const std::string stage = "Stage: ODB plot field changed | ";
     std::vector<std::string> changes;
@@ -142,7 +142,7 @@ TEST_F(LayerSelectionTest, AManifestWithAMarkLosesOnlyItsFirstKey) {
             "PlotAPlot=False|PlotBPlot=True");
 }
 
-/// What stands before and behind the configuration line of an output job.
+/// Returns the text before and after the configuration line of an output job.
 std::pair<std::string, std::string> Surroundings(const std::string& bytes) {
   const std::string key = "Configuration1_Item1=";
   const std::size_t begin = bytes.find(key) + key.size();

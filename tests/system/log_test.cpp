@@ -1,4 +1,4 @@
-// The diagnostic log as it comes out of whole starts of the program.
+// The diagnostic log of whole runs of the program.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -22,7 +22,8 @@ constexpr std::size_t kLogLimit = 1'048'576;
 
 class LogTest : public ExportTest {
  protected:
-  /// The shortest run that logs: a preparation of a board that is not there writes two lines.
+  /// Returns the shortest run that logs: a preparation of a board that is not there writes two
+  /// lines.
   RunOutcome LogTwoLines(const std::wstring& source = L"C:\\no\\such.PcbDoc") {
     return RunKestrune(L"--prepare " + Quoted(source) + L" \"C:\\no list\" \"C:\\no manifest\"");
   }
@@ -57,7 +58,7 @@ TEST_F(LogTest, ALineIsLocalTimeWithoutLeadingZerosThenStageThenDetail) {
                              " Runtime=" + Utf8FromWide(folders_.runtime) + " Dependencies=0";
   const std::vector<std::string> lines = Lines(Raw());
   ASSERT_EQ(lines.size(), 2U);
-  // The run may pass a second: its line bears one of the seconds in which it ran.
+  // The line has one of the seconds during the run.
   std::vector<std::string> possible;
   FILETIME moment = {};
   FILETIME last = {};
@@ -93,8 +94,8 @@ TEST_F(LogTest, EntriesAreAppended) {
 }
 
 TEST_F(LogTest, TheLogStartsOverWhenALineWouldPassOneMebibyteAndNotBefore) {
-  // The length of a line depends on the time of day, so it is measured before and after; when it
-  // changed in between, the run says nothing and is repeated.
+  // The length of a line depends on the time of day, so it is measured before and after; if it
+  // changed, the run is repeated.
   for (int attempt = 0; attempt < 5; ++attempt) {
     ASSERT_TRUE(DeleteFileW(folders_.log.c_str()) || GetLastError() != ERROR_SHARING_VIOLATION);
     LogTwoLines();
@@ -144,7 +145,7 @@ TEST_F(LogTest, ACutCharacterPairStillGivesValidUtf8) {
   for (int i = 0; i < 4500; ++i) {
     pairs += L"\xD83D\xDE00";
   }
-  // One of the two starts cuts a pair in its middle, whatever the length of the time is.
+  // One of the two runs cuts a pair in its middle, regardless of the length of the time.
   LogTwoLines(L"C:\\" + pairs);
   LogTwoLines(L"C:\\a" + pairs);
   std::vector<std::string> long_lines;
@@ -167,7 +168,7 @@ TEST_F(LogTest, ALogThatCannotBeWrittenChangesNoExitCode) {
   PutFile(folders_.log, "old");
 
   ASSERT_TRUE(SetFileAttributesW(folders_.log.c_str(), FILE_ATTRIBUTE_READONLY));
-  // A Wine that runs as the machine's administrator writes read-only files all the same.
+  // Wine as root writes to read-only files.
   const bool read_only =
       !FileHandle(CreateFileW(folders_.log.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -228,7 +229,7 @@ TEST_F(LogTest, EightProcessesWritingAtOnceTearNoLine) {
     ASSERT_EQ(line.find('[', 1), std::string::npos) << line;
   }
   EXPECT_EQ(bytes, raw.size());
-  // Entries may be lost to a writer of the same moment, but most arrive.
+  // Simultaneous writers may drop entries, but most are written.
   EXPECT_GT(lines.size(), 500U);
   EXPECT_LE(lines.size(), 8000U);
 }

@@ -1,4 +1,4 @@
-// A running application that asked for a notice through its mailslot.
+// A running application that listens on its mailslot.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -33,7 +33,7 @@ class MailslotTest : public AfterExportTest {
   std::wstring name_;
 };
 
-/// A mailslot of this process under any name.
+/// Holds a mailslot of this process under any name.
 class OwnSlot {
  public:
   explicit OwnSlot(const std::wstring& name)
@@ -41,7 +41,7 @@ class OwnSlot {
     EXPECT_TRUE(static_cast<bool>(slot_)) << GetLastError();
   }
 
-  /// The next message; empty when there is none.
+  /// Returns the next message; empty when there is none.
   std::string Next() {
     DWORD size = MAILSLOT_NO_MESSAGE;
     if (!GetMailslotInfo(slot_.Get(), nullptr, &size, nullptr, nullptr) ||

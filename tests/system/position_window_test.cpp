@@ -10,7 +10,7 @@
 namespace kestrune {
 namespace {
 
-/// A window of this process. Its messages are answered while a program runs against it.
+/// Holds a window of this process, whose messages are processed while a program acts on it.
 class TestWindow {
  public:
   TestWindow(int x, int y, int width, int height)
@@ -44,8 +44,8 @@ RECT WorkArea() {
 
 class PositionWindowTest : public ExportTest {
  protected:
-  /// Runs the program while this thread goes on answering its windows' messages: moving the window
-  /// of another thread waits for that thread.
+  /// Runs the program while this thread processes its windows' messages, for which moving a window
+  /// of another thread waits.
   RunOutcome Position(const std::wstring& target, const std::wstring& reference) {
     ProgramRun run(KestrunePath(), L"--position-window " + target + L" " + reference);
     const ULONGLONG end = GetTickCount64() + 20'000;
@@ -85,7 +85,7 @@ TEST_F(PositionWindowTest, TheWindowIsNeitherActivatedNorRaised) {
   const HWND before = GetForegroundWindow();
   EXPECT_TRUE(EndsSilentlyWith(0, Position(Number(target.Get()), Number(reference.Get()))));
   EXPECT_EQ(GetForegroundWindow(), before);
-  // The reference window was created later and still lies above the target.
+  // The reference window was created later and is still above the target.
   bool above = false;
   for (HWND window = GetWindow(target.Get(), GW_HWNDPREV); window != nullptr;
        window = GetWindow(window, GW_HWNDPREV)) {

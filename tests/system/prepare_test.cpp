@@ -1,4 +1,4 @@
-// `--prepare` through the executable: the throw-away project, the log and the codes.
+// `--prepare` through the executable: the temporary project, the log and the exit codes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -148,7 +148,7 @@ class RejectionTest : public PrepareTest {
     PutFile(InTemporary(L"ready.txt"), "the last export");
   }
 
-  /// Rejected with the text, and nothing in the temporary root touched.
+  /// Expects a rejection with the text and an unchanged temporary root.
   void ExpectRejected(std::wstring_view text, const RunOutcome& outcome) {
     EXPECT_TRUE(EndsSilentlyWith(9, outcome));
     EXPECT_EQ(Log().back(), Entry(L"Prepare rejected", text));
@@ -313,7 +313,7 @@ TEST_F(PrepareTest, ADependencyNamedLikeABridgeFileCollidesAndTheBoardSurvives) 
 }
 
 TEST_F(PrepareTest, ADependencyThatVanishesBeforeItsCopyIsReported) {
-  // A large board keeps the program copying while the dependency goes.
+  // A large board keeps the program copying while the dependency is deleted.
   const std::wstring panel = Scratch(L"Panel.PcbDoc");
   PutFile(panel, "panel");
   PutSparseFile(board_, 768ULL << 20U);
@@ -438,7 +438,7 @@ TEST_F(StatusTest, AnExistingStatusFileIsNeverReplacedAndEndsWithTen) {
   EXPECT_EQ(FileBytes(status_), "old");
   EXPECT_EQ(FileBytes(status_ + L".tmp"), "OK\r\n");
   EXPECT_EQ(Log().back(), Entry(L"Prepare status failed", L"Cannot publish completion result"));
-  // The preparation itself was done.
+  // The preparation itself succeeded.
   EXPECT_TRUE(Exists(InTemporary(L"ready.txt")));
 }
 

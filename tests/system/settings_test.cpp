@@ -1,4 +1,4 @@
-// settings.ini as it shows in whole exports: which file counts, which section, which value.
+// settings.ini in whole exports: the file, the section and the value that count.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,8 +22,8 @@ class SettingsTest : public AfterExportTest {
     return path;
   }
 
-  /// The program and arguments that the application saw, without the identity tokens; nothing when
-  /// none was started.
+  /// Returns the program and arguments that the application recorded, without the identity tokens;
+  /// nothing when none was started.
   std::optional<std::wstring> Started() {
     const RunOutcome outcome = Finalize();
     EXPECT_EQ(outcome.code, 0);

@@ -1,4 +1,4 @@
-// `--wait-native` through the executable, against files that come, grow, stall and vanish.
+// `--wait-native` through the executable, with files that appear, grow, stall and disappear.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -53,7 +53,7 @@ TEST_F(WaitNativeTest, ACompleteArchiveIsReportedAfterFourEqualLooks) {
   EXPECT_TRUE(EndsSilentlyWith(0, outcome));
   EXPECT_EQ(FileBytes(paths.result), "OK\r\n10");
   EXPECT_THAT(Log(), ElementsAre(BeginEntry(paths), StableEntry(paths, L"10", false)));
-  // Three sleeps of half a second lie between four looks.
+  // Four polls have three sleeps of half a second between them.
   EXPECT_GE(outcome.milliseconds, 1400U);
   EXPECT_LT(outcome.milliseconds, 10'000U);
 }
@@ -144,7 +144,8 @@ TEST_F(WaitNativeTest, PathsOutsideTheAnsiCodePageAndBeyondTheClassicLimitAreWat
 
 TEST_F(WaitNativeTest, TwoMinutesWithoutACompleteArchiveEndWithError) {
   KESTRUNE_NEEDS_TIME();
-  // Every way of never being complete waits at the same time, so that the two minutes pass once.
+  // All incomplete archives are waited for at the same time, so that the two minutes pass only
+  // once.
   const Paths absent = PathsFor(L"absent");
   const Paths empty = PathsFor(L"empty");
   const Paths folder = PathsFor(L"folder");

@@ -1,12 +1,12 @@
 // child_recorder.exe [ANYTHING...]: records how it was started and ends. It plays the application
 // that receives an export.
 //
-// The record goes to the file named by KESTRUNE_CHILD_RECORD, else to <own path>.record; it appears
-// there whole (written beside it, then renamed). UTF-16LE without a mark, lines ending in a line
-// feed, the raw command line last because it may hold anything:
+// The record goes to the file named by KESTRUNE_CHILD_RECORD, else to <own path>.record. It is
+// written beside that file and then renamed. UTF-16LE without byte order mark, lines end with a
+// line feed; the raw command line is last, since it may contain any character:
 //   Directory=<working directory>
 //   Marker=<value of KESTRUNE_CHILD_MARKER>
-//   HandlePath=<file behind the handle numbered KESTRUNE_CHILD_HANDLE, empty when there is none>
+//   HandlePath=<file of the handle numbered KESTRUNE_CHILD_HANDLE, empty when there is none>
 //   StartupFlags=<dwFlags of the start-up information, decimal>
 //   CommandLine=<raw command line up to the end of the file>
 //
@@ -50,7 +50,7 @@ std::wstring HandlePath() {
   if (number == 0) {
     return {};
   }
-  // A handle's number is all that its starter can pass on.
+  // The parent process can pass a handle only as a number.
   auto* const handle = reinterpret_cast<HANDLE>(number);  // NOLINT(performance-no-int-to-ptr)
   std::wstring path(32768, L'\0');
   const DWORD length =

@@ -2,12 +2,12 @@
 // the script project PROJECT to a given DXP.RCS and the Global Projects key below a given branch of
 // HKEY_CURRENT_USER, with nothing of the installer around it. VERB is install or remove.
 //
-// A point is the moment before or after a call that changes something or asks about security.
+// A point is the moment before or after a call that changes something or reads security.
 //
 //   --report FILE     writes the outcome, UTF-8: the message, and then a line for every point that
 //                     the run passed: the call's name in SystemCalls and "before" or "after"
-//   --fail-at N       refuses the call of the N-th point; behind the call it has taken effect all
-//                     the same
+//   --fail-at N       fails the call of the N-th point; a point after the call fails it
+//                     although it took effect
 //   --die-at N        ends the process at the N-th point
 //   --die-half-way N  ends the process where the N-th replacement has taken DXP.RCS away and not
 //                     yet put the other file in its place
@@ -57,7 +57,7 @@ struct Arguments {
   unsigned long die_half_way = 0;
 };
 
-/// Nothing of the program runs any more after this, not even a destructor.
+/// Ends the process without running anything else, not even a destructor.
 [[noreturn]] void EndProcess() {
   TerminateProcess(GetCurrentProcess(), kEndedOnRequest);
   for (;;) {
@@ -65,7 +65,8 @@ struct Arguments {
   }
 }
 
-/// The real calls with a point before and after each, at which it may fail or the process end.
+/// Makes the real calls, with a point before and after each at which the call may fail or the
+/// process end.
 class MortalCalls final : public kestrune::ScriptedCalls {
  public:
   explicit MortalCalls(const Arguments& arguments) : arguments_(arguments) {
@@ -73,7 +74,7 @@ class MortalCalls final : public kestrune::ScriptedCalls {
     after = [this](const SystemCall& call) { return Point(call.name, " after\n"); };
   }
 
-  /// The points passed so far, a line for each.
+  /// Returns the points passed so far, a line for each.
   [[nodiscard]] const std::string& Points() const { return points_; }
 
   BOOL Replace(const ExtendedPath& replaced, const ExtendedPath& replacement,
@@ -86,8 +87,8 @@ class MortalCalls final : public kestrune::ScriptedCalls {
   }
 
  private:
-  /// The calls that change something or on whose answers about security the run decides; a death or
-  /// a refusal at any other one leaves what one of these leaves.
+  /// Returns whether the call changes something or reads security. Ending the process or failing at
+  /// any other call has the same result as at one of these.
   static bool IsPoint(std::string_view call) {
     constexpr std::string_view kPoints[] = {
         "GetAttributes", "Create",    "Write",    "Flush",      "Copy",
@@ -104,7 +105,7 @@ class MortalCalls final : public kestrune::ScriptedCalls {
     if (++count_ == arguments_.die_at) {
       EndProcess();
     }
-    // No code of a lock, which would be tried again.
+    // Not a sharing violation, which would be retried.
     return count_ == arguments_.fail_at ? std::optional<DWORD>(ERROR_IO_DEVICE) : std::nullopt;
   }
 
@@ -148,7 +149,7 @@ bool ReadArguments(Arguments& arguments) {
   return arguments.install || given[0] == L"remove";
 }
 
-/// What the installer would describe for a host of major version 17 or below.
+/// Returns the button as the installer describes it for a host of major version 17 or below.
 Spec SpecFor(const std::wstring& project) {
   Spec spec;
   if (!kestrune::AnsiFromWide(project, spec.script_project_path)) {

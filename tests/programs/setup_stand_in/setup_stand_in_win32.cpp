@@ -1,12 +1,12 @@
-// setup_stand_in.exe plays Kestrune.exe inside a setup program, so that each answer of the real one
-// can be had without an Altium Designer. In the folder named by KESTRUNE_STAND_IN:
-//   answer   the exit code that it gives, decimal; a second line is the code of every later start.
+// setup_stand_in.exe replaces Kestrune.exe inside a setup program, so that each of its results can
+// be produced without an Altium Designer. In the folder named by KESTRUNE_STAND_IN:
+//   `answer` the exit code, decimal; a second line is the code of every later start.
 //            With a minus sign it waits before that until the folder holds a file `go`
 //   calls    gets one line for each start: the raw command line, UTF-8
 //   report   the bytes of the report for --report; without it there is one that fits the code
-//   status   the same for --status, which always gives code 0
-// After code 0 or 40 of --install it has put itself into the shared runtime, as the real one does.
-// Without --quiet it shows a report box titled "Kestrune".
+// status   the same for --status, which always gives code 0 With code 0 or 40 of --install it
+// copies itself into the runtime, as the real one does. Without --quiet it shows a report box
+// titled "Kestrune".
 #include <windows.h>
 
 #include <shlobj.h>
@@ -26,7 +26,7 @@ std::wstring Variable(const wchar_t* name) {
   return value;
 }
 
-/// Returns the value after the switch on a command line on which values stand in quotes.
+/// Returns the value after the switch on a command line with values in quotes.
 std::wstring QuotedValue(const std::wstring& line, const std::wstring& name) {
   const std::size_t at = line.find(name + L" \"");
   if (at == std::wstring::npos) {
@@ -50,7 +50,7 @@ std::string DefaultReport(const std::wstring& line, int code) {
                      : "Installed/updated and validated.\r\n");
 }
 
-/// Writes the report with its mark where the command line asks for one.
+/// Writes the report with its mark if the command line requests one.
 bool WriteReport(const std::wstring& line, const std::wstring& given, int code) {
   const std::wstring file = QuotedValue(line, L"--report");
   std::string report;

@@ -8,7 +8,7 @@
 namespace kestrune {
 namespace {
 
-/// The value of "Key=value" in a record; the command line runs to its end.
+/// Returns the value of "Key=value" in a record; the command line runs to its end.
 std::wstring Field(const std::wstring& record, const std::wstring& key, bool to_the_end = false) {
   std::size_t begin = (L"\n" + record).find(L"\n" + key + L"=");
   if (begin == std::wstring::npos) {

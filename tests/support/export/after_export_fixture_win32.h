@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// How an application was started, as it saw it.
+/// Holds how an application was started, as recorded by itself.
 struct ChildRecord {
   std::wstring directory;
   std::wstring marker;
@@ -17,22 +17,22 @@ struct ChildRecord {
   std::wstring command_line;
 };
 
-/// An export with an application behind it that records its start: a copy of child_recorder.exe in
-/// a folder whose name holds a blank.
+/// Sets up an export to an application that records its start: a copy of child_recorder.exe in a
+/// folder with a blank in its name.
 class AfterExportTest : public FinalizeTest {
  protected:
   void SetUp() override;
   void TearDown() override;
 
-  /// Settings with the application enabled, its path, and more lines of the section.
+  /// Writes settings with the application enabled, its path, and more lines of the section.
   void Configure(std::wstring_view more) const;
 
-  /// The record of a start, when one came within ten seconds.
+  /// Returns the record of a start, when one came within ten seconds.
   std::optional<ChildRecord> Record() const;
-  /// Whether no start came, after giving one the time to come.
+  /// Returns whether no start came, after giving one the time to come.
   bool NoRecordComes() const;
 
-  /// The success message with the reason why the application was not started.
+  /// Returns the success message with the reason why the application was not started.
   [[nodiscard]] std::wstring NotStarted(std::wstring_view reason) const;
 
   std::wstring application_;

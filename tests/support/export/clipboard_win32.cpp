@@ -12,7 +12,7 @@
 namespace kestrune {
 namespace {
 
-/// Opens the clipboard, patiently: other programs look at it whenever it changes.
+/// Opens the clipboard with retries, since other programs open it whenever it changes.
 class OpenedClipboard {
  public:
   OpenedClipboard() {

@@ -5,7 +5,7 @@
 
 namespace kestrune {
 
-/// What another program finds on the clipboard.
+/// Holds what another program finds on the clipboard.
 struct ClipboardContent {
   bool readable = false;
   std::vector<std::wstring> files;  // of the file-drop format

@@ -131,7 +131,7 @@ void ExportTest::SetUp() {
 
 void ExportTest::TearDown() {
   if (!scratch_.empty()) {
-    // A test that held something open may leave its folder behind; the next run clears it.
+    // A test that failed to close a file may leave its folder; the next run clears it.
     static_cast<void>(RemoveTree(scratch_));
   }
 }

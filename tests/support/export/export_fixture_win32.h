@@ -12,7 +12,7 @@
 
 namespace kestrune {
 
-/// The folders that the program uses, found without the program's own code.
+/// Holds the folders that the program uses, found without the program's own code.
 struct ProfileFolders {
   std::wstring local;           // <profile>\AppData\Local
   std::wstring common;          // all users' application data
@@ -28,41 +28,42 @@ struct ProfileFolders {
 
 ProfileFolders FindProfileFolders();
 
-/// What a path holds, as bytes; empty with a failed expectation when it cannot be read.
+/// Returns a file's bytes; empty, with a failed expectation, when it cannot be read.
 std::string FileBytes(const std::wstring& path);
 
-/// Writes a file, making its folders; a failed expectation when it cannot.
+/// Writes a file and creates its folders; fails an expectation when it cannot.
 void PutFile(const std::wstring& path, std::string_view bytes);
 
-/// A file of `size` bytes of which only the first are written; the rest takes no space where the
-/// file system knows sparse files.
+/// Writes a file of `size` bytes, of which only `beginning` takes space if the file system supports
+/// sparse files.
 void PutSparseFile(const std::wstring& path, std::uint64_t size, std::string_view beginning = "PK");
 
 bool Exists(const std::wstring& path);
 
-/// The names in a folder, sorted; nothing for a folder that is not there.
+/// Returns the names in a folder, sorted; none when the folder is absent.
 std::vector<std::wstring> NamesIn(const std::wstring& folder);
 
-/// Holds a file open with the given sharing until the end of the scope.
+/// Opens a file with the given sharing; it stays open as long as the handle lives.
 FileHandle HoldOpen(const std::wstring& path, DWORD access, DWORD sharing);
 
-/// Text as UTF-16LE with its mark: the encoding of a settings file that holds any character.
+/// Returns text as UTF-16LE with byte order mark, the encoding in which a settings file can contain
+/// any character.
 std::string Utf16WithMark(std::wstring_view text);
 
-/// Makes one user's Kestrune state disposable and clean: no log, no settings, no runtime, no
-/// temporary root, an empty export folder, and a scratch folder of the test's own.
+/// Clears one user's Kestrune state: no log, no settings, no runtime, no temporary root, an empty
+/// export folder, and a scratch folder of the test's own.
 class ExportTest : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
 
-  /// The log's entries in order as "Stage: ..." without their times.
+  /// Returns the log's entries in order as "Stage: ..." without their times.
   std::vector<std::string> Log() const;
 
-  /// A path in the scratch folder.
+  /// Returns a path in the scratch folder.
   std::wstring Scratch(std::wstring_view name) const;
 
-  /// Writes the user's settings file; any character may stand in it.
+  /// Writes the user's settings file, which may contain any character.
   void Settings(std::wstring_view text) const;
 
   ProfileFolders folders_ = FindProfileFolders();
@@ -71,20 +72,20 @@ class ExportTest : public ::testing::Test {
   std::wstring scratch_;
 };
 
-/// Whether KESTRUNE_QUICK=1.
+/// Returns whether KESTRUNE_QUICK is 1.
 bool QuickRunIsWanted();
 
-/// A start that ended with the code and showed nothing.
+/// Returns whether the run ended with the code and showed no box.
 ::testing::AssertionResult EndsSilentlyWith(int code, const RunOutcome& outcome);
 
-/// A start that ended with the code after exactly one box of that text and icon, titled "Kestrune",
-/// without an owner and not on top of everything.
+/// Returns whether the run ended with the code after exactly one box with that text and icon,
+/// titled "Kestrune", without an owner and not topmost.
 ::testing::AssertionResult EndsWithBox(int code, std::wstring_view text, unsigned icon,
                                        const RunOutcome& outcome);
 
 }  // namespace kestrune
 
-/// Skips a test that takes minutes where KESTRUNE_QUICK=1 asks for a quick run.
+/// Skips a test that takes minutes when KESTRUNE_QUICK is 1.
 #define KESTRUNE_NEEDS_TIME()       \
   if (kestrune::QuickRunIsWanted()) \
   GTEST_SKIP() << "takes minutes; left out of a quick run"

@@ -8,23 +8,23 @@
 
 namespace kestrune {
 
-/// An archive of the host, ready for `--finalize`, and a clipboard with known content.
+/// Sets up an archive of the host for `--finalize`, and a clipboard with known content.
 class FinalizeTest : public ExportTest {
  protected:
   void SetUp() override;
 
-  /// `--finalize` of this test's archive for this test's board, as a script writes it.
+  /// Runs `--finalize` for this test's archive and board, as the script does.
   RunOutcome Finalize() const;
   RunOutcome FinalizeBoard(const std::wstring& board) const;
 
-  /// The message of a delivery to the clipboard; more of it may follow.
+  /// Returns the beginning of the message about a delivery to the clipboard.
   static std::wstring Delivered(const std::wstring& destination, std::wstring_view size);
-  /// The message of a failure that names the log.
+  /// Returns the message of a failure that names the log.
   [[nodiscard]] std::wstring SeeLog() const;
 
-  /// The clipboard holds the archive as a file and as text, and nothing else of either.
+  /// Expects exactly the archive on the clipboard, as a file and as text.
   static void ExpectOnClipboard(const std::wstring& destination);
-  /// The clipboard holds what it held before.
+  /// Expects the clipboard's former content.
   static void ExpectClipboardUntouched();
 
   std::wstring native_;
@@ -33,8 +33,7 @@ class FinalizeTest : public ExportTest {
   std::string native_bytes_ = std::string("PK\3\4archive\0\xFF", 13);
 };
 
-/// The system's text for a code without its line end, asked here and not through the program's own
-/// code.
+/// Returns the system's text for a code without its line end, read without the program's own code.
 std::wstring SystemText(DWORD code);
 
 }  // namespace kestrune

@@ -7,7 +7,7 @@
 
 namespace kestrune {
 
-/// The whole output job after a selection.
+/// Returns the whole output job after a selection.
 inline std::string Applied(std::string_view out_job, const LayerSelection& selection) {
   return std::string(out_job.substr(0, selection.begin))
       .append(selection.value)

@@ -42,7 +42,7 @@ constexpr std::uint32_t kEndOfDirectory = 0x06054B50;
 constexpr std::uint32_t kDosTime = 12U << 11;                                // noon
 constexpr std::uint32_t kDosDate = ((2026U - 1980U) << 9) | (3U << 5) | 7U;  // 7 March 2026
 
-/// The fields that the local and the central header of an entry share.
+/// Appends the fields that the local and the central header of an entry share.
 void PutCommonHeader(std::string& bytes, const std::pair<std::string, std::string>& entry) {
   const auto size = static_cast<std::uint32_t>(entry.second.size());
   Put(bytes, 20, 2);  // version needed
@@ -57,7 +57,7 @@ void PutCommonHeader(std::string& bytes, const std::pair<std::string, std::strin
   Put(bytes, 0, 2);  // extra field
 }
 
-/// A layer's name as ODB++ writes names: lower case, digits, "_" for all else.
+/// Returns a layer's name as ODB++ writes names: lower case, digits, "_" for all else.
 std::string OdbName(const std::string& layer) {
   std::string name;
   for (const char c : layer) {
@@ -97,7 +97,7 @@ std::string Matrix(const std::vector<std::string>& names) {
   return text;
 }
 
-/// One line and one pad, so that no layer is empty.
+/// Returns one line and one pad, so that no layer is empty.
 std::string Features() {
   return "UNITS=MM\n#\n#Feature symbol names\n#\n$0 r1000\n$1 r250\n#\n#Layer features\n#\n"
          "P 10 10 0 P 0 0\nL 10 10 40 30 1 P 0\n";

@@ -7,25 +7,25 @@
 
 namespace kestrune {
 
-/// The text between separators; one empty part for an empty text.
+/// Returns the text between separators; one empty part for an empty text.
 std::vector<std::string> Split(std::string_view text, char separator);
 
-/// The ODB++ configuration of an output job as the host reads it: the value of the first
+/// Holds the ODB++ configuration of an output job as the host reads it: the value of the first
 /// "Configuration1_Item1" line, cut into its fields. A field without "=" has an empty second part.
 struct OutputConfiguration {
   bool found = false;
   std::vector<std::pair<std::string, std::string>> fields;
 
-  /// The value of a field; empty when there is none of that name.
+  /// Returns the value of a field; empty when there is none of that name.
   [[nodiscard]] std::string Value(std::string_view key) const;
-  /// The layers that are switched on, as the host's ODB++ writer would name them: plot fields by
-  /// their key without the leading and trailing "Plot", numbered layers by their names.
+  /// Returns the layers that are switched on, as the host's ODB++ writer would name them: plot
+  /// fields by their key without the leading and trailing "Plot", numbered layers by their names.
   [[nodiscard]] std::vector<std::string> LayersSwitchedOn() const;
 };
 
 OutputConfiguration ReadOutputConfiguration(std::string_view output_job);
 
-/// One section of a project file: its name and its lines in order.
+/// Holds one section of a project file: its name and its lines in order.
 struct ProjectSection {
   std::string name;
   std::vector<std::pair<std::string, std::string>> lines;
@@ -33,11 +33,11 @@ struct ProjectSection {
   [[nodiscard]] std::string Value(std::string_view key) const;
 };
 
-/// A project file's sections in order.
+/// Returns a project file's sections in order.
 std::vector<ProjectSection> ReadProject(std::string_view text);
 
-/// A small output job whose first output is ODB++: two copper layers, masks, overlays, the keep-out
-/// layer and three numbered mechanical layers, some switched on and some off.
+/// Returns a small output job whose first output is ODB++: two copper layers, masks, overlays, the
+/// keep-out layer and three numbered mechanical layers, some switched on and some off.
 std::string SmallOutputJob();
 
 }  // namespace kestrune

@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// A board, its lists and a deployed output job, ready for `--prepare`.
+/// Sets up a board, its lists and a deployed output job for `--prepare`.
 class PrepareTest : public ExportTest {
  protected:
   void SetUp() override;
@@ -16,15 +16,15 @@ class PrepareTest : public ExportTest {
   /// Writes the dependency list as ANSI text with CR LF.
   void Depend(const std::vector<std::wstring>& paths) const;
 
-  /// `--prepare` with this test's board, list and manifest.
+  /// Runs `--prepare` with this test's board, list and manifest.
   RunOutcome Prepare() const;
   RunOutcome PrepareBoard(const std::wstring& board) const;
-  /// The same with a status file behind.
+  /// Runs the same with a status file.
   RunOutcome PrepareWithStatus(const std::wstring& status) const;
 
   [[nodiscard]] std::wstring InTemporary(std::wstring_view name) const;
 
-  /// The log's first entry for a board with so many dependencies.
+  /// Returns the log's first entry for a board with so many dependencies.
   [[nodiscard]] std::string BeginEntry(const std::wstring& board, int dependencies) const;
 
   std::wstring board_;
@@ -34,7 +34,7 @@ class PrepareTest : public ExportTest {
   std::string board_bytes_ = std::string("board\0bytes\r\n\x1A\xFF", 15);
 };
 
-/// "Stage: <stage> | <detail>" as it stands in the log.
+/// Returns "Stage: <stage> | <detail>", as in the log.
 std::string Entry(std::wstring_view stage, std::wstring_view detail);
 
 }  // namespace kestrune

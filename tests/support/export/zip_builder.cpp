@@ -14,7 +14,8 @@ std::string PackedContent(const ZipPart& part) {
   return part.method == 8 ? DeflateWithoutPacking(part.content) : part.content;
 }
 
-/// The fields that the local header and the directory share, from the version to the extra field.
+/// Returns the fields that the local header and the directory share, from the version to the extra
+/// field.
 std::string CommonFields(const ZipPart& part, std::size_t name_size, std::size_t extra_size) {
   const std::size_t packed_size = PackedContent(part).size();
   return LittleEndianBytes(20, 2) + LittleEndianBytes(part.flags, 2) +
@@ -37,7 +38,7 @@ std::string DirectoryPart(const ZipPart& part, std::size_t offset) {
          part.name + part.extra;
 }
 
-/// The 64-bit record of the end, and the record that leads to it.
+/// Returns the 64-bit end record and its locator.
 std::string LargeEnd(std::size_t entries, std::size_t size, std::uint64_t offset) {
   return "PK\x06\x06" + LittleEndianBytes(44, 8) + LittleEndianBytes(45, 2) +
          LittleEndianBytes(45, 2) + LittleEndianBytes(0, 8) + LittleEndianBytes(entries, 8) +

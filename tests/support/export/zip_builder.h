@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// An entry for BuildZip. What is absent is written as it truly is.
+/// Holds an entry for BuildZip. An absent value is written correctly.
 struct ZipPart {
   std::string name = {};
   /// Unpacked.
@@ -16,7 +16,7 @@ struct ZipPart {
   /// 0 stored, 8 deflated; any other method's data is given in `packed`.
   std::uint16_t method = 0;
   std::uint16_t flags = 0;
-  /// The data as it is packed; for method 8 by default one stored block.
+  /// The packed data; for method 8 by default one stored block.
   std::optional<std::string> packed = {};
   std::optional<std::uint32_t> checksum = {};
   std::optional<std::uint32_t> size = {};
@@ -28,7 +28,7 @@ struct ZipPart {
   std::optional<std::string> local_name = {};
 };
 
-/// What an archive has besides its entries.
+/// Holds what an archive has besides its entries.
 struct ZipEnd {
   std::string comment = {};
   std::optional<std::uint16_t> entries = {};
@@ -37,14 +37,14 @@ struct ZipEnd {
   std::uint16_t disk = 0;
   /// Writes the 64-bit records, and saturated numbers in the old one.
   bool large = false;
-  /// How many bytes will precede the archive's own; counts only in the 64-bit records.
+  /// The number of bytes before the archive; used only in the 64-bit records.
   std::uint64_t before = 0;
 };
 
-/// Returns a ZIP archive of these entries, false where the parts say so.
+/// Returns a ZIP archive of these entries, with the wrong values that the parts specify.
 std::string BuildZip(const std::vector<ZipPart>& parts, const ZipEnd& end = {});
 
-/// Returns the content as a deflate stream without any compression.
+/// Returns the content as a deflate stream without compression.
 std::string DeflateWithoutPacking(std::string_view content);
 
 /// Returns the `count` (at most 8) bytes of a number, lowest first.

@@ -27,7 +27,7 @@ void SetTimeOf(const std::wstring& path, std::uint64_t time) {
 
 namespace {
 
-/// The tests' waiting program under another name.
+/// Copies waiting_program.exe to `path` and returns that.
 std::wstring WaitingProgramAs(const std::wstring& path) {
   EXPECT_TRUE(TryCreateDirectories(std::wstring(ParentPath(path))) &&
               TryCopyOver(TestProgramPath(L"waiting_program"), path))
@@ -88,7 +88,7 @@ void InstallTest::ExpectLogged(int times, const std::vector<std::wstring>& entri
   if (Exists(folders_.log)) {
     found = FileBytes(folders_.log);
     EXPECT_TRUE(RemoveTree(std::wstring(ParentPath(folders_.log))));
-    // Stays where something else is in it.
+    // A folder that is not empty is kept.
     RemoveDirectoryW(std::wstring(ParentPath(ParentPath(folders_.log))).c_str());
   }
   // Each line begins with its time in brackets.

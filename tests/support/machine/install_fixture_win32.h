@@ -16,11 +16,11 @@ namespace kestrune {
 inline constexpr std::uint64_t kPackageTime = 134'117'856'000'000'000;
 inline constexpr std::uint64_t kLaterTime = kPackageTime + 864'000'000'000;
 
-/// The last-write time of a file; 0 when it has none.
+/// Returns the last-write time of a file; 0 when it has none.
 std::uint64_t TimeOf(const std::wstring& path);
 void SetTimeOf(const std::wstring& path, std::uint64_t time);
 
-/// A program of the tests that runs under the name of another until the end of the scope.
+/// Runs a test program under the name of another one until the end of the scope.
 class RunningAs {
  public:
   explicit RunningAs(const std::wstring& path);
@@ -29,22 +29,23 @@ class RunningAs {
   ProgramRun run_;
 };
 
-/// A machine without hosts, a small package, and nothing deployed; all of it gone again afterwards.
+/// Sets up a machine without hosts, a small package and no runtime, and removes everything
+/// afterwards.
 class InstallTest : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
 
-  /// A path in the test's own folder.
+  /// Returns a path in the test's own folder.
   [[nodiscard]] std::wstring Scratch(std::wstring_view name) const;
-  /// A path in the runtime directory.
+  /// Returns a path in the runtime directory.
   [[nodiscard]] std::wstring Runtime(std::wstring_view name) const;
   void Settings(std::wstring_view text) const;
-  /// Lets these record kinds through, in the user's registration.ini.
+  /// Accepts these record kinds in the user's registration.ini.
   void ExtraRecords(std::wstring_view kinds) const;
 
-  /// Expects that the log holds just these entries ("Stage | Detail") in this order, so many times
-  /// over, and empties it.
+  /// Expects exactly these entries ("Stage | Detail") in the log, in this order and repeated
+  /// `times` times, and clears the log.
   void ExpectLogged(int times, const std::vector<std::wstring>& entries) const;
 
   /// Starts `Kestrune.exe <command> --package <package_> <more>`.
@@ -58,16 +59,16 @@ class InstallTest : public ::testing::Test {
   std::wstring scratch_;
 };
 
-/// Puts an instance's profile into another roaming folder, as a user's profile elsewhere has it.
+/// Moves an instance's profile to another roaming folder.
 void MoveHost(MadeInstance& instance, const std::wstring& roaming);
 
-/// The report's first lines about an instance.
+/// Returns the report's first lines about an instance.
 std::wstring HeaderOf(const MadeInstance& instance);
 
-/// Where the latest run kept its backups and its log for an instance.
+/// Returns the directory of the latest run's backups and log for an instance.
 std::wstring LatestBackup(const MadeInstance& instance);
 
-/// The report about an instance that a transaction was run for.
+/// Returns the report about an instance with a transaction.
 std::wstring Transacted(const MadeInstance& instance, std::wstring_view end,
                         std::wstring_view backend = L"recognized text RCS");
 std::wstring Registered(const MadeInstance& instance);
@@ -75,9 +76,9 @@ std::wstring Removed(const MadeInstance& instance);
 std::wstring Failed(const MadeInstance& instance, std::wstring_view text);
 std::wstring Skipped(const MadeInstance& instance, std::wstring_view text);
 
-/// Whether the host shows exactly one button of ours and it starts the deployed script.
+/// Returns whether the host shows exactly one button of ours, which starts the deployed script.
 ::testing::AssertionResult HasWorkingButton(const MadeInstance& instance);
-/// Whether neither a button nor a script project of ours is left.
+/// Returns whether neither a button nor a script project of ours is left.
 ::testing::AssertionResult HasNothingOfOurs(const MadeInstance& instance);
 
 }  // namespace kestrune

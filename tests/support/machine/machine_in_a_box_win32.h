@@ -1,6 +1,6 @@
-// A machine with any number of host installations, made out of files and registry entries that
+// Sets up a machine with any number of host installations, made of files and registry entries that
 // look like the host's own. Everything here changes the user's profile and the machine's list of
-// programs: only for profiles that nobody will miss.
+// programs; use it only with disposable profiles.
 #pragma once
 
 #include <cstdint>
@@ -9,12 +9,12 @@
 
 namespace kestrune {
 
-/// The toolbars that an installation of the host defines.
+/// Lists the toolbars that an installation of the host defines.
 enum class HostToolbars { Legacy, ActiveBar, Both, None };
 
-/// What one installation is to look like.
+/// Describes an installation.
 struct BoxInstance {
-  /// Tells installations apart: their GUIDs, folders and entries are made from it.
+  /// Identifies the installation: its GUID, folder and entry are derived from it.
   unsigned number = 1;
   std::wstring display_name = L"Altium Designer";
   std::wstring version = L"24.1.2.44";
@@ -31,7 +31,7 @@ struct BoxInstance {
   std::vector<std::wstring> projects;
 };
 
-/// Where the parts of an installation lie.
+/// Holds the paths of an installation.
 struct MadeInstance {
   std::wstring guid;
   std::wstring display_name;
@@ -45,51 +45,52 @@ struct MadeInstance {
   std::wstring branch;
   std::wstring rcs;
 
-  /// The instance's list of script projects below HKEY_CURRENT_USER.
+  /// Returns the instance's list of script projects below HKEY_CURRENT_USER.
   [[nodiscard]] std::wstring ProjectsKey() const;
 };
 
-/// A host of this version with a user who has used it for a while. The version decides what the
-/// user's DXP.RCS looks like and which toolbars there are.
+/// Returns a host of this version with a typical user's DXP.RCS. The version decides on that file
+/// and on the toolbars.
 BoxInstance UsedHost(unsigned number, int major);
 
-/// The records of a user who also altered shortcuts, which hosts write as `Change`.
+/// Returns the `Change` records of a user who altered shortcuts.
 std::string ShortcutRecords();
 
-/// Where an installation with this number would lie; nothing is made.
+/// Returns the paths of an installation without creating it.
 MadeInstance PlaceOf(const BoxInstance& instance);
 
 MadeInstance MakeHost(const BoxInstance& instance);
 
-/// The installations that stand on this machine, in the order of their entries, 32-bit view first.
+/// Returns the installations of this machine in the order of their entries, 32-bit view first.
 std::vector<MadeInstance> MadeHosts();
 
 /// Sets or, with null, removes one text of an installation's entry.
 void SetEntryText(const MadeInstance& instance, const wchar_t* name, const wchar_t* text);
 
-/// Puts the list of script projects into an instance's registry branch, in place of what is there.
+/// Replaces the list of script projects in an instance's registry branch.
 void SetProjects(const MadeInstance& instance, const std::vector<std::wstring>& projects);
 
-/// Removes all installations, all profiles of the host and what the program made for the user.
+/// Removes all installations, all profiles of the host and all files that the program made for the
+/// user.
 void ClearBox();
 
-/// A small package with all that a deployment takes, in `directory`. Every file has this last-write
-/// time and holds `mark`.
+/// Creates a small package with all files of a deployment in `directory`. Every file has this
+/// last-write time and contains `mark`.
 void MakePackage(const std::wstring& directory, std::uint64_t time, const std::string& mark);
 
-/// File names of the runtime directory, in the order in which they come there.
+/// Returns the file names of the runtime directory, in the order of deployment.
 const std::vector<std::wstring>& RuntimeFiles();
 
-/// The folders of the user and the machine and the registry keys that matter to the host, one line
-/// for each file, folder, key and value, sorted; UTF-8. Files have their size, times, attributes
-/// and digest in it.
+/// The folders of user and machine and the registry keys that the host uses, one line for each
+/// file, folder, key and value, sorted; UTF-8. The line of a file has its size, times, attributes
+/// and digest.
 using Snapshot = std::vector<std::string>;
 Snapshot TakeSnapshot();
 
-/// What differs: the lines of `before` that are gone after a "- ", the new ones after a "+ ".
+/// Returns the differences: "- " and each missing line of `before`, "+ " and each new line.
 std::vector<std::string> CompareSnapshots(const Snapshot& before, const Snapshot& after);
 
-/// A script button on a toolbar.
+/// Holds a script button on a toolbar.
 struct HostButton {
   std::string toolbar;
   std::string beside;
@@ -98,13 +99,13 @@ struct HostButton {
   std::string image;
   std::string project;
   std::string procedure;
-  /// Whether it shows: the host's own toolbar has that place, and no record hides the button.
+  /// Whether it is visible: the host's toolbar has that place, and no record hides the button.
   bool visible = false;
-  /// Whether pressing it starts a script: its project is loaded, and its procedure is there.
+  /// Whether it starts a script: its project is loaded and has its procedure.
   bool starts = false;
 };
 
-/// What a host sees when it starts.
+/// Holds what a host reads when it starts.
 struct HostView {
   /// Why the host could not read its customization file; empty when it could.
   std::string error;
@@ -113,10 +114,10 @@ struct HostView {
   std::vector<std::wstring> projects;
 };
 
-/// Reads an instance as its host would, with none of the product's own code for it.
+/// Reads an instance as its host would, without the product's code.
 HostView ReadAsHost(const MadeInstance& instance);
 
-/// The buttons of this product in a view: those that call its procedure.
+/// Returns the buttons of this product in a view: those that call its procedure.
 std::vector<HostButton> OurButtons(const HostView& view);
 
 }  // namespace kestrune

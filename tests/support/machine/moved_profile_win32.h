@@ -10,8 +10,8 @@
 
 namespace kestrune {
 
-/// The user's entry in the system's list of profiles, where the program looks for its folders. It
-/// is put back at the end of the scope. Only where the profile is disposable; on Windows it takes
+/// Changes the user's entry in the system's list of profiles, from which the program finds its
+/// folders, and restores it at the end of the scope. Requires a disposable profile, and on Windows
 /// an administrator.
 class ProfileListEntry {
  public:
@@ -20,10 +20,10 @@ class ProfileListEntry {
   ProfileListEntry& operator=(const ProfileListEntry&) = delete;
   ~ProfileListEntry();
 
-  /// Whether there is an entry that this process may change.
+  /// Returns whether the entry exists and this process may change it.
   [[nodiscard]] bool Writable() const { return !old_bytes_.empty(); }
 
-  /// Writes `text` without a terminating zero, then `extra_bytes` more of the zero behind it.
+  /// Writes `text` without a terminating null, then `extra_bytes` bytes of zeros.
   void Set(DWORD type, std::wstring_view text, DWORD extra_bytes = sizeof(wchar_t)) const;
   void Remove() const;
 
@@ -33,8 +33,8 @@ class ProfileListEntry {
   std::vector<BYTE> old_bytes_;
 };
 
-/// Gives the user another profile directory until the end of the scope. The environment and the
-/// shell still name the old one.
+/// Changes the user's profile directory until the end of the scope. The environment and the shell
+/// still have the old one.
 class MovedProfile {
  public:
   explicit MovedProfile(std::wstring_view path, DWORD type = REG_SZ) { entry_.Set(type, path); }

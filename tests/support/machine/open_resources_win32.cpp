@@ -9,8 +9,8 @@
 namespace kestrune {
 namespace {
 
-/// The kind of question that NtQuerySystemInformation answers with this list, in the layout that a
-/// 32-bit program gets.
+/// The information class of NtQuerySystemInformation for this list, in the layout for a 32-bit
+/// program.
 constexpr ULONG kExtendedHandleInformation = 64;
 constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
 

@@ -6,7 +6,7 @@
 
 namespace kestrune {
 
-/// What this process holds of the system at one moment.
+/// Holds the numbers of this process's system resources.
 struct OpenResources {
   /// Kernel handles: files, keys, processes, events and the like.
   std::size_t handles = 0;
@@ -14,11 +14,12 @@ struct OpenResources {
   DWORD gui_objects = 0;
 };
 
-/// Counts them. Handles are counted in the system's own list, for Wine answers
-/// GetProcessHandleCount with 0. Throws std::runtime_error when the system does not answer.
+/// Counts them. Handles are counted in the system's own list, since GetProcessHandleCount is always
+/// 0 under Wine. Throws std::runtime_error when that list cannot be read.
 OpenResources CountOpenResources();
 
-/// How often tests that look for leaks repeat what they do: $KESTRUNE_SOAK_ROUNDS, else `usual`.
+/// Returns the number of rounds of a test that looks for leaks: $KESTRUNE_SOAK_ROUNDS, else
+/// `usual`.
 int RepeatedRounds(int usual);
 
 }  // namespace kestrune

@@ -8,8 +8,8 @@
 
 namespace kestrune {
 
-/// Moves one of the shell's folders for the time of a scope, so that a test can let the shell fail
-/// to find it. Only where the profile is disposable.
+/// Moves one of the shell's folders for the duration of a scope, so that a test can make the shell
+/// fail to find it. Requires a disposable profile.
 class ShellFolderOverride {
  public:
   /// `root` HKEY_CURRENT_USER with "Local AppData", or HKEY_LOCAL_MACHINE with "Common AppData".

@@ -12,10 +12,11 @@
 namespace kestrune {
 namespace {
 
-/// More than any small disk has; a disk that takes it all is none.
+/// More than any small disk has; a disk with this space is not a small one.
 constexpr int kLargestDisk = 64 << 20;
 
-/// The disk of tools/wine, unless the environment names another: tests/windows/run.py mounts one.
+/// Returns the disk of tools/wine, unless the environment names another: tests/windows/run.py
+/// mounts one.
 std::wstring Disk() {
   wchar_t named[MAX_PATH] = {};
   const DWORD length = GetEnvironmentVariableW(L"KESTRUNE_SMALL_DISK", named, MAX_PATH);

@@ -6,8 +6,8 @@
 
 namespace kestrune {
 
-/// The small disk that tools/wine mounts (on Windows tests/windows/run.py, which names it in
-/// KESTRUNE_SMALL_DISK); empty again at the end of the scope.
+/// Uses the small disk that tools/wine mounts (on Windows tests/windows/run.py, which names it in
+/// KESTRUNE_SMALL_DISK), and clears it at the end of the scope.
 class SmallDisk {
  public:
   SmallDisk();
@@ -15,10 +15,10 @@ class SmallDisk {
   SmallDisk& operator=(const SmallDisk&) = delete;
   ~SmallDisk();
 
-  /// A folder on the disk; empty where there is no such disk.
+  /// Returns a folder on the disk; empty where there is no such disk.
   [[nodiscard]] const std::wstring& Folder() const { return folder_; }
 
-  /// Takes all the room that is left. False when the disk has no end.
+  /// Fills the disk. Returns false when it is not a small disk.
   [[nodiscard]] bool Fill() const;
 
  private:
@@ -27,7 +27,7 @@ class SmallDisk {
 
 }  // namespace kestrune
 
-/// Skips the test where there is no such disk.
+/// Skips the test when there is no such disk.
 #define KESTRUNE_NEEDS_SMALL_DISK(disk) \
   if ((disk).Folder().empty())          \
   GTEST_SKIP() << "needs the small disk of tools/wine or tests/windows/run.py"

@@ -9,7 +9,7 @@
 
 namespace altium_registration {
 
-/// A folder with a DXP.RCS and a registry branch, both gone at the end of the scope.
+/// Creates a folder with a DXP.RCS and a registry branch, and removes both at the end of the scope.
 class TestProfile {
  public:
   explicit TestProfile(std::string_view rcs);
@@ -21,13 +21,13 @@ class TestProfile {
   [[nodiscard]] std::wstring Directory() const { return directory_; }
   [[nodiscard]] std::wstring Rcs() const;
   [[nodiscard]] std::wstring Branch() const { return branch_; }
-  /// The Global Projects key below HKEY_CURRENT_USER.
+  /// Returns the Global Projects key below HKEY_CURRENT_USER.
   [[nodiscard]] std::wstring Key() const;
 
   void SetValue(const RegistryValue& value) const;
   void SetText(const wchar_t* name, std::wstring_view text) const;
 
-  /// Names of the entries of the profile folder except DXP.RCS and KestruneBackups.
+  /// Returns names of the entries of the profile folder except DXP.RCS and KestruneBackups.
   [[nodiscard]] std::vector<std::wstring> Leftovers() const;
 
  private:
@@ -35,11 +35,11 @@ class TestProfile {
   std::wstring branch_;
 };
 
-/// The bytes of a file; "<missing>" when it cannot be read.
+/// Returns the bytes of a file; "<missing>" when it cannot be read.
 std::string FileBytes(const std::wstring& path);
 void WriteFileBytes(const std::wstring& path, std::string_view bytes);
 
-/// Names of the entries of a folder, sorted; none when it does not exist.
+/// Returns names of the entries of a folder, sorted; none when it does not exist.
 std::vector<std::wstring> FolderEntries(const std::wstring& directory);
 
 }  // namespace altium_registration

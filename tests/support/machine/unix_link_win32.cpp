@@ -14,7 +14,7 @@
 namespace kestrune {
 namespace {
 
-/// The host system's name of a path, which Wine's own loader can tell.
+/// Returns the Unix name of a path, from Wine's own function.
 std::wstring UnixName(const std::wstring& path) {
   using Translate = char*(CDECL*)(const wchar_t*);
   const HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
@@ -29,9 +29,9 @@ std::wstring UnixName(const std::wstring& path) {
   return result;
 }
 
-/// Runs one of the host system's commands. Wine gives no handle to wait for, so the caller looks
-/// for the effect. The numbers that come back as handles are none, or those of other objects of
-/// this process: closing them takes, for instance, the registry away.
+/// Runs a Unix command. Wine returns no handle to wait for, so the caller must check for the
+/// effect. The returned handle values must not be closed: they are invalid, or those of other
+/// objects of this process.
 void RunUnixCommand(const std::wstring& command, std::wstring arguments) {
   arguments.insert(0, command + L" ");
   STARTUPINFOW startup = {};
@@ -41,7 +41,7 @@ void RunUnixCommand(const std::wstring& command, std::wstring arguments) {
                  nullptr, nullptr, &startup, &process);
 }
 
-/// Whether the name stands in its folder, also when it is a link that leads nowhere.
+/// Returns whether the folder lists the name, also for a link without a target.
 bool IsListed(const std::wstring& path) {
   const std::vector<std::wstring> names = NamesIn(std::wstring(ParentPath(path)));
   return std::find(names.begin(), names.end(), FileName(path)) != names.end();
@@ -78,7 +78,7 @@ void RemoveLink(const std::wstring& link) {
     return;
   }
   if (RunsUnderWine()) {
-    // Wine would delete the file that the link leads to.
+    // Wine would delete the link's target.
     RunUnixCommand(L"rm", L"-f " + Quoted(UnixName(link)));
     WaitUntilListed(link, false);
   } else if (!RemoveDirectoryW(link.c_str())) {

@@ -4,18 +4,17 @@
 
 namespace kestrune {
 
-/// Makes `link` a symbolic link to the file or directory `target`. Wine cannot make one through
-/// Windows calls, so there the host system's own command is used. False where no link could be
-/// made.
+/// Makes `link` a symbolic link to the file or directory `target`. Wine cannot create one through
+/// Windows calls, so there a Unix command is used. Returns false when no link could be created.
 bool MakeFileLink(const std::wstring& link, const std::wstring& target);
 bool MakeDirectoryLink(const std::wstring& link, const std::wstring& target);
 
-/// Removes the link itself, also where Windows calls cannot. Does nothing when it is not there.
+/// Removes the link itself, also where Windows calls cannot. Does nothing when it is absent.
 void RemoveLink(const std::wstring& link);
 
-/// Puts something at `path` whose presence cannot be asked: a link to itself, until the end of the
-/// scope. Its folder must exist. Where the system answers all the same, Works() is false and the
-/// test has nothing to show.
+/// Creates an entry at `path` whose stat fails, a link to itself, until the end of the scope. Its
+/// folder must exist. Works() is false when the stat succeeds nevertheless, so that the test proves
+/// nothing.
 class UnreadableFile {
  public:
   explicit UnreadableFile(const std::wstring& path);
@@ -26,7 +25,7 @@ class UnreadableFile {
   [[nodiscard]] bool Works() const;
 
  private:
-  /// Waits until the system refuses to answer, or answers again.
+  /// Waits until the stat fails, or succeeds again.
   [[nodiscard]] bool WaitUntilRefused(bool refused) const;
 
   std::wstring path_;

@@ -9,7 +9,7 @@
 
 namespace kestrune {
 
-/// A desktop that notes its message boxes instead of showing them.
+/// Records message boxes instead of showing them.
 class NotedBoxes final : public Desktop {
  public:
   using Box = std::pair<std::wstring, MessageIcon>;

@@ -10,7 +10,7 @@
 namespace kestrune {
 namespace {
 
-/// A bitmap in memory that GDI draws into and whose pixels can be read.
+/// Holds a bitmap in memory that GDI draws into and whose pixels can be read.
 class Canvas {
  public:
   Canvas(int width, int height) : width_(width), height_(height) {

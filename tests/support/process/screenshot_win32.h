@@ -15,10 +15,10 @@ struct Picture {
   std::vector<std::uint32_t> pixels;
 };
 
-/// What the screen shows in the area, in screen coordinates.
+/// Returns what the screen shows in the area, in screen coordinates.
 Picture CaptureScreen(const RECT& area);
 
-/// Whether the picture is the icon on a plain background.
+/// Returns whether the picture is the icon on a plain background.
 bool LooksLikeIcon(const Picture& picture, HICON icon);
 
 /// Writes the whole screen as a BMP file.

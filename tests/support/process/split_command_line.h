@@ -5,10 +5,10 @@
 
 namespace kestrune {
 
-/// The arguments that a Windows program finds behind its own path: blanks separate, double quotes
-/// group, 2n backslashes before a quote stand for n, 2n + 1 for n and the quote itself. Written
-/// from the rules, so that the product's quoting has something to be held against; two quotes in a
-/// row inside a group, about which run-times disagree, never come out of that quoting.
+/// Returns the arguments after a Windows program's own path: blanks separate, double quotes group,
+/// 2n backslashes before a quote mean n, and 2n + 1 mean n and the quote itself. It follows these
+/// rules independently of the product's quoting, which is tested with it. That quoting never
+/// produces two quotes in a row inside a group, which run-time libraries interpret differently.
 inline std::vector<std::wstring> SplitCommandLine(const std::wstring& line) {
   std::vector<std::wstring> arguments;
   std::size_t at = 0;

@@ -12,7 +12,8 @@
 
 namespace altium_registration {
 
-/// How many entries of a list name the project, whatever their case and slashes.
+/// Returns the number of entries for the project in a list, ignoring case and the direction of
+/// slashes.
 inline std::size_t ProjectEntries(const std::vector<RegistryValue>& values,
                                   std::wstring_view project) {
   return static_cast<std::size_t>(

@@ -6,12 +6,12 @@
 
 #include "registration/rcs/toolbar_edit.h"
 
-/// The edit of a customization file from text to text, as tests and fuzzers want it.
+/// Edits customization files from text to text, for tests and fuzzers.
 namespace kestrune_tests {
 
 using ExtraRecordKinds = std::vector<std::string>;
 
-/// What became of a text.
+/// Holds the result of an edit.
 struct Edited {
   bool success = false;
   std::string text;

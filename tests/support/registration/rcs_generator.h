@@ -8,18 +8,18 @@
 
 #include "registration/rcs/toolbar_edit.h"
 
-/// Customization files made up from a number: the shapes that users have and the ones that only a
-/// torn or hand-edited file has.
+/// Generates customization files from a seed: typical ones, and ones that occur only after an
+/// incomplete write or an edit by hand.
 namespace kestrune_tests {
 
-/// A button as the installer would describe it; the folder is one that needs quoting.
+/// Returns a button as the installer would describe it, with a folder that needs quoting.
 inline altium_registration::Spec ExampleSpec() {
   return {"C:\\Users\\O'Brien\\AppData\\Local\\Kestrune\\Runtime\\Kestrune.PrjScr",
           "C:\\Users\\O'Brien\\AppData\\Local\\Kestrune\\Runtime\\odbpp-toolbar-legacy.bmp",
           "Export PCB through Kestrune", "TLPCBToolbar", "TBPCB_StandardToolbar760"};
 }
 
-/// Random numbers that are the same on every platform.
+/// Generates random numbers that are the same on every platform.
 class Dice {
  public:
   explicit Dice(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15U + 1) {}
@@ -65,7 +65,7 @@ class RcsGenerator {
     return text_;
   }
 
-  /// A file with a byte changed, dropped or doubled here and there.
+  /// Returns a file with some bytes changed, dropped or doubled.
   std::string BrokenFile() {
     std::string text = File();
     for (std::uint32_t i = 0; i <= dice_.Below(3) && !text.empty(); ++i) {
@@ -136,8 +136,8 @@ class RcsGenerator {
 
   std::string After() { return wild_ && dice_.Chance(30) ? Blank() : line_; }
 
-  /// More than are compared one by one, with doubled quotes in their names; in a wild file one
-  /// occurs twice now and then.
+  /// Appends more attributes than are compared one by one, with doubled quotes in their names; in
+  /// an invalid file one may occur twice.
   void ManyAttributes() {
     const std::uint32_t count = 13 + dice_.Below(8);
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -181,7 +181,7 @@ class RcsGenerator {
     Close();
   }
 
-  /// An identifier that the button would take.
+  /// Returns an identifier that the button would take.
   std::string TakenName() {
     static constexpr std::array<std::string_view, 5> kNames = {
         "KestruneToolbar", "KestruneToolbarLink", "KestruneCommandLink", "PLKestrune",

@@ -9,9 +9,8 @@
 
 #include "registration/rcs/toolbar_edit.h"
 
-/// A second, naive implementation of customization files and of the toolbar edit: copies
-/// everything, recurses, searches from the start each time. Tests and fuzzers hold the product
-/// against it.
+/// Implements customization files and the toolbar edit a second time, in a naive way: with copies,
+/// recursion and linear searches. Tests and fuzzers compare the product with it.
 namespace rcs_model {
 
 struct Token {
@@ -39,7 +38,7 @@ struct Node {
 using Nodes = std::vector<Node>;
 using Kinds = std::vector<std::string>;
 
-/// What a refused text throws; bytes.
+/// Holds the exception for an invalid text; bytes.
 struct Refusal {
   std::string text;
 };
@@ -284,7 +283,7 @@ inline bool Owned(const Node& node, const References& references) {
   return Suppresses(node, references);
 }
 
-/// Owned records, none inside another, in file order.
+/// Collects the owned records, none inside another, in file order.
 inline void CollectOwned(const Nodes& nodes, const References& references,
                          std::vector<Node>& owned) {
   for (const Node& node : nodes) {
@@ -296,8 +295,8 @@ inline void CollectOwned(const Nodes& nodes, const References& references,
   }
 }
 
-/// The text without the records that belong to the button. Where a cut would weld two quoted
-/// texts together, a blank stays.
+/// Returns the text without the records of the button, with a blank where two quoted texts would
+/// otherwise merge.
 inline std::string Cut(std::string text, const Nodes& nodes, const References& references) {
   std::vector<Node> owned;
   CollectOwned(nodes, references, owned);

@@ -11,18 +11,18 @@
 #include "registration/rcs/toolbar_edit.h"
 #include "tests/support/registration/rcs_generator.h"
 
-/// Customization files of a given size: one as users have them, and the shapes that would be slow
-/// if anything were looked at more often than it occurs.
+/// Makes customization files of a given size: a typical one, and shapes that are slow for code that
+/// reads any part more than once.
 namespace kestrune_tests {
 
-/// The button that the shapes are about.
+/// Returns the button for the shapes.
 inline altium_registration::Spec BenchSpec() {
   return {"C:\\Users\\Designer\\AppData\\Local\\Kestrune\\Runtime\\Kestrune.PrjScr",
           "C:\\Users\\Designer\\AppData\\Local\\Kestrune\\Runtime\\odbpp-toolbar-legacy.bmp",
           "Export PCB through Kestrune", "TLPCBToolbar", "TBPCB_StandardToolbar760"};
 }
 
-/// Records like those of a user who has altered menus, toolbars and commands.
+/// Returns records like those of a user who has altered menus, toolbars and commands.
 inline std::string RealisticFile(std::size_t size) {
   std::string text =
       "Tree PCBCustom Caption='[Custom]' TopLevel='True'  End\r\n"
@@ -59,7 +59,7 @@ inline std::string Parameters() {
                                     "|ProcName=Kestrune.pas>RunKestrune");
 }
 
-/// Every second record is one of our commands, the others are links to them.
+/// Returns a file of our commands and links to them in turn.
 inline std::string ManyLinksToManyCommands(std::size_t size) {
   std::string text;
   for (std::uint32_t n = 0; text.size() + 400 < size; ++n) {
@@ -109,7 +109,7 @@ inline std::string ManyIdentifiers(std::size_t size) {
   return text;
 }
 
-/// The names that the button would take are taken, thousands of times.
+/// Returns a file in which thousands of the button's possible names are taken.
 inline std::string ManyTakenNames(std::size_t size) {
   std::string text = "PL PLKestrune End\n";
   for (std::uint32_t n = 1; text.size() + 60 < size; ++n) {
@@ -130,12 +130,12 @@ inline std::string OnlyBlanks(std::size_t size) {
   return std::string(size - 1000, ' ');
 }
 
-/// A long text with a doubled quote in it, as it is written in a file.
+/// Returns a long text with a doubled quote, as written in a file.
 inline std::string LongQuoted(std::size_t size) {
   return "'" + std::string(size, 'x') + "'''";
 }
 
-/// The one command of ours, shown nowhere.
+/// Returns one command of ours without a placement.
 inline std::string OurCommand() {
   return "PL P Command='ScriptingSystem:RunScript' Params=" + Parameters() + " End\n";
 }
@@ -162,7 +162,8 @@ inline std::string AttributesOfNumbers(std::size_t size) {
   return text;
 }
 
-/// An Insertion whose target is one long text with a doubled quote, and Deletions of its link.
+/// Returns an Insertion whose target is one long text with a doubled quote, and Deletions of its
+/// link.
 inline std::string LongTargetAndDeletions(std::size_t size) {
   return WithDeletionsOf(
       "L",
@@ -170,19 +171,20 @@ inline std::string LongTargetAndDeletions(std::size_t size) {
       size);
 }
 
-/// A placed button: only with one are links in the custom tree counted.
+/// Returns a placed button, without which links in the custom tree are not counted.
 inline std::string OurPlacement() {
   const altium_registration::Spec spec = BenchSpec();
   return OurCommand() + "Insertion I TargetID='" + spec.anchor_target + "' RefID0='" +
          spec.anchor_reference + "' Link L PLID='P' End End\n";
 }
 
-/// A Tree whose identifier is one long text with a doubled quote, over links to our command.
+/// Returns a Tree whose identifier is one long text with a doubled quote, over links to our
+/// command.
 inline std::string LongTreeOverLinks(std::size_t size) {
   return WithLinks(OurPlacement() + "Tree " + LongQuoted(size / 2) + "\n", size) + "End\n";
 }
 
-/// An Insertion of very many attributes, the target last, and Deletions of its link.
+/// Returns an Insertion of very many attributes, the target last, and Deletions of its link.
 inline std::string ManyAttributesAndDeletions(std::size_t size) {
   return WithDeletionsOf("L",
                          OurCommand() + "Insertion I " + AttributesOfNumbers(size / 2) +
@@ -190,7 +192,7 @@ inline std::string ManyAttributesAndDeletions(std::size_t size) {
                          size);
 }
 
-/// The same with links in a Tree below, and a single one placed.
+/// Returns the same with links in a Tree below it, only one of them placed.
 inline std::string ManyAttributesOverLinks(std::size_t size) {
   return WithLinks(OurCommand() + "Tree PCBCustom Link C PLID='P' End End\nInsertion I " +
                        AttributesOfNumbers(size / 2) + "TargetID='y' Link L PLID='P' End Tree T\n",
@@ -198,7 +200,8 @@ inline std::string ManyAttributesOverLinks(std::size_t size) {
          "End End\n";
 }
 
-/// An Insertion of very many attributes that places many links, another placement after each.
+/// Returns an Insertion of very many attributes that places many links, another placement after
+/// each.
 inline std::string ManyAttributesAndPlacedLinks(std::size_t size) {
   std::string text =
       OurCommand() + "Insertion I " + AttributesOfNumbers(size / 2) + "TargetID='y'\n";
@@ -210,7 +213,7 @@ inline std::string ManyAttributesAndPlacedLinks(std::size_t size) {
   return text + "End\n";
 }
 
-/// Records with just more names than are compared one by one.
+/// Returns records with one name more than are compared one by one.
 inline std::string RecordsOfThirteenAttributes(std::size_t size) {
   std::string text;
   for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
@@ -220,8 +223,8 @@ inline std::string RecordsOfThirteenAttributes(std::size_t size) {
   return text;
 }
 
-/// Makes identifiers of sixteen bytes that all have the same hash for this seed: in each, the third
-/// word makes one factor of the last product zero.
+/// Returns identifiers of sixteen bytes that all have the same hash for this seed: the third word
+/// of each makes one factor of the last product zero.
 inline std::vector<std::string> CollidingIdentifiers(std::uint64_t seed, std::size_t count) {
   std::vector<std::string> identifiers;
   for (std::uint32_t n = 0; identifiers.size() < count; ++n) {
@@ -262,7 +265,7 @@ inline constexpr std::array kRcsShapes = std::to_array<RcsShape>({
     {"RecordsOfThirteenAttributes", RecordsOfThirteenAttributes},
 });
 
-/// Makes files that mix what makes the shapes above bad: long texts, doubled quotes, many
+/// Generates files that combine the features of the shapes above: long texts, doubled quotes, many
 /// attributes, many links and Deletions, depth.
 class RcsMixture {
  public:
@@ -279,7 +282,7 @@ class RcsMixture {
  private:
   static constexpr std::size_t kRoom = 4096;
 
-  /// Up to half of the room that is left, so that a file may be almost one text.
+  /// Returns up to half of the remaining size, so that a file may be almost a single text.
   std::size_t Share() {
     const std::size_t left = text_.size() + kRoom < size_ ? size_ - text_.size() - kRoom : 0;
     return left / (2 + dice_.Below(60));

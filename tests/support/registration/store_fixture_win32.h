@@ -14,7 +14,7 @@
 
 namespace altium_registration {
 
-/// The text of the failure that the action ends with; "" when it succeeds.
+/// Returns the text of the failure that the action throws; empty when it succeeds.
 template <class Action>
 std::wstring FailureText(Action action) {
   try {
@@ -28,19 +28,19 @@ std::wstring FailureText(Action action) {
 using kestrune::ScriptedCalls;
 using kestrune::SystemCall;
 
-/// Refuses every call of this name with ERROR_ACCESS_DENIED.
+/// Returns a hook that fails every call of this name with ERROR_ACCESS_DENIED.
 inline auto Refusing(std::string_view name) {
   return [name](const SystemCall& call) {
     return call.name == name ? std::optional<DWORD>(ERROR_ACCESS_DENIED) : std::nullopt;
   };
 }
 
-/// A store on a profile of its own whose DXP.RCS holds "old text".
+/// Sets up a store on a profile of its own, whose DXP.RCS contains "old text".
 class StoreTest : public testing::Test {
  protected:
   void SetUp() override { KESTRUNE_NEEDS_DISPOSABLE_PROFILE(); }
 
-  /// Closes the store and forgets every hook.
+  /// Closes the store and removes every hook.
   void StartNewScript() {
     store.reset();
     calls = std::make_unique<ScriptedCalls>();
@@ -49,7 +49,7 @@ class StoreTest : public testing::Test {
     store = std::make_unique<WindowsStore>(profile.Target(), *calls);
     return *store;
   }
-  /// A store that has everything behind it that comes before the replacement.
+  /// Returns a store after all steps that precede the replacement.
   WindowsStore& OpenPrepared() {
     Open();
     store->CreateBackups("old text", store->ReadGlobalProjects());
@@ -60,7 +60,7 @@ class StoreTest : public testing::Test {
     return kestrune::JoinPath(store->BackupDirectory(), name);
   }
   [[nodiscard]] std::string Rcs() const { return FileBytes(profile.Rcs()); }
-  /// The security of DXP.RCS as Windows answers it, whatever the script says.
+  /// Returns the security of DXP.RCS from Windows, without the scripted calls.
   [[nodiscard]] FileSecurity RealSecurity() const {
     kestrune::SystemCalls real;
     return ReadFileSecurity(real, kestrune::ExtendedPath(profile.Rcs()), L"size", L"read");

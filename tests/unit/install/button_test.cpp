@@ -10,7 +10,7 @@ constexpr std::string_view kLegacy =
 constexpr std::string_view kActive =
     "Tree TopBarPCB Caption='Bar'\r\n  Link TopBarPCB010 PLID='a' End\r\nEnd\r\n";
 
-/// 0 for no place, else its kind.
+/// Returns the kind of the chosen place; 0 for none.
 int KindFor(const std::string& resource, std::int32_t major) {
   const auto anchor = ChooseAnchor(resource, major, {});
   return anchor ? static_cast<int>(anchor->kind) : 0;

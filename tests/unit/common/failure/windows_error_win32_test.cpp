@@ -9,7 +9,7 @@
 namespace kestrune {
 namespace {
 
-/// The system's own text for the code, in whatever language it speaks.
+/// Returns the system's own text for the code, in its language.
 std::wstring SystemText(DWORD code) {
   wchar_t buffer[1024] = {};
   const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,

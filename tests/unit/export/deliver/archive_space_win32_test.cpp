@@ -9,7 +9,7 @@
 namespace kestrune {
 namespace {
 
-/// The real files on a disk of the test's making.
+/// Uses the real files, with a simulated disk.
 class MadeDisk final : public SystemCalls {
  public:
   std::uint64_t available = 0;

@@ -15,7 +15,7 @@ namespace {
 
 class ClipboardTest : public ExportTest {
  protected:
-  /// The clipboard as another process sees it.
+  /// Returns the clipboard's content as read by another process.
   std::string Seen() const {
     ProgramRun reader(TestProgramPath(L"clipboard_reader"), Quoted(Scratch(L"seen")));
     EXPECT_EQ(reader.WaitForExit(20000), 0);
@@ -88,7 +88,7 @@ TEST_F(ClipboardTest, AClipboardThatAnotherProgramHoldsStaysAsItIs) {
   EXPECT_EQ(seen.find("Drop"), std::string::npos) << seen;
 }
 
-/// Refuses one allocation or one format, and keeps the blocks that it saw.
+/// Fails one allocation or one format, and records the blocks.
 class RefusingClipboard final : public Desktop {
  public:
   HGLOBAL Allocate(std::size_t size) override {

@@ -1,4 +1,4 @@
-// A program that demands an administrator's rights, started by a user who has none.
+// A program that demands administrator rights, started by a user without them.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,7 +12,7 @@ namespace {
 
 constexpr DWORD kElevationRequired = 740;
 
-/// The real calls, but for the last: the shell would ask the user, and nobody is there to answer.
+/// Makes the real calls except the last one, for which the shell would show the consent prompt.
 class AskedThroughShell final : public Desktop {
  public:
   BOOL CreateSuspended(const wchar_t* application, wchar_t* command_line, const wchar_t* directory,

@@ -21,7 +21,7 @@ std::wstring InspectionRefusal(const std::vector<ZipPart>& parts) {
   return RefusalOf([&] { Listed(parts); });
 }
 
-/// Returns size and content of a layer TOP of which the archive holds these files.
+/// Returns size and content of a layer TOP with these files.
 std::string TopLayer(std::vector<ZipPart> parts, const std::string& matrix = "odb/matrix/matrix") {
   parts.insert(parts.begin(), {matrix, kOneLayer, 8});
   const std::string text = Listed(parts);
@@ -158,7 +158,7 @@ TEST(Inspection, OnlyDirectoryMatrixAndSmallFilesAreRead) {
                     return whole.read(offset, count);
                   }});
   EXPECT_LE(calls, 5U);
-  // The end record lies somewhere in the last 64 KiB.
+  // The end record is somewhere in the last 64 KiB.
   EXPECT_LE(read, 65536U + 1024U);
 }
 

@@ -11,7 +11,8 @@ using std::string_literals::operator""s;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Stands for the code page: bytes 80 and above come out as other characters than in UTF-8.
+/// Decodes Latin-1 in place of the code page: bytes from 80 on become other characters than in
+/// UTF-8.
 std::wstring DecodeLatin1(std::string_view bytes) {
   return WidenBytes(bytes);
 }

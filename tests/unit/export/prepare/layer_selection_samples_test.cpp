@@ -15,13 +15,13 @@ std::string KeyOf(std::string_view field) {
   return std::string(field.substr(0, field.find('=')));
 }
 
-/// The job's first configuration line, without its name.
+/// Returns the job's first configuration line, without its name.
 std::string_view LineOf(std::string_view job) {
   const std::string_view rest = job.substr(job.find(kConfiguration) + kConfiguration.size());
   return rest.substr(0, rest.find_first_of("\r\n"));
 }
 
-/// A manifest that names everything the line offers.
+/// Returns a manifest that names everything the line offers.
 std::string ManifestOfAll(std::string_view line) {
   std::string manifest;
   for (const std::string& field : Split(line, '|')) {

@@ -14,7 +14,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-/// The job's text after the selection; fails the test when there is no configuration line.
+/// Returns the job's text after the selection; fails the test when there is no configuration line.
 std::string Select(const std::string& job, const std::string& manifest,
                    std::vector<PlotFieldChange>* changes = nullptr) {
   const std::optional<LayerSelection> selection = SelectLayers(job, ParseUsedLayers(manifest));
@@ -28,7 +28,7 @@ std::string Select(const std::string& job, const std::string& manifest,
   return Applied(job, *selection);
 }
 
-/// The configuration line alone.
+/// Returns the configuration line alone.
 std::string SelectFields(const std::string& fields, const std::string& manifest,
                          std::vector<PlotFieldChange>* changes = nullptr) {
   const std::string prefix = "Configuration1_Item1=";

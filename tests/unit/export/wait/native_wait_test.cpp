@@ -10,7 +10,7 @@ namespace {
 
 using Sizes = std::vector<std::optional<std::uint64_t>>;
 
-/// The number of looks after which the watch was satisfied; 0 when it never was.
+/// Returns the number of sizes until the watch reports completion; 0 when it never does.
 std::size_t LooksUntilStable(const Sizes& sizes) {
   SizeWatch watch;
   for (std::size_t i = 0; i < sizes.size(); ++i) {
@@ -50,7 +50,7 @@ TEST(SizeWatch, SizesAboveFourGibibytesAreWhole) {
   EXPECT_EQ(LooksUntilStable({large, 10, large, 10, large, 10}), 0U);
 }
 
-/// Plays a wait over sizes; the last one goes on for ever.
+/// Simulates a wait over sizes, the last of which repeats.
 struct Wait {
   Sizes sizes;
   int looks = 0;

@@ -9,7 +9,7 @@
 namespace kestrune {
 namespace {
 
-/// A window of this process, without frame and not shown unless asked.
+/// Holds a window of this process, without a frame and hidden by default.
 class TestWindow {
  public:
   TestWindow(int x, int y, int width, int height, DWORD style = WS_POPUP)
@@ -52,7 +52,7 @@ void ExpectCentred(const TestWindow& window, LONG width, LONG height, const RECT
   EXPECT_EQ(place.top, area.top + (area.bottom - area.top - height) / 2);
 }
 
-/// PositionWindow on the desktop of this machine.
+/// Calls PositionWindow on the desktop of this machine.
 int Position(const PositionWindowCommand& command) {
   Desktop desktop;
   return PositionWindow(command, desktop);
@@ -116,8 +116,9 @@ TEST(PositionWindow, ATargetThatIsNoWindowEndsWithTwo) {
   EXPECT_EQ(Position({0, 0}), 2);
 }
 
-/// Two monitors: number 1 holds the target (window 1), number 2 the reference (window 2) and has
-/// a task bar at its left and top. Window 3 is in the foreground, on monitor 3.
+/// Simulates three monitors: number 1 with the target (window 1), number 2 with the reference
+/// (window 2) and a task bar at its left and top, and number 3 with window 3, which is in the
+/// foreground.
 class ScriptedWindows final : public Desktop {
  public:
   struct Moved {

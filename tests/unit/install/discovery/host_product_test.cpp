@@ -98,9 +98,9 @@ TEST(UninstallString, GivesTheGuidLowerCased) {
 
 TEST(UninstallString, OnlyTheFirstMatchCounts) {
   const std::wstring good = L"B-UniqueID:\"" + std::wstring(kGuid) + L"\"";
-  // A match of the pattern that is no GUID hides a later good one.
+  // A match of the pattern that is not a GUID hides a valid one after it.
   EXPECT_EQ(GuidFromUninstallString(L"B-UniqueID:\"{12-34}\" " + good), L"");
-  // What does not match the pattern is no match and hides nothing.
+  // A text that does not match the pattern hides nothing.
   EXPECT_EQ(GuidFromUninstallString(L"B-UniqueID:\"{}\" " + good), kGuid);
   EXPECT_EQ(GuidFromUninstallString(L"B-UniqueID:\"{xyz}\" " + good), kGuid);
   EXPECT_EQ(GuidFromUninstallString(L"B-UniqueID:\"{12-34 " + good), kGuid);

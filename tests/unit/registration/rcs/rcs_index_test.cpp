@@ -41,7 +41,7 @@ TEST(RcsHash, SeedsDifferFromCallToCall) {
   }
 }
 
-/// Every pair of texts up to this size differs in one byte, in one place or in its size only.
+/// Compares pairs of texts that differ only in one byte, in one position or in size.
 TEST(RcsHash, TextsThatDifferALittleHashDifferently) {
   std::vector<std::string> texts;
   for (std::size_t size = 0; size < 40; ++size) {

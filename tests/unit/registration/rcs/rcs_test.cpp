@@ -14,7 +14,7 @@ namespace {
 
 const std::vector<std::string> kChange = {"Change"};
 
-/// The message with which a text is refused; "" when it is accepted.
+/// Returns the error text for a file; empty when it is accepted.
 std::wstring Refused(std::string raw, const RcsOptions& options = {}) {
   Rcs rcs;
   std::wstring error;
@@ -33,7 +33,7 @@ std::string Attribute(const Rcs& rcs, std::size_t place, std::string_view name) 
   return rcs.Attribute(rcs.nodes().at(place), name).ToString();
 }
 
-/// A chain of Trees, the innermost at this depth.
+/// Returns a chain of Trees, the innermost at this depth.
 std::string Nested(int depth) {
   std::string text;
   for (int i = 0; i <= depth; ++i) {

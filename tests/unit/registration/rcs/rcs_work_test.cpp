@@ -1,6 +1,5 @@
-// What an edit costs, counted and not timed: the steps that the compiled code takes, and the bytes
-// that it allocates. Only where the code was compiled to count its steps, which the build with the
-// sanitizers does.
+// The cost of an edit in counts instead of time: the executed basic blocks and the allocated bytes.
+// Requires code that was compiled to count basic blocks, as the build with sanitizers is.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -25,7 +24,7 @@ int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile
                                                                   std::size_t),
                                               void (*free_hook)(const volatile void*));
 
-/// Called at each basic block of the customization file's code.
+/// Counts the basic blocks of the customization file's code.
 __attribute__((no_sanitize("address", "undefined"))) void __sanitizer_cov_trace_pc() {
   ++steps;
 }
@@ -46,8 +45,8 @@ void CountAllocation(const volatile void* /*block*/, std::size_t size) {
 
 void IgnoreRelease(const volatile void* /*block*/) {}
 
-/// Steps and eights of allocated bytes for all that is done with a file: status, install, and
-/// removal of what was installed.
+/// Returns basic blocks plus an eighth of the allocated bytes for all operations on a file: status,
+/// install and removal.
 std::uint64_t WorkOn(const std::string& text) {
   static const int hooks =
       __sanitizer_install_malloc_and_free_hooks(CountAllocation, IgnoreRelease);
@@ -64,7 +63,7 @@ std::uint64_t WorkOn(const std::string& text) {
   return steps + allocated_bytes / 8;
 }
 
-/// Work for each thousand bytes of an ordinary file.
+/// Returns the work per thousand bytes of an ordinary file.
 std::uint64_t OrdinaryWork() {
   const std::string text = kestrune_tests::RealisticFile(kSize);
   return WorkOn(text) * 1000 / text.size();

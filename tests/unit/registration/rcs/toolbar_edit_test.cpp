@@ -26,7 +26,7 @@ Spec PlainSpec() {
           "TLPCBToolbar", "TBPCB_StandardToolbar760"};
 }
 
-/// The command line of the button as it stands in a file with CR LF.
+/// Returns the line of the button's command in a file with CR LF.
 std::string CommandLine(const std::string& identifier = "PLKestrune",
                         const std::string& description = "Export PCB through Kestrune") {
   return "PL " + identifier +

@@ -31,8 +31,8 @@ Edited Edit(const std::string& text, const Spec& spec, bool install,
   return kestrune_tests::EditText(text, spec, install, extra);
 }
 
-/// Every record that is none of ours, written out in full, with its place in the tree. A link that
-/// names `command`, the identifier that an install gives to its command, becomes ours with it.
+/// Returns every record that is not ours as text, with its position in the tree. A link to
+/// `command`, the identifier that installing gives to our command, counts as ours.
 std::vector<std::string> ForeignRecords(const std::string& text, const Spec& spec,
                                         const rcs_model::Kinds& extra,
                                         const std::string& command = "") {
@@ -74,7 +74,7 @@ std::string WithoutCustomTree(std::vector<std::string>& records) {
   return found;
 }
 
-/// Whether `shorter` can be had from `longer` by leaving bytes out.
+/// Returns whether `shorter` is a subsequence of `longer`.
 bool IsSubsequence(const std::string& shorter, const std::string& longer) {
   std::size_t at = 0;
   for (const char byte : longer) {
@@ -211,7 +211,7 @@ TEST(ToolbarLaw, RemovingTwiceIsTheIdentity) {
   });
 }
 
-/// The tokens of a text; a quoted one keeps a mark that tells it from a bare one.
+/// Returns the tokens of a text; a quoted one has a mark that distinguishes it from a bare one.
 std::vector<std::string> Tokens(const std::string& text) {
   std::vector<std::string> tokens;
   for (const rcs_model::Token& token : rcs_model::Tokens(text)) {
@@ -220,7 +220,7 @@ std::vector<std::string> Tokens(const std::string& text) {
   return tokens;
 }
 
-/// Drops the tokens of the empty custom tree that an installation leaves.
+/// Removes the tokens of the empty custom tree that an uninstallation leaves.
 void DropEmptyCustomTree(std::vector<std::string>& tokens) {
   const std::vector<std::string> tree =
       Tokens("Tree PCBCustom Caption='[Custom]' TopLevel='True' End");
@@ -256,7 +256,7 @@ TEST(ToolbarLaw, TokensReturnAfterInstallingAndRemoving) {
   EXPECT_GT(compared, 500);
 }
 
-/// Whether each CR belongs to a line end.
+/// Returns whether each CR belongs to a line end.
 bool HasNoLoneReturn(const std::string& text) {
   return rcs_model::Replaced(text, "\r\n", "").find('\r') == std::string::npos;
 }
@@ -272,7 +272,7 @@ TEST(ToolbarLaw, InstallingCommutesWithTheFilesLineEnds) {
     const rcs_model::Nodes nodes = rcs_model::Parse(text, true, {});
     const std::string kept = rcs_model::Cut(text, nodes, rcs_model::FindAll(nodes, spec));
     const Edited edited = Edit(text, spec, true);
-    // Without a line end of its own a file gets CR LF, whatever the button that is cut out had.
+    // A file without line ends gets CR LF, regardless of the line ends in the removed button.
     if (edited.success && HasNoLoneReturn(text) && HasNoLoneReturn(kept) &&
         kept.find('\n') != std::string::npos) {
       ++compared;
@@ -324,8 +324,8 @@ TEST(ToolbarLaw, EachReinstallationGrowsTheFileByTheSame) {
   EXPECT_GT(compared, 1500);
 }
 
-/// How many links to our command a file has. More than the button's two: the user put one
-/// elsewhere.
+/// Returns the number of links to our command. More than the button's two means that the user added
+/// one.
 std::size_t LinksToOurs(const std::string& text, const Spec& spec) {
   return rcs_model::FindAll(rcs_model::Parse(text, true, {}), spec).links.size();
 }
@@ -344,7 +344,7 @@ TEST(ToolbarLaw, AReinstallationChangesImageAndDescriptionAlone) {
     std::ranges::replace(expected, "'" + spec.image_path, "'" + other.image_path);
     std::ranges::replace(expected, "'" + spec.description, "'" + other.description);
     std::vector<std::string> tokens = Tokens(Edit(installed.text, other, true).text);
-    // The button is written anew at the end, so the order of the records differs.
+    // The button is rewritten at the end, so the order of the records differs.
     std::ranges::sort(expected);
     std::ranges::sort(tokens);
     EXPECT_EQ(tokens, expected);
@@ -352,7 +352,7 @@ TEST(ToolbarLaw, AReinstallationChangesImageAndDescriptionAlone) {
   EXPECT_GT(compared, 1000);
 }
 
-/// A host's toolbar definitions, roughly: several trees, their blocks whole or torn.
+/// Returns toolbar definitions like a host's: several trees, with complete or truncated blocks.
 std::string AnchorText(kestrune_tests::Dice& dice) {
   static constexpr std::array<std::string_view, 14> kPieces = {
       "Tree T ",        "Tree T\n",     "Tree T2 ",   "Link i PLID='a' End\n",

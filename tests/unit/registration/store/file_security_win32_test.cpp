@@ -50,7 +50,7 @@ TEST(FileSecurity, NoDaclAndAnEmptyDaclAreOpposites) {
   EXPECT_TRUE(FromText(L"O:BAG:SYD:").SameDacl(FromText(L"O:BAG:SYD:")));
 }
 
-/// Keeps what is written.
+/// Records the written descriptor.
 class RecordingCalls final : public kestrune::SystemCalls {
  public:
   BOOL SetSecurity(const kestrune::ExtendedPath&, SECURITY_INFORMATION parts,

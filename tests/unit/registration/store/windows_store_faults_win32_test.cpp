@@ -1,5 +1,5 @@
-// Every Windows call of a whole registration refused, once or from there on, or refused although it
-// took effect: what is on the disk and in the registry then, and what the message says about it.
+// Fault injection at every Windows call of a whole registration: the call fails once, or all calls
+// from there on fail, or it fails after its effect. Checks disk, registry and message.
 
 #include <gtest/gtest.h>
 
@@ -30,7 +30,7 @@ class RefusingCalls final : public ScriptedCalls {
   }
 
   [[nodiscard]] int Count() const { return count_; }
-  /// The call that was refused first.
+  /// Returns the first call that failed.
   [[nodiscard]] const std::string& Refused() const { return refused_; }
 
  private:
@@ -58,7 +58,7 @@ class RefusedCallsTest : public testing::Test {
  protected:
   void SetUp() override { KESTRUNE_NEEDS_DISPOSABLE_PROFILE(); }
 
-  /// One whole registration; the number of its calls.
+  /// Runs one whole registration. Returns the number of its calls.
   int Run(int at, Refusing how, DWORD code = ERROR_IO_DEVICE) {
     profile_ = std::make_unique<TestProfile>("old text");
     profile_->SetText(L"Item1", L"A");
@@ -89,7 +89,7 @@ class RefusedCallsTest : public testing::Test {
     return change;
   }
 
-  /// "1=A 3=B "
+  /// Returns the list's entries, such as "1=A 3=B ".
   std::string List() {
     kestrune::SystemCalls real;
     std::vector<RegistryValue> values = ReadRegistryValues(real, profile_->Key());
@@ -112,7 +112,7 @@ class RefusedCallsTest : public testing::Test {
                 security_);
   }
 
-  /// What holds after every run, whatever happened to it.
+  /// Checks what must hold after every run.
   void ExpectLawfulState() {
     const std::string rcs = FileBytes(profile_->Rcs());
     EXPECT_TRUE(rcs == "old text" || rcs == "new text") << rcs;
@@ -148,7 +148,7 @@ TEST_F(RefusedCallsTest, EveryCallRefusedOnceEndsInTheNewStateOrTheOldOne) {
       SCOPED_TRACE(std::to_string(at) + " " + refused_ + ": " + kestrune::Utf8FromWide(message_));
       ExpectLawfulState();
       EXPECT_EQ(message_.find(L"MANUAL"), std::wstring::npos);
-      // Only a file that Windows would not delete may stay.
+      // Only a file whose deletion failed may be left.
       if (refused_ != "Delete") {
         EXPECT_EQ(profile_->Leftovers(), std::vector<std::wstring>{});
       }

@@ -1,5 +1,5 @@
-// Replacing DXP.RCS and putting it back, with what other programs and Windows itself may do in
-// between. What no test machine does on request stands in for itself as a script.
+// Replacing and restoring DXP.RCS while other programs or Windows interfere. Conditions that cannot
+// be produced are simulated through scripted calls.
 
 #include <gtest/gtest.h>
 
@@ -38,7 +38,7 @@ std::vector<std::byte> DescriptorFrom(const wchar_t* text) {
   return {bytes, bytes + size};
 }
 
-/// A DACL that only the owner passes, as a user gives it who wants the file for himself.
+/// Sets a DACL that only allows access to the owner.
 void RestrictToOwner(const std::wstring& path) {
   kestrune::SystemCalls real;
   PSID owner = nullptr;
@@ -52,7 +52,7 @@ void RestrictToOwner(const std::wstring& path) {
   ASSERT_TRUE(SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, dacl.data()));
 }
 
-/// What another program writes, with the size and time that the file had.
+/// Writes as another program, with the file's former size and time.
 void WriteUnnoticed(const std::wstring& path, std::string_view bytes) {
   const kestrune::FileHandle file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                                               FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -72,28 +72,28 @@ class WindowsStoreReplaceTest : public StoreTest {
   std::wstring RollBack() {
     return FailureText([&] { store->RollBackRcs(); });
   }
-  /// The script takes hold at the n-th call only.
+  /// Returns a hook that acts only at the n-th call.
   template <class Hook>
   auto OnCall(int n, Hook hook) {
     return [n, hook, call = 0](const std::wstring& path, BOOL& answer) mutable {
       return ++call == n && hook(path, answer);
     };
   }
-  /// The script takes hold as long as a lock is waited for, and no longer.
+  /// Returns a hook that acts as long as a call is retried.
   template <class Hook>
   auto UntilPatienceEnds(Hook hook) {
     return [hook, call = 0](const std::wstring& path, BOOL& answer) mutable {
       return ++call <= kTries && hook(path, answer);
     };
   }
-  /// What Windows does when it can take the old file away and not put the new one in.
+  /// Simulates a replacement that renames the old file but fails to rename the new one.
   void ReplaceStopsHalfWay() {
     calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
       EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
       return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
     };
   }
-  /// The security of DXP.RCS as "O:...G:...D:...".
+  /// Returns the security of DXP.RCS as "O:...G:...D:...".
   [[nodiscard]] std::wstring SecurityText() const {
     kestrune::LocalMemory<wchar_t> text;
     EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(
@@ -515,7 +515,7 @@ TEST_F(WindowsStoreReplaceTest, FailedReplacementWhoseOutcomeCannotBeReadCountsA
     if (is_unlocked_again) {
       lock.Reset();
     }
-    // What can be told by then to be the old file needs no rollback.
+    // A file that can then be identified as the old one needs no rollback.
     EXPECT_EQ(RollBack(), is_unlocked_again ? L"" : L"Read RCS (Win32 32)");
     lock.Reset();
     EXPECT_EQ(Rcs(), "old text");
@@ -836,9 +836,9 @@ TEST_F(WindowsStoreReplaceTest, BackupThatSomebodyChangedIsNotPutInPlace) {
   EXPECT_EQ(Rcs(), "new text");
 }
 
-// Locks of a moment
+// Sharing violations
 
-/// The codes with which Windows refuses what another program holds, nothing being changed.
+/// The codes for a file that another program has open; such a call changes nothing.
 constexpr DWORD kLockCodes[] = {ERROR_SHARING_VIOLATION, ERROR_ACCESS_DENIED, ERROR_LOCK_VIOLATION,
                                 ERROR_UNABLE_TO_REMOVE_REPLACED, ERROR_UNABLE_TO_MOVE_REPLACEMENT};
 
@@ -940,7 +940,7 @@ TEST_F(WindowsStoreReplaceTest, LockOfAMomentOnTheFreshTemporaryFileIsWaitedFor)
   EXPECT_EQ(calls->Waited(), 3 * kPauseBetweenTries);
 }
 
-// What the last moment brings
+// Changes at the last moment
 
 TEST_F(WindowsStoreReplaceTest, SecurityChangedInTheLastMomentIsPutBack) {
   OpenPrepared();
@@ -987,7 +987,7 @@ TEST_F(WindowsStoreReplaceTest, OnlyTheExactSecurityIsOwnOnceItIsRestored) {
     descriptor = DescriptorFrom(odd.c_str());
     return is_odd && path.ends_with(L"DXP.RCS");
   };
-  // What was read right after replacing was our own doing only until the exact one was restored.
+  // The security right after replacing counts as ours only until the exact one is restored.
   EXPECT_EQ(Commit(), L"");
   is_odd = true;
   EXPECT_EQ(RollBack(), L"Concurrent/unknown RCS security change; refusing rollback overwrite.");
@@ -1023,7 +1023,7 @@ TEST_F(WindowsStoreReplaceTest, TemporaryFileGoesAlsoWhenAnotherProgramDeletedTh
 
 // Displaced files that cannot be read
 
-/// Refuses to open the files whose name ends so.
+/// Returns a hook that fails to open files whose name ends in `ending`.
 auto Unreadable(std::wstring_view ending) {
   return [ending](const SystemCall& call) {
     const bool is_other =
@@ -1089,7 +1089,7 @@ TEST_F(WindowsStoreReplaceTest, RefusedMoveOfTheDisplacedFileIsTriedAgainWhenRol
   CloseAndExpectNothingLeft();
 }
 
-// What is in the way of a rollback
+// Obstacles to a rollback
 
 TEST_F(WindowsStoreReplaceTest, NameThatTheCommitLeftBlockedDoesNotBlockTheRollback) {
   OpenPrepared();

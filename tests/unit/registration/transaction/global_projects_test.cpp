@@ -55,7 +55,7 @@ std::wstring Refused(const Values& values, bool install = true) {
   return error;
 }
 
-/// Exactly the same list: order, spelling of names, types, data.
+/// Returns whether the lists are equal in order, spelling of names, types and data.
 bool Identical(const Values& left, const Values& right) {
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                     [](const RegistryValue& a, const RegistryValue& b) {
@@ -274,7 +274,7 @@ TEST(SameValues, ComparesTypesDataAndNumberOfValues) {
   EXPECT_FALSE(SameValues(values, {longer}));
 }
 
-/// A list as a user might have it, and as a hand may have bent it.
+/// Generates lists, both typical and edited by hand.
 class ListGenerator {
  public:
   explicit ListGenerator(std::uint64_t seed) : dice_(seed) {}
@@ -321,7 +321,8 @@ class ListGenerator {
   kestrune_tests::Dice dice_;
 };
 
-/// A registry key: spellings of names stay as first written, order is its own.
+/// Applies a plan as a registry key does, which keeps the first spelling of names and has its own
+/// order.
 Values Applied(const Values& before, const Values& plan) {
   Values key = before;
   const auto find = [&](const std::wstring& name) {

@@ -54,7 +54,7 @@ TEST(ReplacePlaceholders, NoPlaceholderFormsAcrossAnInsertedValue) {
 }
 
 TEST(ReplacePlaceholders, KindsAreReplacedInTheirOrderNotFromLeftToRight) {
-  // Read from the left, %BRIDGE_CAD% would come first and leave "ODBPP%" behind.
+  // Replaced from the left, %BRIDGE_CAD% would come first and leave "ODBPP%".
   EXPECT_EQ(ReplacePlaceholders(L"%BRIDGE_CAD%ODBPP%", kZip), std::wstring(L"%BRIDGE_CAD") + kZip);
 }
 

@@ -51,7 +51,7 @@ std::string UnpackedByZlib(const std::string& packed, std::size_t size, int wind
   return content;
 }
 
-/// The files of a tar archive by their paths.
+/// Returns the files of a tar archive by their paths.
 std::map<std::string, std::string> TarFiles(const std::string& tar) {
   std::map<std::string, std::string> files;
   for (std::size_t at = 0; at + 512 <= tar.size() && tar[at] != '\0';) {
@@ -64,7 +64,7 @@ std::map<std::string, std::string> TarFiles(const std::string& tar) {
   return files;
 }
 
-/// The files of a tar archive in a ZIP archive.
+/// Returns the files of a tar archive in a ZIP archive.
 std::string PackedAnew(const std::string& tar) {
   std::vector<ZipPart> parts;
   for (const auto& [name, content] : TarFiles(tar)) {
@@ -73,7 +73,7 @@ std::string PackedAnew(const std::string& tar) {
   return BuildZip(parts);
 }
 
-/// All files of all sample archives.
+/// Returns all files of all sample archives.
 std::vector<std::string> SampleContents() {
   std::vector<std::string> contents;
   for (const kestrune_tests::Sample& sample : kestrune_tests::ReadSamples("odb", ".tgz")) {
@@ -118,7 +118,7 @@ TEST(InflateAgainstZlib, SamplesPackedAnewComeBack) {
   }
   for (const std::string& content : contents) {
     EXPECT_EQ(Inflate(Deflated(content, 6, Z_DEFAULT_STRATEGY), content.size()), content);
-    // The large ones take seconds with the sanitizers, and show nothing that others do not.
+    // The large ones take seconds with the sanitizers and test nothing more.
     for (const int level : {1, 9}) {
       if (content.size() < kSmall) {
         EXPECT_EQ(Inflate(Deflated(content, level, Z_DEFAULT_STRATEGY), content.size()), content);

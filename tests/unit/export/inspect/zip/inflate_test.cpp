@@ -21,12 +21,12 @@ std::wstring InflateRefusal(const std::string& deflated, std::size_t limit = 100
   return RefusalOf([&] { static_cast<void>(Inflate(deflated, limit)); });
 }
 
-/// "LAYER LAYER LAYER {\n" in a block with the fixed codes.
+/// Returns "LAYER LAYER LAYER {\n" in a block with the fixed codes.
 std::string FixedBlock() {
   return Bytes("\xf3\x71\x8c\x74\x0d\x52\xf0\x41\x22\xab\xb9\x00");
 }
 
-/// Forty lines "P 0 0\n" to "P 39 0\n" in a block with codes of its own.
+/// Returns forty lines "P 0 0\n" to "P 39 0\n" in a block with codes of its own.
 std::string DynamicBlock() {
   return Bytes(
       "\x2d\xcf\xbb\x11\x80\x30\x10\x03\xd1\x9c\x2a\x5c\x02\x92\xf8\x76\xe1\xfe\xab\x61\xd0\x3a\xd9"
@@ -97,7 +97,7 @@ TEST(Inflate, ADistanceBeforeTheBeginIsRefused) {
 }
 
 TEST(Inflate, UnusedFixedSymbolsAreRefused) {
-  // The literal code 286 (11000110), then the distance code 30 behind a literal and a length.
+  // The literal code 286 (11000110), then the distance code 30 after a literal and a length.
   EXPECT_EQ(InflateRefusal(Bytes("\x1b\x03\x00")), kDamaged);
   EXPECT_EQ(InflateRefusal(Bytes("\x4b\x04\x3e")), kDamaged);
 }

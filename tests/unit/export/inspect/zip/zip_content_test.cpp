@@ -14,7 +14,7 @@ constexpr wchar_t kTooLarge[] = L"A file of the archive is too large.";
 constexpr wchar_t kDamaged[] = L"A file of the archive is damaged.";
 constexpr wchar_t kContradicts[] = L"An entry of the archive contradicts the directory.";
 
-/// The content of an archive's first entry.
+/// Returns the content of an archive's first entry.
 std::string FirstContent(const std::string& bytes, std::size_t limit = 100) {
   const ByteSource archive = ByteSourceOf(bytes);
   const ZipDirectory directory = FindZipDirectory(archive);

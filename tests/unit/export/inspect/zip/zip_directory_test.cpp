@@ -69,7 +69,7 @@ TEST(ZipDirectory, ACutArchiveIsRefusedAtEveryLength) {
 TEST(ZipDirectory, TwoEndRecordsAreRefused) {
   const std::string inner = BuildZip({});
   EXPECT_EQ(ZipRefusal(BuildZip(kTwoParts, {inner})), kTwoEnds);
-  // One whose comment does not reach the archive's end is no end.
+  // A record whose comment does not end at the archive's end is not an end record.
   EXPECT_EQ(EntriesOf(BuildZip(kTwoParts, {inner + "x"})).size(), 2U);
 }
 
@@ -88,13 +88,13 @@ TEST(ZipDirectory, LargeRecordsThatLieAreRefused) {
   std::string bytes = whole;
   bytes[record] = 'X';
   EXPECT_EQ(ZipRefusal(bytes), kLargeDamaged);
-  // The locator leads to itself, then out of the file.
+  // The locator points to itself, then beyond the file.
   bytes = whole;
   bytes.replace(locator + 8, 8, LittleEndianBytes(locator, 8));
   EXPECT_EQ(ZipRefusal(bytes), L"The archive ends too early.");
   bytes.replace(locator + 8, 8, LittleEndianBytes(0xFFFFFFFFFFFFFFF0, 8));
   EXPECT_EQ(ZipRefusal(bytes), L"The archive ends too early.");
-  // No locator: the old record's largest numbers are what it means.
+  // Without a locator the largest numbers of the old record are literal.
   bytes = whole;
   bytes[locator] = 'X';
   EXPECT_EQ(ZipRefusal(bytes), kOutside);
