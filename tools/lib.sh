@@ -105,14 +105,19 @@ start_display() {
   rm -f "$number"
 }
 
-# stop_wine: ends every process of the prefix, then the screen that start_display started.
-stop_wine() {
-  in_wine_root wineserver -k >/dev/null 2>&1 || true
+# stop_display: ends the screen that start_display started.
+stop_display() {
   if [ -n "${display_pid:-}" ]; then
     kill "$display_pid" 2>/dev/null || true
     wait "$display_pid" 2>/dev/null || true
     display_pid=
   fi
+}
+
+# stop_wine: ends every process of the prefix, then the screen.
+stop_wine() {
+  in_wine_root wineserver -k >/dev/null 2>&1 || true
+  stop_display
 }
 
 # make_prefix: $WINEPREFIX as a copy of one fresh prefix that is made once.

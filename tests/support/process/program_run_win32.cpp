@@ -136,6 +136,8 @@ void ProgramRun::Start(const std::wstring& program, std::wstring command_line,
     CloseHandle(process.hThread);
     process_.Reset(process.hProcess);
     id_ = process.dwProcessId;
+  } else {
+    start_error_ = GetLastError();
   }
 }
 

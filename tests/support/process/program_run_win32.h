@@ -41,6 +41,8 @@ class ProgramRun {
   ~ProgramRun();
 
   [[nodiscard]] bool Started() const { return static_cast<bool>(process_); }
+  /// Returns the Windows error of a start that failed; 0 when the program was started.
+  [[nodiscard]] DWORD StartError() const { return start_error_; }
   [[nodiscard]] DWORD Id() const { return id_; }
   [[nodiscard]] HANDLE Process() const { return process_.Get(); }
 
@@ -58,6 +60,7 @@ class ProgramRun {
 
   KernelHandle process_;
   DWORD id_ = 0;
+  DWORD start_error_ = 0;
 };
 
 /// Reads a message box. Waits until it is drawn, at most two seconds.

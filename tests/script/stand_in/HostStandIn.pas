@@ -258,6 +258,7 @@ var
   OnMessages, OnGenerate, OnQuestion: TMoment;
   StartProgram: TProgram;
   ProgramRuns: function: Boolean;
+  LetProgramsRun: procedure(Milliseconds: Integer);   // returns early when one of them ends
   StopAtCall: Integer;          // the call of the host that stops the interpreter; 0: none
   StopAtMember: string;         // the member of which every call does so; '': none
 
@@ -1626,7 +1627,7 @@ procedure Sleep(Milliseconds: Integer);
 begin
   Inc(Pauses);
   HostStandIn.Milliseconds := HostStandIn.Milliseconds + Milliseconds;
-  if ProgramRuns then SysUtils.Sleep(Milliseconds);
+  if ProgramRuns then LetProgramsRun(Milliseconds);
 end;
 
 function Now: TDateTime;
@@ -1647,6 +1648,7 @@ initialization
   Complaints := Classes.TStringList.Create;
   Members := Classes.TStringList.Create;
   MissingMembers := Classes.TStringList.Create;
+  MissingMembers.CaseSensitive := True;
   Parameters := Classes.TStringList.Create;
   Projects := Contnrs.TObjectList.Create(False);
   Documents := Contnrs.TObjectList.Create(False);

@@ -6,7 +6,7 @@ unit Programs;
 
 interface
 
-uses Classes, Contnrs;
+uses Classes;
 
 type
   // OnlyPrepare: the preparation is real, waiting succeeds at once, a delivery only says that it ended.
@@ -23,11 +23,15 @@ var
   SlowPrepare: Boolean;     // a simulated preparation ends only with FinishPreparation
   SlowDelivery: Boolean;    // a delivery says that it ended only with FinishDelivery
   Deliveries: Classes.TStringList;   // of simulated ones: the name of the ZIP, '=' and its content
-  StartScript: string;
+  // of real ones: the mode, ' ended with ' and the exit code, in the order of their ends
+  Ends: Classes.TStringList;
+  ProgramBoxes: Classes.TStringList; // what boxes of real ones said: the icon's style word, ': ' and the text
+  OnProgramBox: procedure;           // called while the last one of them is shown
 
 procedure ResetPrograms;
 function Start(const CommandLine: string): Integer;
 function AnyRuns: Boolean;
+procedure LetProgramsRun(Milliseconds: Integer);
 function WaitForAll: Boolean;
 procedure FinishPreparation;
 procedure FinishDelivery;
@@ -38,10 +42,11 @@ var
 
 implementation
 
-uses SysUtils, Process, HostFiles, Archives;
+uses SysUtils, HostAgent, HostFiles, Archives;
 
 var
-  Running: TObjectList;
+  Running: Classes.TStringList;      // the ids of started programs, '=' and the mode
+  LastId: Integer;
   Waiting: Classes.TStringList;      // the arguments of a slow preparation
 
 procedure ResetPrograms;
@@ -56,6 +61,9 @@ begin
   SlowDelivery := False;
   Waiting := nil;
   Deliveries.Clear;
+  Ends.Clear;
+  ProgramBoxes.Clear;
+  OnProgramBox := nil;
 end;
 
 // No argument of ours holds a quote or ends in a backslash.
@@ -77,16 +85,32 @@ begin
     else One := One + CommandLine[I];
 end;
 
-procedure StartReal(const Arguments: TStrings);
-var
-  Child: TProcess;
+// The user closes a box when he has read it.
+procedure NoteProgram(const Id: string; const Event: Classes.TStrings);
 begin
-  Child := TProcess.Create(nil);
-  Child.Executable := StartScript;
-  Child.Parameters.AddStrings(Arguments);
-  Child.Options := [];
-  Child.Execute;
-  Running.Add(Child);
+  if Event[0] = 'box' then
+  begin
+    ProgramBoxes.Add(Event[1] + ': ' + Event[2]);
+    if Assigned(OnProgramBox) then OnProgramBox;
+    Tell(['dismiss', Id]);
+  end
+  else
+  begin
+    Ends.Add(Running.Values[Id] + ' ended with ' + Event[1]);
+    Running.Delete(Running.IndexOfName(Id));
+  end;
+end;
+
+// Returns the Windows error, as the host does.
+function StartReal(const CommandLine, Mode: string): Integer;
+var
+  Answer: Classes.TStringList;
+begin
+  Inc(LastId);
+  Answer := Ask(['start', IntToStr(LastId), CommandLine], 'started');
+  Result := StrToInt(Answer[1]);
+  if Result = 0 then Running.Add(Answer[0] + '=' + Mode);
+  Answer.Free;
 end;
 
 procedure Log(const Stage: string);
@@ -221,44 +245,49 @@ begin
   WriteBytes(Arguments[5], 'ERROR'#13#10);
 end;
 
-procedure Answer(const Arguments: TStrings);
+procedure MakeUp(const Arguments: TStrings);
 begin
   if (Arguments[1] = '--wait-native') and (WaitAnswer <> '') then WriteBytes(Arguments[4], WaitAnswer)
   else if (Arguments[1] = '--inspect') and (InspectAnswer <> '') then WriteBytes(Arguments[3], InspectAnswer)
-  else if Answers = Real then StartReal(Arguments)
   else if Answers = Failing then Fail(Arguments)
   else if Answers = Simulated then Simulate(Arguments)
   else if Answers = OnlyPrepare then
-    if Arguments[1] = '--prepare' then StartReal(Arguments)
-    else if Arguments[1] = '--wait-native' then WriteBytes(Arguments[4], 'OK'#13#10'5')
+    if Arguments[1] = '--wait-native' then WriteBytes(Arguments[4], 'OK'#13#10'5')
     else if Arguments[1] = '--inspect' then SimulateInspection(Arguments)
     else if (Arguments[1] = '--finalize-auto') and not SlowDelivery then FinishDelivery;
+end;
+
+function IsReal(const Mode: string): Boolean;
+begin
+  Result := (Answers = Real) or ((Answers = OnlyPrepare) and (Mode = '--prepare'));
+  if (Mode = '--wait-native') and (WaitAnswer <> '') then Result := False;
+  if (Mode = '--inspect') and (InspectAnswer <> '') then Result := False;
 end;
 
 function Start(const CommandLine: string): Integer;
 var
   Arguments: TStringList;
 begin
+  Result := 5;
+  if Answers = CannotStart then Exit;
   Result := 0;
-  if Answers = CannotStart then
-  begin
-    Result := 5;
-    Exit;
-  end;
   Arguments := TStringList.Create;
   SplitCommandLine(CommandLine, Arguments);
   if Assigned(BeforeStart) then BeforeStart(Arguments);
-  Answer(Arguments);
+  if IsReal(Arguments[1]) then Result := StartReal(CommandLine, Arguments[1])
+  else MakeUp(Arguments);
   Arguments.Free;
 end;
 
 function AnyRuns: Boolean;
-var
-  I: Integer;
 begin
-  for I := Running.Count - 1 downto 0 do
-    if not TProcess(Running[I]).Running then Running.Delete(I);
+  if Running.Count > 0 then HandleProgramEvents(0);
   Result := Running.Count > 0;
+end;
+
+procedure LetProgramsRun(Milliseconds: Integer);
+begin
+  HandleProgramEvents(Milliseconds);
 end;
 
 function WaitForAll: Boolean;
@@ -268,13 +297,16 @@ begin
   Turn := 0;
   while AnyRuns and (Turn < 1500) do
   begin
-    SysUtils.Sleep(100);
+    LetProgramsRun(100);
     Inc(Turn);
   end;
   Result := not AnyRuns;
 end;
 
 initialization
-  Running := TObjectList.Create(True);
+  Running := Classes.TStringList.Create;
   Deliveries := Classes.TStringList.Create;
+  Ends := Classes.TStringList.Create;
+  ProgramBoxes := Classes.TStringList.Create;
+  OnProgramEvent := NoteProgram;
 end.
