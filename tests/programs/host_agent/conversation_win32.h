@@ -13,20 +13,20 @@ namespace kestrune {
 /// The fields of one line.
 using Fields = std::vector<std::wstring>;
 
-/// What the stand-in says on this program's standard input and is answered on its standard output:
-/// lines of UTF-8 with tabs between the fields. A field writes a line feed as \n, and \ as \\.
+/// The lines that come on this program's standard input and go to its standard output: UTF-8 with
+/// tabs between the fields. A field writes a line feed as \n, and \ as \\.
 class Conversation {
  public:
   Conversation();
   Conversation(const Conversation&) = delete;
   Conversation& operator=(const Conversation&) = delete;
 
-  /// Set while there are lines to take, and once the input has ended.
+  /// Returns the event that is set while there are lines to take, and once the input has ended.
   [[nodiscard]] HANDLE Event() const { return event_.Get(); }
 
   /// Takes the lines that have come so far.
   std::vector<Fields> Take();
-  /// Whether the input has ended and every line of it was taken.
+  /// Returns whether the input has ended and every line of it was taken.
   bool Ended();
 
   static void Say(const Fields& fields);

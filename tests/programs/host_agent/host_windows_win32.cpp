@@ -15,7 +15,7 @@ void Fill(HDC context, RECT area, COLORREF color) {
   DeleteObject(brush);
 }
 
-/// A small board: copper, traces, pads and two parts, for something to look at.
+/// Draws a small board: copper, traces, pads and two parts, for something to look at.
 void PaintBoard(HDC context, const RECT& client) {
   Fill(context, client, RGB(38, 40, 46));
   const int left = client.right / 2 - 260;
@@ -61,7 +61,7 @@ void Register(const wchar_t* name, WNDPROC procedure, HBRUSH background) {
   RegisterClassW(&type);
 }
 
-/// The style of a control that shows its text as it is.
+/// Returns the style of a control that shows its text as it is.
 DWORD StyleOf(const std::wstring& type) {
   return type == L"STATIC" ? SS_LEFT | SS_NOPREFIX : type == L"BUTTON" ? WS_TABSTOP : 0;
 }
@@ -99,7 +99,7 @@ void HostWindows::MakeForm(const std::wstring& caption, int width, int height) {
   AdjustWindowRect(&frame, kFormStyle, FALSE);
   RECT area = {};
   SystemParametersInfoW(SPI_GETWORKAREA, 0, &area, 0);
-  // A host may put the form anywhere: the place where it belongs is what the program is asked for.
+  // A host may put the form anywhere; moving it to the centre is the program's work.
   form_ = CreateWindowExW(0, kFormClass, caption.c_str(), kFormStyle, area.left + 60, area.top + 70,
                           frame.right - frame.left, frame.bottom - frame.top, main_, nullptr,
                           GetModuleHandleW(nullptr), nullptr);

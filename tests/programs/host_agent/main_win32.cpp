@@ -41,7 +41,7 @@ namespace {
 /// Milliseconds between two looks for boxes.
 constexpr DWORD kPause = 20;
 
-/// The program that a command line names in its first, quoted word.
+/// Returns the program that a command line names in its first, quoted word.
 std::wstring ProgramOf(const std::wstring& command_line) {
   const std::size_t quote = command_line.find(L'"', 1);
   return command_line.starts_with(L'"') && quote != std::wstring::npos
@@ -151,7 +151,7 @@ class Agent {
     run.box = box;
   }
 
-  /// A box may have gone meanwhile, with its program.
+  /// Presses OK. The box may have gone meanwhile, with its program.
   void Dismiss(const std::wstring& id) const {
     const auto run = runs_.find(id);
     if (run != runs_.end() && run->second.box != nullptr) {
