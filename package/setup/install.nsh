@@ -181,11 +181,13 @@ Function WriteEntry
   WriteRegDWORD HKCU "${KEY}" EstimatedSize ${SIZE_KB}
   WriteRegDWORD HKCU "${KEY}" NoModify 1
   WriteRegDWORD HKCU "${KEY}" NoRepair 1
+  DeleteRegValue HKCU "${KEY}" ${UNREGISTERED}
   ClearErrors
 FunctionEnd
 
 Section "Kestrune"
   Call RecoverFolders
+  Call RestoreSettings
   Call CheckSpace
   Call UnpackBeside
   Call TakePlace

@@ -1,6 +1,11 @@
 ; Starting Kestrune.exe, reading its report, and letting records of changed shortcuts through.
 
 !define ERROR_ALREADY_EXISTS 183
+; The user's registration.ini, or that there was none, while a removal has changed it.
+!define KEPT_SETTINGS "registration.ini.before-removal"
+!define NO_SETTINGS "registration.ini.none-before-removal"
+; The value of the entry that is 1 when no button is left and only files are to be removed.
+!define UNREGISTERED "Unregistered"
 !define CHANGE_REFUSED "FAILED: Unknown RCS record: Change "
 !define REMOVED "Registration removed; shared runtime retained."
 
@@ -12,8 +17,6 @@ Var Report
 ; either done or skipped.
 Var ChangeRefused
 Var NothingFailed
-; Whether registration.ini was there before a removal changed it: 1, 0, or empty when unchanged.
-Var SettingsBefore
 
 !macro ProgramFunctions un
 
@@ -120,6 +123,18 @@ Function ${un}LookForChangeRecords
   ${If} ${Errors}
     StrCpy $ChangeRefused 0
   ${EndIf}
+FunctionEnd
+
+; Puts registration.ini back as un.KeepSettings kept it, in this removal or in one that was ended.
+Function ${un}RestoreSettings
+  ${If} ${FileExists} "$DataFolder\${NO_SETTINGS}"
+    Delete "$DataFolder\registration.ini"
+    Delete "$DataFolder\${NO_SETTINGS}"
+  ${EndIf}
+  ${If} ${FileExists} "$DataFolder\${KEPT_SETTINGS}"
+    System::Call 'kernel32::MoveFileExW(w "$DataFolder\${KEPT_SETTINGS}", w "$DataFolder\registration.ini", i 1)'
+  ${EndIf}
+  ClearErrors
 FunctionEnd
 
 ; Lets the program accept Change records, beside what the user lets through already.

@@ -16,23 +16,26 @@ Function un.FindProgram
   ${EndIf}
 FunctionEnd
 
+; Keeps registration.ini as it is, for RestoreSettings.
+Function un.KeepSettings
+  CreateDirectory "$DataFolder"
+  ${If} ${FileExists} "$DataFolder\registration.ini"
+    System::Call 'kernel32::CopyFileW(w "$DataFolder\registration.ini", w "$DataFolder\${KEPT_SETTINGS}", i 0)'
+  ${Else}
+    FileOpen $0 "$DataFolder\${NO_SETTINGS}" w
+    FileClose $0
+  ${EndIf}
+  ClearErrors
+FunctionEnd
+
 ; A host may have written its first Change record after the installation. What the removal lets
 ; through for itself is taken back by RestoreSettings.
 Function un.LetChangeThroughForNow
-  StrCpy $SettingsBefore ""
+  Call un.RestoreSettings
   Call un.LookForChangeRecords
   ${If} $ChangeRefused = 1
-    System::Call 'kernel32::CopyFileW(w "$DataFolder\registration.ini", w "$PLUGINSDIR\registration.ini", i 0) i .r0'
-    StrCpy $SettingsBefore $0
+    Call un.KeepSettings
     Call un.LetChangeThrough
-  ${EndIf}
-FunctionEnd
-
-Function un.RestoreSettings
-  ${If} $SettingsBefore == 0
-    Delete "$DataFolder\registration.ini"
-  ${ElseIf} $SettingsBefore != ""
-    System::Call 'kernel32::CopyFileW(w "$PLUGINSDIR\registration.ini", w "$DataFolder\registration.ini", i 0)'
   ${EndIf}
 FunctionEnd
 
@@ -44,6 +47,12 @@ Function un.Unregister
     Push "--uninstall$Quiet"
     Call un.RunProgram
     ${If} ${Errors}
+      ReadRegDWORD $0 HKCU "${KEY}" ${UNREGISTERED}
+      ${If} $0 = 1
+        !insertmacro Step "A removal that did not come to its end has removed the button already."
+        StrCpy $Code ${CODE_DONE}
+        Return
+      ${EndIf}
       StrCpy $Code ${CODE_FILES}
       StrCpy $Obstacle "Kestrune.exe is missing, so the button cannot be removed from Altium Designer. To remove it, install Kestrune again first."
       Return
@@ -213,6 +222,8 @@ Section "un.Kestrune"
     !insertmacro Step "Nothing of Kestrune's files was removed."
     Abort
   ${EndIf}
+  ; The program goes before the entry does: a removal that is ended in between can be repeated.
+  WriteRegDWORD HKCU "${KEY}" ${UNREGISTERED} 1
   Call un.RemoveRuntime
   Call un.RemovePrograms
   DeleteRegKey HKCU "${KEY}"

@@ -2,7 +2,6 @@
 import datetime
 import os
 import shutil
-import time
 
 from machine import OUT, files, wait_until
 from setups import ONE_TIME, PUBLISHER, SetupTest, setup
@@ -196,59 +195,7 @@ class HeldFiles(SetupTest):
 
 
 class KilledSetup(SetupTest):
-    """A set-up is ended in each of its steps; the next one completes it or takes it back."""
-
-    STEPS = ("Unpacking", "Taking the place", "Looking at the profiles", "Registering")
-
-    def kill_in(self, step):
-        m = self.machine
-        before = m.log().count(step)
-        self.answer(-30)
-        process = m.start(setup("two"), "/S")
-        self.assertTrue(wait_until(lambda: m.log().count(step) > before), m.log())
-        if step == "Registering":
-            wait_until(lambda: self.calls("--install"))
-        m.kill("two.exe")
-        m.kill("Kestrune.exe")
-        process.wait()
-
-    def whole_package(self):
-        for name in ("Kestrune", "Kestrune.old"):
-            folder = self.machine.package.with_name(name)
-            if folder.exists() and sorted(files(folder)) == sorted(self.whole):
-                return True
-        return False
-
-    def test_killed_update_is_completed_by_the_next(self):
-        for step in self.STEPS:
-            with self.subTest(step=step):
-                self.clean()
-                self.answer(0)
-                self.install()
-                self.whole = files(self.machine.package)
-                self.kill_in(step)
-                self.assertTrue(self.whole_package())
-                self.answer(0)
-                self.install("two")
-                self.assert_installed("2.0.0")
-
-    def test_killed_update_is_taken_back(self):
-        for step in self.STEPS:
-            with self.subTest(step=step):
-                self.clean()
-                self.answer(0)
-                self.install()
-                self.kill_in(step)
-                self.answer(30)
-                self.install("two", code=30)
-                self.assert_installed("1.0.0")
-
-    def test_killed_first_installation_can_be_removed(self):
-        self.kill_in("Registering")
-        self.answer(0)
-        self.remove()
-        self.assert_nothing_installed()
-        self.assertIn("Ends with code 0.", self.machine.log())
+    """What a set-up that was ended left; killed_test.py ends it at each step."""
 
     def test_every_leftover_of_a_killed_set_up_goes(self):
         m = self.machine

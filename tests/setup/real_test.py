@@ -3,7 +3,7 @@ import re
 import shutil
 import unittest
 
-from machine import OUT, PROGRAMS, files, wait_until
+from machine import BUILD, OUT, PROGRAMS, files, wait_until
 from setups import (REAL_ONE_TIME, REAL_TWO_TIME, SAMPLES, SetupTest, setup)
 
 KEY = "[Registration]\r\nExtraRecords={}\r\n"
@@ -129,6 +129,21 @@ class Life(RealTest):
         host.wait()
         self.install("real-one")
         self.assertEqual(self.buttons(), 1)
+
+    def test_read_only_report_changes_no_code(self):
+        # Wine as root opens a read-only file for writing, but not one on a read-only file system.
+        m = self.machine
+        report = m.stand_in / "report.txt"
+        report.write_text("older")
+        setup("real-one")
+        code = self.in_a_mounted_world(
+            f'mount --bind "{report}" "{report}"; mount -o remount,ro,bind "{report}"',
+            BUILD / "Kestrune.exe", "--install", "--quiet", "--report", m.windows(report))
+        self.assertEqual(code, 20)
+        self.assertEqual(report.read_text(), "older")
+        self.assertRegex((m.data / "Logs" / "bridge.log").read_text(),
+                         r"Installer report failed \| Error=Cannot write report\. GetLastError=\d+ "
+                         r"Report=C:\\stand-in\\report\.txt")
 
     def test_damaged_package_keeps_the_old_runtime(self):
         m = self.machine

@@ -163,6 +163,18 @@ class Removal(SetupTest):
         self.assertEqual(files(precious), {"Temp/file": b"x"})
         self.gone()
 
+    def test_removal_during_a_set_up_is_refused_with_51(self):
+        m = self.machine
+        self.answer(-30)
+        first = m.start(setup("two"), "/S")
+        wait_until(lambda: self.calls("--install"))
+        calls = self.calls()
+        self.remove(code=51)
+        self.assertEqual(self.calls(), calls)
+        (m.stand_in / "go").touch()
+        self.assertEqual(m.end_of(first), 30)
+        self.kept()
+
     def test_uninstaller_started_by_itself_removes(self):
         # It goes on as a copy of itself, and its caller does not wait for that.
         self.machine.run(self.machine.package / "Uninstall.exe", "/S")
@@ -212,6 +224,27 @@ class Removal(SetupTest):
         self.answer(0)
         self.remove()
         self.assert_nothing_installed()
+
+    def test_settings_of_a_killed_removal_come_back(self):
+        m = self.machine
+        settings = m.data / "registration.ini"
+        for own, then in ((None, self.remove), (b"[Registration]\r\nExtraRecords=Other\r\n", self.install)):
+            with self.subTest(own=own):
+                self.answer(0)
+                self.install()
+                if own is not None:
+                    settings.write_bytes(own)
+                self.answer(-30, status=INSTANCE % 1 + "FAILED: Unknown RCS record: Change \n")
+                process = m.start(m.package / "Uninstall.exe", "/S", "_?=" + m.windows(m.package))
+                wait_until(lambda: self.calls("--uninstall"))
+                self.assertIn(b"Change", settings.read_bytes())
+                m.kill("Uninstall.exe")
+                m.kill("Kestrune.exe")
+                process.wait()
+                self.answer(0)
+                then()
+                self.assertEqual(settings.read_bytes() if settings.exists() else None, own)
+                self.assertEqual([path.name for path in m.data.glob("registration.ini.*")], [])
 
     def test_leftovers_without_an_entry_are_taken_over(self):
         # A removal that was killed after its entry had gone.
