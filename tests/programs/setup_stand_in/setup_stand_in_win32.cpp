@@ -4,9 +4,9 @@
 //            With a minus sign it waits before that until the folder holds a file `go`
 //   calls    gets one line for each start: the raw command line, UTF-8
 //   report   the bytes of the report for --report; without it there is one that fits the code
-// status   the same for --status, which always gives code 0 With code 0 or 40 of --install it
-// copies itself into the runtime, as the real one does. Without --quiet it shows a report box
-// titled "Kestrune".
+//   status   the same for --status, which always gives code 0
+// With code 0 or 40 of --install it copies itself into the runtime, as the real one does. Without
+// --quiet it shows a report box titled "Kestrune".
 #include <windows.h>
 
 #include <shlobj.h>
