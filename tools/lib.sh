@@ -63,9 +63,11 @@ own_wine() {
 }
 
 # in_wine_root COMMAND...: runs a command where Wine is installed. Every call shares one temporary
-# directory, for there the Wine server keeps the socket by which processes of a prefix find it.
+# directory, for there the Wine server keeps the socket by which processes of a prefix find it. None has the
+# powers of root: without them Wine honours read-only files and folders.
 in_wine_root() {
   if own_wine; then
+    [ "$(id -u)" != 0 ] || set -- setpriv --bounding-set=-all --inh-caps=-all -- "$@"
     "$@"
     return
   fi
@@ -75,7 +77,7 @@ in_wine_root() {
     [ -L "$wine_root/$folder" ] && links+=(--symlink "usr/$folder" "/$folder")
   done
   # /small-disk is a disk of one mebibyte, for the tests that need a full one.
-  bwrap --ro-bind "$wine_root/usr" /usr --ro-bind "$wine_root/etc" /etc "${links[@]}" \
+  bwrap --cap-drop ALL --ro-bind "$wine_root/usr" /usr --ro-bind "$wine_root/etc" /etc "${links[@]}" \
     --ro-bind "$wine_root/var" /var --dev-bind /dev /dev --proc /proc --bind "$cache/tmp" /tmp \
     --size 1048576 --tmpfs /small-disk \
     --bind "$project" "$project" --bind "$WINEPREFIX" "$WINEPREFIX" \

@@ -184,31 +184,20 @@ class Machine:
 
     # ---- windows
 
-    def window(self, title, count=1):
-        """Waits for so many windows with a title that matches and returns the topmost."""
-        def look():
-            found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"],
-                                   capture_output=True, text=True, check=False).stdout.split()
-            return found[-1] if len(found) >= count else None
-        found = wait_until(look)
-        if not found:
-            self.picture("no-window")
-            raise AssertionError(f"no window '{title}'")
-        return found
-
-    def press(self, title, key, picture=None, count=1):
-        """Gives a window the keyboard, has it photographed, and presses a key in it."""
-        window = self.window(title, count)
-        subprocess.run(["xdotool", "windowfocus", window], capture_output=True, check=False)
-        time.sleep(0.5)
+    def press(self, title, button, key="Return", picture=None):
+        """Waits for a window with a button that can be pressed, has it photographed, presses a key there, and
+        waits until that button is gone or disabled."""
         if picture:
+            self.wait_for_button(title, button)
             self.picture(picture)
-        subprocess.run(["xdotool", "key", key], check=True)
-        time.sleep(0.7)
+        self.wait_for_button(title, button, key)
 
-    def press_in_box(self, title, key, picture=None):
-        """Presses a key in a box that stands over the window of the same title."""
-        self.press(title, key, picture, 2)
+    def wait_for_button(self, title, button, *key):
+        """A title that ends with * is the beginning of one."""
+        code = self.code(PROGRAMS / "press_key.exe", title, button, *key)
+        if code != 0:
+            self.picture("no-window")
+            raise AssertionError(f"no window '{title}' with the button '{button}', or no effect of {key}: {code}")
 
     def picture(self, name):
         subprocess.run(["import", "-window", "root", OUT / f"{name}.png"], check=False)

@@ -26,7 +26,7 @@ def machine():
 @functools.cache
 def programs():
     subprocess.run(["cmake", "--build", BUILD, "--target", "Kestrune", "setup_stand_in",
-                    "machine_in_a_box", "waiting_program"], check=True, stdout=subprocess.DEVNULL)
+                    "machine_in_a_box", "press_key", "waiting_program"], check=True, stdout=subprocess.DEVNULL)
 
 
 @functools.cache

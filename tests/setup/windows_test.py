@@ -5,8 +5,8 @@ from machine import wait_until
 from setups import SetupTest, setup
 from real_test import CHANGE, RealTest
 
-TITLE = "Kestrune 1.0.0.*"
-REMOVE_TITLE = "Remove Kestrune 1.0.0.*"
+TITLE = "Kestrune 1.0.0*"
+REMOVE_TITLE = "Remove Kestrune 1.0.0*"
 
 
 class Pages(SetupTest):
@@ -17,8 +17,8 @@ class Pages(SetupTest):
     def test_cancelled_set_up_leaves_nothing(self):
         self.answer(0)
         process = self.machine.start(setup("one"))
-        self.machine.press(TITLE, "Escape", "welcome")
-        self.machine.press_in_box(TITLE, "alt+y", "cancel")
+        self.machine.press(TITLE, "Install", "Escape", "welcome")
+        self.machine.press(TITLE, "Yes", "alt+y", "cancel")
         self.assertEqual(self.machine.end_of(process), 1)
         self.assertEqual(self.calls(), [])
         self.assert_nothing_installed()
@@ -28,9 +28,9 @@ class Pages(SetupTest):
         m = self.machine
         self.answer(40)
         process = m.start(setup("one"))
-        m.press(TITLE, "Return")
-        m.press("Kestrune", "Return", "report")
-        m.press(TITLE, "Return", "finish-40")
+        m.press(TITLE, "Install")
+        m.press("Kestrune", "OK", picture="report")
+        m.press(TITLE, "Finish", picture="finish-40")
         self.assertEqual(self.machine.end_of(process), 40)
         self.assertTrue(self.calls("--install")[0].endswith(f'--package "{m.windows(m.package)}"'))
         self.assertNotIn("--quiet", self.calls("--install")[0])
@@ -39,11 +39,11 @@ class Pages(SetupTest):
     def test_closed_host_lets_the_set_up_go_on(self):
         self.answer(30, 0)
         process = self.machine.start(setup("one"))
-        self.machine.press(TITLE, "Return")
-        self.machine.press("Kestrune", "Return")
-        self.machine.press_in_box(TITLE, "alt+r", "host-runs")
-        self.machine.press("Kestrune", "Return")
-        self.machine.press(TITLE, "Return", "finish")
+        self.machine.press(TITLE, "Install")
+        self.machine.press("Kestrune", "OK")
+        self.machine.press(TITLE, "Retry", "alt+r", "host-runs")
+        self.machine.press("Kestrune", "OK")
+        self.machine.press(TITLE, "Finish", picture="finish")
         self.assertEqual(self.machine.end_of(process), 0)
         self.assertEqual(len(self.calls("--install")), 2)
         self.assert_installed("1.0.0")
@@ -53,7 +53,7 @@ class Pages(SetupTest):
         first = self.machine.start(setup("one"), "/S")
         wait_until(lambda: self.calls("--install"))
         second = self.machine.start(setup("two"))
-        self.machine.press("Kestrune 2.0.0.*", "Return", "second-start")
+        self.machine.press("Kestrune 2.0.0*", "OK", picture="second-start")
         self.assertEqual(self.machine.end_of(second), 51)
         (self.machine.stand_in / "go").touch()
         self.machine.end_of(first)
@@ -63,10 +63,10 @@ class Pages(SetupTest):
         self.install()
         self.answer(0)
         process = self.begin_removal()
-        self.machine.press(REMOVE_TITLE, "Return", "remove")
-        self.machine.press("Kestrune", "Return")
-        self.machine.press_in_box(REMOVE_TITLE, "Return", "what-stays")
-        self.machine.press(REMOVE_TITLE, "Return", "removed")
+        self.machine.press(REMOVE_TITLE, "Uninstall", picture="remove")
+        self.machine.press("Kestrune", "OK")
+        self.machine.press(REMOVE_TITLE, "OK", picture="what-stays")
+        self.machine.press(REMOVE_TITLE, "Close", picture="removed")
         self.assertEqual(self.machine.end_of(process), 0)
         self.assertTrue(self.calls("--uninstall")[0].endswith("--uninstall"))
         self.assert_nothing_installed()
@@ -74,18 +74,18 @@ class Pages(SetupTest):
     def test_failed_removal_asks_and_keeps_by_default(self):
         self.answer(0)
         self.install()
-        for key, code in (("Return", 40), ("alt+y", 0)):
+        for button, key, code in (("No", "Return", 40), ("Yes", "alt+y", 0)):
             with self.subTest(key=key):
                 self.answer(40)
                 process = self.begin_removal()
-                self.machine.press(REMOVE_TITLE, "Return")
-                self.machine.press("Kestrune", "Return")
-                self.machine.press_in_box(REMOVE_TITLE, key, "force-question")
+                self.machine.press(REMOVE_TITLE, "Uninstall")
+                self.machine.press("Kestrune", "OK")
+                self.machine.press(REMOVE_TITLE, button, key, "force-question")
                 if code == 0:
-                    self.machine.press_in_box(REMOVE_TITLE, "Return")
+                    self.machine.press(REMOVE_TITLE, "OK")
                 else:
                     self.assertTrue((self.machine.package / "Kestrune.exe").exists())
-                self.machine.press(REMOVE_TITLE, "Return")
+                self.machine.press(REMOVE_TITLE, "Close" if code == 0 else "Cancel")
                 self.assertEqual(self.machine.end_of(process), code)
         self.assert_nothing_installed()
 
@@ -95,31 +95,31 @@ class Pages(SetupTest):
         (self.machine.package / "Kestrune.exe").unlink()
         shutil.rmtree(self.machine.runtime)
         process = self.begin_removal()
-        self.machine.press(REMOVE_TITLE, "Return")
-        self.machine.press_in_box(REMOVE_TITLE, "Return", "missing-program")
-        self.machine.press(REMOVE_TITLE, "Return")
+        self.machine.press(REMOVE_TITLE, "Uninstall")
+        self.machine.press(REMOVE_TITLE, "No", picture="missing-program")
+        self.machine.press(REMOVE_TITLE, "Cancel")
         self.assertEqual(self.machine.end_of(process), 50)
         self.assertEqual(self.machine.entry()["DisplayVersion"], "1.0.0")
 
 
 class ChangeQuestion(RealTest):
-    def answer_question(self, key, picture):
+    def answer_question(self, button, key, picture):
         self.box("make", "1")
         path = self.profiles()[0]
         path.write_bytes(path.read_bytes() + CHANGE)
         process = self.machine.start(setup("real-one"))
-        self.machine.press(TITLE, "Return")
-        self.machine.press_in_box(TITLE, key, "change-question")
-        self.machine.press("Kestrune", "Return", picture)
-        self.machine.press(TITLE, "Return")
+        self.machine.press(TITLE, "Install")
+        self.machine.press(TITLE, button, key, "change-question")
+        self.machine.press("Kestrune", "OK", picture=picture)
+        self.machine.press(TITLE, "Finish")
         return self.machine.end_of(process)
 
     def test_yes_lets_change_records_through(self):
-        self.assertEqual(self.answer_question("alt+y", "real-report"), 0)
+        self.assertEqual(self.answer_question("Yes", "alt+y", "real-report"), 0)
         self.assertEqual(self.settings.read_text(), "[Registration]\nExtraRecords=Change\n")
         self.assertEqual(self.buttons(), 1)
 
     def test_no_leaves_such_a_profile_alone(self):
-        self.assertEqual(self.answer_question("alt+n", "real-report-refused"), 40)
+        self.assertEqual(self.answer_question("No", "alt+n", "real-report-refused"), 40)
         self.assertFalse(self.settings.exists())
         self.assertEqual(self.buttons(), 0)

@@ -259,6 +259,8 @@ TEST_F(FileTest, RenameReplacesAnExistingFile) {
 TEST_F(FileTest, ReadOnlyIsTakenOffAndNothingElse) {
   ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
   const DWORD plain = GetFileAttributesW(In(L"file").c_str());
+  // One after the other: Wine cannot hide a file that it has just made read-only.
+  ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(), plain | FILE_ATTRIBUTE_HIDDEN));
   ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(),
                                  plain | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
   ClearReadOnly(In(L"file"));
