@@ -37,7 +37,7 @@ class FullDiskTest : public FinalizeTest {
   }
 };
 
-TEST_F(FullDiskTest, AnExportFolderOnAFullDiskIsReplacedByTheDefaultOne) {
+TEST_F(FullDiskTest, FallsBackToTheDefaultFolder) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   ASSERT_TRUE(disk.Fill());
@@ -57,7 +57,7 @@ TEST_F(FullDiskTest, AnExportFolderOnAFullDiskIsReplacedByTheDefaultOne) {
   EXPECT_TRUE(copy_failed);
 }
 
-TEST_F(FullDiskTest, TheFormerArchiveStaysWhereTheNewOneHasNoRoom) {
+TEST_F(FullDiskTest, FormerArchiveIsKeptWithoutSpace) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const std::wstring former = JoinPath(disk.Folder(), L"Main.zip");
@@ -69,7 +69,7 @@ TEST_F(FullDiskTest, TheFormerArchiveStaysWhereTheNewOneHasNoRoom) {
   EXPECT_EQ(FileBytes(default_destination_), std::string(100'000, 'z'));
 }
 
-TEST_F(FullDiskTest, WithoutRoomForItTheUserIsToldAndTheFormerArchiveStays) {
+TEST_F(FullDiskTest, WithoutSpaceTheUserGetsAnError) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const MovedProfile moved(disk.Folder());
@@ -83,7 +83,7 @@ TEST_F(FullDiskTest, WithoutRoomForItTheUserIsToldAndTheFormerArchiveStays) {
   ExpectClipboardUntouched();
 }
 
-TEST_F(FullDiskTest, ASmallerArchiveReplacesTheFormerOneOnAFullDisk) {
+TEST_F(FullDiskTest, SmallerArchiveReplacesTheFormerOne) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const MovedProfile moved(disk.Folder());
@@ -93,7 +93,7 @@ TEST_F(FullDiskTest, ASmallerArchiveReplacesTheFormerOneOnAFullDisk) {
   EXPECT_EQ(FileBytes(destination), std::string(50'000, 'z'));
 }
 
-TEST_F(FullDiskTest, ATemporaryRootOnAFullDiskFailsThePreparation) {
+TEST_F(FullDiskTest, TemporaryRootOnFullDiskFailsPreparation) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", disk.Folder());
@@ -113,7 +113,7 @@ TEST_F(FullDiskTest, ATemporaryRootOnAFullDiskFailsThePreparation) {
   EXPECT_EQ(FileBytes(board), std::string(100'000, 'b'));
 }
 
-TEST_F(FullDiskTest, AStatusThatNoLongerFitsEndsWithTen) {
+TEST_F(FullDiskTest, UnwritableStatusEndsWithTen) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   ASSERT_TRUE(disk.Fill());
@@ -129,7 +129,7 @@ TEST_F(FullDiskTest, AStatusThatNoLongerFitsEndsWithTen) {
   EXPECT_EQ(Log().back(), "Stage: Prepare status failed | Cannot publish completion result");
 }
 
-TEST_F(FullDiskTest, AResultThatNoLongerFitsChangesNeitherCodeNorLog) {
+TEST_F(FullDiskTest, UnwritableResultChangesNeitherCodeNorLog) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   ASSERT_TRUE(disk.Fill());
@@ -141,7 +141,7 @@ TEST_F(FullDiskTest, AResultThatNoLongerFitsChangesNeitherCodeNorLog) {
 
 class FullDiskInstallTest : public InstallTest {};
 
-TEST_F(FullDiskInstallTest, AProfileOnAFullDiskIsLeftAsItWas) {
+TEST_F(FullDiskInstallTest, ProfileIsUnchanged) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const BoxInstance used = UsedHost(1, 24);
@@ -164,7 +164,7 @@ TEST_F(FullDiskInstallTest, AProfileOnAFullDiskIsLeftAsItWas) {
   RemoveLink(roaming);
 }
 
-TEST_F(FullDiskInstallTest, WithoutRoomForTheRuntimeNoProfileIsChanged) {
+TEST_F(FullDiskInstallTest, WithoutSpaceForRuntimeProfilesAreUnchanged) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const BoxInstance used = UsedHost(1, 24);

@@ -76,7 +76,7 @@ class RealProfiles : public InstallTest {
   }
 };
 
-TEST_F(RealProfiles, AreRegisteredOrLeftAloneByteForByte) {
+TEST_F(RealProfiles, AreRegisteredOrUnchanged) {
   const std::vector<Profile> profiles = MakeAll();
   ASSERT_FALSE(profiles.empty());
   const auto refused = std::ranges::count_if(profiles, &Profile::refused);
@@ -94,7 +94,7 @@ TEST_F(RealProfiles, AreRegisteredOrLeftAloneByteForByte) {
             << " refused without ExtraRecords\n";
 }
 
-TEST_F(RealProfiles, WithExtraRecordsAllAreRegisteredAndGoBackToWhatTheirUsersHad) {
+TEST_F(RealProfiles, WithExtraRecordsAreRegisteredAndRestored) {
   const std::vector<Profile> profiles = MakeAll();
   ASSERT_FALSE(profiles.empty());
   ExtraRecords(L"Change");

@@ -49,7 +49,7 @@ void MakeJunction(const std::wstring& link, const std::wstring& target) {
   ASSERT_NE(attributes & FILE_ATTRIBUTE_REPARSE_POINT, 0U);
 }
 
-TEST_F(JunctionTest, OneInTheTemporaryRootLeavesItsTarget) {
+TEST_F(JunctionTest, OneInTemporaryRootLeavesItsTarget) {
   const std::wstring victim = Victim();
   PutFile(InTemporary(L"old.txt"), "old");
   ASSERT_NO_FATAL_FAILURE(MakeJunction(InTemporary(L"link"), victim));
@@ -58,7 +58,7 @@ TEST_F(JunctionTest, OneInTheTemporaryRootLeavesItsTarget) {
   ExpectUntouched(victim);
 }
 
-TEST_F(JunctionTest, OneAsTheTemporaryRootLeavesItsTarget) {
+TEST_F(JunctionTest, OneAsTemporaryRootLeavesItsTarget) {
   const std::wstring victim = Victim();
   const std::wstring parent(ParentPath(folders_.temporary));
   ASSERT_TRUE(TryCreateDirectories(parent));

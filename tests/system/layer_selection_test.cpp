@@ -47,7 +47,7 @@ class LayerSelectionTest : public PrepareTest {
   }
 };
 
-TEST_F(LayerSelectionTest, TheHostSeesExactlyTheLayersOfTheManifestSwitchedOn) {
+TEST_F(LayerSelectionTest, ExactlyTheManifestsLayersAreOn) {
   ASSERT_TRUE(EndsSilentlyWith(0, Prepare()));
   const OutputConfiguration configuration =
       ReadOutputConfiguration(FileBytes(InTemporary(L"Bridge.OutJob")));
@@ -56,7 +56,7 @@ TEST_F(LayerSelectionTest, TheHostSeesExactlyTheLayersOfTheManifestSwitchedOn) {
               ElementsAre("Mechanical Layer 1", "BottomLayer", "KeepOutLayer", "TopLayer"));
 }
 
-TEST_F(LayerSelectionTest, AddToAllPlotsFieldsAreSwitchedOff) {
+TEST_F(LayerSelectionTest, AddToAllPlotsIsSwitchedOff) {
   EXPECT_EQ(Rewritten("AddToAllPlots_A=True|AddToAllPlots_B=False|AddToAllPlots_C=false|"
                       "AddToAllPlots_XPlot=1|addtoallplots_D=True",
                       "PlotKey=AddToAllPlots_XPlot\n"),
@@ -66,20 +66,20 @@ TEST_F(LayerSelectionTest, AddToAllPlotsFieldsAreSwitchedOff) {
                                      "AddToAllPlots_XPlot=False"));
 }
 
-TEST_F(LayerSelectionTest, APlotKeyIsComparedWholeAndWithoutRegardToCase) {
+TEST_F(LayerSelectionTest, PlotKeysMatchWholeIgnoringCase) {
   EXPECT_EQ(Rewritten("PlotXPlot=False", "PlotKey=plotxplot\n"), "PlotXPlot=True");
   EXPECT_EQ(Rewritten("PlotXPlot=False", "PlotKey=PLOTXPLOT"), "PlotXPlot=True");
   EXPECT_EQ(Rewritten("PlotXPlot=True", "PlotKey=X\nPlotKey=PlotX\n"), "PlotXPlot=False");
   EXPECT_EQ(Rewritten("PlotXPlot=True", "plotkey=PlotXPlot\n"), "PlotXPlot=False");
 }
 
-TEST_F(LayerSelectionTest, APlotFieldIsKnownByItsCaseSensitiveEnds) {
+TEST_F(LayerSelectionTest, PlotFieldsHaveCaseSensitiveEnds) {
   EXPECT_EQ(Rewritten("plotXPlot=False|PlotXplot=False|Plot=False|PlotX=False",
                       "PlotKey=plotXPlot\nPlotKey=PlotXplot\nPlotKey=Plot\nPlotKey=PlotX\n"),
             "plotXPlot=False|PlotXplot=False|Plot=True|PlotX=False");
 }
 
-TEST_F(LayerSelectionTest, ANumberedLayerIsDecidedByItsReducedName) {
+TEST_F(LayerSelectionTest, NumberedLayerIsMatchedByReducedName) {
   const std::string off = "Plot_V7_3=False|Plot_V7_3_name=Bottom Layer";
   const std::string on = "Plot_V7_3=True|Plot_V7_3_name=Bottom Layer";
   for (const char* name : {"bottom_layer", "BOTTOM-LAYER", "BottomLayer", " b o t t o m layer "}) {
@@ -90,13 +90,13 @@ TEST_F(LayerSelectionTest, ANumberedLayerIsDecidedByItsReducedName) {
   }
 }
 
-TEST_F(LayerSelectionTest, ANameFieldMayStandBehindOrBeforeItsLayer) {
+TEST_F(LayerSelectionTest, NameFieldMayFollowOrPrecedeLayer) {
   EXPECT_EQ(Rewritten("Plot_V7_1_name=A|Plot_V7_1=False|Plot_V7_2=False|Plot_V7_2_name=B",
                       "LayerName=a\nLayerName=b"),
             "Plot_V7_1_name=A|Plot_V7_1=True|Plot_V7_2=True|Plot_V7_2_name=B");
 }
 
-TEST_F(LayerSelectionTest, AKeyWithPlotAtBothEndsIsDecidedByItsKeyEvenWhenItHasALayerName) {
+TEST_F(LayerSelectionTest, PlotAtBothEndsIsMatchedWhole) {
   EXPECT_EQ(Rewritten("Plot_V7_Plot=False|Plot_V7_Plot_name=Top", "LayerName=Top"),
             "Plot_V7_Plot=False|Plot_V7_Plot_name=Top");
   EXPECT_EQ(Rewritten("Plot_V7_Plot=False|Plot_V7_Plot_name=Top", "PlotKey=plot_v7_plot"),
@@ -129,14 +129,14 @@ TEST_F(LayerSelectionTest, ALongerNumberIsAnotherConfiguration) {
             "Configuration1_Item10=PlotAPlot=False\nConfiguration1_Item1=PlotAPlot=True\n");
 }
 
-TEST_F(LayerSelectionTest, WhenNothingChangesTheFileStaysEqualAndNothingIsReported) {
+TEST_F(LayerSelectionTest, WithoutChangesFileAndLogStayEqual) {
   EXPECT_EQ(Rewritten("PlotAPlot=True|AddToAllPlots_A=False", "PlotKey=PlotAPlot"),
             "PlotAPlot=True|AddToAllPlots_A=False");
   EXPECT_TRUE(Changes().empty());
   EXPECT_FALSE(Exists(InTemporary(L"Bridge.OutJob.tmp")));
 }
 
-TEST_F(LayerSelectionTest, AManifestWithAMarkLosesOnlyItsFirstKey) {
+TEST_F(LayerSelectionTest, ByteOrderMarkHidesOnlyFirstKey) {
   EXPECT_EQ(Rewritten("PlotAPlot=True|PlotBPlot=False",
                       "\xEF\xBB\xBFPlotKey=PlotAPlot\r\n \tPlotKey \t= PlotBPlot \t\r\n"),
             "PlotAPlot=False|PlotBPlot=True");
@@ -150,7 +150,7 @@ std::pair<std::string, std::string> Surroundings(const std::string& bytes) {
   return {bytes.substr(0, begin), bytes.substr(end)};
 }
 
-TEST_F(LayerSelectionTest, RealOutputJobsKeepEverythingButTheirPlotFields) {
+TEST_F(LayerSelectionTest, RealJobsChangeOnlyInPlotFields) {
   KESTRUNE_NEEDS_SAMPLES();
   PutFile(manifest_,
           "PlotKey=PlotTopLayerPlot\nPlotKey=PlotBottomSolderPlot\nLayerName=Mechanical Layer 17\n"

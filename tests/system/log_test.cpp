@@ -47,7 +47,7 @@ std::string ExpectedTime(const SYSTEMTIME& time) {
          std::to_string(time.wMinute) + ":" + std::to_string(time.wSecond) + "] ";
 }
 
-TEST_F(LogTest, ALineIsLocalTimeWithoutLeadingZerosThenStageThenDetail) {
+TEST_F(LogTest, LineHasLocalTimeStageAndDetail) {
   SYSTEMTIME before = {};
   SYSTEMTIME after = {};
   GetLocalTime(&before);
@@ -74,7 +74,7 @@ TEST_F(LogTest, ALineIsLocalTimeWithoutLeadingZerosThenStageThenDetail) {
   EXPECT_NE(std::find(possible.begin(), possible.end(), lines[0]), possible.end()) << lines[0];
 }
 
-TEST_F(LogTest, TheFileIsUtf8WithoutAMark) {
+TEST_F(LogTest, FileIsUtf8WithoutMark) {
   ASSERT_TRUE(EndsSilentlyWith(9, LogTwoLines(L"C:\\плата\\Ä\xD83D\xDE00.PcbDoc")));
   const std::string raw = Raw();
   EXPECT_EQ(raw.front(), '[');
@@ -93,7 +93,7 @@ TEST_F(LogTest, EntriesAreAppended) {
   EXPECT_EQ(Lines(second).size(), 4U);
 }
 
-TEST_F(LogTest, TheLogStartsOverWhenALineWouldPassOneMebibyteAndNotBefore) {
+TEST_F(LogTest, StartsOverOnlyAboveOneMebibyte) {
   // The length of a line depends on the time of day, so it is measured before and after; if it
   // changed, the run is repeated.
   for (int attempt = 0; attempt < 5; ++attempt) {
@@ -132,7 +132,7 @@ TEST_F(LogTest, NoOlderCopyIsKept) {
             std::vector<std::wstring>{L"bridge.log"});
 }
 
-TEST_F(LogTest, OfALongLineTheFirst8192UnitsAreKept) {
+TEST_F(LogTest, LongLineIsTruncatedTo8192Units) {
   LogTwoLines(L"C:\\" + std::wstring(9000, L'a'));
   const std::vector<std::string> lines = Lines(Raw());
   ASSERT_FALSE(lines.empty());
@@ -140,7 +140,7 @@ TEST_F(LogTest, OfALongLineTheFirst8192UnitsAreKept) {
   EXPECT_EQ(lines[0].back(), 'a');
 }
 
-TEST_F(LogTest, ACutCharacterPairStillGivesValidUtf8) {
+TEST_F(LogTest, SplitSurrogatePairGivesValidUtf8) {
   std::wstring pairs;
   for (int i = 0; i < 4500; ++i) {
     pairs += L"\xD83D\xDE00";
@@ -164,7 +164,7 @@ TEST_F(LogTest, ACutCharacterPairStillGivesValidUtf8) {
   EXPECT_EQ(replaced, 1);
 }
 
-TEST_F(LogTest, ALogThatCannotBeWrittenChangesNoExitCode) {
+TEST_F(LogTest, UnwritableLogChangesNoExitCode) {
   PutFile(folders_.log, "old");
 
   ASSERT_TRUE(SetFileAttributesW(folders_.log.c_str(), FILE_ATTRIBUTE_READONLY));
@@ -188,13 +188,13 @@ TEST_F(LogTest, ALogThatCannotBeWrittenChangesNoExitCode) {
   EXPECT_TRUE(EndsSilentlyWith(9, LogTwoLines()));
 }
 
-TEST_F(LogTest, AFileInPlaceOfTheLogFolderChangesNoExitCode) {
+TEST_F(LogTest, FileAsLogFolderChangesNoCode) {
   PutFile(folders_.local + L"\\Kestrune\\Logs", "a file");
   EXPECT_TRUE(EndsSilentlyWith(9, LogTwoLines()));
   EXPECT_EQ(FileBytes(folders_.local + L"\\Kestrune\\Logs"), "a file");
 }
 
-TEST_F(LogTest, AWriterInTheSameMomentCostsTheEntryAndAReaderDoesNot) {
+TEST_F(LogTest, SimultaneousWriterDropsTheEntry) {
   PutFile(folders_.log, "");
   {
     const FileHandle writer =
@@ -208,7 +208,7 @@ TEST_F(LogTest, AWriterInTheSameMomentCostsTheEntryAndAReaderDoesNot) {
   EXPECT_EQ(Lines(Raw()).size(), 2U);
 }
 
-TEST_F(LogTest, EightProcessesWritingAtOnceTearNoLine) {
+TEST_F(LogTest, EightProcessesWriteCompleteLines) {
   std::vector<ProgramRun> writers;
   for (int i = 0; i < 8; ++i) {
     writers.emplace_back(TestProgramPath(L"log_writer"), std::to_wstring(i) + L" 1000");
@@ -234,7 +234,7 @@ TEST_F(LogTest, EightProcessesWritingAtOnceTearNoLine) {
   EXPECT_LE(lines.size(), 8000U);
 }
 
-TEST_F(LogTest, TheProfileListSaysWhereTheLogLies) {
+TEST_F(LogTest, ProfileListSaysWhereLogLies) {
   const MovedProfile moved(Scratch(L"plain"));
   EXPECT_TRUE(EndsSilentlyWith(9, LogTwoLines()));
   EXPECT_TRUE(Exists(Scratch(L"plain\\AppData\\Local\\Kestrune\\Logs\\bridge.log")));
@@ -249,7 +249,7 @@ TEST_F(LogTest, VariablesInTheProfileListAreExpanded) {
   SetEnvironmentVariableW(L"KESTRUNE_TEST_PLACE", nullptr);
 }
 
-TEST_F(LogTest, WithoutAnEntryInTheProfileListTheShellSaysWhereTheLogLies) {
+TEST_F(LogTest, WithoutProfileListEntryTheShellDecides) {
   const ProfileListEntry profile;
   profile.Remove();
   EXPECT_TRUE(EndsSilentlyWith(9, LogTwoLines()));

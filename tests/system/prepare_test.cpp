@@ -71,7 +71,7 @@ TEST_F(PrepareTest, LogsEveryStepInOrder) {
                                    InTemporary(L"Bridge.OutJob") + L" Dependencies=0")));
 }
 
-TEST_F(PrepareTest, NumbersTheDependenciesInListOrderAndTheOutputJobLast) {
+TEST_F(PrepareTest, DependenciesAreNumberedBeforeTheOutputJob) {
   const std::wstring panel = Scratch(L"z\\Panel.PcbDoc");
   const std::wstring coupon = Scratch(L"a\\Coupon.PcbDoc");
   PutFile(panel, "panel");
@@ -94,7 +94,7 @@ TEST_F(PrepareTest, NumbersTheDependenciesInListOrderAndTheOutputJobLast) {
   EXPECT_THAT(log.back(), HasSubstr(" Dependencies=2"));
 }
 
-TEST_F(PrepareTest, ADependencyListedTwiceIsUsedOnceWhateverItsCaseAndSpelling) {
+TEST_F(PrepareTest, RepeatedDependencyIsUsedOnce) {
   const std::wstring panel = Scratch(L"Pänel.PcbDoc");
   PutFile(panel, "panel");
   Depend({panel, Scratch(L"PÄNEL.pcbdoc"), Scratch(L"other\\..\\Pänel.PcbDoc"), panel});
@@ -104,7 +104,7 @@ TEST_F(PrepareTest, ADependencyListedTwiceIsUsedOnceWhateverItsCaseAndSpelling) 
   EXPECT_EQ(Log().front(), BeginEntry(board_, 1));
 }
 
-TEST_F(PrepareTest, EveryEncodingOfTheListReadsTheSame) {
+TEST_F(PrepareTest, EveryEncodingOfListReadsSame) {
   const std::wstring panel = Scratch(L"Pänel.PcbDoc");
   const std::wstring coupon = Scratch(L"Coupon.PcbDoc");
   PutFile(panel, "panel");
@@ -124,7 +124,7 @@ TEST_F(PrepareTest, EveryEncodingOfTheListReadsTheSame) {
   }
 }
 
-TEST_F(PrepareTest, AListWithoutAMarkIsAnsiEvenWhenItsBytesLookLikeUtf8) {
+TEST_F(PrepareTest, ListWithoutMarkIsAnsi) {
   const std::wstring panel = Scratch(L"Pänel.PcbDoc");
   PutFile(panel, "panel");
   PutFile(list_, Utf8FromWide(panel));
@@ -132,7 +132,7 @@ TEST_F(PrepareTest, AListWithoutAMarkIsAnsiEvenWhenItsBytesLookLikeUtf8) {
   EXPECT_EQ(Log().back(), Entry(L"Prepare rejected", kMissingText));
 }
 
-TEST_F(PrepareTest, AListThatCannotBeReadIsAnEmptyList) {
+TEST_F(PrepareTest, UnreadableListIsEmpty) {
   ASSERT_TRUE(DeleteFileW(list_.c_str()));
   EXPECT_TRUE(EndsSilentlyWith(0, Prepare()));
   ASSERT_TRUE(CreateDirectoryW(list_.c_str(), nullptr));
@@ -163,7 +163,7 @@ TEST_F(RejectionTest, AnEmptySourcePathIsRejected) {
   ExpectRejected(kInsideText, PrepareBoard(L""));
 }
 
-TEST_F(RejectionTest, ASourceInsideTheTemporaryRootIsRejectedHoweverItIsWritten) {
+TEST_F(RejectionTest, SourceInTheTemporaryRootIsRejected) {
   std::wstring upper = InTemporary(L"Bridge.PcbDoc");
   CharUpperW(upper.data());
   std::wstring slashes = InTemporary(L"Bridge.PcbDoc");
@@ -177,14 +177,14 @@ TEST_F(RejectionTest, ASourceInsideTheTemporaryRootIsRejectedHoweverItIsWritten)
   }
 }
 
-TEST_F(RejectionTest, AFolderWhoseNameOnlyBeginsLikeTheRootLiesOutside) {
+TEST_F(RejectionTest, SimilarlyNamedFolderIsOutside) {
   const std::wstring board = folders_.temporary + L"2\\Board.PcbDoc";
   PutFile(board, "outside");
   EXPECT_TRUE(EndsSilentlyWith(0, PrepareBoard(board)));
   EXPECT_EQ(FileBytes(InTemporary(L"Bridge.PcbDoc")), "outside");
 }
 
-TEST_F(RejectionTest, ADependencyInsideTheTemporaryRootIsRejected) {
+TEST_F(RejectionTest, DependencyInsideTemporaryRootIsRejected) {
   Depend({InTemporary(L"Bridge.PcbDoc")});
   ExpectRejected(kInsideText, Prepare());
 }
@@ -199,7 +199,7 @@ TEST_F(RejectionTest, WhatIsNoRegularFileIsMissing) {
   ExpectRejected(kMissingText, Prepare());
 }
 
-TEST_F(RejectionTest, TheSourceIsLookedAtBeforeTheDependencies) {
+TEST_F(RejectionTest, SourceIsLookedAtBeforeDependencies) {
   Depend({InTemporary(L"Bridge.PcbDoc")});
   ExpectRejected(kMissingText, PrepareBoard(Scratch(L"none.PcbDoc")));
   Depend({Scratch(L"none.PcbDoc"), InTemporary(L"Bridge.PcbDoc")});
@@ -224,7 +224,7 @@ TEST_F(PrepareTest, TwoPreparationsInARowBothSucceed) {
   EXPECT_TRUE(EndsSilentlyWith(0, Prepare()));
 }
 
-TEST_F(PrepareTest, AReadOnlyBoardCanBeExportedAgainAndAgain) {
+TEST_F(PrepareTest, ReadOnlyBoardCanBeExportedAgain) {
   const std::wstring panel = Scratch(L"Panel.PcbDoc");
   PutFile(panel, "panel");
   Depend({panel});
@@ -240,7 +240,7 @@ TEST_F(PrepareTest, AReadOnlyBoardCanBeExportedAgainAndAgain) {
   EXPECT_NE(GetFileAttributesW(board_.c_str()) & FILE_ATTRIBUTE_READONLY, 0U);
 }
 
-TEST_F(PrepareTest, EmptyingTheTemporaryRootNeverTouchesWhatALinkPointsTo) {
+TEST_F(PrepareTest, EmptyingNeverFollowsLinks) {
   const std::wstring victim = Scratch(L"victim");
   PutFile(JoinPath(victim, L"precious.txt"), "precious");
   PutFile(InTemporary(L"old.txt"), "old");
@@ -254,7 +254,7 @@ TEST_F(PrepareTest, EmptyingTheTemporaryRootNeverTouchesWhatALinkPointsTo) {
   RemoveLink(InTemporary(L"link"));
 }
 
-TEST_F(PrepareTest, AFileHeldOpenInTheTemporaryRootFailsThePreparation) {
+TEST_F(PrepareTest, OpenFileInTheRootFailsPreparation) {
   PutFile(InTemporary(L"held.txt"), "held");
   const FileHandle held = HoldOpen(InTemporary(L"held.txt"), GENERIC_READ, FILE_SHARE_READ);
   EXPECT_TRUE(EndsSilentlyWith(4, Prepare()));
@@ -264,7 +264,7 @@ TEST_F(PrepareTest, AFileHeldOpenInTheTemporaryRootFailsThePreparation) {
   EXPECT_FALSE(Exists(InTemporary(L"ready.txt")));
 }
 
-TEST_F(PrepareTest, WithoutTheDeployedOutputJobThePreparationFails) {
+TEST_F(PrepareTest, WithoutDeployedOutputJobPreparationFails) {
   ASSERT_TRUE(DeleteFileW(output_job_.c_str()));
   EXPECT_TRUE(EndsSilentlyWith(4, Prepare()));
   EXPECT_THAT(Log().back(), StartsWith("Stage: Prepare failed | Error="));
@@ -273,7 +273,7 @@ TEST_F(PrepareTest, WithoutTheDeployedOutputJobThePreparationFails) {
   EXPECT_THAT(NamesIn(folders_.temporary), ElementsAre(L"Bridge.PcbDoc"));
 }
 
-TEST_F(PrepareTest, ABoardThatAnotherProgramLockedFailsThePreparation) {
+TEST_F(PrepareTest, BoardThatAnotherProgramLockedFailsPreparation) {
   const FileHandle locked = HoldOpen(board_, GENERIC_READ, 0);
   EXPECT_TRUE(EndsSilentlyWith(4, Prepare()));
   EXPECT_THAT(Log().back(), StartsWith("Stage: Prepare failed | Error="));
@@ -281,7 +281,7 @@ TEST_F(PrepareTest, ABoardThatAnotherProgramLockedFailsThePreparation) {
   EXPECT_FALSE(Exists(InTemporary(L"ready.txt")));
 }
 
-TEST_F(PrepareTest, TwoDependenciesOfOneNameCollideAfterTheFirstWasCopied) {
+TEST_F(PrepareTest, EqualNamesCollideAfterTheFirstCopy) {
   const std::wstring first = Scratch(L"a\\Board.PcbDoc");
   const std::wstring second = Scratch(L"b\\board.pcbdoc");
   PutFile(first, "first");
@@ -293,14 +293,14 @@ TEST_F(PrepareTest, TwoDependenciesOfOneNameCollideAfterTheFirstWasCopied) {
   EXPECT_FALSE(Exists(InTemporary(L"ready.txt")));
 }
 
-TEST_F(PrepareTest, NamesThatDifferInTheCaseOfAnUmlautCollide) {
+TEST_F(PrepareTest, UmlautsCollideIgnoringCase) {
   PutFile(Scratch(L"a\\Ärger.PcbDoc"), "first");
   PutFile(Scratch(L"b\\ärger.PcbDoc"), "second");
   Depend({Scratch(L"a\\Ärger.PcbDoc"), Scratch(L"b\\ärger.PcbDoc")});
   EXPECT_TRUE(EndsSilentlyWith(7, Prepare()));
 }
 
-TEST_F(PrepareTest, ADependencyNamedLikeABridgeFileCollidesAndTheBoardSurvives) {
+TEST_F(PrepareTest, BridgeFileNameCollidesWithoutDamage) {
   for (const wchar_t* name : {L"bridge.pcbdoc", L"Bridge.OutJob", L"BRIDGE.PRJPCB"}) {
     const std::wstring dependency = Scratch(L"twin\\" + std::wstring(name));
     PutFile(dependency, "twin");
@@ -312,7 +312,7 @@ TEST_F(PrepareTest, ADependencyNamedLikeABridgeFileCollidesAndTheBoardSurvives) 
   }
 }
 
-TEST_F(PrepareTest, ADependencyThatVanishesBeforeItsCopyIsReported) {
+TEST_F(PrepareTest, MissingDependencyIsReported) {
   // A large board keeps the program copying while the dependency is deleted.
   const std::wstring panel = Scratch(L"Panel.PcbDoc");
   PutFile(panel, "panel");
@@ -339,7 +339,7 @@ TEST_F(PrepareTest, ReadyHoldsTheSourcePathAsGiven) {
   EXPECT_EQ(FileBytes(InTemporary(L"Bridge.PcbDoc")), board_bytes_);
 }
 
-TEST_F(PrepareTest, ABoardOutsideTheAnsiCodePageIsPreparedAndReadyHasReplacements) {
+TEST_F(PrepareTest, BoardOutsideTheCodePageIsPrepared) {
   const std::wstring board = Scratch(L"плата.PcbDoc");
   PutFile(board, "cyrillic");
   EXPECT_TRUE(EndsSilentlyWith(0, PrepareBoard(board)));
@@ -348,7 +348,7 @@ TEST_F(PrepareTest, ABoardOutsideTheAnsiCodePageIsPreparedAndReadyHasReplacement
   EXPECT_EQ(Log().front(), BeginEntry(board, 0));
 }
 
-TEST_F(PrepareTest, ADependencyThatTheHostCouldNeverOpenFailsThePreparation) {
+TEST_F(PrepareTest, DependencyOutsideTheCodePageFails) {
   const std::wstring panel = Scratch(L"панель.PcbDoc");
   PutFile(panel, "panel");
   PutFile(list_, Utf16WithMark(panel));
@@ -375,7 +375,7 @@ TEST_F(PrepareTest, PathsBeyondTheClassicLimitArePrepared) {
   EXPECT_EQ(FileBytes(InTemporary(L"ready.txt")), Utf8FromWide(board));
 }
 
-TEST_F(PrepareTest, AMissingManifestFailsTheLayerSelectionAndLeavesNoProject) {
+TEST_F(PrepareTest, MissingManifestFailsAndLeavesNoProject) {
   ASSERT_TRUE(DeleteFileW(manifest_.c_str()));
   EXPECT_TRUE(EndsSilentlyWith(8, Prepare()));
   EXPECT_THAT(Log(),
@@ -387,7 +387,7 @@ TEST_F(PrepareTest, AMissingManifestFailsTheLayerSelectionAndLeavesNoProject) {
   EXPECT_EQ(FileBytes(InTemporary(L"Bridge.OutJob")), SmallOutputJob());
 }
 
-TEST_F(PrepareTest, AnOutputJobWithoutTheConfigurationFailsTheLayerSelection) {
+TEST_F(PrepareTest, OutputJobWithoutConfigurationFailsLayerSelection) {
   PutFile(output_job_, "[OutputJobFile]\r\nConfiguration1_Item10=PlotTopLayerPlot=True\r\n");
   EXPECT_TRUE(EndsSilentlyWith(8, Prepare()));
   EXPECT_EQ(Log().back(),
@@ -432,7 +432,7 @@ TEST_F(StatusTest, EveryOtherCodeIsPublishedAsError) {
   expect(4);
 }
 
-TEST_F(StatusTest, AnExistingStatusFileIsNeverReplacedAndEndsWithTen) {
+TEST_F(StatusTest, ExistingStatusFileEndsWithTen) {
   PutFile(status_, "old");
   EXPECT_TRUE(EndsSilentlyWith(10, PrepareWithStatus(status_)));
   EXPECT_EQ(FileBytes(status_), "old");
@@ -442,7 +442,7 @@ TEST_F(StatusTest, AnExistingStatusFileIsNeverReplacedAndEndsWithTen) {
   EXPECT_TRUE(Exists(InTemporary(L"ready.txt")));
 }
 
-TEST_F(StatusTest, TenStandsForEveryPrepareCodeOnceTheStatusCannotBePublished) {
+TEST_F(StatusTest, UnpublishedStatusTurnsEveryCodeIntoTen) {
   PutFile(status_, "old");
   Depend({Scratch(L"none.PcbDoc")});
   EXPECT_TRUE(EndsSilentlyWith(10, PrepareWithStatus(status_)));
@@ -456,7 +456,7 @@ TEST_F(StatusTest, AStaleTemporaryNameIsOverwritten) {
   EXPECT_THAT(Left(), ElementsAre(L"done.txt"));
 }
 
-TEST_F(StatusTest, ATemporaryNameThatAnotherProgramHasOpenIsShared) {
+TEST_F(StatusTest, OpenTemporaryStatusFileIsShared) {
   PutFile(status_ + L".tmp", "scanned");
   const FileHandle open = HoldOpen(status_ + L".tmp", GENERIC_READ | GENERIC_WRITE,
                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
@@ -464,7 +464,7 @@ TEST_F(StatusTest, ATemporaryNameThatAnotherProgramHasOpenIsShared) {
   EXPECT_EQ(FileBytes(status_), "OK\r\n");
 }
 
-TEST_F(StatusTest, AStatusFolderThatIsNotThereEndsWithTen) {
+TEST_F(StatusTest, MissingStatusFolderEndsWithTen) {
   EXPECT_TRUE(EndsSilentlyWith(10, PrepareWithStatus(Scratch(L"nowhere\\done.txt"))));
   EXPECT_EQ(Log().back(), Entry(L"Prepare status failed", L"Cannot publish completion result"));
   EXPECT_FALSE(Exists(Scratch(L"nowhere")));

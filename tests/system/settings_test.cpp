@@ -43,27 +43,27 @@ class SettingsTest : public AfterExportTest {
   std::wstring Application() const { return Quoted(application_) + L" "; }
 };
 
-TEST_F(SettingsTest, WithoutAFileTheArchiveGoesToTheDefaultFolderAndTheClipboard) {
+TEST_F(SettingsTest, WithoutFileDefaultsApply) {
   EXPECT_TRUE(
       EndsWithBox(0, Delivered(default_destination_, L"0 KB"), MB_ICONINFORMATION, Finalize()));
   EXPECT_FALSE(Exists(folders_.settings));
   EXPECT_FALSE(Exists(folders_.common_settings));
 }
 
-TEST_F(SettingsTest, TheFileOfAllUsersCountsWhenTheUserHasNone) {
+TEST_F(SettingsTest, CommonFileAppliesWithoutUserFile) {
   PutFile(folders_.common_settings, Utf16WithMark(L"[Target]\r\nEnabled=1\r\nExecutablePath=" +
                                                   application_ + L"\r\nArguments=common\r\n"));
   EXPECT_EQ(Started(), Application() + L"common");
 }
 
-TEST_F(SettingsTest, TheUsersFileHidesTheOneOfAllUsersWhole) {
+TEST_F(SettingsTest, UserFileHidesTheCommonOne) {
   PutFile(folders_.common_settings,
           Utf16WithMark(L"[Target]\r\nEnabled=1\r\nExecutablePath=" + application_ + L"\r\n"));
   Settings(L"[Target]\nProgramName=mine\n");
   EXPECT_EQ(Started(), std::nullopt);
 }
 
-TEST_F(SettingsTest, AFolderOfTheFilesNameWinsTheChoiceAndMeansDefaults) {
+TEST_F(SettingsTest, FolderAsUserFileMeansDefaults) {
   PutFile(folders_.common_settings,
           Utf16WithMark(L"[Target]\r\nEnabled=1\r\nExecutablePath=" + application_ + L"\r\n"));
   ASSERT_TRUE(TryCreateDirectories(folders_.settings));
@@ -93,13 +93,13 @@ TEST_F(SettingsTest, EnabledFollowsTheTwoSections) {
   }
 }
 
-TEST_F(SettingsTest, AnEmptyValueIsTakenFromTheFallbackSection) {
+TEST_F(SettingsTest, EmptyValueIsTakenFromFallbackSection) {
   Settings(L"[Target]\nEnabled=1\nExecutablePath=\nArguments=\n[AfterExport]\nExecutablePath=" +
            application_ + L"\nArguments=fallback\n");
   EXPECT_EQ(Started(), Application() + L"fallback");
 }
 
-TEST_F(SettingsTest, ExecutableCountsOnlyWhenNoExecutablePathIsGivenAnywhere) {
+TEST_F(SettingsTest, ExecutableCountsOnlyWithoutExecutablePath) {
   const std::wstring first = Copy(L"first.exe");
   const std::wstring second = Copy(L"second.exe");
   Settings(L"[Target]\nEnabled=1\nExecutable=" + first + L"\n[AfterExport]\nExecutablePath=" +
@@ -112,7 +112,7 @@ TEST_F(SettingsTest, ExecutableCountsOnlyWhenNoExecutablePathIsGivenAnywhere) {
   EXPECT_EQ(Started(), second + L" ");
 }
 
-TEST_F(SettingsTest, ADirectoryCountsOnlyInItsOwnSection) {
+TEST_F(SettingsTest, DirectoryCountsOnlyInItsOwnSection) {
   const std::wstring out = Scratch(L"out");
   ASSERT_TRUE(CreateDirectoryW(out.c_str(), nullptr));
   Settings(L"[Target]\nDirectory=" + out + L"\n[AfterExport]\nDirectory=" + out + L"\n");
@@ -121,7 +121,7 @@ TEST_F(SettingsTest, ADirectoryCountsOnlyInItsOwnSection) {
   EXPECT_TRUE(NamesIn(out).empty());
 }
 
-TEST_F(SettingsTest, AnAnsiFileIsReadInTheSystemsCodePage) {
+TEST_F(SettingsTest, AnsiFileIsReadInCodePage) {
   const std::wstring out = Scratch(L"Ausgänge");
   ASSERT_TRUE(CreateDirectoryW(out.c_str(), nullptr));
   std::string path;
@@ -133,7 +133,7 @@ TEST_F(SettingsTest, AnAnsiFileIsReadInTheSystemsCodePage) {
                           Finalize()));
 }
 
-TEST_F(SettingsTest, AnyCharacterMayStandInAUnicodeFile) {
+TEST_F(SettingsTest, UnicodeFileMayContainAnyCharacter) {
   const std::wstring out = Scratch(L"выход");
   ASSERT_TRUE(CreateDirectoryW(out.c_str(), nullptr));
   Settings(L"[Export]\nDirectory=" + out + L"\n");
@@ -148,7 +148,7 @@ TEST_F(SettingsTest, TheFileIsNeverWritten) {
   EXPECT_EQ(FileBytes(folders_.settings), before);
 }
 
-TEST_F(SettingsTest, ALongArgumentLineReachesTheApplicationWhole) {
+TEST_F(SettingsTest, LongArgumentLineReachesApplicationWhole) {
   const std::wstring arguments(20'000, L'a');
   Settings(L"[Target]\nEnabled=1\nExecutablePath=" + application_ + L"\nArguments=" + arguments +
            L"\n");

@@ -52,7 +52,7 @@ TEST(CommandLine, InstallerKeywordsCountOnlyAsFirstArgument) {
   EXPECT_TRUE(Is<InvalidInstallerCommand>(Parse({L"--install", L"--update"})));
 }
 
-TEST(CommandLine, OptionsStandInAnyOrderAndTheLastOneWins) {
+TEST(CommandLine, OptionsComeInAnyOrderLastWins) {
   const Command command = Parse({L"--status", L"--profile", L"A", L"--quiet", L"--major", L"24",
                                  L"--package", L"P", L"--report", L"R", L"--profile", L"B",
                                  L"--major", L"25", L"--package", L"Q", L"--report", L""});
@@ -65,7 +65,7 @@ TEST(CommandLine, OptionsStandInAnyOrderAndTheLastOneWins) {
   EXPECT_EQ(options.report, L"");
 }
 
-TEST(CommandLine, AnOptionTakesTheNextArgumentWhateverItIs) {
+TEST(CommandLine, OptionTakesTheNextArgument) {
   const auto profile = std::get<InstallerOptions>(Parse({L"--install", L"--profile", L"--quiet"}));
   EXPECT_EQ(profile.profile, L"--quiet");
   EXPECT_FALSE(profile.quiet);
@@ -74,7 +74,7 @@ TEST(CommandLine, AnOptionTakesTheNextArgumentWhateverItIs) {
   EXPECT_FALSE(major.quiet);
 }
 
-TEST(CommandLine, AMissingValueOrUnknownOptionIsInvalid) {
+TEST(CommandLine, MissingValueOrUnknownOptionIsInvalid) {
   for (const wchar_t* option :
        {L"--major", L"--profile", L"--package", L"--report", L"--bogus", L"x", L""}) {
     EXPECT_TRUE(Is<InvalidInstallerCommand>(Parse({L"--install", L"--quiet", option})));
@@ -136,7 +136,7 @@ TEST(CommandLine, FinalizeTakesTwoArguments) {
   EXPECT_FALSE(finalize.space.has_value());
 }
 
-TEST(CommandLine, FinalizeAutoTakesASpaceOnlyWhenTheWholeArgumentIsAPositiveNumber) {
+TEST(CommandLine, FinalizeAutoTakesOnlyPositiveSpacing) {
   EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--finalize-auto"})));
   EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--finalize-auto", L"D", L"1", L"2"})));
   const auto automatic = std::get<FinalizeCommand>(Parse({L"--finalize-auto", L"D"}));

@@ -16,7 +16,7 @@ int KindFor(const std::string& resource, std::int32_t major) {
   return anchor ? static_cast<int>(anchor->kind) : 0;
 }
 
-TEST(AnchorChoice, TheOnlyPlaceIsTakenWhateverTheVersion) {
+TEST(AnchorChoice, OnlyPlaceIsTakenForEveryVersion) {
   for (const std::int32_t major : {-1, 0, 1, 17, 18, 26}) {
     EXPECT_EQ(KindFor(std::string(kLegacy), major), 1) << major;
     EXPECT_EQ(KindFor(std::string(kActive), major), 2) << major;
@@ -42,7 +42,7 @@ TEST(AnchorChoice, GivesTargetAndReferenceOfThePlace) {
   EXPECT_EQ(anchor->reference, "TopBarPCB010");
 }
 
-TEST(AnchorChoice, OfSeveralOfOneKindTheLastCounts) {
+TEST(AnchorChoice, OfSeveralOfOneKindLastCounts) {
   using altium_registration::ToolbarAnchor;
   using altium_registration::ToolbarKind;
   constexpr ToolbarAnchor kPlaces[] = {{"TopBarPCB", "TopBarPCB010", ToolbarKind::ActiveBar},
@@ -60,7 +60,7 @@ TEST(AnchorChoice, OfSeveralOfOneKindTheLastCounts) {
   EXPECT_EQ(only->reference, "TopBarPCB010");
 }
 
-TEST(AnchorChoice, RecordsThatAreLetThroughMayStandInTheToolbar) {
+TEST(AnchorChoice, AcceptedRecordsMayBeInTheToolbar) {
   const std::string resource =
       "Tree TopBarPCB A='1'\n Change c B='2' End\n Link TopBarPCB010 End\nEnd\n";
   const std::vector<std::string> kKinds = {"Change"};

@@ -7,7 +7,7 @@ namespace {
 
 using Kinds = std::vector<std::string>;
 
-TEST(ExtraRecordKinds, NothingComesFromAnAbsentOrEmptyList) {
+TEST(ExtraRecordKinds, NothingComesFromAbsentOrEmptyList) {
   EXPECT_EQ(ExtraRecordKinds(L""), Kinds{});
   EXPECT_EQ(ExtraRecordKinds(L" , ,\t,"), Kinds{});
 }
@@ -25,12 +25,12 @@ TEST(ExtraRecordKinds, NamesDifferByCase) {
   EXPECT_EQ(ExtraRecordKinds(L"change,Change,tree"), (Kinds{"change", "Change", "tree"}));
 }
 
-TEST(ExtraRecordKinds, KnownKindsAndTheClosingWordAreLeftOut) {
+TEST(ExtraRecordKinds, KnownKindsAndEndAreDropped) {
   EXPECT_EQ(ExtraRecordKinds(L"Tree,PL,Link,Insertion,Deletion,Separator,End,Change"),
             Kinds{"Change"});
 }
 
-TEST(ExtraRecordKinds, NamesThatNoKeywordCouldBeAreLeftOut) {
+TEST(ExtraRecordKinds, InvalidKeywordsAreDropped) {
   EXPECT_EQ(ExtraRecordKinds(L"A B,C\tD,E'F,G\"H,I=J,K\nL,\u00C4nderung,M\u0001,Change"),
             Kinds{"Change"});
 }

@@ -17,7 +17,7 @@ std::wstring SystemText(DWORD code) {
   return std::wstring(buffer, length);
 }
 
-TEST(WindowsErrorText, IsTheSystemsTextWithoutItsLineEnd) {
+TEST(WindowsErrorText, IsSystemsTextWithoutItsLineEnd) {
   for (const DWORD code : std::initializer_list<DWORD>{ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED,
                                                        ERROR_TOO_MANY_OPEN_FILES}) {
     const std::wstring text = WindowsErrorText(code);
@@ -42,7 +42,7 @@ TEST(WindowsErrorText, AnUnknownCodeHasAFixedText) {
   EXPECT_EQ(WindowsErrorText(0xDEADBEEF), L"Unknown Windows error");
 }
 
-TEST(MeansAbsent, OnlyWhereNothingCanStandAtThePath) {
+TEST(MeansAbsent, IsTrueOnlyForPathsWithoutEntry) {
   for (const DWORD code : std::initializer_list<DWORD>{2, 3, 53, 123, 267}) {
     EXPECT_TRUE(MeansAbsent(code)) << code;
   }

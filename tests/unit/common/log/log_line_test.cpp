@@ -21,7 +21,7 @@ TEST(LogLine, IsUtf8WithoutAMark) {
             "[2026-3-7 9:5:2] Stage: S | \xC3\xA4\xE2\x82\xAC\r\n");
 }
 
-TEST(LogLine, KeepsAtMost8192CharactersBeforeTheLineEnd) {
+TEST(LogLine, TruncatesTextTo8192Units) {
   const std::string line = FormatLogLine(kMarch, L"S", std::wstring(9000, L'x'));
   EXPECT_EQ(line.size(), 8194U);
   EXPECT_EQ(line.substr(8190), "xx\r\n");
@@ -29,7 +29,7 @@ TEST(LogLine, KeepsAtMost8192CharactersBeforeTheLineEnd) {
   EXPECT_EQ(FormatLogLine(kMarch, L"S", std::wstring(8192 - head.size(), L'x')).size(), 8194U);
 }
 
-TEST(LogLine, ACutSurrogatePairBecomesAReplacementCharacter) {
+TEST(LogLine, CutSurrogatePairBecomesReplacementCharacter) {
   std::wstring detail(8192 - 28 - 1, L'x');
   detail.push_back(static_cast<wchar_t>(0xD83D));
   detail.push_back(static_cast<wchar_t>(0xDE00));

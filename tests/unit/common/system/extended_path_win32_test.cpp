@@ -11,7 +11,7 @@
 namespace kestrune {
 namespace {
 
-TEST(ExtendedPath, LiftsTheLimitOfDriveAndServerPaths) {
+TEST(ExtendedPath, LiftsLimitOfDriveAndServerPaths) {
   EXPECT_EQ(ExtendedPath(L"C:\\a\\b").Text(), L"\\\\?\\C:\\a\\b");
   EXPECT_EQ(ExtendedPath(L"C:/a/../b.").Text(), L"\\\\?\\C:\\b");
   EXPECT_EQ(ExtendedPath(L"\\\\server\\share\\x").Text(), L"\\\\?\\UNC\\server\\share\\x");

@@ -15,7 +15,7 @@ TEST(Ordinal, IgnoresCaseAndNothingElse) {
   EXPECT_NE(CompareOrdinalIgnoringCase(L"a", L"\u00E4"), 0);
 }
 
-TEST(Ordinal, AnEmptyNameComesFirstHoweverItIsEmpty) {
+TEST(Ordinal, EmptyNameComesFirst) {
   const std::wstring_view null;
   const std::wstring empty;
   EXPECT_EQ(CompareOrdinalIgnoringCase(null, null), 0);

@@ -21,7 +21,7 @@ TEST(Path, TakesTheLastComponentAsFileName) {
   EXPECT_EQ(FileName(L"C:\\"), L"");
 }
 
-TEST(Path, AColonBehindASeparatorIsNoDrive) {
+TEST(Path, ColonBehindSeparatorIsNoDrive) {
   EXPECT_EQ(FileName(L"\\:Main.zip"), L":Main.zip");
   EXPECT_EQ(ParentPath(L"\\:Main.zip"), L"\\");
 }
@@ -34,7 +34,7 @@ TEST(Path, StemLosesOnlyTheLastExtension) {
   EXPECT_EQ(FileStem(L"Main."), L"Main");
 }
 
-TEST(Path, ParentHasNoTrailingSeparatorExceptAtARoot) {
+TEST(Path, ParentKeepsSeparatorOnlyAtRoot) {
   EXPECT_EQ(ParentPath(L"C:\\Out\\Main.zip"), L"C:\\Out");
   EXPECT_EQ(ParentPath(L"C:\\Main.zip"), L"C:\\");
   EXPECT_EQ(ParentPath(L"\\\\server\\share\\a"), L"\\\\server\\share");

@@ -20,7 +20,7 @@ TEST(Text, TrimsOnlyTheGivenBlanks) {
   EXPECT_EQ(Trim(L" ", L" \t"), L"");
 }
 
-TEST(Text, TextModeTurnsEachLineFeedIntoTwoCharacters) {
+TEST(Text, TextModeExpandsLineFeeds) {
   EXPECT_EQ(WithWindowsLineEnds(std::string_view("a\nb\r\n\n")), "a\r\nb\r\r\n\r\n");
   EXPECT_EQ(WithWindowsLineEnds(std::wstring_view(L"\n")), L"\r\n");
 }
@@ -35,11 +35,11 @@ TEST(Text, WidensBytesOneByOne) {
   EXPECT_EQ(WidenBytes("a\xE4\xFF"), L"a\u00E4\u00FF");
 }
 
-TEST(Text, ReadsUtf16LittleEndianAndDropsAnOddByte) {
+TEST(Text, Utf16DropsAnOddByte) {
   EXPECT_EQ(WideFromUtf16Le(std::string_view("A\0\xAC\x20x", 5)), L"A\u20AC");
 }
 
-TEST(Text, Utf8AndUtf16AreInverseForWellFormedText) {
+TEST(Text, Utf8AndUtf16AreInverse) {
   const std::string utf8 = "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80";
   const std::wstring wide = WideFromUtf8(utf8);
   ASSERT_EQ(wide.size(), 5U);
@@ -87,7 +87,7 @@ TEST(Text, DecimalNumbersEndAtTheirLimit) {
   EXPECT_EQ(take(L"99999999999999999999999", kLargest), kLargest);
 }
 
-TEST(Text, PaddedDecimalFillsWithZerosAndCutsNothing) {
+TEST(Text, PaddedDecimalNeverTruncates) {
   EXPECT_EQ(PaddedDecimal(7, 3), L"007");
   EXPECT_EQ(PaddedDecimal(1234, 3), L"1234");
   EXPECT_EQ(PaddedDecimal(0, 0), L"0");

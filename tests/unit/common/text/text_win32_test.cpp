@@ -17,7 +17,7 @@ TEST(AnsiText, ExactCharactersConvertBothWays) {
   EXPECT_EQ(bytes, "\xC6");
 }
 
-TEST(AnsiText, ACharacterWithoutEquivalentIsALossNotAQuestionMark) {
+TEST(AnsiText, MissingEquivalentIsAnError) {
   std::string bytes = "old";
   EXPECT_FALSE(AnsiFromWide(L"a\u0416", bytes, kWestern));
   EXPECT_EQ(bytes, "");
@@ -39,7 +39,7 @@ TEST(AnsiText, AnEmptyTextIsNoFailure) {
   EXPECT_EQ(AnsiFromWideLossy(L""), "");
 }
 
-TEST(AnsiText, AUtf8CodePageHoldsEveryCharacterButNoHalfOnes) {
+TEST(AnsiText, Utf8CodePageRejectsOnlyHalfPairs) {
   std::string bytes;
   EXPECT_TRUE(AnsiFromWide(L"\u0416\U0001F600", bytes, CP_UTF8));
   EXPECT_EQ(bytes, "\xD0\x96\xF0\x9F\x98\x80");
@@ -57,7 +57,7 @@ TEST(AnsiText, NulCharactersAreOrdinary) {
   EXPECT_EQ(WideFromAnsi(bytes, kWestern), std::wstring(L"a\0b", 3));
 }
 
-TEST(AnsiText, OnlyDoubleByteCodePagesHaveLeadBytes) {
+TEST(AnsiText, OnlyDoubleByteCodePagesHaveLeads) {
   if (!IsValidCodePage(932) || !IsValidCodePage(950)) {
     GTEST_SKIP() << "this system lacks the code pages";
   }
@@ -67,7 +67,7 @@ TEST(AnsiText, OnlyDoubleByteCodePagesHaveLeadBytes) {
   EXPECT_FALSE(IsLeadByte('\x83', 1252));
 }
 
-TEST(AnsiText, RoundTripSurvivesForAsciiAndFailsForWhatTheSystemLacks) {
+TEST(AnsiText, RoundTripFailsOutsideTheCodePage) {
   EXPECT_TRUE(SurvivesAnsiRoundTrip(L"C:\\Users\\x"));
   EXPECT_FALSE(SurvivesAnsiRoundTrip(std::wstring(1, wchar_t{0xD800})));
 }

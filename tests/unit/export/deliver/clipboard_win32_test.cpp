@@ -30,7 +30,7 @@ class ClipboardTest : public ExportTest {
   Desktop desktop_;
 };
 
-TEST_F(ClipboardTest, HoldsTheFileAndItsPathForOtherPrograms) {
+TEST_F(ClipboardTest, ProvidesFileAndPath) {
   PutText(L"before");
   std::wstring error_text;
   ASSERT_TRUE(PlaceZipOnClipboard(L"C:\\O u t\\Gr\u00FC\u00DFe \u0416.zip", desktop_, error_text));
@@ -44,7 +44,7 @@ TEST_F(ClipboardTest, HoldsTheFileAndItsPathForOtherPrograms) {
   EXPECT_NE(seen.find("\nText=" + path + "\n"), std::string::npos) << seen;
 }
 
-TEST_F(ClipboardTest, BlocksHaveTheirExactSizeAndEndInZeros) {
+TEST_F(ClipboardTest, BlocksHaveExactSizeAndTerminators) {
   const std::wstring path = L"C:\\Out\\Main.zip";
   std::wstring error_text;
   ASSERT_TRUE(PlaceZipOnClipboard(path, desktop_, error_text));
@@ -71,7 +71,7 @@ TEST_F(ClipboardTest, BlocksHaveTheirExactSizeAndEndInZeros) {
             std::string(reinterpret_cast<const char*>(&header), 20) + units + std::string(4, '\0'));
 }
 
-TEST_F(ClipboardTest, AClipboardThatAnotherProgramHoldsStaysAsItIs) {
+TEST_F(ClipboardTest, OpenClipboardIsUnchanged) {
   PutText(L"before");
   ProgramRun holder(TestProgramPath(L"clipboard_reader"),
                     L"--hold " + Quoted(Scratch(L"held")) + L" 20000");
@@ -117,7 +117,7 @@ bool IsFreed(HGLOBAL block) {
   return GlobalFlags(block) == GMEM_INVALID_HANDLE;
 }
 
-TEST_F(ClipboardTest, WithoutMemoryTheClipboardStaysAndWhatWasTakenIsFreed) {
+TEST_F(ClipboardTest, WithoutMemoryTheClipboardIsUnchanged) {
   for (const int refused : {1, 2}) {
     PutText(L"before");
     RefusingClipboard calls;
@@ -131,7 +131,7 @@ TEST_F(ClipboardTest, WithoutMemoryTheClipboardStaysAndWhatWasTakenIsFreed) {
   }
 }
 
-TEST_F(ClipboardTest, AFormatThatIsRefusedIsFreedAndTheOtherStays) {
+TEST_F(ClipboardTest, RejectedFormatIsFreedOtherStays) {
   for (const UINT refused : {UINT{CF_HDROP}, UINT{CF_UNICODETEXT}}) {
     RefusingClipboard calls;
     calls.refused_format = refused;

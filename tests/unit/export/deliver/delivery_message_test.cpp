@@ -10,7 +10,7 @@
 namespace kestrune {
 namespace {
 
-TEST(SizeText, BelowAMegabyteWholeKilobytesWithTheRestDropped) {
+TEST(SizeText, BelowMegabyteWholeKilobytesWithRestDropped) {
   EXPECT_EQ(SizeText(0), L"0 KB");
   EXPECT_EQ(SizeText(1023), L"0 KB");
   EXPECT_EQ(SizeText(1024), L"1 KB");
@@ -61,7 +61,7 @@ TEST(DeliveryMessage, WarnsWhenTheClipboardFailed) {
             L"\n\nWarning: Cannot open the Windows Clipboard.");
 }
 
-TEST(DeliveryMessage, SaysLastWhyTheApplicationWasNotStarted) {
+TEST(DeliveryMessage, SaysLastWhyApplicationWasNotStarted) {
   Delivery delivery = Delivered();
   delivery.application_configured = true;
   delivery.application_error = L"The configured after-export executable does not exist: C:\\x.exe";
@@ -72,7 +72,7 @@ TEST(DeliveryMessage, SaysLastWhyTheApplicationWasNotStarted) {
             L"The configured after-export executable does not exist: C:\\x.exe");
 }
 
-TEST(DeliveryMessage, LeavesOutTheErrorOfAnApplicationThatIsNotConfigured) {
+TEST(DeliveryMessage, OmitsErrorOfUnconfiguredApplication) {
   Delivery delivery = Delivered();
   delivery.application_error = L"The Windows LocalAppData directory is unavailable.";
   EXPECT_EQ(DeliveryMessage(delivery), DeliveryMessage(Delivered()));

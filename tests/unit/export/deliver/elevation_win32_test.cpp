@@ -31,7 +31,7 @@ class AskedThroughShell final : public Desktop {
   std::wstring asked;
 };
 
-TEST(Elevation, AProgramThatDemandsItGoesThroughTheShell) {
+TEST(Elevation, ProgramThatDemandsItGoesThroughShell) {
   const std::wstring program = TestProgramPath(L"needs_elevation");
   AskedThroughShell calls;
   std::wstring error_text;

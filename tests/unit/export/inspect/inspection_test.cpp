@@ -57,7 +57,7 @@ TEST(Inspection, HeadingsAloneAreNoContent) {
             std::to_string(features.size()) + "|none");
 }
 
-TEST(Inspection, AFileAbove4KiBIsContentUnread) {
+TEST(Inspection, FileAbove4KiBIsContent) {
   ZipPart part{"odb/steps/pcb/layers/top/features", std::string(4097, '#'), 14, 0, "?"};
   EXPECT_EQ(TopLayer({part}), "4097|some");
   part.content.pop_back();
@@ -82,7 +82,7 @@ TEST(Inspection, SeveralStepsAreAddedUp) {
             "packed|unknown");
 }
 
-TEST(Inspection, TheRootMayHaveAnyNameOrNone) {
+TEST(Inspection, RootMayHaveAnyNameOrNone) {
   EXPECT_EQ(
       TopLayer({{"Board 1/Steps/PCB/Layers/TOP/Features", "P 1 1\n"}}, "board 1/MATRIX/Matrix"),
       "6|some");
@@ -120,7 +120,7 @@ TEST(Inspection, TwoLayersOfOneNameAreRefused) {
   EXPECT_EQ(InspectionRefusal({{"matrix/matrix", "LAYER {\n}\nLAYER {\n}\n"}}), L"");
 }
 
-TEST(Inspection, AMatrixAbove4MiBIsRefused) {
+TEST(Inspection, MatrixAbove4MiBIsRefused) {
   ZipPart part{"matrix/matrix", "#"};
   part.size = 4 * 1024 * 1024;
   EXPECT_EQ(InspectionRefusal({part}), L"A file of the archive is damaged.");
@@ -135,7 +135,7 @@ TEST(Inspection, ADamagedSmallFileIsRefused) {
             L"A file of the archive is damaged.");
 }
 
-TEST(Inspection, NoMoreThan1024SmallFilesAreRead) {
+TEST(Inspection, AtMost1024SmallFilesAreRead) {
   std::vector<ZipPart> parts;
   for (int i = 0; i < 1024; ++i) {
     parts.push_back({"odb/steps/" + std::to_string(i) + "/layers/top/features", "#"});
@@ -145,7 +145,7 @@ TEST(Inspection, NoMoreThan1024SmallFilesAreRead) {
   EXPECT_EQ(TopLayer(parts), "1025|unknown");
 }
 
-TEST(Inspection, OnlyDirectoryMatrixAndSmallFilesAreRead) {
+TEST(Inspection, OnlySmallFilesAreRead) {
   std::vector<ZipPart> parts = {{"odb/matrix/matrix", kOneLayer},
                                 {"odb/steps/pcb/layers/top/features", std::string(500000, 'x')},
                                 {"odb/steps/pcb/eda/data", std::string(500000, 'y')}};
@@ -216,7 +216,7 @@ constexpr SampleList kSampleLists[] = {
      "LAYER=DOCUMENT|FABRICATION|||618765|some\r\n"
      "END\r\n"}};
 
-TEST(Inspection, TheSamplesGiveTheListsUnpackedByHand) {
+TEST(Inspection, SamplesGiveListsUnpackedByHand) {
   const std::vector<kestrune_tests::Sample> samples = kestrune_tests::ReadSamples("odb", ".zip");
   if (samples.empty()) {
     GTEST_SKIP() << "no samples";

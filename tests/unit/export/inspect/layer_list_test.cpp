@@ -33,7 +33,7 @@ TEST(LayerList, OneLineAFactAndAnEnd) {
             "END\r\n");
 }
 
-TEST(LayerList, SizesAbove4GiBAreWrittenWhole) {
+TEST(LayerList, SizesAbove4GiBAreExact) {
   LayerList list{1, {Layer("SIGNAL", "A")}};
   list.layers[0].size = 0xFFFFFFFFFFFFFFFF;
   EXPECT_NE(WriteLayerList(list).find("|18446744073709551615|"), std::string::npos);
@@ -51,7 +51,7 @@ TEST(LayerList, NamesAreUtf8) {
   EXPECT_EQ(WrittenName("x\xC3|\xE2\x82"), "x%C3%7C%E2%82");
 }
 
-TEST(LayerList, AFailureHasAReasonAndAnEnd) {
+TEST(LayerList, FailureHasReasonAndEnd) {
   EXPECT_EQ(WriteInspectionFailure(L"Not \u00E4."), "VERSION=1\r\nERROR=Not \xC3\xA4.\r\nEND\r\n");
 }
 

@@ -12,7 +12,7 @@ TEST(BridgeProject, HeadNamesTheBoardAsFirstDocument) {
             L"DocumentUniqueId=BRDGPCB1\n\n");
 }
 
-TEST(BridgeProject, DependencyHasOneNumberInSectionAndIdAndEndsWithABlankLine) {
+TEST(BridgeProject, DependencySectionHasItsNumber) {
   EXPECT_EQ(DependencySection(2, L"Panel \u00E4.PcbDoc"),
             L"[Document2]\nDocumentPath=Panel \u00E4.PcbDoc\nAnnotationEnabled=1\n"
             L"DocumentUniqueId=BRDGDEP2\n\n");
@@ -21,7 +21,7 @@ TEST(BridgeProject, DependencyHasOneNumberInSectionAndIdAndEndsWithABlankLine) {
             L"DocumentUniqueId=BRDGDEP1234\n\n");
 }
 
-TEST(BridgeProject, OutJobIsSecondWithoutDependenciesAndEndsWithoutBlankLine) {
+TEST(BridgeProject, OutJobComesSecondWithoutDependencies) {
   EXPECT_EQ(OutJobSection(kFirstDependency),
             L"[Document2]\nDocumentPath=Bridge.OutJob\nAnnotationEnabled=0\n"
             L"DocumentUniqueId=BRDGOUT1\n");
@@ -36,7 +36,7 @@ TEST(BridgeFileNames, ANameCanBeTakenOnce) {
   EXPECT_FALSE(names.Take(L"\u00E4.PcbDoc"));
 }
 
-TEST(BridgeFileNames, FilesOfTheProjectAreTakenFromTheStart) {
+TEST(BridgeFileNames, FilesOfProjectAreTakenFromStart) {
   BridgeFileNames names;
   EXPECT_FALSE(names.Take(L"bridge.pcbdoc"));
   EXPECT_FALSE(names.Take(L"BRIDGE.OUTJOB"));
@@ -45,7 +45,7 @@ TEST(BridgeFileNames, FilesOfTheProjectAreTakenFromTheStart) {
   EXPECT_TRUE(names.Take(L"Bridge.SchDoc"));
 }
 
-TEST(BridgeFileNames, AStreamHasTheNameOfItsFile) {
+TEST(BridgeFileNames, StreamHasNameOfItsFile) {
   BridgeFileNames names;
   EXPECT_FALSE(names.Take(L"ready.txt::$DATA"));
   EXPECT_FALSE(names.Take(L"Bridge.PcbDoc:board"));

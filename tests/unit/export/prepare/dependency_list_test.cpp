@@ -45,7 +45,7 @@ TEST(DependencyList, SkipsEmptyLines) {
   EXPECT_THAT(Parse("\r\na\r\n\r\nb\r\n\r\n"), ElementsAre(L"a", L"b"));
 }
 
-TEST(DependencyList, RemovesExactlyOneCarriageReturnAndOnlyAtTheEnd) {
+TEST(DependencyList, DropsOneFinalCarriageReturn) {
   EXPECT_THAT(Parse("a\r\r\n"), ElementsAre(L"a\r"));
   EXPECT_THAT(Parse("a\rb\n"), ElementsAre(L"a\rb"));
   EXPECT_THAT(Parse("\r\r\n"), ElementsAre(L"\r"));
@@ -56,13 +56,13 @@ TEST(DependencyList, KeepsBlanksForTheyBelongToNames) {
   EXPECT_THAT(Parse("  a \t\r\n \n"), ElementsAre(L"  a \t", L" "));
 }
 
-TEST(DependencyList, ReadsUtf16LittleEndianAfterItsMark) {
+TEST(DependencyList, ReadsUtf16AfterItsMark) {
   EXPECT_THAT(Parse(Utf16(L"C:\\\u0416.PcbDoc\r\n\r\nC:\\b\r\n")),
               ElementsAre(L"C:\\\u0416.PcbDoc", L"C:\\b"));
   EXPECT_THAT(Parse("\xFF\xFE"), IsEmpty());
 }
 
-TEST(DependencyList, DropsTheHalfUnitAtTheEndOfUtf16) {
+TEST(DependencyList, DropsHalfUnitOfUtf16) {
   EXPECT_THAT(Parse(Utf16(L"ab") + "c"), ElementsAre(L"ab"));
 }
 
@@ -71,7 +71,7 @@ TEST(DependencyList, ReadsUtf8AfterItsMark) {
   EXPECT_THAT(Parse("\xEF\xBB\xBF"), IsEmpty());
 }
 
-TEST(DependencyList, WithoutMarkIsAnsiEvenWhenItLooksLikeUtf8) {
+TEST(DependencyList, WithoutMarkIsAnsi) {
   EXPECT_THAT(Parse("\xC3\xA4\n"), ElementsAre(L"\u00C3\u00A4"));
 }
 
@@ -80,14 +80,14 @@ TEST(DependencyList, HalfAMarkIsNoMark) {
   EXPECT_THAT(Parse("\xFF"), ElementsAre(L"\u00FF"));
 }
 
-TEST(DependencyList, SameAsciiListReadsTheSameInEveryEncoding) {
+TEST(DependencyList, AsciiReadsEquallyInEveryEncoding) {
   const std::wstring text = L"C:\\a\\One.PcbDoc\r\nD:\\Two.PcbDoc\r\n";
   const std::string ascii = "C:\\a\\One.PcbDoc\r\nD:\\Two.PcbDoc\r\n";
   EXPECT_EQ(Parse(ascii), Parse(Utf16(text)));
   EXPECT_EQ(Parse(ascii), Parse("\xEF\xBB\xBF" + ascii));
 }
 
-TEST(RepeatedPaths, FirstOfEqualPathsStaysInItsPlace) {
+TEST(RepeatedPaths, FirstOfEqualPathsIsKept) {
   EXPECT_THAT(WithoutRepeatedPaths({L"C:\\a", L"C:\\b", L"c:\\A", L"C:\\c", L"C:\\B"}),
               ElementsAre(L"C:\\a", L"C:\\b", L"C:\\c"));
 }

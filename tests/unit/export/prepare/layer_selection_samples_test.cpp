@@ -68,7 +68,7 @@ class OutJobSamples : public testing::Test {
   std::vector<kestrune_tests::Sample> samples_ = kestrune_tests::ReadSamples("outjob", ".OutJob");
 };
 
-TEST_F(OutJobSamples, OnlyValuesOfTheFirstConfigurationLineChange) {
+TEST_F(OutJobSamples, OnlyValuesOfFirstConfigurationLineChange) {
   ForEachSelection([](const std::string& job, const UsedLayers&, const LayerSelection& selection) {
     const std::string edited = Applied(job, selection);
     EXPECT_EQ(edited.substr(0, selection.begin), job.substr(0, selection.begin));
@@ -90,7 +90,7 @@ TEST_F(OutJobSamples, OnlyValuesOfTheFirstConfigurationLineChange) {
   });
 }
 
-TEST_F(OutJobSamples, AfterwardsEveryPlotFieldIsOnExactlyWhenTheManifestSaysSo) {
+TEST_F(OutJobSamples, PlotFieldsFollowTheManifest) {
   ForEachSelection(
       [](const std::string& job, const UsedLayers& used, const LayerSelection& selection) {
         for (const std::string& field : Split(LineOf(Applied(job, selection)), '|')) {

@@ -63,7 +63,7 @@ TEST(UsedLayers, SplitsAtTheFirstEqualsSign) {
   EXPECT_THAT(ParseUsedLayers("PlotKey=a=b").plot_keys, UnorderedElementsAre("a=b"));
 }
 
-TEST(UsedLayers, AByteOrderMarkBelongsToTheFirstKey) {
+TEST(UsedLayers, ByteOrderMarkBelongsToFirstKey) {
   const UsedLayers used = ParseUsedLayers("\xEF\xBB\xBFPlotKey=a\nPlotKey=b");
   EXPECT_THAT(used.plot_keys, UnorderedElementsAre("b"));
 }
@@ -72,7 +72,7 @@ TEST(UsedLayers, AnEmptyLayerNameIsAName) {
   EXPECT_THAT(ParseUsedLayers("LayerName=\n").layer_names, UnorderedElementsAre(""));
 }
 
-TEST(LayerName, KeepsOnlyAsciiLettersAndDigitsInLowerCase) {
+TEST(LayerName, KeepsAsciiLettersAndDigitsLowered) {
   for (const char* name : {"Top Layer", "TOP_LAYER", "top-layer", "\tTop\xC4(Layer)|"}) {
     EXPECT_EQ(NormalisedLayerName(name), "toplayer") << name;
   }
@@ -80,24 +80,24 @@ TEST(LayerName, KeepsOnlyAsciiLettersAndDigitsInLowerCase) {
   EXPECT_EQ(NormalisedLayerName("\xD0\xD1"), "");
 }
 
-TEST(LayerSelection, WithoutTheConfigurationLineThereIsNothingToSelect) {
+TEST(LayerSelection, NeedsTheConfigurationLine) {
   EXPECT_EQ(SelectLayers("", {}), std::nullopt);
   EXPECT_EQ(SelectLayers("Configuration1_Item10=a", {}), std::nullopt);
   EXPECT_EQ(SelectLayers("Configuration1_Item1", {}), std::nullopt);
   EXPECT_EQ(SelectLayers("configuration1_item1=a", {}), std::nullopt);
 }
 
-TEST(LayerSelection, ALineAtTheVeryEndIsFound) {
+TEST(LayerSelection, LineAtVeryEndIsFound) {
   EXPECT_EQ(Select("a\r\nConfiguration1_Item1=PlotAPlot=True", ""),
             "a\r\nConfiguration1_Item1=PlotAPlot=False");
 }
 
-TEST(LayerSelection, TheNameCountsAlsoInsideALongerWord) {
+TEST(LayerSelection, NameCountsAlsoInsideLongerWord) {
   EXPECT_EQ(Select("xConfiguration1_Item1=PlotAPlot=True\n", ""),
             "xConfiguration1_Item1=PlotAPlot=False\n");
 }
 
-TEST(LayerSelection, TheValueEndsAtCarriageReturnOrLineFeed) {
+TEST(LayerSelection, ValueEndsAtLineEnd) {
   const std::string rest = "PlotBPlot=True|PlotCPlot=True";
   for (const std::string end : {"\r\n", "\n", "\r", "\n\r"}) {
     EXPECT_EQ(Select("Configuration1_Item1=PlotAPlot=True" + end + rest, ""),
@@ -111,14 +111,14 @@ TEST(LayerSelection, OnlyTheFirstConfigurationLineIsTouched) {
       "Configuration1_Item1=PlotAPlot=False\nConfiguration1_Item1=PlotAPlot=True\n");
 }
 
-TEST(LayerSelection, BytesAroundTheLineStayAsTheyAre) {
+TEST(LayerSelection, BytesAroundLineStayAsTheyAre) {
   const std::string before("\xEF\xBB\xBF\x00\x1A\xFF\r\n|=\r\r\n", 13);
   const std::string after("\r\n\x00\x1A\x80|PlotAPlot=True", 19);
   EXPECT_EQ(Select(before + "Configuration1_Item1=PlotAPlot=True" + after, ""),
             before + "Configuration1_Item1=PlotAPlot=False" + after);
 }
 
-TEST(LayerSelection, EmptyFieldsAndFieldsWithoutEqualsSignStay) {
+TEST(LayerSelection, EmptyAndMalformedFieldsStay) {
   for (const char* fields :
        {"", "|", "||", "|a||b=c|", "PlotAPlot|=|==|Plot_V7_1_name|Plot_V7_1"}) {
     std::vector<PlotFieldChange> changes;
@@ -127,7 +127,7 @@ TEST(LayerSelection, EmptyFieldsAndFieldsWithoutEqualsSignStay) {
   }
 }
 
-TEST(LayerSelection, AddToAllPlotsIsAlwaysSwitchedOff) {
+TEST(LayerSelection, AddToAllPlotsIsSwitchedOff) {
   std::vector<PlotFieldChange> changes;
   EXPECT_EQ(SelectFields("AddToAllPlots_A=True|AddToAllPlots_B=False|AddToAllPlots_C=false|"
                          "AddToAllPlots_=|AddToAllPlots=True",
@@ -139,27 +139,27 @@ TEST(LayerSelection, AddToAllPlotsIsAlwaysSwitchedOff) {
                                    PlotFieldChange{"AddToAllPlots_", false}));
 }
 
-TEST(LayerSelection, AddToAllPlotsWinsOverEveryOtherRule) {
+TEST(LayerSelection, AddToAllPlotsHasPrecedence) {
   EXPECT_EQ(SelectFields("AddToAllPlots_xPlot=True", "PlotKey=AddToAllPlots_xPlot"),
             "AddToAllPlots_xPlot=False");
   EXPECT_EQ(SelectFields("AddToAllPlots_V7_1_name=Layer 1", "LayerName=Layer 1"),
             "AddToAllPlots_V7_1_name=False");
 }
 
-TEST(LayerSelection, APlotFieldIsOnWhenTheManifestNamesItsWholeKey) {
+TEST(LayerSelection, PlotFieldNeedsItsWholeKey) {
   for (const char* manifest : {"PlotKey=plotxplot", "PlotKey=PLOTXPLOT", "PlotKey=PlotXPlot"}) {
     EXPECT_EQ(SelectFields("PlotXPlot=False", manifest), "PlotXPlot=True") << manifest;
   }
   EXPECT_EQ(SelectFields("PlotXPlot=True", "PlotKey=X"), "PlotXPlot=False");
 }
 
-TEST(LayerSelection, PlotAtBothEndsIsComparedWithCaseAndMayOverlap) {
+TEST(LayerSelection, PlotEndsAreExactAndMayOverlap) {
   EXPECT_EQ(SelectFields("plotxPlot=True|Plotxplot=True|PlotX=True|XPlot=True", ""),
             "plotxPlot=True|Plotxplot=True|PlotX=True|XPlot=True");
   EXPECT_EQ(SelectFields("Plot=True|PlotPlot=True", "PlotKey=plot"), "Plot=True|PlotPlot=False");
 }
 
-TEST(LayerSelection, ALayerIsOnWhenTheManifestHasItsDisplayName) {
+TEST(LayerSelection, LayerIsOnByDisplayName) {
   const std::string fields =
       "Plot_V7_3=False|Plot_V7_3_name=Bottom Layer|Plot_V7_4=True|"
       "Plot_V7_4_name=Mechanical 4";
@@ -171,7 +171,7 @@ TEST(LayerSelection, ALayerIsOnWhenTheManifestHasItsDisplayName) {
               ElementsAre(PlotFieldChange{"Plot_V7_3", true}, PlotFieldChange{"Plot_V7_4", false}));
 }
 
-TEST(LayerSelection, ALayerFieldMayStandBeforeOrAfterItsName) {
+TEST(LayerSelection, LayerFieldMayPrecedeOrFollowName) {
   EXPECT_EQ(SelectFields("Plot_V7_1_name=A|Plot_V7_1=False|Plot_V7_2=False|Plot_V7_2_name=A",
                          "LayerName=a"),
             "Plot_V7_1_name=A|Plot_V7_1=True|Plot_V7_2=True|Plot_V7_2_name=A");
@@ -182,7 +182,7 @@ TEST(LayerSelection, LayerKeysAreExact) {
             "Plot_v7_1=x|Plot_V7_1 =x|Plot_V7_11=x|Plot_V7_1_name=A");
 }
 
-TEST(LayerSelection, ALayerWhoseNameHasNoAsciiMatchesTheEmptyName) {
+TEST(LayerSelection, NameWithoutAsciiMatchesTheEmptyName) {
   const std::string fields = "Plot_V7_1=False|Plot_V7_1_name=\xD1\xCB\xCE\xC9";
   EXPECT_EQ(SelectFields(fields, "LayerName=\xC4\n"),
             "Plot_V7_1=True|Plot_V7_1_name=\xD1\xCB\xCE\xC9");
@@ -194,18 +194,18 @@ TEST(LayerSelection, NameAffixesMayShareTheirBlank) {
             "Plot_V7=True|Plot_V7_name=A");
 }
 
-TEST(LayerSelection, ANameFieldCanItselfBeALayerField) {
+TEST(LayerSelection, NameFieldCanItselfBeLayerField) {
   EXPECT_EQ(SelectFields("Plot_V7_1_name=B|Plot_V7_1_name_name=A", "LayerName=A"),
             "Plot_V7_1_name=True|Plot_V7_1_name_name=A");
 }
 
-TEST(LayerSelection, PlotAtBothEndsWinsOverALayer) {
+TEST(LayerSelection, PlotAtBothEndsWinsOverLayer) {
   const std::string fields = "Plot_V7_Plot=False|Plot_V7_Plot_name=A";
   EXPECT_EQ(SelectFields(fields, "LayerName=A"), fields);
   EXPECT_EQ(SelectFields(fields, "PlotKey=plot_v7_plot"), "Plot_V7_Plot=True|Plot_V7_Plot_name=A");
 }
 
-TEST(LayerSelection, TheLastOfTwoNamesOfALayerCounts) {
+TEST(LayerSelection, LastOfTwoNamesOfLayerCounts) {
   EXPECT_EQ(SelectFields("Plot_V7_1=x|Plot_V7_1_name=A|Plot_V7_1_name=B", "LayerName=B"),
             "Plot_V7_1=True|Plot_V7_1_name=A|Plot_V7_1_name=B");
   EXPECT_EQ(SelectFields("Plot_V7_1=x|Plot_V7_1_name=A|Plot_V7_1_name=B", "LayerName=A"),
@@ -222,12 +222,12 @@ TEST(LayerSelection, ValuesAreComparedByteByByte) {
                           PlotFieldChange{"PlotAPlot", true}));
 }
 
-TEST(LayerSelection, AFieldIsSplitAtItsFirstEqualsSign) {
+TEST(LayerSelection, FieldsSplitAtFirstEqualsSign) {
   EXPECT_EQ(SelectFields("PlotAPlot=True=x|a=PlotAPlot=True", ""),
             "PlotAPlot=False|a=PlotAPlot=True");
 }
 
-TEST(LayerSelection, AnEmptyManifestSwitchesEveryPlotFieldOff) {
+TEST(LayerSelection, EmptyManifestSwitchesEveryPlotFieldOff) {
   EXPECT_EQ(
       SelectFields("PlotTopPlot=True|Plot_V7_1=True|Plot_V7_1_name=A|Compression_zip=True", ""),
       "PlotTopPlot=False|Plot_V7_1=False|Plot_V7_1_name=A|Compression_zip=True");

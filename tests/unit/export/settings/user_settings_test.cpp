@@ -43,7 +43,7 @@ TEST(ExportCommandLabel, StaysPlainWhenAnyConditionFails) {
   EXPECT_EQ(ExportCommandLabel(settings, IsThere), plain);
 }
 
-TEST(ExportCommandLabel, AsksForTheExecutableOnlyWhenAllElseSpeaksForTheName) {
+TEST(ExportCommandLabel, ChecksTheExecutableLast) {
   std::vector<std::wstring> asked;
   const IsFile note = [&asked](const std::wstring& path) {
     asked.push_back(path);

@@ -21,7 +21,7 @@ std::size_t LooksUntilStable(const Sizes& sizes) {
   return 0;
 }
 
-TEST(SizeWatch, TheSameSizeMustBeSeenFourTimes) {
+TEST(SizeWatch, SameSizeMustBeSeenFourTimes) {
   EXPECT_EQ(LooksUntilStable({7, 7, 7}), 0U);
   EXPECT_EQ(LooksUntilStable({7, 7, 7, 7}), 4U);
   EXPECT_EQ(LooksUntilStable({1, 1, 1, 1}), 4U);
@@ -66,21 +66,21 @@ struct Wait {
   }
 };
 
-TEST(NativeWait, AFileOfFinalSizeTakesFourLooksAndThreeSleeps) {
+TEST(NativeWait, FinalSizeTakesFourLooksThreeSleeps) {
   Wait wait{{42}};
   EXPECT_EQ(wait.Run(), 42U);
   EXPECT_EQ(wait.looks, 4);
   EXPECT_EQ(wait.sleeps, 3);
 }
 
-TEST(NativeWait, AnAbsentFileIsLookedForInEveryRound) {
+TEST(NativeWait, AbsentFileIsPolledInEveryRound) {
   Wait wait{{std::nullopt}};
   EXPECT_EQ(wait.Run(), std::nullopt);
   EXPECT_EQ(wait.looks, kWaitRounds);
   EXPECT_EQ(wait.sleeps, kWaitRounds);
 }
 
-TEST(NativeWait, AFileThatGrowsToTheEndIsNeverComplete) {
+TEST(NativeWait, GrowingFileIsNeverComplete) {
   Wait wait;
   for (std::uint64_t size = 1; size <= 240; ++size) {
     wait.sizes.emplace_back(size);
@@ -100,7 +100,7 @@ TEST(NativeWait, TheLastRoundStillCounts) {
   EXPECT_EQ(late.Run(), std::nullopt);
 }
 
-TEST(NativeWait, AGrowingFileIsReportedWithItsFinalSize) {
+TEST(NativeWait, GrownFileIsReportedWithFinalSize) {
   Wait wait{{std::nullopt, 0, 100, 200, 200, 300}};
   EXPECT_EQ(wait.Run(), 300U);
   EXPECT_EQ(wait.looks, 9);

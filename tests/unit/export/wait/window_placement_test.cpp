@@ -19,19 +19,19 @@ TEST(WindowPlacement, AnOddDifferenceIsHalvedDownwards) {
   EXPECT_EQ(CentredIn({0, 0, 1001, 1001}, {0, 0, 100, 100}), (ScreenPoint{450, 450}));
 }
 
-TEST(WindowPlacement, AWindowWiderThanTheAreaGoesToItsLeftEdge) {
+TEST(WindowPlacement, WiderWindowGoesToTheLeftEdge) {
   EXPECT_EQ(CentredIn({30, 20, 30 + 999, 820}, {0, 0, 1000, 100}), (ScreenPoint{30, 370}));
 }
 
-TEST(WindowPlacement, AWindowTallerThanTheAreaGoesToItsTopEdge) {
+TEST(WindowPlacement, TallerWindowGoesToTheTopEdge) {
   EXPECT_EQ(CentredIn({0, 25, 1000, 825}, {0, 0, 100, 801}), (ScreenPoint{450, 25}));
 }
 
-TEST(WindowPlacement, AWindowOfTheAreasSizeFillsIt) {
+TEST(WindowPlacement, WindowOfAreasSizeFillsIt) {
   EXPECT_EQ(CentredIn({7, 8, 107, 208}, {900, 900, 1000, 1100}), (ScreenPoint{7, 8}));
 }
 
-TEST(WindowPlacement, WhereTheWindowIsNowDoesNotMatter) {
+TEST(WindowPlacement, WhereWindowIsNowDoesNotMatter) {
   for (const std::int32_t shift : {-5000, -1, 0, 1, 5000}) {
     EXPECT_EQ(CentredIn({0, 0, 640, 480}, {shift, -shift, shift + 64, 48 - shift}),
               (ScreenPoint{288, 216}));

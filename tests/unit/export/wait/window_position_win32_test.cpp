@@ -65,7 +65,7 @@ TEST(PositionWindow, CentresTheTargetOnTheReferencesMonitor) {
   ExpectCentred(target, 301, 200, WorkArea(reference.Handle()));
 }
 
-TEST(PositionWindow, WithoutReferenceItUsesTheForegroundOrItself) {
+TEST(PositionWindow, WithoutReferenceItUsesForegroundOrItself) {
   TestWindow closed(50, 60, 400, 300);
   const std::uint64_t closed_number = closed.Number();
   closed.Close();
@@ -76,13 +76,13 @@ TEST(PositionWindow, WithoutReferenceItUsesTheForegroundOrItself) {
   }
 }
 
-TEST(PositionWindow, OnlyTheLow32BitsOfAHandleCount) {
+TEST(PositionWindow, OnlyLow32BitsOfHandleCount) {
   const TestWindow target(3, 5, 300, 200);
   EXPECT_EQ(Position({target.Number() | 0xFFFFFFFF00000000U, 0}), 0);
   ExpectCentred(target, 300, 200, WorkArea(target.Handle()));
 }
 
-TEST(PositionWindow, AWindowLargerThanTheWorkAreaGoesToItsCorner) {
+TEST(PositionWindow, LargerWindowGoesToTheCorner) {
   const RECT area = WorkArea(nullptr);
   const TestWindow target(100, 100, area.right - area.left + 50, area.bottom - area.top + 50);
   EXPECT_EQ(Position({target.Number(), 0}), 0);
@@ -90,7 +90,7 @@ TEST(PositionWindow, AWindowLargerThanTheWorkAreaGoesToItsCorner) {
   EXPECT_EQ(target.Place().top, area.top);
 }
 
-TEST(PositionWindow, AReferenceOutsideEveryMonitorMeansThePrimaryOne) {
+TEST(PositionWindow, ReferenceOutsideEveryMonitorMeansPrimaryOne) {
   const TestWindow reference(-30000, -30000, 400, 300);
   ASSERT_EQ(MonitorFromWindow(reference.Handle(), MONITOR_DEFAULTTONULL), nullptr);
   const TestWindow target(3, 5, 300, 200);
@@ -106,7 +106,7 @@ TEST(PositionWindow, DoesNotShowOrActivate) {
   EXPECT_EQ(GetForegroundWindow(), foreground);
 }
 
-TEST(PositionWindow, ATargetThatIsNoWindowEndsWithTwo) {
+TEST(PositionWindow, InvalidTargetEndsWithTwo) {
   TestWindow closed(3, 5, 300, 200);
   const TestWindow reference(50, 60, 400, 300);
   const std::uint64_t number = closed.Number();
@@ -166,7 +166,7 @@ class ScriptedWindows final : public Desktop {
   std::vector<Moved> moves;
 };
 
-TEST(PositionWindow, MovesOnceIntoTheWorkAreaOfTheReferencesMonitor) {
+TEST(PositionWindow, MovesOnceIntoTheReferencesWorkArea) {
   ScriptedWindows windows;
   EXPECT_EQ(PositionWindow({1, 2}, windows), 0);
   ASSERT_EQ(windows.moves.size(), 1U);
@@ -181,7 +181,7 @@ TEST(PositionWindow, MovesOnceIntoTheWorkAreaOfTheReferencesMonitor) {
   EXPECT_EQ(windows.size_told, sizeof(MONITORINFO));
 }
 
-TEST(PositionWindow, TakesTheForegroundsMonitorAndThenTheTargetsOwn) {
+TEST(PositionWindow, TakesForegroundsMonitorAndThenTargetsOwn) {
   ScriptedWindows windows;
   windows.reference_exists = false;
   EXPECT_EQ(PositionWindow({1, 2}, windows), 0);
@@ -192,7 +192,7 @@ TEST(PositionWindow, TakesTheForegroundsMonitorAndThenTheTargetsOwn) {
   EXPECT_EQ(windows.moves[1].x, 1100 + 300);
 }
 
-TEST(PositionWindow, WhatCannotBeReadEndsWithThreeAndMovesNothing) {
+TEST(PositionWindow, UnreadableWindowEndsWithThree) {
   for (bool ScriptedWindows::*answer :
        {&ScriptedWindows::monitor_exists, &ScriptedWindows::monitor_reads,
         &ScriptedWindows::window_reads}) {
@@ -203,7 +203,7 @@ TEST(PositionWindow, WhatCannotBeReadEndsWithThreeAndMovesNothing) {
   }
 }
 
-TEST(PositionWindow, AWindowThatDoesNotMoveEndsWithFour) {
+TEST(PositionWindow, ImmovableWindowEndsWithFour) {
   ScriptedWindows windows;
   windows.window_moves = false;
   EXPECT_EQ(PositionWindow({1, 2}, windows), 4);

@@ -17,7 +17,7 @@ TEST(ManifestValue, GivesTimeAndDigest) {
   EXPECT_EQ(entry.digest, kDigest);
 }
 
-TEST(ManifestValue, EitherHalfOfTheTimeMayBeZeroButNotBoth) {
+TEST(ManifestValue, OneHalfOfTimeMayBeZero) {
   ManifestEntry entry;
   EXPECT_TRUE(ParseManifestValue(L"00000000:00000001|" + kDigest, entry));
   EXPECT_EQ(entry.time, 1U);
@@ -35,7 +35,7 @@ TEST(ManifestValue, EveryOtherLengthIsRefused) {
   }
 }
 
-TEST(ManifestValue, TimeAndSeparatorsTakeOnlyTheirOwnCharacters) {
+TEST(ManifestValue, TimeAndSeparatorsHaveFixedCharacters) {
   const std::wstring good = L"01DB7A0F:89ABCDE0|" + kDigest;
   for (std::size_t i = 0; i < 18; ++i) {
     for (const wchar_t wrong : {L'a', L'f', L'G', L' ', L'-', L'/', L'@', L'\xFF10'}) {

@@ -24,7 +24,7 @@ TEST(ScriptTemplate, InsertedPathsAreNeverSearched) {
   EXPECT_EQ(FillScriptTemplate("@TEMP@RUNTIME_ROOT@", "_ROOT@", "T"), "@TEMP_ROOT@");
 }
 
-TEST(ScriptTemplate, OverlappingPlaceholdersGoToTheRuntimeDirectoryFirst) {
+TEST(ScriptTemplate, OverlappingPlaceholdersGoToRuntimeDirectoryFirst) {
   EXPECT_EQ(FillScriptTemplate("@RUNTIME_ROOT@TEMP_ROOT@", "R", "T"), "RTEMP_ROOT@");
   EXPECT_EQ(FillScriptTemplate("@TEMP_ROOT@RUNTIME_ROOT@", "R", "T"), "@TEMP_ROOTR");
 }

@@ -68,7 +68,7 @@ TEST(HostVersion, ReadsAsFarAsItParses) {
   }
 }
 
-TEST(InstanceGuid, IsThirtyEightCharactersWithHyphensInTheirPlaces) {
+TEST(InstanceGuid, Has38CharactersWithHyphensInPlace) {
   EXPECT_TRUE(IsInstanceGuid(kGuid));
   EXPECT_TRUE(IsInstanceGuid(kUpperGuid));
   const std::wstring valid = kGuid;
@@ -157,7 +157,7 @@ Match MatchOf(const NameListing& profiles, const NameListing& branches,
   return match;
 }
 
-TEST(InstanceMatch, NameEndsInTheGuidInAnyCase) {
+TEST(InstanceMatch, NameEndsInGuidInAnyCase) {
   const std::wstring name = L"Altium Designer " + std::wstring(kUpperGuid);
   const Match match = MatchOf(Listing({L"Other", name}), Listing({name, L"x"}));
   EXPECT_TRUE(match.found);

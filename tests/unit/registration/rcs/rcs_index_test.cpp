@@ -21,7 +21,7 @@ std::set<std::uint32_t> HashesOf(const std::vector<std::string>& texts, std::uin
   return hashes;
 }
 
-TEST(RcsHash, TextsCraftedForOneSeedCollideForNoOther) {
+TEST(RcsHash, CraftedTextsCollideForOneSeedOnly) {
   const std::vector<std::string> texts = kestrune_tests::CollidingIdentifiers(kKnownSeed, 3000);
   EXPECT_EQ(HashesOf(texts, kKnownSeed).size(), 1U);
   for (const std::uint64_t seed : {std::uint64_t{0}, kKnownSeed + 1, UnforeseeableSeed()}) {
@@ -55,7 +55,7 @@ TEST(RcsHash, TextsThatDifferALittleHashDifferently) {
   EXPECT_EQ(HashesOf(texts, kKnownSeed).size(), texts.size());
 }
 
-TEST(RcsHash, EqualTextsHashEquallyHoweverTheyAreWritten) {
+TEST(RcsHash, EqualTextsHashEqually) {
   for (const std::string text : {"'", "a'b", "''", "long enough for'several words'"}) {
     const std::string quoted = Quote(text);
     const RcsText written(std::string_view(quoted).substr(1, quoted.size() - 2), true);

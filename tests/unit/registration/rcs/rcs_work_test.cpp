@@ -73,14 +73,14 @@ void ExpectLinear(const std::string& text, std::uint64_t ordinary) {
   EXPECT_LE(WorkOn(text) * 1000 / text.size(), 10 * ordinary);
 }
 
-TEST(RcsWork, AnOrdinaryFileTakesAFewStepsAByte) {
+TEST(RcsWork, OrdinaryFileTakesFewStepsByte) {
   const std::uint64_t small = WorkOn(kestrune_tests::RealisticFile(kSize));
   const std::uint64_t large = WorkOn(kestrune_tests::RealisticFile(4 * kSize));
   EXPECT_GT(small, kSize);
   EXPECT_LT(large, 5 * small);
 }
 
-TEST(RcsWork, NoShapeCostsTenTimesAnOrdinaryFile) {
+TEST(RcsWork, NoShapeCostsTenTimesOrdinaryFile) {
   const std::uint64_t ordinary = OrdinaryWork();
   for (const kestrune_tests::RcsShape& shape : kestrune_tests::kRcsShapes) {
     SCOPED_TRACE(shape.name);
@@ -88,7 +88,7 @@ TEST(RcsWork, NoShapeCostsTenTimesAnOrdinaryFile) {
   }
 }
 
-TEST(RcsWork, NoMixtureCostsTenTimesAnOrdinaryFile) {
+TEST(RcsWork, NoMixtureCostsTenTimesOrdinaryFile) {
   const std::uint64_t ordinary = OrdinaryWork();
   for (std::uint64_t seed = 0; seed < 30; ++seed) {
     SCOPED_TRACE(seed);

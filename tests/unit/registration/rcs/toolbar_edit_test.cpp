@@ -97,18 +97,18 @@ TEST(EditRcs, AnEmptyFileBecomesTheButtonAlone) {
   EXPECT_EQ(Install("\xEF\xBB\xBF"), "\xEF\xBB\xBF\r\n" + kButton);
 }
 
-TEST(EditRcs, AFileWithoutAFinalLineBreakGetsOneFirst) {
+TEST(EditRcs, MissingFinalLineBreakIsAdded) {
   EXPECT_EQ(Install("PL a End"), "PL a End\r\n" + kButton);
   EXPECT_EQ(Install("PL a End\r"), "PL a End\r\r\n" + kButton);
 }
 
-TEST(EditRcs, LinesEndAsTheyDoInTheFile) {
+TEST(EditRcs, LinesEndAsTheyDoInFile) {
   EXPECT_EQ(Install("PL a End\n"), WithLineFeeds("PL a End\n" + kButton));
   EXPECT_EQ(Install("PL a End\nPL b End\r\nPL c End\n"),
             "PL a End\nPL b End\r\nPL c End\n" + kButton);
 }
 
-TEST(EditRcs, LineEndsAreReadFromTheTextAfterTheCut) {
+TEST(EditRcs, LineEndsComeFromTheRemainingText) {
   const std::string command =
       "PL x Command='scriptingsystem:runscript' Caption='\r\n' "
       "Params='ProjectName=C:/K/Kestrune.PrjScr|ProcName=Kestrune.pas>"
@@ -117,7 +117,7 @@ TEST(EditRcs, LineEndsAreReadFromTheTextAfterTheCut) {
             WithLineFeeds("\n" + CustomTree("x") + CommandLine("x") + Placement("x")));
 }
 
-TEST(EditRcs, AnExistingCustomTreeReceivesTheLinkBeforeItsEnd) {
+TEST(EditRcs, ExistingCustomTreeReceivesTheLinkLast) {
   const std::string head =
       "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n"
       "    Link _User1 PLID='X' End\r\n";
@@ -137,7 +137,7 @@ TEST(EditRcs, InstallingTwiceIsTheIdentity) {
   }
 }
 
-TEST(EditRcs, AnotherDescriptionOrImageRewritesTheButtonUnderItsIdentifier) {
+TEST(EditRcs, ChangedDescriptionOrImageRewritesTheButton) {
   std::string text = "PL _User7 A=1 End\r\n" + Install("");
   std::string::size_type at;
   while ((at = text.find("PLKestrune")) != std::string::npos) {
@@ -162,7 +162,7 @@ TEST(EditRcs, AnotherDescriptionOrImageRewritesTheButtonUnderItsIdentifier) {
   EXPECT_NE(Install(rewritten, spec).find("PL MyCommand"), std::string::npos);
 }
 
-TEST(EditRcs, ThePathIsComparedWithoutRegardToCaseAndSlashes) {
+TEST(EditRcs, PathsMatchIgnoringCaseAndSlashes) {
   std::string text = Install("");
   const std::string written = "C:\\K\\Kestrune.PrjScr|ProcName=Kestrune.pas>RunKestrune";
   text.replace(text.find(written), written.size(),
@@ -172,7 +172,7 @@ TEST(EditRcs, ThePathIsComparedWithoutRegardToCaseAndSlashes) {
   EXPECT_EQ(Invalid(text, true), L"");
 }
 
-TEST(EditRcs, NonAsciiBytesArePartOfThePathAndKeepTheirCase) {
+TEST(EditRcs, NonAsciiBytesMatchExactly) {
   Spec spec = PlainSpec();
   spec.script_project_path = "C:\\\xCF\xF0\\Kestrune.PrjScr";
   const std::string text = Install("", spec);
@@ -181,7 +181,7 @@ TEST(EditRcs, NonAsciiBytesArePartOfThePathAndKeepTheirCase) {
   EXPECT_EQ(Invalid(text, true, spec), kNotInstalled);
 }
 
-TEST(EditRcs, QuotesInPathsAreDoubledAndFoundAgain) {
+TEST(EditRcs, QuotesInPathsAreDoubled) {
   const Spec spec = kestrune_tests::ExampleSpec();
   const std::string text = Install("", spec);
   EXPECT_NE(text.find("O''Brien"), std::string::npos);
@@ -189,7 +189,7 @@ TEST(EditRcs, QuotesInPathsAreDoubledAndFoundAgain) {
   EXPECT_EQ(Remove(text, spec).find("Kestrune.PrjScr"), std::string::npos);
 }
 
-TEST(EditRcs, IdentifiersInUseGetANumberInTheOrderOfTheRecords) {
+TEST(EditRcs, UsedIdentifiersGetANumber) {
   const std::string text = Install(
       "PL KestruneToolbar End PL PLKestrune End PL PLKestrune_1 End PL PLKestrune_3 End\r\n"
       "Tree t Link KestruneToolbarLink End Link KestruneCommandLink End End\r\n");
@@ -204,7 +204,7 @@ TEST(EditRcs, QuotedIdentifiersAreInUseToo) {
             std::string::npos);
 }
 
-TEST(EditRcs, AKeptCommandIdentifierTakesPartInTheNumbering) {
+TEST(EditRcs, KeptCommandIdentifierTakesPartInNumbering) {
   const std::string text = Install(CommandLine("KestruneToolbar"));
   EXPECT_NE(text.find("PL KestruneToolbar Command"), std::string::npos);
   EXPECT_NE(text.find("Insertion KestruneToolbar_1 TargetID"), std::string::npos);
@@ -217,7 +217,7 @@ TEST(EditRcs, IdentifiersOfCutRecordsAreFreeAgain) {
   EXPECT_EQ(Install(text), "\r\n\r\n\r\n" + kButton);
 }
 
-TEST(EditRcs, TwoCommandsAreReplacedByOneFreshOne) {
+TEST(EditRcs, TwoCommandsAreReplacedByOne) {
   const std::string text = CommandLine("A") + CommandLine("B") +
                            "Tree t\r\n  Link l PLID='A' End\r\n"
                            "  Link m PLID='B' End\r\nEnd\r\n";
@@ -228,28 +228,28 @@ TEST(EditRcs, TwoCommandsAreReplacedByOneFreshOne) {
             std::string::npos);
 }
 
-TEST(EditRcs, LinksToTheCommandAreRemovedWhereverTheUserPutThem) {
+TEST(EditRcs, AllLinksToTheCommandAreRemoved) {
   const std::string text = "Tree Menu\r\n Tree Sub Link mine PLID='PLKestrune' End End\r\nEnd\r\n";
   EXPECT_EQ(Remove(text + kButton),
             "Tree Menu\r\n Tree Sub  End\r\nEnd\r\n"
             "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n    \r\nEnd\r\n\r\n\r\n");
 }
 
-TEST(EditRcs, AnInsertionWithAnotherLinkKeepsItAndLosesOurs) {
+TEST(EditRcs, InsertionWithOtherLinkLosesOnlyOurs) {
   const std::string text = CommandLine() +
                            "Insertion i TargetID='T' Link a PLID='PLKestrune' End "
                            "Link b PLID='Other' End End\r\n";
   EXPECT_EQ(Remove(text), "\r\nInsertion i TargetID='T'  Link b PLID='Other' End End\r\n");
 }
 
-TEST(EditRcs, AnInsertionWithATreeOrWithoutChildrenIsNotOurs) {
+TEST(EditRcs, InsertionWithTreeOrEmptyIsForeign) {
   const std::string text = CommandLine() +
                            "Insertion i Link a PLID='PLKestrune' End Tree t "
                            "Link b PLID='PLKestrune' End End End\r\nInsertion j End\r\n";
   EXPECT_EQ(Remove(text), "\r\nInsertion i  Tree t  End End\r\nInsertion j End\r\n");
 }
 
-TEST(EditRcs, ADeletionOfThePlacedLinkGoesWithTheButton) {
+TEST(EditRcs, DeletionOfPlacedLinkGoesWithButton) {
   const std::string hidden =
       kButton + "Deletion d TargetID='TLPCBToolbar' DeleteID='KestruneToolbarLink' End\r\n";
   EXPECT_EQ(Invalid(hidden, true), kNotInstalled);
@@ -259,7 +259,7 @@ TEST(EditRcs, ADeletionOfThePlacedLinkGoesWithTheButton) {
   EXPECT_EQ(Invalid(again, true), L"");
 }
 
-TEST(EditRcs, ADeletionAtAnotherTargetOrOfAnUnplacedLinkIsForeign) {
+TEST(EditRcs, UnrelatedDeletionIsForeign) {
   const std::string other =
       kButton +
       "Deletion d TargetID='TLOther' DeleteID='KestruneToolbarLink' End\r\n"
@@ -281,7 +281,7 @@ TEST(EditRcs, TargetsAreComparedByteByByte) {
   EXPECT_EQ(Invalid(Install(text), true), L"");
 }
 
-TEST(EditRcs, RemovingFromAFileWithoutTheCommandChangesNothing) {
+TEST(EditRcs, RemovingFromFileWithoutCommandChangesNothing) {
   const std::string text =
       "PL a Command='ScriptingSystem:RunScript' Params='ProjectName=x' End "
       "Link l PLID='PLKestrune' End";
@@ -309,7 +309,7 @@ TEST(EditRcs, InstallingNeedsTargetAndReference) {
   EXPECT_EQ(Refused(kButton, true, spec), kMessage);
 }
 
-TEST(EditRcs, PathsThatCannotStandInACommandAreRefused) {
+TEST(EditRcs, UnsafePathsAreRefused) {
   for (const std::string path : {"", "C:\\a|b", "C:\\a\rb", "C:\\a\nb"}) {
     Spec spec = PlainSpec();
     spec.script_project_path = path;
@@ -336,7 +336,7 @@ TEST(EditRcs, ABarInsideACharacterIsSafe) {
   }
 }
 
-TEST(EditRcs, TheTextIsParsedThenThePathIsCheckedThenTheAnchor) {
+TEST(EditRcs, TextPrecedesPathPrecedesAnchor) {
   Spec spec = PlainSpec();
   spec.script_project_path = "a|b";
   spec.anchor_target.clear();
@@ -350,13 +350,13 @@ TEST(EditRcs, ParseMessagesComeThrough) {
   EXPECT_EQ(Refused("PL a End PL a End", true), L"Duplicate/invalid RCS identifier.");
 }
 
-TEST(EditRcs, ACustomTreeBelowAnotherRecordIsRefused) {
+TEST(EditRcs, CustomTreeBelowAnotherRecordIsRefused) {
   EXPECT_EQ(Refused("Tree x Tree PCBCustom End End\r\n", true),
             L"Duplicate/invalid RCS identifier.");
   EXPECT_EQ(Refused("PL PCBCustom End\r\n", true), L"Duplicate/invalid RCS identifier.");
 }
 
-TEST(EditRcs, AFileThatWouldGrowBeyondTheLimitIsRefused) {
+TEST(EditRcs, FileAboveTheLimitIsRefused) {
   std::string text(kMaxRcsBytes, ' ');
   EXPECT_EQ(Refused(text, true), L"Unsupported RCS size/encoding.");
   EXPECT_EQ(Remove(text), text);
@@ -366,20 +366,20 @@ TEST(EditRcs, AFileThatWouldGrowBeyondTheLimitIsRefused) {
                                                      kButton.begin(), kButton.end(), '\r')));
 }
 
-TEST(EditRcs, AForeignDeletionOrLinkOfTheNewNamesIsRefused) {
+TEST(EditRcs, ForeignUseOfNewNamesIsRefused) {
   EXPECT_EQ(
       Refused("Deletion d TargetID='TLPCBToolbar' DeleteID='KestruneToolbarLink' End\r\n", true),
       kNotInstalled);
   EXPECT_EQ(Refused("Tree PCBCustom Link l PLID='PLKestrune' End End\r\n", true), kNotInstalled);
 }
 
-TEST(EditRcs, ACommandIdentifierThatCannotBeWrittenBareIsRefused) {
+TEST(EditRcs, IdentifierThatNeedsQuotesIsRefused) {
   std::string text = CommandLine("'my command'");
   EXPECT_EQ(Refused(text, true), L"Unexpected RCS child.");
   EXPECT_EQ(Remove(text), "\r\n");
 }
 
-TEST(EditRcs, QuotedTextsOnBothSidesOfACutStaySeparate) {
+TEST(EditRcs, QuotedTextsAroundACutStaySeparate) {
   std::string command = CommandLine();
   command.resize(command.size() - 2);
   EXPECT_EQ(Remove("Tree t A='x'" + command + "'B'='y' End\r\n"), "Tree t A='x' 'B'='y' End\r\n");
@@ -401,7 +401,7 @@ TEST(EditRcs, TheFileGivenIsNeverChanged) {
   EXPECT_EQ(rcs.text(), text);
 }
 
-TEST(EditRcs, ATextThatIsNotValidIsStillGiven) {
+TEST(EditRcs, InvalidTextIsReturned) {
   const std::string text =
       "Deletion d TargetID='TLPCBToolbar' DeleteID='KestruneToolbarLink' End\r\n";
   const kestrune_tests::Edited edited = EditText(text, PlainSpec(), true);
@@ -409,7 +409,7 @@ TEST(EditRcs, ATextThatIsNotValidIsStillGiven) {
   EXPECT_EQ(edited.text, text + kButton);
 }
 
-TEST(EditRcs, ATextThatDoesNotParseIsStillGiven) {
+TEST(EditRcs, UnparsableTextIsReturned) {
   const std::string full(kMaxRcsBytes, ' ');
   const kestrune_tests::Edited edited = EditText(full, PlainSpec(), true);
   EXPECT_FALSE(edited.success);
@@ -449,7 +449,7 @@ TEST(ValidateRcs, LinksElsewhereDoNotCount) {
   EXPECT_EQ(Invalid(kButton + "Link mine PLID='PLKestrune' End\r\n", true), L"");
 }
 
-TEST(ValidateRcs, TheCustomLinkMayStandAtAnyDepth) {
+TEST(ValidateRcs, CustomLinkMayBeAtAnyDepth) {
   EXPECT_EQ(Invalid("Tree x Tree PCBCustom Tree y Link l PLID='PLKestrune' End End End End\r\n" +
                         CommandLine() + Placement(),
                     true),
@@ -460,7 +460,7 @@ TEST(ValidateRcs, TheCustomLinkMayStandAtAnyDepth) {
             kNotInstalled);
 }
 
-TEST(ValidateRcs, ThePlacedLinkMustBeADirectChild) {
+TEST(ValidateRcs, PlacedLinkMustBeDirectChild) {
   const std::string deep =
       "Insertion i TargetID='TLPCBToolbar' RefID0='TBPCB_StandardToolbar760' Tree t "
       "Link l PLID='PLKestrune' End End End\r\n";
@@ -473,7 +473,7 @@ TEST(ValidateRcs, TheReferenceMustMatchToo) {
   EXPECT_EQ(Invalid(kButton, true, spec), kNotInstalled);
 }
 
-TEST(ValidateRcs, OnlyACommandWithTheVeryProjectAndProcedureIsOurs) {
+TEST(ValidateRcs, CommandNeedsExactProjectAndProcedure) {
   const auto replaced = [](const std::string& from, const std::string& to) {
     std::string text = kButton;
     text.replace(text.find(from), from.size(), to);
@@ -529,14 +529,14 @@ TEST(HasAnchor, ABlankMustFollowTheIdentifier) {
   EXPECT_FALSE(HasAnchor("Tree T2 Link i End\nEnd", "T", "i"));
 }
 
-TEST(HasAnchor, OnlyTheFirstToolbarOfThatNameIsTried) {
+TEST(HasAnchor, OnlyTheFirstMatchingToolbarIsTried) {
   const std::string empty = "Tree T \nEnd\n";
   const std::string good = "Tree T \nLink i End\nEnd\n";
   EXPECT_TRUE(HasAnchor(good + empty, "T", "i"));
   EXPECT_FALSE(HasAnchor(empty + good, "T", "i"));
 }
 
-TEST(HasAnchor, TheBlockEndsAtTheNextLineThatBeginsWithEnd) {
+TEST(HasAnchor, BlockEndsAtALineWithEnd) {
   EXPECT_TRUE(HasAnchor("Tree T \n  Tree s \n  Link i End\n  End\nEnd", "T", "i"));
   EXPECT_FALSE(HasAnchor("Tree T \nTree s \nEnd\nLink i End\nEnd", "T", "i"));
   EXPECT_TRUE(HasAnchor("Tree T Link i End\nEndless", "T", "i"));
@@ -545,7 +545,7 @@ TEST(HasAnchor, TheBlockEndsAtTheNextLineThatBeginsWithEnd) {
   EXPECT_FALSE(HasAnchor("Tree T Link i End\nEn", "T", "i"));
 }
 
-TEST(HasAnchor, ABlockThatCannotBeParsedHasNoAnchor) {
+TEST(HasAnchor, UnparsableBlockHasNoAnchor) {
   EXPECT_FALSE(HasAnchor("Tree T Link i A='\nEnd", "T", "i"));
   EXPECT_FALSE(HasAnchor("Tree T Link i End Foo f\nEnd", "T", "i"));
   EXPECT_FALSE(HasAnchor("Tree T Link i End Change c End\nEnd", "T", "i"));
@@ -559,7 +559,7 @@ TEST(HasAnchor, TheItemMustStandThereExactlyOnce) {
   EXPECT_TRUE(HasAnchor("Tree T Tree T End\nEnd", "T", "T"));
 }
 
-TEST(HasAnchor, RecordsBehindAToolbarThatClosedEarlyAreNotInside) {
+TEST(HasAnchor, RecordsAfterTheToolbarsEndAreOutside) {
   EXPECT_FALSE(HasAnchor("Tree T A=1 End Tree i \nEnd", "T", "i"));
 }
 

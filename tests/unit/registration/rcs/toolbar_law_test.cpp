@@ -103,7 +103,7 @@ void ForEachFile(const Check& check) {
   EXPECT_GT(files, 2000);
 }
 
-TEST(ToolbarLaw, EditAgreesWithANaiveEditOnWholeAndBrokenFiles) {
+TEST(ToolbarLaw, EditAgreesWithNaiveEdit) {
   const Spec spec = kestrune_tests::ExampleSpec();
   int successes = 0;
   for (std::uint64_t seed = 0; seed < 4000; ++seed) {
@@ -143,7 +143,7 @@ TEST(ToolbarLaw, InstallKeepsEveryForeignRecord) {
   EXPECT_GT(installed, 1500);
 }
 
-TEST(ToolbarLaw, InstallKeepsEveryForeignByteInItsOrder) {
+TEST(ToolbarLaw, InstallPreservesForeignBytesInOrder) {
   const Spec spec = kestrune_tests::ExampleSpec();
   ForEachFile([&](const std::string& text) {
     const Edited edited = Edit(text, spec, true);
@@ -167,7 +167,7 @@ TEST(ToolbarLaw, InstallingTwiceIsTheIdentity) {
   });
 }
 
-TEST(ToolbarLaw, InstallThenRemoveLeavesForeignRecordsAndAtMostAnEmptyCustomTree) {
+TEST(ToolbarLaw, InstallThenRemovePreservesForeignRecords) {
   const Spec spec = kestrune_tests::ExampleSpec();
   ForEachFile([&](const std::string& text) {
     const Edited installed = Edit(text, spec, true);
@@ -188,7 +188,7 @@ TEST(ToolbarLaw, InstallThenRemoveLeavesForeignRecordsAndAtMostAnEmptyCustomTree
   });
 }
 
-TEST(ToolbarLaw, WhatIsAnsweredAsSuccessParsesStrictlyAndValidates) {
+TEST(ToolbarLaw, SuccessParsesStrictlyAndValidates) {
   const Spec spec = kestrune_tests::ExampleSpec();
   ForEachFile([&](const std::string& text) {
     for (const bool install : {true, false}) {
@@ -282,7 +282,7 @@ TEST(ToolbarLaw, InstallingCommutesWithTheFilesLineEnds) {
   EXPECT_GT(compared, 1000);
 }
 
-TEST(ToolbarLaw, ExtraRecordKindsChangeNothingInOrdinaryFiles) {
+TEST(ToolbarLaw, ExtraKindsChangeNothingInOrdinaryFiles) {
   const Spec spec = kestrune_tests::ExampleSpec();
   ForEachFile([&](const std::string& text) {
     for (const bool install : {true, false}) {
@@ -301,7 +301,7 @@ Spec WithOtherLook(Spec spec) {
   return spec;
 }
 
-TEST(ToolbarLaw, EachReinstallationGrowsTheFileByTheSame) {
+TEST(ToolbarLaw, EachReinstallationGrowsFileBySame) {
   const Spec spec = kestrune_tests::ExampleSpec();
   const Spec other = WithOtherLook(spec);
   int compared = 0;
@@ -381,7 +381,7 @@ TEST(ToolbarLaw, HasAnchorAgreesWithANaiveOne) {
   EXPECT_GT(found, 200);
 }
 
-TEST(ToolbarSamples, InstallAndRemoveOnRealFilesDoExactlyWhatIsDescribed) {
+TEST(ToolbarSamples, InstallAndRemoveWorkOnRealFiles) {
   const auto samples = kestrune_tests::ReadSamples("rcs", ".RCS");
   if (samples.empty()) {
     GTEST_SKIP() << "The real customization files are not here.";
@@ -414,7 +414,7 @@ TEST(ToolbarSamples, InstallAndRemoveOnRealFilesDoExactlyWhatIsDescribed) {
   }
 }
 
-TEST(ToolbarSamples, ARealFileWithACustomTreeReceivesExactlyTheseBytes) {
+TEST(ToolbarSamples, RealCustomTreeReceivesExactBytes) {
   const auto samples = kestrune_tests::ReadSamples("rcs", "DXP-minimal.RCS");
   if (samples.empty()) {
     GTEST_SKIP() << "The real customization files are not here.";

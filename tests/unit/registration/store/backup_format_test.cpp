@@ -17,7 +17,7 @@ TEST(RegistryBackup, AbsentKeyIsACountOfZero) {
   EXPECT_EQ(bytes.size(), 30U);
 }
 
-TEST(RegistryBackup, ValuesStandInReadOrderWithTheirBytesAsStored) {
+TEST(RegistryBackup, ValuesKeepOrderAndBytes) {
   const std::vector<RegistryValue> values = {
       {L"Item1", kRegistryText, TextData(L"A")},
       {L"", 3, {std::byte{0xFF}}},
@@ -38,7 +38,7 @@ TEST(RegistryBackup, ValuesStandInReadOrderWithTheirBytesAsStored) {
             "\x01\0\xFF\xFF\0\0\0\0"s);
 }
 
-TEST(RegistryBackup, LengthsOfMoreThanOneByteAreLittleEndian) {
+TEST(RegistryBackup, LongLengthsAreLittleEndian) {
   const RegistryValue large{L"x", 3, std::vector<std::byte>(0x1'02'03)};
   EXPECT_EQ(RegistryBackup({large}).substr(30, 16),
             "\x04\0\0\0x\0\0\0"

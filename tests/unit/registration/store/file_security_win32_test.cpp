@@ -38,13 +38,13 @@ TEST(FileSecurity, EveryEntryAndTheirOrderCount) {
   EXPECT_FALSE(original.SameDacl(FromText(L"O:BAG:SYD:(D;;FW;;;BG)(A;;FR;;;BA)")));
 }
 
-TEST(FileSecurity, ProtectionFromInheritanceCountsAndTheMarkOfInheritanceDoesNot) {
+TEST(FileSecurity, ProtectionCountsAutoInheritanceDoesNot) {
   const FileSecurity original = FromText(L"O:BAG:SYD:(A;;FA;;;BA)");
   EXPECT_FALSE(original.SameDacl(FromText(L"O:BAG:SYD:P(A;;FA;;;BA)")));
   EXPECT_TRUE(original.SameDacl(FromText(L"O:BAG:SYD:AI(A;;FA;;;BA)")));
 }
 
-TEST(FileSecurity, NoDaclAndAnEmptyDaclAreOpposites) {
+TEST(FileSecurity, NoDaclAndEmptyDaclAreOpposites) {
   EXPECT_FALSE(FromText(L"O:BAG:SY").SameDacl(FromText(L"O:BAG:SYD:")));
   EXPECT_TRUE(FromText(L"O:BAG:SY").SameDacl(FromText(L"O:BAG:SY")));
   EXPECT_TRUE(FromText(L"O:BAG:SYD:").SameDacl(FromText(L"O:BAG:SYD:")));
@@ -63,7 +63,7 @@ class RecordingCalls final : public kestrune::SystemCalls {
   SECURITY_DESCRIPTOR_CONTROL control_ = 0;
 };
 
-TEST(FileSecurity, WritingADaclTouchesNothingElseAndAsksToKeepTheMarkOfInheritance) {
+TEST(FileSecurity, WritingADaclChangesNothingElse) {
   RecordingCalls calls;
   const FileSecurity inherited = FromText(L"O:BAG:SYD:AI(A;;FA;;;BA)");
   const std::vector<std::byte> before = inherited.Bytes();

@@ -118,7 +118,7 @@ class WindowsStoreReplaceTest : public StoreTest {
 
 // Preparing
 
-TEST_F(WindowsStoreReplaceTest, OwnerThatCannotBeSetLeavesTheFileUntouched) {
+TEST_F(WindowsStoreReplaceTest, UnsettableOwnerLeavesTheFileUnchanged) {
   for (const DWORD code : {DWORD{ERROR_INVALID_OWNER}, DWORD{ERROR_INVALID_PRIMARY_GROUP},
                            DWORD{ERROR_PRIVILEGE_NOT_HELD}}) {
     Open();
@@ -134,7 +134,7 @@ TEST_F(WindowsStoreReplaceTest, OwnerThatCannotBeSetLeavesTheFileUntouched) {
   }
 }
 
-TEST_F(WindowsStoreReplaceTest, OwnerOrGroupThatReadsBackDifferentlyLeavesTheFileUntouched) {
+TEST_F(WindowsStoreReplaceTest, OwnerOrGroupMismatchLeavesFileUnchanged) {
   const std::wstring original = SecurityText();
   const std::size_t group = original.find(L"G:");
   const std::size_t dacl = original.find(L"D:");
@@ -153,7 +153,7 @@ TEST_F(WindowsStoreReplaceTest, OwnerOrGroupThatReadsBackDifferentlyLeavesTheFil
   }
 }
 
-TEST_F(WindowsStoreReplaceTest, TemporaryFileThatCannotBeMadeIsNamedByItsStepAndGone) {
+TEST_F(WindowsStoreReplaceTest, FailedReplacementFileNamesItsStep) {
   const struct {
     void (*script)(ScriptedCalls& calls);
     const wchar_t* text;
@@ -194,7 +194,7 @@ const IdentityStep kIdentitySteps[] = {
     {&ScriptedCalls::on_set_group, L"Set replacement group (Win32 1305)"},
 };
 
-TEST_F(WindowsStoreReplaceTest, IdentityThatCannotBeMadeIsNamedByItsStepAndNoFileAppears) {
+TEST_F(WindowsStoreReplaceTest, FailedIdentityNamesItsStep) {
   for (const IdentityStep& step : kIdentitySteps) {
     StartNewScript();
     Open();
@@ -230,7 +230,7 @@ TEST_F(WindowsStoreReplaceTest, IdentityStepsComeInTheirOrder) {
   EXPECT_EQ(order, expected);
 }
 
-TEST_F(WindowsStoreReplaceTest, IdentityOfTheRecoveryFileThatCannotBeMadeBlocksTheRollback) {
+TEST_F(WindowsStoreReplaceTest, FailedRecoveryIdentityBlocksTheRollback) {
   for (const IdentityStep& step : kIdentitySteps) {
     StartNewScript();
     WriteFileBytes(profile.Rcs(), "old text");
@@ -245,7 +245,7 @@ TEST_F(WindowsStoreReplaceTest, IdentityOfTheRecoveryFileThatCannotBeMadeBlocksT
 
 // Committing
 
-TEST_F(WindowsStoreReplaceTest, CommitPutsTheNewTextInPlaceAndLeavesNoWorkingFile) {
+TEST_F(WindowsStoreReplaceTest, CommitReplacesAndLeavesNoWorkingFile) {
   OpenPrepared();
   EXPECT_EQ(Commit(), L"");
   EXPECT_TRUE(store->HasReplacedRcs());
@@ -278,7 +278,7 @@ TEST_F(WindowsStoreReplaceTest, MereTouchSinceOpeningFails) {
   EXPECT_EQ(Rcs(), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, SameSizeAndTimeAgainMakeTheFileTheSameWhateverItsAttributes) {
+TEST_F(WindowsStoreReplaceTest, EqualSizeAndTimeMeanUnchanged) {
   OpenPrepared();
   calls->after_get_attributes = [](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) {
     data.dwFileAttributes |= FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
@@ -286,7 +286,7 @@ TEST_F(WindowsStoreReplaceTest, SameSizeAndTimeAgainMakeTheFileTheSameWhateverIt
   EXPECT_EQ(Commit(), L"");
 }
 
-TEST_F(WindowsStoreReplaceTest, AnotherSizeOrEitherHalfOfAnotherTimeFails) {
+TEST_F(WindowsStoreReplaceTest, OtherSizeOrTimeFails) {
   const std::function<void(WIN32_FILE_ATTRIBUTE_DATA&)> changes[] = {
       [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.nFileSizeHigh; },
       [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.nFileSizeLow; },
@@ -309,7 +309,7 @@ TEST_F(WindowsStoreReplaceTest, FileGoneSinceOpeningNamesTheCode) {
   EXPECT_FALSE(store->HasReplacedRcs());
 }
 
-TEST_F(WindowsStoreReplaceTest, SecurityChangedByAnotherProgramIsNotUndone) {
+TEST_F(WindowsStoreReplaceTest, ForeignSecurityIsNotUndone) {
   OpenPrepared();
   RestrictToOwner(profile.Rcs());
   const FileSecurity changed = RealSecurity();
@@ -320,7 +320,7 @@ TEST_F(WindowsStoreReplaceTest, SecurityChangedByAnotherProgramIsNotUndone) {
   EXPECT_TRUE(RealSecurity() == changed);
 }
 
-TEST_F(WindowsStoreReplaceTest, ReplacementWhoseSecurityChangedIsNotPutInPlace) {
+TEST_F(WindowsStoreReplaceTest, ReplacementWithChangedSecurityIsNotUsed) {
   OpenPrepared();
   RestrictToOwner(Left(L".tmp"));
   EXPECT_EQ(Commit(), L"Replacement security changed before commit (Win32 0)");
@@ -330,7 +330,7 @@ TEST_F(WindowsStoreReplaceTest, ReplacementWhoseSecurityChangedIsNotPutInPlace) 
   EXPECT_FALSE(store->HasReplacedRcs());
 }
 
-TEST_F(WindowsStoreReplaceTest, WriteOfAnotherProgramInTheLastMomentIsPutBack) {
+TEST_F(WindowsStoreReplaceTest, LateForeignWriteIsMovedBack) {
   OpenPrepared();
   calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL&) {
     WriteUnnoticed(profile.Rcs(), "foreign!");
@@ -342,7 +342,7 @@ TEST_F(WindowsStoreReplaceTest, WriteOfAnotherProgramInTheLastMomentIsPutBack) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, WriteInTheLastMomentThatCannotBePutBackIsKept) {
+TEST_F(WindowsStoreReplaceTest, LateForeignWriteIsKeptOtherwise) {
   OpenPrepared();
   calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL&) {
     WriteUnnoticed(profile.Rcs(), "foreign!");
@@ -360,7 +360,7 @@ TEST_F(WindowsStoreReplaceTest, WriteInTheLastMomentThatCannotBePutBackIsKept) {
   EXPECT_EQ(FileBytes(kept), "foreign!");
 }
 
-TEST_F(WindowsStoreReplaceTest, FailedReplacementThatChangedNothingDoesNotCountAsWritten) {
+TEST_F(WindowsStoreReplaceTest, FailureWithoutEffectIsNotReplaced) {
   for (const DWORD code :
        {DWORD{ERROR_UNABLE_TO_REMOVE_REPLACED}, DWORD{ERROR_UNABLE_TO_MOVE_REPLACEMENT}}) {
     OpenPrepared();
@@ -374,7 +374,7 @@ TEST_F(WindowsStoreReplaceTest, FailedReplacementThatChangedNothingDoesNotCountA
   }
 }
 
-TEST_F(WindowsStoreReplaceTest, FileLockedByTheHostIsNotReplaced) {
+TEST_F(WindowsStoreReplaceTest, FileLockedByHostIsNotReplaced) {
   OpenPrepared();
   const kestrune::FileHandle lock(CreateFileW(profile.Rcs().c_str(), GENERIC_READ, FILE_SHARE_READ,
                                               nullptr, OPEN_EXISTING, 0, nullptr));
@@ -385,7 +385,7 @@ TEST_F(WindowsStoreReplaceTest, FileLockedByTheHostIsNotReplaced) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, ReplacementThatStopsHalfWayIsTakenBack) {
+TEST_F(WindowsStoreReplaceTest, HalfReplacementIsUndone) {
   OpenPrepared();
   ReplaceStopsHalfWay();
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
@@ -394,7 +394,7 @@ TEST_F(WindowsStoreReplaceTest, ReplacementThatStopsHalfWayIsTakenBack) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, FileLostHalfWayComesBackFromItsDisplacedName) {
+TEST_F(WindowsStoreReplaceTest, LostFileComesFromTheDisplacedFile) {
   OpenPrepared();
   ReplaceStopsHalfWay();
   calls->on_move = UntilPatienceEnds(
@@ -406,7 +406,7 @@ TEST_F(WindowsStoreReplaceTest, FileLostHalfWayComesBackFromItsDisplacedName) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, FileLostHalfWayWithAnotherProgramsTextComesBackWithIt) {
+TEST_F(WindowsStoreReplaceTest, LostFileComesBackWithForeignText) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
     WriteUnnoticed(profile.Rcs(), "foreign!");
@@ -421,7 +421,7 @@ TEST_F(WindowsStoreReplaceTest, FileLostHalfWayWithAnotherProgramsTextComesBackW
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, FileLostAltogetherComesBackFromTheBackup) {
+TEST_F(WindowsStoreReplaceTest, FileLostAltogetherComesBackFromBackup) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring&, BOOL& answer) {
     DeleteFileW(profile.Rcs().c_str());
@@ -434,7 +434,7 @@ TEST_F(WindowsStoreReplaceTest, FileLostAltogetherComesBackFromTheBackup) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, DisplacedFileIsKeptWhileNothingElseHoldsTheFile) {
+TEST_F(WindowsStoreReplaceTest, OnlyDisplacedFileIsKept) {
   OpenPrepared();
   ReplaceStopsHalfWay();
   calls->on_move = [](const std::wstring&, BOOL& answer) {
@@ -448,7 +448,7 @@ TEST_F(WindowsStoreReplaceTest, DisplacedFileIsKeptWhileNothingElseHoldsTheFile)
   EXPECT_EQ(FileBytes(profile.Rcs() + L".recovery"), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapIsNotOverwrittenEvenIfItIsOurText) {
+TEST_F(WindowsStoreReplaceTest, FileInTheGapIsNotOverwritten) {
   for (const char* text : {"foreign!", "new text"}) {
     WriteFileBytes(profile.Rcs(), "old text");
     OpenPrepared();
@@ -468,7 +468,7 @@ TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapIsNotOverwrittenEven
   }
 }
 
-TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapDuringTheCallCountsAsWritten) {
+TEST_F(WindowsStoreReplaceTest, FileInGapDuringCallIsReplaced) {
   for (const char* text : {"foreign!", "new text"}) {
     WriteFileBytes(profile.Rcs(), "old text");
     OpenPrepared();
@@ -488,7 +488,7 @@ TEST_F(WindowsStoreReplaceTest, FileOfAnotherProgramInTheGapDuringTheCallCountsA
   }
 }
 
-TEST_F(WindowsStoreReplaceTest, SameTextFromAnotherRunIsNotTakenForOurOwn) {
+TEST_F(WindowsStoreReplaceTest, SameTextOfAnotherRunIsForeign) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring&, BOOL& answer) {
     WriteUnnoticed(profile.Rcs(), "new text");
@@ -499,7 +499,7 @@ TEST_F(WindowsStoreReplaceTest, SameTextFromAnotherRunIsNotTakenForOurOwn) {
   EXPECT_EQ(Rcs(), "new text");
 }
 
-TEST_F(WindowsStoreReplaceTest, FailedReplacementWhoseOutcomeCannotBeReadCountsAsWritten) {
+TEST_F(WindowsStoreReplaceTest, UnreadableOutcomeCountsAsReplaced) {
   for (const bool is_unlocked_again : {false, true}) {
     OpenPrepared();
     kestrune::FileHandle lock;
@@ -523,7 +523,7 @@ TEST_F(WindowsStoreReplaceTest, FailedReplacementWhoseOutcomeCannotBeReadCountsA
   }
 }
 
-TEST_F(WindowsStoreReplaceTest, ForeignTextLostHalfWayIsPutBackAndNamed) {
+TEST_F(WindowsStoreReplaceTest, LostForeignTextIsRestoredAndNamed) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
     WriteUnnoticed(profile.Rcs(), "foreign!");
@@ -535,7 +535,7 @@ TEST_F(WindowsStoreReplaceTest, ForeignTextLostHalfWayIsPutBackAndNamed) {
   EXPECT_EQ(Rcs(), "foreign!");
 }
 
-TEST_F(WindowsStoreReplaceTest, ForeignTextThatCannotComeBackIsNotReplacedByTheBackup) {
+TEST_F(WindowsStoreReplaceTest, UnrestorableForeignTextPrecedesTheBackup) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
     WriteUnnoticed(profile.Rcs(), "foreign!");
@@ -553,7 +553,7 @@ TEST_F(WindowsStoreReplaceTest, ForeignTextThatCannotComeBackIsNotReplacedByTheB
   EXPECT_EQ(FileBytes(kept), "foreign!");
 }
 
-TEST_F(WindowsStoreReplaceTest, SecondForeignTextIsNotOverwrittenByTheFirst) {
+TEST_F(WindowsStoreReplaceTest, SecondForeignTextIsNotOverwritten) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
     WriteUnnoticed(profile.Rcs(), "foreign!");
@@ -572,7 +572,7 @@ TEST_F(WindowsStoreReplaceTest, SecondForeignTextIsNotOverwrittenByTheFirst) {
   EXPECT_EQ(FileBytes(kept), "foreign!");
 }
 
-TEST_F(WindowsStoreReplaceTest, SecurityOfAFileThatComesBackFromItsDisplacedNameIsKept) {
+TEST_F(WindowsStoreReplaceTest, DisplacedFileKeepsItsSecurity) {
   OpenPrepared();
   calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
     RestrictToOwner(profile.Rcs());
@@ -591,7 +591,7 @@ TEST_F(WindowsStoreReplaceTest, SecurityOfAFileThatComesBackFromItsDisplacedName
   EXPECT_TRUE(RealSecurity() == foreign);
 }
 
-TEST_F(WindowsStoreReplaceTest, GapIsFilledFromTheDisplacedFileEvenWithADamagedBackup) {
+TEST_F(WindowsStoreReplaceTest, DamagedBackupDoesNotBlockTheGap) {
   OpenPrepared();
   ReplaceStopsHalfWay();
   calls->on_move = UntilPatienceEnds(
@@ -602,7 +602,7 @@ TEST_F(WindowsStoreReplaceTest, GapIsFilledFromTheDisplacedFileEvenWithADamagedB
   EXPECT_EQ(Rcs(), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, FailedReplacementThatWorkedAllTheSameCountsAsWritten) {
+TEST_F(WindowsStoreReplaceTest, FailedCallWithEffectCountsAsReplaced) {
   OpenPrepared();
   calls->on_replace = OnCall(1, [this](const std::wstring& displaced, BOOL& answer) {
     kestrune::SystemCalls real;
@@ -620,7 +620,7 @@ TEST_F(WindowsStoreReplaceTest, FailedReplacementThatWorkedAllTheSameCountsAsWri
 
 // Restoring the exact security
 
-TEST_F(WindowsStoreReplaceTest, DaclThatCannotBeWrittenNamesTheCodeAndCountsAsWritten) {
+TEST_F(WindowsStoreReplaceTest, UnwritableDaclCountsAsReplaced) {
   OpenPrepared();
   calls->on_set_security = [](const std::wstring&, BOOL& answer) {
     return FailWith(ERROR_ACCESS_DENIED, answer);
@@ -630,7 +630,7 @@ TEST_F(WindowsStoreReplaceTest, DaclThatCannotBeWrittenNamesTheCodeAndCountsAsWr
   EXPECT_EQ(FailureText([&] { store->RestoreRcsSecurity(); }), L"Restore exact RCS DACL (Win32 5)");
 }
 
-TEST_F(WindowsStoreReplaceTest, DaclOrOwnerThatReadsBackDifferentlyIsNamed) {
+TEST_F(WindowsStoreReplaceTest, DaclOrOwnerMismatchIsNamed) {
   OpenPrepared();
   const std::wstring original = SecurityText();
   const std::wstring dacl = original.substr(original.find(L"D:"));
@@ -646,7 +646,7 @@ TEST_F(WindowsStoreReplaceTest, DaclOrOwnerThatReadsBackDifferentlyIsNamed) {
             L"RCS owner/group changed; manual recovery required.");
 }
 
-TEST_F(WindowsStoreReplaceTest, DaclThatReadBackDifferentlyIsOurOwnWhenRollingBack) {
+TEST_F(WindowsStoreReplaceTest, MismatchedDaclIsOursInTheRollback) {
   OpenPrepared();
   const std::wstring odd = SecurityText() + L"(A;;FR;;;BG)";
   bool is_odd = false;
@@ -663,7 +663,7 @@ TEST_F(WindowsStoreReplaceTest, DaclThatReadBackDifferentlyIsOurOwnWhenRollingBa
   EXPECT_EQ(Rcs(), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, SecurityThatCouldNotBeReadAfterReplacingIsKnownAllTheSame) {
+TEST_F(WindowsStoreReplaceTest, UnreadableSecurityIsStillKnown) {
   OpenPrepared();
   int refusals = 0;
   calls->on_replace = OnCall(1, [&](const std::wstring&, BOOL&) {
@@ -681,7 +681,7 @@ TEST_F(WindowsStoreReplaceTest, SecurityThatCouldNotBeReadAfterReplacingIsKnownA
 
 // Rolling back
 
-TEST_F(WindowsStoreReplaceTest, RestorationThatStopsHalfWayIsFinishedFromTheRecoveryFile) {
+TEST_F(WindowsStoreReplaceTest, HalfRestorationEndsWithTheRecoveryFile) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   ReplaceStopsHalfWay();
@@ -690,7 +690,7 @@ TEST_F(WindowsStoreReplaceTest, RestorationThatStopsHalfWayIsFinishedFromTheReco
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, RestorationThatStaysHalfWayKeepsEveryWorkingFile) {
+TEST_F(WindowsStoreReplaceTest, StuckRestorationKeepsEveryWorkingFile) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   ReplaceStopsHalfWay();
@@ -705,7 +705,7 @@ TEST_F(WindowsStoreReplaceTest, RestorationThatStaysHalfWayKeepsEveryWorkingFile
   EXPECT_EQ(FileBytes(profile.Rcs() + L".recovery"), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, RecoveryFileThatAnotherRunMakesFirstIsNotCleared) {
+TEST_F(WindowsStoreReplaceTest, RecoveryFileOfAnotherRunIsKept) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   calls->on_create = [this](const std::wstring& path, BOOL&) {
@@ -736,7 +736,7 @@ TEST_F(WindowsStoreReplaceTest, StaleRecoveryFileIsNoObstacle) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, ChangeOfAnotherProgramSinceTheCommitIsNeverRolledBack) {
+TEST_F(WindowsStoreReplaceTest, ForeignChangeIsNeverRolledBack) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   WriteUnnoticed(profile.Rcs(), "foreign!");
@@ -745,7 +745,7 @@ TEST_F(WindowsStoreReplaceTest, ChangeOfAnotherProgramSinceTheCommitIsNeverRolle
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, SecurityOfAnotherProgramSinceTheCommitIsNeverRolledBack) {
+TEST_F(WindowsStoreReplaceTest, ForeignSecurityIsNeverRolledBack) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   RestrictToOwner(profile.Rcs());
@@ -753,7 +753,7 @@ TEST_F(WindowsStoreReplaceTest, SecurityOfAnotherProgramSinceTheCommitIsNeverRol
   EXPECT_EQ(Rcs(), "new text");
 }
 
-TEST_F(WindowsStoreReplaceTest, FileThatAnotherProgramRemovedIsNotBroughtBack) {
+TEST_F(WindowsStoreReplaceTest, FileRemovedByOthersIsNotRestored) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   DeleteFileW(profile.Rcs().c_str());
@@ -761,7 +761,7 @@ TEST_F(WindowsStoreReplaceTest, FileThatAnotherProgramRemovedIsNotBroughtBack) {
   EXPECT_EQ(Rcs(), "<missing>");
 }
 
-TEST_F(WindowsStoreReplaceTest, ChangeWhileTheRecoveryFileIsWrittenStopsTheRollback) {
+TEST_F(WindowsStoreReplaceTest, ChangeWhileWritingRecoveryStopsTheRollback) {
   for (const bool changes_content : {true, false}) {
     WriteFileBytes(profile.Rcs(), "old text");
     OpenPrepared();
@@ -783,7 +783,7 @@ TEST_F(WindowsStoreReplaceTest, ChangeWhileTheRecoveryFileIsWrittenStopsTheRollb
   }
 }
 
-TEST_F(WindowsStoreReplaceTest, ChangeInTheLastMomentOfTheRollbackIsPutBack) {
+TEST_F(WindowsStoreReplaceTest, LateChangeInRollbackIsMovedBack) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   calls->on_replace = [this](const std::wstring&, BOOL&) {
@@ -795,7 +795,7 @@ TEST_F(WindowsStoreReplaceTest, ChangeInTheLastMomentOfTheRollbackIsPutBack) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, OwnerThatTheRecoveryFileCannotHaveStopsTheRollback) {
+TEST_F(WindowsStoreReplaceTest, OwnerMismatchOfRecoveryStopsTheRollback) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   calls->on_create = [](const std::wstring& path, BOOL& answer) {
@@ -818,7 +818,7 @@ TEST_F(WindowsStoreReplaceTest, RestorationThatFailsNamesTheCode) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, RestoredFileThatReadsBackDifferentlyIsNamed) {
+TEST_F(WindowsStoreReplaceTest, MismatchedRestoredFileIsNamed) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   calls->on_set_security = [this](const std::wstring&, BOOL&) {
@@ -828,7 +828,7 @@ TEST_F(WindowsStoreReplaceTest, RestoredFileThatReadsBackDifferentlyIsNamed) {
   EXPECT_EQ(RollBack(), L"Rollback file validation failed.");
 }
 
-TEST_F(WindowsStoreReplaceTest, BackupThatSomebodyChangedIsNotPutInPlace) {
+TEST_F(WindowsStoreReplaceTest, ChangedBackupIsNotRestored) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   WriteFileBytes(Saved(L"DXP.RCS.before"), "damaged");
@@ -842,7 +842,7 @@ TEST_F(WindowsStoreReplaceTest, BackupThatSomebodyChangedIsNotPutInPlace) {
 constexpr DWORD kLockCodes[] = {ERROR_SHARING_VIOLATION, ERROR_ACCESS_DENIED, ERROR_LOCK_VIOLATION,
                                 ERROR_UNABLE_TO_REMOVE_REPLACED, ERROR_UNABLE_TO_MOVE_REPLACEMENT};
 
-TEST_F(WindowsStoreReplaceTest, LockOfAMomentDelaysReplacingAndRestoring) {
+TEST_F(WindowsStoreReplaceTest, LockOfMomentDelaysReplacingAndRestoring) {
   for (const DWORD code : kLockCodes) {
     StartNewScript();
     WriteFileBytes(profile.Rcs(), "old text");
@@ -877,7 +877,7 @@ TEST_F(WindowsStoreReplaceTest, LockThatStaysIsTriedTenTimes) {
   EXPECT_FALSE(store->HasReplacedRcs());
 }
 
-TEST_F(WindowsStoreReplaceTest, RefusalThatIsNoLockIsNotTriedAgain) {
+TEST_F(WindowsStoreReplaceTest, OtherFailuresAreNotRetried) {
   OpenPrepared();
   int tries = 0;
   calls->on_replace = [&](const std::wstring&, BOOL& answer) {
@@ -888,7 +888,7 @@ TEST_F(WindowsStoreReplaceTest, RefusalThatIsNoLockIsNotTriedAgain) {
   EXPECT_EQ(tries, 1);
 }
 
-TEST_F(WindowsStoreReplaceTest, ChangeWhileALockIsWaitedForIsNotOverwritten) {
+TEST_F(WindowsStoreReplaceTest, ChangeDuringRetriesIsNotOverwritten) {
   OpenPrepared();
   calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL& answer) {
     WriteFileBytes(profile.Rcs(), "foreign text");
@@ -899,7 +899,7 @@ TEST_F(WindowsStoreReplaceTest, ChangeWhileALockIsWaitedForIsNotOverwritten) {
   EXPECT_EQ(Rcs(), "foreign text");
 }
 
-TEST_F(WindowsStoreReplaceTest, ReplacementThatWorkedUnderALockIsNotMadeTwice) {
+TEST_F(WindowsStoreReplaceTest, ReplacementWithEffectIsNotRepeated) {
   OpenPrepared();
   int tries = 0;
   calls->on_replace = [&](const std::wstring& displaced, BOOL& answer) {
@@ -919,7 +919,7 @@ TEST_F(WindowsStoreReplaceTest, ReplacementThatWorkedUnderALockIsNotMadeTwice) {
   EXPECT_EQ(Rcs(), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, LockOfAMomentDelaysTheWayBackFromAHalfReplacement) {
+TEST_F(WindowsStoreReplaceTest, SharingViolationDelaysUndoingHalfReplacement) {
   OpenPrepared();
   ReplaceStopsHalfWay();
   calls->on_move = [call = 0](const std::wstring&, BOOL& answer) mutable {
@@ -930,7 +930,7 @@ TEST_F(WindowsStoreReplaceTest, LockOfAMomentDelaysTheWayBackFromAHalfReplacemen
   EXPECT_EQ(Rcs(), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, LockOfAMomentOnTheFreshTemporaryFileIsWaitedFor) {
+TEST_F(WindowsStoreReplaceTest, SharingViolationOnNewFileIsRetried) {
   OpenPrepared();
   calls->before = [call = 0](const SystemCall& now) mutable {
     const bool is_refused = now.name == "Create" && now.path.ends_with(L".tmp") && ++call <= 3;
@@ -942,7 +942,7 @@ TEST_F(WindowsStoreReplaceTest, LockOfAMomentOnTheFreshTemporaryFileIsWaitedFor)
 
 // Changes at the last moment
 
-TEST_F(WindowsStoreReplaceTest, SecurityChangedInTheLastMomentIsPutBack) {
+TEST_F(WindowsStoreReplaceTest, LateSecurityChangeIsMovedBack) {
   OpenPrepared();
   FileSecurity foreign;
   calls->on_replace = OnCall(1, [&](const std::wstring&, BOOL&) {
@@ -957,7 +957,7 @@ TEST_F(WindowsStoreReplaceTest, SecurityChangedInTheLastMomentIsPutBack) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, SecurityChangedInTheLastMomentOfTheRollbackIsPutBack) {
+TEST_F(WindowsStoreReplaceTest, LateSecurityInRollbackIsMovedBack) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   FileSecurity foreign;
@@ -971,7 +971,7 @@ TEST_F(WindowsStoreReplaceTest, SecurityChangedInTheLastMomentOfTheRollbackIsPut
   EXPECT_TRUE(RealSecurity() == foreign);
 }
 
-TEST_F(WindowsStoreReplaceTest, OnlyTheExactSecurityIsOwnOnceItIsRestored) {
+TEST_F(WindowsStoreReplaceTest, OnlyExactSecurityIsOwnAfterRestoring) {
   OpenPrepared();
   const std::wstring odd = SecurityText() + L"(A;;FR;;;BG)";
   bool is_odd = false;
@@ -994,7 +994,7 @@ TEST_F(WindowsStoreReplaceTest, OnlyTheExactSecurityIsOwnOnceItIsRestored) {
   EXPECT_EQ(Rcs(), "new text");
 }
 
-TEST_F(WindowsStoreReplaceTest, DaclThatTheTemporaryFileDoesNotKeepFailsWhilePreparing) {
+TEST_F(WindowsStoreReplaceTest, DaclLossFailsWhilePreparing) {
   Open();
   store->CreateBackups("old text", {});
   const std::wstring odd = SecurityText() + L"(A;;FR;;;BG)";
@@ -1014,7 +1014,7 @@ TEST_F(WindowsStoreReplaceTest, DaclThatTheTemporaryFileDoesNotKeepFailsWhilePre
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, TemporaryFileGoesAlsoWhenAnotherProgramDeletedTheFile) {
+TEST_F(WindowsStoreReplaceTest, ReplacementFileIsDeletedWithoutTheFile) {
   OpenPrepared();
   DeleteFileW(profile.Rcs().c_str());
   EXPECT_EQ(Commit(), L"Recheck profile (Win32 2)");
@@ -1034,7 +1034,7 @@ auto Unreadable(std::wstring_view ending) {
   };
 }
 
-TEST_F(WindowsStoreReplaceTest, DisplacedFileThatCannotBeReadGoesBackAsItIs) {
+TEST_F(WindowsStoreReplaceTest, UnreadableDisplacedFileIsMovedBack) {
   OpenPrepared();
   calls->before = Unreadable(L".old.tmp");
   EXPECT_EQ(Commit(), L"Read displaced RCS (Win32 33)");
@@ -1043,7 +1043,7 @@ TEST_F(WindowsStoreReplaceTest, DisplacedFileThatCannotBeReadGoesBackAsItIs) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, DisplacedFileThatCannotBeReadNorMovedStaysAndIsNamed) {
+TEST_F(WindowsStoreReplaceTest, UnmovableDisplacedFileIsKeptAndNamed) {
   OpenPrepared();
   calls->before = Unreadable(L".old.tmp");
   calls->on_move = [](const std::wstring&, BOOL& answer) {
@@ -1060,7 +1060,7 @@ TEST_F(WindowsStoreReplaceTest, DisplacedFileThatCannotBeReadNorMovedStaysAndIsN
   EXPECT_EQ(FileBytes(kept), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, UndoneFileThatCannotBeReadStaysAndTheOldTextIsRestored) {
+TEST_F(WindowsStoreReplaceTest, UnreadableUndoneFileIsKept) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   calls->before = Unreadable(L".undone.old.tmp");
@@ -1074,7 +1074,7 @@ TEST_F(WindowsStoreReplaceTest, UndoneFileThatCannotBeReadStaysAndTheOldTextIsRe
   EXPECT_EQ(FileBytes(kept), "new text");
 }
 
-TEST_F(WindowsStoreReplaceTest, RefusedMoveOfTheDisplacedFileIsTriedAgainWhenRollingBack) {
+TEST_F(WindowsStoreReplaceTest, FailedMoveIsRetriedByTheRollback) {
   OpenPrepared();
   calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL&) {
     WriteUnnoticed(profile.Rcs(), "foreign!");
@@ -1091,7 +1091,7 @@ TEST_F(WindowsStoreReplaceTest, RefusedMoveOfTheDisplacedFileIsTriedAgainWhenRol
 
 // Obstacles to a rollback
 
-TEST_F(WindowsStoreReplaceTest, NameThatTheCommitLeftBlockedDoesNotBlockTheRollback) {
+TEST_F(WindowsStoreReplaceTest, BlockedDisplacedNameDoesNotBlockRollback) {
   OpenPrepared();
   std::vector<std::wstring> displaced;
   calls->on_replace = [&](const std::wstring& name, BOOL&) {
@@ -1108,7 +1108,7 @@ TEST_F(WindowsStoreReplaceTest, NameThatTheCommitLeftBlockedDoesNotBlockTheRollb
   EXPECT_NE(displaced[0], displaced[1]);
 }
 
-TEST_F(WindowsStoreReplaceTest, RecoveryFileThatCannotBeDeletedDoesNotBlockTheRollback) {
+TEST_F(WindowsStoreReplaceTest, UndeletableRecoveryFileDoesNotBlockRollback) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   const std::wstring recovery = profile.Rcs() + L".recovery";
@@ -1135,7 +1135,7 @@ TEST_F(WindowsStoreReplaceTest, ReadOnlyRecoveryFileGivesWay) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, RestorationThatWorkedDespiteItsFailureIsComplete) {
+TEST_F(WindowsStoreReplaceTest, RestorationWithEffectIsComplete) {
   OpenPrepared();
   ASSERT_EQ(Commit(), L"");
   calls->on_replace = OnCall(1, [this](const std::wstring& displaced, BOOL& answer) {
@@ -1181,7 +1181,7 @@ class WholeTransactionTest : public WindowsStoreReplaceTest {
   std::wstring message;
 };
 
-TEST_F(WholeTransactionTest, FileAndListEndInTheNewState) {
+TEST_F(WholeTransactionTest, FileAndListEndInNewState) {
   EXPECT_TRUE(Run());
   EXPECT_EQ(message, L"Commit validated; file and registry updated.");
   EXPECT_EQ(Rcs(), "new text");
@@ -1191,7 +1191,7 @@ TEST_F(WholeTransactionTest, FileAndListEndInTheNewState) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WholeTransactionTest, SecondRunFindsNothingToDoAndLeavesOnlyItsLog) {
+TEST_F(WholeTransactionTest, SecondRunLeavesOnlyItsLog) {
   ASSERT_TRUE(Run());
   RegistrationChange change;
   Open();
@@ -1218,7 +1218,7 @@ TEST_F(WholeTransactionTest, RegistryFailurePutsFileAndListBack) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WholeTransactionTest, KeyThatStaysClosedLeavesTheListBlockedAndTheFileRestored) {
+TEST_F(WholeTransactionTest, ClosedKeyBlocksListButRestoresFile) {
   calls->on_delete_value = [](LSTATUS& answer) {
     answer = ERROR_ACCESS_DENIED;
     return true;

@@ -63,7 +63,7 @@ bool Identical(const Values& left, const Values& right) {
                     });
 }
 
-TEST(ParseItemName, TakesItemInAnyCaseFollowedByDigits) {
+TEST(ParseItemName, TakesItemInAnyCaseAndDigits) {
   const std::vector<std::pair<std::wstring, std::uint32_t>> names = {{L"Item0", 0},
                                                                      {L"iTEM3", 3},
                                                                      {L"ITEM12", 12},
@@ -80,7 +80,7 @@ TEST(ParseItemName, TakesItemInAnyCaseFollowedByDigits) {
   }
 }
 
-TEST(ParseItemName, OtherNamesAreNoItemsAndNoErrors) {
+TEST(ParseItemName, OtherNamesAreNoItems) {
   for (const std::wstring name : {L"", L"Item", L"Items", L"Item12a", L"Item 1", L"Item-1", L"Ite1",
                                   L"xItem1", L"Item1 ", L"\x0131tem1", L"\x0130tem1", L"Item\x0661",
                                   L"Item\xFF11", L"1Item", L"ItemsCount", L"Item1000010x"}) {
@@ -91,7 +91,7 @@ TEST(ParseItemName, OtherNamesAreNoItemsAndNoErrors) {
   }
 }
 
-TEST(ParseItemName, ADigitBehindANumberAboveAHundredThousandIsTooMuch) {
+TEST(ParseItemName, DigitAfter100000IsTooMuch) {
   for (const std::wstring name : {L"Item1000010", L"Item1000011", L"Item9999999",
                                   L"Item00001000010", L"Item99999999999999"}) {
     std::optional<std::uint32_t> index;
@@ -152,14 +152,14 @@ TEST(PlanGlobalProjects, AnAbsentKeyPlansOneEntry) {
   EXPECT_TRUE(Planned({}, false).empty());
 }
 
-TEST(PlanGlobalProjects, EntriesAreNumberedDenselyEvenWhenNothingElseChanges) {
+TEST(PlanGlobalProjects, EntriesAreAlwaysNumberedDensely) {
   const Values values = {Text(L"Item9", L"nine"), Text(L"Item2", L"two"), Text(L"Item5", kProject)};
   EXPECT_TRUE(Identical(Planned(values, true), {Text(L"Item0", L"two"), Text(L"Item1", kProject),
                                                 Text(L"Item2", L"nine")}));
   EXPECT_TRUE(Identical(Planned(values, false), {Text(L"Item0", L"two"), Text(L"Item1", L"nine")}));
 }
 
-TEST(PlanGlobalProjects, OrderIsThatOfTheNumbersNotOfTheirSpelling) {
+TEST(PlanGlobalProjects, OrderIsNumeric) {
   const Values values = {Text(L"Item10", L"ten"), Text(L"ITEM009", L"nine"),
                          Text(L"Item100", L"hundred")};
   EXPECT_TRUE(
@@ -167,25 +167,25 @@ TEST(PlanGlobalProjects, OrderIsThatOfTheNumbersNotOfTheirSpelling) {
                                         Text(L"Item2", L"hundred"), Text(L"Item3", kProject)}));
 }
 
-TEST(PlanGlobalProjects, AMatchIsKeptAsItIsWritten) {
+TEST(PlanGlobalProjects, MatchIsKeptAsItIsWritten) {
   const Values values = {Text(L"Item0", L"c:/kestrune/RUNTIME\\kestrune.prjscr")};
   EXPECT_TRUE(Identical(Planned(values, true), values));
   EXPECT_TRUE(Planned(values, false).empty());
 }
 
-TEST(PlanGlobalProjects, ThePathGivenIsNormalisedForTheComparisonOnly) {
+TEST(PlanGlobalProjects, PathGivenIsNormalisedForComparisonOnly) {
   const std::wstring slashes = L"C:/Kestrune/Runtime/Kestrune.PrjScr";
   EXPECT_TRUE(Identical(Planned({}, true, slashes), {Text(L"Item0", slashes)}));
   EXPECT_TRUE(
       Identical(Planned({Text(L"Item0", kProject)}, true, slashes), {Text(L"Item0", kProject)}));
 }
 
-TEST(PlanGlobalProjects, LettersBeyondAsciiMatchWithoutRegardToCase) {
+TEST(PlanGlobalProjects, NonAsciiLettersMatchIgnoringCase) {
   const Values values = {Text(L"Item0", L"C:\\\x0436\x00E4\\k.PrjScr")};
   EXPECT_TRUE(Identical(Planned(values, true, L"c:\\\x0416\x00C4\\K.prjscr"), values));
 }
 
-TEST(PlanGlobalProjects, InstallingKeepsTheFirstMatchAndRemovingDropsAll) {
+TEST(PlanGlobalProjects, InstallKeepsFirstMatchRemoveDropsAll) {
   const Values values = {Text(L"Item7", L"C:/KESTRUNE/Runtime/Kestrune.PrjScr"),
                          Text(L"Item3", kProject), Text(L"Item5", L"other")};
   EXPECT_TRUE(
@@ -193,7 +193,7 @@ TEST(PlanGlobalProjects, InstallingKeepsTheFirstMatchAndRemovingDropsAll) {
   EXPECT_TRUE(Identical(Planned(values, false), {Text(L"Item0", L"other")}));
 }
 
-TEST(PlanGlobalProjects, OtherValuesComeFirstInReadOrderAndUntouched) {
+TEST(PlanGlobalProjects, OtherValuesComeFirstUnchanged) {
   const Values values = {Raw(L"Zeta", kBinary, {1, 2, 3}), Text(L"Item1", L"one"),
                          Raw(L"", kNumber, {1}),           Raw(L"Items", kExpandText, {65}),
                          Raw(L"Item", kRegistryText, {}),  Text(L"Item12a", L"x")};
@@ -206,7 +206,7 @@ TEST(PlanGlobalProjects, AnEmptyEntryIsKept) {
   EXPECT_TRUE(Identical(Planned({Text(L"Item0", L"")}, false), {Text(L"Item0", L"")}));
 }
 
-TEST(PlanGlobalProjects, TwoNamesThatDifferInCaseOnlyAreRefused) {
+TEST(PlanGlobalProjects, NamesEqualIgnoringCaseAreRefused) {
   constexpr std::wstring_view kMessage = L"Duplicate registry value name.";
   EXPECT_EQ(Refused({Text(L"Item1", L""), Text(L"item1", L"")}), kMessage);
   EXPECT_EQ(Refused({Text(L"a", L""), Text(L"b", L""), Text(L"A", L"")}), kMessage);
@@ -221,7 +221,7 @@ TEST(PlanGlobalProjects, TwoSpellingsOfOneNumberAreRefused) {
             L"Ambiguous numeric ItemN.");
 }
 
-TEST(PlanGlobalProjects, DuplicateNamesComeFirstThenNumbersInReadOrderThenTextsInNumberOrder) {
+TEST(PlanGlobalProjects, ErrorsHaveAFixedOrder) {
   const RegistryValue bad_type = Raw(L"Item2", kNumber, {1, 0, 0, 0});
   const RegistryValue embedded = Raw(L"Item1", kRegistryText, {0, 0, 0, 0});
   const RegistryValue large = Text(L"Item1000010", L"");
@@ -251,7 +251,7 @@ TEST(PlanGlobalProjects, AHundredThousandValuesArePlanned) {
   EXPECT_EQ(plan[100000].data, TextData(kProject));
 }
 
-TEST(SameValues, LeavesOrderAndCaseOfNamesOutOfAccount) {
+TEST(SameValues, IgnoresOrderAndCaseOfNames) {
   const Values values = {Text(L"Item0", L"a"), Text(L"Other", L"b"), Text(L"", L"c")};
   Values other = {Text(L"", L"c"), Text(L"item0", L"a"), Text(L"OTHER", L"b")};
   EXPECT_TRUE(SameValues(values, other));
@@ -373,7 +373,7 @@ TEST(PlanLaw, APlanIsAFixedPoint) {
   });
 }
 
-TEST(PlanLaw, PlanThenApplyEqualsThePlanInWhateverOrderTheKeyIsRead) {
+TEST(PlanLaw, ApplyingGivesThePlanInAnyOrder) {
   ForEachPlan([](ListGenerator& generator, const Values& values, bool install, const Values& plan) {
     Values key = Applied(values, plan);
     generator.Shuffle(key);
@@ -382,7 +382,7 @@ TEST(PlanLaw, PlanThenApplyEqualsThePlanInWhateverOrderTheKeyIsRead) {
   });
 }
 
-TEST(PlanLaw, ThePlanDependsOnTheValuesNotOnTheirOrder) {
+TEST(PlanLaw, PlanIsIndependentOfOrder) {
   ForEachPlan([](ListGenerator& generator, const Values& values, bool install, const Values& plan) {
     Values shuffled = values;
     generator.Shuffle(shuffled);
@@ -398,13 +398,13 @@ TEST(PlanLaw, InstallThenRemoveLeavesTheForeignEntries) {
   });
 }
 
-TEST(PlanLaw, TheProjectStandsOnceAfterInstallAndNeverAfterRemoval) {
+TEST(PlanLaw, ProjectIsListedOnceOrNever) {
   ForEachPlan([](ListGenerator&, const Values&, bool install, const Values& plan) {
     EXPECT_EQ(ProjectEntries(plan, kProject), install ? 1U : 0U);
   });
 }
 
-TEST(PlanLaw, EntriesAreNamedWithoutGapsFromItemZero) {
+TEST(PlanLaw, EntriesHaveNoGaps) {
   ForEachPlan([](ListGenerator&, const Values&, bool, const Values& plan) {
     std::size_t entries = 0;
     for (const RegistryValue& value : plan) {
@@ -418,7 +418,7 @@ TEST(PlanLaw, EntriesAreNamedWithoutGapsFromItemZero) {
   });
 }
 
-TEST(PlanLaw, WhatIsNoEntryKeepsNameTypeAndData) {
+TEST(PlanLaw, OtherValuesKeepNameTypeAndData) {
   ForEachPlan([](ListGenerator&, const Values& values, bool, const Values& plan) {
     const auto others = [](const Values& list) {
       Values found;

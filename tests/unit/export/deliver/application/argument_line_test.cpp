@@ -37,13 +37,13 @@ TEST(ReplacePlaceholders, OnlyTheExactSpellingCounts) {
   EXPECT_EQ(ReplacePlaceholders(L"%%ODBPP_NAME%%", kZip), L"%Main.zip%");
 }
 
-TEST(ReplacePlaceholders, AFolderKeepsItsSeparatorOnlyAtADriveRoot) {
+TEST(ReplacePlaceholders, FolderKeepsSeparatorOnlyAtDriveRoot) {
   EXPECT_EQ(ReplacePlaceholders(L"%ODBPP_DIR%", L"C:\\Main.zip"), L"C:\\");
   EXPECT_EQ(ReplacePlaceholders(L"%ODBPP_DIR%", L"\\\\server\\share\\Main.zip"),
             L"\\\\server\\share");
 }
 
-TEST(ReplacePlaceholders, AValueThatHoldsAPlaceholderIsNeverExpanded) {
+TEST(ReplacePlaceholders, ValueThatHoldsPlaceholderIsNeverExpanded) {
   EXPECT_EQ(ReplacePlaceholders(L"%ODBPP%", L"C:\\%BRIDGE_CAD%\\%ODBPP_NAME%"),
             L"C:\\%BRIDGE_CAD%\\%ODBPP_NAME%");
 }
@@ -53,12 +53,12 @@ TEST(ReplacePlaceholders, NoPlaceholderFormsAcrossAnInsertedValue) {
   EXPECT_EQ(ReplacePlaceholders(L"%ODBPP_NAME%CAD%", L"C:\\%BRIDGE_"), L"%BRIDGE_CAD%");
 }
 
-TEST(ReplacePlaceholders, KindsAreReplacedInTheirOrderNotFromLeftToRight) {
+TEST(ReplacePlaceholders, KindsAreReplacedInTheirOrder) {
   // Replaced from the left, %BRIDGE_CAD% would come first and leave "ODBPP%".
   EXPECT_EQ(ReplacePlaceholders(L"%BRIDGE_CAD%ODBPP%", kZip), std::wstring(L"%BRIDGE_CAD") + kZip);
 }
 
-TEST(HasToken, CountsAtTheStartAndBehindAnyBlankWithoutCase) {
+TEST(HasToken, CountsAtStartOrAfterBlank) {
   EXPECT_TRUE(HasToken(L"-bridge:x", L"-bridge:"));
   EXPECT_TRUE(HasToken(L"-BRIDGE:", L"-bridge:"));
   for (const wchar_t blank : {L' ', L'\t', L'\n', L'\v', L'\f', L'\r'}) {
@@ -76,7 +76,7 @@ TEST(HasToken, DoesNotCountBehindAnythingElse) {
   EXPECT_FALSE(HasToken(L"-bridge-version:1", L"-bridge:"));
 }
 
-TEST(WithIdentityTokens, AnEmptyLineBecomesExactlyTheTwoTokens) {
+TEST(WithIdentityTokens, EmptyLineBecomesExactlyTwoTokens) {
   EXPECT_EQ(WithIdentityTokens(L""), kBothTokens);
 }
 
@@ -112,7 +112,7 @@ TEST(WithSpaceToken, ComesBehindTheLine) {
   EXPECT_EQ(WithSpaceToken(L"a b", 10000), L"a b -space:1mil");
 }
 
-TEST(WithSpaceToken, AddsNothingForNoSpaceOrATokenThatIsThere) {
+TEST(WithSpaceToken, AddsNothingForZeroOrPresentToken) {
   EXPECT_EQ(WithSpaceToken(L"a", std::nullopt), L"a");
   EXPECT_EQ(WithSpaceToken(L"a", 0), L"a");
   EXPECT_EQ(WithSpaceToken(L"a", -10000), L"a");
@@ -120,14 +120,14 @@ TEST(WithSpaceToken, AddsNothingForNoSpaceOrATokenThatIsThere) {
   EXPECT_EQ(WithSpaceToken(L"a-space:2mil", 10000), L"a-space:2mil -space:1mil");
 }
 
-TEST(BuildArgumentLine, APlainTemplateGetsTokensInFrontAndSpacingBehind) {
+TEST(BuildArgumentLine, TemplateIsFramedByTokensAndSpacing) {
   EXPECT_EQ(BuildArgumentLine(L"%ODBPP%", kZip, std::nullopt),
             std::wstring(kBothTokens) + L" C:\\Out\\Main.zip");
   EXPECT_EQ(BuildArgumentLine(L"", kZip, std::nullopt), kBothTokens);
   EXPECT_EQ(BuildArgumentLine(L"", kZip, 12345), std::wstring(kBothTokens) + L" -space:1.2345mil");
 }
 
-TEST(BuildArgumentLine, TokensAreLookedForInTheReplacedLine) {
+TEST(BuildArgumentLine, TokensAreLookedForInReplacedLine) {
   EXPECT_EQ(BuildArgumentLine(L"%ODBPP_NAME%", L"C:\\a -bridge:b", std::nullopt),
             L"-bridge-version:\"0.2.3\" a -bridge:b");
 }
@@ -145,7 +145,7 @@ TEST(QuoteCommandLineArgument, QuotesBlanksAndQuotes) {
   EXPECT_EQ(QuoteCommandLineArgument(L"C:\\a b\\c.exe"), L"\"C:\\a b\\c.exe\"");
 }
 
-TEST(QuoteCommandLineArgument, DoublesBackslashesBeforeAQuoteAndTheEnd) {
+TEST(QuoteCommandLineArgument, DoublesBackslashesBeforeQuoteAndEnd) {
   EXPECT_EQ(QuoteCommandLineArgument(L"a b\\"), L"\"a b\\\\\"");
   EXPECT_EQ(QuoteCommandLineArgument(L"a b\\\\"), L"\"a b\\\\\\\\\"");
   EXPECT_EQ(QuoteCommandLineArgument(L"a\\\"b"), L"\"a\\\\\\\"b\"");

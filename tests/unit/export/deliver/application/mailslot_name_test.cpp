@@ -31,7 +31,7 @@ TEST(ListenerProcessId, ThereIsNoneInAnyOtherName) {
   EXPECT_EQ(ListenerProcessId(L" TAVORIN.Kestrune.1234"), 0U);
 }
 
-TEST(IsMailslotName, TakesThePrefixAndDigitsOfAnyNumber) {
+TEST(IsMailslotName, TakesPrefixAndDigitsOfAnyNumber) {
   EXPECT_TRUE(IsMailslotName(Name(L"1")));
   EXPECT_TRUE(IsMailslotName(Name(L"0")));
   EXPECT_TRUE(IsMailslotName(Name(L"4294967295")));
@@ -46,14 +46,14 @@ TEST(IsMailslotName, RefusesEverythingElse) {
   }
 }
 
-TEST(IsMailslotName, ADigitIsWhatTheLibraryTakesForOne) {
+TEST(IsMailslotName, DigitIsWhatLibraryTakesForOne) {
   for (wchar_t c = 1; c < 0xFFFF; ++c) {
     ASSERT_EQ(IsMailslotName(Name(std::wstring(1, c))),
               std::iswdigit(static_cast<std::wint_t>(c)) != 0);
   }
 }
 
-TEST(MailslotName, EveryNameWithAProcessIsASendableName) {
+TEST(MailslotName, EveryNameWithProcessIsSendableName) {
   for (const wchar_t* number : {L"1", L"77", L"4294967294", L"00012"}) {
     EXPECT_NE(ListenerProcessId(Name(number)), 0U);
     EXPECT_TRUE(IsMailslotName(Name(number)));

@@ -84,7 +84,7 @@ std::vector<std::string> SampleContents() {
   return contents;
 }
 
-TEST(InflateAgainstZlib, EveryEntryOfTheSamplesIsTheSame) {
+TEST(InflateAgainstZlib, EveryEntryOfSamplesIsSame) {
   std::size_t entries = 0;
   for (const kestrune_tests::Sample& sample : kestrune_tests::ReadSamples("odb", ".zip")) {
     const ByteSource archive = ByteSourceOf(sample.bytes);

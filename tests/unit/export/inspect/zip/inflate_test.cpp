@@ -70,7 +70,7 @@ TEST(Inflate, NothingMoreThanTheLimitComesOut) {
   EXPECT_EQ(InflateRefusal(DeflateWithoutPacking("abc"), 2), kTooLarge);
 }
 
-TEST(Inflate, ACutStreamIsRefusedAtEveryLength) {
+TEST(Inflate, CutStreamIsRefusedAtEveryLength) {
   for (const std::string& whole : {FixedBlock(), DynamicBlock(), DeflateWithoutPacking("abc")}) {
     for (std::size_t size = 0; size < whole.size(); ++size) {
       EXPECT_EQ(InflateRefusal(whole.substr(0, size)), kTooShort) << size;

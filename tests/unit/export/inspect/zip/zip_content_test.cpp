@@ -37,7 +37,7 @@ TEST(ZipContent, StoredAndDeflatedFilesAreRead) {
   EXPECT_EQ(FirstContent(BuildZip({{"a", "", 0}})), "");
 }
 
-TEST(ZipContent, ALocalHeaderMayHaveAnExtraField) {
+TEST(ZipContent, LocalHeaderMayHaveExtraField) {
   std::string bytes = BuildZip({{"a", "12345hello", 0}});
   // The content's first five bytes become the extra field of a file of five bytes less.
   bytes[28] = 5;
@@ -93,7 +93,7 @@ TEST(ZipContent, SizesMayFollowTheData) {
   EXPECT_EQ(FirstContent(bytes), "hello");
 }
 
-TEST(ZipContent, ALocalExtraFieldCannotReachTheDirectory) {
+TEST(ZipContent, LocalExtraFieldCannotReachDirectory) {
   std::string bytes = BuildZip({{"a", "hello"}});
   bytes[28] = 1;
   EXPECT_EQ(RefusalOf([&] { FirstContent(bytes); }),

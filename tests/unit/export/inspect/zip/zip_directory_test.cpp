@@ -58,7 +58,7 @@ TEST(ZipDirectory, ACommentMayFollow) {
   EXPECT_EQ(EntriesOf(BuildZip(kTwoParts, {std::string(0xFFFF, 'x')})).size(), 2U);
 }
 
-TEST(ZipDirectory, ACutArchiveIsRefusedAtEveryLength) {
+TEST(ZipDirectory, CutArchiveIsRefusedAtEveryLength) {
   const std::string whole = BuildZip(kTwoParts, {"comment"});
   for (std::size_t size = 0; size < whole.size(); ++size) {
     EXPECT_EQ(ZipRefusal(whole.substr(0, size)), kNoEnd) << size;
@@ -173,7 +173,7 @@ TEST(ZipDirectory, TwoEntriesOfOneNameAreRefused) {
   EXPECT_EQ(ZipRefusal(BuildZip({{"a/b", "1"}, {"c", "2"}, {"A\\B", "3"}})), kSameName);
 }
 
-TEST(ZipDirectory, ADirectoryOfManyPiecesIsReadWhole) {
+TEST(ZipDirectory, DirectoryOfManyPiecesIsReadWhole) {
   std::vector<ZipPart> parts;
   for (int i = 0; i < 5000; ++i) {
     parts.push_back({std::to_string(i) + std::string(static_cast<std::size_t>(i) % 97, 'x'), ""});
