@@ -7,7 +7,7 @@ foreach(folder common entry export install registration)
     if(source MATCHES "/entry/main_win32\\.cpp$")
       continue()
     elseif(source MATCHES "/common/ordinal_win32\\.cpp$")
-      # The one question that the core leaves to the system; native builds link a stand-in.
+      # The core's only call to the system; native builds link a stand-in.
       if(WIN32)
         list(APPEND KESTRUNE_CORE_SOURCES ${source})
       endif()

@@ -1,7 +1,7 @@
 # Shared by the scripts in this folder: places, messages, the private Wine.
 set -euo pipefail
 
-# The same order, numbers and upper-case letters for everybody; makensis does not work in Turkish.
+# The same order, numbers and upper-case letters in every locale; makensis does not work in Turkish.
 export LC_ALL=C.UTF-8
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -9,7 +9,7 @@ cache=${KESTRUNE_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/kestrune}
 wine_root=$cache/wine-root
 prefix_template=$cache/prefix-template
 
-# Real host files that some tests read, where they are present. They lie beside the project.
+# Real host files that some tests read, where they are present. They are beside the project.
 export KESTRUNE_SAMPLES=${KESTRUNE_SAMPLES:-$(dirname "$project")/shared/samples}
 
 say() { printf '%s\n' "$*" >&2; }
@@ -32,7 +32,7 @@ allow_only() {
   esac
 }
 
-# step TEXT COMMAND...: runs the command, says how long it took, and shows its output only when it
+# step TEXT COMMAND...: runs the command, prints its duration, and shows its output only when it
 # fails (or when KESTRUNE_VERBOSE is set).
 step() {
   local text=$1 log begin
@@ -57,14 +57,14 @@ step() {
   fi
 }
 
-# The machine's own Wine counts only when it can run 32-bit programs.
+# The machine's own Wine is used only if it can run 32-bit programs.
 own_wine() {
   command -v wine >/dev/null 2>&1 && [ -e "$(dirname "$(readlink -f "$(command -v wine)")")/../lib/wine/i386-windows/kernel32.dll" ]
 }
 
 # in_wine_root COMMAND...: runs a command where Wine is installed. Every call shares one temporary
-# directory, for there the Wine server keeps the socket by which processes of a prefix find it. None has the
-# powers of root: without them Wine honours read-only files and folders.
+# directory, where the Wine server has the socket for the processes of a prefix. None has the
+# capabilities of root: without them Wine honours read-only files and folders.
 in_wine_root() {
   if own_wine; then
     [ "$(id -u)" != 0 ] || set -- setpriv --bounding-set=-all --inh-caps=-all -- "$@"
@@ -88,7 +88,7 @@ wine_environment() {
   export WINEPREFIX=${KESTRUNE_PREFIX:-$project/build/wine/prefix}
   export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
   export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe="
-  # A clock apart from UTC, or no test could tell which of the two a time was taken from.
+  # A clock different from UTC, so that tests can distinguish local time and UTC.
   export TZ=KST-5:45
 }
 
@@ -122,7 +122,7 @@ stop_wine() {
   stop_display
 }
 
-# make_prefix: $WINEPREFIX as a copy of one fresh prefix that is made once.
+# make_prefix: creates $WINEPREFIX as a copy of a fresh prefix, which is made once.
 make_prefix() {
   [ -e "$WINEPREFIX/system.reg" ] && return
   (
@@ -142,7 +142,7 @@ make_prefix() {
   cp -a --reflink=auto "$prefix_template" "$WINEPREFIX"
 }
 
-# make_pretty: lets the windows of the prefix be photographed. Without a window manager Wine draws the frames
+# make_pretty: prepares the windows of the prefix for screenshots. Without a window manager Wine draws the frames
 # itself, so that windows have their titles; the sign in a close box is a letter of the font Marlett.
 make_pretty() {
   mkdir -p "$WINEPREFIX/drive_c/windows/Fonts"
@@ -150,8 +150,8 @@ make_pretty() {
   in_wine_root wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null 2>&1
 }
 
-# npm_modules FOLDER: prints where the libraries pinned by FOLDER's package-lock.json lie in the cache,
-# after fetching them where they are not there yet.
+# npm_modules FOLDER: prints the cache folder of the libraries pinned by FOLDER's package-lock.json,
+# after fetching them if they are absent.
 npm_modules() {
   local modules
   modules=$cache/npm-$(cat "$1/package.json" "$1/package-lock.json" | sha256sum | cut -c1-16)

@@ -126,12 +126,12 @@ def check_headers(image):
     check("there are relocations, without which nothing is randomised", image.relocations() > 1000,
           image.relocations())
     check("symbols were stripped", image.u32(image.header + 12) == 0)
-    check("no time of building stands in the file", image.u32(image.header + 8) == 0,
+    check("the file contains no build time", image.u32(image.header + 8) == 0,
           image.u32(image.header + 8))
     writable_code = [s[0] for s in image.sections if s[5] & 0x20000000 and s[5] & 0x80000000]
     check("no section is both code and writable", not writable_code, writable_code)
     check("nothing is exported", image.directory(0)[1] == 0)
-    check("nothing is loaded later behind the import list", image.directory(13)[1] == 0)
+    check("nothing is loaded later besides the import list", image.directory(13)[1] == 0)
 
 
 def check_imports(image):
@@ -147,7 +147,7 @@ def check_imports(image):
 
 def check_manifest(manifest):
     text = manifest.decode("utf-8")
-    check("the manifest asks for the caller's rights",
+    check("the manifest requests the caller's rights",
           re.search(r'<requestedExecutionLevel\s+level="asInvoker"\s+uiAccess="false"', text))
     check("the manifest knows Windows 10", "8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a" in text)
     check("the manifest is aware of each monitor's resolution",
@@ -186,20 +186,20 @@ def check_resources(image):
 
 
 def check_strings(data, folders):
-    """No folder of the builder's stands in the data, be it in bytes or in UTF-16."""
+    """The data contains no folder of the build machine, neither in bytes nor in UTF-16."""
     for folder in folders:
-        check(f"the folder {folder} does not stand in the file",
+        check(f"the file does not contain the folder {folder}",
               os.fsencode(folder) not in data and folder.encode("utf-16-le") not in data)
     narrowed = data.replace(b"\0", b"")
     for pattern in (rb"/home/[a-z]", rb"[A-Z]:\\(work|build|src)\\", rb"[a-z0-9_]+_win32\.cpp",
                     rb"\.pdb(\0|$)"):
         found = re.search(pattern, data) or re.search(pattern, narrowed)
-        check(f"{pattern.decode()} does not stand in the file", not found,
+        check(f"the file does not contain {pattern.decode()}", not found,
               found.group(0) if found else "")
 
 
 def unpacked_setup(data):
-    """What a setup program carries: one LZMA stream behind the installer's 28-byte header."""
+    """Returns the content of a setup program: one LZMA stream after the installer's 28-byte header."""
     start = data.index(b"\xef\xbe\xad\xdeNullsoftInst") + 24
     kind, dictionary = data[start], struct.unpack_from("<I", data, start + 1)[0]
     stream = lzma.LZMADecompressor(lzma.FORMAT_RAW, filters=[{

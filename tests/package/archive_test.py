@@ -131,7 +131,7 @@ class Readme(unittest.TestCase):
 
 @unittest.skipUnless((BUILD / "Kestrune.map").is_file(), "the release preset is not built")
 class BillOfMaterials(unittest.TestCase):
-    # The archives that the linker may take something from, and the component that stands for each.
+    # The libraries that the linker may use, and the component for each.
     # Import libraries hold nothing but references to Windows' own libraries.
     COMPONENTS = {"libgcc.a": "libgcc", "libgcc_eh.a": "libgcc", "libstdc++.a": "libstdc++",
                   "libmingw32.a": "mingw-w64-runtime", "libmingwex.a": "mingw-w64-runtime",

@@ -49,7 +49,7 @@ class Layout(unittest.TestCase):
         self.assertGreaterEqual(len(helpers & set(self.one)), 5)
 
     def test_a_generator_of_several_configurations_changes_no_place(self):
-        # Visual Studio cannot be asked here; it shares the rule with this generator.
+        # Visual Studio does not run here; this generator has the same rule.
         self.assertEqual(laid_out("Ninja Multi-Config", "Release"), self.one)
 
 

@@ -111,7 +111,7 @@ class Publication(ReleaseTest):
 
 
 class Machine:
-    """Stands for Windows: its programs list these tests, in the form of GoogleTest's listings."""
+    """Replaces Windows: its programs list these tests as GoogleTest does."""
     rehearsal = False
 
     def __init__(self, listing, control=True):

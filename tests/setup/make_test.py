@@ -61,7 +61,7 @@ class Contents(MakeTest):
         done = subprocess.run([*CHECK, self.folder / "naming.exe", *names], capture_output=True, text=True,
                               check=False)
         self.assertEqual(done.returncode, 1)
-        self.assertIn(f"FAILED: the folder {OUT} does not stand in the file", done.stdout)
+        self.assertIn(f"FAILED: the file does not contain the folder {OUT}", done.stdout)
 
     def test_same_archive_gives_the_same_bytes(self):
         texts = make_texts(publisher=PUBLISHER, help="https://example.invalid/help",

@@ -118,7 +118,7 @@ class SetupTest(unittest.TestCase):
         m.run("reg", "delete", r"HKCU\Software\Microsoft\Windows\CurrentVersion\Uninstall", "/f")
 
     def answer(self, *codes, report=None, status=None):
-        """What the stand-in is to give from now on, and to forget about earlier starts."""
+        """Sets the stand-in's exit codes and clears the record of earlier starts."""
         (self.machine.stand_in / "answer").write_text("".join(f"{code}\n" for code in codes))
         (self.machine.stand_in / "calls").unlink(missing_ok=True)
         for name, text in (("report", report), ("status", status)):

@@ -23,7 +23,7 @@ class Windows:
     disk = "K:\\"
 
     def __enter__(self):
-        # Apart from UTC, or no test could tell which of the two a time was taken from.
+        # Different from UTC, so that tests can distinguish local time and UTC.
         subprocess.run(["tzutil", "/s", "Nepal Standard Time"], check=True)
         self._diskpart(f'create vdisk file="{self.disk_image}" maximum=16 type=fixed',
                        f'select vdisk file="{self.disk_image}"', "attach vdisk",
@@ -82,7 +82,7 @@ class Windows:
         return pathlib.Path(os.environ["LOCALAPPDATA"])
 
     def apps_version(self):
-        """The version that stands under Apps; None where Kestrune is not there."""
+        """Returns the version under Apps; None when Kestrune is absent."""
         import winreg
         try:
             with winreg.OpenKey(winreg.HKEY_CURRENT_USER, APPS_KEY) as key:

@@ -2,7 +2,7 @@
 """tests/windows/run.py --build DIR [--filter TESTS]: runs the test programs of a build folder on Windows, as
 the present user and as a second, ordinary one, and fails when a test of must-run.txt was skipped.
 
-Only for a machine that nobody will miss: the tests change the user's profile and registry, and the
+Only for a disposable machine: the tests change the user's profile and registry, and the
 second user is made for them. Elsewhere than on Windows it is a rehearsal under Wine, with two prefixes
 for two users; must-run.txt is then checked for names that no program has.
 
@@ -81,7 +81,7 @@ def listed(machine, tree, results, program):
 
 
 def must_run(machine, tree, results):
-    """What must-run.txt asks for and was not run."""
+    """Returns the tests of must-run.txt that were not run."""
     problems, names = [], {}
     for line in (HERE / "must-run.txt").read_text().splitlines():
         if not line or line.startswith("#"):

@@ -3,7 +3,7 @@
 present user: without a host, altered, installed, installed again, removed. The build folder has the program
 that plays the hosts. All behaviour is tested in tests/setup/run; this is that it holds on a real Windows.
 
-Only for a profile that nobody will miss. Elsewhere than on Windows it is a rehearsal under Wine.
+Only for a disposable profile. Elsewhere than on Windows it is a rehearsal under Wine.
 """
 import argparse
 import hashlib
@@ -56,7 +56,7 @@ def life(machine, release, build):
     check("without a host it ends with 20", machine.run(setup, "/S"), 20)
     folder = machine.local_data() / "Programs/Kestrune"
     check("without a host it leaves no folder", folder.exists(), False)
-    check("without a host nothing stands under Apps", machine.apps_version(), None)
+    check("without a host there is no entry under Apps", machine.apps_version(), None)
     with tempfile.TemporaryDirectory(dir=PROJECT / "build") as scratch:
         check("an altered file is refused", machine.run(altered(setup, pathlib.Path(scratch)), "/S"), 2)
 
