@@ -45,7 +45,7 @@ enum class NodeKind : std::uint8_t { kTree, kPl, kLink, kInsertion, kDeletion, k
 struct RcsOptions {
   /// Whether an identifier that occurs twice, at any depth, is an error.
   bool strict = true;
-  /// Keywords of opaque record kinds. Such a record has an identifier and attributes but no
+  /// Keywords of extra record kinds. Such a record has an identifier and attributes but no
   /// children, and is not interpreted.
   std::vector<std::string> extra_record_kinds = {};
 };

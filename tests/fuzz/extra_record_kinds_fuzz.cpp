@@ -1,4 +1,4 @@
-// Input: the setting with the opaque record kinds. Laws: a customization file with one record of
+// Input: the setting with the extra record kinds. Laws: a customization file with one record of
 // each resulting kind is accepted with these kinds, and refused at the first of them without; no
 // kind results twice.
 #include <cstddef>

@@ -20,7 +20,7 @@ class RealProfiles : public InstallTest {
     std::string rcs;
     MadeInstance host;
     HostView before;
-    /// Whether it is refused without opaque record kinds.
+    /// Whether it is refused without extra record kinds.
     bool refused = false;
   };
 
