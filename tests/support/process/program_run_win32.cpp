@@ -43,7 +43,7 @@ std::wstring WindowText(HWND window) {
   return text;
 }
 
-/// The control of the box that shows its icon.
+/// Returns the control of the box that shows its icon.
 HWND IconControl(HWND box) {
   for (HWND child = GetWindow(box, GW_CHILD); child != nullptr;
        child = GetWindow(child, GW_HWNDNEXT)) {
@@ -57,8 +57,8 @@ HWND IconControl(HWND box) {
   return nullptr;
 }
 
-/// Which system icon the pixels of the control show. Icon handles mean nothing across processes
-/// everywhere, so what is compared is what the user sees.
+/// Returns the system icon that the control shows. Compares pixels, since icon handles are not
+/// always valid in another process.
 unsigned ShownIcon(HWND control) {
   struct Candidate {
     unsigned style;
@@ -80,7 +80,7 @@ unsigned ShownIcon(HWND control) {
   return 0;
 }
 
-/// A box with a very long line is wider than the screen, and its icon begins left of it.
+/// Moves the box so that its icon is on the screen; a box with a very long line begins left of it.
 void MoveIconOntoScreen(HWND box) {
   RECT icon = {};
   RECT whole = {};
