@@ -30,6 +30,7 @@ Const
     KsMarkLooks      = 50;      // looks until the mark is written anew
     KsLiveLimit      = 12;      // seconds; a waiting run has written its mark since then
     KsCheckLimit     = 30;      // seconds for reading the archive's table of layers
+    KsReadTries      = 5;       // attempts to read a file that somebody is about to replace
     KsSteps          = 6;
     KsLastMechanical = 112;     // highest mechanical layer that Bridge.OutJob knows
     KsMidLayers      = 30;
@@ -39,6 +40,7 @@ Const
     KsFirstPlane     = 16842753;
     KsBoardNameWidth = 32;      // characters of a file name that fit into the window
     KsMedium         = 'Kestrune ODB++';    // the container of Bridge.OutJob
+    KsMirrored       = 'a mirrored board';
     KsGapMark        = 'Clearance Constraint (Gap=';
     KsBreak          = #13#10;
 
@@ -79,6 +81,8 @@ Var
     KsHost        : Integer;    // its major number
     KsLogLines    : Integer;    // lines of the log before our program was started
     KsBoardPath   : String;     // the board that the user exports
+    KsReady       : String;     // ready.txt of the temporary folder, as the preparation left it
+    KsReadyAge    : Integer;
 
     // What step 1 finds out about the board. It stays until the end of the run.
     KsBoard       : IPCB_Board;     // the board that is being looked at
@@ -87,6 +91,7 @@ Var
     KsVisited     : TStringList;
     KsSources     : TStringList;    // files of the embedded boards
     KsMissing     : TStringList;
+    KsUnsaved     : TStringList;    // embedded boards that were changed and not saved
     KsAway        : TStringList;    // stored paths that lead nowhere from the temporary folder
     KsPlotKeys    : TStringList;
     KsLayerNames  : TStringList;
@@ -234,6 +239,13 @@ Var
 Begin
     Text := 'Close Altium Designer, run Kestrune.exe --install again and try once more.';
     Result := Text;
+End;
+
+// Adds to what the user is told at the end.
+Procedure KsAddNotice(S : String);
+Begin
+    If KsNotice <> '' Then KsNotice := KsNotice + KsBreak + KsBreak;
+    KsNotice := KsNotice + S;
 End;
 
 {--- Small files ---------------------------------------------------------------}
@@ -413,15 +425,26 @@ End;
 
 {--- The log -------------------------------------------------------------------}
 
+// While another program writes into the log it may be unreadable: then the lines of
+// earlier exports would count as new.
 Function KsCountLog(Dummy : Integer) : Integer;
 Var
     Lines : TStringList;
     Count : Integer;
+    Tries : Integer;
+    Done  : Boolean;
 Begin
     Count := 0;
+    Tries := 0;
     Lines := TStringList.Create;
     Try
-        If KsRead(KsLogPath(0), Lines) Then Count := Lines.Count;
+        Repeat
+            Done := KsRead(KsLogPath(0), Lines);
+            If Done Then Count := Lines.Count
+            Else If FileExists(KsLogPath(0)) Then Sleep(KsPause)
+            Else Done := True;
+            Tries := Tries + 1;
+        Until Done Or (Tries >= KsReadTries);
     Finally
         Lines.Free;
     End;
@@ -678,7 +701,7 @@ Var
 Begin
     Tries := 0;
     Done := False;
-    While (Not Done) And (Tries < 5) And FileExists(Path) Do
+    While (Not Done) And (Tries < KsReadTries) And FileExists(Path) Do
     Begin
         If KsRead(Path, Lines) Then Done := KsValue(Lines, 'Ticks=') <> '';
         If Not Done Then Sleep(KsPause);
@@ -796,7 +819,7 @@ Begin
         There := KsLookAtMarks(0);
         If Not There Then Sleep(KsPause);
         Tries := Tries + 1;
-    Until There Or (Tries > KsFocusLimit) Or (KsProblem <> '');
+    Until There Or (Tries > KsReadTries) Or (KsProblem <> '');
     If (Not There) And (KsProblem = '') Then
         KsProblem := 'Another export starts or ends at this moment. Press the button again.';
 End;
@@ -1291,12 +1314,13 @@ Begin
     End;
 End;
 
-// What a board that the host has not loaded holds is not known; then nothing
-// may be left out.
-Procedure KsNoteEverything(Dummy : Integer);
+// What a board that the host has not loaded holds is not known, and a mirrored board has
+// it on the layers of the other side; then nothing may be left out.
+Procedure KsNoteEverything(Why : String);
 Var
     I : Integer;
 Begin
+    KsNote(KsFindings, 'Unknown=' + Why);
     KsNoteAllCopper(0);
     For I := 1 To KsLastMechanical Do KsNoteMechanical(I);
     KsNote(KsPlotKeys, 'PlotTopOverlayPlot');
@@ -1304,7 +1328,6 @@ Begin
     KsNote(KsPlotKeys, 'PlotKeepOutLayerPlot');
     KsNote(KsPlotKeys, 'PlotDrillDrawingPair0_Plot');
     KsNote(KsPlotKeys, 'PlotDrillGuidePair0_Plot');
-    KsNote(KsFindings, 'Unknown=a board that is not loaded');
     KsPads := True;
     KsTopPads := True;
     KsBottomPads := True;
@@ -1322,8 +1345,50 @@ Begin
     KsCollectChildren(ExtractFilePath(Path));
 End;
 
+// Where the embedded board in KsBoard lies: at its stored path, or where the host found
+// a file of that name. Under another name the copy of the panel would not find it.
+Function KsPathOfChild(Stored : String; Folder : String) : String;
+Var
+    Path : String;
+Begin
+    Path := Stored;
+    If Not KsIsAbsolute(Stored) Then Path := Folder + Stored;
+    If (Not FileExists(Path)) And (KsBoard <> Nil) Then
+    Begin
+        If KsSamePath(ExtractFileName(KsBoard.FileName), ExtractFileName(Stored)) Then
+            If FileExists(KsBoard.FileName) Then Path := KsBoard.FileName;
+    End;
+    Result := Path;
+End;
+
+// The export reads files, so it does not have what was changed since the last save.
+Procedure KsNoteIfUnsaved(Path : String);
+Var
+    Document : IServerDocument;
+Begin
+    KsBeforeCall('Client.GetDocumentByPath');
+    Document := Client.GetDocumentByPath(Path);
+    If Document <> Nil Then
+        If Document.Modified Then KsNote(KsUnsaved, Path);
+End;
+
+// What is inside of an embedded board that was not looked at yet.
+Procedure KsLookInside(Path : String);
+Begin
+    KsNote(KsFindings, 'Child=' + Path);
+    If FileExists(Path) Then KsNote(KsSources, Path);
+    KsNoteIfUnsaved(Path);
+    If KsBoard <> Nil Then KsLookAtBoard(Path)
+    Else
+    Begin
+        KsVisited.Add(UpperCase(Path));
+        KsNoteEverything('a board that is not loaded');
+    End;
+End;
+
 // Looks at one embedded board. Some hosts do not take an embedded board as an
-// argument, so it is passed in KsBoard.
+// argument, so it is passed in KsBoard. The same board may be embedded several times,
+// each time by another path.
 Procedure KsLookAtChild(Child : IPCB_EmbeddedBoard; Folder : String);
 Var
     Stored : String;
@@ -1332,27 +1397,14 @@ Begin
     KsBeforeCall('IPCB_EmbeddedBoard.ChildBoard');
     Stored := Child.DocumentPath;
     KsBoard := Child.ChildBoard;
-    Path := Stored;
-    If Not KsIsAbsolute(Stored) Then Path := Folder + Stored;
-    If Not FileExists(Path) Then
-        If KsBoard <> Nil Then
-            If FileExists(KsBoard.FileName) Then Path := KsBoard.FileName;
-    If KsVisited.IndexOf(UpperCase(Path)) < 0 Then
-    Begin
-        KsNote(KsFindings, 'Child=' + Path);
-        If (Not KsIsAbsolute(Stored)) And (ExtractFileName(Stored) <> Stored) Then
-            KsNote(KsAway, Stored)
-        Else If Not FileExists(Path) Then
-            KsNote(KsMissing, Path)
-        Else
-            KsNote(KsSources, Path);
-        If KsBoard <> Nil Then KsLookAtBoard(Path)
-        Else
-        Begin
-            KsVisited.Add(UpperCase(Path));
-            KsNoteEverything(0);
-        End;
-    End;
+    Path := KsPathOfChild(Stored, Folder);
+    If (Not KsIsAbsolute(Stored)) And (ExtractFileName(Stored) <> Stored) Then
+        KsNote(KsAway, Stored)
+    Else If Not FileExists(Path) Then
+        KsNote(KsMissing, Path);
+    KsBeforeCall('IPCB_EmbeddedBoard.MirrorFlag');
+    If Child.MirrorFlag Then KsNoteEverything(KsMirrored);
+    If KsVisited.IndexOf(UpperCase(Path)) < 0 Then KsLookInside(Path);
 End;
 
 // The list grows while it is worked through.
@@ -1415,10 +1467,13 @@ Begin
     Else If Twice <> '' Then
         KsProblem := 'Two embedded boards have the same file name. Rename one of them:'
             + KsBreak + Twice;
+    If KsUnsaved.Count > 0 Then
+        KsAddNotice('These embedded boards have changes that are not saved. They were exported as they'
+            + ' were saved last:' + KsBreak + Trim(KsUnsaved.Text));
     If KsTooHigh.Count > 0 Then
-        KsNotice := 'Kestrune did not ask for mechanical layers above ' + IntToStr(KsLastMechanical)
+        KsAddNotice('Kestrune did not ask for mechanical layers above ' + IntToStr(KsLastMechanical)
             + '. Look into the archive whether it has those that this board uses:'
-            + KsBreak + KsTooHigh.CommaText;
+            + KsBreak + KsTooHigh.CommaText);
 End;
 
 {--- Smallest clearance --------------------------------------------------------}
@@ -1666,18 +1721,15 @@ End;
 
 Procedure KsCloseFocused(ObjectKind : String);
 Begin
-    If KsBridgeIndex(0) >= 0 Then
+    If KsFocusJob(0) Then
     Begin
-        If KsFocusJob(0) Then
+        KsForgetBridgeChanges(0);
+        If KsJobIsFocused(0) Then
         Begin
-            KsForgetBridgeChanges(0);
-            If KsJobIsFocused(0) Then
-            Begin
-                KsBeforeLongCall('WorkspaceManager:CloseObject ' + ObjectKind);
-                ResetParameters;
-                AddStringParameter('ObjectKind', ObjectKind);
-                RunProcess('WorkspaceManager:CloseObject');
-            End;
+            KsBeforeLongCall('WorkspaceManager:CloseObject ' + ObjectKind);
+            ResetParameters;
+            AddStringParameter('ObjectKind', ObjectKind);
+            RunProcess('WorkspaceManager:CloseObject');
         End;
     End;
 End;
@@ -1686,7 +1738,8 @@ End;
 Procedure KsTryToClose(ObjectKind : String);
 Begin
     Try
-        KsCloseFocused(ObjectKind);
+        If Not KsQuits(0) Then
+            If KsBridgeIndex(0) >= 0 Then KsCloseFocused(ObjectKind);
     Except
         KsMarkAge := KsMarkLooks;
     End;
@@ -1702,8 +1755,8 @@ Begin
             Document := Client.GetDocumentByPath(Path);
             If Document <> Nil Then
             Begin
+                KsForgetChanges(Path);
                 KsBeforeLongCall('Client.CloseDocument');
-                Document.SetModified(False);
                 Client.CloseDocument(Document);
             End;
         End;
@@ -1762,7 +1815,12 @@ Begin
     KsTryToClose('FocusedProjectAndDocuments');
     KsTryToClose('FocusedProjectDocuments');
     KsTryToClose('FocusedProject');
-    Closed := KsNothingIsLoaded(0);
+    Closed := False;
+    Try
+        If Not KsQuits(0) Then Closed := KsNothingIsLoaded(0);
+    Except
+        Closed := False;
+    End;
     Result := Closed;
 End;
 
@@ -1786,8 +1844,9 @@ Var
     Looks    : Integer;
 Begin
     Looks := 0;
+    Document := Nil;
     Repeat
-        If Looks Mod KsLooksPerSecond = 0 Then
+        If (Looks Mod KsLooksPerSecond = 0) And (Not KsQuits(0)) Then
         Begin
             KsBeforeLongCall('Client.ShowDocument');
             Document := Client.GetDocumentByPath(KsBoardPath);
@@ -1867,6 +1926,12 @@ Begin
     KsMarkUntil := EndFile;
 End;
 
+Procedure KsNoteReady(Dummy : Integer);
+Begin
+    KsReady := KsFirstLine(KsBridgeFile('ready.txt'));
+    KsReadyAge := FileAge(KsBridgeFile('ready.txt'));
+End;
+
 Procedure KsRunPreparation(Dummy : Integer);
 Var
     Answer : String;
@@ -1876,6 +1941,7 @@ Begin
         + ' ' + KsQuoted(KsExchangeFile('layers')) + ' ' + KsQuoted(KsExchangeFile('status'))) Then
     Begin
         Answer := KsAwait(KsExchangeFile('status'), KsPrepareLimit, KsCancelLimit);
+        KsNoteReady(0);
         If Answer = '' Then KsKeepMark('cancelled', KsExchangeFile('status'));
         If (Answer = '') And (Not KsMustEnd(0)) Then
             KsProblem := 'Kestrune.exe gave no answer in time. A very large panel, a slow network'
@@ -2283,7 +2349,7 @@ Begin
 End;
 
 // What an embedded board that is not loaded needs is not known; what the other ones
-// need is.
+// need is. With a mirrored board nothing is known about sides.
 Procedure KsCompare(Dummy : Integer);
 Var
     Known : Boolean;
@@ -2291,9 +2357,12 @@ Begin
     Known := KsCountFindings('Unknown=') = 0;
     KsCheckCopper(0);
     KsCheckDrills(0);
-    KsCheckSides('SOLDER_MASK', 'solder mask', 'Solder', Known And KsPads, Known And KsPads);
-    KsCheckSides('SOLDER_PASTE', 'paste mask', 'Paste', Known And KsTopPads, Known And KsBottomPads);
-    KsCheckSides('SILK_SCREEN', 'silkscreen', 'Overlay', False, False);
+    If KsCountFindings('Unknown=' + KsMirrored) = 0 Then
+    Begin
+        KsCheckSides('SOLDER_MASK', 'solder mask', 'Solder', Known And KsPads, Known And KsPads);
+        KsCheckSides('SOLDER_PASTE', 'paste mask', 'Paste', Known And KsTopPads, Known And KsBottomPads);
+        KsCheckSides('SILK_SCREEN', 'silkscreen', 'Overlay', False, False);
+    End;
     If Known Then KsCheckMechanical(0);
 End;
 
@@ -2367,7 +2436,7 @@ Begin
         If Not KsMustEnd(0) Then
         Begin
             If Reason <> '' Then
-                KsNotice := KsNotice + KsBreak + 'The archive was not checked for missing layers: ' + Reason
+                KsAddNotice('The archive was not checked for missing layers: ' + Reason)
             Else
             Begin
                 KsCompare(0);
@@ -2379,13 +2448,17 @@ End;
 
 {--- Step 6: delivery ----------------------------------------------------------}
 
-// The temporary folder says for which board it was prepared. Another name means that
-// somebody else prepared meanwhile.
+// The temporary folder says for which board it was prepared. Another name, or a younger
+// file, means that somebody else prepared meanwhile. The name is written in the code
+// page, where several names may become one.
 Function KsFolderIsOurs(Dummy : Integer) : Boolean;
 Var
+    Line : String;
     Ours : Boolean;
 Begin
-    Ours := KsSamePath(KsAsciiPart(KsFirstLine(KsBridgeFile('ready.txt'))), KsAsciiPart(KsBoardPath));
+    Line := KsFirstLine(KsBridgeFile('ready.txt'));
+    Ours := (Line = KsReady) And KsSamePath(KsAsciiPart(Line), KsAsciiPart(KsBoardPath));
+    If Ours Then Ours := FileAge(KsBridgeFile('ready.txt')) = KsReadyAge;
     Result := Ours;
 End;
 
@@ -2444,9 +2517,12 @@ End;
 Procedure KsCloseAndReturn(Dummy : Integer);
 Begin
     If Not KsCloseBridge(0) Then
-        KsNotice := KsNotice + KsBreak
-            + 'The temporary project Bridge could not be closed. Close it without saving.';
-    KsReturnToBoard(0);
+        KsAddNotice('The temporary project Bridge could not be closed. Close it without saving.');
+    Try
+        KsReturnToBoard(0);
+    Except
+        KsMarkAge := KsMarkLooks;
+    End;
 End;
 
 // A host that is about to quit is left alone.
@@ -2471,7 +2547,7 @@ Procedure KsReport(Dummy : Integer);
 Begin
     If Not KsQuits(0) Then
     Begin
-        If KsNotice <> '' Then ShowWarning(Trim(KsNotice));
+        If KsNotice <> '' Then ShowWarning(KsNotice);
         If (KsProblem <> '') And (Not KsRefused) Then
             ShowError('The board was not exported.' + KsBreak + KsBreak + KsProblem
                 + KsBreak + KsBreak + 'Details: ' + KsLogPath(0));
@@ -2549,7 +2625,7 @@ Begin
         If Asked Or Changed Then
             GoesOn := ConfirmNoYes(Text + KsBreak + 'Export the file as it was saved last?')
         Else
-            KsNotice := Text + ' The file was exported as it was saved last.';
+            KsAddNotice(Text + ' The file was exported as it was saved last.');
     End;
     Result := GoesOn;
 End;
@@ -2661,6 +2737,8 @@ Begin
     KsMarkIsKept := False;
     KsKeptState := '';
     KsLogLines := 0;
+    KsReady := '';
+    KsReadyAge := 0;
     KsClearance := 0;
     KsHoles := 0;
     KsRefused := False;
@@ -2676,6 +2754,7 @@ Begin
     KsVisited := TStringList.Create;
     KsSources := TStringList.Create;
     KsMissing := TStringList.Create;
+    KsUnsaved := TStringList.Create;
     KsAway := TStringList.Create;
     KsPlotKeys := TStringList.Create;
     KsLayerNames := TStringList.Create;
@@ -2691,6 +2770,7 @@ Begin
         KsVisited.Free;
         KsSources.Free;
         KsMissing.Free;
+        KsUnsaved.Free;
         KsAway.Free;
         KsPlotKeys.Free;
         KsLayerNames.Free;
@@ -2699,6 +2779,23 @@ Begin
         KsRows.Free;
         KsGaps.Free;
     End;
+End;
+
+// The mark of the run in this interpreter is gone. The run may live all the same, and a
+// second one on its variables would ruin both: this press only asks it to end. If it was
+// stopped by force before, the next press starts.
+Function KsAskToEnd(Dummy : Integer) : Boolean;
+Var
+    MayStart : Boolean;
+Begin
+    MayStart := KsMarkLost;
+    If Not MayStart Then
+    Begin
+        KsMarkLost := True;
+        ShowWarning('The file that the running export keeps was deleted, so that export ends now.'
+            + ' Press the button again.');
+    End;
+    Result := MayStart;
 End;
 
 // The variables say that a run goes on in this interpreter: either it does, and this
@@ -2711,8 +2808,10 @@ Var
     MayStart : Boolean;
 Begin
     Text := '';
+    MayStart := True;
     If KsExportRuns And (KsMarkPath <> '') Then
     Begin
+        If Not FileExists(KsMarkPath) Then MayStart := KsAskToEnd(0);
         Lines := TStringList.Create;
         Try
             If KsReadMark(KsMarkPath, Lines) Then
@@ -2727,7 +2826,7 @@ Begin
             Lines.Free;
         End;
     End;
-    MayStart := Text = '';
+    If Text <> '' Then MayStart := False;
     Result := MayStart;
 End;
 

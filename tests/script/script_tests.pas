@@ -442,6 +442,56 @@ begin
   Check(Contents(Temp + '\Elsewhere.PcbDoc') <> '', 'the child was not copied');
 end;
 
+// The same board twice: once by its full path, which a copy of the panel finds.
+procedure ChildNamedByAFolderAfterItsFullPath;
+var
+  Panel: IPCB_Board;
+begin
+  Panel := NewBoard(Board1);
+  Panel.AddChild('Sub\Part.PcbDoc', Panel.AddChild('C:\Boards\Sub\Part.PcbDoc',
+    Child('C:\Boards\Sub\Part.PcbDoc')));
+  Press;
+  CheckBox('choose them there anew');
+  CheckNothingStarted;
+end;
+
+// A copy under the name of the file that the host has loaded would not be found.
+procedure ChildLoadedUnderAnotherNameIsMissing;
+begin
+  NewBoard(Board1).AddChild('Old name.PcbDoc', Child('C:\Boards\Lib\New name.PcbDoc'));
+  Press;
+  CheckBox('C:\Boards\Old name.PcbDoc');
+  CheckNothingStarted;
+end;
+
+procedure MirroredChildNeedsBothSides;
+begin
+  NewBoard(Board1).AddMirroredChild('Part.PcbDoc', Child('C:\Boards\Part.PcbDoc')).AddTrack(eTopOverlay);
+  Answers := Simulated;
+  Press;
+  Check(On_('PlotTopOverlayPlot') and On_('PlotBottomOverlayPlot'), 'overlays');
+  Check(On_('PlotTopPastePlot') and On_('PlotBottomPastePlot'), 'pastes');
+  Check(On_('PlotMechanical16Plot') and On_('Mechanical Layer 112'), 'mechanical layers, which may be pairs');
+end;
+
+procedure UnsavedChildIsNamed;
+var
+  Panel: IPCB_Board;
+  Document: IServerDocument;
+begin
+  Answers := Simulated;
+  ModifiedIsSeen := True;
+  Panel := NewBoard(Board1);
+  Panel.AddChild('Part.PcbDoc', Child('C:\Boards\Part.PcbDoc'));
+  Document := Client.OpenDocument('PCB', 'C:\Boards\Part.PcbDoc');
+  Document.ReallyModified := True;
+  Press;
+  CheckBox('C:\Boards\Part.PcbDoc');
+  Check(Pos('not saved', Boxes.Text) > 0, Boxes.Text);
+  Check(Deliveries.Count = 1, 'the export does not stop for it');
+  Check(Document.ReallyModified and (Document.Saves = 0), 'the embedded board was touched');
+end;
+
 procedure ChildrenOfOneNameAreRefused;
 var
   Panel: IPCB_Board;
@@ -851,6 +901,17 @@ begin
   Check(Called('--finalize') = 1, 'one click is not one click');
 end;
 
+procedure EveryNoticeIsSaid;
+begin
+  Answers := Simulated;
+  SavesAreWritten := False;
+  Setting(Local + '\Kestrune\settings.ini', 'always');
+  NewBoard(Board1).AddMechanical(500);
+  Press;
+  CheckBox('wrote no file');
+  Check(Pos('500', Boxes.Text) > 0, Boxes.Text);
+end;
+
 procedure SavingTwiceInOneMomentCounts;
 begin
   Answers := Simulated;
@@ -1180,6 +1241,25 @@ begin
   PCBServer.Front := nil;
 end;
 
+procedure FailLooking;
+begin
+  if Pos('Step 6', KestruneWaitForm.StepLabel.Caption) = 1 then LookingFails := True;
+end;
+
+procedure HostFailsWhileItLooksForDocuments;
+begin
+  NewBoard(Board1);
+  Answers := Simulated;
+  OnMessages := FailLooking;
+  Press;
+  CheckBox('could not be closed');
+  Check(Deliveries.Count = 1, 'the archive was there and was not delivered');
+  Projects.Clear;
+  Documents.Clear;
+  PutInFront(nil);
+  PCBServer.Front := nil;
+end;
+
 procedure OtherProjectsStayOpen;
 begin
   WriteBytes('C:\Boards\Mine.PrjPcb', '[Document1]'#13#10'DocumentPath=Main board.PcbDoc'#13#10);
@@ -1456,7 +1536,8 @@ end;
 procedure PressSecondBoardInDelivery;
 begin
   if (Called('--finalize-auto') = 0) or (ActAt = 0) then Exit;
-  ActAt := 0;
+  Dec(ActAt);
+  if ActAt > 0 then Exit;
   NewBoard(Board2);
   PressSecond;
   Check(Called('--prepare') = 1, 'a second preparation while the first is delivered');
@@ -1475,6 +1556,31 @@ begin
   Check(ActAt = 0, 'the script did not wait for the delivery');
   PCBServer.Front := nil;
   Check(Deliveries.Count = 1, Deliveries.Text);
+end;
+
+procedure LockLog;
+begin
+  if Pos('Step 6', KestruneWaitForm.StepLabel.Caption) <> 1 then Exit;
+  Locked := LogPath;
+  LockedReads := 2;
+  OnMessages := PressSecondBoardInDelivery;
+end;
+
+// The end of the last delivery in the log is not taken for that of this one.
+procedure LogThatIsLockedForAMoment;
+begin
+  NewBoard(Board1);
+  Answers := Simulated;
+  Press;
+  NewBoard(Board1);
+  Calls.Clear;
+  SlowDelivery := True;
+  ActAt := 25;
+  OnMessages := LockLog;
+  Press;
+  Check(ActAt = 0, 'the script did not wait for the delivery');
+  Check(LockedReads = 0, 'the log was not read');
+  PCBServer.Front := nil;
 end;
 
 procedure CancelInDelivery;
@@ -1510,6 +1616,32 @@ begin
   NewBoard(Board1);
   Answers := Simulated;
   OnGenerate := AnotherBoardIsPrepared;
+  Press;
+  CheckBox('Another board was prepared');
+  CheckNotDelivered;
+end;
+
+procedure AnotherBoardOfALikeNameIsPrepared;
+begin
+  WriteBytes(Temp + '\ready.txt', Utf8ToAnsiText('C:\Boards\Grüße.PcbDoc'));
+end;
+
+procedure SameBoardIsPreparedAnew;
+begin
+  MakeYounger(Temp + '\ready.txt');
+end;
+
+// The temporary folder names its board in the code page, where several names may become one.
+procedure FolderPreparedAnewIsNotDelivered;
+begin
+  NewBoard('C:\Boards\Größe.PcbDoc');
+  Answers := Simulated;
+  OnGenerate := AnotherBoardOfALikeNameIsPrepared;
+  Press;
+  CheckBox('Another board was prepared');
+  CheckNotDelivered;
+  Boxes.Clear;
+  OnGenerate := SameBoardIsPreparedAnew;
   Press;
   CheckBox('Another board was prepared');
   CheckNotDelivered;
@@ -1564,6 +1696,31 @@ begin
   Press;
   CheckBox('took over');
   CheckNotDelivered;
+end;
+
+procedure TakeMarkAwayAndPress;
+begin
+  if Pos('Step 4', KestruneWaitForm.StepLabel.Caption) <> 1 then Exit;
+  TakeMarkAway;
+  OnMessages := nil;
+  NewBoard(Board2);
+  PressSame;
+end;
+
+// As the box about a running export offers, although that export lives.
+procedure PressAfterTheMarkWasDeleted;
+begin
+  NewBoard(Board1);
+  Answers := Simulated;
+  OnMessages := TakeMarkAwayAndPress;
+  Press;
+  Check(Called('--prepare') = 1, 'a second export inside of the first');
+  Check(Deliveries.Count = 0, Deliveries.Text);
+  Check(Pos('Press the button again', Boxes.Text) > 0, Boxes.Text);
+  Check(Pos('took over', Boxes.Text) > 0, 'the first export did not end: ' + Boxes.Text);
+  PutInFront(Client.GetDocumentByPath(Board2));
+  Press;
+  Check((Deliveries.Count = 1) and (Pos('Second=', Deliveries[0]) = 1), Deliveries.Text);
 end;
 
 procedure MarkOfAnotherWindow(const State, Call: string; Age, Limit: Integer);
@@ -1725,8 +1882,8 @@ begin
   for I := 1 to Count do
   begin
     DisturbedRun(I, Quit);
-    if Pos('Step 6', KestruneWaitForm.StepLabel.Caption) = 1 then Continue;
-    Check(Called('generate') + Called('close') + Called('open') + Called('box') + Called('run') = 0,
+    Check(Called('generate') + Called('close') + Called('open') + Called('box') + Called('run')
+      + Called('show C:') = 0,
       'message ' + IntToStr(I) + ': ' + Calls.Text);
     if TestFailed then Exit;
   end;
@@ -2280,6 +2437,18 @@ begin
   CheckRows(Rows, 'The board has a silkscreen on the bottom side, but the archive holds none.');
 end;
 
+// What is on top of a mirrored board is at the bottom of the panel.
+procedure MirroredBoardsAskForNoSide;
+begin
+  with NewBoard(Board1).AddMirroredChild('Second.PcbDoc', Child(Board2)) do
+  begin
+    AddTrack(eTopOverlay);
+    AddPad(0, eTopLayer);
+  end;
+  Answers := Simulated;
+  CheckRows(CopperRows + Row('SILK_SCREEN|TOP_OVERLAY|||106|none') + Row('SILK_SCREEN|BOTTOM_OVERLAY|||9|some'), '');
+end;
+
 procedure MechanicalLayersAreCounted;
 begin
   with NewBoard(Board1) do
@@ -2436,6 +2605,10 @@ begin
   Run('FormTextIsWellFormed', FormTextIsWellFormed);
   Run('MissingChildIsNamed', MissingChildIsNamed);
   Run('ChildNamedByAFolderIsRefused', ChildNamedByAFolderIsRefused);
+  Run('ChildNamedByAFolderAfterItsFullPath', ChildNamedByAFolderAfterItsFullPath);
+  Run('ChildLoadedUnderAnotherNameIsMissing', ChildLoadedUnderAnotherNameIsMissing);
+  Run('MirroredChildNeedsBothSides', MirroredChildNeedsBothSides);
+  Run('UnsavedChildIsNamed', UnsavedChildIsNamed);
   Run('ChildrenOfOneNameAreRefused', ChildrenOfOneNameAreRefused);
   Run('ChildOutsideTheCodePageIsRefused', ChildOutsideTheCodePageIsRefused);
   Run('NoBoard', NoBoard);
@@ -2452,6 +2625,7 @@ begin
   Run('ApostropheInTheUsersName', ApostropheInTheUsersName);
   Run('SettingDecidesWhetherToSave', SettingDecidesWhetherToSave);
   Run('SaveThatWroteNothingIsSaid', SaveThatWroteNothingIsSaid);
+  Run('EveryNoticeIsSaid', EveryNoticeIsSaid);
   Run('SavingTwiceInOneMomentCounts', SavingTwiceInOneMomentCounts);
   Run('ReasonsInWords', ReasonsInWords);
   Run('NoAnswerAtAll', NoAnswerAtAll);
@@ -2463,15 +2637,19 @@ begin
   Run('ArchiveThatGrowsNoMoreIsGivenUp', ArchiveThatGrowsNoMoreIsGivenUp);
   Run('HostWritesNothingForTwoMinutes', HostWritesNothingForTwoMinutes);
   Run('LeftOverProjectThatCannotBeClosed', LeftOverProjectThatCannotBeClosed);
+  Run('HostFailsWhileItLooksForDocuments', HostFailsWhileItLooksForDocuments);
   Run('PressAfterTheWindowWasClosed', PressAfterTheWindowWasClosed);
   Run('SamePressInEveryMessage', SamePressInEveryMessage);
   Run('FreshPressInEveryMessage', FreshPressInEveryMessage);
   Run('FreshPressWhileTheHostWorks', FreshPressWhileTheHostWorks);
   Run('SlowDeliveryHoldsTheMark', SlowDeliveryHoldsTheMark);
+  Run('LogThatIsLockedForAMoment', LogThatIsLockedForAMoment);
   Run('DeliveryGoesOnAfterCancel', DeliveryGoesOnAfterCancel);
   Run('BoardOfAnotherExportIsNotDelivered', BoardOfAnotherExportIsNotDelivered);
+  Run('FolderPreparedAnewIsNotDelivered', FolderPreparedAnewIsNotDelivered);
   Run('CancelledPreparationHoldsTheMark', CancelledPreparationHoldsTheMark);
   Run('RunWithoutItsMarkEnds', RunWithoutItsMarkEnds);
+  Run('PressAfterTheMarkWasDeleted', PressAfterTheMarkWasDeleted);
   Run('SecondHostWindow', SecondHostWindow);
   Run('MarkThatHoldsNothingIsRemoved', MarkThatHoldsNothingIsRemoved);
   Run('FocusMovesInEveryMessage', FocusMovesInEveryMessage);
@@ -2490,6 +2668,7 @@ begin
   Run('NamesTellPlatedDrillsApart', NamesTellPlatedDrillsApart);
   Run('SidesNeedTheirMasks', SidesNeedTheirMasks);
   Run('DrawnLayersMustNotBeEmpty', DrawnLayersMustNotBeEmpty);
+  Run('MirroredBoardsAskForNoSide', MirroredBoardsAskForNoSide);
   Run('MechanicalLayersAreCounted', MechanicalLayersAreCounted);
   Run('UnknownBoardsAskForLittle', UnknownBoardsAskForLittle);
   Run('BarShowsStepsThatAreDone', BarShowsStepsThatAreDone);

@@ -42,6 +42,8 @@ var
   OnFileError: procedure(const Where: string);   // a file cannot be created; may not return
   OverwritingFails: Boolean;   // a file of an existing name cannot be created
   Forbidden: string;       // nothing whose path begins so can be created
+  Locked: string;          // the file that another program has open alone ...
+  LockedReads: Integer;    // ... for so many attempts to read it
 
 const
   faAnyFile = 63;
@@ -288,6 +290,11 @@ end;
 procedure TStringList.LoadFromFile(const FileName: string);
 begin
   if not FileExists(FileName) then raise EFOpenError.Create('Cannot open file ' + FileName);
+  if (FileName = Locked) and (LockedReads > 0) then
+  begin
+    Dec(LockedReads);
+    raise EFOpenError.Create('Cannot open file ' + FileName);
+  end;
   Text := AnsiToUtf8Text(ReadBytes(FileName));
 end;
 

@@ -54,7 +54,9 @@ type
   IPCB_EmbeddedBoard = class(IPCB_Primitive)
     StoredPath: string;
     Loaded: IPCB_Board;
+    Mirrored: Boolean;
     function DocumentPath: string;
+    function MirrorFlag: Boolean;
     function ChildBoard: IPCB_Board;
   end;
 
@@ -134,6 +136,7 @@ type
     procedure AddDisabledRule(const Descriptor: string);
     procedure Die;
     function AddChild(const DocumentPath: string; Board: IPCB_Board): IPCB_Board;
+    function AddMirroredChild(const DocumentPath: string; Board: IPCB_Board): IPCB_Board;
     // what the script sees
     property FileName: string read GetFileName;
     property MasterLayerStack: IPCB_MasterLayerStack read GetStack;
@@ -251,7 +254,7 @@ var
   Generation: TGeneration;
   GivenArchive: string;     // what the host writes instead of its own archive
   Flaw: TFlaw;              // of the archives that the host writes
-  CloseDoesNothing, CloseFails, OpenDoesNothing, ProjectsAreListed, Quitting: Boolean;
+  CloseDoesNothing, CloseFails, LookingFails, OpenDoesNothing, ProjectsAreListed, Quitting: Boolean;
   NeverUnloads: string;         // the end of a path whose document stays loaded, whatever closes it
   AppDataFolder, TempFolder, ScriptProject: string;
   AnswerSave, AnswerNoYes: Integer;
@@ -505,6 +508,7 @@ begin
   Boards.Clear;
   CloseDoesNothing := False;
   CloseFails := False;
+  LookingFails := False;
   OpenDoesNothing := False;
   Quitting := False;
   NeverUnloads := '';
@@ -571,6 +575,12 @@ function IPCB_EmbeddedBoard.DocumentPath: string;
 begin
   Use('IPCB_EmbeddedBoard.DocumentPath');
   Result := StoredPath;
+end;
+
+function IPCB_EmbeddedBoard.MirrorFlag: Boolean;
+begin
+  Use('IPCB_EmbeddedBoard.MirrorFlag');
+  Result := Mirrored;
 end;
 
 function IPCB_EmbeddedBoard.ChildBoard: IPCB_Board;
@@ -820,6 +830,12 @@ begin
   Result := Board;
 end;
 
+function IPCB_Board.AddMirroredChild(const DocumentPath: string; Board: IPCB_Board): IPCB_Board;
+begin
+  Result := AddChild(DocumentPath, Board);
+  IPCB_EmbeddedBoard(Objects[Objects.Count - 1]).Mirrored := True;
+end;
+
 function IPCB_Board.GetFileName: string;
 begin
   Use('IPCB_Board.FileName');
@@ -1057,6 +1073,7 @@ end;
 function TClient.IsDocumentOpen(const Path: string): Boolean;
 begin
   Enter('IClient.IsDocumentOpen');
+  if LookingFails then raise Exception.Create('the host failed');
   Result := FindDocument(Path) <> nil;
 end;
 
