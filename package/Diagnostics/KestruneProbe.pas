@@ -13,8 +13,8 @@ Const
     PrLimit       = 100;    // looks until the host must have done something
     PrLastPlain   = 20;     // questions up to this one change nothing
     PrPrepares    = 21;     // makes the temporary project
-    PrLastOwn     = 28;     // up to this one need the temporary project
-    PrLast        = 34;     // the others may stop the interpreter
+    PrLastOwn     = 29;     // up to this one need the temporary project
+    PrLast        = 38;     // the others may stop the interpreter
     PrFirstKey    = 'Kestrune host report 1';
     PrJobMedium   = 'Kestrune ODB++';
     PrBreak       = #13#10;
@@ -81,12 +81,15 @@ Begin
     PrStart := GetTickCount;
     PrAnswer('question' + IntToStr(Number), 'stops');
     If Number = 25 Then PrAnswer('document.save', 'nothing');
-    If Number = 29 Then PrAnswer('error.file', 'stops');
-    If Number = 30 Then PrAnswer('error.Rewrite', 'stops');
-    If Number = 31 Then PrAnswer('error.Reset', 'stops');
-    If Number = 32 Then PrAnswer('error.member', 'stops');
-    If Number = 33 Then PrAnswer('iterators.nested', 'stops');
-    If Number = 34 Then PrAnswer('member.TForm.Handle', 'stops');
+    If Number = 30 Then PrAnswer('error.file', 'stops');
+    If Number = 31 Then PrAnswer('files.overwrite', 'fails');
+    If Number = 32 Then PrAnswer('error.Rewrite', 'stops');
+    If Number = 33 Then PrAnswer('error.Reset', 'stops');
+    If Number = 34 Then PrAnswer('share.read', 'no');
+    If Number = 35 Then PrAnswer('share.write', 'no');
+    If Number = 36 Then PrAnswer('error.member', 'stops');
+    If Number = 37 Then PrAnswer('iterators.nested', 'stops');
+    If Number = 38 Then PrAnswer('member.TForm.Handle', 'stops');
     If Number = 3 Then PrAnswer('member.IClient.IsQuitting', 'stops');
     If Number = 4 Then PrAnswer('member.IClient.IsDocumentOpen', 'stops');
     If Number = 23 Then PrAnswer('member.IServerDocument.SetModified', 'stops');
@@ -196,23 +199,50 @@ Begin
     End;
 End;
 
-Procedure PrAskResource(Dummy : Integer);
+// How the definition of the toolbars begins: a mark, or zeros between the letters, show its encoding.
+Procedure PrReportResource(Path : String);
 Var
     Lines : TStringList;
-    Path  : String;
+    First : String;
+    Codes : String;
+    I     : Integer;
 Begin
-    Path := SpecialFolder_AltiumSystem + '\AdvPcb.rcs';
-    PrYesNo('resource.there', FileExists(Path), 'yes', 'no');
-    If FileExists(Path) Then
-    Begin
-        Lines := TStringList.Create;
-        Try
-            Lines.LoadFromFile(Path);
-            PrAnswer('resource.lines', IntToStr(Lines.Count));
-            If Lines.Count > 0 Then PrAnswer('resource.first', Copy(Lines.Strings[0], 1, 24));
-        Finally
-            Lines.Free;
+    Lines := TStringList.Create;
+    Try
+        Lines.LoadFromFile(Path);
+        PrAnswer('resource.lines', IntToStr(Lines.Count));
+        First := '';
+        If Lines.Count > 0 Then First := Copy(Lines.Strings[0], 1, 24);
+        PrAnswer('resource.first', First);
+        Codes := '';
+        For I := 1 To Length(First) Do
+            If I <= 8 Then Codes := Codes + ' ' + IntToStr(Ord(First[I]));
+        PrAnswer('resource.codes', Codes);
+    Finally
+        Lines.Free;
+    End;
+End;
+
+// Each place of the file, seen from the folder of the host's own files.
+Procedure PrAskResource(Dummy : Integer);
+Var
+    Found  : TStringList;
+    Folder : String;
+    I      : Integer;
+Begin
+    Folder := SpecialFolder_AltiumSystem;
+    If Copy(Folder, Length(Folder), 1) = '\' Then Folder := Copy(Folder, 1, Length(Folder) - 1);
+    Found := TStringList.Create;
+    Try
+        FindFiles(Folder, 'AdvPcb.rcs', faAnyFile, True, Found);
+        PrYesNo('resource.there', Found.Count > 0, 'yes', 'no');
+        For I := 0 To Found.Count - 1 Do
+        Begin
+            PrAnswer('resource.place', Copy(Found.Strings[I], Length(Folder) + 2, Length(Found.Strings[I])));
+            If FileExists(Found.Strings[I]) Then PrReportResource(Found.Strings[I]);
         End;
+    Finally
+        Found.Free;
     End;
 End;
 
@@ -324,6 +354,16 @@ Begin
             If Layer <> Nil Then
                 If Layer.UsedByPrims Then Text := Text + ' ' + IntToStr(I);
         End;
+    End
+    Else If PrHost >= 17 Then
+    Begin
+        Stack := PrBoard.MasterLayerStack;
+        For I := 1 To 32 Do
+        Begin
+            Layer := Stack.LayerObject_V7(LayerUtils.MechanicalLayer(I));
+            If Layer <> Nil Then
+                If Layer.UsedByPrims Then Text := Text + ' ' + IntToStr(I);
+        End;
     End;
     PrAnswer('layers.mechanical', Text);
 End;
@@ -429,6 +469,7 @@ Begin
     Begin
         Child := Children.Items[I];
         PrAnswer('child.path', PrForm(Child.DocumentPath));
+        PrYesNo('child.mirrored', Child.MirrorFlag, 'yes', 'no');
         Board := Child.ChildBoard;
         If Board = Nil Then PrAnswer('child.board', 'none')
         Else PrAnswer('child.board', PrForm(Board.FileName));
@@ -491,10 +532,12 @@ Begin
     Result := There;
 End;
 
-// Quotes and arguments of a program, and the copy of the board that the next ones use.
-Procedure PrAskProgram(Dummy : Integer);
+// Starts the program that copies the board into the temporary project; whether it answered.
+Function PrPrepare(Dummy : Integer) : Boolean;
 Var
-    Lines : TStringList;
+    Lines    : TStringList;
+    Code     : Integer;
+    Answered : Boolean;
 Begin
     Lines := TStringList.Create;
     Try
@@ -504,14 +547,22 @@ Begin
         Lines.Add('PlotKey=PlotNPTHPair0_Plot');
         PrSave(PrFolder + '\layers.probe', Lines);
         PrDelete(PrFolder + '\status.probe');
-        PrAnswer('program.code', IntToStr(PrRun('--prepare "' + PrPath + '" "' + PrFolder
-            + '\none.probe" "' + PrFolder + '\layers.probe" "' + PrFolder + '\status.probe"')));
-        PrYesNo('program.answer', PrAwait(PrFolder + '\status.probe', PrLimit * 10), 'came', 'none');
+        Code := PrRun('--prepare "' + PrPath + '" "' + PrFolder + '\none.probe" "' + PrFolder
+            + '\layers.probe" "' + PrFolder + '\status.probe"');
+        PrAnswer('program.code', IntToStr(Code));
+        Answered := PrAwait(PrFolder + '\status.probe', PrLimit * 10);
         PrDelete(PrFolder + '\layers.probe');
         PrDelete(PrFolder + '\status.probe');
     Finally
         Lines.Free;
     End;
+    Result := Answered;
+End;
+
+// Quotes and arguments of a program, and the copy of the board that the next ones use.
+Procedure PrAskProgram(Dummy : Integer);
+Begin
+    PrYesNo('program.answer', PrPrepare(0), 'came', 'none');
 End;
 
 Function PrBridgeIsFocused(Dummy : Integer) : Boolean;
@@ -535,6 +586,7 @@ Var
 Begin
     GetWorkspace.DM_OpenProject(PrTemp + '\Bridge.PrjPcb', True);
     Job := Client.OpenDocument('OUTPUTJOB', PrTemp + '\Bridge.OutJob');
+    PrYesNo('focus.open', PrBridgeIsFocused(0), 'bridge', 'other');
     Since := GetTickCount;
     Pumps := 0;
     If Job <> Nil Then
@@ -743,6 +795,7 @@ Begin
             RunProcess('WorkspaceManager:CloseObject');
         End;
         PrYesNo('close.documents', Client.GetDocumentByPath(PrTemp + '\Bridge.PcbDoc') <> Nil, 'stay', 'go');
+        PrYesNo('close.documents_open', Client.IsDocumentOpen(PrTemp + '\Bridge.PcbDoc'), 'yes', 'no');
         Document := Client.GetDocumentByPath(PrTemp + '\Bridge.PcbDoc');
         If Document <> Nil Then
         Begin
@@ -750,7 +803,101 @@ Begin
             Client.CloseDocument(Document);
         End;
         PrYesNo('close.document', Client.GetDocumentByPath(PrTemp + '\Bridge.PcbDoc') <> Nil, 'stays', 'goes');
+        PrYesNo('close.document_open', Client.IsDocumentOpen(PrTemp + '\Bridge.PcbDoc'), 'yes', 'no');
     End;
+End;
+
+// Opens the copy of the board and waits until it is in front; Nil when it does not come.
+Function PrOpenCopy(Dummy : Integer) : IPCB_Board;
+Var
+    Document : IServerDocument;
+    Copied   : IPCB_Board;
+    Pumps    : Integer;
+Begin
+    Copied := Nil;
+    Document := Client.OpenDocument('PCB', PrTemp + '\Bridge.PcbDoc');
+    If Document <> Nil Then
+    Begin
+        Client.ShowDocument(Document);
+        Pumps := 0;
+        Repeat
+            Application.ProcessMessages;
+            Sleep(PrPause);
+            Pumps := Pumps + 1;
+            Copied := PCBServer.GetCurrentPCBBoard;
+            If Copied <> Nil Then
+                If UpperCase(Copied.FileName) <> UpperCase(PrTemp + '\Bridge.PcbDoc') Then Copied := Nil;
+        Until (Copied <> Nil) Or (Pumps > PrLimit);
+    End;
+    Result := Copied;
+End;
+
+Procedure PrCloseCopy(Dummy : Integer);
+Var
+    Document : IServerDocument;
+Begin
+    Document := Client.GetDocumentByPath(PrTemp + '\Bridge.PcbDoc');
+    If Document <> Nil Then
+    Begin
+        Document.SetModified(False);
+        Client.CloseDocument(Document);
+    End;
+End;
+
+Function PrCountTracks(Dummy : Integer) : Integer;
+Var
+    Iterator : IPCB_BoardIterator;
+    Track    : IPCB_Primitive;
+    Count    : Integer;
+Begin
+    Count := 0;
+    Iterator := PrIterator(MkSet(eTrackObject), AllLayers);
+    Track := Iterator.FirstPCBObject;
+    While Track <> Nil Do
+    Begin
+        Count := Count + 1;
+        Track := Iterator.NextPCBObject;
+    End;
+    PrBoard.BoardIterator_Destroy(Iterator);
+    Result := Count;
+End;
+
+Procedure PrAddTrack(Dummy : Integer);
+Var
+    Track : IPCB_Track;
+Begin
+    Track := PCBServer.PCBObjectFactory(eTrackObject, eNoDimension, eCreate_Default);
+    If Track <> Nil Then PrBoard.AddPCBObject(Track);
+End;
+
+// Whether a file of the same path and other content is read anew. The copy gets a track in
+// memory only; closed without saving, prepared and opened again, it must not have it.
+Procedure PrAskReopening(Dummy : Integer);
+Var
+    Own    : IPCB_Board;
+    Before : Integer;
+    Added  : Boolean;
+Begin
+    Own := PrBoard;
+    Added := False;
+    Before := 0;
+    PrBoard := PrOpenCopy(0);
+    If PrBoard <> Nil Then
+    Begin
+        Before := PrCountTracks(0);
+        PrAddTrack(0);
+        Added := PrCountTracks(0) = Before + 1;
+    End;
+    PrCloseCopy(0);
+    If Added Then Added := PrPrepare(0);
+    If Added Then
+    Begin
+        PrBoard := PrOpenCopy(0);
+        If PrBoard <> Nil Then
+            PrYesNo('reopen.content', PrCountTracks(0) = Before, 'anew', 'stale');
+        PrCloseCopy(0);
+    End;
+    PrBoard := Own;
 End;
 
 {--- Questions that may stop the interpreter -----------------------------------}
@@ -767,6 +914,89 @@ Begin
         PrAnswer('error.file', 'caught');
     End;
     Lines.Free;
+End;
+
+Procedure PrAskOverwriting(Dummy : Integer);
+Var
+    Lines : TStringList;
+    Path  : String;
+Begin
+    Lines := TStringList.Create;
+    Path := PrFolder + '\' + IntToStr(GetTickCount) + '-twice.probe';
+    Lines.Add('x');
+    PrSave(Path, Lines);
+    Try
+        Lines.SaveToFile(Path);
+        PrAnswer('files.overwrite', 'works');
+    Except
+        PrAnswer('files.overwrite', 'fails');
+    End;
+    Lines.Free;
+    PrDelete(Path);
+End;
+
+// What another program makes of a file that a script holds open.
+Procedure PrAskOtherProgram(Path : String);
+Var
+    Lines : TStringList;
+Begin
+    Lines := TStringList.Create;
+    PrDelete(PrFolder + '\share.probe');
+    PrRun('--inspect "' + Path + '" "' + PrFolder + '\share.probe"');
+    If PrAwait(PrFolder + '\share.probe', PrLimit) Then
+    Begin
+        Lines.LoadFromFile(PrFolder + '\share.probe');
+        PrYesNo('share.program', Pos('could not be opened', Lines.Text) = 0, 'reads', 'cannot open');
+    End;
+    Lines.Free;
+    PrDelete(PrFolder + '\share.probe');
+End;
+
+// Who can read, and delete, a text file while a script writes it.
+Procedure PrAskShareRead(Dummy : Integer);
+Var
+    Handle : TextFile;
+    Lines  : TStringList;
+    Path   : String;
+Begin
+    Path := PrFolder + '\' + IntToStr(GetTickCount) + '-open.probe';
+    Lines := TStringList.Create;
+    AssignFile(Handle, Path);
+    Rewrite(Handle);
+    Try
+        Lines.LoadFromFile(Path);
+        PrAnswer('share.read', 'yes');
+    Except
+        PrAnswer('share.read', 'no');
+    End;
+    If PrProgram <> '' Then PrAskOtherProgram(Path);
+    PrDelete(Path);
+    PrYesNo('share.delete', FileExists(Path), 'no', 'yes');
+    CloseFile(Handle);
+    Lines.Free;
+    PrDelete(Path);
+End;
+
+// Whether a second handle can write meanwhile.
+Procedure PrAskShareWrite(Dummy : Integer);
+Var
+    Handle : TextFile;
+    Second : TextFile;
+    Path   : String;
+Begin
+    Path := PrFolder + '\' + IntToStr(GetTickCount) + '-open.probe';
+    AssignFile(Handle, Path);
+    Rewrite(Handle);
+    Try
+        AssignFile(Second, Path);
+        Append(Second);
+        CloseFile(Second);
+        PrAnswer('share.write', 'yes');
+    Except
+        PrAnswer('share.write', 'no');
+    End;
+    CloseFile(Handle);
+    PrDelete(Path);
 End;
 
 Procedure PrAskRewrite(Dummy : Integer);
@@ -831,6 +1061,7 @@ Begin
     I := KestruneProbeForm.Handle;
     KestruneProbeForm.Hide;
     PrYesNo('member.TForm.Handle', I <> 0, 'works', 'stops');
+    PrYesNo('client.window', Client.MainWindowHandle <> 0, 'known', 'zero');
     I := Pos('\APPDATA\', UpperCase(PrFolder));
     Home := Copy(PrFolder, 1, I) + 'AppData\Local\Kestrune';
     If (I > 0) And DirectoryExists(Home) And (Not FileExists(Home + '\form-handle-' + PrVersion + '.txt')) Then
@@ -877,16 +1108,20 @@ Begin
     If Number = 26 Then PrAskCompile(0);
     If Number = 27 Then PrAskDrills(0);
     If Number = 28 Then PrAskClosing(0);
+    If Number = 29 Then PrAskReopening(0);
 End;
 
 Procedure PrAskLast(Number : Integer);
 Begin
-    If Number = 29 Then PrAskFileError(0);
-    If Number = 30 Then PrAskRewrite(0);
-    If Number = 31 Then PrAskReset(0);
-    If Number = 32 Then PrAskMember(0);
-    If Number = 33 Then PrAskNested(0);
-    If Number = 34 Then PrAskHandle(0);
+    If Number = 30 Then PrAskFileError(0);
+    If Number = 31 Then PrAskOverwriting(0);
+    If Number = 32 Then PrAskRewrite(0);
+    If Number = 33 Then PrAskReset(0);
+    If Number = 34 Then PrAskShareRead(0);
+    If Number = 35 Then PrAskShareWrite(0);
+    If Number = 36 Then PrAskMember(0);
+    If Number = 37 Then PrAskNested(0);
+    If Number = 38 Then PrAskHandle(0);
 End;
 
 // One question. Its mark goes first: an interpreter that stops leaves it behind.
@@ -997,15 +1232,28 @@ Begin
             + ' less.');
 End;
 
-Procedure RunKestruneProbe;
+// The board of the user in front; the copy in the temporary project is none.
+Function PrFindBoard(Dummy : Integer) : Boolean;
+Var
+    Found : Boolean;
 Begin
     PrBoard := Nil;
     If PCBServer <> Nil Then PrBoard := PCBServer.GetCurrentPCBBoard;
-    If PrBoard = Nil Then
+    Found := PrBoard <> Nil;
+    If Found Then
+    Begin
+        PrPath := PrBoard.FileName;
+        Found := Pos('\KESTRUNE\TEMP\', UpperCase(PrPath)) = 0;
+    End;
+    Result := Found;
+End;
+
+Procedure RunKestruneProbe;
+Begin
+    If Not PrFindBoard(0) Then
         ShowWarning('Open a saved board that is not precious, click into it and run the probe again.')
     Else
     Begin
-        PrPath := PrBoard.FileName;
         PrBegin(0);
         PrAnswers := TStringList.Create;
         PrAskAll(0);

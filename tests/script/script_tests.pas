@@ -208,6 +208,7 @@ begin
   ResetHost;
   ResetPrograms;
   HostFiles.RemoveTree('C:\Boards');
+  HostFiles.RemoveTree('C:\Nowhere');
   HostFiles.RemoveTree(Temp);
   HostFiles.RemoveTree(Local + '\Kestrune\ODBpp');
   HostFiles.RemoveTree(Local + '\Kestrune\Exchange');
@@ -2128,6 +2129,60 @@ begin
   until (Stopped = '') or (Runs > 12);
 end;
 
+procedure CheckAnswered(const Keys: array of string);
+var
+  I: Integer;
+begin
+  for I := 0 to High(Keys) do
+    Check(Pos(#10 + Keys[I] + ' = ', Contents(ProbeReport)) > 0, 'not asked: ' + Keys[I]);
+end;
+
+procedure CheckSaid(const Line: string);
+begin
+  Check(Pos(#10 + Line + ' ; ', Contents(ProbeReport)) > 0, Line + ' expected: ' + Contents(ProbeReport));
+end;
+
+procedure ProbeAsksWhatNobodyKnows;
+begin
+  PrepareProbe;
+  WriteBytes('C:\Nowhere\System\Resources\English\AdvPcb.rcs', #$FF#$FE'T'#0'r'#0);
+  RunProbe(0);
+  CheckAnswered(['focus.pumps', 'focus.milliseconds', 'focus.open', 'document.modified', 'document.save',
+    'layers.flag', 'layers.copper', 'layers.mechanical', 'iterators.nested', 'error.file', 'files.overwrite',
+    'error.Rewrite', 'error.Reset', 'error.member', 'globals.kept', 'member.TForm.Handle', 'share.read',
+    'share.write', 'program.code', 'program.answer', 'files.code_page', 'script.project', 'resource.place',
+    'resource.codes', 'registry.items', 'registry.count', 'close.documents', 'close.document_open',
+    'reopen.content', 'archive.as_the_job', 'archive.all_pairs', 'archive.no_drill_field']);
+  CheckSaid('resource.place = Resources\English\AdvPcb.rcs');
+  CheckSaid('share.delete = no');
+  if OpenFilesAreRead then CheckSaid('share.program = reads')
+  else CheckSaid('share.program = cannot open');
+  Stopped := '';
+  PutInFront(Client.GetDocumentByPath(Board1));
+end;
+
+procedure ProbeNoticesBoardsThatAreNotReadAnew;
+begin
+  PrepareProbe;
+  ReopenedAreStale := True;
+  RunProbe(0);
+  CheckSaid('reopen.content = stale');
+  Stopped := '';
+  PutInFront(Client.GetDocumentByPath(Board1));
+end;
+
+procedure ProbeRefusesTheTemporaryCopy;
+begin
+  PrepareProbe;
+  NewBoard(Temp + '\Bridge.PcbDoc');
+  RunInInterpreter(RunKestruneProbe);
+  CheckBox('that is not precious');
+  Check(ProbeReport = '', 'asked about the copy');
+  Documents.Clear;
+  PutInFront(nil);
+  PCBServer.Front := nil;
+end;
+
 // The report becomes the host of the tests, and it is the same host.
 procedure ProbeReportDescribesThisHost;
 var
@@ -2135,9 +2190,11 @@ var
 
   function Settings: string;
   begin
-    Result := Format('%d %s %s %s %s %s %s', [Version, BoolToStr(ModifiedIsSeen), BoolToStr(SavesAreWritten),
-      BoolToStr(LayerFlagsAreSeen), BoolToStr(NestedIteratorsWork), BoolToStr(DocumentsStayLoaded),
-      BoolToStr(FileErrorsAreCaught)]) + MissingMembers.CommaText;
+    Result := Format('%d %s %s %s %s %s %s %s %s %s %s', [Version, BoolToStr(ModifiedIsSeen),
+      BoolToStr(SavesAreWritten), BoolToStr(LayerFlagsAreSeen), BoolToStr(NestedIteratorsWork),
+      BoolToStr(DocumentsStayLoaded), BoolToStr(FileErrorsAreCaught), BoolToStr(ReopenedAreStale),
+      BoolToStr(OverwritingFails), BoolToStr(OpenFilesAreRead), BoolToStr(OpenFilesAreWritten)])
+      + MissingMembers.CommaText;
   end;
 
 begin
@@ -2675,6 +2732,9 @@ begin
   Run('HandleIsAskedForOnceKnown', HandleIsAskedForOnceKnown);
   Run('LongNameIsCut', LongNameIsCut);
   Run('StoppedCallIsNamed', StoppedCallIsNamed);
+  Run('ProbeAsksWhatNobodyKnows', ProbeAsksWhatNobodyKnows);
+  Run('ProbeNoticesBoardsThatAreNotReadAnew', ProbeNoticesBoardsThatAreNotReadAnew);
+  Run('ProbeRefusesTheTemporaryCopy', ProbeRefusesTheTemporaryCopy);
   Run('ProbeReportDescribesThisHost', ProbeReportDescribesThisHost);
   Run('ProbeWithoutConsentOpensNothing', ProbeWithoutConsentOpensNothing);
   Run('ProbeGoesOnBehindEveryStop', ProbeGoesOnBehindEveryStop);

@@ -40,6 +40,7 @@ var
   OpenFiles: Classes.TStringList;
   OnDelete: procedure(const Path: string);
   OnFileError: procedure(const Where: string);   // a file cannot be created; may not return
+  OpenFilesAreRead, OpenFilesAreWritten: Boolean;   // by others than the one that opened them to write
   OverwritingFails: Boolean;   // a file of an existing name cannot be created
   Forbidden: string;       // nothing whose path begins so can be created
   Locked: string;          // the file that another program has open alone ...
@@ -60,6 +61,7 @@ procedure MakeYounger(const Path: string);
 procedure AssignFile(var F: TextFile; const Path: string);
 procedure Rewrite(var F: TextFile);
 procedure Reset(var F: TextFile);
+procedure Append(var F: TextFile);
 procedure CloseFile(var F: TextFile);
 
 function ReadBytes(const Path: string): string;
@@ -179,6 +181,14 @@ begin
   F.Open := True;
 end;
 
+procedure Append(var F: TextFile);
+begin
+  if not FileExists(F.Path) or ((OpenFiles.IndexOf(F.Path) >= 0) and not OpenFilesAreWritten) then
+    if Assigned(OnFileError) then OnFileError('Append');
+  OpenFiles.Add(F.Path);
+  F.Open := True;
+end;
+
 procedure CloseFile(var F: TextFile);
 begin
   if not F.Open then raise EInOutError.Create('file not open');
@@ -290,6 +300,8 @@ end;
 procedure TStringList.LoadFromFile(const FileName: string);
 begin
   if not FileExists(FileName) then raise EFOpenError.Create('Cannot open file ' + FileName);
+  if (OpenFiles.IndexOf(FileName) >= 0) and not OpenFilesAreRead then
+    raise EFOpenError.Create('Cannot open file ' + FileName);
   if (FileName = Locked) and (LockedReads > 0) then
   begin
     Dec(LockedReads);

@@ -15,6 +15,7 @@ const
   eTopLayer = 1; eMidLayer1 = 2; eBottomLayer = 32; eTopOverlay = 33; eBottomOverlay = 34;
   eTopPaste = 35; eBottomPaste = 36; eTopSolder = 37; eBottomSolder = 38; eInternalPlane1 = 39;
   eDrillGuide = 55; eKeepOutLayer = 56; eMechanical1 = 57; eDrillDrawing = 73; eMultiLayer = 74;
+  eNoDimension = 0; eCreate_Default = 0;
   eArcObject = 1; eFillObject = 6; eTrackObject = 4; eViaObject = 3; ePadObject = 2; eRuleObject = 16; eEmbeddedBoardObject = 26;
   eProcessAll = 0;
   eLayerClass_Physical = 2; eLayerClass_Electrical = 3;
@@ -50,6 +51,7 @@ type
   end;
   IPCB_Via = class(IPCB_Primitive)
   end;
+  IPCB_Track = IPCB_Primitive;
   IPCB_Board = class;
   IPCB_EmbeddedBoard = class(IPCB_Primitive)
     StoredPath: string;
@@ -141,6 +143,7 @@ type
     property FileName: string read GetFileName;
     property MasterLayerStack: IPCB_MasterLayerStack read GetStack;
     property LayerIsUsed[Layer: Integer]: Boolean read GetLayerIsUsed;
+    procedure AddPCBObject(Item: IPCB_Primitive);
     function BoardIterator_Create: IPCB_BoardIterator;
     procedure BoardIterator_Destroy(Iterator: IPCB_BoardIterator);
   end;
@@ -148,6 +151,7 @@ type
   TPcbServer = class
     Front: IPCB_Board;      // the board whose document was opened last
     function GetCurrentPCBBoard: IPCB_Board;
+    function PCBObjectFactory(Kind, Dimension, Mode: Integer): IPCB_Primitive;
   end;
   TLayerUtils = class
     function MechanicalLayer(I: Integer): Integer;
@@ -268,7 +272,7 @@ var
   // what a report of a host decides
   FocusPumps, FocusMilliseconds: Integer;
   ModifiedIsSeen, LayerFlagsAreSeen, SavesAreWritten, NestedIteratorsWork, DocumentsStayLoaded,
-    FileErrorsAreCaught, GlobalsAreKept: Boolean;
+    ReopenedAreStale, FileErrorsAreCaught, GlobalsAreKept: Boolean;
   MissingMembers: Classes.TStringList;
 
   // what tests look at
@@ -333,6 +337,7 @@ var
   ToFront: IServerDocument;      // shown, but the focus has not followed yet
   PumpsToFront: Integer;
   FrontFrom: Int64;
+  Stale: Contnrs.TObjectList;    // closed documents that a host keeps which does not read them anew
 
 procedure Call(const Text: string);
 begin
@@ -385,6 +390,7 @@ begin
   OpenIterators := 0;
   OpenObjectLists := 0;
   OpenLists := 0;
+  OpenFiles.Clear;
   RTLEventSetEvent(Runner.Done);
   EndThread(0);
 end;
@@ -471,7 +477,10 @@ begin
   DocumentsStayLoaded := IsReported(Lines, 'close.documents', 'stay', 'go');
   FileErrorsAreCaught := IsReported(Lines, 'error.file', 'caught', 'stops');
   GlobalsAreKept := IsReported(Lines, 'globals.kept', 'yes', 'no');
-  OverwritingFails := not FileErrorsAreCaught;
+  ReopenedAreStale := IsReported(Lines, 'reopen.content', 'stale', 'anew');
+  OverwritingFails := IsReported(Lines, 'files.overwrite', 'fails', 'works');
+  OpenFilesAreRead := IsReported(Lines, 'share.read', 'yes', 'no');
+  OpenFilesAreWritten := IsReported(Lines, 'share.write', 'yes', 'no');
   ReadMissingMembers(Lines);
   Lines.Free;
 end;
@@ -506,6 +515,8 @@ begin
   Flaw := Flawless;
   GivenArchive := '';
   Boards.Clear;
+  Stale.Clear;
+  OpenFiles.Clear;
   CloseDoesNothing := False;
   CloseFails := False;
   LookingFails := False;
@@ -855,6 +866,12 @@ begin
   Result := LayerFlagsAreSeen and (Layer in Used);
 end;
 
+procedure IPCB_Board.AddPCBObject(Item: IPCB_Primitive);
+begin
+  Use('IPCB_Board.AddPCBObject');
+  Objects.Add(Item);
+end;
+
 function IPCB_Board.BoardIterator_Create: IPCB_BoardIterator;
 begin
   Use('IPCB_Board.BoardIterator_Create');
@@ -873,12 +890,23 @@ begin
   Iterator.Free;
 end;
 
-// The board of the document in front.
+// The board of the document in front. Those that tests say nothing about are empty.
 function TPcbServer.GetCurrentPCBBoard: IPCB_Board;
 begin
   Enter('IPCB_ServerInterface.GetCurrentPCBBoard');
   Result := nil;
-  if FrontDocument <> nil then Result := FrontDocument.Board;
+  if FrontDocument = nil then Exit;
+  if (FrontDocument.Kind = 'PCB') and (FrontDocument.Board = nil) then
+    FrontDocument.Board := IPCB_Board.Create(FrontDocument.Path);
+  Result := FrontDocument.Board;
+end;
+
+function TPcbServer.PCBObjectFactory(Kind, Dimension, Mode: Integer): IPCB_Primitive;
+begin
+  Enter('IPCB_ServerInterface.PCBObjectFactory');
+  Result := IPCB_Primitive.Create;
+  Result.ObjectId := Kind;
+  Result.LayerNumber := eTopLayer;
 end;
 
 function TLayerUtils.MechanicalLayer(I: Integer): Integer;
@@ -1089,6 +1117,16 @@ begin
   StopInterpreter('Undeclared identifier: KestruneHasNoSuchMember');
 end;
 
+// The board of a document that this host kept after closing.
+function StaleBoard(const Path: string): IPCB_Board;
+var
+  I: Integer;
+begin
+  Result := nil;
+  for I := 0 to Stale.Count - 1 do
+    if SameText(IPCB_Board(Stale[I]).FFileName, Path) then Result := IPCB_Board(Stale[I]);
+end;
+
 // Opens what is not open yet, under the kinds that were seen.
 function Open(const Kind, Path: string): IServerDocument;
 begin
@@ -1096,6 +1134,7 @@ begin
   if (Result <> nil) or not FileExists(Path) or 
     ((Kind <> 'PCB') and (Kind <> 'OUTPUTJOB') and (Kind <> 'Text')) then Exit;
   Result := IServerDocument.Create;
+  Result.Board := StaleBoard(Path);
   Result.Path := Path;
   Result.Kind := Kind;
   Result.Loaded := ReadBytes(Path);
@@ -1146,7 +1185,8 @@ begin
   if FrontDocument = Document then FrontDocument := nil;
   if ToFront = Document then ToFront := nil;
   Document.Dead := True;
-  if Document.Board <> nil then Document.Board.Die;
+  if (Document.Board <> nil) and ReopenedAreStale then Stale.Add(Document.Board)
+  else if Document.Board <> nil then Document.Board.Die;
   Documents.Extract(Document);
 end;
 
@@ -1671,6 +1711,7 @@ initialization
   Documents := Contnrs.TObjectList.Create(False);
   Workspace := IWorkspace.Create;
   Boards := Contnrs.TObjectList.Create(False);
+  Stale := Contnrs.TObjectList.Create(False);
   PCBServer := TPcbServer.Create;
   Client := TClient.Create;
   Application := TApplication.Create;

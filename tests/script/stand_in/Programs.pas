@@ -215,7 +215,9 @@ end;
 // The list of layers of whatever archive is there.
 procedure SimulateInspection(const Arguments: TStrings);
 begin
-  if FileExists(Arguments[2]) then WriteBytes(Arguments[3], ListOfLayers(ReadBytes(Arguments[2])))
+  if (OpenFiles.IndexOf(Arguments[2]) >= 0) and not OpenFilesAreRead then
+    WriteBytes(Arguments[3], 'VERSION=1'#13#10'ERROR=The archive could not be opened.'#13#10'END'#13#10)
+  else if FileExists(Arguments[2]) then WriteBytes(Arguments[3], ListOfLayers(ReadBytes(Arguments[2])))
   else WriteBytes(Arguments[3], 'VERSION=1'#13#10'ERROR=The archive is not there.'#13#10'END'#13#10);
 end;
 
