@@ -25,6 +25,8 @@ Const
     KsArchiveWaits   = 15;      // waits of two minutes for an archive that still grows
     KsDeliveryLimit  = 600;     // seconds until a delivery counts as ended
     KsCallLimit      = 10;      // seconds that a mark counts during a call that returns at once
+    KsObjectsLimit   = 60;      // seconds during a look at all objects of a large board
+    KsFirstMarks     = 30;      // more marks than are needed before the installation is found
     KsWaitLimit      = 600;     // seconds during what may take long or shows a window
     KsGenerateLimit  = 7200;    // seconds while the host writes the archive
     KsMarkLooks      = 50;      // looks until the mark is written anew
@@ -40,6 +42,7 @@ Const
     KsFirstPlane     = 16842753;
     KsBoardNameWidth = 32;      // characters of a file name that fit into the window
     KsMedium         = 'Kestrune ODB++';    // the container of Bridge.OutJob
+    KsFirstStamp     = 'Kestrune-press';    // of marks in the folder for temporary files
     KsMirrored       = 'a mirrored board';
     KsGapMark        = 'Clearance Constraint (Gap=';
     KsBreak          = #13#10;
@@ -73,6 +76,7 @@ Var
     KsMarkIsKept  : Boolean;    // something of this run goes on after its end
     KsKeptState   : String;     // and what that is
     KsMarkAge     : Integer;    // looks since the mark was written
+    KsNamed       : TStringList;    // calls of the host that this run made at least once
     KsProblem     : String;     // why the export ends, in the user's words; empty while all is well
     KsNotice      : String;     // what the user should know although the export goes on
     KsStart       : TDateTime;
@@ -359,35 +363,6 @@ Begin
     Result := Path;
 End;
 
-Function KsLocateInstallation(Dummy : Integer) : Boolean;
-Var
-    Workspace : IWorkspace;
-    Project   : IProject;
-    Path      : String;
-    I         : Integer;
-    Found     : Boolean;
-Begin
-    Found := False;
-    Workspace := GetWorkspace;
-    If Workspace <> Nil Then
-        For I := 0 To Workspace.DM_ProjectCount - 1 Do
-        Begin
-            Project := Workspace.DM_Projects(I);
-            Path := '';
-            If Project <> Nil Then Path := Project.DM_ProjectFullPath;
-            If (Not Found) And (UpperCase(ExtractFileName(Path)) = 'KESTRUNE.PRJSCR') Then
-                Found := KsReadRoots(ExtractFilePath(Path) + 'Kestrune.pas');
-        End;
-    // A global script project may be missing in the list of open projects.
-    If (Not Found) And (KsHost >= 19) Then
-        Found := KsReadRoots(ExtractFilePath(GetRunningScriptProjectName) + 'Kestrune.pas');
-    If Not Found Then
-        Found := KsReadRoots(KsRuntimeBeside(SpecialFolder_AltiumApplicationData));
-    If Not Found Then
-        Found := KsReadRoots(KsRuntimeBeside(SpecialFolder_Temporary));
-    Result := Found;
-End;
-
 Function KsMissingFile(Dummy : Integer) : String;
 Var
     Path : String;
@@ -624,7 +599,7 @@ Begin
     Old := KsMarkPath;
     If Old <> '' Then
         If Not FileExists(Old) Then KsMarkLost := True;
-    If Not KsMarkLost Then
+    If (Not KsMarkLost) And (KsExchange <> '') Then
     Begin
         KsMarkNumber := KsMarkNumber + 1;
         Path := KsExchangeFile('running-' + IntToStr(KsMarkNumber));
@@ -645,14 +620,25 @@ Begin
     End;
 End;
 
-// Stands before a call of the host that returns at once: an error in it that stops
+// Written before a call of the host that returns at once: an error in it that stops
 // the interpreter leaves its name behind.
 Procedure KsBeforeCall(Call : String);
 Begin
     KsMark(KsMarkState, Call, KsCallLimit);
 End;
 
-// Stands before a call that may take long or shows a window of the host.
+// The same for calls that are made often: once a call has worked, its name is not
+// written again in this run.
+Procedure KsBeforeFirst(Call : String);
+Begin
+    If KsNamed.IndexOf(Call) < 0 Then
+    Begin
+        KsNamed.Add(Call);
+        KsMark(KsMarkState, Call, KsObjectsLimit);
+    End;
+End;
+
+// Written before a call that may take long or shows a window of the host.
 Procedure KsBeforeLongCall(Call : String);
 Begin
     KsMark(KsMarkState, Call, KsWaitLimit);
@@ -746,8 +732,8 @@ Begin
         + 'At: ' + Call + KsBreak
         + 'Altium Designer: ' + KsValue(Lines, 'Version=') + KsBreak + KsBreak
         + 'If an error of the script stopped it, please send this text and the log to those from whom'
-        + ' you have Kestrune (Ctrl+C copies it). This export starts anew.' + KsBreak
-        + 'Log: ' + KsLogPath(0);
+        + ' you have Kestrune (Ctrl+C copies it). This export starts anew.';
+    If KsRuntimeRoot <> '' Then Text := Text + KsBreak + 'Log: ' + KsLogPath(0);
     Result := Text;
 End;
 
@@ -888,10 +874,21 @@ Begin
     End;
 End;
 
+Procedure KsDropFirstMark(Path : String);
+Begin
+    If Path <> '' Then KsDeleteIfThere(Path);
+End;
+
 // The run writes its own mark first and then looks for others, so that of two
 // presses at the same moment at most one goes on.
 Procedure KsTakeMark(Dummy : Integer);
+Var
+    FirstMark : String;
 Begin
+    KsBeforeCall('FindFiles');
+    FirstMark := KsMarkPath;
+    KsMarkPath := '';
+    KsMarkLost := False;
     KsExchange := KsHome(0) + 'Exchange';
     If Not DirectoryExists(KsExchange) Then ForceDirectories(KsExchange);
     If DirectoryExists(KsExchange) Then
@@ -899,6 +896,7 @@ Begin
         KsNewStamp(0);
         KsMark('starting', '', KsWaitLimit);
     End;
+    KsDropFirstMark(FirstMark);
     If KsMarkPath = '' Then
         KsProblem := 'No file could be written in ' + KsExchange + '. Is the disk full?'
     Else
@@ -907,6 +905,101 @@ Begin
         If KsProblem = '' Then KsRemoveOldFiles(0)
         Else KsNotice := '';
     End;
+End;
+
+{--- The first mark -------------------------------------------------------------}
+
+// Where the exchange folder is, only the host can tell, and each question may stop the
+// interpreter. So the first marks lie in the folder for temporary files. Before the call
+// that tells this folder nothing can be written; a press that stops there says nothing.
+
+// Says where earlier presses were stopped before they had found the installation. Their
+// names are known, so that no search for files is needed.
+Procedure KsLookAtFirstMarks(Dummy : Integer);
+Var
+    I    : Integer;
+    Path : String;
+Begin
+    For I := 1 To KsFirstMarks Do
+    Begin
+        Path := KsExchangeFile('running-' + IntToStr(I));
+        If FileExists(Path) Then
+        Begin
+            KsLookAtMark(Path);
+            // A young one may be of a press in another window at this moment.
+            If KsProblem = '' Then KsDeleteIfThere(Path);
+            KsProblem := '';
+        End;
+    End;
+    If KsNotice <> '' Then ShowWarning(KsNotice);
+    KsNotice := '';
+End;
+
+Procedure KsTakeFirstMark(Dummy : Integer);
+Begin
+    KsStamp := KsFirstStamp;
+    KsExchange := SpecialFolder_Temporary;
+    If Copy(KsExchange, Length(KsExchange), 1) = '\' Then
+        KsExchange := Copy(KsExchange, 1, Length(KsExchange) - 1);
+    If Not DirectoryExists(KsExchange) Then KsExchange := '';
+    If KsExchange <> '' Then KsLookAtFirstMarks(0);
+End;
+
+// The path of an open project; empty when the host names none.
+Function KsProjectPath(Number : Integer) : String;
+Var
+    Project : IProject;
+    Path    : String;
+Begin
+    Path := '';
+    KsBeforeFirst('IWorkspace.DM_Projects');
+    Project := GetWorkspace.DM_Projects(Number);
+    KsBeforeFirst('IProject.DM_ProjectFullPath');
+    If Project <> Nil Then Path := Project.DM_ProjectFullPath;
+    Result := Path;
+End;
+
+Function KsProjectCount(Dummy : Integer) : Integer;
+Var
+    Count : Integer;
+Begin
+    Count := 0;
+    KsBeforeFirst('GetWorkspace');
+    If GetWorkspace <> Nil Then
+    Begin
+        KsBeforeFirst('IWorkspace.DM_ProjectCount');
+        Count := GetWorkspace.DM_ProjectCount;
+    End;
+    Result := Count;
+End;
+
+Function KsLocateInstallation(Dummy : Integer) : Boolean;
+Var
+    Path  : String;
+    I     : Integer;
+    Found : Boolean;
+Begin
+    Found := False;
+    For I := 0 To KsProjectCount(0) - 1 Do
+    Begin
+        Path := KsProjectPath(I);
+        If (Not Found) And (UpperCase(ExtractFileName(Path)) = 'KESTRUNE.PRJSCR') Then
+            Found := KsReadRoots(ExtractFilePath(Path) + 'Kestrune.pas');
+    End;
+    // A global script project may be missing in the list of open projects.
+    If (Not Found) And (KsHost >= 19) Then
+    Begin
+        KsBeforeFirst('GetRunningScriptProjectName');
+        Found := KsReadRoots(ExtractFilePath(GetRunningScriptProjectName) + 'Kestrune.pas');
+    End;
+    If Not Found Then
+    Begin
+        KsBeforeFirst('SpecialFolder_AltiumApplicationData');
+        Found := KsReadRoots(KsRuntimeBeside(SpecialFolder_AltiumApplicationData));
+    End;
+    If Not Found Then
+        Found := KsReadRoots(KsRuntimeBeside(SpecialFolder_Temporary));
+    Result := Found;
 End;
 
 {--- The wait window -----------------------------------------------------------}
@@ -932,6 +1025,7 @@ Begin
     KsMark(Name, '', KsWaitLimit);
     KestruneWaitForm.StepLabel.Caption := KsStepText;
     KestruneWaitForm.StepBar.Position := Step - 1;
+    KsBeforeFirst('KestruneWaitForm.Refresh');
     KestruneWaitForm.Refresh;
     KsPump(0);
 End;
@@ -974,6 +1068,7 @@ End;
 
 Procedure KsOpenWindow(Dummy : Integer);
 Begin
+    KsBeforeCall('KestruneWaitForm.Show');
     KestruneWaitForm.BoardLabel.Caption := KsShortName(KsBoardPath);
     KestruneWaitForm.StepLabel.Caption := ' ';
     KestruneWaitForm.NoteLabel.Caption := ' ';
@@ -997,6 +1092,7 @@ Begin
     KsBeforeCall('RunApplication');
     Code := RunApplication(KsQuoted(KsRuntimeRoot + '\Kestrune.exe') + ' ' + Arguments);
     Started := Code = 0;
+    If Not Started Then KsBeforeCall('GetErrorMessage');
     If Not Started Then
         KsProblem := 'Kestrune.exe could not be started: ' + GetErrorMessage(Code) + KsBreak +
             'A virus scanner may have locked it. ' + KsReinstall(0);
@@ -1031,12 +1127,19 @@ End;
 // one, but a host that does not know the handle stops the interpreter: only the
 // probe finds out, and leaves a file for the version that it saw.
 Procedure KsCentreWindow(Dummy : Integer);
+Var
+    OwnWindow  : Integer;
+    HostWindow : Integer;
 Begin
     If FileExists(KsHome(0) + 'form-handle-' + KsVersion + '.txt') Then
     Begin
+        KsBeforeCall('Client.MainWindowHandle');
+        HostWindow := Client.MainWindowHandle;
         KsBeforeCall('KestruneWaitForm.Handle');
-        RunApplication(KsQuoted(KsRuntimeRoot + '\Kestrune.exe') + ' --position-window '
-            + IntToStr(KestruneWaitForm.Handle) + ' ' + IntToStr(Client.MainWindowHandle));
+        OwnWindow := KestruneWaitForm.Handle;
+        KsRun('--position-window ' + IntToStr(OwnWindow) + ' ' + IntToStr(HostWindow));
+        // Nothing depends on it.
+        KsProblem := '';
     End;
 End;
 
@@ -1106,26 +1209,38 @@ Function KsIterator(Objects : TSet; Layers : TSet) : IPCB_BoardIterator;
 Var
     Iterator : IPCB_BoardIterator;
 Begin
+    KsBeforeFirst('IPCB_Board.BoardIterator_Create');
     Iterator := KsBoard.BoardIterator_Create;
+    KsBeforeFirst('IPCB_BoardIterator.AddFilter_ObjectSet');
     Iterator.AddFilter_ObjectSet(Objects);
+    KsBeforeFirst('IPCB_BoardIterator.AddFilter_LayerSet');
     Iterator.AddFilter_LayerSet(Layers);
+    KsBeforeFirst('IPCB_BoardIterator.AddFilter_Method');
     Iterator.AddFilter_Method(eProcessAll);
+    KsBeforeFirst('IPCB_BoardIterator.FirstPCBObject, NextPCBObject');
     Result := Iterator;
 End;
 
-Function KsHasObject(Layer : Integer) : Boolean;
+Procedure KsEndIterator(Iterator : IPCB_BoardIterator);
+Begin
+    KsBeforeFirst('IPCB_Board.BoardIterator_Destroy');
+    KsBoard.BoardIterator_Destroy(Iterator);
+End;
+
+// Whether there is an object of some kinds on a layer.
+Function KsHasObject(Objects : TSet; Layer : Integer) : Boolean;
 Var
     Iterator : IPCB_BoardIterator;
     Item     : IPCB_Primitive;
     Has      : Boolean;
 Begin
     Has := True;
-    Iterator := KsIterator(AllObjects, MkSet(Layer));
+    Iterator := KsIterator(Objects, MkSet(Layer));
     Try
         Item := Iterator.FirstPCBObject;
         Has := Item <> Nil;
     Finally
-        KsBoard.BoardIterator_Destroy(Iterator);
+        KsEndIterator(Iterator);
     End;
     Result := Has;
 End;
@@ -1135,8 +1250,9 @@ Procedure KsNoteIfUsed(Layer : Integer; Name : String);
 Var
     Used : Boolean;
 Begin
+    KsBeforeFirst('IPCB_Board.LayerIsUsed');
     Used := KsBoard.LayerIsUsed[Layer];
-    If Not Used Then Used := KsHasObject(Layer);
+    If Not Used Then Used := KsHasObject(AllObjects, Layer);
     If Used Then
     Begin
         KsNote(KsPlotKeys, 'Plot' + Name);
@@ -1151,18 +1267,30 @@ Var
 Begin
     If KsHost >= 17 Then
     Begin
-        KsBeforeCall('IPCB_MasterLayerStack.First');
+        KsBeforeFirst('IPCB_Board.MasterLayerStack');
         Stack := KsBoard.MasterLayerStack;
+        KsBeforeFirst('IPCB_MasterLayerStack.First');
         Layer := Stack.First(eLayerClass_Electrical);
         If Layer = Nil Then KsNoteAllCopper(0);
         While Layer <> Nil Do
         Begin
+            KsBeforeFirst('IPCB_LayerObject.V7_LayerID');
             KsNoteCopper(Layer.V7_LayerID.ID);
+            KsBeforeFirst('IPCB_MasterLayerStack.Next');
             Layer := Stack.Next(eLayerClass_Electrical, Layer);
         End;
     End
     Else
         KsNoteAllCopper(0);
+End;
+
+Procedure KsNoteIfMechanical(Layer : IPCB_MechanicalLayer; Number : Integer);
+Begin
+    If (Layer <> Nil) And (KsHost >= 17) Then
+    Begin
+        KsBeforeFirst('IPCB_MechanicalLayer.UsedByPrims');
+        If Layer.UsedByPrims Then KsNoteMechanical(Number);
+    End;
 End;
 
 Procedure KsCollectMechanical(Dummy : Integer);
@@ -1171,25 +1299,24 @@ Var
     Layer : IPCB_MechanicalLayer;
     I     : Integer;
 Begin
-    KsBeforeCall('IPCB_MechanicalLayer.UsedByPrims');
     If KsHost >= 19 Then
     Begin
         Stack := KsBoard.MasterLayerStack;
+        KsBeforeFirst('IPCB_MasterLayerStack.GetMechanicalLayer');
         For I := 1 To 1024 Do
         Begin
             Layer := Stack.GetMechanicalLayer(I);
-            If Layer <> Nil Then
-                If Layer.UsedByPrims Then KsNoteMechanical(I);
+            KsNoteIfMechanical(Layer, I);
         End;
     End
     Else If KsHost >= 17 Then
     Begin
         Stack := KsBoard.MasterLayerStack;
+        KsBeforeFirst('IPCB_MasterLayerStack.LayerObject_V7, ILayerUtils.MechanicalLayer');
         For I := 1 To 32 Do
         Begin
             Layer := Stack.LayerObject_V7(LayerUtils.MechanicalLayer(I));
-            If Layer <> Nil Then
-                If Layer.UsedByPrims Then KsNoteMechanical(I);
+            KsNoteIfMechanical(Layer, I);
         End;
     End
     Else
@@ -1199,7 +1326,6 @@ End;
 
 Procedure KsCollectFixed(Dummy : Integer);
 Begin
-    KsBeforeCall('IPCB_Board.LayerIsUsed');
     KsNoteIfUsed(eTopOverlay,    'TopOverlayPlot');
     KsNoteIfUsed(eBottomOverlay, 'BottomOverlayPlot');
     KsNoteIfUsed(eTopPaste,      'TopPastePlot');
@@ -1213,22 +1339,13 @@ End;
 
 // A text may be hidden; a track, an arc or a fill never is.
 Procedure KsNoteIfDrawn(Layer : Integer; Name : String);
-Var
-    Iterator : IPCB_BoardIterator;
-    Item     : IPCB_Primitive;
 Begin
-    Iterator := KsIterator(MkSet(eTrackObject, eArcObject, eFillObject), MkSet(Layer));
-    Try
-        Item := Iterator.FirstPCBObject;
-        If Item <> Nil Then KsNote(KsFindings, 'Drawn=' + Name);
-    Finally
-        KsBoard.BoardIterator_Destroy(Iterator);
-    End;
+    If KsHasObject(MkSet(eTrackObject, eArcObject, eFillObject), Layer) Then
+        KsNote(KsFindings, 'Drawn=' + Name);
 End;
 
 Procedure KsCollectDrawn(Dummy : Integer);
 Begin
-    KsBeforeCall('IPCB_BoardIterator.AddFilter_ObjectSet');
     KsNoteIfDrawn(eTopOverlay,    'TopOverlay');
     KsNoteIfDrawn(eBottomOverlay, 'BottomOverlay');
     KsNoteIfDrawn(eTopPaste,      'TopPaste');
@@ -1242,7 +1359,6 @@ Var
     Iterator : IPCB_BoardIterator;
     Via      : IPCB_Via;
 Begin
-    KsBeforeCall('IPCB_Via');
     Iterator := KsIterator(MkSet(eViaObject), AllLayers);
     Try
         Via := Iterator.FirstPCBObject;
@@ -1254,21 +1370,24 @@ Begin
             Via := Iterator.NextPCBObject;
         End;
     Finally
-        KsBoard.BoardIterator_Destroy(Iterator);
+        KsEndIterator(Iterator);
     End;
 End;
 
 Procedure KsNotePad(Pad : IPCB_Pad);
 Begin
     KsPads := True;
+    KsBeforeFirst('IPCB_Pad.HoleSize');
     If Pad.HoleSize > 0 Then
     Begin
         KsHoles := KsHoles + 1;
+        KsBeforeFirst('IPCB_Pad.Plated');
         If Pad.Plated Then KsNote(KsFindings, 'Drill=plated')
         Else KsNote(KsFindings, 'Drill=unplated');
     End
     Else
     Begin
+        KsBeforeFirst('IPCB_Pad.Layer');
         If Pad.Layer <> eBottomLayer Then KsTopPads := True;
         If Pad.Layer <> eTopLayer Then KsBottomPads := True;
     End;
@@ -1279,7 +1398,6 @@ Var
     Iterator : IPCB_BoardIterator;
     Pad      : IPCB_Pad;
 Begin
-    KsBeforeCall('IPCB_Pad.Plated');
     Iterator := KsIterator(MkSet(ePadObject), AllLayers);
     Try
         Pad := Iterator.FirstPCBObject;
@@ -1289,7 +1407,7 @@ Begin
             Pad := Iterator.NextPCBObject;
         End;
     Finally
-        KsBoard.BoardIterator_Destroy(Iterator);
+        KsEndIterator(Iterator);
     End;
 End;
 
@@ -1299,7 +1417,6 @@ Var
     Iterator : IPCB_BoardIterator;
     Child    : IPCB_EmbeddedBoard;
 Begin
-    KsBeforeCall('IPCB_EmbeddedBoard');
     Iterator := KsIterator(MkSet(eEmbeddedBoardObject), AllLayers);
     Try
         Child := Iterator.FirstPCBObject;
@@ -1310,7 +1427,7 @@ Begin
             Child := Iterator.NextPCBObject;
         End;
     Finally
-        KsBoard.BoardIterator_Destroy(Iterator);
+        KsEndIterator(Iterator);
     End;
 End;
 
@@ -1366,8 +1483,8 @@ Procedure KsNoteIfUnsaved(Path : String);
 Var
     Document : IServerDocument;
 Begin
-    KsBeforeCall('Client.GetDocumentByPath');
     Document := Client.GetDocumentByPath(Path);
+    If Document <> Nil Then KsBeforeFirst('IServerDocument.Modified');
     If Document <> Nil Then
         If Document.Modified Then KsNote(KsUnsaved, Path);
 End;
@@ -1394,15 +1511,16 @@ Var
     Stored : String;
     Path   : String;
 Begin
-    KsBeforeCall('IPCB_EmbeddedBoard.ChildBoard');
+    KsBeforeFirst('IPCB_EmbeddedBoard.DocumentPath');
     Stored := Child.DocumentPath;
+    KsBeforeCall('IPCB_EmbeddedBoard.ChildBoard');
     KsBoard := Child.ChildBoard;
     Path := KsPathOfChild(Stored, Folder);
     If (Not KsIsAbsolute(Stored)) And (ExtractFileName(Stored) <> Stored) Then
         KsNote(KsAway, Stored)
     Else If Not FileExists(Path) Then
         KsNote(KsMissing, Path);
-    KsBeforeCall('IPCB_EmbeddedBoard.MirrorFlag');
+    KsBeforeFirst('IPCB_EmbeddedBoard.MirrorFlag');
     If Child.MirrorFlag Then KsNoteEverything(KsMirrored);
     If KsVisited.IndexOf(UpperCase(Path)) < 0 Then KsLookInside(Path);
 End;
@@ -1535,6 +1653,7 @@ Procedure KsNoteRule(Rule : IPCB_Rule);
 Var
     Gap : Integer;
 Begin
+    KsBeforeFirst('IPCB_Rule.RuleKind, Enabled, Descriptor');
     If Rule.RuleKind = eRule_Clearance Then
         If Rule.Enabled Then
         Begin
@@ -1553,7 +1672,6 @@ Var
 Begin
     KsClearance := 0;
     KsClearanceOk := True;
-    KsBeforeCall('IPCB_Rule.Descriptor');
     Iterator := KsIterator(MkSet(eRuleObject), AllLayers);
     Try
         Try
@@ -1567,7 +1685,7 @@ Begin
             KsClearanceOk := False;
         End;
     Finally
-        KsBoard.BoardIterator_Destroy(Iterator);
+        KsEndIterator(Iterator);
     End;
     If Not KsClearanceOk Then KsClearance := 0;
 End;
@@ -1576,6 +1694,7 @@ End;
 // is handled meanwhile, so nobody can close the board.
 Procedure KsCollectBoards(Dummy : Integer);
 Begin
+    KsBeforeFirst('PCBServer.GetCurrentPCBBoard');
     KsBoard := PCBServer.GetCurrentPCBBoard;
     If KsBoard <> Nil Then
         If Not KsSamePath(KsBoard.FileName, KsBoardPath) Then KsBoard := Nil;
@@ -1603,6 +1722,7 @@ Var
     Path    : String;
 Begin
     Path := '';
+    KsBeforeFirst('IWorkspace.DM_FocusedProject');
     Project := GetWorkspace.DM_FocusedProject;
     If Project <> Nil Then Path := Project.DM_ProjectFullPath;
     Result := Path;
@@ -1615,7 +1735,9 @@ Var
     Path     : String;
 Begin
     Path := '';
+    KsBeforeFirst('IWorkspace.DM_FocusedDocument');
     Document := GetWorkspace.DM_FocusedDocument;
+    If Document <> Nil Then KsBeforeFirst('IDocument.DM_FullPath');
     If Document <> Nil Then Path := Document.DM_FullPath;
     Result := Path;
 End;
@@ -1638,11 +1760,13 @@ Procedure KsShowJob(Dummy : Integer);
 Var
     Job : IServerDocument;
 Begin
-    KsBeforeLongCall('Client.ShowDocument');
     Job := Client.GetDocumentByPath(KsBridgeFile('Bridge.OutJob'));
-    If Job = Nil Then
-        If FileExists(KsBridgeFile('Bridge.OutJob')) Then
-            Job := Client.OpenDocument('OUTPUTJOB', KsBridgeFile('Bridge.OutJob'));
+    If (Job = Nil) And FileExists(KsBridgeFile('Bridge.OutJob')) Then
+    Begin
+        KsBeforeLongCall('Client.OpenDocument');
+        Job := Client.OpenDocument('OUTPUTJOB', KsBridgeFile('Bridge.OutJob'));
+    End;
+    KsBeforeLongCall('Client.ShowDocument');
     If Job <> Nil Then Client.ShowDocument(Job);
 End;
 
@@ -1669,17 +1793,12 @@ End;
 
 Function KsBridgeIndex(Dummy : Integer) : Integer;
 Var
-    Project : IProject;
-    I       : Integer;
-    Index   : Integer;
+    I     : Integer;
+    Index : Integer;
 Begin
     Index := -1;
-    For I := 0 To GetWorkspace.DM_ProjectCount - 1 Do
-    Begin
-        Project := GetWorkspace.DM_Projects(I);
-        If Project <> Nil Then
-            If KsSamePath(Project.DM_ProjectFullPath, KsBridgeFile('Bridge.PrjPcb')) Then Index := I;
-    End;
+    For I := 0 To KsProjectCount(0) - 1 Do
+        If KsSamePath(KsProjectPath(I), KsBridgeFile('Bridge.PrjPcb')) Then Index := I;
     Result := Index;
 End;
 
@@ -1711,9 +1830,12 @@ Begin
     If KsBridgeIndex(0) >= 0 Then
     Begin
         Project := GetWorkspace.DM_Projects(KsBridgeIndex(0));
+        KsBeforeFirst('IProject.DM_LogicalDocumentCount');
         For I := 0 To Project.DM_LogicalDocumentCount - 1 Do
         Begin
+            KsBeforeFirst('IProject.DM_LogicalDocuments');
             Member := Project.DM_LogicalDocuments(I);
+            If Member <> Nil Then KsBeforeFirst('IDocument.DM_FullPath');
             If Member <> Nil Then KsForgetChanges(Member.DM_FullPath);
         End;
     End;
@@ -1976,13 +2098,16 @@ End;
 
 Procedure KsCompileBridge(Dummy : Integer);
 Var
-    Project : IProject;
+    Project      : IProject;
+    NeedsCompile : Boolean;
 Begin
-    KsBeforeLongCall('IProject.DM_Compile');
     If KsBridgeIndex(0) >= 0 Then
     Begin
         Project := GetWorkspace.DM_Projects(KsBridgeIndex(0));
-        If Project.DM_NeedsCompile Then Project.DM_Compile;
+        KsBeforeCall('IProject.DM_NeedsCompile');
+        NeedsCompile := Project.DM_NeedsCompile;
+        KsBeforeLongCall('IProject.DM_Compile');
+        If NeedsCompile Then Project.DM_Compile;
     End;
 End;
 
@@ -2539,6 +2664,7 @@ Begin
             KsProblem := 'Another export took over the temporary folder, because this one had given no'
                 + ' sign of life for too long.';
         KestruneWaitForm.StepBar.Position := KsSteps;
+        KsBeforeCall('KestruneWaitForm.Hide');
         KestruneWaitForm.Hide;
     End;
 End;
@@ -2575,6 +2701,7 @@ Var
     Question : String;
     Answer   : Integer;
 Begin
+    KsBeforeCall('IServerDocument.Modified');
     If Document.Modified Then
         Question := 'The board has changes that are not saved. Save it before the export?'
     Else
@@ -2583,6 +2710,7 @@ Begin
         + 'Yes: save, then export.' + KsBreak
         + 'No: export the file as it was saved last.' + KsBreak
         + 'Cancel: do nothing.';
+    KsBeforeLongCall('ConfirmNoYesCancel');
     Answer := ConfirmNoYesCancel(Question);
     Result := Answer;
 End;
@@ -2613,8 +2741,9 @@ Begin
     Document := Client.GetDocumentByPath(KsBoardPath);
     If Document <> Nil Then
     Begin
-        KsBeforeLongCall('IServerDocument.DoFileSave');
+        KsBeforeCall('IServerDocument.Modified');
         Changed := Document.Modified;
+        KsBeforeLongCall('IServerDocument.DoFileSave');
         Document.DoFileSave('');
         KsMark('starting', '', KsWaitLimit);
     End;
@@ -2623,7 +2752,10 @@ Begin
         Text := 'Altium Designer wrote no file: it found nothing to save, or the file is'
             + ' write-protected.';
         If Asked Or Changed Then
-            GoesOn := ConfirmNoYes(Text + KsBreak + 'Export the file as it was saved last?')
+        Begin
+            KsBeforeLongCall('ConfirmNoYes');
+            GoesOn := ConfirmNoYes(Text + KsBreak + 'Export the file as it was saved last?');
+        End
         Else
             KsAddNotice(Text + ' The file was exported as it was saved last.');
     End;
@@ -2639,7 +2771,6 @@ Var
     GoesOn  : Boolean;
 Begin
     Setting := KsSaveSetting(0);
-    KsBeforeLongCall('IServerDocument.Modified');
     Answer := mrNo;
     If Setting = 'always' Then Answer := mrYes;
     If Setting = 'ask' Then Answer := KsAskToSave(Document);
@@ -2648,11 +2779,13 @@ Begin
     Result := GoesOn;
 End;
 
-Function KsRefusal(Document : IServerDocument) : String;
+// Why the board in KsBoardPath cannot be exported; empty when it can.
+Function KsRefusalOfBoard(Dummy : Integer) : String;
 Var
     Text : String;
 Begin
     Text := '';
+    KsBeforeCall('Client.GetDocumentByPath');
     If KsIsInside(KsBoardPath, KsTempRoot) Then
         Text := 'This is the temporary copy that Kestrune made of a board. Open the original board and'
             + ' export that one.'
@@ -2661,11 +2794,38 @@ Begin
     Else If (Not KsIsAbsolute(KsBoardPath)) Or (Not FileExists(KsBoardPath)) Then
         Text := 'This board has no file: it was never saved, or its folder is not connected. Save it'
             + ' under a name first, then press the button again.'
-    Else If Document = Nil Then
+    Else If Client.GetDocumentByPath(KsBoardPath) = Nil Then
         Text := 'Altium Designer does not know the document of this board. Open it again and retry.'
     Else If KsMissingFile(0) <> '' Then
         Text := 'The installation of Kestrune is incomplete. This file is missing:' + KsBreak
             + KsMissingFile(0) + KsBreak + KsReinstall(0);
+    Result := Text;
+End;
+
+// Asks the host for its version, the board in front and the installation. Why nothing can
+// be exported; empty when all is there.
+Function KsRefusal(Dummy : Integer) : String;
+Var
+    Text : String;
+Begin
+    Text := '';
+    KsBeforeCall('Client.GetProductVersion');
+    KsVersion := Client.GetProductVersion;
+    KsBeforeCall('GetBuildNumberPart');
+    KsHost := GetBuildNumberPart(KsVersion, 0);
+    KsBeforeCall('PCBServer.GetCurrentPCBBoard');
+    If PCBServer <> Nil Then KsBoard := PCBServer.GetCurrentPCBBoard;
+    If KsBoard = Nil Then
+        Text := 'Open the board that you want to export and press the button again.'
+    Else If Not KsLocateInstallation(0) Then
+        Text := 'The folders of Kestrune could not be found. ' + KsReinstall(0)
+    Else
+    Begin
+        KsBeforeCall('IPCB_Board.FileName');
+        KsBoardPath := KsBoard.FileName;
+        Text := KsRefusalOfBoard(0);
+    End;
+    KsBoard := Nil;
     Result := Text;
 End;
 
@@ -2679,7 +2839,6 @@ Begin
         ShowWarning(KsNotice);
         KsNotice := '';
     End;
-    KsBeforeLongCall('Client.GetDocumentByPath');
     Document := Client.GetDocumentByPath(KsBoardPath);
     If Document = Nil Then KsProblem := 'The board was closed.'
     Else If KsSaveBoard(Document) Then KsExportFile(0);
@@ -2700,23 +2859,16 @@ End;
 
 Procedure KsExport(Dummy : Integer);
 Var
-    Board   : IPCB_Board;
     Refusal : String;
 Begin
-    KsVersion := Client.GetProductVersion;
-    KsHost := GetBuildNumberPart(KsVersion, 0);
-    Board := Nil;
-    If PCBServer <> Nil Then Board := PCBServer.GetCurrentPCBBoard;
-    If Board = Nil Then
-        ShowWarning('Open the board that you want to export and press the button again.')
-    Else If Not KsLocateInstallation(0) Then
-        ShowError('The folders of Kestrune could not be found. ' + KsReinstall(0))
+    KsTakeFirstMark(0);
+    Refusal := KsRefusal(0);
+    If Refusal = '' Then KsExportUnderMark(0)
     Else
     Begin
-        KsBoardPath := Board.FileName;
-        Refusal := KsRefusal(Client.GetDocumentByPath(KsBoardPath));
-        If Refusal <> '' Then ShowWarning(Refusal)
-        Else KsExportUnderMark(0);
+        KsDropFirstMark(KsMarkPath);
+        KsMarkPath := '';
+        ShowWarning(Refusal);
     End;
 End;
 
@@ -2727,6 +2879,10 @@ Begin
     KsStepText := 'starting';
     KsStart := Now;
     KsStamp := '';
+    KsExchange := '';
+    KsRuntimeRoot := '';
+    KsBoardPath := '';
+    KsVersion := '';
     KsMarkPath := '';
     KsMarkUntil := '';
     KsMarkNumber := 0;
@@ -2753,6 +2909,7 @@ Begin
     KsChildFolder := TStringList.Create;
     KsVisited := TStringList.Create;
     KsSources := TStringList.Create;
+    KsNamed := TStringList.Create;
     KsMissing := TStringList.Create;
     KsUnsaved := TStringList.Create;
     KsAway := TStringList.Create;
@@ -2769,6 +2926,7 @@ Begin
         KsChildFolder.Free;
         KsVisited.Free;
         KsSources.Free;
+        KsNamed.Free;
         KsMissing.Free;
         KsUnsaved.Free;
         KsAway.Free;

@@ -209,6 +209,7 @@ begin
   ResetPrograms;
   HostFiles.RemoveTree('C:\Boards');
   HostFiles.RemoveTree('C:\Nowhere');
+  HostFiles.ForceDirectories('C:\Nowhere');
   HostFiles.RemoveTree(Temp);
   HostFiles.RemoveTree(Local + '\Kestrune\ODBpp');
   HostFiles.RemoveTree(Local + '\Kestrune\Exchange');
@@ -247,6 +248,7 @@ var
 begin
   Left := Classes.TStringList.Create;
   ListFiles(Exchange, Left);
+  ListFiles('C:\Nowhere', Left);
   for I := 0 to Left.Count - 1 do Check(False, 'left in the exchange folder: ' + Left[I]);
   Left.Free;
 end;
@@ -2058,6 +2060,75 @@ begin
   StopAtEveryCall(PressSecond);
 end;
 
+// What the next press says about a stop at a member of the host: its name, or that of the process
+// that it is for.
+function NameInTheBox(const Member: string): string;
+begin
+  Result := Copy(Member, Pos('.', Member) + 1, Length(Member));
+  if (Member = 'RunProcess') or (Member = 'ResetParameters') or (Member = 'AddStringParameter') then
+    Result := 'WorkspaceManager:';
+  // Each message of the host is a wait, which the box names by its step.
+  if Member = 'TApplication.ProcessMessages' then Result := 'waiting (';
+end;
+
+// A board with everything that the script asks a board for.
+procedure RunOfEverything(const Member: string);
+begin
+  Prepare;
+  Answers := Simulated;
+  with NewBoard(Board1) do
+  begin
+    AddVia;
+    AddUnplatedHole;
+    AddPad(0, eTopLayer);
+    AddMechanical(1);
+    AddRule('Clearance Constraint (Gap=10mil) (All),(All)');
+    AddChild('Inner.PcbDoc', Child('C:\Boards\Inner.PcbDoc'));
+  end;
+  StopAtMember := Member;
+  PressSame;
+end;
+
+procedure CheckStopIsNamed(const Member: string);
+var
+  I: Integer;
+begin
+  RunOfEverything(Member);
+  Check(Stopped = Member, Member + ': stopped at ' + Stopped);
+  Milliseconds := Milliseconds + 3 * 3600 * 1000;
+  Boxes.Clear;
+  PutInFront(Client.GetDocumentByPath(Board1));
+  PressSecond;
+  Check(Pos(NameInTheBox(Member), Boxes.Text) > 0, Member + ' is not named: ' + Boxes.Text);
+  // The user puts it right.
+  StopAtMember := '';
+  Milliseconds := Milliseconds + 3 * 3600 * 1000;
+  PutInFront(Client.GetDocumentByPath(Board1));
+  PressSecond;
+  for I := 0 to Deliveries.Count - 1 do
+    Check(Pos('PlotTopLayerPlot', Deliveries[I]) > 0, Member + ': ' + Deliveries[I]);
+  Check(Deliveries.Count > 0, Member + ': a later press does not export: ' + Boxes.Text);
+end;
+
+// Whatever the host does not know, each press stops at it; the press after says at which call. Nothing
+// can be written before the folder for temporary files is known, nothing said without the box.
+procedure EveryCallThatAlwaysStopsIsNamed;
+var
+  Names: Classes.TStringList;
+  I: Integer;
+begin
+  RunOfEverything('');
+  Check((Deliveries.Count = 1) and (Boxes.Count = 0), 'the undisturbed run: ' + Boxes.Text + Stopped);
+  Names := Classes.TStringList.Create;
+  Names.Sorted := True;
+  Names.Duplicates := dupIgnore;
+  Names.AddStrings(Members);
+  Check(Names.Count > 50, 'only ' + IntToStr(Names.Count) + ' members');
+  for I := 0 to Names.Count - 1 do
+    if (Names[I] <> 'SpecialFolder_Temporary') and not TestFailed then CheckStopIsNamed(Names[I]);
+  Names.Free;
+end;
+
 procedure StoppedCallIsNamed;
 begin
   NewBoard(Board1);
@@ -2731,6 +2802,7 @@ begin
   Run('BarShowsStepsThatAreDone', BarShowsStepsThatAreDone);
   Run('HandleIsAskedForOnceKnown', HandleIsAskedForOnceKnown);
   Run('LongNameIsCut', LongNameIsCut);
+  Run('EveryCallThatAlwaysStopsIsNamed', EveryCallThatAlwaysStopsIsNamed);
   Run('StoppedCallIsNamed', StoppedCallIsNamed);
   Run('ProbeAsksWhatNobodyKnows', ProbeAsksWhatNobodyKnows);
   Run('ProbeNoticesBoardsThatAreNotReadAnew', ProbeNoticesBoardsThatAreNotReadAnew);
