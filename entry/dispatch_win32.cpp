@@ -11,6 +11,7 @@
 #include "common/log/log_win32.h"
 #include "common/system/owners_win32.h"
 #include "common/text/text.h"
+#include "export/log_interface.h"
 
 namespace kestrune {
 namespace {
@@ -20,7 +21,7 @@ std::wstring DescribeException() {
   try {
     throw;
   } catch (const Failure& failure) {
-    return L"Error=" + failure.text + L" GetLastError=" + Decimal(failure.code);
+    return ErrorFields(failure);
   } catch (const std::exception& exception) {
     return L"Error=" + WidenBytes(exception.what());
   } catch (...) {
@@ -31,9 +32,9 @@ std::wstring DescribeException() {
 /// Logs the current exception.
 void LogUnhandledFailure() noexcept {
   try {
-    WriteLogEntry(L"Unhandled failure", DescribeException());
+    WriteLogEntry(kStageUnhandled, DescribeException());
   } catch (...) {
-    WriteLogEntry(L"Unhandled failure");
+    WriteLogEntry(kStageUnhandled);
   }
 }
 

@@ -2,11 +2,13 @@
 
 #include <string_view>
 
+#include "common/failure/failure.h"
+
 namespace kestrune {
 
-// The stages and text fragments that the script searches for in the log. The script has the same
-// list under names that begin with Ks; tests/checks/log_interface compares the two lists and checks
-// that each text occurs where the log is written.
+// The stages and text fragments that the script searches for in the log. The log is written from
+// this list. The script has the same list under names that begin with Ks;
+// tests/checks/log_interface compares the two lists.
 
 inline constexpr std::wstring_view kStageRejected = L"Prepare rejected";
 inline constexpr std::wstring_view kStageFailed = L"Prepare failed";
@@ -17,7 +19,7 @@ inline constexpr std::wstring_view kStageDelivered = L"Finalize copied";
 inline constexpr std::wstring_view kStageUndelivered = L"Finalize failed";
 inline constexpr std::wstring_view kStageUnhandled = L"Unhandled failure";
 
-inline constexpr std::wstring_view kFragmentCode = L"GetLastError=";
+inline constexpr std::wstring_view kFragmentCode = kErrorCodeField;
 inline constexpr std::wstring_view kFragmentInside = L"temporary folder";
 inline constexpr std::wstring_view kFragmentGone = L"is missing";
 

@@ -4,8 +4,12 @@
 
 namespace kestrune {
 
+std::wstring CodeField(const Failure& failure) {
+  return std::wstring(L" ").append(kErrorCodeField).append(Decimal(failure.code));
+}
+
 std::wstring ErrorFields(const Failure& failure) {
-  return L"Error=" + failure.text + L" GetLastError=" + Decimal(failure.code);
+  return L"Error=" + failure.text + CodeField(failure);
 }
 
 std::wstring PathField(const Failure& failure) {

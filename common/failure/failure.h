@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace kestrune {
 
@@ -15,6 +16,12 @@ struct Failure {
   /// The path or name that the step was applied to; empty where there is none.
   std::wstring subject = {};
 };
+
+/// Precedes the Windows error code in a log entry.
+inline constexpr std::wstring_view kErrorCodeField = L"GetLastError=";
+
+/// Returns " GetLastError=<code>", the last but one field of a log entry.
+std::wstring CodeField(const Failure& failure);
 
 /// Returns "Error=<text> GetLastError=<code>", the fields of a log entry.
 std::wstring ErrorFields(const Failure& failure);

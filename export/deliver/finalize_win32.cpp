@@ -19,6 +19,7 @@
 #include "export/deliver/clipboard_win32.h"
 #include "export/deliver/delivery_message.h"
 #include "export/deliver/export_directory_win32.h"
+#include "export/log_interface.h"
 #include "export/settings/user_settings_win32.h"
 
 namespace kestrune {
@@ -145,8 +146,7 @@ void CopyArchive(const std::wstring& native_zip, Target& target, std::wstring& u
 /// Logs the copy and returns its size in bytes.
 std::uint64_t LogCopy(const std::wstring& destination) {
   const FileEntry entry = QueryEntry(destination, L"file_size");
-  WriteLogEntry(L"Finalize copied",
-                L"Destination=" + destination + L" Size=" + Decimal(entry.size));
+  WriteLogEntry(kStageDelivered, L"Destination=" + destination + L" Size=" + Decimal(entry.size));
   return entry.size;
 }
 
@@ -171,9 +171,8 @@ FinalizeOutcome ReportFailure(const std::wstring& native_zip, const Failure& fai
                               const std::wstring& user_message) {
   const bool exists = QueryFileKindQuietly(native_zip) != FileKind::Absent;
   WriteLogEntry(L"Finalize error", L"Error=" + failure.text + PathField(failure));
-  WriteLogEntry(L"Finalize failed", std::wstring(L"NativeExists=") + (exists ? L"yes" : L"no") +
-                                        L" NativeOutput=" + native_zip + L" GetLastError=" +
-                                        Decimal(failure.code));
+  WriteLogEntry(kStageUndelivered, std::wstring(L"NativeExists=") + (exists ? L"yes" : L"no") +
+                                       L" NativeOutput=" + native_zip + CodeField(failure));
   return {kFinalizeFailed, user_message.empty() ? FinalizeFailureMessage() : user_message,
           MessageIcon::Error};
 }

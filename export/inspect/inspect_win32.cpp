@@ -56,7 +56,7 @@ LayerList InspectFile(SystemCalls& calls, HANDLE file) {
 Outcome NotInspected(int code, const Failure& failure) {
   std::wstring detail = L"Reason=" + failure.text;
   if (failure.code != 0) {
-    detail += L" GetLastError=" + Decimal(failure.code);
+    detail += CodeField(failure);
   }
   return {code, WriteInspectionFailure(failure.text), L"Archive not inspected", detail};
 }
@@ -88,8 +88,7 @@ int Publish(const std::wstring& path, std::string_view result, int code) {
     RenameFile(temporary, path, MOVEFILE_REPLACE_EXISTING);
     return code;
   } catch (const Failure& failure) {
-    WriteLogEntry(L"Inspection result failed",
-                  L"Path=" + path + L" GetLastError=" + Decimal(failure.code));
+    WriteLogEntry(L"Inspection result failed", L"Path=" + path + CodeField(failure));
     return kInspectResultNotWritten;
   }
 }

@@ -17,6 +17,7 @@
 #include "common/text/text.h"
 #include "common/text/text_win32.h"
 #include "common/files/tree_removal_win32.h"
+#include "export/log_interface.h"
 #include "export/prepare/bridge_project.h"
 #include "export/prepare/dependency_list.h"
 #include "export/prepare/layer_selection_win32.h"
@@ -97,11 +98,14 @@ bool LiesInTemporaryRoot(const std::wstring& path, const std::wstring& root) {
 /// Returns why a source must not be exported; empty when it may be.
 std::wstring RejectionOf(const std::wstring& path, const std::wstring& root) {
   if (path.empty() || LiesInTemporaryRoot(path, root)) {
-    return L"Cannot export the Bridge temporary PCB or an embedded board from its temporary "
-           L"folder. Open the original PCB project, not Bridge.PcbDoc from Recent.";
+    return std::wstring(L"Cannot export the Bridge temporary PCB or an embedded board from its ")
+        .append(kFragmentInside)
+        .append(L". Open the original PCB project, not Bridge.PcbDoc from Recent.");
   }
   if (QueryFileKind(path) != FileKind::RegularFile) {
-    return L"A source PCB or embedded board is missing. Temporary files were not removed.";
+    return std::wstring(L"A source PCB or embedded board ")
+        .append(kFragmentGone)
+        .append(L". Temporary files were not removed.");
   }
   return {};
 }
@@ -167,8 +171,7 @@ bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifes
   std::vector<PlotFieldChange> changes;
   std::wstring error_text;
   if (!SelectOutJobLayers(out_job, manifest, changes, error_text, calls)) {
-    WriteLogEntry(L"Prepare layer selection failed",
-                  L"Manifest=" + manifest + L" Error=" + error_text);
+    WriteLogEntry(kStageLayers, L"Manifest=" + manifest + L" Error=" + error_text);
     return false;
   }
   WriteLogEntry(L"ODB used layers", L"Manifest=" + manifest);
@@ -219,7 +222,7 @@ void RequireNamesInCodePage(const std::vector<std::wstring>& dependencies) {
 }
 
 int RejectName(const std::wstring& path) {
-  WriteLogEntry(L"Prepare dependency name collision", path);
+  WriteLogEntry(kStageCollision, path);
   return kPrepareNameCollision;
 }
 
@@ -227,7 +230,7 @@ int RejectName(const std::wstring& path) {
 int AddDependency(const std::wstring& path, std::size_t number, const std::wstring& root,
                   BridgeFileNames& names, ProjectFile& project, SystemCalls& calls) {
   if (QueryFileKind(path) != FileKind::RegularFile) {
-    WriteLogEntry(L"Prepare missing dependency", path);
+    WriteLogEntry(kStageMissing, path);
     return kPrepareMissingDependency;
   }
   const std::wstring_view name = FileName(path);
@@ -293,7 +296,7 @@ int BuildProject(const Preparation& run, SystemCalls& calls) {
 }
 
 void LogFailure(const Failure& failure) {
-  WriteLogEntry(L"Prepare failed", ErrorFields(failure) + PathField(failure));
+  WriteLogEntry(kStageFailed, ErrorFields(failure) + PathField(failure));
 }
 
 }  // namespace
@@ -317,7 +320,7 @@ int PrepareTemporaryProject(const PrepareCommand& command, FolderCalls& folders,
                                         L" Dependencies=" + Decimal(run.dependencies.size()));
     const std::wstring rejection = FirstRejection(run);
     if (!rejection.empty()) {
-      WriteLogEntry(L"Prepare rejected", rejection);
+      WriteLogEntry(kStageRejected, rejection);
       return kPrepareRejected;
     }
     return BuildProject(run, calls);

@@ -1352,6 +1352,8 @@ Begin
     KsNoteIfDrawn(eBottomPaste,   'BottomPaste');
     KsNoteIfDrawn(eTopSolder,     'TopSolder');
     KsNoteIfDrawn(eBottomSolder,  'BottomSolder');
+    KsNoteIfDrawn(eKeepOutLayer,  'KeepOut');
+    KsNoteIfDrawn(eDrillDrawing,  'DrillDrawing');
 End;
 
 Procedure KsCollectVias(Dummy : Integer);
@@ -2441,9 +2443,24 @@ Begin
         KsGaps.Add('The board has a ' + Words + ' on both sides, but the archive holds only one.');
 End;
 
-// Mechanical layers have the names that users gave them, so they are counted: all rows
-// that are nothing else.
-Function KsCountMechanical(Dummy : Integer) : Integer;
+// What a drawing says by its name: 'KEEP-OUT', 'DRILL DRAWING', or 'other'. Mechanical
+// layers have the names that users gave them; the other two may have been renamed too.
+Function KsKindOfDrawing(Row : String) : String;
+Var
+    Kind : String;
+Begin
+    Kind := 'other';
+    If KsHasWord(Row, 'KEEP') Then Kind := 'KEEP-OUT'
+    Else If KsHasWord(Row, 'DRILL') Then
+    Begin
+        Kind := 'drill guide';
+        If KsHasWord(Row, 'DRAWING') Then Kind := 'DRILL DRAWING';
+    End;
+    Result := Kind;
+End;
+
+// The drawings of a kind: rows that are nothing else by their type.
+Function KsCountDrawings(Kind : String; Filled : Boolean) : Integer;
 Var
     I     : Integer;
     Row   : String;
@@ -2453,24 +2470,53 @@ Begin
     For I := 0 To KsRows.Count - 1 Do
     Begin
         Row := KsRows.Strings[I];
-        If KsIsThere(Row, False) And (Not KsHasWord(Row, 'KEEP')) And (Not KsHasWord(Row, 'DRILL'))
+        If KsIsThere(Row, Filled) And (KsKindOfDrawing(Row) = Kind)
             And (Not KsIsOfType(Row, 'SIGNAL POWER_GROUND MIXED SOLDER_MASK SOLDER_PASTE SILK_SCREEN'
             + ' DRILL COMPONENT DIELECTRIC')) Then Count := Count + 1;
     End;
     Result := Count;
 End;
 
-Procedure KsCheckMechanical(Dummy : Integer);
+// A keep-out or a drill drawing. Without a row of that name, one that no mechanical layer
+// needs may be it; Spare is how many of those there are.
+Function KsCheckDrawing(Name : String; Kind : String; Words : String; Spare : Integer) : Integer;
+Var
+    Left : Integer;
+Begin
+    Left := Spare;
+    If KsFindings.IndexOf('Drawn=' + Name) >= 0 Then
+    Begin
+        If KsCountDrawings(Kind, False) = 0 Then
+        Begin
+            Left := Left - 1;
+            If Left < 0 Then
+                KsGaps.Add('The board has a ' + Words + ', but the archive holds none.');
+        End
+        Else If KsCountDrawings(Kind, True) = 0 Then
+            KsGaps.Add('The ' + Words + ' is empty in the archive, but not on the board.');
+    End;
+    Result := Left;
+End;
+
+Procedure KsCheckDrawings(Known : Boolean);
 Var
     Needed : Integer;
     Found  : Integer;
+    Spare  : Integer;
 Begin
     Needed := KsCountFindings('Mechanical=') - KsTooHigh.Count;
-    Found := KsCountMechanical(0);
-    // Older hosts do not say which of these layers are used.
-    If (KsHost >= 17) And (Found < Needed) Then
+    Found := KsCountDrawings('other', False);
+    Spare := Found - Needed;
+    // Older hosts do not say which mechanical layers are used: then any row may be spare.
+    If (KsHost < 17) Or (Not Known) Then Spare := KsLastMechanical
+    Else If Spare < 0 Then
+    Begin
         KsGaps.Add('The board uses ' + IntToStr(Needed) + ' mechanical layers, but the archive holds '
             + IntToStr(Found) + '.');
+        Spare := 0;
+    End;
+    Spare := KsCheckDrawing('KeepOut', 'KEEP-OUT', 'keep-out layer', Spare);
+    KsCheckDrawing('DrillDrawing', 'DRILL DRAWING', 'drill drawing', Spare);
 End;
 
 // What an embedded board that is not loaded needs is not known; what the other ones
@@ -2488,7 +2534,7 @@ Begin
         KsCheckSides('SOLDER_PASTE', 'paste mask', 'Paste', Known And KsTopPads, Known And KsBottomPads);
         KsCheckSides('SILK_SCREEN', 'silkscreen', 'Overlay', False, False);
     End;
-    If Known Then KsCheckMechanical(0);
+    KsCheckDrawings(Known);
 End;
 
 // Reads the rows of a list; the reason why there are none, or an empty text.

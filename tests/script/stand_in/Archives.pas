@@ -9,7 +9,8 @@ uses Classes;
 
 type
   // How an archive of this host is bad: what is missing, or why nobody can read it.
-  TFlaw = (Flawless, WithoutDrills, WithoutInnerCopper, EmptySilkscreen, ForeignCompression, CutEnd);
+  TFlaw = (Flawless, WithoutDrills, WithoutInnerCopper, EmptySilkscreen, WithoutKeepOut, EmptyKeepOut,
+    WithoutDrillDrawing, EmptyDrillDrawing, ForeignCompression, CutEnd);
 
   TArchive = class
   private
@@ -71,6 +72,10 @@ begin
   if (Flaw = WithoutDrills) and (LayerType = 'DRILL') then Exit;
   if (Flaw = WithoutInnerCopper) and (Pos('mid', Name) + Pos('plane', Name) > 0) then Exit;
   if (Flaw = EmptySilkscreen) and (LayerType = 'SILK_SCREEN') then Filled := False;
+  if ((Flaw = WithoutKeepOut) and (Pos('keep', Name) = 1))
+    or ((Flaw = WithoutDrillDrawing) and (Name = 'drill_drawing')) then Exit;
+  if (Flaw = EmptyKeepOut) and (Pos('keep', Name) = 1) then Filled := False;
+  if (Flaw = EmptyDrillDrawing) and (Name = 'drill_drawing') then Filled := False;
   Inc(FRows);
   FMatrix := FMatrix + 'LAYER {'#13#10'    ROW=' + IntToStr(FRows) + #13#10'    CONTEXT='
     + IfThen(LayerType = 'DOCUMENT', 'MISC', 'BOARD') + #13#10'    TYPE=' + LayerType
