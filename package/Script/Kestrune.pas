@@ -1,6 +1,6 @@
 // Kestrune: exports the board in front as one ODB++ archive.
 //
-// The installer fills in the two folders below. They stand in comments, and the
+// The installer fills in the two folders below. They are in comments, and the
 // script reads them from this very file: a folder may hold an apostrophe, which
 // would end a string constant.
 // KESTRUNE-RUNTIME-ROOT=@RUNTIME_ROOT@
@@ -32,7 +32,7 @@ Const
     KsMarkLooks      = 50;      // looks until the mark is written anew
     KsLiveLimit      = 12;      // seconds; a waiting run has written its mark since then
     KsCheckLimit     = 30;      // seconds for reading the archive's table of layers
-    KsReadTries      = 5;       // attempts to read a file that somebody is about to replace
+    KsReadTries      = 5;       // attempts to read a file that is about to be replaced
     KsSteps          = 6;
     KsLastMechanical = 112;     // highest mechanical layer that Bridge.OutJob knows
     KsMidLayers      = 30;
@@ -43,6 +43,8 @@ Const
     KsBoardNameWidth = 32;      // characters of a file name that fit into the window
     KsMedium         = 'Kestrune ODB++';    // the container of Bridge.OutJob
     KsFirstStamp     = 'Kestrune-press';    // of marks in the folder for temporary files
+    KsDrawings       = 'drawings';
+    KsOtherTypes     = 'SIGNAL POWER_GROUND MIXED SOLDER_MASK SOLDER_PASTE SILK_SCREEN DRILL COMPONENT DIELECTRIC';
     KsMirrored       = 'a mirrored board';
     KsGapMark        = 'Clearance Constraint (Gap=';
     KsBreak          = #13#10;
@@ -72,7 +74,7 @@ Var
     KsMarkState   : String;
     KsMarkUntil   : String;     // a file that ends what the mark says; may be empty
     KsMarkIsCall  : Boolean;    // the mark counts for a call only, not for a wait
-    KsMarkLost    : Boolean;    // somebody removed the mark: another run took over
+    KsMarkLost    : Boolean;    // the mark was removed: another run took over
     KsMarkIsKept  : Boolean;    // something of this run goes on after its end
     KsKeptState   : String;     // and what that is
     KsMarkAge     : Integer;    // looks since the mark was written
@@ -245,7 +247,7 @@ Begin
     Result := Text;
 End;
 
-// Adds to what the user is told at the end.
+// Adds a sentence to the warning that the user sees at the end.
 Procedure KsAddNotice(S : String);
 Begin
     If KsNotice <> '' Then KsNotice := KsNotice + KsBreak + KsBreak;
@@ -350,7 +352,7 @@ Begin
     Result := Both;
 End;
 
-// The user's local application data, seen from a folder that the host tells.
+// The script in the user's local application data, found from another folder of the user.
 Function KsRuntimeBeside(Folder : String) : String;
 Var
     I    : Integer;
@@ -453,7 +455,7 @@ Begin
     Result := Ends;
 End;
 
-// The last line that ends a preparation or a delivery, among those behind the given
+// The last line that ends a preparation or a delivery, among those after the given
 // number of lines. A log that became shorter was started over.
 Function KsEndLine(Known : Integer; OfDelivery : Boolean) : String;
 Var
@@ -557,10 +559,10 @@ End;
 // While a run lives its exchange folder has a file <stamp>-running-<n>.txt, which
 // says what the run does and for how many seconds that counts. It is never written
 // over: a new one comes, then the old one goes. Nothing is held open, so a run that
-// was stopped by force leaves its mark behind, and the next press reads in it where.
+// was stopped by force leaves its mark, and the next press reads in it where.
 
-// Seconds on a clock that nobody sets, and on the one of the wall: a mark is too old
-// only when both say so.
+// Seconds since Windows started, and seconds of the user's clock, which may be set: a mark
+// is too old only when both say so.
 Function KsTicks(Dummy : Integer) : Integer;
 Var
     Seconds : Integer;
@@ -621,7 +623,7 @@ Begin
 End;
 
 // Written before a call of the host that returns at once: an error in it that stops
-// the interpreter leaves its name behind.
+// the interpreter leaves its name in the mark.
 Procedure KsBeforeCall(Call : String);
 Begin
     KsMark(KsMarkState, Call, KsCallLimit);
@@ -667,7 +669,7 @@ Begin
     EndFile := KsValue(Lines, 'Until=');
     State := 'stopped';
     If Young Then State := 'running';
-    // These two stay behind when the script has ended.
+    // These two remain when the script has ended.
     If (KsValue(Lines, 'State=') = 'cancelled') Or (KsValue(Lines, 'State=') = 'handed over') Then
     Begin
         If Not Young Then State := 'over';
@@ -810,9 +812,9 @@ Begin
         KsProblem := 'Another export starts or ends at this moment. Press the button again.';
 End;
 
-// Removes the exchange files of all other runs. Only a run that found no other one
-// alive comes here.
-Procedure KsRemoveOldFiles(Dummy : Integer);
+// Removes the exchange files of this run, or those of all others. Only a run that found
+// no other one alive removes the latter.
+Procedure KsRemoveFiles(Own : Boolean);
 Var
     Files : TStringList;
     Name  : String;
@@ -824,33 +826,12 @@ Begin
         For I := 0 To Files.Count - 1 Do
         Begin
             Name := ExtractFileName(Files.Strings[I]);
-            If Not KsIsOwnFile(Name) Then
-                KsDeleteIfThere(KsExchange + '\' + Name);
+            If KsIsOwnFile(Name) = Own Then KsDeleteIfThere(KsExchange + '\' + Name);
         End;
     Finally
         Files.Free;
     End;
-End;
-
-Procedure KsRemoveOwnFiles(Dummy : Integer);
-Var
-    Files : TStringList;
-    Name  : String;
-    I     : Integer;
-Begin
-    Files := TStringList.Create;
-    Try
-        FindFiles(KsExchange, KsStamp + '-*.*', faAnyFile, False, Files);
-        For I := 0 To Files.Count - 1 Do
-        Begin
-            Name := ExtractFileName(Files.Strings[I]);
-            If KsIsOwnFile(Name) Then
-                KsDeleteIfThere(KsExchange + '\' + Name);
-        End;
-    Finally
-        Files.Free;
-    End;
-    KsMarkPath := '';
+    If Own Then KsMarkPath := '';
 End;
 
 // A stamp that no file of the folder has.
@@ -902,16 +883,17 @@ Begin
     Else
     Begin
         KsLookForOtherRuns(0);
-        If KsProblem = '' Then KsRemoveOldFiles(0)
+        If KsProblem = '' Then KsRemoveFiles(False)
         Else KsNotice := '';
     End;
 End;
 
 {--- The first mark -------------------------------------------------------------}
 
-// Where the exchange folder is, only the host can tell, and each question may stop the
+// The exchange folder is found by calls of the host, and each of them may stop the
 // interpreter. So the first marks lie in the folder for temporary files. Before the call
-// that tells this folder nothing can be written; a press that stops there says nothing.
+// that returns this folder nothing can be written: after a stop there the next press stops
+// there too, and the host shows the line.
 
 // Says where earlier presses were stopped before they had found the installation. Their
 // names are known, so that no search for files is needed.
@@ -1083,7 +1065,7 @@ End;
 
 {--- Kestrune.exe --------------------------------------------------------------}
 
-// Starts Kestrune.exe; the host neither waits nor tells the exit code.
+// Starts Kestrune.exe; the host neither waits nor returns the exit code.
 Function KsRun(Arguments : String) : Boolean;
 Var
     Code    : Integer;
@@ -1245,7 +1227,7 @@ Begin
     Result := Has;
 End;
 
-// The flag of a layer can be written by anybody, so that it reads False proves nothing.
+// Any script can write the flag of a layer, so False proves nothing.
 Procedure KsNoteIfUsed(Layer : Integer; Name : String);
 Var
     Used : Boolean;
@@ -1543,7 +1525,7 @@ Begin
 End;
 
 // The drill fields look like layers to the layer selection: a manifest without
-// them would switch all holes off, so they stand in every one.
+// them would switch all holes off, so every manifest has them.
 Procedure KsNoteDrillsAndMasks(Dummy : Integer);
 Begin
     KsNote(KsPlotKeys, 'PlotPTHPair0_Plot');
@@ -1692,8 +1674,8 @@ Begin
     If Not KsClearanceOk Then KsClearance := 0;
 End;
 
-// Everything that is asked of the board's objects, in one go: no message of the host
-// is handled meanwhile, so nobody can close the board.
+// Reads everything that is needed of the board's objects in one go: no message of the host
+// is handled meanwhile, so the user cannot close the board.
 Procedure KsCollectBoards(Dummy : Integer);
 Begin
     KsBeforeFirst('PCBServer.GetCurrentPCBBoard');
@@ -1758,38 +1740,80 @@ Begin
     Result := Focused;
 End;
 
-Procedure KsShowJob(Dummy : Integer);
+// The path of the board in front; empty when there is none.
+Function KsFrontPath(Dummy : Integer) : String;
 Var
-    Job : IServerDocument;
+    Board : IPCB_Board;
+    Path  : String;
 Begin
-    Job := Client.GetDocumentByPath(KsBridgeFile('Bridge.OutJob'));
-    If (Job = Nil) And FileExists(KsBridgeFile('Bridge.OutJob')) Then
-    Begin
-        KsBeforeLongCall('Client.OpenDocument');
-        Job := Client.OpenDocument('OUTPUTJOB', KsBridgeFile('Bridge.OutJob'));
-    End;
-    KsBeforeLongCall('Client.ShowDocument');
-    If Job <> Nil Then Client.ShowDocument(Job);
+    Path := '';
+    Board := PCBServer.GetCurrentPCBBoard;
+    If Board <> Nil Then Path := Board.FileName;
+    Result := Path;
 End;
 
-// Brings the output job to the front and looks whether it is there. Several
-// processes act on what has the focus, whatever their parameters say: this is the
-// last thing before each of them, and nothing behind the last look lets the user act.
-Function KsFocusJob(Dummy : Integer) : Boolean;
+// Shows a document, and opens the output job first. The document is searched for each
+// time: it may have been closed meanwhile. False when there is none.
+Function KsShow(Path : String) : Boolean;
+Var
+    Document : IServerDocument;
+    There    : Boolean;
+Begin
+    Document := Client.GetDocumentByPath(Path);
+    If (Document = Nil) And KsSamePath(Path, KsBridgeFile('Bridge.OutJob')) And FileExists(Path) Then
+    Begin
+        KsBeforeLongCall('Client.OpenDocument');
+        Document := Client.OpenDocument('OUTPUTJOB', Path);
+    End;
+    There := Document <> Nil;
+    If There Then
+    Begin
+        KsBeforeLongCall('Client.ShowDocument');
+        Client.ShowDocument(Document);
+    End;
+    Result := There;
+End;
+
+Function KsIsInFront(Path : String) : Boolean;
+Var
+    InFront : Boolean;
+Begin
+    If KsSamePath(Path, KsBridgeFile('Bridge.OutJob')) Then InFront := KsJobIsFocused(0)
+    Else InFront := KsSamePath(KsFrontPath(0), Path);
+    Result := InFront;
+End;
+
+// Shows the output job or the user's board and looks whether it comes to the front: the
+// focus follows late. Several processes act on what has the focus and ignore their
+// parameters: this is the last thing before each of them, and after the last look the
+// user cannot act.
+Function KsBringToFront(Path : String) : Boolean;
 Var
     Looks   : Integer;
-    Focused : Boolean;
+    Shown   : Boolean;
+    InFront : Boolean;
+    Ends    : Boolean;
 Begin
     Looks := 0;
-    Focused := False;
+    Shown := True;
+    InFront := False;
     Repeat
-        If Looks Mod KsLooksPerSecond = 0 Then KsShowJob(0);
+        Ends := KsQuits(0);
+        If (Looks Mod KsLooksPerSecond = 0) And (Not Ends) Then Shown := KsShow(Path);
         KsPump(0);
         Sleep(KsPause);
         Looks := Looks + 1;
-        If Not KsQuits(0) Then Focused := KsJobIsFocused(0)
-        Else Looks := KsFocusLimit * KsLooksPerSecond;
-    Until Focused Or (Looks >= KsFocusLimit * KsLooksPerSecond);
+        If Not Ends Then Ends := KsQuits(0) Or (Not Shown);
+        If Not Ends Then InFront := KsIsInFront(Path);
+    Until InFront Or Ends Or (Looks >= KsFocusLimit * KsLooksPerSecond);
+    Result := InFront;
+End;
+
+Function KsFocusJob(Dummy : Integer) : Boolean;
+Var
+    Focused : Boolean;
+Begin
+    Focused := KsBringToFront(KsBridgeFile('Bridge.OutJob'));
     Result := Focused;
 End;
 
@@ -1858,7 +1882,7 @@ Begin
     End;
 End;
 
-// Each closing action stands for itself: one that fails keeps no other from being done.
+// Tries each closing action by itself: when one fails, the others are done all the same.
 Procedure KsTryToClose(ObjectKind : String);
 Begin
     Try
@@ -1946,41 +1970,6 @@ Begin
         Closed := False;
     End;
     Result := Closed;
-End;
-
-// The path of the document in front as far as the host names it.
-Function KsFrontPath(Dummy : Integer) : String;
-Var
-    Board : IPCB_Board;
-    Path  : String;
-Begin
-    Path := '';
-    Board := PCBServer.GetCurrentPCBBoard;
-    If Board <> Nil Then Path := Board.FileName;
-    Result := Path;
-End;
-
-// Brings the user's board to the front. Its document is asked for anew each time: it
-// may have been closed meanwhile.
-Procedure KsReturnToBoard(Dummy : Integer);
-Var
-    Document : IServerDocument;
-    Looks    : Integer;
-Begin
-    Looks := 0;
-    Document := Nil;
-    Repeat
-        If (Looks Mod KsLooksPerSecond = 0) And (Not KsQuits(0)) Then
-        Begin
-            KsBeforeLongCall('Client.ShowDocument');
-            Document := Client.GetDocumentByPath(KsBoardPath);
-            If Document <> Nil Then Client.ShowDocument(Document);
-        End;
-        KsPump(0);
-        Sleep(KsPause);
-        Looks := Looks + 1;
-    Until KsSamePath(KsFrontPath(0), KsBoardPath) Or (Document = Nil) Or KsQuits(0)
-        Or (Looks >= KsFocusLimit * KsLooksPerSecond);
 End;
 
 {--- Step 1: a copy of the board -----------------------------------------------}
@@ -2084,7 +2073,7 @@ Begin
                 + ' and its documents without saving and try again.';
     If Not KsMustEnd(0) Then
     Begin
-        KsReturnToBoard(0);
+        KsBringToFront(KsBoardPath);
         KsCollectBoards(0);
         If KsProblem = '' Then
             If Not KsNothingIsLoaded(0) Then
@@ -2191,7 +2180,7 @@ Begin
     Result := State;
 End;
 
-// Each wait has a result file of its own: an earlier one may answer late.
+// Each wait has a result file of its own: an earlier one may end late.
 Function KsWaitOnce(Number : Integer) : String;
 Var
     ResultFile : String;
@@ -2261,15 +2250,19 @@ Begin
     Result := Text;
 End;
 
+// Whether a row has one of some types. Drawings are all rows that are nothing else.
 Function KsIsOfType(Row : String; Types : String) : Boolean;
 Var
+    Mark : String;
     Fits : Boolean;
 Begin
-    Fits := Pos(' ' + UpperCase(KsField(Row, 1)) + ' ', ' ' + Types + ' ') > 0;
+    Mark := ' ' + UpperCase(KsField(Row, 1)) + ' ';
+    If Types = KsDrawings Then Fits := Pos(Mark, ' ' + KsOtherTypes + ' ') = 0
+    Else Fits := Pos(Mark, ' ' + Types + ' ') > 0;
     Result := Fits;
 End;
 
-// Whether the archive has a folder for the row, and objects in it when they are asked for.
+// Whether the archive has a folder for the row, and, when Filled is set, objects in it.
 Function KsIsThere(Row : String; Filled : Boolean) : Boolean;
 Var
     There : Boolean;
@@ -2277,18 +2270,6 @@ Begin
     There := KsField(Row, 5) <> 'absent';
     If Filled And (KsField(Row, 6) = 'none') Then There := False;
     Result := There;
-End;
-
-Function KsCountRows(Types : String; Filled : Boolean) : Integer;
-Var
-    I     : Integer;
-    Count : Integer;
-Begin
-    Count := 0;
-    For I := 0 To KsRows.Count - 1 Do
-        If KsIsOfType(KsRows.Strings[I], Types) And KsIsThere(KsRows.Strings[I], Filled) Then
-            Count := Count + 1;
-    Result := Count;
 End;
 
 Function KsCountFindings(Key : String) : Integer;
@@ -2319,9 +2300,66 @@ Function KsFitsSide(Row : String; Side : String) : Boolean;
 Var
     Fits : Boolean;
 Begin
-    If Side = 'top' Then Fits := KsHasWord(Row, 'TOP') Or (Not KsHasWord(Row, 'BOT'))
-    Else Fits := KsHasWord(Row, 'BOT') Or (Not KsHasWord(Row, 'TOP'));
+    Fits := False;
+    If Side = 'top' Then Fits := KsHasWord(Row, 'TOP') Or (Not KsHasWord(Row, 'BOT'));
+    If Side = 'bottom' Then Fits := KsHasWord(Row, 'BOT') Or (Not KsHasWord(Row, 'TOP'));
     Result := Fits;
+End;
+
+Function KsSaysUnplated(Row : String) : Boolean;
+Var
+    Says : Boolean;
+Begin
+    Says := KsHasWord(Row, 'NON-PLATED') Or KsHasWord(Row, 'NON_PLATED')
+        Or KsHasWord(Row, 'NONPLATED') Or KsHasWord(Row, 'UNPLATED') Or KsHasWord(Row, 'NPTH');
+    Result := Says;
+End;
+
+// Which holes a row of drills has by its name; 'any' when the name does not say it.
+Function KsKindOfDrill(Row : String) : String;
+Var
+    Kind : String;
+Begin
+    Kind := 'any';
+    If KsSaysUnplated(Row) Then Kind := 'unplated'
+    Else If KsHasWord(Row, 'PLATED') Or KsHasWord(Row, 'PTH') Then Kind := 'plated';
+    Result := Kind;
+End;
+
+// What a drawing is by its name. Mechanical layers have the names that users gave them;
+// the other ones may have been renamed too.
+Function KsKindOfDrawing(Row : String) : String;
+Var
+    Kind : String;
+Begin
+    Kind := 'other';
+    If KsHasWord(Row, 'KEEP') Then Kind := 'keep-out layer'
+    Else If KsHasWord(Row, 'DRILL') Then
+    Begin
+        Kind := 'drill guide';
+        If KsHasWord(Row, 'DRAWING') Then Kind := 'drill drawing';
+    End;
+    Result := Kind;
+End;
+
+// The rows of some types, with objects when Filled is set, and of a kind: a side, a kind
+// of drill or a kind of drawing; empty for all.
+Function KsCountRows(Types : String; Kind : String; Filled : Boolean) : Integer;
+Var
+    I     : Integer;
+    Row   : String;
+    Fits  : Boolean;
+    Count : Integer;
+Begin
+    Count := 0;
+    For I := 0 To KsRows.Count - 1 Do
+    Begin
+        Row := KsRows.Strings[I];
+        Fits := (Kind = '') Or KsFitsSide(Row, Kind) Or (KsKindOfDrill(Row) = Kind)
+            Or (KsKindOfDrawing(Row) = Kind);
+        If Fits And KsIsOfType(Row, Types) And KsIsThere(Row, Filled) Then Count := Count + 1;
+    End;
+    Result := Count;
 End;
 
 Procedure KsCheckCopper(Dummy : Integer);
@@ -2332,7 +2370,7 @@ Begin
     Needed := KsCountFindings('Copper=');
     // A number that is no known layer may be one that is counted already.
     If KsCountFindings('Copper=number') > 0 Then Needed := 0;
-    Found := KsCountRows('SIGNAL POWER_GROUND MIXED', False);
+    Found := KsCountRows('SIGNAL POWER_GROUND MIXED', '', False);
     If Found < Needed Then
         KsGaps.Add('The board has ' + IntToStr(Needed) + ' copper layers, but the archive holds '
             + IntToStr(Found) + '.');
@@ -2349,69 +2387,23 @@ Begin
     Result := Text;
 End;
 
-Function KsSaysUnplated(Row : String) : Boolean;
-Var
-    Says : Boolean;
-Begin
-    Says := KsHasWord(Row, 'NON-PLATED') Or KsHasWord(Row, 'NON_PLATED')
-        Or KsHasWord(Row, 'NONPLATED') Or KsHasWord(Row, 'UNPLATED') Or KsHasWord(Row, 'NPTH');
-    Result := Says;
-End;
-
-// The rows of drills with objects that are for plated holes, for others, or that do not say it.
-Function KsCountDrills(Kind : String) : Integer;
-Var
-    I     : Integer;
-    Row   : String;
-    Says  : String;
-    Count : Integer;
-Begin
-    Count := 0;
-    For I := 0 To KsRows.Count - 1 Do
-    Begin
-        Row := KsRows.Strings[I];
-        Says := 'anything';
-        If KsSaysUnplated(Row) Then Says := 'unplated'
-        Else If KsHasWord(Row, 'PLATED') Or KsHasWord(Row, 'PTH') Then Says := 'plated';
-        If KsIsOfType(Row, 'DRILL') And KsIsThere(Row, True) And (Says = Kind) Then Count := Count + 1;
-    End;
-    Result := Count;
-End;
-
 Procedure KsCheckDrills(Dummy : Integer);
 Begin
     If KsHoles > 0 Then
     Begin
-        If KsCountRows('DRILL', False) = 0 Then
+        If KsCountRows('DRILL', '', False) = 0 Then
             KsGaps.Add(KsHolesText(0) + ', but the archive holds no drill layer.')
-        Else If KsCountRows('DRILL', True) = 0 Then
+        Else If KsCountRows('DRILL', '', True) = 0 Then
             KsGaps.Add(KsHolesText(0) + ', but the drill layers of the archive are empty.')
-        Else If KsCountDrills('anything') = 0 Then
+        Else If KsCountRows('DRILL', 'any', True) = 0 Then
         Begin
-            If (KsCountFindings('Drill=plated') > 0) And (KsCountDrills('plated') = 0) Then
+            If (KsCountFindings('Drill=plated') > 0) And (KsCountRows('DRILL', 'plated', True) = 0) Then
                 KsGaps.Add('The board has plated holes, but the archive holds no drill layer for them.');
-            If (KsCountFindings('Drill=unplated') > 0) And (KsCountDrills('unplated') = 0) Then
+            If (KsCountFindings('Drill=unplated') > 0) And (KsCountRows('DRILL', 'unplated', True) = 0) Then
                 KsGaps.Add('The board has holes without plating, but the archive holds no drill layer'
                     + ' for them.');
         End;
     End;
-End;
-
-// The rows of a type that can be those of a side.
-Function KsCountSide(RowType : String; Side : String; Filled : Boolean) : Integer;
-Var
-    I     : Integer;
-    Row   : String;
-    Count : Integer;
-Begin
-    Count := 0;
-    For I := 0 To KsRows.Count - 1 Do
-    Begin
-        Row := KsRows.Strings[I];
-        If KsIsOfType(Row, RowType) And KsIsThere(Row, Filled) And KsFitsSide(Row, Side) Then
-            Count := Count + 1;
-    End;
-    Result := Count;
 End;
 
 // A layer with objects must have some in the archive. One that only pads need may be
@@ -2421,9 +2413,9 @@ Var
     Drawn : Boolean;
 Begin
     Drawn := KsFindings.IndexOf('Drawn=' + Name) >= 0;
-    If (Drawn Or HasPads) And (KsCountSide(RowType, Side, False) = 0) Then
+    If (Drawn Or HasPads) And (KsCountRows(RowType, Side, False) = 0) Then
         KsGaps.Add('The board has a ' + Words + ' on the ' + Side + ' side, but the archive holds none.')
-    Else If Drawn And (KsCountSide(RowType, Side, True) = 0) Then
+    Else If Drawn And (KsCountRows(RowType, Side, True) = 0) Then
         KsGaps.Add('The ' + Words + ' on the ' + Side + ' side is empty in the archive, but not on the board.');
 End;
 
@@ -2439,61 +2431,27 @@ Begin
     Needed := 0;
     If Top Or (KsFindings.IndexOf('Drawn=Top' + Name) >= 0) Then Needed := Needed + 1;
     If Bottom Or (KsFindings.IndexOf('Drawn=Bottom' + Name) >= 0) Then Needed := Needed + 1;
-    If (KsGaps.Count = Gaps) And (KsCountRows(RowType, False) < Needed) Then
+    If (KsGaps.Count = Gaps) And (KsCountRows(RowType, '', False) < Needed) Then
         KsGaps.Add('The board has a ' + Words + ' on both sides, but the archive holds only one.');
 End;
 
-// What a drawing says by its name: 'KEEP-OUT', 'DRILL DRAWING', or 'other'. Mechanical
-// layers have the names that users gave them; the other two may have been renamed too.
-Function KsKindOfDrawing(Row : String) : String;
-Var
-    Kind : String;
-Begin
-    Kind := 'other';
-    If KsHasWord(Row, 'KEEP') Then Kind := 'KEEP-OUT'
-    Else If KsHasWord(Row, 'DRILL') Then
-    Begin
-        Kind := 'drill guide';
-        If KsHasWord(Row, 'DRAWING') Then Kind := 'DRILL DRAWING';
-    End;
-    Result := Kind;
-End;
-
-// The drawings of a kind: rows that are nothing else by their type.
-Function KsCountDrawings(Kind : String; Filled : Boolean) : Integer;
-Var
-    I     : Integer;
-    Row   : String;
-    Count : Integer;
-Begin
-    Count := 0;
-    For I := 0 To KsRows.Count - 1 Do
-    Begin
-        Row := KsRows.Strings[I];
-        If KsIsThere(Row, Filled) And (KsKindOfDrawing(Row) = Kind)
-            And (Not KsIsOfType(Row, 'SIGNAL POWER_GROUND MIXED SOLDER_MASK SOLDER_PASTE SILK_SCREEN'
-            + ' DRILL COMPONENT DIELECTRIC')) Then Count := Count + 1;
-    End;
-    Result := Count;
-End;
-
 // A keep-out or a drill drawing. Without a row of that name, one that no mechanical layer
-// needs may be it; Spare is how many of those there are.
-Function KsCheckDrawing(Name : String; Kind : String; Words : String; Spare : Integer) : Integer;
+// needs may be it; Spare is how many of those there are. How many are left.
+Function KsCheckDrawing(Name : String; Kind : String; Spare : Integer) : Integer;
 Var
     Left : Integer;
 Begin
     Left := Spare;
     If KsFindings.IndexOf('Drawn=' + Name) >= 0 Then
     Begin
-        If KsCountDrawings(Kind, False) = 0 Then
+        If KsCountRows(KsDrawings, Kind, False) = 0 Then
         Begin
             Left := Left - 1;
             If Left < 0 Then
-                KsGaps.Add('The board has a ' + Words + ', but the archive holds none.');
+                KsGaps.Add('The board has a ' + Kind + ', but the archive holds none.');
         End
-        Else If KsCountDrawings(Kind, True) = 0 Then
-            KsGaps.Add('The ' + Words + ' is empty in the archive, but not on the board.');
+        Else If KsCountRows(KsDrawings, Kind, True) = 0 Then
+            KsGaps.Add('The ' + Kind + ' is empty in the archive, but not on the board.');
     End;
     Result := Left;
 End;
@@ -2505,7 +2463,7 @@ Var
     Spare  : Integer;
 Begin
     Needed := KsCountFindings('Mechanical=') - KsTooHigh.Count;
-    Found := KsCountDrawings('other', False);
+    Found := KsCountRows(KsDrawings, 'other', False);
     Spare := Found - Needed;
     // Older hosts do not say which mechanical layers are used: then any row may be spare.
     If (KsHost < 17) Or (Not Known) Then Spare := KsLastMechanical
@@ -2515,8 +2473,8 @@ Begin
             + IntToStr(Found) + '.');
         Spare := 0;
     End;
-    Spare := KsCheckDrawing('KeepOut', 'KEEP-OUT', 'keep-out layer', Spare);
-    KsCheckDrawing('DrillDrawing', 'DRILL DRAWING', 'drill drawing', Spare);
+    Spare := KsCheckDrawing('KeepOut', 'keep-out layer', Spare);
+    KsCheckDrawing('DrillDrawing', 'drill drawing', Spare);
 End;
 
 // What an embedded board that is not loaded needs is not known; what the other ones
@@ -2620,7 +2578,7 @@ End;
 {--- Step 6: delivery ----------------------------------------------------------}
 
 // The temporary folder says for which board it was prepared. Another name, or a younger
-// file, means that somebody else prepared meanwhile. The name is written in the code
+// file, means that another run prepared meanwhile. The name is written in the code
 // page, where several names may become one.
 Function KsFolderIsOurs(Dummy : Integer) : Boolean;
 Var
@@ -2643,7 +2601,7 @@ Begin
     While (Not Ended) And (Looks <= KsDeliveryLimit * KsLooksPerSecond) And (Not KsMustEnd(0)) Do
     Begin
         KsRest(0);
-        // Not at each look: while the log is read, nobody can write into it.
+        // Not at each look: while the log is read, no program can write into it.
         If Looks Mod KsLooksPerSecond = 0 Then Ended := KsEndLine(KsLogLines, True) <> '';
         Looks := Looks + 1;
     End;
@@ -2690,7 +2648,7 @@ Begin
     If Not KsCloseBridge(0) Then
         KsAddNotice('The temporary project Bridge could not be closed. Close it without saving.');
     Try
-        KsReturnToBoard(0);
+        KsBringToFront(KsBoardPath);
     Except
         KsMarkAge := KsMarkLooks;
     End;
@@ -2783,7 +2741,7 @@ Begin
     KsLetAgePass(0);
     Changed := False;
     Before := FileAge(KsBoardPath);
-    // Asked for anew: a question stood open meanwhile.
+    // Searched for again: a question was open meanwhile.
     Document := Client.GetDocumentByPath(KsBoardPath);
     If Document <> Nil Then
     Begin
@@ -2890,7 +2848,7 @@ Begin
     Else If KsSaveBoard(Document) Then KsExportFile(0);
 End;
 
-// Takes the mark and gives it back, whatever happens between.
+// Takes the mark, and removes it at the end, also after an error.
 Procedure KsExportUnderMark(Dummy : Integer);
 Begin
     Try
@@ -2898,7 +2856,7 @@ Begin
         If KsProblem = '' Then KsExportBoard(0);
     Finally
         If KsMarkIsKept Then KsMark(KsKeptState, '', KsWaitLimit)
-        Else KsRemoveOwnFiles(0);
+        Else KsRemoveFiles(True);
     End;
     KsReport(0);
 End;

@@ -1,6 +1,6 @@
 // The window that an export shows. It decides nothing: the export looks at it.
 
-// Esc presses the button too, so a question stands before a long export is thrown away.
+// Esc presses the button too, so a question comes before a long export is thrown away.
 Procedure TKestruneWaitForm.CancelButtonClick(Sender : TObject);
 Begin
     If KestruneWaitForm.CancelButton.Enabled Then

@@ -45,7 +45,7 @@ RULES = [
      STOPS_WHY, "Rewrite(F);"),
     (r"\b\d{7,}\b(?!\s*;)", "a magic number: name it", "If X = 16777217 Then"),
 ]
-RESERVED = {"label", "type", "object", "out", "file", "set", "string", "result", "unit"}
+RESERVED = {"as", "in", "is", "label", "type", "object", "out", "file", "set", "string", "result", "unit"}
 # The host ignores a misspelt process silently.
 PROCESSES = {"WorkspaceManager:GenerateReport", "WorkspaceManager:CloseObject"}
 
