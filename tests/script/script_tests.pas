@@ -446,7 +446,7 @@ begin
 end;
 
 // The same board twice: once by its full path, which a copy of the panel finds.
-procedure ChildNamedByAFolderAfterItsFullPath;
+procedure ChildNamedTwiceByAFolder;
 var
   Panel: IPCB_Board;
 begin
@@ -2213,7 +2213,7 @@ begin
   Check(Pos(#10 + Line + ' ; ', Contents(ProbeReport)) > 0, Line + ' expected: ' + Contents(ProbeReport));
 end;
 
-procedure ProbeAsksWhatNobodyKnows;
+procedure ProbeAsksEveryOpenQuestion;
 begin
   PrepareProbe;
   WriteBytes('C:\Nowhere\System\Resources\English\AdvPcb.rcs', #$FF#$FE'T'#0'r'#0);
@@ -2848,7 +2848,7 @@ begin
   Run('FormTextIsWellFormed', FormTextIsWellFormed);
   Run('MissingChildIsNamed', MissingChildIsNamed);
   Run('ChildNamedByAFolderIsRefused', ChildNamedByAFolderIsRefused);
-  Run('ChildNamedByAFolderAfterItsFullPath', ChildNamedByAFolderAfterItsFullPath);
+  Run('ChildNamedTwiceByAFolder', ChildNamedTwiceByAFolder);
   Run('ChildLoadedUnderAnotherNameIsMissing', ChildLoadedUnderAnotherNameIsMissing);
   Run('MirroredChildNeedsBothSides', MirroredChildNeedsBothSides);
   Run('UnsavedChildIsNamed', UnsavedChildIsNamed);
@@ -2922,7 +2922,7 @@ begin
   Run('LongNameIsCut', LongNameIsCut);
   Run('EveryCallThatAlwaysStopsIsNamed', EveryCallThatAlwaysStopsIsNamed);
   Run('StoppedCallIsNamed', StoppedCallIsNamed);
-  Run('ProbeAsksWhatNobodyKnows', ProbeAsksWhatNobodyKnows);
+  Run('ProbeAsksEveryOpenQuestion', ProbeAsksEveryOpenQuestion);
   Run('ProbeNoticesBoardsThatAreNotReadAnew', ProbeNoticesBoardsThatAreNotReadAnew);
   Run('ProbeRefusesTheTemporaryCopy', ProbeRefusesTheTemporaryCopy);
   Run('ProbeReportDescribesThisHost', ProbeReportDescribesThisHost);
