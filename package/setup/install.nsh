@@ -3,6 +3,9 @@
 ; 1 when this set-up made the entry under Apps.
 Var EntryMade
 
+; The value of the entry's key that is 1 while a package takes its place that has no entry yet.
+!define UNENTERED "Unentered"
+
 Function .onInit
   Call Begin
 FunctionEnd
@@ -20,10 +23,25 @@ Function RecoverFolders
       !insertmacro Fail ${CODE_FILES} "The files in $INSTDIR are in use. Close what uses them, then start this set-up again."
     ${EndIf}
   ${EndIf}
+  Call RemoveUnentered
   Call RemoveGone
   Push "$INSTDIR.new"
   Call RemoveTree
   ClearErrors
+FunctionEnd
+
+; Removes the package of a first set-up that was killed before it made the entry: no host knows it.
+Function RemoveUnentered
+  ReadRegDWORD $0 HKCU "${KEY}" ${UNENTERED}
+  ReadRegStr $1 HKCU "${KEY}" UninstallString
+  ${If} $0 = 1
+  ${AndIf} $1 == ""
+  ${AndIf} ${FileExists} "$INSTDIR\*.*"
+    Call RemoveGone
+    StrCpy $0 "$INSTDIR"
+    StrCpy $1 "$INSTDIR.gone"
+    Call PatientRename
+  ${EndIf}
 FunctionEnd
 
 ; The package, an older one and the shared runtime lie on the drive at the same time.
@@ -67,6 +85,9 @@ Function TakePlace
       Call RemoveTree
       !insertmacro Fail ${CODE_FILES} "The older files in $INSTDIR are in use. Nothing was changed. Close what uses them, then start this set-up again."
     ${EndIf}
+  ${EndIf}
+  ${IfNot} ${FileExists} "$INSTDIR.old\*.*"
+    WriteRegDWORD HKCU "${KEY}" ${UNENTERED} 1
   ${EndIf}
   StrCpy $0 "$INSTDIR.new"
   StrCpy $1 "$INSTDIR"
@@ -176,12 +197,14 @@ Function WriteEntry
   ${GetTime} "" "L" $0 $1 $2 $3 $4 $5 $6
   WriteRegStr HKCU "${KEY}" InstallDate "$2$1$0"
   ; With _?= the uninstaller runs where it lies, so that its caller waits for it and sees its code.
-  WriteRegStr HKCU "${KEY}" UninstallString '"$INSTDIR\Uninstall.exe" _?=$INSTDIR'
   WriteRegStr HKCU "${KEY}" QuietUninstallString '"$INSTDIR\Uninstall.exe" /S _?=$INSTDIR'
   WriteRegDWORD HKCU "${KEY}" EstimatedSize ${SIZE_KB}
   WriteRegDWORD HKCU "${KEY}" NoModify 1
   WriteRegDWORD HKCU "${KEY}" NoRepair 1
+  ; By this value a set-up sees that there is an entry; so it comes last.
+  WriteRegStr HKCU "${KEY}" UninstallString '"$INSTDIR\Uninstall.exe" _?=$INSTDIR'
   DeleteRegValue HKCU "${KEY}" ${UNREGISTERED}
+  DeleteRegValue HKCU "${KEY}" ${UNENTERED}
   ClearErrors
 FunctionEnd
 
@@ -220,6 +243,8 @@ SectionEnd
 Function .onInstFailed
   Push "$INSTDIR.new"
   Call RemoveTree
+  DeleteRegValue HKCU "${KEY}" ${UNENTERED}
+  DeleteRegKey /ifempty HKCU "${KEY}"
   ${If} $Code == ""
     StrCpy $Code ${CODE_FILES}
   ${EndIf}

@@ -42,7 +42,7 @@ class Layout(unittest.TestCase):
         self.assertEqual(self.one["Kestrune"], "Kestrune.exe")
         for name in ("unit_tests", "windows_tests", "system_tests"):
             self.assertRegex(self.one[name], rf"^tests/[a-z]+/{name}\.exe$")
-        helpers = {path.name for path in (PROJECT / "tests/support").iterdir() if path.is_dir()
+        helpers = {path.name for path in (PROJECT / "tests/programs").iterdir() if path.is_dir()
                    and any(path.glob("*.cpp"))} | {"host_standin"}
         for name in helpers & set(self.one):
             self.assertEqual(self.one[name], f"tests/programs/{name}.exe")

@@ -50,13 +50,13 @@ class Killed(SetupTest):
 
     def next_removal_removes(self):
         self.answer(0)
-        if self.machine.entry():
+        if "UninstallString" in self.machine.entry():
             self.remove()
         self.assertEqual(self.machine.entry(), {})
         self.assertFalse(self.machine.runtime.exists())
 
     def next_removal_removes_all(self):
-        if not self.machine.entry():
+        if "UninstallString" not in self.machine.entry():
             # Ended before it had an entry; a set-up that registers nothing clears away what is there.
             self.answer(30)
             self.install("two", code=30)
@@ -88,8 +88,8 @@ class Killed(SetupTest):
             (self.next_set_up_completes, self.next_set_up_is_refused, self.next_removal_removes_all),
             setup("two"), "/S")
 
-    def test_killed_first_installation_is_completed_or_removed(self):
-        self.end_at_each_point((self.next_set_up_completes, self.next_removal_removes_all), setup("one"), "/S")
+    def test_killed_first_installation_can_be_removed(self):
+        self.end_at_each_point((self.next_removal_removes_all,), setup("one"), "/S")
 
     def test_killed_removal_is_completed_or_undone(self):
         self.answer(0)
