@@ -1,12 +1,12 @@
-// Asks Altium Designer what the export assumes of it, and writes a report.
+// Checks the export's assumptions in Altium Designer, and writes a report.
 //
 // Run it with File, Run Script, RunKestruneProbe, with a board in front that is
 // saved and not precious. It takes about five minutes. Nothing is installed; the only
 // folder that it writes to is KestruneProbe in the folder for temporary files, and,
 // when you allow it, the temporary project of Kestrune.
 //
-// An error may stop the script in the debugger. That is an answer too: stop it with
-// Ctrl+F2 and run it again. It goes on behind the question at which it stopped.
+// An error may stop the script in the debugger. That is a result too: stop it with
+// Ctrl+F2 and run it again. It continues after the check at which it stopped.
 
 Const
     PrPause       = 100;    // milliseconds between two looks
@@ -20,7 +20,7 @@ Const
     PrBreak       = #13#10;
 
 Var
-    PrFolder   : String;     // where the answers lie
+    PrFolder   : String;     // folder of the results
     PrTemp     : String;     // the temporary project of Kestrune
     PrProgram  : String;     // Kestrune.exe of the unpacked archive; empty when it is not there
     PrVersion  : String;
@@ -758,7 +758,7 @@ Begin
 End;
 
 // Three archives of the board: the drill fields as the job has them, the pairs of other
-// layers asked for as well, and no field of a drill at all.
+// layers as well, and no field of a drill at all.
 Procedure PrAskDrills(Dummy : Integer);
 Begin
     PrGenerate('as_the_job');
@@ -770,7 +770,7 @@ Begin
     PrGenerate('no_drill_field');
 End;
 
-// Closes the temporary project and asks whether its documents are really gone.
+// Closes the temporary project and checks that its documents are closed.
 Procedure PrAskClosing(Dummy : Integer);
 Var
     Document : IServerDocument;
@@ -1124,7 +1124,7 @@ Begin
     If Number = 38 Then PrAskHandle(0);
 End;
 
-// One question. Its mark goes first: an interpreter that stops leaves it behind.
+// One check. Its mark is written first, since an interpreter that stops leaves it.
 Procedure PrAsk(Number : Integer);
 Begin
     While PrAnswers.Count > 0 Do PrAnswers.Delete(0);
@@ -1160,7 +1160,7 @@ Begin
     End;
 End;
 
-// Puts the answers together under a name that nothing has, and shows them.
+// Writes all results to a new file and shows it.
 Procedure PrReport(Dummy : Integer);
 Var
     Report : TStringList;

@@ -1,1 +1,1 @@
-// A window that shows nothing: the probe asks it for its handle.
+// An empty window: the probe reads its handle.

@@ -1,4 +1,4 @@
-// Kestrune: exports the board in front as one ODB++ archive.
+// Kestrune: exports the active board as one ODB++ archive.
 //
 // The installer fills in the two folders below. They are in comments, and the
 // script reads them from this very file: a folder may hold an apostrophe, which
@@ -9,7 +9,7 @@
 // Only RunKestrune has no parameter, so that the host offers nothing else to run.
 //
 // Some errors stop the interpreter where it is, without any Except or Finally.
-// So each run keeps a mark, a small file that says what it does at this moment.
+// Each run therefore has a mark, a small file that records its current action.
 // The mark is also the lock against a second export: see "The mark of a run".
 
 Const
@@ -375,8 +375,8 @@ Begin
     Result := Path;
 End;
 
-// The settings of the user, or else those of all users. Whatever lies at the first
-// place hides the second, a folder too: the program looks in the same way.
+// The path of the user's settings, or else of those for all users. Any entry at the
+// first path hides the second, even a folder, as in the program.
 Function KsSaveSetting(Dummy : Integer) : String;
 Var
     Settings : TIniFile;
@@ -739,8 +739,8 @@ Begin
     Result := Text;
 End;
 
-// Looks at the mark of another run. A living one gives its words in KsProblem, a
-// stopped one in KsNotice. False when the file vanished: it is being replaced.
+// Reads the mark of another run: sets KsProblem for an active run, KsNotice for a stopped
+// one. Returns False when the file disappeared, since it is being replaced.
 Function KsLookAtMark(Path : String) : Boolean;
 Var
     Lines : TStringList;
@@ -1029,7 +1029,7 @@ Begin
     Result := Quits;
 End;
 
-// Whether the export has to end before its time.
+// Whether the export must be cancelled.
 Function KsMustEnd(Dummy : Integer) : Boolean;
 Var
     Ends : Boolean;
@@ -1039,7 +1039,7 @@ Begin
     Result := Ends;
 End;
 
-// One look's pause, in which the window lives.
+// Waits between two polls while the window processes messages.
 Procedure KsRest(Dummy : Integer);
 Begin
     Sleep(KsPause);
@@ -1058,7 +1058,7 @@ Begin
     KestruneWaitForm.StepBar.Position := 0;
     KestruneWaitForm.CancelButton.Enabled := True;
     KestruneWaitForm.Show;
-    // Asked once here, so that a host without this member stops before anything is done.
+    // Called once here, so that a host without this member stops before any change.
     KsBeforeCall('Client.IsQuitting');
     KsQuits(0);
 End;
@@ -2011,7 +2011,7 @@ Begin
     End;
 End;
 
-// Lines of other keys are for people who look what was found.
+// Lines with other keys are only for diagnosis.
 Procedure KsWriteManifest(Dummy : Integer);
 Var
     Manifest : TStringList;
@@ -2553,7 +2553,7 @@ Begin
     End;
 End;
 
-// A check that cannot be made stops no export.
+// A failed check does not stop the export.
 Procedure KsCheckArchive(Dummy : Integer);
 Var
     Reason : String;
@@ -2642,7 +2642,7 @@ Begin
     If Not KsMustEnd(0) Then KsShowStep(6, 'closing', 'delivering the archive');
 End;
 
-// Nothing of the export stays open, and the board is back in front.
+// Closes everything of the export and shows the board again.
 Procedure KsCloseAndReturn(Dummy : Integer);
 Begin
     If Not KsCloseBridge(0) Then
@@ -2654,7 +2654,7 @@ Begin
     End;
 End;
 
-// A host that is about to quit is left alone.
+// Nothing is changed in a host that is closing.
 Procedure KsEndExport(Dummy : Integer);
 Var
     Complete : Boolean;

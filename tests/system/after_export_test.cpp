@@ -22,7 +22,7 @@ std::wstring Identity() {
   return std::wstring(kIdentity);
 }
 
-TEST_F(AfterExportTest, AStartedApplicationTakesTheArchiveOverAndNothingElseHappens) {
+TEST_F(AfterExportTest, StartedApplicationReceivesTheArchive) {
   // Windows removes one pair of quotes around a whole value.
   Configure(L"Arguments=\"\"%ODBPP%\"\"");
   EXPECT_TRUE(EndsSilentlyWith(0, Finalize()));
@@ -53,7 +53,7 @@ TEST_F(AfterExportTest, TheApplicationIsNeverWaitedFor) {
   EXPECT_TRUE(Record().has_value());
 }
 
-TEST_F(AfterExportTest, TheApplicationHasThisEnvironmentAndNoInheritedHandles) {
+TEST_F(AfterExportTest, ApplicationHasItsEnvironmentWithoutInheritedHandles) {
   SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
   const FileHandle open(CreateFileW(native_.c_str(), GENERIC_READ, FILE_SHARE_READ, &inheritable,
                                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -89,7 +89,7 @@ TEST_F(AfterExportTest, EveryPlaceholderIsReplacedWithoutQuotes) {
                                                          zip + L" %odbpp% %ODBPP"));
 }
 
-TEST_F(AfterExportTest, WhatAPlaceholderInsertedIsNeverExpandedAgain) {
+TEST_F(AfterExportTest, WhatPlaceholderInsertedIsNeverExpandedAgain) {
   Configure(L"Arguments=%ODBPP_NAME%");
   EXPECT_TRUE(EndsSilentlyWith(0, FinalizeBoard(L"C:\\x\\%BRIDGE_CAD%.PcbDoc")));
   const std::optional<ChildRecord> record = Record();
@@ -97,7 +97,7 @@ TEST_F(AfterExportTest, WhatAPlaceholderInsertedIsNeverExpandedAgain) {
   EXPECT_EQ(record->command_line, Line(application_, Identity() + L" %BRIDGE_CAD%.zip"));
 }
 
-TEST_F(AfterExportTest, IdentityTokensAreAddedInFrontUnlessTheTemplateBringsThem) {
+TEST_F(AfterExportTest, IdentityTokensArePrependedUnlessPresent) {
   struct Row {
     const wchar_t* arguments;
     std::wstring expected;
@@ -139,7 +139,7 @@ TEST_F(AfterExportTest, TheSpacingIsAppendedInMils) {
   }
 }
 
-TEST_F(AfterExportTest, ATemplateWithItsOwnSpacingKeepsIt) {
+TEST_F(AfterExportTest, TemplateWithItsOwnSpacingKeepsIt) {
   PutFile(folders_.native_zip, "archive");
   Configure(L"Arguments=x -SPACE:1");
   EXPECT_TRUE(EndsSilentlyWith(0, RunKestrune(L"--finalize-auto " + Quoted(board_) + L" 50000")));
@@ -156,7 +156,7 @@ TEST_F(AfterExportTest, FinalizeNeverHandsASpacingOver) {
   EXPECT_EQ(record->command_line, Line(application_, Identity() + L" x"));
 }
 
-TEST_F(AfterExportTest, AnyCharacterOfAPathReachesTheApplication) {
+TEST_F(AfterExportTest, AnyCharacterOfPathReachesApplication) {
   // Windows removes one pair of quotes around a whole value.
   Configure(L"Arguments=\"\"%ODBPP%\"\"");
   EXPECT_TRUE(EndsSilentlyWith(0, FinalizeBoard(L"C:\\x\\Ä плата \xD83D\xDE00.PcbDoc")));
@@ -187,7 +187,7 @@ TEST_F(AfterExportTest, APathWithoutBlanksIsNotQuoted) {
   EXPECT_EQ(record->command_line, plain + L" " + Identity());
 }
 
-TEST_F(AfterExportTest, AnApplicationThatIsNotThereIsNamedInTheSuccessMessage) {
+TEST_F(AfterExportTest, MissingApplicationIsNamedInTheMessage) {
   for (const std::wstring& path : {Scratch(L"none.exe"), Scratch(L"Some Viewer"),
                                    std::wstring(L"%KESTRUNE_NOT_DEFINED%\\x.exe")}) {
     FillClipboard(L"before");
@@ -202,7 +202,7 @@ TEST_F(AfterExportTest, AnApplicationThatIsNotThereIsNamedInTheSuccessMessage) {
                           MB_ICONINFORMATION, Finalize()));
 }
 
-TEST_F(AfterExportTest, AnApplicationThatWindowsRefusesIsReportedWithItsCode) {
+TEST_F(AfterExportTest, FailedStartIsReportedWithItsCode) {
   const std::wstring broken = Scratch(L"broken.exe");
   PutFile(broken, "this is no program at all");
   Settings(L"[Target]\nEnabled=1\nExecutablePath=" + broken + L"\n");
@@ -214,7 +214,7 @@ TEST_F(AfterExportTest, AnApplicationThatWindowsRefusesIsReportedWithItsCode) {
   ExpectOnClipboard(default_destination_);
 }
 
-TEST_F(AfterExportTest, ADisabledApplicationIsNeitherStartedNorMentioned) {
+TEST_F(AfterExportTest, DisabledApplicationIsNeitherStartedNorMentioned) {
   Settings(L"[Target]\nEnabled=0\nExecutablePath=" + application_ + L"\n");
   EXPECT_TRUE(
       EndsWithBox(0, Delivered(default_destination_, L"0 KB"), MB_ICONINFORMATION, Finalize()));

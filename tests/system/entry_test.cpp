@@ -15,12 +15,12 @@ constexpr std::wstring_view kInvalidLine = L"Invalid installer command line.";
 
 using EntryTest = ExportTest;
 
-TEST_F(EntryTest, NoArgumentShowsTheInformationBoxAndEndsWithOne) {
+TEST_F(EntryTest, NoArgumentShowsTheInformationBox) {
   EXPECT_TRUE(EndsWithBox(1, kStartedByScript, MB_ICONINFORMATION, RunKestrune(L"")));
   EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(EntryTest, WhatIsNoCommandShowsTheInformationBoxAndEndsWithOne) {
+TEST_F(EntryTest, UnknownCommandShowsTheInformationBox) {
   const std::vector<std::wstring> lines = {
       L"board.PcbDoc",      L"\"\"",        L"--Prepare a b c",
       L"--Install",         L"--install=x", L"-install",
@@ -33,7 +33,7 @@ TEST_F(EntryTest, WhatIsNoCommandShowsTheInformationBoxAndEndsWithOne) {
   EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(EntryTest, ARuntimeKeywordWithAnotherNumberOfArgumentsIsNoCommand) {
+TEST_F(EntryTest, RuntimeKeywordNeedsItsArgumentCount) {
   const std::vector<std::wstring> lines = {
       L"--prepare",           L"--prepare a b",           L"--prepare a b c d e",
       L"--wait-native a b",   L"--wait-native a b c d",   L"--finalize a",
@@ -48,7 +48,7 @@ TEST_F(EntryTest, ARuntimeKeywordWithAnotherNumberOfArgumentsIsNoCommand) {
   EXPECT_FALSE(Exists(folders_.temporary));
 }
 
-TEST_F(EntryTest, AnInstallerLineThatCannotBeReadShowsTheErrorBoxAndEndsWithTwo) {
+TEST_F(EntryTest, InvalidInstallerLineShowsTheErrorBox) {
   const std::vector<std::wstring> lines = {
       L"--install --bogus",     L"--install --major", L"--update --profile",
       L"--uninstall --package", L"--status --Quiet",  L"--install --update",
@@ -60,12 +60,12 @@ TEST_F(EntryTest, AnInstallerLineThatCannotBeReadShowsTheErrorBoxAndEndsWithTwo)
   }
 }
 
-TEST_F(EntryTest, QuietDoesNotSilenceAnInvalidInstallerLine) {
+TEST_F(EntryTest, QuietDoesNotSilenceInvalidInstallerLine) {
   EXPECT_TRUE(
       EndsWithBox(2, kInvalidLine, MB_ICONERROR, RunKestrune(L"--install --quiet --bogus")));
 }
 
-TEST_F(EntryTest, FourWrongStartsAtOnceShowFourBoxes) {
+TEST_F(EntryTest, FourInvalidStartsShowFourBoxes) {
   std::vector<ProgramRun> runs;
   for (int i = 0; i < 4; ++i) {
     runs.emplace_back(KestrunePath(), L"");

@@ -16,7 +16,7 @@ using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::StartsWith;
 
-TEST_F(FinalizeTest, TheArchiveIsDeliveredUnderTheBoardsNameAndOnTheClipboard) {
+TEST_F(FinalizeTest, ArchiveIsDeliveredAndOnTheClipboard) {
   EXPECT_TRUE(
       EndsWithBox(0, Delivered(default_destination_, L"0 KB"), MB_ICONINFORMATION, Finalize()));
   EXPECT_EQ(FileBytes(default_destination_), native_bytes_);
@@ -31,7 +31,7 @@ TEST_F(FinalizeTest, TheArchiveIsDeliveredUnderTheBoardsNameAndOnTheClipboard) {
                   Entry(L"Finalize copied", L"Destination=" + default_destination_ + L" Size=13")));
 }
 
-TEST_F(FinalizeTest, ANewExportOfTheBoardReplacesTheFormerArchive) {
+TEST_F(FinalizeTest, NewExportOfBoardReplacesFormerArchive) {
   PutFile(default_destination_, "a former export that was longer than the new one");
   EXPECT_TRUE(
       EndsWithBox(0, Delivered(default_destination_, L"0 KB"), MB_ICONINFORMATION, Finalize()));
@@ -40,7 +40,7 @@ TEST_F(FinalizeTest, ANewExportOfTheBoardReplacesTheFormerArchive) {
       EndsWithBox(0, Delivered(default_destination_, L"0 KB"), MB_ICONINFORMATION, Finalize()));
 }
 
-TEST_F(FinalizeTest, TheNameIsTheBoardsNameWithoutItsLastExtension) {
+TEST_F(FinalizeTest, NameIsTheBoardsWithoutExtension) {
   struct Row {
     const wchar_t* board;
     const wchar_t* name;
@@ -57,7 +57,7 @@ TEST_F(FinalizeTest, TheNameIsTheBoardsNameWithoutItsLastExtension) {
   }
 }
 
-TEST_F(FinalizeTest, TheSizeIsShownInWholeKilobytesBelowOneMegabyteAndElseInSixDigits) {
+TEST_F(FinalizeTest, SizeIsInKilobytesOrSixDigits) {
   struct Row {
     std::uint64_t size;
     const wchar_t* shown;
@@ -73,7 +73,7 @@ TEST_F(FinalizeTest, TheSizeIsShownInWholeKilobytesBelowOneMegabyteAndElseInSixD
   }
 }
 
-TEST_F(FinalizeTest, AnArchiveAboveFourGibibytesIsDeliveredWithItsWholeSize) {
+TEST_F(FinalizeTest, AnArchiveAboveFourGibibytesIsDelivered) {
   KESTRUNE_NEEDS_TIME();
   ULARGE_INTEGER room = {};
   ASSERT_TRUE(GetDiskFreeSpaceExW(Scratch(L"").c_str(), &room, nullptr, nullptr));
@@ -105,7 +105,7 @@ class FailureTest : public FinalizeTest {
   }
 };
 
-TEST_F(FailureTest, AMissingArchiveFailsButTheExportFolderIsMade) {
+TEST_F(FailureTest, MissingArchiveFailsAfterMakingTheFolder) {
   ASSERT_TRUE(DeleteFileW(native_.c_str()));
   ExpectFailed(false);
   EXPECT_TRUE(Exists(folders_.default_export));
@@ -117,20 +117,20 @@ TEST_F(FailureTest, AnEmptyArchiveFailsAlthoughItExists) {
   ExpectFailed(true);
 }
 
-TEST_F(FailureTest, AFolderInPlaceOfTheArchiveFails) {
+TEST_F(FailureTest, FolderInPlaceOfArchiveFails) {
   ASSERT_TRUE(DeleteFileW(native_.c_str()));
   ASSERT_TRUE(CreateDirectoryW(native_.c_str(), nullptr));
   EXPECT_TRUE(EndsWithBox(4, SeeLog(), MB_ICONERROR, Finalize()));
   EXPECT_THAT(Log().back(), StartsWith("Stage: Finalize failed | NativeExists="));
 }
 
-TEST_F(FailureTest, AnExportFolderThatCannotBeMadeFails) {
+TEST_F(FailureTest, ExportFolderThatCannotBeMadeFails) {
   PutFile(folders_.default_export, "a file");
   ExpectFailed(true);
   EXPECT_EQ(FileBytes(folders_.default_export), "a file");
 }
 
-TEST_F(FailureTest, TheDefaultFolderIsMadeEvenWhenAnotherOneIsConfiguredSoItsFailureCounts) {
+TEST_F(FailureTest, DefaultFolderIsAlwaysMade) {
   PutFile(folders_.default_export, "a file");
   const std::wstring out = Scratch(L"out");
   ASSERT_TRUE(CreateDirectoryW(out.c_str(), nullptr));
@@ -139,7 +139,7 @@ TEST_F(FailureTest, TheDefaultFolderIsMadeEvenWhenAnotherOneIsConfiguredSoItsFai
   EXPECT_TRUE(NamesIn(out).empty());
 }
 
-TEST_F(FinalizeTest, ADestinationThatIsOpenElsewhereIsNamedWithTheSystemsReason) {
+TEST_F(FinalizeTest, OpenDestinationIsNamedWithTheReason) {
   PutFile(default_destination_, "open elsewhere");
   {
     const FileHandle open = HoldOpen(default_destination_, GENERIC_READ, FILE_SHARE_READ);
@@ -154,7 +154,7 @@ TEST_F(FinalizeTest, ADestinationThatIsOpenElsewhereIsNamedWithTheSystemsReason)
   ExpectClipboardUntouched();
 }
 
-TEST_F(FinalizeTest, AnArchiveThatTheHostStillHoldsAloneCannotBeCopied) {
+TEST_F(FinalizeTest, ArchiveHeldExclusivelyCannotBeCopied) {
   const FileHandle open = HoldOpen(native_, GENERIC_READ | GENERIC_WRITE, 0);
   EXPECT_TRUE(EndsWithBox(4,
                           L"Cannot overwrite the destination ZIP.\n\n" + default_destination_ +
@@ -162,7 +162,7 @@ TEST_F(FinalizeTest, AnArchiveThatTheHostStillHoldsAloneCannotBeCopied) {
                           MB_ICONERROR, Finalize()));
 }
 
-TEST_F(FinalizeTest, ACopyOntoItselfFailsAndTheArchiveSurvives) {
+TEST_F(FinalizeTest, CopyOntoItselfFailsAndArchiveSurvives) {
   native_ = default_destination_;
   PutFile(native_, native_bytes_);
   const RunOutcome outcome = Finalize();
@@ -172,7 +172,7 @@ TEST_F(FinalizeTest, ACopyOntoItselfFailsAndTheArchiveSurvives) {
   EXPECT_EQ(FileBytes(native_), native_bytes_);
 }
 
-TEST_F(FinalizeTest, AFolderOfTheDestinationsNameCannotBeOverwritten) {
+TEST_F(FinalizeTest, FolderOfDestinationsNameCannotBeOverwritten) {
   PutFile(JoinPath(default_destination_, L"inside.txt"), "kept");
   const RunOutcome outcome = Finalize();
   EXPECT_EQ(outcome.code, 4);
@@ -182,7 +182,7 @@ TEST_F(FinalizeTest, AFolderOfTheDestinationsNameCannotBeOverwritten) {
   EXPECT_EQ(FileBytes(JoinPath(default_destination_, L"inside.txt")), "kept");
 }
 
-TEST_F(FinalizeTest, AClipboardThatAnotherProgramHoldsIsAWarningInTheSuccessMessage) {
+TEST_F(FinalizeTest, OpenClipboardIsAWarning) {
   const std::wstring marker = Scratch(L"holding");
   ProgramRun holder(TestProgramPath(L"clipboard_reader"), L"--hold " + Quoted(marker) + L" 30000");
   for (int i = 0; i < 1000 && !Exists(marker); ++i) {
@@ -199,7 +199,7 @@ TEST_F(FinalizeTest, AClipboardThatAnotherProgramHoldsIsAWarningInTheSuccessMess
   ExpectClipboardUntouched();
 }
 
-TEST_F(FinalizeTest, AnotherProcessReadsBothFormatsWithTheirExactSizes) {
+TEST_F(FinalizeTest, AnotherProcessReadsBothFormats) {
   ASSERT_EQ(Finalize().code, 0);
   const std::wstring record = Scratch(L"clipboard.txt");
   ProgramRun reader(TestProgramPath(L"clipboard_reader"), Quoted(record));
@@ -246,7 +246,7 @@ class ConfiguredDirectoryTest : public FinalizeTest {
   std::wstring out_;
 };
 
-TEST_F(ConfiguredDirectoryTest, AConfiguredFolderReceivesTheArchiveAndTheDefaultOneIsMadeToo) {
+TEST_F(ConfiguredDirectoryTest, ConfiguredFolderReceivesTheArchive) {
   Settings(L"[Export]\nDirectory=" + out_ + L"\n");
   const std::wstring destination = JoinPath(out_, L"Main.zip");
   EXPECT_TRUE(EndsWithBox(0, Delivered(destination, L"0 KB"), MB_ICONINFORMATION, Finalize()));
@@ -259,7 +259,7 @@ TEST_F(ConfiguredDirectoryTest, AConfiguredFolderReceivesTheArchiveAndTheDefault
                                  BeginEntry(destination), CopiedEntry(destination)));
 }
 
-TEST_F(ConfiguredDirectoryTest, VariablesAreExpandedAndThePathIsMadeFull) {
+TEST_F(ConfiguredDirectoryTest, VariablesAreExpandedInAFullPath) {
   ASSERT_TRUE(SetEnvironmentVariableW(L"KESTRUNE_TEST_OUT", out_.c_str()));
   Settings(L"[Export]\nDirectory=%KESTRUNE_TEST_OUT%\\sub\\..\n");
   const std::wstring destination = JoinPath(out_, L"Main.zip");
@@ -270,7 +270,7 @@ TEST_F(ConfiguredDirectoryTest, VariablesAreExpandedAndThePathIsMadeFull) {
   EXPECT_EQ(Log()[1], Entry(L"Using configured export directory", out_));
 }
 
-TEST_F(ConfiguredDirectoryTest, AFolderThatCannotBeUsedIsReplacedByTheDefaultOneAndNeverMade) {
+TEST_F(ConfiguredDirectoryTest, UnusableFolderIsReplacedByTheDefault) {
   PutFile(Scratch(L"file"), "a file");
   for (const std::wstring& directory :
        {Scratch(L"nowhere"), Scratch(L"file"), std::wstring(L"Q:\\out"),
@@ -289,7 +289,7 @@ TEST_F(ConfiguredDirectoryTest, AFolderThatCannotBeUsedIsReplacedByTheDefaultOne
   }
 }
 
-TEST_F(ConfiguredDirectoryTest, ACopyThatFailsThereIsMadeInTheDefaultFolder) {
+TEST_F(ConfiguredDirectoryTest, FailedCopyGoesToTheDefaultFolder) {
   Settings(L"[Export]\nDirectory=" + out_ + L"\n");
   const std::wstring destination = JoinPath(out_, L"Main.zip");
   PutFile(destination, "open elsewhere");
@@ -311,7 +311,7 @@ TEST_F(ConfiguredDirectoryTest, ACopyThatFailsThereIsMadeInTheDefaultFolder) {
                   CopiedEntry(default_destination_)));
 }
 
-TEST_F(ConfiguredDirectoryTest, WhenBothCopiesFailTheLastOneIsNamed) {
+TEST_F(ConfiguredDirectoryTest, WhenBothCopiesFailLastIsNamed) {
   Settings(L"[Export]\nDirectory=" + out_ + L"\n");
   const std::wstring destination = JoinPath(out_, L"Main.zip");
   PutFile(destination, "open elsewhere");
@@ -337,7 +337,7 @@ class FinalizeAutoTest : public FinalizeTest {
   }
 };
 
-TEST_F(FinalizeAutoTest, TheArchiveIsFoundBelowTheTemporaryRoot) {
+TEST_F(FinalizeAutoTest, ArchiveIsFoundBelowTemporaryRoot) {
   PutFile(folders_.native_zip, "found");
   EXPECT_TRUE(
       EndsWithBox(0, Delivered(default_destination_, L"0 KB"), MB_ICONINFORMATION, FinalizeAuto()));

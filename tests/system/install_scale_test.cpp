@@ -33,7 +33,7 @@ class ManyInstances : public InstallTest {
   }
 };
 
-TEST_F(ManyInstances, OneTenAndAHundredAreAllRegistered) {
+TEST_F(ManyInstances, OneTenAndHundredAreAllRegistered) {
   std::map<unsigned, DWORD> milliseconds;
   for (const unsigned count : {1U, 10U, 100U}) {
     const std::vector<MadeInstance> hosts = Make(count);
@@ -91,7 +91,7 @@ class LargestFile : public ManyInstances {
   }
 };
 
-TEST_F(LargestFile, OfTheUsualShapeTakesAtMostEightTimesItsSize) {
+TEST_F(LargestFile, OfUsualShapeTakesEightfoldMemory) {
   BoxInstance large = UsedHost(1, 24);
   for (int i = 0; large.rcs.size() < kSize; ++i) {
     const std::string n = std::to_string(i);
@@ -103,7 +103,7 @@ TEST_F(LargestFile, OfTheUsualShapeTakesAtMostEightTimesItsSize) {
 
 /// Every accepted file must be handled within two gigabytes of address space, regardless of its
 /// shape.
-TEST_F(LargestFile, OfTheWorstShapesStaysFarBelowTheAddressSpace) {
+TEST_F(LargestFile, OfWorstShapesFitsTheAddressSpace) {
   constexpr std::size_t kFar = 512U << 20;
   BoxInstance records = UsedHost(1, 24);
   for (unsigned i = 0; records.rcs.size() < kSize; ++i) {
@@ -241,7 +241,7 @@ class KilledInstallation : public InstallTest {
   int inside_replacement_ = 0;
 };
 
-TEST_F(KilledInstallation, AtAnyTimeEverythingIsWholeAndTheNextOneSucceeds) {
+TEST_F(KilledInstallation, LeavesWholeFilesAndTheNextSucceeds) {
   KESTRUNE_NEEDS_TIME();
   const auto duration = static_cast<std::int64_t>(ShortestRun()) * 1000;
   int killed = 0;
@@ -338,7 +338,7 @@ class KilledUpdate : public KilledInstallation {
   int looking_new_ = 0;
 };
 
-TEST_F(KilledUpdate, AtAnyTimeTheNextOneLeavesNineWholeNewFiles) {
+TEST_F(KilledUpdate, IsRepairedByTheNextUpdate) {
   KESTRUNE_NEEDS_TIME();
   constexpr int kUpdates = 40;
   const auto duration = static_cast<std::int64_t>(ShortestUpdate()) * 1000;

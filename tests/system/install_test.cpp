@@ -42,7 +42,7 @@ class InstallStatusTest : public InstallTest {
   }
 };
 
-TEST_F(InstallTest, RegistersEachInstanceSoThatItsHostStartsTheScript) {
+TEST_F(InstallTest, RegistersEachInstanceForItsHost) {
   const MadeInstance legacy = MakeHost(UsedHost(1, 17));
   const MadeInstance active = MakeHost(UsedHost(2, 24));
   const RunOutcome outcome = Run(L"--install");
@@ -61,7 +61,7 @@ TEST_F(InstallTest, RegistersEachInstanceSoThatItsHostStartsTheScript) {
   EXPECT_EQ(WidenBytes(new_button.image), Runtime(L"odbpp-toolbar-activebar.png"));
 }
 
-TEST_F(InstallTest, DeploysTheNineFilesWithThePackagesTimesAndThisMachinesFolders) {
+TEST_F(InstallTest, DeploysNineFilesWithPackageTimes) {
   MakeHost(UsedHost(1, 24));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
   std::vector<std::wstring> names = RuntimeFiles();
@@ -79,7 +79,7 @@ TEST_F(InstallTest, DeploysTheNineFilesWithThePackagesTimesAndThisMachinesFolder
                                                      " }\r\nProcedure RunKestrune;\r\none");
 }
 
-TEST_F(InstallTest, KeepsEverythingOfTheUserAndNamesTheInstanceInTheLog) {
+TEST_F(InstallTest, KeepsUserRecordsAndLogsTheInstance) {
   const BoxInstance used = UsedHost(1, 24);
   const MadeInstance host = MakeHost(used);
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
@@ -115,7 +115,7 @@ FileHandle ShutLog(const MadeInstance& host) {
   return {};
 }
 
-TEST_F(InstallTest, ALogThatShutsAfterTheBackupsFailsTheReportAndNotTheRegistration) {
+TEST_F(InstallTest, LockedLogFailsOnlyTheReport) {
   // Every second number is missing: rewriting so many entries takes longer than locking the log.
   constexpr int kProjects = 100;
   const MadeInstance host = MakeHost(UsedHost(1, 24));
@@ -138,7 +138,7 @@ TEST_F(InstallTest, ALogThatShutsAfterTheBackupsFailsTheReportAndNotTheRegistrat
   ASSERT_TRUE(EndsWithBox(0, HeaderOf(host) + L"Installed\n", kGood, Run(L"--status")));
 }
 
-TEST_F(InstallTest, TheReportFileHoldsTheTextOfTheBox) {
+TEST_F(InstallTest, ReportFileHoldsTextOfBox) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   SetEntryText(host, L"DisplayVersion", L"24.1 \x540D");
   const std::wstring report = Scratch(L"rep\x00F6rt.txt");
@@ -177,7 +177,7 @@ TEST_F(InstallTest, AnUnwritableReportChangesNoCode) {
   }
 }
 
-TEST_F(InstallTest, ASecondRunChangesNothingButAddsALog) {
+TEST_F(InstallTest, SecondRunChangesNothingButAddsLog) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
   for (const wchar_t* command : {L"--install", L"--update"}) {
@@ -193,7 +193,7 @@ TEST_F(InstallTest, ASecondRunChangesNothingButAddsALog) {
   }
 }
 
-TEST_F(InstallTest, UninstallTakesTheRegistrationOutAndLeavesTheRuntime) {
+TEST_F(InstallTest, UninstallTakesRegistrationOutAndLeavesRuntime) {
   const MadeInstance legacy = MakeHost(UsedHost(1, 16));
   const MadeInstance active = MakeHost(UsedHost(2, 26));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
@@ -209,7 +209,7 @@ TEST_F(InstallTest, UninstallTakesTheRegistrationOutAndLeavesTheRuntime) {
   EXPECT_FALSE(Exists(folders_.runtime));
 }
 
-TEST_F(InstallStatusTest, TellsInstalledFromNotInstalledAndWritesNothing) {
+TEST_F(InstallStatusTest, DistinguishesInstalledAndWritesNothing) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   ExpectStatus(10, HeaderOf(host) + std::wstring(kNotInstalled));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
@@ -245,7 +245,7 @@ TEST_F(InstallStatusTest, HalfARegistrationIsNotInstalled) {
   EXPECT_TRUE(HasWorkingButton(host));
 }
 
-TEST_F(InstallStatusTest, AListThatCannotBePlannedIsNotInstalledRatherThanFailed) {
+TEST_F(InstallStatusTest, UnplannableListIsNotInstalled) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   RegSetKeyValueW(HKEY_CURRENT_USER, host.ProjectsKey().c_str(), L"Item1000010", REG_SZ, L"x", 4);
   ExpectStatus(10, HeaderOf(host) + std::wstring(kNotInstalled));
@@ -307,7 +307,7 @@ TEST_F(InstallStatusTest, AnInstallationWithoutProgramIsSkipped) {
   ExpectStatus(10, text);
 }
 
-TEST_F(InstallTest, AProfileThatCannotBeToldIsSkippedWithItsReason) {
+TEST_F(InstallTest, UndeterminedProfileIsSkippedWithReason) {
   BoxInstance without_profile = UsedHost(1, 24);
   without_profile.has_profile = false;
   BoxInstance without_branch = UsedHost(2, 24);
@@ -336,7 +336,7 @@ TEST_F(InstallTest, AProfileThatCannotBeToldIsSkippedWithItsReason) {
   EXPECT_FALSE(Exists(folders_.runtime));
 }
 
-TEST_F(InstallTest, ProfilesThatCannotBeListedAreTheReason) {
+TEST_F(InstallTest, ProfilesThatCannotBeListedAreReason) {
   BoxInstance instance = UsedHost(1, 24);
   instance.has_profile = false;
   MadeInstance host = MakeHost(instance);
@@ -350,7 +350,7 @@ TEST_F(InstallTest, ProfilesThatCannotBeListedAreTheReason) {
       kBad, Run(L"--install")));
 }
 
-TEST_F(InstallStatusTest, AProfileThatWasNeverStartedIsSkipped) {
+TEST_F(InstallStatusTest, ProfileThatWasNeverStartedIsSkipped) {
   BoxInstance fresh = UsedHost(1, 24);
   fresh.has_rcs = false;
   const MadeInstance host = MakeHost(fresh);
@@ -381,7 +381,7 @@ TEST_F(InstallTest, AFailureBetweenTwoInstancesStopsNeither) {
   SetFileAttributesW(second.rcs.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
-TEST_F(InstallTest, AFailedTransactionIsReportedBehindItsBackups) {
+TEST_F(InstallTest, FailedTransactionIsReportedAfterItsBackups) {
   const BoxInstance used = UsedHost(1, 24);
   const MadeInstance host = MakeHost(used);
   const FileHandle held = HoldOpen(host.rcs, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
@@ -418,7 +418,7 @@ TEST_F(InstallStatusTest, AFailureIsLoggedWithItsInstance) {
       1, {L"Installer failed | Error=Open RCS (Win32 32) GetLastError=32 GUID=" + first.guid});
 }
 
-TEST_F(InstallTest, ARefusedDeploymentIsLoggedWithItsFile) {
+TEST_F(InstallTest, RefusedDeploymentIsLoggedWithItsFile) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   const std::wstring failed =
       L"Installer failed | Error=Runtime deployment failed; profile unchanged. GetLastError=0 "
@@ -458,7 +458,7 @@ TEST_F(InstallTest, AProgramWithoutPackageIsLogged) {
                    failed});
 }
 
-TEST_F(InstallTest, AFailureBeforeDeploymentLeavesItToTheNextInstance) {
+TEST_F(InstallTest, EarlyFailureLeavesDeploymentToTheNext) {
   BoxInstance without_toolbar = UsedHost(1, 24);
   without_toolbar.toolbars = HostToolbars::None;
   const MadeInstance first = MakeHost(without_toolbar);
@@ -468,7 +468,7 @@ TEST_F(InstallTest, AFailureBeforeDeploymentLeavesItToTheNextInstance) {
   EXPECT_TRUE(HasWorkingButton(second));
 }
 
-TEST_F(InstallTest, ARefusedFileIsLeftToManualRegistration) {
+TEST_F(InstallTest, RefusedFileIsLeftToManualRegistration) {
   const std::pair<std::string, std::wstring> rows[] = {
       {ShortcutRecords(), L"Unknown RCS record: Change"},
       {"'x\r\nInstalled' a End\r\n", L"Unknown RCS record: x??Installed"},
@@ -509,7 +509,7 @@ TEST_F(InstallTest, ExtraRecordsLetARefusedProfileThrough) {
   EXPECT_TRUE(HasNothingOfOurs(host));
 }
 
-TEST_F(InstallTest, OnlyTheUsersRegistrationFileLetsRecordsThrough) {
+TEST_F(InstallTest, OnlyUsersRegistrationFileLetsRecordsThrough) {
   BoxInstance instance = UsedHost(1, 24);
   instance.rcs += ShortcutRecords();
   const MadeInstance host = MakeHost(instance);
@@ -582,7 +582,7 @@ TEST_F(InstallTest, TheHintNamesTheUsersApplication) {
   EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).hint, "Export PCB through Kestrune");
 }
 
-TEST_F(InstallTest, HintAndLogAreTextInTheAnsiCodePage) {
+TEST_F(InstallTest, HintAndLogUseTheCodePage) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   SetEntryText(host, L"DisplayVersion", L"24.1 \x00E4 \x540D");
   const std::wstring application = Scratch(L"app.exe");
@@ -600,7 +600,7 @@ TEST_F(InstallTest, HintAndLogAreTextInTheAnsiCodePage) {
   EXPECT_EQ(OurButtons(ReadAsHost(host)).at(0).hint, "Export PCB through Kestrune");
 }
 
-TEST_F(InstallTest, ARunningHostStopsAllCommandsButStatus) {
+TEST_F(InstallTest, RunningHostStopsAllCommandsButStatus) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   for (const wchar_t* name : {L"DXP.exe", L"x2.EXE"}) {
     const RunningAs running(Scratch(name));
@@ -619,7 +619,7 @@ TEST_F(InstallTest, ARunningHostStopsAllCommandsButStatus) {
   EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
 }
 
-TEST_F(InstallTest, AHostThatStartsMeanwhileStopsEveryLaterInstance) {
+TEST_F(InstallTest, HostStartedMeanwhileStopsLaterInstances) {
   const MadeInstance first = MakeHost(UsedHost(1, 24));
   const MadeInstance second = MakeHost(UsedHost(2, 24));
   // The deployment takes long enough for a host to start: one large file of the package.
@@ -638,7 +638,7 @@ TEST_F(InstallTest, AHostThatStartsMeanwhileStopsEveryLaterInstance) {
   EXPECT_TRUE(HasNothingOfOurs(second));
 }
 
-TEST_F(InstallTest, AHostThatStartsMeanwhileStopsARemovalToo) {
+TEST_F(InstallTest, HostThatStartsMeanwhileStopsRemovalToo) {
   // Large files, so that the first instance's removal takes long enough for a host to start.
   std::vector<MadeInstance> hosts;
   for (unsigned number = 1; number <= 3; ++number) {
@@ -700,7 +700,7 @@ TEST_F(InstallTest, ManyInstancesCostOneDeployment) {
                           kBad, Run(L"--install")));
 }
 
-TEST_F(InstallTest, APackageThatWindowsCannotAnswerForFailsTheInstance) {
+TEST_F(InstallTest, UnreadablePackageFailsTheInstance) {
   if (!RunsUnderWine()) {
     GTEST_SKIP() << "a path that Windows can say nothing about is known for Wine only";
   }
@@ -723,7 +723,7 @@ void Stretch(const std::wstring& path, LONGLONG size) {
   EXPECT_TRUE(SetFilePointerEx(file.Get(), end, nullptr, FILE_BEGIN) && SetEndOfFile(file.Get()));
 }
 
-TEST_F(InstallStatusTest, ToolbarDefinitionsThatCannotBeReadHoldNoPlace) {
+TEST_F(InstallStatusTest, UnreadableToolbarDefinitionsHaveNoPlace) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
   const std::wstring not_installed = HeaderOf(host) + std::wstring(kNotInstalled);
@@ -744,7 +744,7 @@ TEST_F(InstallStatusTest, ToolbarDefinitionsThatCannotBeReadHoldNoPlace) {
   EXPECT_TRUE(HasNothingOfOurs(host));
 }
 
-TEST_F(InstallTest, APackageThatCannotBeDeployedLeavesTheProfileAlone) {
+TEST_F(InstallTest, FailedDeploymentLeavesTheProfileUnchanged) {
   const MadeInstance first = MakeHost(UsedHost(1, 24));
   const MadeInstance second = MakeHost(UsedHost(2, 24));
   const std::wstring text = Failed(first, kDeploymentFailed) + Failed(second, kDeploymentFailed);
@@ -765,7 +765,7 @@ TEST_F(InstallTest, APackageThatCannotBeDeployedLeavesTheProfileAlone) {
       RunKestrune(L"--install --package \"" + Scratch(L"package") + L"\\\" --quiet\"")));
 }
 
-TEST_F(InstallTest, ARuntimeFileThatIsHeldOpenFailsTheDeploymentOnlyWhenItMustChange) {
+TEST_F(InstallTest, OpenRuntimeFileFailsOnlyWhenOutdated) {
   MakeHost(UsedHost(1, 24));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
   const FileHandle held =
@@ -777,7 +777,7 @@ TEST_F(InstallTest, ARuntimeFileThatIsHeldOpenFailsTheDeploymentOnlyWhenItMustCh
   EXPECT_EQ(FileBytes(Runtime(L"Bridge.OutJob")), "[OutputJobFile]\r\nVersion=1.0\r\none");
 }
 
-TEST_F(InstallTest, AnUpdateReplacesAllFilesAndAnOlderPackageNone) {
+TEST_F(InstallTest, UpdateReplacesAllOlderPackageNone) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
   MakePackage(package_, kLaterTime, "two");
@@ -796,7 +796,7 @@ TEST_F(InstallTest, AnUpdateReplacesAllFilesAndAnOlderPackageNone) {
   }
 }
 
-TEST_F(InstallTest, ThePackageIsFoundBesideTheProgramOrUpToFiveFoldersAbove) {
+TEST_F(InstallTest, PackageIsFoundFiveFoldersAbove) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   const struct {
     const wchar_t* folder;
@@ -816,7 +816,7 @@ TEST_F(InstallTest, ThePackageIsFoundBesideTheProgramOrUpToFiveFoldersAbove) {
   }
 }
 
-TEST_F(InstallTest, TheDeployedProgramCanUpdateFromAPackage) {
+TEST_F(InstallTest, DeployedProgramCanUpdateFromPackage) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   ASSERT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
   MakePackage(package_, kLaterTime, "two");
@@ -830,7 +830,7 @@ TEST_F(InstallTest, TheDeployedProgramCanUpdateFromAPackage) {
                    package_});
 }
 
-TEST_F(InstallTest, AUserNamedLikeTheProductGetsUpdates) {
+TEST_F(InstallTest, UserNamedLikeProductGetsUpdates) {
   const std::wstring home = Scratch(L"Kestrunes");
   MadeInstance host = MakeHost(UsedHost(1, 24));
   const MovedProfile moved(home);
@@ -842,7 +842,7 @@ TEST_F(InstallTest, AUserNamedLikeTheProductGetsUpdates) {
       FileBytes(home + L"\\AppData\\Local\\Kestrune\\Runtime\\Kestrune.pas").ends_with("two"));
 }
 
-TEST_F(InstallTest, ARuntimePathOutsideTheAnsiCodePageIsRefused) {
+TEST_F(InstallTest, PathOutsideTheCodePageIsRefused) {
   MakeHost(UsedHost(1, 24));
   const MovedProfile moved(Scratch(L"\x540D\x524D"));
   for (const wchar_t* command : kCommands) {
@@ -858,7 +858,7 @@ TEST_F(InstallTest, ARuntimePathOutsideTheAnsiCodePageIsRefused) {
       std::string::npos);
 }
 
-TEST_F(InstallTest, AnApostropheAndAnAnsiLetterInTheUsersNameDoNotMatter) {
+TEST_F(InstallTest, SpecialLettersInTheUsersNameWork) {
   const std::wstring home = Scratch(L"O'H\x00E4ra");
   const BoxInstance instance = UsedHost(1, 24);
   MadeInstance host = MakeHost(instance);
@@ -874,7 +874,7 @@ TEST_F(InstallTest, AnApostropheAndAnAnsiLetterInTheUsersNameDoNotMatter) {
 constexpr const wchar_t* kVanishedProfiles[] = {L"Q:\\users\\user",
                                                 L"\\\\server.invalid\\profiles\\user"};
 
-TEST_F(InstallTest, AProfileOnAShareThatHasGoneIsNamedAndNothingIsChanged) {
+TEST_F(InstallTest, MissingProfileShareIsNamed) {
   MadeInstance host = MakeHost(UsedHost(1, 24));
   host.profile.clear();
   host.branch.clear();
@@ -896,7 +896,7 @@ TEST_F(InstallTest, AProfileOnAShareThatHasGoneIsNamedAndNothingIsChanged) {
   }
 }
 
-TEST_F(InstallTest, TwoRunsAtOnceLeaveOneWorkingButtonEach) {
+TEST_F(InstallTest, TwoRunsAtOnceLeaveOneButton) {
   std::vector<MadeInstance> hosts;
   for (unsigned number = 1; number <= 8; ++number) {
     hosts.push_back(MakeHost(UsedHost(number, 24)));

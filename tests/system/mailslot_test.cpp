@@ -58,7 +58,7 @@ class OwnSlot {
   FileHandle slot_;
 };
 
-TEST_F(MailslotTest, ARunningApplicationReceivesTheWholeLineAndNoOtherIsStarted) {
+TEST_F(MailslotTest, RunningApplicationReceivesTheWholeLine) {
   ProgramRun listener = Listen();
   Settings(L"[Target]\nEnabled=1\nExecutablePath=" + listener_ +
            L"\nArguments=\"%ODBPP%\" é\nMailslotName=" + name_ + L"\n");
@@ -81,7 +81,7 @@ TEST_F(MailslotTest, TheSpacingIsPartOfTheNotice) {
   EXPECT_EQ(Message(), Utf8FromWide(kIdentity) + " -space:1.2345mil");
 }
 
-TEST_F(MailslotTest, AListenerOfAnotherImageIsToldAllTheSame) {
+TEST_F(MailslotTest, ListenerOfAnotherImageGetsTheMessage) {
   ProgramRun listener = Listen();
   Configure(L"MailslotName=" + name_);
   EXPECT_TRUE(EndsSilentlyWith(0, Finalize()));
@@ -90,7 +90,7 @@ TEST_F(MailslotTest, AListenerOfAnotherImageIsToldAllTheSame) {
   EXPECT_TRUE(NoRecordComes());
 }
 
-TEST_F(MailslotTest, ANumberThatIsNoProcessIsToldAllTheSame) {
+TEST_F(MailslotTest, NumberWithoutProcessGetsTheMessage) {
   for (const wchar_t* name : {L"TAVORIN.Kestrune.0", L"TAVORIN.Kestrune.4294967295",
                               L"TAVORIN.Kestrune.99999999999999999999"}) {
     OwnSlot slot(name);
@@ -102,7 +102,7 @@ TEST_F(MailslotTest, ANumberThatIsNoProcessIsToldAllTheSame) {
   }
 }
 
-TEST_F(MailslotTest, AListenerThatHasGoneIsReplacedByANewStart) {
+TEST_F(MailslotTest, MissingListenerIsReplacedByAStart) {
   ProgramRun listener = Listen();
   listener.Terminate();
   Configure(L"MailslotName=" + name_);
@@ -110,7 +110,7 @@ TEST_F(MailslotTest, AListenerThatHasGoneIsReplacedByANewStart) {
   EXPECT_TRUE(Record().has_value());
 }
 
-TEST_F(MailslotTest, ANameThatDoesNotFitIsNeverOpened) {
+TEST_F(MailslotTest, InvalidNameIsNeverOpened) {
   for (const wchar_t* name : {L"TAVORIN.Kestrune.1234abc", L"tavorin.kestrune.1234",
                               L"TAVORIN.Kestrune.", L"Other.1234", L"xTAVORIN.Kestrune.1"}) {
     OwnSlot slot(name);
@@ -121,7 +121,7 @@ TEST_F(MailslotTest, ANameThatDoesNotFitIsNeverOpened) {
   }
 }
 
-TEST_F(MailslotTest, ALineOutsideTheAnsiCodePageIsNotSentDamagedButStartedWhole) {
+TEST_F(MailslotTest, LineOutsideTheCodePageIsStarted) {
   for (const wchar_t* character : {L"\x2212", L"\xFF21", L"п"}) {
     OwnSlot slot(L"TAVORIN.Kestrune.7777777");
     Configure(std::wstring(L"Arguments=") + character + L"\nMailslotName=TAVORIN.Kestrune.7777777");
@@ -142,7 +142,7 @@ TEST_F(MailslotTest, AFailedExportSendsNothing) {
   EXPECT_EQ(slot.Next(), "");
 }
 
-TEST_F(MailslotTest, AnApplicationThatIsNotThereIsNotToldThroughItsMailslot) {
+TEST_F(MailslotTest, MissingApplicationGetsNoMessage) {
   OwnSlot slot(L"TAVORIN.Kestrune.7777777");
   Settings(
       L"[Target]\nEnabled=1\nExecutablePath=C:\\none.exe\n"

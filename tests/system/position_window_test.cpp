@@ -70,7 +70,7 @@ class PositionWindowTest : public ExportTest {
   }
 };
 
-TEST_F(PositionWindowTest, AWindowIsCentredAndKeepsItsSize) {
+TEST_F(PositionWindowTest, WindowIsCentredAndKeepsItsSize) {
   const TestWindow reference(10, 10, 600, 400);
   const TestWindow target(3, 5, 301, 203);
   EXPECT_TRUE(EndsSilentlyWith(0, Position(Number(target.Get()), Number(reference.Get()))));
@@ -94,7 +94,7 @@ TEST_F(PositionWindowTest, TheWindowIsNeitherActivatedNorRaised) {
   EXPECT_TRUE(above);
 }
 
-TEST_F(PositionWindowTest, WithoutAReferenceTheForegroundWindowOrTheTargetItselfCounts) {
+TEST_F(PositionWindowTest, WithoutReferenceForegroundOrTargetCounts) {
   const TestWindow target(3, 5, 300, 200);
   EXPECT_TRUE(EndsSilentlyWith(0, Position(Number(target.Get()), L"0")));
   ExpectCentred(target, 300, 200);
@@ -111,7 +111,7 @@ TEST_F(PositionWindowTest, AClosedReferenceWindowIsNoReference) {
   ExpectCentred(target, 300, 200);
 }
 
-TEST_F(PositionWindowTest, AWindowLargerThanTheWorkAreaStartsAtItsTopLeftCorner) {
+TEST_F(PositionWindowTest, LargerWindowStartsAtTheTopLeft) {
   const RECT area = WorkArea();
   const TestWindow target(50, 60, area.right - area.left + 100, area.bottom - area.top + 100);
   EXPECT_TRUE(EndsSilentlyWith(0, Position(Number(target.Get()), Number(target.Get()))));
@@ -137,19 +137,19 @@ TEST_F(PositionWindowTest, WhatIsNoWindowEndsWithTwo) {
   EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(PositionWindowTest, AHandlePrintedSignExtendedTo64BitsIsTheSameWindow) {
+TEST_F(PositionWindowTest, SignExtendedHandleIsTheSameWindow) {
   const TestWindow target(3, 5, 300, 200);
   const std::uint64_t wide = 0xFFFFFFFF00000000ULL | reinterpret_cast<std::uintptr_t>(target.Get());
   EXPECT_TRUE(EndsSilentlyWith(0, Position(std::to_wstring(wide), L"0")));
   ExpectCentred(target, 300, 200);
 }
 
-TEST_F(PositionWindowTest, TheProgramPathIsNotAnArgumentHoweverItIsWritten) {
+TEST_F(PositionWindowTest, ProgramPathIsNotAnArgument) {
   EXPECT_TRUE(EndsSilentlyWith(2, Finish(ProgramRun::WithRawCommandLine(
                                       KestrunePath(), L"anything --position-window 0 0"))));
 }
 
-TEST_F(PositionWindowTest, BlanksBetweenArgumentsAndQuotesAroundThemChangeNothing) {
+TEST_F(PositionWindowTest, BlanksAndQuotesChangeNothing) {
   EXPECT_TRUE(EndsSilentlyWith(2, RunKestrune(L"  \"--position-window\"\t\"0\"   0  ")));
 }
 

@@ -1,4 +1,4 @@
-// Exports in a row: whatever number of them may leave no more behind than one does.
+// Exports in a row: any number of them must leave no more than one does.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,8 +20,8 @@
 namespace kestrune {
 namespace {
 
-/// Every file and folder below `folder` with its size, as "<path> <bytes>"; the log, which grows,
-/// without.
+/// Lists every file and folder below `folder` with its size, as "<path> <bytes>"; the log, which
+/// grows, without size.
 void ListTree(const std::wstring& folder, std::vector<std::string>& list) {
   for (const std::wstring& name : NamesIn(folder)) {
     const std::wstring path = JoinPath(folder, name);
@@ -38,7 +38,8 @@ void ListTree(const std::wstring& folder, std::vector<std::string>& list) {
   }
 }
 
-/// The programs that run, by name, sorted; on Windows, where others come and go, ours only.
+/// Returns the names of the running programs, sorted; on Windows, where others start and end, only
+/// ours.
 std::vector<std::wstring> RunningPrograms() {
   std::vector<std::wstring> names;
   const FileHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
@@ -73,7 +74,7 @@ class RepeatedExports : public AfterExportTest {
              L"\nArguments=\"%ODBPP%\"\n");
   }
 
-  /// One export as the script drives it; `archive` is what the host writes.
+  /// Runs one export as the script does; `archive` is the content that the host writes.
   void Export(const std::string& archive) const {
     const std::wstring status = Scratch(L"status.txt");
     const std::wstring result = Scratch(L"result.txt");
@@ -93,8 +94,8 @@ class RepeatedExports : public AfterExportTest {
     ASSERT_EQ(FileBytes(Scratch(L"Exports\\Main.zip")), archive);
   }
 
-  /// What may hold something of an export: under Wine all folders of users and the machine's, on
-  /// Windows, where others write as well, the program's own and the temporary one.
+  /// Lists all files that may belong to an export: under Wine those of all users and of the
+  /// machine; on Windows, where others write too, those of the program and of the temporary folder.
   [[nodiscard]] std::vector<std::string> EverythingOnDisk() const {
     std::vector<std::wstring> folders = {L"C:\\users", L"C:\\ProgramData", L"C:\\windows\\temp"};
     if (!RunsUnderWine()) {

@@ -1,6 +1,6 @@
 // clipboard_reader.exe FILE           writes what is on the clipboard to FILE, which appears whole
 // clipboard_reader.exe --set TEXT     places TEXT as the only thing on the clipboard
-// clipboard_reader.exe --hold FILE MS holds the clipboard open, so that nobody else can open it,
+// clipboard_reader.exe --hold FILE MS keeps the clipboard open, so that no other program can,
 //                                     until FILE (which it makes once it holds) is deleted or MS
 //                                     milliseconds have passed
 //
@@ -108,7 +108,7 @@ int Describe(const std::wstring& file) {
              : 2;
 }
 
-/// A window of our own, so that no other program shares the hold.
+/// Creates a window of our own, without which another program could open the clipboard too.
 HWND MakeWindow() {
   return CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
 }

@@ -107,7 +107,7 @@ void ShowHosts() {
   }
 }
 
-/// Gives somebody outside time to take a picture; without an answer it goes on.
+/// Waits until a script outside has taken a screenshot, or for a limited time.
 void HavePhotographed(const std::wstring& name) {
   if (TryWriteFile(name + L".please", "")) {
     for (int i = 0; i < 100 && QueryFileKindQuietly(name + L".taken") == FileKind::Absent; ++i) {
@@ -130,7 +130,7 @@ void RunPhotographed(const std::wstring& name, const std::wstring& program,
   Print("exit code " + std::to_string(run.WaitForExit(60'000).value_or(-1)) + "\n");
 }
 
-/// Starts a command line as the registry holds it, for no shell is to change its quotes.
+/// Starts a command line from the registry without a shell, which would change its quotes.
 int ExitCodeOfLine(std::wstring line) {
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
@@ -162,7 +162,7 @@ double MillisecondsOf(const std::wstring& program, const std::wstring& arguments
          static_cast<double>(frequency.QuadPart);
 }
 
-/// Each round installs over hosts made afresh and deploys anew.
+/// Measures installations; each round has new hosts and no runtime.
 void TimeInstallation(unsigned count, unsigned rounds, const std::wstring& program) {
   wchar_t folder[MAX_PATH + 1] = {};
   GetTempPathW(MAX_PATH + 1, folder);
@@ -180,7 +180,7 @@ void TimeInstallation(unsigned count, unsigned rounds, const std::wstring& progr
   Print(std::to_string(std::lround(times.at(times.size() / 2))) + "\n");
 }
 
-/// False when the words are not a command.
+/// Carries out a command. Returns false when the words are not one.
 bool Carry(const std::vector<std::wstring>& words) {
   const std::wstring command = words.empty() ? L"" : words[0];
   if (command == L"make" && words.size() == 2) {

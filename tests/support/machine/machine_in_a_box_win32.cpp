@@ -91,7 +91,7 @@ std::wstring Upper(std::wstring text) {
   return text;
 }
 
-/// The host's own toolbars as its installation defines them.
+/// Returns the toolbars that the host's installation defines.
 std::string ToolbarDefinitions(HostToolbars toolbars) {
   std::string text =
       "Tree MNPCBMenu Caption='Menu' TopLevel='True'\r\n"
@@ -113,7 +113,7 @@ std::string ToolbarDefinitions(HostToolbars toolbars) {
   return text;
 }
 
-/// Every name that looks like an entry of the box, in one view.
+/// Returns every name that looks like an entry of the box, in one view.
 std::vector<std::wstring> EntryNames(REGSAM view) {
   RegistryKey key;
   std::vector<std::wstring> names;
@@ -264,7 +264,7 @@ std::map<unsigned long, std::wstring> ListedProjects(const MadeInstance& instanc
   }
 }
 
-/// The part of a command's parameters with this name.
+/// Returns the part of a command's parameters with this name.
 std::string Parameter(const std::string& parameters, const std::string& name) {
   const std::string mark = name + "=";
   std::size_t at = 0;
@@ -297,7 +297,7 @@ bool StartsScript(const HostButton& button, const HostView& view) {
              std::string::npos;
 }
 
-/// The buttons that a customization file places, before anybody looks whether they work.
+/// Returns the buttons that a customization file places, whether or not they work.
 std::vector<HostButton> PlacedButtons(const rcs_model::Nodes& records,
                                       const std::string& resource) {
   std::map<std::string, const rcs_model::Node*> commands;

@@ -11,7 +11,7 @@
 
 namespace kestrune {
 
-/// A message box of another process as its user sees it.
+/// Holds a message box of another process as its user sees it.
 struct SeenBox {
   std::wstring title;
   std::wstring text;
@@ -23,12 +23,12 @@ struct SeenBox {
   bool topmost = false;
 };
 
-/// One start of a program, from its command line to its exit code. Nothing here waits for ever:
-/// every wait has a limit, and a program that still runs at the end of the scope is ended.
+/// Holds one start of a program, from its command line to its exit code. Nothing here waits for
+/// ever: every wait has a limit, and a program that still runs at the end of the scope is ended.
 class ProgramRun {
  public:
   /// Starts `program` with the command line `"<program>" <arguments>`, the arguments exactly as
-  /// given. Started() answers whether that worked.
+  /// given. Started() returns whether that worked.
   ProgramRun(const std::wstring& program, const std::wstring& arguments,
              const std::wstring& directory = {});
   /// Starts `program` with a command line of which every character is the caller's.
@@ -48,8 +48,8 @@ class ProgramRun {
 
   /// Waits for the end; nothing when the program still runs after `limit` milliseconds.
   std::optional<int> WaitForExit(DWORD limit);
-  /// The visible dialog of the program, as soon as it shows one; null when it ended or the time is
-  /// over.
+  /// Waits for the program's visible dialog and returns it; null when the program ended or the time
+  /// is over.
   HWND WaitForBox(DWORD limit);
   void Terminate();
 
@@ -69,7 +69,7 @@ SeenBox ReadBox(HWND box);
 /// Presses OK.
 void DismissBox(HWND box);
 
-/// How a whole start ended.
+/// Holds how a whole start ended.
 struct RunOutcome {
   static constexpr int kNeverStarted = -1;
   static constexpr int kNeverEnded = -2;
@@ -80,10 +80,10 @@ struct RunOutcome {
   DWORD milliseconds = 0;
 };
 
-/// The program under test: $KESTRUNE_EXE, or the one that was built with this test program.
+/// Returns the program under test: $KESTRUNE_EXE, or the one built with this test program.
 std::wstring KestrunePath();
 
-/// A program that was built with this test program: <build>/tests/programs/<name>.exe.
+/// Returns a program built with this test program: <build>/tests/programs/<name>.exe.
 std::wstring TestProgramPath(std::wstring_view name);
 
 /// Lets a started program come to its end, reading and dismissing its boxes.
@@ -92,7 +92,7 @@ RunOutcome Finish(ProgramRun run, DWORD limit = 30'000);
 /// Starts Kestrune.exe with the arguments exactly as given and lets it come to its end.
 RunOutcome RunKestrune(const std::wstring& arguments, DWORD limit = 30'000);
 
-/// The text between double quotes.
+/// Returns the text between double quotes.
 std::wstring Quoted(std::wstring_view text);
 
 }  // namespace kestrune

@@ -16,7 +16,7 @@ using testing::IsEmpty;
 
 using Box = NotedBoxes::Box;
 
-/// The modes with one replaced.
+/// Returns the modes with one replaced.
 template <class C>
 Modes Replaced(int (*run)(const C& command, const Doors& doors)) {
   Modes modes = kModes;
@@ -24,7 +24,7 @@ Modes Replaced(int (*run)(const C& command, const Doors& doors)) {
   return modes;
 }
 
-/// Every mode throws.
+/// Returns modes that all throw.
 template <class Thrown>
 Modes ThrowingModes() {
   Modes modes = kModes;
@@ -59,37 +59,37 @@ class LastResortTest : public ExportTest {
   Doors doors_{system_, folder_calls_, desktop_};
 };
 
-TEST_F(LastResortTest, AFailedPreparationPublishesAnErrorAndEndsWithFour) {
+TEST_F(LastResortTest, FailedPreparationPublishesAnError) {
   EXPECT_EQ(Run(PrepareCommand{L"a", L"b", L"c", Scratch(L"status.txt")}), 4);
   EXPECT_EQ(FileBytes(Scratch(L"status.txt")), "ERROR\r\n");
   ExpectUnhandledFailureIsLogged();
 }
 
-TEST_F(LastResortTest, AFailedPreparationThatNobodyAskedAboutEndsWithFour) {
+TEST_F(LastResortTest, FailedPreparationWithoutStatusEndsWithFour) {
   EXPECT_EQ(Run(PrepareCommand{L"a", L"b", L"c", std::nullopt}), 4);
   ExpectUnhandledFailureIsLogged();
 }
 
-TEST_F(LastResortTest, AFailedPreparationWhoseStatusCannotBePublishedEndsWithTen) {
+TEST_F(LastResortTest, FailedPreparationWithUnwritableStatusIsTen) {
   PutFile(Scratch(L"status.txt"), "of another run");
   EXPECT_EQ(Run(PrepareCommand{L"a", L"b", L"c", Scratch(L"status.txt")}), 10);
   EXPECT_EQ(FileBytes(Scratch(L"status.txt")), "of another run");
 }
 
-TEST_F(LastResortTest, AFailedWaitLeavesAResultAndEndsWithFive) {
+TEST_F(LastResortTest, FailedWaitLeavesAResult) {
   EXPECT_EQ(Run(WaitNativeCommand{L"a", L"b", Scratch(L"wait.txt")}), 5);
   EXPECT_EQ(FileBytes(Scratch(L"wait.txt")), "ERROR\r\n");
   ExpectUnhandledFailureIsLogged();
 }
 
-TEST_F(LastResortTest, AFailedInspectionLeavesAResultAndEndsWithThree) {
+TEST_F(LastResortTest, FailedInspectionLeavesAResult) {
   EXPECT_EQ(Run(InspectCommand{L"a", Scratch(L"list.txt")}), 3);
   EXPECT_EQ(FileBytes(Scratch(L"list.txt")),
             "VERSION=1\r\nERROR=The archive could not be inspected.\r\nEND\r\n");
   ExpectUnhandledFailureIsLogged();
 }
 
-TEST_F(LastResortTest, AFailedFinalizationShowsWhereTheLogIsAndEndsWithFour) {
+TEST_F(LastResortTest, FailedFinalizationShowsTheLogsPath) {
   EXPECT_EQ(Run(FinalizeCommand{L"a", L"b", std::nullopt}), 4);
   EXPECT_THAT(desktop_.boxes, ElementsAre(FinalizeBox()));
   ExpectUnhandledFailureIsLogged();
@@ -101,7 +101,7 @@ TEST_F(LastResortTest, AFailedPositioningEndsSilentlyWithThree) {
   ExpectUnhandledFailureIsLogged();
 }
 
-TEST_F(LastResortTest, AFailedInstallerEndsWithFortyAndIsSilentWhenQuiet) {
+TEST_F(LastResortTest, FailedQuietInstallerIsSilent) {
   EXPECT_EQ(Run(InstallerOptions{}), 40);
   EXPECT_THAT(desktop_.boxes,
               ElementsAre(Box{L"The installer failed unexpectedly.", MessageIcon::Warning}));
@@ -120,7 +120,7 @@ TEST_F(LastResortTest, AnUnexpectedInstallerFailureIsReported) {
   EXPECT_EQ(FileBytes(*options.report), "\xEF\xBB\xBFThe installer failed unexpectedly.");
 }
 
-TEST_F(LastResortTest, WithoutRoomForABoxTheCodeIsLeft) {
+TEST_F(LastResortTest, WithoutRoomForBoxCodeIsLeft) {
   desktop_.boxes_fail = true;
   EXPECT_EQ(Run(FinalizeCommand{L"a", L"b", std::nullopt}), 4);
   EXPECT_EQ(Run(InstallerOptions{}), 40);
@@ -145,7 +145,7 @@ int PositionOf(const PositionWindowCommand& command, const Doors&) {
   return static_cast<int>(command.target * 10 + command.reference);
 }
 
-TEST_F(DispatchTest, ACommandLineIsSplitReadAndCarriedOut) {
+TEST_F(DispatchTest, CommandLineIsSplitParsedAndRun) {
   SystemCalls system;
   FolderCalls folder_calls;
   NotedBoxes desktop;

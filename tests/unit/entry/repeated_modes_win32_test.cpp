@@ -25,7 +25,7 @@
 namespace kestrune {
 namespace {
 
-/// The program's modes, but the program that is deployed is Kestrune.exe.
+/// Returns the program's modes, which deploy Kestrune.exe instead of the test program.
 Modes ModesUnderTest() {
   Modes modes = kModes;
   std::get<Mode<InstallerOptions>>(modes).run = [](const InstallerOptions& options,
@@ -84,7 +84,7 @@ class RepeatedModes : public ExportTest {
 
   void PutArchive() const { PutFile(folders_.native_zip, "PK\3\4archive"); }
 
-  /// Settings that hand the export to a program which ends at once.
+  /// Writes settings that pass the export to a program which ends at once.
   void ConfigureApplication(const std::wstring& more) const {
     Settings(L"[Target]\nEnabled=1\nExecutablePath=" + TestProgramPath(L"child_recorder") + L"\n" +
              more + L"\n");
@@ -128,7 +128,7 @@ TEST_F(RepeatedModes, PreparingThatFails) {
 
 TEST_F(RepeatedModes, WaitingForTheArchive) {
   PutArchive();
-  // A wait sleeps for a second and a half, so eight of them stand for eight rounds.
+  // A wait sleeps for a second and a half, so eight of them run at once as eight rounds.
   constexpr int kAtOnce = 8;
   const auto wait_eight_times = [&] {
     std::vector<int> codes(kAtOnce, -1);

@@ -30,7 +30,7 @@ class InstallerReportTest : public ExportTest {
   }
 };
 
-TEST_F(InstallerReportTest, WritesUtf8WithMarkAndWindowsLineEnds) {
+TEST_F(InstallerReportTest, WritesUtf8WithWindowsLineEnds) {
   const std::wstring path = Scratch(L"report.txt");
   PutFile(path, std::string(100, 'x'));
   Write(path, L"one \x00E4\ntwo \x540D\n");
@@ -60,7 +60,7 @@ TEST_F(InstallerReportTest, LogsAnEmptyName) {
   ExpectLogged(ERROR_PATH_NOT_FOUND, L"");
 }
 
-TEST_F(InstallerReportTest, LeavesAReadOnlyFileAsItWas) {
+TEST_F(InstallerReportTest, LeavesReadOnlyFileAsItWas) {
   const std::wstring path = Scratch(L"report.txt");
   PutFile(path, "of another run");
   ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
@@ -73,7 +73,7 @@ TEST_F(InstallerReportTest, LeavesAReadOnlyFileAsItWas) {
   SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
-TEST_F(InstallerReportTest, LeavesAFileInUseAsItWas) {
+TEST_F(InstallerReportTest, LeavesFileInUseAsItWas) {
   const std::wstring path = Scratch(L"report.txt");
   PutFile(path, "of another run");
   {
@@ -84,7 +84,7 @@ TEST_F(InstallerReportTest, LeavesAFileInUseAsItWas) {
   EXPECT_EQ(FileBytes(path), "of another run");
 }
 
-TEST_F(InstallerReportTest, LeavesNoHalfReportOnAFullDisk) {
+TEST_F(InstallerReportTest, LeavesNoHalfReportOnFullDisk) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const std::wstring path = JoinPath(disk.Folder(), L"report.txt");

@@ -82,7 +82,7 @@ class InstallerInScarcity : public InstallTest {
     hosts_ = {MakeHost(UsedHost(1, 24)), MakeHost(UsedHost(2, 17))};
   }
 
-  /// Answers how many allocations were asked for.
+  /// Returns the number of attempted allocations.
   long Install(long allowed, Refused refused) {
     InstallerOptions options;
     options.package = package_;
@@ -97,7 +97,7 @@ class InstallerInScarcity : public InstallTest {
   InstallerResult result_;
 };
 
-TEST_F(InstallerInScarcity, WhateverWasChangedIsReportedAndSuccessIsWhole) {
+TEST_F(InstallerInScarcity, ChangesAreReportedAndSuccessIsComplete) {
   constexpr long kPoints = 12;
   Begin();
   const long all = Install(std::numeric_limits<long>::max(), Refused::One);

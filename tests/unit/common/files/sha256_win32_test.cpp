@@ -25,7 +25,7 @@ TEST(Sha256, KnownTextsHaveTheirPublishedDigests) {
             "CDC76E5C9914FB9281A1C7E284D73E67F1809A48A497200E046D39CCC7112CD0");
 }
 
-TEST(Sha256, FileHasTheDigestOfItsBytesAcrossChunkBorders) {
+TEST(Sha256, FileDigestSpansChunks) {
   const std::wstring path = ScratchFile(L"sha256.bin");
   for (const std::size_t size : {std::size_t{0}, std::size_t{1}, (std::size_t{1} << 20) - 1,
                                  std::size_t{1} << 20, (std::size_t{1} << 20) + 1}) {
@@ -36,7 +36,7 @@ TEST(Sha256, FileHasTheDigestOfItsBytesAcrossChunkBorders) {
   DeleteFileW(path.c_str());
 }
 
-TEST(Sha256, FileThatCannotBeOpenedNamesTheCode) {
+TEST(Sha256, FileThatCannotBeOpenedNamesCode) {
   try {
     static_cast<void>(Sha256OfFile(ScratchFile(L"no-such-file")));
     FAIL();

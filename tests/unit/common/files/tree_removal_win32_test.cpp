@@ -13,7 +13,8 @@ namespace {
 
 constexpr DWORD kCloudTag = 0x9000001A;  // IO_REPARSE_TAG_CLOUD
 
-/// The real calls, but one directory is a reparse point: in listings, through handles, or both.
+/// Makes the real calls, but one directory is a reparse point: in listings, through handles, or
+/// both.
 class ReparsePoint final : public ScriptedCalls {
  public:
   std::wstring name;
@@ -65,7 +66,7 @@ class TreeRemovalTest : public ExportTest {
     PutFile(JoinPath(root_, L"sub\\file"), "x");
   }
 
-  /// The failure of a removal.
+  /// Returns the failure of a removal.
   Failure Refusal(SystemCalls& calls) const {
     try {
       RemoveTree(root_, calls);
@@ -87,7 +88,7 @@ TEST_F(TreeRemovalTest, AJunctionIsNeverEntered) {
   EXPECT_EQ(FileBytes(JoinPath(root_, L"sub\\file")), "x");
 }
 
-TEST_F(TreeRemovalTest, AFolderThatBecomesAJunctionIsNotEntered) {
+TEST_F(TreeRemovalTest, FolderThatBecomesJunctionIsNotEntered) {
   ReparsePoint calls;
   calls.name = L"sub";
   calls.in_listings = false;
@@ -95,7 +96,7 @@ TEST_F(TreeRemovalTest, AFolderThatBecomesAJunctionIsNotEntered) {
   EXPECT_EQ(FileBytes(JoinPath(root_, L"sub\\file")), "x");
 }
 
-TEST_F(TreeRemovalTest, AReparsePointOfAnotherKindIsEmptied) {
+TEST_F(TreeRemovalTest, ReparsePointOfAnotherKindIsEmptied) {
   ReparsePoint calls;
   calls.name = L"sub";
   calls.tag = kCloudTag;
@@ -103,7 +104,7 @@ TEST_F(TreeRemovalTest, AReparsePointOfAnotherKindIsEmptied) {
   EXPECT_FALSE(Exists(root_));
 }
 
-TEST_F(TreeRemovalTest, AJunctionInPlaceOfAFolderIsNotHeld) {
+TEST_F(TreeRemovalTest, JunctionAsFolderIsNotHeld) {
   ReparsePoint calls;
   calls.name = L"t";
   calls.in_listings = false;
@@ -117,7 +118,7 @@ TEST_F(TreeRemovalTest, AHeldFolderCannotBeReplaced) {
   PutFile(JoinPath(root_, L"more"), "x");
 }
 
-TEST_F(TreeRemovalTest, AFolderIsHeldWhileItsEntriesGo) {
+TEST_F(TreeRemovalTest, FolderIsHeldWhileItsEntriesGo) {
   ScriptedCalls calls;
   bool looked = false;
   calls.before = [&](const SystemCall& call) -> std::optional<DWORD> {
@@ -148,7 +149,7 @@ TEST_F(TreeRemovalTest, WhatVanishedByItselfIsNoFailure) {
   EXPECT_FALSE(Exists(root_));
 }
 
-TEST_F(TreeRemovalTest, AFolderThatIsStillBeingDeletedIsWaitedFor) {
+TEST_F(TreeRemovalTest, PendingDeletionIsWaitedFor) {
   ScriptedCalls calls;
   int refusals = 3;
   calls.before = [&](const SystemCall& call) -> std::optional<DWORD> {
@@ -161,7 +162,7 @@ TEST_F(TreeRemovalTest, AFolderThatIsStillBeingDeletedIsWaitedFor) {
   EXPECT_EQ(calls.Waited(), 150U);
 }
 
-TEST_F(TreeRemovalTest, AFolderThatStaysRefusedIsNamedAfterASecond) {
+TEST_F(TreeRemovalTest, RefusedFolderIsNamedAfterASecond) {
   ScriptedCalls calls;
   calls.before = [](const SystemCall& call) -> std::optional<DWORD> {
     return call.name == "Create" && call.path.ends_with(L"sub")
@@ -175,7 +176,7 @@ TEST_F(TreeRemovalTest, AFolderThatStaysRefusedIsNamedAfterASecond) {
   EXPECT_EQ(calls.Waited(), 1000U);
 }
 
-TEST_F(TreeRemovalTest, OnlyARootThatIsNotEmptyIsEmptied) {
+TEST_F(TreeRemovalTest, OnlyANonEmptyRootIsEmptied) {
   ScriptedCalls calls;
   calls.before = [](const SystemCall& call) -> std::optional<DWORD> {
     return call.name == "DeleteDirectory" ? std::optional<DWORD>(ERROR_SHARING_VIOLATION)

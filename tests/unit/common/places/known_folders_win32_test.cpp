@@ -48,7 +48,7 @@ std::wstring Roaming() {
   return path;
 }
 
-/// What the environment says; the lookups do not use it.
+/// Returns the profile from the environment, which the lookups do not use.
 std::wstring UserProfile() {
   std::wstring profile;
   EXPECT_TRUE(ExpandEnvironment(L"%USERPROFILE%", profile));
@@ -60,7 +60,7 @@ TEST(KnownFolders, LieInTheUsersProfile) {
   EXPECT_EQ(Roaming(), JoinPath(UserProfile(), L"AppData\\Roaming"));
 }
 
-TEST(KnownFolders, TheShellsProfileServesWhereTheListHasNone) {
+TEST(KnownFolders, ShellsProfileServesWhereListHasNone) {
   UnknownFolders folders;
   folders.known = &FOLDERID_Profile;
   folders.shell_path = L"C:\\shell";
@@ -71,7 +71,7 @@ TEST(KnownFolders, TheShellsProfileServesWhereTheListHasNone) {
   EXPECT_EQ(error_text, L"");
 }
 
-TEST(KnownFolders, WithoutAnyProfileTheShellsFolderServesAndTheTextIsSet) {
+TEST(KnownFolders, WithoutProfileTheShellsFolderIsUsed) {
   UnknownFolders folders;
   folders.known = &FOLDERID_LocalAppData;
   folders.shell_path = L"D:\\redirected";
@@ -86,7 +86,7 @@ TEST(KnownFolders, WithoutAnyProfileTheShellsFolderServesAndTheTextIsSet) {
   EXPECT_EQ(error_text, kNoProfile);
 }
 
-TEST(KnownFolders, WithoutAnyFolderOnlyTheTextIsLeft) {
+TEST(KnownFolders, WithoutAnyFolderOnlyTextIsLeft) {
   UnknownFolders folders;
   std::wstring path;
   std::wstring error_text;
@@ -105,7 +105,7 @@ TEST(KnownFolders, TemporaryRootLiesInPublicDocuments) {
   EXPECT_EQ(QueryFileKind(documents), FileKind::Directory);
 }
 
-TEST(KnownFolders, OnlyPublicDocumentsAreMadeWhereTheyAreMissing) {
+TEST(KnownFolders, OnlyPublicDocumentsAreCreated) {
   UnknownFolders folders;
   std::wstring path;
   std::wstring error_text;
@@ -145,7 +145,7 @@ TEST_F(ProfileListTest, AnEntryMayLackItsTerminator) {
   EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
 }
 
-TEST_F(ProfileListTest, AnOddByteAtTheEndDoesNotCount) {
+TEST_F(ProfileListTest, OddByteAtEndDoesNotCount) {
   entry_.Set(REG_SZ, L"C:\\profile", 1);
   EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
 }

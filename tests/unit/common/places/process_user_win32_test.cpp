@@ -11,7 +11,7 @@
 namespace kestrune {
 namespace {
 
-TEST(ProcessUser, OfThisProcessIsAUserThatTheSystemCanName) {
+TEST(ProcessUser, OfThisProcessHasAName) {
   ProcessUser user;
   ASSERT_TRUE(user.Read(GetCurrentProcess()));
   ASSERT_TRUE(IsValidSid(user.Sid()));
@@ -20,7 +20,7 @@ TEST(ProcessUser, OfThisProcessIsAUserThatTheSystemCanName) {
   EXPECT_TRUE(std::wstring(text.Get()).starts_with(L"S-1-5-"));
 }
 
-TEST(ProcessUser, IsTheSameThroughAnyHandleOfTheProcess) {
+TEST(ProcessUser, IsSameThroughAnyHandleOfProcess) {
   ProcessUser through_pseudo_handle;
   ProcessUser through_handle;
   const KernelHandle process(
@@ -37,7 +37,7 @@ TEST(ProcessUser, StaysValidWhenItIsMoved) {
   EXPECT_TRUE(IsValidSid(second.Sid()));
 }
 
-TEST(ProcessUser, CannotBeReadFromWhatIsNoProcess) {
+TEST(ProcessUser, NeedsAProcess) {
   ProcessUser user;
   EXPECT_FALSE(user.Read(nullptr));
   const KernelHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));

@@ -79,7 +79,7 @@ TEST_F(ArchiveSpaceTest, AShareIsTried) {
   EXPECT_FALSE(LacksRoom(100'000));
 }
 
-TEST_F(ArchiveSpaceTest, ADiskThatDoesNotSayIsTried) {
+TEST_F(ArchiveSpaceTest, DiskThatDoesNotSayIsTried) {
   disk_.total = 0;
   EXPECT_FALSE(LacksRoom(100'000));
   disk_.total = 1;

@@ -11,7 +11,7 @@ namespace {
 
 class ExportDirectoryTest : public ExportTest {};
 
-TEST_F(ExportDirectoryTest, AnExistingFolderIsUsableAndStaysEmpty) {
+TEST_F(ExportDirectoryTest, ExistingFolderIsUsableAndStaysEmpty) {
   ASSERT_TRUE(TryCreateDirectories(Scratch(L"out \u0416")));
   std::wstring prepared;
   EXPECT_TRUE(PrepareExportDirectory(Scratch(L"out \u0416"), prepared));
@@ -19,7 +19,7 @@ TEST_F(ExportDirectoryTest, AnExistingFolderIsUsableAndStaysEmpty) {
   EXPECT_TRUE(NamesIn(prepared).empty());
 }
 
-TEST_F(ExportDirectoryTest, EnvironmentVariablesAreExpandedAndThePathMadeAbsolute) {
+TEST_F(ExportDirectoryTest, VariablesAreExpandedInAnAbsolutePath) {
   ASSERT_TRUE(TryCreateDirectories(Scratch(L"out")));
   SetEnvironmentVariableW(L"KESTRUNE_TEST_OUT", Scratch(L"out").c_str());
   std::wstring prepared;
@@ -29,7 +29,7 @@ TEST_F(ExportDirectoryTest, EnvironmentVariablesAreExpandedAndThePathMadeAbsolut
   EXPECT_FALSE(PrepareExportDirectory(L"%KESTRUNE_TEST_OUT%\\out", prepared));
 }
 
-TEST_F(ExportDirectoryTest, NothingElseIsUsableAndNothingIsCreated) {
+TEST_F(ExportDirectoryTest, OtherPathsAreUnusableAndNotCreated) {
   PutFile(Scratch(L"file"), "x");
   std::wstring prepared;
   EXPECT_FALSE(PrepareExportDirectory(L"", prepared));
@@ -41,7 +41,7 @@ TEST_F(ExportDirectoryTest, NothingElseIsUsableAndNothingIsCreated) {
   EXPECT_EQ(NamesIn(Scratch(L"")), std::vector<std::wstring>{L"file"});
 }
 
-TEST_F(ExportDirectoryTest, AFolderThatTakesNoFileIsNotUsable) {
+TEST_F(ExportDirectoryTest, UnwritableFolderIsNotUsable) {
   const std::wstring folder = RunsUnderWine() ? L"Z:\\proc" : L"C:\\System Volume Information";
   if (QueryFileKindQuietly(folder) != FileKind::Directory) {
     GTEST_SKIP() << "the system has no folder at hand in which nobody may create a file";

@@ -25,7 +25,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-/// Everything of a finalization but the box; what the box shows is in the outcome.
+/// Holds everything of a finalization but the box; what the box shows is in the outcome.
 class FinalizeTest : public ExportTest {
  protected:
   void SetUp() override {
@@ -83,7 +83,7 @@ class FinalizeTest : public ExportTest {
   Doors doors_{calls_, folder_calls_, desktop_};
 };
 
-TEST_F(FinalizeTest, CopiesToTheDefaultDirectoryAndTheClipboard) {
+TEST_F(FinalizeTest, CopiesToDefaultDirectoryAndClipboard) {
   const FinalizeOutcome outcome = Deliver();
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.icon, MessageIcon::Information);
@@ -94,7 +94,7 @@ TEST_F(FinalizeTest, CopiesToTheDefaultDirectoryAndTheClipboard) {
               ElementsAre(BeginEntry(DefaultZip()), DefaultEntry(), CopiedEntry(DefaultZip())));
 }
 
-TEST_F(FinalizeTest, WithoutLocalApplicationDataItTellsSoAndEndsWithTwo) {
+TEST_F(FinalizeTest, WithoutLocalDataItEndsWithTwo) {
   UnknownFolders folders;
   EXPECT_EQ(FinalizeExport({native_, L"Main.PcbDoc", {}}, {calls_, folders, desktop_}), 2);
   EXPECT_THAT(desktop_.boxes, ElementsAre(NotedBoxes::Box{
@@ -102,7 +102,7 @@ TEST_F(FinalizeTest, WithoutLocalApplicationDataItTellsSoAndEndsWithTwo) {
                                   MessageIcon::Error}));
 }
 
-TEST_F(FinalizeTest, WithoutPublicDocumentsTheHostsArchiveEndsSilentlyWithTwo) {
+TEST_F(FinalizeTest, WithoutPublicDocumentsItEndsWithTwo) {
   UnknownFolders folders;
   folders.listed_profile = Scratch(L"profile");
   EXPECT_EQ(FinalizeExport({std::nullopt, L"Main.PcbDoc", {}}, {calls_, folders, desktop_}), 2);
@@ -110,7 +110,7 @@ TEST_F(FinalizeTest, WithoutPublicDocumentsTheHostsArchiveEndsSilentlyWithTwo) {
   EXPECT_TRUE(Log().empty());
 }
 
-TEST_F(FinalizeTest, AnotherExportOfTheBoardReplacesTheArchive) {
+TEST_F(FinalizeTest, AnotherExportOfBoardReplacesArchive) {
   PutFile(DefaultZip(), "an older and longer archive");
   EXPECT_EQ(Deliver().code, 0);
   PutFile(native_, "PK");
@@ -119,7 +119,7 @@ TEST_F(FinalizeTest, AnotherExportOfTheBoardReplacesTheArchive) {
   EXPECT_EQ(NamesIn(folders_.default_export), std::vector<std::wstring>{L"Main.zip"});
 }
 
-TEST_F(FinalizeTest, TheBoardsNameLosesOnlyItsLastExtension) {
+TEST_F(FinalizeTest, BoardNameDropsOnlyTheLastExtension) {
   EXPECT_EQ(Deliver(L"C:\\b\\Main.v2.PcbDoc").code, 0);
   EXPECT_EQ(Deliver(L"C:\\b\\.PcbDoc").code, 0);
   EXPECT_EQ(Deliver(L"Z\u00FC\u0416").code, 0);
@@ -127,7 +127,7 @@ TEST_F(FinalizeTest, TheBoardsNameLosesOnlyItsLastExtension) {
             (std::vector<std::wstring>{L".PcbDoc.zip", L"Main.v2.zip", L"Z\u00FC\u0416.zip"}));
 }
 
-TEST_F(FinalizeTest, AConfiguredDirectoryIsUsedAndTheDefaultOneStillMade) {
+TEST_F(FinalizeTest, ConfiguredDirectoryIsUsedDefaultMade) {
   ASSERT_TRUE(TryCreateDirectories(Scratch(L"out")));
   SetEnvironmentVariableW(L"KESTRUNE_TEST_OUT", Scratch(L"out").c_str());
   Settings(L"[Export]\nDirectory=%KESTRUNE_TEST_OUT%\n");
@@ -145,7 +145,7 @@ TEST_F(FinalizeTest, AConfiguredDirectoryIsUsedAndTheDefaultOneStillMade) {
                           BeginEntry(zip), CopiedEntry(zip)));
 }
 
-TEST_F(FinalizeTest, AConfiguredDirectoryThatIsMissingIsNotMade) {
+TEST_F(FinalizeTest, MissingConfiguredDirectoryIsNotMade) {
   Settings(L"[Export]\nDirectory=" + Scratch(L"none") + L"\n");
   EXPECT_EQ(Deliver().code, 0);
   EXPECT_FALSE(Exists(Scratch(L"none")));
@@ -156,7 +156,7 @@ TEST_F(FinalizeTest, AConfiguredDirectoryThatIsMissingIsNotMade) {
                   BeginEntry(DefaultZip()), DefaultEntry(), CopiedEntry(DefaultZip())));
 }
 
-TEST_F(FinalizeTest, ALockedDestinationInAConfiguredDirectoryFallsBackToTheDefaultOne) {
+TEST_F(FinalizeTest, LockedConfiguredDestinationFallsBack) {
   const std::wstring zip = Scratch(L"out\\Main.zip");
   PutFile(zip, "old");
   Settings(L"[Export]\nDirectory=" + Scratch(L"out") + L"\n");
@@ -174,7 +174,7 @@ TEST_F(FinalizeTest, ALockedDestinationInAConfiguredDirectoryFallsBackToTheDefau
                          DefaultEntry(), CopiedEntry(DefaultZip())));
 }
 
-TEST_F(FinalizeTest, ADestinationLockedInBothDirectoriesIsAFailureThatNamesTheLastOne) {
+TEST_F(FinalizeTest, TwoLockedDestinationsNameTheLast) {
   PutFile(Scratch(L"out\\Main.zip"), "old");
   PutFile(DefaultZip(), "old");
   Settings(L"[Export]\nDirectory=" + Scratch(L"out") + L"\n");
@@ -209,7 +209,7 @@ TEST_F(FinalizeTest, AMissingArchiveFailsWithItsCode) {
   EXPECT_FALSE(Exists(DefaultZip()));
 }
 
-TEST_F(FinalizeTest, AnEmptyArchiveOrAFolderFailsAndKeepsTheOldOne) {
+TEST_F(FinalizeTest, EmptyArchiveOrFolderKeepsOldOne) {
   PutFile(DefaultZip(), "old");
   PutFile(native_, "");
   ExpectGenericFailure(Deliver());
@@ -224,7 +224,7 @@ TEST_F(FinalizeTest, AnEmptyArchiveOrAFolderFailsAndKeepsTheOldOne) {
   EXPECT_EQ(FileBytes(DefaultZip()), "old");
 }
 
-TEST_F(FinalizeTest, ADefaultDirectoryThatCannotBeMadeFailsEvenWhenAnotherIsConfigured) {
+TEST_F(FinalizeTest, UnmakableDefaultDirectoryAlwaysFails) {
   ASSERT_TRUE(TryCreateDirectories(Scratch(L"out")));
   Settings(L"[Export]\nDirectory=" + Scratch(L"out") + L"\n");
   PutFile(folders_.default_export, "a file where the folder should be");
@@ -233,7 +233,7 @@ TEST_F(FinalizeTest, ADefaultDirectoryThatCannotBeMadeFailsEvenWhenAnotherIsConf
   EXPECT_FALSE(Exists(Scratch(L"out\\Main.zip")));
 }
 
-TEST_F(FinalizeTest, TheArchiveIsHeldUntilItsCopyIsComplete) {
+TEST_F(FinalizeTest, ArchiveIsOpenUntilItIsCopied) {
   bool looked = false;
   calls_.on_copy = [&](const std::wstring&, BOOL&) {
     looked = true;
@@ -249,27 +249,27 @@ TEST_F(FinalizeTest, TheArchiveIsHeldUntilItsCopyIsComplete) {
   EXPECT_TRUE(DeleteFileW(native_.c_str())) << "and no longer";
 }
 
-TEST_F(FinalizeTest, AnArchiveThatTheHostStillHoldsIsDelivered) {
+TEST_F(FinalizeTest, ArchiveThatHostStillHoldsIsDelivered) {
   const FileHandle host =
       HoldOpen(native_, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
   EXPECT_EQ(Deliver().code, 0);
   EXPECT_EQ(FileBytes(DefaultZip()), "PK archive");
 }
 
-TEST_F(FinalizeTest, ACopyOfAReadOnlyArchiveCanBeWritten) {
+TEST_F(FinalizeTest, CopyOfReadOnlyArchiveIsWritable) {
   ASSERT_TRUE(SetFileAttributesW(native_.c_str(), FILE_ATTRIBUTE_READONLY));
   EXPECT_EQ(Deliver().code, 0);
   EXPECT_EQ(GetFileAttributesW(DefaultZip().c_str()) & FILE_ATTRIBUTE_READONLY, 0U);
   EXPECT_EQ(Deliver().code, 0) << "and again";
 }
 
-TEST_F(FinalizeTest, ANameOfTheSettingsCountsInEitherDirectory) {
+TEST_F(FinalizeTest, NameOfSettingsCountsInEitherDirectory) {
   Settings(L"[Export]\nFileName=rev-%BOARD%\n");
   EXPECT_EQ(Deliver().code, 0);
   EXPECT_EQ(NamesIn(folders_.default_export), std::vector<std::wstring>{L"rev-Main.zip"});
 }
 
-TEST_F(FinalizeTest, AnUnusableNameIsLoggedAndTheBoardsOneTaken) {
+TEST_F(FinalizeTest, UnusableNameIsReplacedAndLogged) {
   Settings(L"[Export]\nFileName=..\\%BOARD%\n");
   EXPECT_EQ(Deliver().code, 0);
   EXPECT_EQ(NamesIn(folders_.default_export), std::vector<std::wstring>{L"Main.zip"});
@@ -292,7 +292,7 @@ TEST_F(FinalizeTest, ATakenOverExportSaysNothing) {
                                          Narrow(DefaultZip()) + " -space:5mil");
 }
 
-TEST_F(FinalizeTest, AnApplicationThatIsMissingIsNamedBelowTheSuccess) {
+TEST_F(FinalizeTest, MissingApplicationIsNamedAfterSuccess) {
   Settings(L"[Target]\nEnabled=1\nExecutablePath=C:\\none.exe\n");
   const FinalizeOutcome outcome = Deliver();
   EXPECT_EQ(outcome.code, 0);
@@ -302,7 +302,7 @@ TEST_F(FinalizeTest, AnApplicationThatIsMissingIsNamedBelowTheSuccess) {
                 L"The configured after-export executable does not exist: C:\\none.exe");
 }
 
-TEST_F(FinalizeTest, AHeldClipboardIsAWarningWithTheInformationIcon) {
+TEST_F(FinalizeTest, HeldClipboardIsWarningWithInformationIcon) {
   ProgramRun holder(TestProgramPath(L"clipboard_reader"),
                     L"--hold " + Quoted(Scratch(L"held")) + L" 20000");
   for (int i = 0; i < 500 && !Exists(Scratch(L"held")); ++i) {
@@ -323,19 +323,19 @@ class FinalizeInScarcity : public FinalizeTest {
   using Refused = ScarceMemory::Refused;
   static constexpr long kPoints = 80;
 
-  /// Answers how many allocations were asked for; `outcome_` is empty when the failure escaped.
+  /// Returns the number of attempted allocations; `outcome_` is empty when the exception escaped.
   long DeliverWith(long allowed, Refused refused) {
     outcome_.reset();
     const ScarceMemory memory(allowed, refused);
     try {
       outcome_ = DeliverExport(folders_.local, native_, board_, std::nullopt, doors_);
     } catch (const std::bad_alloc&) {
-      // The dispatch tells the user.
+      // The dispatch reports it.
     }
     return ScarceMemory::Asked();
   }
 
-  /// Every delivery begins without an archive and without a log.
+  /// Repeats the delivery with a failure at each point, each time without an archive and a log.
   void DeliverAtEachPoint(Refused refused, const std::function<void()>& check) {
     const long all = DeliverWith(std::numeric_limits<long>::max(), Refused::One);
     ASSERT_EQ(outcome_->code, 0);
@@ -359,7 +359,7 @@ class FinalizeInScarcity : public FinalizeTest {
   std::optional<FinalizeOutcome> outcome_;
 };
 
-TEST_F(FinalizeInScarcity, OneRefusalIsAFailureThatIsLoggedAndToldOrDoesNoHarm) {
+TEST_F(FinalizeInScarcity, OneFailureIsReportedOrHarmless) {
   int failed = 0;
   DeliverAtEachPoint(Refused::One, [&] {
     ASSERT_TRUE(outcome_);
@@ -374,7 +374,7 @@ TEST_F(FinalizeInScarcity, OneRefusalIsAFailureThatIsLoggedAndToldOrDoesNoHarm) 
   EXPECT_GT(failed, 0);
 }
 
-TEST_F(FinalizeInScarcity, WithoutAnyMemoryFromAPointOnNoArchiveIsTorn) {
+TEST_F(FinalizeInScarcity, LackOfMemoryTearsNoArchive) {
   int escaped = 0;
   DeliverAtEachPoint(Refused::AllFromThenOn, [&] { escaped += outcome_ ? 0 : 1; });
   EXPECT_GT(escaped, 0);
@@ -393,7 +393,7 @@ TEST_F(FinalizeTest, UnreadableSettingsAreSilentlyTheDefaults) {
               ElementsAre(BeginEntry(DefaultZip()), DefaultEntry(), CopiedEntry(DefaultZip())));
 }
 
-TEST_F(FinalizeTest, AnApplicationWhosePresenceCannotBeAskedFailsTheCopiedExport) {
+TEST_F(FinalizeTest, UnknownApplicationStatusFailsTheExport) {
   const UnreadableFile file(Scratch(L"loop.exe"));
   if (!file.Works()) {
     GTEST_SKIP() << "this system tells the presence of a link to itself";

@@ -62,7 +62,7 @@ TEST_F(InspectTest, AMissingArchiveHasItsCode) {
   ExpectRefusal(2, "The archive is not there.", " GetLastError=2");
 }
 
-TEST_F(InspectTest, AnArchiveThatCannotBeOpenedIsUnreadable) {
+TEST_F(InspectTest, ArchiveThatCannotBeOpenedIsUnreadable) {
   PutArchive();
   const FileHandle held = HoldOpen(command_.archive, GENERIC_READ, 0);
   ExpectRefusal(3, "The archive could not be opened.", " GetLastError=32");
@@ -87,7 +87,7 @@ TEST_F(InspectTest, AFolderIsNoArchive) {
   EXPECT_THAT(FileBytes(command_.result_path), StartsWith("VERSION=1\r\nERROR="));
 }
 
-TEST_F(InspectTest, AResultThatCannotBeWrittenHasItsCode) {
+TEST_F(InspectTest, UnwritableResultHasItsCode) {
   PutArchive();
   command_.result_path = Scratch(L"no folder\\list.txt");
   EXPECT_EQ(InspectForScript(command_, calls_), 4);

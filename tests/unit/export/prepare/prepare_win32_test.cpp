@@ -54,14 +54,14 @@ class PreparationTest : public ExportTest {
   ScriptedCalls calls_;
 };
 
-TEST_F(PreparationTest, BuildsTheProjectInAFolderThatWasNeverThere) {
+TEST_F(PreparationTest, BuildsTheProjectInANewFolder) {
   ASSERT_FALSE(Exists(folders_.temporary));
   EXPECT_EQ(Prepare(), 0);
   EXPECT_THAT(NamesIn(folders_.temporary),
               ElementsAre(L"Bridge.OutJob", L"Bridge.PcbDoc", L"Bridge.PrjPcb", L"ready.txt"));
 }
 
-TEST_F(PreparationTest, ARelativeSourceIsKeptAsGivenForTheScript) {
+TEST_F(PreparationTest, RelativeSourceIsKeptForTheScript) {
   wchar_t directory[MAX_PATH + 1] = {};
   GetCurrentDirectoryW(MAX_PATH, directory);
   ASSERT_TRUE(SetCurrentDirectoryW(Scratch(L"").c_str()));
@@ -71,13 +71,13 @@ TEST_F(PreparationTest, ARelativeSourceIsKeptAsGivenForTheScript) {
   EXPECT_EQ(FileBytes(Temporary(L"ready.txt")), "Main.PcbDoc");
 }
 
-TEST_F(PreparationTest, ADependencyLineThatWindowsRefusesIsAMissingBoard) {
+TEST_F(PreparationTest, InvalidDependencyLineIsAMissingBoard) {
   PutFile(list_, std::string(40'000, 'x') + "\r\n");
   EXPECT_EQ(Prepare(), 9);
   EXPECT_FALSE(Exists(folders_.temporary));
 }
 
-TEST_F(PreparationTest, ASourceNamedPastTheNormalisationOfPathsIsStillInside) {
+TEST_F(PreparationTest, UnnormalisedSourceIsStillInside) {
   ASSERT_EQ(Prepare(), 0);
   PutFile(Temporary(L"Bridge.PcbDoc"), "the last export");
   board_ = L"\\\\?\\" + Temporary(L"Bridge.PcbDoc");
@@ -86,7 +86,7 @@ TEST_F(PreparationTest, ASourceNamedPastTheNormalisationOfPathsIsStillInside) {
   EXPECT_EQ(FileBytes(Temporary(L"Bridge.PcbDoc")), "the last export");
 }
 
-TEST_F(PreparationTest, ASourceReachedThroughASubstitutedDriveIsStillInside) {
+TEST_F(PreparationTest, SourceOnSubstitutedDriveIsStillInside) {
   ASSERT_EQ(Prepare(), 0);
   const std::wstring parent(ParentPath(folders_.temporary));
   if (!DefineDosDeviceW(0, L"T:", parent.c_str())) {
@@ -103,7 +103,7 @@ TEST_F(PreparationTest, ASourceReachedThroughASubstitutedDriveIsStillInside) {
   EXPECT_EQ(FileBytes(Temporary(L"Bridge.PcbDoc")), "board");
 }
 
-TEST_F(PreparationTest, ASourceReachedThroughALinkIsStillInside) {
+TEST_F(PreparationTest, SourceReachedThroughLinkIsStillInside) {
   ASSERT_EQ(Prepare(), 0);
   const std::wstring link = Scratch(L"link");
   if (!MakeDirectoryLink(link, folders_.temporary)) {
@@ -119,7 +119,7 @@ TEST_F(PreparationTest, ASourceReachedThroughALinkIsStillInside) {
   EXPECT_EQ(FileBytes(Temporary(L"Bridge.PcbDoc")), "board");
 }
 
-TEST_F(PreparationTest, ATemporaryRootThatIsALinkLosesTheLinkAndNotItsTarget) {
+TEST_F(PreparationTest, RootLinkIsRemovedWithoutItsTarget) {
   const std::wstring victim = Scratch(L"victim");
   PutFile(JoinPath(victim, L"file"), "precious");
   ASSERT_TRUE(TryCreateDirectories(std::wstring(ParentPath(folders_.temporary))));
@@ -134,7 +134,7 @@ TEST_F(PreparationTest, ATemporaryRootThatIsALinkLosesTheLinkAndNotItsTarget) {
 }
 
 /// Where Windows keeps the name of a removed folder until it is closed, this waits; Wine frees it.
-TEST_F(PreparationTest, ATemporaryRootThatSomebodyHasOpenForAMomentIsMadeAgain) {
+TEST_F(PreparationTest, PendingRootIsCreatedAgain) {
   ASSERT_EQ(Prepare(), 0);
   FileHandle held(CreateFileW(folders_.temporary.c_str(), GENERIC_READ,
                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -151,20 +151,20 @@ TEST_F(PreparationTest, ATemporaryRootThatSomebodyHasOpenForAMomentIsMadeAgain) 
               ElementsAre(L"Bridge.OutJob", L"Bridge.PcbDoc", L"Bridge.PrjPcb", L"ready.txt"));
 }
 
-TEST_F(PreparationTest, WithoutLocalApplicationDataItEndsSilentlyWithTwo) {
+TEST_F(PreparationTest, WithoutLocalDataItEndsWithTwo) {
   UnknownFolders folders;
   EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders, calls_), 2);
   EXPECT_THAT(Log(), IsEmpty());
 }
 
-TEST_F(PreparationTest, WithoutPublicDocumentsItEndsSilentlyWithThree) {
+TEST_F(PreparationTest, WithoutPublicDocumentsItEndsWithThree) {
   UnknownFolders folders;
   folders.listed_profile = L"C:\\profile";
   EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders, calls_), 3);
   EXPECT_THAT(Log(), IsEmpty());
 }
 
-TEST_F(PreparationTest, ASourceWhosePresenceCannotBeAskedIsRejected) {
+TEST_F(PreparationTest, SourceWithUnknownStatusIsRejected) {
   ASSERT_EQ(Prepare(), 0);
   const UnreadableFile source(Scratch(L"loop.PcbDoc"));
   if (!source.Works()) {
@@ -178,14 +178,14 @@ TEST_F(PreparationTest, ASourceWhosePresenceCannotBeAskedIsRejected) {
   EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
 }
 
-TEST_F(PreparationTest, AListHasNoLimitOfItsOwn) {
+TEST_F(PreparationTest, ListHasNoLimitOfItsOwn) {
   PutFile(Scratch(L"Panel.PcbDoc"), "panel");
   PutFile(list_, std::string(std::size_t{65} << 20, '\n') + Utf8FromWide(Scratch(L"Panel.PcbDoc")));
   EXPECT_EQ(Prepare(), 0);
   EXPECT_EQ(FileBytes(Temporary(L"Panel.PcbDoc")), "panel");
 }
 
-TEST_F(PreparationTest, AListThatMemoryCannotHoldFailsBeforeAnythingIsTouched) {
+TEST_F(PreparationTest, ListAboveMemoryFailsFirst) {
   ASSERT_EQ(Prepare(), 0);
   PutSparseFile(list_, std::uint64_t{5} << 30);
   EXPECT_EQ(Prepare(), 4);
@@ -194,7 +194,7 @@ TEST_F(PreparationTest, AListThatMemoryCannotHoldFailsBeforeAnythingIsTouched) {
 }
 
 /// Every local user may make a link in the place of the product's folder.
-TEST_F(PreparationTest, ALinkAboveTheTemporaryRootIsRefused) {
+TEST_F(PreparationTest, LinkAboveTemporaryRootIsRefused) {
   const std::wstring victim = Scratch(L"victim");
   const std::wstring product(ParentPath(folders_.temporary));
   PutFile(JoinPath(victim, L"Temp\\file"), "precious");
@@ -213,7 +213,7 @@ TEST_F(PreparationTest, ALinkAboveTheTemporaryRootIsRefused) {
                 Utf8FromWide(product));
 }
 
-TEST_F(PreparationTest, ARootThatSomebodyStandsInStaysWhole) {
+TEST_F(PreparationTest, RootInUseStaysComplete) {
   ASSERT_EQ(Prepare(), 0);
   const FileHandle held(CreateFileW(folders_.temporary.c_str(), FILE_TRAVERSE | SYNCHRONIZE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
@@ -226,7 +226,7 @@ TEST_F(PreparationTest, ARootThatSomebodyStandsInStaysWhole) {
               ElementsAre(L"Bridge.OutJob", L"Bridge.PcbDoc", L"Bridge.PrjPcb", L"ready.txt"));
 }
 
-TEST_F(PreparationTest, AShortNameOfAReservedFileIsACollision) {
+TEST_F(PreparationTest, ShortNameOfReservedFileIsCollision) {
   ASSERT_EQ(Prepare(), 0);
   wchar_t name[MAX_PATH] = {};
   ASSERT_NE(GetShortPathNameW(Temporary(L"Bridge.PcbDoc").c_str(), name, MAX_PATH), 0U);
@@ -254,7 +254,7 @@ TEST_F(PreparationTest, AnEmbeddedBoardReplacesNothing) {
   EXPECT_EQ(FileBytes(Temporary(L"Panel.PcbDoc")), "somebody's");
 }
 
-TEST_F(PreparationTest, ABoardNamedLikeTheSignOfCompletionIsACollision) {
+TEST_F(PreparationTest, BoardNamedReadyCollides) {
   const std::wstring embedded = Scratch(L"READY.txt");
   PutFile(embedded, "embedded");
   PutFile(list_, Utf8FromWide(embedded) + "\r\n");
@@ -262,13 +262,13 @@ TEST_F(PreparationTest, ABoardNamedLikeTheSignOfCompletionIsACollision) {
   EXPECT_FALSE(Exists(Temporary(L"ready.txt")));
 }
 
-TEST_F(PreparationTest, AFileInThePlaceOfTheTemporaryRootGivesWay) {
+TEST_F(PreparationTest, FileAsTemporaryRootIsReplaced) {
   PutFile(folders_.temporary, "no folder");
   EXPECT_EQ(Prepare(), 0);
   EXPECT_TRUE(Exists(Temporary(L"ready.txt")));
 }
 
-TEST_F(PreparationTest, AnOldFileInUseFailsWithItsCode) {
+TEST_F(PreparationTest, OldFileInUseHasItsCode) {
   ASSERT_EQ(Prepare(), 0);
   const FileHandle held = HoldOpen(Temporary(L"ready.txt"), GENERIC_READ, FILE_SHARE_READ);
   EXPECT_EQ(Prepare(), 4);
@@ -276,14 +276,14 @@ TEST_F(PreparationTest, AnOldFileInUseFailsWithItsCode) {
                               Utf8FromWide(Temporary(L"ready.txt")));
 }
 
-TEST_F(PreparationTest, AFailedCopyIsLoggedWithItsCode) {
+TEST_F(PreparationTest, FailedCopyIsLoggedWithItsCode) {
   const FileHandle held = HoldOpen(board_, GENERIC_READ, 0);
   EXPECT_EQ(Prepare(), 4);
   EXPECT_EQ(Log().back(),
             "Stage: Prepare failed | Error=copy GetLastError=32 Path=" + Utf8FromWide(board_));
 }
 
-TEST_F(PreparationTest, CopiesOfReadOnlyFilesCanBeWritten) {
+TEST_F(PreparationTest, CopiesOfReadOnlyFilesAreWritable) {
   const std::wstring embedded = Scratch(L"Embedded.PcbDoc");
   PutFile(embedded, "embedded");
   PutFile(list_, Utf8FromWide(embedded) + "\r\n");
@@ -298,7 +298,7 @@ TEST_F(PreparationTest, CopiesOfReadOnlyFilesCanBeWritten) {
   EXPECT_EQ(Prepare(), 0) << "and again";
 }
 
-TEST_F(PreparationTest, FieldsThatChangedAreLoggedInTheirOrder) {
+TEST_F(PreparationTest, ChangedFieldsAreLoggedInOrder) {
   PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"),
           "Configuration1_Item1=PlotBPlot=True|PlotAPlot=False|AddToAllPlots_\xC4=True\r\n");
   PutFile(manifest_, "PlotKey=PlotAPlot");
@@ -313,7 +313,7 @@ TEST_F(PreparationTest, FieldsThatChangedAreLoggedInTheirOrder) {
   EXPECT_THAT(log.back(), StartsWith("Stage: Prepare complete | Project="));
 }
 
-TEST_F(PreparationTest, ANameThatTheCodePageLacksIsFoundBeforeCopies) {
+TEST_F(PreparationTest, NameOutsideCodePageFailsBeforeCopies) {
   if (GetACP() == CP_UTF8) {
     GTEST_SKIP() << "the code page of this system holds every character";
   }

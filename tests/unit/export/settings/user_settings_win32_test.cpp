@@ -60,7 +60,7 @@ TEST_F(UserSettingsTest, EveryKeyIsRead) {
   EXPECT_EQ(settings.export_directory, L"%USERPROFILE%\\out");
 }
 
-TEST_F(UserSettingsTest, TheOlderSectionServesWhereTheCurrentOneSaysNothing) {
+TEST_F(UserSettingsTest, OlderSectionCompletesTheCurrentOne) {
   const UserSettings settings = Load(
       L"[Target]\nProgramName=\nArguments=mine\n"
       L"[AfterExport]\nEnabled=1\nProgramName=Old\nExecutablePath=C:\\old.exe\n"
@@ -72,7 +72,7 @@ TEST_F(UserSettingsTest, TheOlderSectionServesWhereTheCurrentOneSaysNothing) {
   EXPECT_EQ(settings.mailslot_name, L"TAVORIN.Kestrune.8");
 }
 
-TEST_F(UserSettingsTest, ExecutableIsAskedOnlyWhereExecutablePathIsEmptyInBothSections) {
+TEST_F(UserSettingsTest, ExecutableNeedsEmptyPathInBothSections) {
   EXPECT_EQ(Load(L"[Target]\nExecutable=C:\\a.exe\n[AfterExport]\nExecutablePath=C:\\b.exe\n")
                 .executable_path,
             L"C:\\b.exe");
@@ -83,7 +83,7 @@ TEST_F(UserSettingsTest, ExecutableIsAskedOnlyWhereExecutablePathIsEmptyInBothSe
   EXPECT_EQ(Load(L"[AfterExport]\nExecutable=C:\\d.exe\n").executable_path, L"C:\\d.exe");
 }
 
-TEST_F(UserSettingsTest, EnabledDefersToTheOlderSectionOnlyWhenAbsentOrNegative) {
+TEST_F(UserSettingsTest, EnabledFallsBackWhenAbsentOrNegative) {
   struct Case {
     const wchar_t* text;
     bool enabled;
@@ -117,7 +117,7 @@ TEST_F(UserSettingsTest, AValueKeepsAtMost32767Characters) {
   EXPECT_EQ(Load(L"[Target]\nArguments=" + longest + L"bb\n").arguments.size(), 32767U);
 }
 
-TEST_F(UserSettingsTest, AnAnsiFileIsReadInTheAnsiCodePage) {
+TEST_F(UserSettingsTest, AnsiFileIsReadInCodePage) {
   PutFile(folders_.settings, "[Target]\r\nProgramName=Gr\xFC\xDF\r\n");
   UserSettings settings;
   std::wstring path;
@@ -142,14 +142,14 @@ TEST_F(UserSettingsTest, TheUsersFileHidesTheCommonOne) {
   EXPECT_EQ(settings.arguments, L"");
 }
 
-TEST_F(UserSettingsTest, AFolderNamedLikeTheUsersFileHidesTheCommonOneAndCountsAsNoFile) {
+TEST_F(UserSettingsTest, FolderAsUserFileHidesCommonFile) {
   PutFile(folders_.common_settings, "[Target]\r\nEnabled=1\r\n");
   ASSERT_TRUE(TryCreateDirectories(folders_.settings));
   EXPECT_EQ(ResolveSettingsPath(kProductFolder), folders_.settings);
   EXPECT_FALSE(LoadWithoutFile().enabled);
 }
 
-TEST_F(UserSettingsTest, WithoutALocalFolderNothingElseIsAsked) {
+TEST_F(UserSettingsTest, WithoutLocalFolderNothingElseIsRead) {
   PutFile(folders_.common_settings, "[Target]\r\nEnabled=1\r\n");
   const ShellFolderOverride local(HKEY_CURRENT_USER, L"Local AppData", L"C:\\kestrune-nowhere");
   if (!ResolveSettingsPath(kProductFolder).empty()) {
@@ -165,7 +165,7 @@ TEST_F(UserSettingsTest, WithoutALocalFolderNothingElseIsAsked) {
   EXPECT_FALSE(settings.enabled);
 }
 
-TEST_F(UserSettingsTest, WithoutACommonFolderTheLocalPathStandsWhetherOrNotAFileIsThere) {
+TEST_F(UserSettingsTest, WithoutCommonFolderTheLocalPathCounts) {
   const ShellFolderOverride common(HKEY_LOCAL_MACHINE, L"Common AppData", L"C:\\kestrune-nowhere");
   if (ResolveSettingsPath(kProductFolder) == folders_.common_settings) {
     GTEST_SKIP() << "this shell keeps its own copy of the folder's path";
@@ -175,7 +175,7 @@ TEST_F(UserSettingsTest, WithoutACommonFolderTheLocalPathStandsWhetherOrNotAFile
   EXPECT_TRUE(Load(L"[Target]\nEnabled=1\n").enabled);
 }
 
-TEST_F(UserSettingsTest, AFileWhosePresenceCannotBeAskedIsRaised) {
+TEST_F(UserSettingsTest, FileWithUnknownStatusIsThrown) {
   ASSERT_TRUE(TryCreateDirectories(folders_.common + L"\\Kestrune"));
   const UnreadableFile file(folders_.common_settings);
   if (!file.Works()) {
@@ -197,7 +197,7 @@ TEST_F(UserSettingsTest, TheFolderNameChoosesTheFile) {
   EXPECT_EQ(ResolveSettingsPath(L"Other"), folders_.common + L"\\Other\\settings.ini");
 }
 
-TEST_F(UserSettingsTest, TheLabelNamesTheApplicationOnlyWhenItsExecutableIsAFile) {
+TEST_F(UserSettingsTest, LabelNeedsAnExistingExecutable) {
   UserSettings settings;
   settings.enabled = true;
   settings.program_name = L"Viewer";

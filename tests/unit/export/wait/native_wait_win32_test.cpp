@@ -34,7 +34,7 @@ class NativeWaitTest : public ExportTest {
   std::wstring result_;
 };
 
-TEST_F(NativeWaitTest, ACompleteArchiveIsReportedAfterThreeSleeps) {
+TEST_F(NativeWaitTest, CompleteArchiveIsReportedAfterThreeSleeps) {
   PutFile(zip_, "12345");
   PutFile(report_, "");
   PutFile(result_, "a result of an earlier run");
@@ -61,21 +61,21 @@ TEST_F(NativeWaitTest, AFolderIsNoReport) {
   EXPECT_THAT(Log(), ElementsAre(Waiting(), Stable("5", "no")));
 }
 
-TEST_F(NativeWaitTest, AResultThatCannotBeWrittenChangesNothing) {
+TEST_F(NativeWaitTest, ResultThatCannotBeWrittenChangesNothing) {
   PutFile(zip_, "12345");
   result_ = Scratch(L"missing\\wait.txt");
   EXPECT_EQ(Wait(), 0);
   EXPECT_THAT(Log(), ElementsAre(Waiting(), Stable("5", "no")));
 }
 
-TEST_F(NativeWaitTest, AnArchiveThatTheHostStillHoldsHasASize) {
+TEST_F(NativeWaitTest, ArchiveThatHostStillHoldsHasSize) {
   PutFile(zip_, "12345");
   const FileHandle held = HoldOpen(zip_, GENERIC_READ | GENERIC_WRITE, 0);
   EXPECT_EQ(Wait(), 0);
   EXPECT_EQ(FileBytes(result_), "OK\r\n5");
 }
 
-TEST_F(NativeWaitTest, AnArchiveAboveFourGibibytesIsReportedWhole) {
+TEST_F(NativeWaitTest, ArchiveAboveFourGibibytesIsReportedWhole) {
   PutSparseFile(zip_, (std::uint64_t{1} << 32) + 10);
   EXPECT_EQ(Wait(), 0);
   EXPECT_EQ(FileBytes(result_), "OK\r\n4294967306");

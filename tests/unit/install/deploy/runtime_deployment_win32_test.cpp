@@ -53,7 +53,7 @@ TEST_F(RuntimeDeployment, ASecondOneTouchesNothing) {
   EXPECT_EQ(CompareSnapshots(before, TakeSnapshot()), std::vector<std::string>{});
 }
 
-TEST_F(RuntimeDeployment, AMissingFileStopsThereAndIsNamed) {
+TEST_F(RuntimeDeployment, MissingFileStopsThereAndIsNamed) {
   const std::wstring files[] = {
       L"Script\\Kestrune.PrjScr",          L"Script\\Kestrune_WaitForm.pas",
       L"Script\\Kestrune_WaitForm.dfm",    L"Runtime\\Bridge.OutJob",
@@ -87,14 +87,14 @@ TEST_F(RuntimeDeployment, AMissingTemplateComesLast) {
   EXPECT_EQ(NamesIn(folders_.runtime).size(), 8U);
 }
 
-TEST_F(RuntimeDeployment, AFileWhereTheRuntimeShouldBeIsInTheWay) {
+TEST_F(RuntimeDeployment, FileAsRuntimeDirectoryFails) {
   PutFile(folders_.runtime, "x");
   EXPECT_FALSE(Deploy());
   EXPECT_EQ(message_, L"Cannot create the Bridge runtime directory.");
   EXPECT_NE(code_, DWORD{ERROR_SUCCESS});
 }
 
-TEST_F(RuntimeDeployment, AFailureLeavesTheFilesOfEarlierRows) {
+TEST_F(RuntimeDeployment, FailureLeavesFilesOfEarlierRows) {
   ASSERT_TRUE(TryCreateDirectories(Runtime(L"Bridge.OutJob")));
   EXPECT_FALSE(Deploy());
   EXPECT_EQ(message_, L"Cannot establish target last-write time; file preserved: " +
@@ -148,14 +148,14 @@ TEST_F(RuntimeScript, IsFilledDatedAndLeavesNothingBehind) {
   ASSERT_TRUE(Generate());
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
   EXPECT_EQ(TimeOf(Runtime(L"Kestrune.pas")), kPackageTime);
-  // The next one finds it as new as the template, whatever it holds.
+  // The next one finds it as new as the template, regardless of its content.
   PutFile(Runtime(L"Kestrune.pas"), "mine");
   SetTimeOf(Runtime(L"Kestrune.pas"), kPackageTime);
   ASSERT_TRUE(Generate());
   EXPECT_EQ(FileBytes(Runtime(L"Kestrune.pas")), "mine");
 }
 
-TEST_F(RuntimeScript, ALockedScriptIsNamedAndTheWaitingFileGone) {
+TEST_F(RuntimeScript, LockedScriptIsNamedWithoutLeftovers) {
   PutFile(Runtime(L"Kestrune.pas"), "old");
   SetTimeOf(Runtime(L"Kestrune.pas"), kPackageTime - 1);
   const FileHandle reader = HoldOpen(Runtime(L"Kestrune.pas"), GENERIC_READ, FILE_SHARE_READ);
@@ -165,7 +165,7 @@ TEST_F(RuntimeScript, ALockedScriptIsNamedAndTheWaitingFileGone) {
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
 }
 
-TEST_F(RuntimeScript, AWaitingFileThatCannotBeDeletedIsThrown) {
+TEST_F(RuntimeScript, UndeletableTemporaryFileIsThrown) {
   // Large, so that it waits long enough to be caught.
   PutFile(JoinPath(package_, L"Script\\Kestrune.pas"), std::string(12U << 20U, 'x'));
   SetTimeOf(JoinPath(package_, L"Script\\Kestrune.pas"), kPackageTime);
@@ -204,7 +204,7 @@ TEST_F(RuntimeScript, AMissingRuntimeDirectoryCannotBeWritten) {
   EXPECT_EQ(message_, L"Cannot write the runtime script.");
 }
 
-TEST_F(RuntimeScript, AWaitingFileThatCannotBeWrittenWholeStays) {
+TEST_F(RuntimeScript, IncompleteTemporaryFileIsKept) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   ASSERT_TRUE(disk.Fill());
@@ -216,7 +216,7 @@ TEST_F(RuntimeScript, AWaitingFileThatCannotBeWrittenWholeStays) {
   EXPECT_TRUE(left[0].starts_with(L"script-") && left[0].ends_with(L".incoming"));
 }
 
-TEST_F(RuntimeScript, ATemplateThatCannotBeReadIsNamed) {
+TEST_F(RuntimeScript, TemplateThatCannotBeReadIsNamed) {
   const std::wstring script = JoinPath(package_, L"Script\\Kestrune.pas");
   const std::wstring text = L"Cannot read the runtime script template.";
   {
@@ -233,7 +233,7 @@ TEST_F(RuntimeScript, ATemplateThatCannotBeReadIsNamed) {
   EXPECT_TRUE(Generate());
 }
 
-TEST_F(RuntimeScript, ARuntimeThatTheCodePageCannotHoldIsRefused) {
+TEST_F(RuntimeScript, RuntimeOutsideTheCodePageIsRefused) {
   const std::wstring runtime = Scratch(L"\x540D");
   ASSERT_TRUE(TryCreateDirectories(runtime));
   EXPECT_FALSE(GenerateIn(runtime));
@@ -241,7 +241,7 @@ TEST_F(RuntimeScript, ARuntimeThatTheCodePageCannotHoldIsRefused) {
   EXPECT_EQ(NamesIn(runtime), std::vector<std::wstring>{});
 }
 
-TEST_F(RuntimeScript, ATemporaryRootThatTheCodePageCannotHoldIsRefused) {
+TEST_F(RuntimeScript, TemporaryRootOutsideCodePageIsRefused) {
   const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", Scratch(L"\x540D"));
   std::wstring root;
   ASSERT_TRUE(TemporaryRoot(root, message_));
@@ -253,7 +253,7 @@ TEST_F(RuntimeScript, ATemporaryRootThatTheCodePageCannotHoldIsRefused) {
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
 }
 
-TEST_F(RuntimeScript, IsUpdatedForAUserNamedLikeTheProduct) {
+TEST_F(RuntimeScript, IsUpdatedForUserNamedLikeProduct) {
   const std::wstring runtime = Scratch(L"kestrunes\\AppData\\Local\\Kestrune\\Runtime");
   ASSERT_TRUE(TryCreateDirectories(runtime));
   ASSERT_TRUE(GenerateIn(runtime));
@@ -263,7 +263,7 @@ TEST_F(RuntimeScript, IsUpdatedForAUserNamedLikeTheProduct) {
   EXPECT_TRUE(FileBytes(JoinPath(runtime, L"Kestrune.pas")).ends_with("two"));
 }
 
-TEST_F(RuntimeScript, ATemplateWithoutProofFillsAGapOnly) {
+TEST_F(RuntimeScript, TemplateWithoutProofFillsGapOnly) {
   package_ = Scratch(L"kestrunes\\package");
   MakePackage(package_, kPackageTime, "one");
   ASSERT_TRUE(Generate());
@@ -273,7 +273,7 @@ TEST_F(RuntimeScript, ATemplateWithoutProofFillsAGapOnly) {
                           Runtime(L"Kestrune.pas"));
 }
 
-TEST_F(RuntimeScript, AManifestInTheRuntimeDirectoryDoesNotVouchForTheWaitingFile) {
+TEST_F(RuntimeScript, RuntimeManifestDoesNotProveTheScript) {
   PutFile(Runtime(L"BFM_x.ini"), "[Files]\r\n");
   EXPECT_FALSE(Generate());
   EXPECT_NE(message_.find(L"Cannot establish source last-write time: "), std::wstring::npos);

@@ -24,7 +24,7 @@ std::vector<HostInstance> Discover(const HostFilter& filter) {
 
 class HostDiscovery : public InstallTest {
  protected:
-  /// The only instance; an empty record with a failed expectation when there are others.
+  /// Returns the only instance; an empty record with a failed expectation when there are others.
   static HostInstance Only(const HostFilter& options = {}) {
     const std::vector<HostInstance> found = Discover(options);
     EXPECT_EQ(found.size(), 1U);
@@ -54,7 +54,7 @@ TEST_F(HostDiscovery, FillsTheWholeRecord) {
   EXPECT_TRUE(host.in_64_bit_view);
 }
 
-TEST_F(HostDiscovery, TheThirtyTwoBitViewWinsAndComesFirst) {
+TEST_F(HostDiscovery, ThirtyTwoBitViewComesFirst) {
   BoxInstance twin = UsedHost(1, 24);
   MakeHost(twin);
   twin.in_64_bit_view = false;
@@ -92,7 +92,7 @@ TEST_F(HostDiscovery, ForeignAndDamagedEntriesArePassedOver) {
   }
 }
 
-TEST_F(HostDiscovery, TheProgramIsTheIconsElseTheNewerNamesElseTheOlder) {
+TEST_F(HostDiscovery, ProgramComesFromIconOrNames) {
   const MadeInstance made = MakeHost(UsedHost(1, 24));
   const std::wstring dxp = JoinPath(made.directory, L"dxp.exe");
   PutFile(dxp, "x");
@@ -140,7 +140,7 @@ TEST_F(HostDiscovery, AnEmptyInstallLocationNamesNoProgram) {
   DeleteFileW(L"C:\\dxp.exe");
 }
 
-TEST_F(HostDiscovery, AFileOrALinkWithAnInstancesNameIsNoProfile) {
+TEST_F(HostDiscovery, FileOrLinkIsNoProfile) {
   const MadeInstance made = MakeHost(UsedHost(1, 24));
   const std::wstring root(ParentPath(made.profile));
   PutFile(JoinPath(root, L"A file " + made.guid), "x");
@@ -161,7 +161,7 @@ TEST_F(HostDiscovery, AFileOrALinkWithAnInstancesNameIsNoProfile) {
   }
 }
 
-TEST_F(HostDiscovery, AUserWithoutAnyProfileOrBranchHasNone) {
+TEST_F(HostDiscovery, UserWithoutProfilesHasNone) {
   const MadeInstance made = MakeHost(UsedHost(1, 24));
   const std::wstring missing = L"Missing or ambiguous profile/registry instance for " + made.guid;
   ASSERT_TRUE(RemoveTree(std::wstring(ParentPath(made.profile))));
@@ -203,7 +203,7 @@ class UnreadableBranches {
   RegistryKey key_;
 };
 
-TEST_F(HostDiscovery, BranchesThatMayNotBeReadAreTheReason) {
+TEST_F(HostDiscovery, UnreadableBranchesAreTheReason) {
   MakeHost(UsedHost(1, 24));
   {
     const UnreadableBranches unreadable;
@@ -217,7 +217,7 @@ TEST_F(HostDiscovery, BranchesThatMayNotBeReadAreTheReason) {
   EXPECT_EQ(Only().reason, L"");
 }
 
-TEST_F(HostDiscovery, AStatusThatCannotBeAskedEndsIt) {
+TEST_F(HostDiscovery, UnknownStatusEndsIt) {
   if (!RunsUnderWine()) {
     GTEST_SKIP() << "a path that Windows can say nothing about is known for Wine only";
   }

@@ -45,7 +45,7 @@ std::string Nested(int depth) {
   return text;
 }
 
-TEST(RcsKeywords, AreTheKindsThatAreParsedAndTheClosingWord) {
+TEST(RcsKeywords, AreTheParsedKindsAndEnd) {
   for (const std::string_view word :
        {"Tree", "PL", "Link", "Insertion", "Deletion", "Separator", "End"}) {
     EXPECT_TRUE(IsRcsKeyword(word)) << word;
@@ -61,7 +61,7 @@ TEST(Rcs, EmptyTextsAreDocumentsWithoutRecords) {
   }
 }
 
-TEST(Rcs, KeepsKindsIdentifiersAttributesAndChildrenInFileOrder) {
+TEST(Rcs, KeepsRecordsInFileOrder) {
   const std::string raw =
       "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n"
       "    Link L1 PLID='P1' End\r\n"
@@ -92,7 +92,7 @@ TEST(Rcs, KeepsKindsIdentifiersAttributesAndChildrenInFileOrder) {
   EXPECT_EQ(rcs.FindIdentifier("P2"), kNoItem);
 }
 
-TEST(Rcs, OffsetsCountFromTheFilesFirstByteAndIncludeOuterQuotes) {
+TEST(Rcs, OffsetsIncludeMarkAndOuterQuotes) {
   const std::string raw = "\xEF\xBB\xBF 'Tree' 'x' A='y'\nPL p End\nEnd";
   const Rcs rcs = Parsed(raw);
   const Node& tree = rcs.nodes().at(0);
@@ -142,12 +142,12 @@ TEST(Rcs, AttributesNeedNoBlanksBetweenThem) {
   EXPECT_EQ(Attribute(rcs, 0, "D"), "w");
 }
 
-TEST(Rcs, QuotedTokensMayHoldBlanksEqualsSignsAndLineBreaks) {
+TEST(Rcs, QuotedTokensMayContainSeparators) {
   const Rcs rcs = Parsed("PL p A='Scope = Layer\r\nEnd' End");
   EXPECT_EQ(Attribute(rcs, 0, "A"), "Scope = Layer\r\nEnd");
 }
 
-TEST(Rcs, BareTokensEndAtBlankEqualsSignOrQuote) {
+TEST(Rcs, BareTokensEndAtSeparators) {
   const Rcs rcs = Parsed("Tree a'b'=c End");
   EXPECT_TRUE(rcs.Identifier(rcs.nodes()[0]) == "a");
   EXPECT_EQ(Attribute(rcs, 0, "b"), "c");
@@ -170,7 +170,7 @@ TEST(Rcs, OnlyAnUnquotedEndCloses) {
   EXPECT_EQ(Refused("Tree a END"), L"Malformed RCS nesting.");
 }
 
-TEST(Rcs, TheTokenAfterAnEqualsSignIsAValueWhateverItIs) {
+TEST(Rcs, TokenAfterEqualsSignIsAValue) {
   EXPECT_EQ(Attribute(Parsed("PL a A=End End"), 0, "A"), "End");
   EXPECT_EQ(Attribute(Parsed("PL a A==End"), 0, "A"), "=");
   EXPECT_EQ(Attribute(Parsed("PL a A = 1 End"), 0, "A"), "1");
@@ -181,7 +181,7 @@ TEST(Rcs, AQuotedEqualsSignMakesNoAttribute) {
   EXPECT_EQ(Attribute(Parsed("PL a '='=1 End"), 0, "="), "1");
 }
 
-TEST(Rcs, AnEqualsSignMayBeIdentifierOrName) {
+TEST(Rcs, EqualsSignMayBeIdentifierOrName) {
   const Rcs rcs = Parsed("PL = ==1 End");
   EXPECT_TRUE(rcs.Identifier(rcs.nodes()[0]) == "=");
   EXPECT_EQ(Attribute(rcs, 0, "="), "1");
@@ -192,7 +192,7 @@ TEST(Rcs, QuotedKeywordsBeginRecords) {
   EXPECT_EQ(Parsed("'PL' p End").nodes().at(0).kind, NodeKind::kPl);
 }
 
-TEST(Rcs, SizeAndNulAreCheckedBeforeAnyToken) {
+TEST(Rcs, SizeAndNullPrecedeTokens) {
   std::string full = "PL p A='";
   full.append(kMaxRcsBytes - full.size() - 5, 'x');
   full += "' End";
@@ -205,12 +205,12 @@ TEST(Rcs, SizeAndNulAreCheckedBeforeAnyToken) {
   EXPECT_EQ(Refused(std::string("\xFF\xFEP\0L\0", 6)), L"Unsupported RCS size/encoding.");
 }
 
-TEST(Rcs, OnlyAWholeByteOrderMarkIsSkipped) {
+TEST(Rcs, OnlyWholeByteOrderMarkIsSkipped) {
   EXPECT_EQ(Refused("\xEF\xBBPL p End"), L"Unknown RCS record: \xEF\xBBPL");
   EXPECT_EQ(Refused("\xEF\xBB\xBF\xEF\xBB\xBFPL p End"), L"Unknown RCS record: \xEF\xBB\xBFPL");
 }
 
-TEST(Rcs, AnUnclosedQuoteIsNamedBeforeEveryOtherError) {
+TEST(Rcs, UnclosedQuotePrecedesOtherErrors) {
   for (const std::string before : {"", "Foo x ", "PL End ", "PL p q ", "PL p A=1 A=2 ", "End "}) {
     EXPECT_EQ(Refused(before + "'open"), L"Unclosed RCS quote.") << before;
     EXPECT_EQ(Refused(before + "'open''"), L"Unclosed RCS quote.") << before;
@@ -220,7 +220,7 @@ TEST(Rcs, AnUnclosedQuoteIsNamedBeforeEveryOtherError) {
   EXPECT_EQ(Refused(Nested(33) + "'"), L"Unclosed RCS quote.");
 }
 
-TEST(Rcs, AKeywordThatIsTheLastTokenIsNamedBeforeItIsRead) {
+TEST(Rcs, LastKeywordIsNamedBeforeBeingRead) {
   EXPECT_EQ(Refused("foo"), L"Malformed RCS nesting.");
   EXPECT_EQ(Refused("PL"), L"Malformed RCS nesting.");
   EXPECT_EQ(Refused("foo x"), L"Unknown RCS record: foo");
@@ -229,7 +229,7 @@ TEST(Rcs, AKeywordThatIsTheLastTokenIsNamedBeforeItIsRead) {
   EXPECT_EQ(Refused("Tree a PL"), L"Malformed RCS nesting.");
 }
 
-TEST(Rcs, KeywordsAreCaseSensitiveAndNamedAsTheTokenReads) {
+TEST(Rcs, KeywordsAreCaseSensitive) {
   EXPECT_EQ(Refused("tree a End"), L"Unknown RCS record: tree");
   EXPECT_EQ(Refused("PLx a End"), L"Unknown RCS record: PLx");
   EXPECT_EQ(Refused("'it''s' a End"), L"Unknown RCS record: it's");
@@ -237,7 +237,7 @@ TEST(Rcs, KeywordsAreCaseSensitiveAndNamedAsTheTokenReads) {
   EXPECT_EQ(Refused("\xCF\xF0 a End"), L"Unknown RCS record: \x00CF\x00F0");
 }
 
-TEST(Rcs, IdentifiersAreNeitherEmptyNorEndNorRepeated) {
+TEST(Rcs, IdentifiersAreUniqueAndNotEmpty) {
   constexpr std::wstring_view kMessage = L"Duplicate/invalid RCS identifier.";
   EXPECT_EQ(Refused("PL '' End"), kMessage);
   EXPECT_EQ(Refused("PL End"), kMessage);
@@ -274,7 +274,7 @@ TEST(Rcs, OnlyTreesAndInsertionsHaveChildren) {
   EXPECT_EQ(Refused("Insertion a Insertion b End Tree c End End"), L"");
 }
 
-TEST(Rcs, TheChildRuleComesBeforeTheDepthRule) {
+TEST(Rcs, ChildRuleComesBeforeDepthRule) {
   std::string text = Nested(31);
   text.insert(text.find("End"), "Link l x End\n");
   EXPECT_EQ(Refused(text), L"Unexpected RCS child.");
@@ -288,7 +288,7 @@ TEST(Rcs, DepthThirtyTwoIsTheLastAccepted) {
   EXPECT_EQ(Refused(foreign), L"Malformed RCS nesting.");
 }
 
-TEST(Rcs, AttributesNeedAValueAndANameOfTheirOwn) {
+TEST(Rcs, AttributesNeedValueAndUniqueName) {
   constexpr std::wstring_view kMessage = L"Invalid RCS attribute.";
   EXPECT_EQ(Refused("PL p A="), kMessage);
   EXPECT_EQ(Refused("PL p A=1 A=2 End"), kMessage);
@@ -299,7 +299,7 @@ TEST(Rcs, AttributesNeedAValueAndANameOfTheirOwn) {
   EXPECT_EQ(Refused("PL p ''=1 End"), L"");
 }
 
-TEST(Rcs, RepeatedNamesAreFoundHoweverManyAttributesARecordHas) {
+TEST(Rcs, RepeatedNamesAreFoundAmongMany) {
   for (const int count : {1, 11, 12, 13, 14, 25, 200}) {
     std::string text = "Tree t";
     for (int i = 0; i < count; ++i) {
@@ -318,7 +318,7 @@ TEST(Rcs, RepeatedNamesAreFoundHoweverManyAttributesARecordHas) {
   }
 }
 
-TEST(Rcs, TheFirstErrorInFileOrderIsNamed) {
+TEST(Rcs, FirstErrorInFileOrderIsNamed) {
   EXPECT_EQ(Refused("PL p A=1 A=2 End PL p End foo x"), L"Invalid RCS attribute.");
   EXPECT_EQ(Refused("PL p End PL p A=1 A=2 End"), L"Duplicate/invalid RCS identifier.");
   EXPECT_EQ(Refused("Foo x PL p End PL p End"), L"Unknown RCS record: Foo");
@@ -339,7 +339,7 @@ TEST(Rcs, ExtraRecordsAreLetThroughWithoutChildren) {
             L"Duplicate/invalid RCS identifier.");
 }
 
-TEST(Rcs, AFailedParseLeavesFileAndTextAlone) {
+TEST(Rcs, FailedParseLeavesFileAndTextAlone) {
   Rcs rcs = Parsed("PL p End");
   std::wstring error;
   std::string text = "PL p A='x'";
@@ -349,7 +349,7 @@ TEST(Rcs, AFailedParseLeavesFileAndTextAlone) {
   EXPECT_EQ(rcs.nodes().size(), 1U);
 }
 
-TEST(Rcs, EightMebibytesOfOneByteTokensAreRead) {
+TEST(Rcs, LargestFileOfOneByteTokensParses) {
   std::string text = "Tree a ";
   while (text.size() + 2 <= kMaxRcsBytes) {
     text += "==";
@@ -359,7 +359,7 @@ TEST(Rcs, EightMebibytesOfOneByteTokensAreRead) {
   EXPECT_EQ(Refused(text), L"Unknown RCS record: x");
 }
 
-TEST(Rcs, EightMebibytesOfTheSmallestRecordsAreRead) {
+TEST(Rcs, EightMebibytesOfSmallestRecordsAreRead) {
   std::string text;
   std::size_t count = 0;
   for (std::string record; text.size() + 32 < kMaxRcsBytes; ++count) {
@@ -372,7 +372,7 @@ TEST(Rcs, EightMebibytesOfTheSmallestRecordsAreRead) {
   EXPECT_EQ(Parsed(text).nodes().size(), count);
 }
 
-TEST(Rcs, EightMebibytesOfAttributesOfOneRecordAreRead) {
+TEST(Rcs, LargestRecordOfAttributesParses) {
   std::string text = "PL p ";
   std::uint32_t count = 0;
   for (; text.size() + 32 < kMaxRcsBytes; ++count) {
@@ -411,7 +411,7 @@ void ExpectSameTree(const Rcs& rcs, const rcs_model::Nodes& nodes) {
   EXPECT_EQ(place, rcs.nodes().size());
 }
 
-TEST(RcsLaw, ParseAgreesWithANaiveParserOnWholeAndBrokenFiles) {
+TEST(RcsLaw, ParseAgreesWithNaiveParser) {
   int accepted = 0;
   for (std::uint64_t seed = 0; seed < 4000; ++seed) {
     kestrune_tests::RcsGenerator generator(seed);
