@@ -532,7 +532,8 @@ Begin
     Result := There;
 End;
 
-// Starts the program that copies the board into the temporary project; whether it answered.
+// Starts the program that copies the board into the temporary project. Returns whether it
+// wrote its status file.
 Function PrPrepare(Dummy : Integer) : Boolean;
 Var
     Lines    : TStringList;

@@ -556,10 +556,10 @@ End;
 
 {--- The mark of a run ---------------------------------------------------------}
 
-// While a run lives its exchange folder has a file <stamp>-running-<n>.txt, which
-// says what the run does and for how many seconds that counts. It is never written
-// over: a new one comes, then the old one goes. Nothing is held open, so a run that
-// was stopped by force leaves its mark, and the next press reads in it where.
+// While a run is active, its exchange folder has a file <stamp>-running-<n>.txt with the
+// current action and the seconds for which it is valid. It is never overwritten: a new
+// one is created, then the old one deleted. It is not kept open, so a run that was
+// stopped by force leaves its mark, in which the next press reads where it stopped.
 
 // Seconds since Windows started, and seconds of the user's clock, which may be set: a mark
 // is too old only when both say so.
@@ -2806,8 +2806,8 @@ Begin
     Result := Text;
 End;
 
-// Asks the host for its version, the board in front and the installation. Why nothing can
-// be exported; empty when all is there.
+// Reads the host's version, the active board and the installation. Returns why nothing
+// can be exported; empty when nothing is missing.
 Function KsRefusal(Dummy : Integer) : String;
 Var
     Text : String;
@@ -2943,9 +2943,9 @@ Begin
     End;
 End;
 
-// The mark of the run in this interpreter is gone. The run may live all the same, and a
-// second one on its variables would ruin both: this press only asks it to end. If it was
-// stopped by force before, the next press starts.
+// The mark of the run in this interpreter is missing. The run may still be active, and a
+// second one would overwrite its variables: this press only requests its end. If it was
+// stopped by force, the next press starts.
 Function KsAskToEnd(Dummy : Integer) : Boolean;
 Var
     MayStart : Boolean;

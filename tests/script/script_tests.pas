@@ -46,8 +46,8 @@ var
   Act: TMoment;
   Other: IServerDocument;   // another document of the user's
   StopAtNext: Integer;      // the call at which the next run stops
-  Undisturbed: string;      // what a run delivers that nobody disturbs
-  LateAnswer: string;       // the file in which a wait for the archive answers late
+  Undisturbed: string;      // what an undisturbed run delivers
+  LateAnswer: string;       // the file in which a wait for the archive reports late
 
 { what a test needs }
 
@@ -977,7 +977,7 @@ begin
   if Arguments[1] = '--prepare' then WriteBytes(Arguments[5], '');
 end;
 
-// What a preparation that gave no answer left is gone after its time.
+// Leftovers of a preparation that did not finish are deleted after their time.
 procedure PressMuchLater;
 begin
   Milliseconds := Milliseconds + 3 * 3600 * 1000;
@@ -1347,7 +1347,7 @@ begin
   if Arguments[1] = '--wait-native' then Steps.Add(Arguments[4]);
 end;
 
-// A cancelled export's program may answer while the next one waits.
+// A cancelled export's program may finish while the next one waits.
 procedure EachExportHasItsOwnExchangeFiles;
 var
   First: string;
@@ -1465,7 +1465,7 @@ procedure Nothing;
 begin
 end;
 
-// How many messages a run handles that nobody disturbs; sets what it delivers.
+// Returns the number of messages that an undisturbed run handles; sets what it delivers.
 function MessagesOfARun: Integer;
 begin
   DisturbedRun(0, Nothing);
@@ -2071,7 +2071,7 @@ begin
   if Member = 'TApplication.ProcessMessages' then Result := 'waiting (';
 end;
 
-// A board with everything that the script asks a board for.
+// A board with everything that the script reads.
 procedure RunOfEverything(const Member: string);
 begin
   Prepare;
@@ -2344,7 +2344,7 @@ begin
   Result.AddMechanical(20);
 end;
 
-// What the user was asked about the archive.
+// Returns the questions about the archive.
 function ArchiveQuestions: string;
 var
   I: Integer;
@@ -2372,7 +2372,7 @@ begin
     + ' SOLDER_MASK=2 DRILL=2 SILK_SCREEN=1 SOLDER_PASTE=1', Contents(LogPath)) > 0, Contents(LogPath));
 end;
 
-// The one question that an export with this flaw asks.
+// Checks the only question of an export with this flaw.
 procedure CheckFlaw(Bad: TFlaw; const Sentence: string);
 begin
   Flaw := Bad;
