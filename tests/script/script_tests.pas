@@ -18,7 +18,7 @@ program script_tests;
 
 uses
   cthreads, Classes, SysUtils, HostFiles, Archives, HostStandIn, SecondInterpreter, ScriptUnderTest, ProbeUnderTest,
-  HostAgent, Programs;
+  HostAgent, Programs, Installation, WaitWindow;
 
 type
   TTest = procedure;
@@ -65,22 +65,6 @@ begin
   Found := False;
   if Boxes.Count = 1 then Found := Pos(Part, Boxes[0]) > 0;
   Check(Found, 'expected one box with "' + Part + '", got: ' + Boxes.Text);
-end;
-
-function Contents(const Path: string): string;
-begin
-  Result := '';
-  if FileExists(Path) then Result := ReadBytes(Path);
-end;
-
-function FileOfMachine(const Path: string): string;
-var
-  Stream: TFileStream;
-begin
-  Stream := TFileStream.Create(Path, fmOpenRead or fmShareDenyNone);
-  SetLength(Result, Stream.Size);
-  if Result <> '' then Stream.ReadBuffer(Result[1], Length(Result));
-  Stream.Free;
 end;
 
 // As the installer does it: verbatim, in the code page.
@@ -185,16 +169,6 @@ begin
   Projects.Add(IProject.Create(Path));
 end;
 
-// The project that the toolbar button names.
-function ProjectOfButton: string;
-var
-  Text: string;
-begin
-  Text := Contents(Deployed);
-  Result := Copy(Text, Pos('ProjectName=', Text) + 12, Length(Text));
-  Result := Copy(Result, 1, Pos('|ProcName=Kestrune.pas>RunKestrune', Result) - 1);
-end;
-
 procedure InstallByHand;
 begin
   HostFiles.RemoveTree(Local + '\Kestrune');
@@ -219,7 +193,7 @@ begin
   RuntimeFolder := Runtime;
   TempFolderOfProgram := Temp;
   if Deployed = '' then InstallByHand
-  else AddProject(ProjectOfButton);
+  else AddProject(ProjectOfButton(Deployed));
   // An application takes the archive over, so that no box waits for a person. Each test has its own:
   // that of the test before may still be busy.
   Inc(Tests);
@@ -2828,21 +2802,6 @@ begin
   OpenLists := 0;
 end;
 
-procedure FindUser;
-var
-  Entry: TSearchRec;
-begin
-  if FindFirst(UnixPath('C:\users\*'), faDirectory, Entry) = 0 then
-  begin
-    repeat
-      if (Entry.Name[1] <> '.') and (Entry.Name <> 'Public') and (Pos(' ', Entry.Name) = 0) then
-        Local := 'C:\users\' + Entry.Name + '\AppData\Local';
-    until FindNext(Entry) <> 0;
-    FindClose(Entry);
-  end;
-  if Local = '' then raise Exception.Create('no user in the prefix');
-end;
-
 procedure RunMadeUp;
 begin
   Run('FormTextIsWellFormed', FormTextIsWellFormed);
@@ -3003,7 +2962,7 @@ begin
   Filter := ParamStr(4);
   LoadHost(HostFile);
   Steps := Classes.TStringList.Create;
-  FindUser;
+  Local := LocalAppData;
   if Group = 'installed' then Deployed := GetEnvironmentVariable('KESTRUNE_DEPLOYED');
   if Group <> 'made-up' then StartAgent;
   RunGroup;

@@ -117,6 +117,7 @@ type
   IPCB_Board = class
   private
     FFileName: string;
+    FContent: string;       // of its file when it was opened
     FStack: IPCB_MasterLayerStack;
     function GetStack: IPCB_MasterLayerStack;
     function GetLayerIsUsed(Layer: Integer): Boolean;
@@ -209,18 +210,26 @@ type
     procedure KestruneHasNoSuchMember;
   end;
 
-  TLabel = class
+  TForm = class;
+  TControl = class
+    Name: string;
+    constructor Create(Form: TForm; const ControlName: string);
+  end;
+  TLabel = class(TControl)
     Caption: string;
   end;
-  TProgressBar = class
+  TProgressBar = class(TControl)
     Max, Position: Integer;
   end;
-  TButton = class
+  TButton = class(TControl)
     Enabled: Boolean;
   end;
   TForm = class
     Visible: Boolean;
     FormStyle: Integer;
+    Controls: Contnrs.TObjectList;
+    constructor Create;
+    destructor Destroy; override;
     procedure Show;
     procedure Hide;
     procedure Refresh;
@@ -245,7 +254,9 @@ type
   TMoment = procedure;
 
   // How the host treats the output job.
-  TGeneration = (Writes, WritesNothing, WritesEmptyFile, WritesFolder);
+  // InPieces goes on for seconds after the process has returned. HalfThenWhole puts the whole archive in the
+  // place of a half one, as a program does that writes beside and renames.
+  TGeneration = (Writes, WritesNothing, WritesEmptyFile, WritesFolder, InPieces, HalfThenWhole);
 
 var
   PCBServer: TPcbServer;
@@ -264,6 +275,9 @@ var
   AnswerSave, AnswerNoYes: Integer;
   OnMessages, OnGenerate, OnQuestion: TMoment;
   StartProgram: TProgram;
+  OnCall: procedure(const Text: string);       // for each line of Calls
+  OnPaint: procedure(Form: TForm);             // when the form is drawn
+  FormHandle, MainHandle: Integer;             // of the windows
   ProgramRuns: function: Boolean;
   LetProgramsRun: procedure(Milliseconds: Integer);   // returns early when one of them ends
   StopAtCall: Integer;          // the call of the host that stops the interpreter; 0: none
@@ -321,6 +335,9 @@ function GetTickCount: Integer;
 
 implementation
 
+const
+  PiecesOfArchive = 8;
+
 type
   TRunner = record
     Entry: TMoment;
@@ -338,10 +355,15 @@ var
   PumpsToFront: Integer;
   FrontFrom: Int64;
   Stale: Contnrs.TObjectList;    // closed documents that a host keeps which does not read them anew
+  FormInFront: TForm;            // the one that was shown last
+  ArchivePath: string;           // of an archive that is written in pieces
+  WholeArchive: string;
+  Pieces: Integer;               // that are written already
 
 procedure Call(const Text: string);
 begin
   Calls.Add(Text);
+  if Assigned(OnCall) then OnCall(Text);
 end;
 
 procedure Complain(const Text: string);
@@ -512,6 +534,11 @@ begin
   Pauses := 0;
   Pumps := 0;
   Generation := Writes;
+  ArchivePath := '';
+  OnCall := nil;
+  OnPaint := nil;
+  FormHandle := 65538;
+  MainHandle := 131074;
   Flaw := Flawless;
   GivenArchive := '';
   Boards.Clear;
@@ -743,6 +770,7 @@ constructor IPCB_Board.Create(const Path: string);
 begin
   Boards.Add(Self);
   FFileName := Path;
+  if FileExists(Path) then FContent := ReadBytes(Path);
   FStack := IPCB_MasterLayerStack.Create;
   Objects := Contnrs.TObjectList.Create(True);
   AddCopper(16777217);
@@ -1080,7 +1108,7 @@ end;
 function TClient.MainWindowHandle: Integer;
 begin
   Enter('IClient.MainWindowHandle');
-  Result := 131074;
+  Result := MainHandle;
 end;
 
 function FindDocument(const Path: string): IServerDocument;
@@ -1211,11 +1239,36 @@ end;
 
 { the window }
 
+constructor TControl.Create(Form: TForm; const ControlName: string);
+begin
+  Name := ControlName;
+  Form.Controls.Add(Self);
+end;
+
+constructor TForm.Create;
+begin
+  Controls := Contnrs.TObjectList.Create(True);
+end;
+
+destructor TForm.Destroy;
+begin
+  if FormInFront = Self then FormInFront := nil;
+  Controls.Free;
+  inherited;
+end;
+
+procedure Paint;
+begin
+  if Assigned(OnPaint) and (FormInFront <> nil) then OnPaint(FormInFront);
+end;
+
 procedure TForm.Show;
 begin
   Enter('TForm.Show');
   Call('show window');
   Visible := True;
+  FormInFront := Self;
+  Paint;
 end;
 
 procedure TForm.Hide;
@@ -1223,17 +1276,35 @@ begin
   Enter('TForm.Hide');
   Call('hide window');
   Visible := False;
+  Paint;
 end;
 
 procedure TForm.Refresh;
 begin
   Enter('TForm.Refresh');
+  Paint;
 end;
 
 function TForm.Handle: Integer;
 begin
   Enter('TForm.Handle');
-  Result := 65538;
+  Result := FormHandle;
+end;
+
+// The host goes on writing beside the script, three times a second.
+procedure WriteNextPiece;
+begin
+  if (ArchivePath = '') or (Pumps mod 3 <> 0) then Exit;
+  Inc(Pieces);
+  if Generation = HalfThenWhole then
+  begin
+    if Pieces < PiecesOfArchive then Exit;
+    WriteBytes(ArchivePath + '.new', WholeArchive);
+    if not RenameFile(UnixPath(ArchivePath + '.new'), UnixPath(ArchivePath)) then
+      Complain('the archive cannot be replaced');
+  end
+  else WriteBytes(ArchivePath, Copy(WholeArchive, 1, Length(WholeArchive) * Pieces div PiecesOfArchive));
+  if Pieces = PiecesOfArchive then ArchivePath := '';
 end;
 
 procedure TApplication.ProcessMessages;
@@ -1242,6 +1313,8 @@ begin
   Inc(Pumps);
   Dec(PumpsToFront);
   MoveFocus;
+  WriteNextPiece;
+  Paint;
   if Assigned(OnMessages) then OnMessages;
 end;
 
@@ -1291,14 +1364,14 @@ begin
       AddWithChildren(IPCB_EmbeddedBoard(Board.Objects[I]).Loaded, List);
 end;
 
-// The boards whose copy is exported: the copy's text names the original.
+// The boards whose copy is exported: the copy has the content of the original.
 function ExportedBoards(const Content: string): Contnrs.TObjectList;
 var
   I: Integer;
 begin
   Result := Contnrs.TObjectList.Create(False);
   for I := Boards.Count - 1 downto 0 do
-    if (Result.Count = 0) and (Pos(IPCB_Board(Boards[I]).FFileName, Content) > 0) then
+    if (Result.Count = 0) and (IPCB_Board(Boards[I]).FContent = Content) then
       AddWithChildren(IPCB_Board(Boards[I]), Result);
 end;
 
@@ -1436,6 +1509,18 @@ begin
   List.Free;
 end;
 
+// Begins to write the archive; what is missing comes while the host handles messages.
+procedure BeginArchive(const Path, Bytes: string);
+begin
+  Pieces := 1;
+  WholeArchive := Bytes;
+  ArchivePath := '';
+  if (Generation = InPieces) or (Generation = HalfThenWhole) then ArchivePath := Path;
+  if Generation = InPieces then WriteBytes(Path, Copy(Bytes, 1, Length(Bytes) div PiecesOfArchive))
+  else if Generation = HalfThenWhole then WriteBytes(Path, Copy(Bytes, 1, Length(Bytes) div 2))
+  else WriteBytes(Path, Bytes);
+end;
+
 procedure WriteArchive(Project: IProject; Job: Classes.TStringList; const Folder: string);
 var
   Fields: Classes.TStringList;
@@ -1448,8 +1533,8 @@ begin
   if Fields.Values['Compression_zip'] <> 'True' then Complain('the output job does not ask for a ZIP');
   if Generation = WritesFolder then WriteBytes(Folder + '\odb\matrix\matrix', '')
   else if Generation = WritesEmptyFile then WriteBytes(Folder + '\Bridge.zip', '')
-  else if GivenArchive <> '' then WriteBytes(Folder + '\Bridge.zip', GivenArchive)
-  else WriteBytes(Folder + '\Bridge.zip', OdbArchive(Fields, Project));
+  else if GivenArchive <> '' then BeginArchive(Folder + '\Bridge.zip', GivenArchive)
+  else BeginArchive(Folder + '\Bridge.zip', OdbArchive(Fields, Project));
   Fields.Free;
 end;
 
