@@ -291,6 +291,11 @@ begin
   Result := Pos(#10 + Field + #10, #10 + Contents(Archive)) > 0;
 end;
 
+procedure CheckNoBoxes;
+begin
+  Check(Boxes.Count = 0, 'a box: ' + Boxes.Text);
+end;
+
 { success }
 
 procedure WholeExport;
@@ -307,6 +312,64 @@ begin
   Check(Contents(Temp + '\ready.txt') = Board1, 'ready.txt names another board');
   Check(Client.GetDocumentByPath(Board1).Saves = 1, 'the board was not saved');
   Check(Called('compile ' + Temp) = 1, 'the project was not compiled');
+end;
+
+procedure ProgramBoxSays(const Box, EndOfProgram: string);
+begin
+  Check(Pos(Box, ProgramBoxes.Text) = 1, 'Kestrune.exe showed ' + ProgramBoxes.Text);
+  Check(ProgramBoxes.Count = 1, 'boxes: ' + IntToStr(ProgramBoxes.Count));
+  Check(Ends.IndexOf(EndOfProgram) >= 0, Ends.Text);
+  ProgramBoxes.Clear;
+end;
+
+// Without an application that takes the archive, the program says what became of it.
+procedure ResultBoxComesWithoutAnApplication;
+begin
+  NewBoard(Board1).AddVia;
+  HostFiles.DeleteFile(Local + '\Kestrune\settings.ini');
+  Press;
+  Check(Delivered('Main board') = Contents(Archive), 'not delivered');
+  ProgramBoxSays('64: ODB++ export successful.', '--finalize-auto ended with 0');
+end;
+
+procedure SlowHostIsWaitedFor;
+begin
+  NewBoard(Board1).AddVia;
+  Generation := InPieces;
+  Press;
+  CheckNoBoxes;
+  Check((Delivered('Main board') <> '') and (Delivered('Main board') = Contents(Archive)), 'not delivered whole');
+end;
+
+procedure ReplacedArchiveArrivesWhole;
+begin
+  NewBoard(Board1).AddVia;
+  Generation := HalfThenWhole;
+  Press;
+  CheckNoBoxes;
+  Check((Delivered('Main board') <> '') and (Delivered('Main board') = Contents(Archive)), 'not delivered whole');
+end;
+
+// The host keeps its archive open for itself.
+procedure HoldArchive(const Arguments: TStrings);
+var
+  Answer: Classes.TStringList;
+begin
+  if Arguments[1] <> '--inspect' then Exit;
+  Answer := Ask(['hold', Archive], 'held');
+  Check(Answer[0] = '0', 'the archive cannot be held: ' + Answer[0]);
+  Answer.Free;
+end;
+
+procedure HeldArchiveIsNamed;
+begin
+  NewBoard(Board1).AddVia;
+  BeforeStart := HoldArchive;
+  Press;
+  Check(WaitForAll, 'a started program does not end');
+  Tell(['release']);
+  CheckBox('The archive was not checked for missing layers: ');
+  ProgramBoxSays('16: Cannot overwrite the destination ZIP.', '--finalize-auto ended with 4');
 end;
 
 procedure EachBoardHasItsOwnArchive;
@@ -2895,6 +2958,10 @@ end;
 procedure RunReal;
 begin
   Run('WholeExport', WholeExport);
+  Run('ResultBoxComesWithoutAnApplication', ResultBoxComesWithoutAnApplication);
+  Run('SlowHostIsWaitedFor', SlowHostIsWaitedFor);
+  Run('ReplacedArchiveArrivesWhole', ReplacedArchiveArrivesWhole);
+  Run('HeldArchiveIsNamed', HeldArchiveIsNamed);
   Run('EachBoardHasItsOwnArchive', EachBoardHasItsOwnArchive);
   Run('DifficultPaths', DifficultPaths);
   Run('SmallestClearanceIsHandedOn', SmallestClearanceIsHandedOn);

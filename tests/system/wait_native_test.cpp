@@ -8,8 +8,6 @@
 #include "common/files/file_win32.h"
 #include "common/text/path.h"
 #include "tests/support/files_win32.h"
-#include "tests/support/export/odb_archive.h"
-#include "tests/support/export/output_job_reader.h"
 #include "tests/support/export/prepare_fixture_win32.h"
 
 namespace kestrune {
@@ -156,14 +154,6 @@ TEST_F(WaitNativeTest, TwoMinutesWithoutACompleteArchiveEndWithError) {
   ASSERT_TRUE(CreateDirectoryW(folder.expected.c_str(), nullptr));
   PutFile(growing.expected, "1");
 
-  // A whole export whose host writes nothing is among them.
-  const std::wstring board = Scratch(L"Main.PcbDoc");
-  PutFile(board, SmallBoard());
-  PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
-  ProgramRun host(TestProgramPath(L"host_standin"),
-                  L"--manner nothing --board " + Quoted(board) + L" --program " +
-                      Quoted(KestrunePath()) + L" --journal " + Quoted(Scratch(L"journal.txt")));
-
   const ULONGLONG begin = GetTickCount64();
   std::vector<ProgramRun> runs;
   for (const Paths* paths :
@@ -184,11 +174,6 @@ TEST_F(WaitNativeTest, TwoMinutesWithoutACompleteArchiveEndWithError) {
   for (ProgramRun& run : runs) {
     EXPECT_TRUE(EndsSilentlyWith(5, Finish(std::move(run), 10'000)));
   }
-  EXPECT_EQ(host.WaitForExit(30'000), 6);
-  const std::string journal = FileBytes(Scratch(L"journal.txt"));
-  EXPECT_THAT(journal, ::testing::HasSubstr("result: ERROR\n"));
-  EXPECT_THAT(journal, ::testing::HasSubstr("--wait-native ended with 5\n"));
-  EXPECT_FALSE(Exists(folders_.default_export));
   const ULONGLONG waited = GetTickCount64() - begin;
   EXPECT_GE(waited, 119'000U);
   EXPECT_LE(waited, 150'000U);
