@@ -336,7 +336,9 @@ function GetTickCount: Integer;
 implementation
 
 const
-  PiecesOfArchive = 8;
+  // Ten a second, so that the size never stays the same as long as Kestrune.exe wants it.
+  PiecesOfArchive = 25;
+  PieceOfReplacement = 4;
 
 type
   TRunner = record
@@ -1291,17 +1293,18 @@ begin
   Result := FormHandle;
 end;
 
-// The host goes on writing beside the script, three times a second.
+// The host goes on writing beside the script.
 procedure WriteNextPiece;
 begin
-  if (ArchivePath = '') or (Pumps mod 3 <> 0) then Exit;
+  if ArchivePath = '' then Exit;
   Inc(Pieces);
   if Generation = HalfThenWhole then
   begin
-    if Pieces < PiecesOfArchive then Exit;
+    if Pieces < PieceOfReplacement then Exit;
     WriteBytes(ArchivePath + '.new', WholeArchive);
     if not RenameFile(UnixPath(ArchivePath + '.new'), UnixPath(ArchivePath)) then
       Complain('the archive cannot be replaced');
+    ArchivePath := '';
   end
   else WriteBytes(ArchivePath, Copy(WholeArchive, 1, Length(WholeArchive) * Pieces div PiecesOfArchive));
   if Pieces = PiecesOfArchive then ArchivePath := '';
