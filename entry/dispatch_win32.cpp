@@ -30,11 +30,11 @@ std::wstring DescribeException() {
 }
 
 /// Logs the current exception.
-void LogUnhandledFailure() noexcept {
+void LogUnhandledFailure(SystemCalls& calls) noexcept {
   try {
-    WriteLogEntry(kStageUnhandled, DescribeException());
+    WriteLogEntry(calls, kStageUnhandled, DescribeException());
   } catch (...) {
-    WriteLogEntry(kStageUnhandled);
+    WriteLogEntry(calls, kStageUnhandled);
   }
 }
 
@@ -59,7 +59,7 @@ int RunCommand(const Command& command, const Modes& modes, const Doors& doors) n
     try {
       return mode.run(chosen, doors);
     } catch (...) {
-      LogUnhandledFailure();
+      LogUnhandledFailure(doors.system);
     }
     try {
       return mode.report_failure != nullptr ? mode.report_failure(chosen, doors)

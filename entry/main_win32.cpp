@@ -13,7 +13,6 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
     return kestrune::kNotACommand;
   }
   kestrune::SystemCalls system;
-  kestrune::FolderCalls folders;
   kestrune::Desktop desktop(error_mode.Found());
-  return kestrune::RunCommand(*command, kestrune::kModes, {system, folders, desktop});
+  return kestrune::RunCommand(*command, kestrune::kModes, {system, desktop});
 }

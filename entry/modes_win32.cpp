@@ -28,7 +28,7 @@ int RejectInstallerLine(const InvalidInstallerCommand&, const Doors& doors) {
 /// Writes the result of an installer command to the report file and the box, as the options
 /// request.
 int ShowResult(const InstallerOptions& options, const InstallerResult& result, const Doors& doors) {
-  WriteInstallerReport(options, result.message);
+  WriteInstallerReport(doors.system, options, result.message);
   if (!options.quiet) {
     doors.desktop.ShowMessage(result.message, result.code == kInstallerDone
                                                   ? MessageIcon::Information
@@ -40,7 +40,8 @@ int ShowResult(const InstallerOptions& options, const InstallerResult& result, c
 int RunInstaller(const InstallerOptions& options, const Doors& doors) {
   // ProgramPath() is empty when the path exceeds the buffer; deployment then fails with its own
   // text.
-  return ShowResult(options, RunInstallerCommand(options, ProgramPath(), doors.system), doors);
+  return ShowResult(options, RunInstallerCommand(doors.system, options, ProgramPath(doors.system)),
+                    doors);
 }
 
 int ReportInstallerFailure(const InstallerOptions& options, const Doors& doors) {
@@ -48,37 +49,37 @@ int ReportInstallerFailure(const InstallerOptions& options, const Doors& doors) 
 }
 
 int RunPrepare(const PrepareCommand& command, const Doors& doors) {
-  return PublishPrepareStatus(command,
-                              PrepareTemporaryProject(command, doors.folders, doors.system));
+  return PublishPrepareStatus(doors.system, command,
+                              PrepareTemporaryProject(doors.system, command));
 }
 
-int ReportPrepareFailure(const PrepareCommand& command, const Doors&) {
-  return PublishPrepareStatus(command, kPrepareFailed);
+int ReportPrepareFailure(const PrepareCommand& command, const Doors& doors) {
+  return PublishPrepareStatus(doors.system, command, kPrepareFailed);
 }
 
 int RunPositionWindow(const PositionWindowCommand& command, const Doors& doors) {
   return PositionWindow(command, doors.desktop);
 }
 
-int RunWaitNative(const WaitNativeCommand& command, const Doors&) {
-  return WaitForNativeOutput(command);
+int RunWaitNative(const WaitNativeCommand& command, const Doors& doors) {
+  return WaitForNativeOutput(doors.system, command);
 }
 
-int ReportWaitFailure(const WaitNativeCommand& command, const Doors&) {
-  ReportNativeWaitFailure(command.result_path);
+int ReportWaitFailure(const WaitNativeCommand& command, const Doors& doors) {
+  ReportNativeWaitFailure(doors.system, command);
   return kNativeWaitFailed;
 }
 
 int RunInspect(const InspectCommand& command, const Doors& doors) {
-  return InspectForScript(command, doors.system);
+  return InspectForScript(doors.system, command);
 }
 
-int ReportInspectionFailure(const InspectCommand& command, const Doors&) {
-  return ReportInspectFailure(command);
+int ReportInspectionFailure(const InspectCommand& command, const Doors& doors) {
+  return ReportInspectFailure(doors.system, command);
 }
 
 int ReportFinalizeFailure(const FinalizeCommand&, const Doors& doors) {
-  doors.desktop.ShowMessage(FinalizeFailureMessage(), MessageIcon::Error);
+  doors.desktop.ShowMessage(FinalizeFailureMessage(doors.system), MessageIcon::Error);
   return kFinalizeFailed;
 }
 

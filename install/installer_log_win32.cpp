@@ -38,7 +38,7 @@ void InstallerLog::ProgramKept(std::wstring_view package) const {
 
 void InstallerLog::Write(std::wstring_view stage, std::wstring_view detail) const noexcept {
   if (command_ != InstallerCommand::Status) {
-    WriteLogEntry(stage, detail);
+    WriteLogEntry(calls_, stage, detail);
   }
 }
 

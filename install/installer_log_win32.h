@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "common/failure/failure.h"
+#include "common/system/system_calls_win32.h"
 #include "install/installer_options.h"
 
 namespace kestrune {
@@ -12,7 +13,7 @@ namespace kestrune {
 /// dropped.
 class InstallerLog {
  public:
-  explicit InstallerLog(InstallerCommand command) : command_(command) {}
+  InstallerLog(SystemCalls& calls, InstallerCommand command) : calls_(calls), command_(command) {}
 
   /// Logs the failure of an instance, or of the whole command when there is no GUID.
   void Failed(const Failure& failure, std::wstring_view guid = {}) const;
@@ -27,6 +28,7 @@ class InstallerLog {
  private:
   void Write(std::wstring_view stage, std::wstring_view detail) const noexcept;
 
+  SystemCalls& calls_;
   InstallerCommand command_;
 };
 

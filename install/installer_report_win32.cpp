@@ -16,8 +16,7 @@ namespace {
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 /// Writes the report file. Throws Failure "write" with the code of the call that failed.
-void WriteReport(const std::wstring& path, std::string_view bytes) {
-  SystemCalls calls;
+void WriteReport(SystemCalls& calls, const std::wstring& path, std::string_view bytes) {
   const ExtendedPath extended(path);
   FileHandle file(calls.Create(extended, {GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS}));
   if (!file) {
@@ -33,26 +32,28 @@ void WriteReport(const std::wstring& path, std::string_view bytes) {
   }
 }
 
-void WriteReportOrLog(const std::wstring& path, std::string_view bytes) {
+void WriteReportOrLog(SystemCalls& calls, const std::wstring& path, std::string_view bytes) {
   try {
-    WriteReport(path, bytes);
+    WriteReport(calls, path, bytes);
   } catch (const Failure& failure) {
-    WriteLogEntry(L"Installer report failed", L"Error=Cannot write report. GetLastError=" +
-                                                  Decimal(failure.code) + L" Report=" + path);
+    WriteLogEntry(
+        calls, L"Installer report failed",
+        L"Error=Cannot write report. GetLastError=" + Decimal(failure.code) + L" Report=" + path);
   }
 }
 
 }  // namespace
 
-void WriteInstallerReport(const InstallerOptions& options, const std::wstring& message) noexcept {
+void WriteInstallerReport(SystemCalls& calls, const InstallerOptions& options,
+                          const std::wstring& message) noexcept {
   if (!options.report) {
     return;
   }
   try {
     const std::string bytes = std::string(kUtf8Mark) + Utf8FromWide(WithWindowsLineEnds(message));
-    WriteReportOrLog(*options.report, bytes);
+    WriteReportOrLog(calls, *options.report, bytes);
   } catch (const std::bad_alloc&) {
-    WriteLogEntry(L"Installer report failed", L"Error=Not enough memory. GetLastError=8");
+    WriteLogEntry(calls, L"Installer report failed", L"Error=Not enough memory. GetLastError=8");
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "common/system/system_calls_win32.h"
 #include "install/installer_options.h"
 
 namespace kestrune {
@@ -10,6 +11,7 @@ namespace kestrune {
 /// ends CR LF. Overwrites an existing file. Does nothing when the options name none.
 ///
 /// Logs the name of a file that cannot be written, and leaves no partial report.
-void WriteInstallerReport(const InstallerOptions& options, const std::wstring& message) noexcept;
+void WriteInstallerReport(SystemCalls& calls, const InstallerOptions& options,
+                          const std::wstring& message) noexcept;
 
 }  // namespace kestrune

@@ -94,10 +94,10 @@ void RunOrEnd(const InstallerOptions& options, const std::wstring& program_path,
 
 }  // namespace
 
-InstallerResult RunInstallerCommand(const InstallerOptions& options,
-                                    const std::wstring& program_path, SystemCalls& calls) {
+InstallerResult RunInstallerCommand(SystemCalls& calls, const InstallerOptions& options,
+                                    const std::wstring& program_path) {
   InstallerReport report(options.command);
-  const InstallerLog log(options.command);
+  const InstallerLog log(calls, options.command);
   try {
     RunOrEnd(options, program_path, calls, report, log);
   } catch (const std::bad_alloc&) {

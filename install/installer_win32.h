@@ -11,7 +11,7 @@ namespace kestrune {
 /// code (InstallerCode) and a report about each instance. Shows nothing and never throws.
 ///
 /// `program_path` is the path of the running program, which is deployed as part of the runtime.
-InstallerResult RunInstallerCommand(const InstallerOptions& options,
-                                    const std::wstring& program_path, SystemCalls& calls);
+InstallerResult RunInstallerCommand(SystemCalls& calls, const InstallerOptions& options,
+                                    const std::wstring& program_path);
 
 }  // namespace kestrune

@@ -47,10 +47,10 @@ class InstanceRegistration {
 
   void Run() {
     if (instance_.needs_verification || instance_.executable.empty() ||
-        QueryFileKind(instance_.executable) == FileKind::Absent) {
+        QueryFileKind(run_.calls, instance_.executable) == FileKind::Absent) {
       return Skip(instance_.reason + L" (executable/profile must be verified).");
     }
-    if (QueryFileKind(instance_.rcs_path) == FileKind::Absent) {
+    if (QueryFileKind(run_.calls, instance_.rcs_path) == FileKind::Absent) {
       return Skip(L"DXP.RCS does not exist; initialize this Altium profile first.");
     }
     WindowsStore store({instance_.rcs_path, instance_.registry_branch, instance_.guid}, run_.calls);
@@ -73,7 +73,7 @@ class InstanceRegistration {
 
   const RegistrationSettings& Settings() {
     if (!run_.settings) {
-      run_.settings = ReadRegistrationSettings(run_.runtime.LocalAppData());
+      run_.settings = ReadRegistrationSettings(run_.calls, run_.runtime.LocalAppData());
     }
     return *run_.settings;
   }
@@ -92,7 +92,8 @@ class InstanceRegistration {
     // The place is searched in the host's own definitions; the user's file holds only the user's
     // changes.
     const std::string resource =
-        ReadFileIfPossible(instance_.resource_path, kLargestResource).value_or(std::string());
+        ReadFileIfPossible(run_.calls, instance_.resource_path, kLargestResource)
+            .value_or(std::string());
     state.anchor = ChooseAnchor(resource, instance_.version.major, ExtraKinds());
     return state;
   }

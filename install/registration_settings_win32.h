@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "common/system/system_calls_win32.h"
+
 namespace kestrune {
 
 /// Holds the user's settings for a registration.
@@ -19,6 +21,7 @@ struct RegistrationSettings {
 ///
 /// `local_app_data` is that of LocalAppDataDirectory. A registration.ini for all users is ignored:
 /// any local user could create one, and must not extend what is accepted in another user's profile.
-RegistrationSettings ReadRegistrationSettings(const std::wstring& local_app_data);
+RegistrationSettings ReadRegistrationSettings(SystemCalls& calls,
+                                              const std::wstring& local_app_data);
 
 }  // namespace kestrune

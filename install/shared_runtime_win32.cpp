@@ -32,7 +32,7 @@ SharedRuntime::SharedRuntime(SystemCalls& calls, const InstallerOptions& options
                              const std::wstring& program_path, const InstallerLog& log)
     : calls_(calls), options_(options), program_path_(program_path), log_(log) {
   std::wstring folder_error;
-  if (!LocalAppDataDirectory(local_app_data_, folder_error)) {
+  if (!LocalAppDataDirectory(calls, local_app_data_, folder_error)) {
     throw Failure{folder_error};
   }
   directory_ = RuntimeRoot(local_app_data_);
@@ -48,7 +48,7 @@ void SharedRuntime::Deploy() {
     return;
   }
   const std::wstring package =
-      options_.package.empty() ? FindPackageDirectory(program_path_) : options_.package;
+      options_.package.empty() ? FindPackageDirectory(calls_, program_path_) : options_.package;
   if (const std::optional<Failure> refusal = DeployFrom(calls_, package, program_path_)) {
     // The report has one sentence; the log has the details.
     log_.DeploymentRefused(*refusal, package);

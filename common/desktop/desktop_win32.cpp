@@ -2,9 +2,7 @@
 
 #include <objbase.h>
 
-#include "common/files/file_win32.h"
 #include "common/system/owners_win32.h"
-#include "common/places/process_user_win32.h"
 
 namespace kestrune {
 namespace {
@@ -61,6 +59,14 @@ HGLOBAL Desktop::Allocate(std::size_t size) {
   return GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, size);
 }
 
+void* Desktop::Lock(HGLOBAL block) {
+  return GlobalLock(block);
+}
+
+void Desktop::Unlock(HGLOBAL block) {
+  GlobalUnlock(block);
+}
+
 bool Desktop::OpenBoard() {
   return OpenClipboard(nullptr) != FALSE;
 }
@@ -75,10 +81,6 @@ HANDLE Desktop::Place(UINT format, HGLOBAL block) {
 
 void Desktop::CloseBoard() {
   CloseClipboard();
-}
-
-bool Desktop::Expand(const std::wstring& text, std::wstring& expanded) {
-  return ExpandEnvironment(text, expanded);
 }
 
 BOOL Desktop::CreateSuspended(const wchar_t* application, wchar_t* command_line,
@@ -97,20 +99,13 @@ DWORD Desktop::Resume(HANDLE thread) {
   return ResumeThread(thread);
 }
 
+void Desktop::End(HANDLE process, DWORD code) {
+  TerminateProcess(process, code);
+}
+
 BOOL Desktop::Execute(SHELLEXECUTEINFOW& execution) {
   const ComApartment apartment;
   return ShellExecuteExW(&execution);
-}
-
-bool Desktop::ReadSession(DWORD process_id, DWORD& session) {
-  return ProcessIdToSessionId(process_id, &session) != FALSE;
-}
-
-bool Desktop::IsOurUsers(HANDLE process) {
-  ProcessUser theirs;
-  ProcessUser ours;
-  return theirs.Read(process) && ours.Read(GetCurrentProcess()) &&
-         EqualSid(theirs.Sid(), ours.Sid());
 }
 
 bool Desktop::SendToMailslot(const std::wstring& name, std::string_view message) {

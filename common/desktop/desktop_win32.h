@@ -48,6 +48,10 @@ class Desktop {
 
   /// GlobalAlloc of a movable, zeroed block.
   virtual HGLOBAL Allocate(std::size_t size);
+  /// GlobalLock. Null when it fails.
+  virtual void* Lock(HGLOBAL block);
+  /// GlobalUnlock.
+  virtual void Unlock(HGLOBAL block);
   /// OpenClipboard without an owner window.
   virtual bool OpenBoard();
   /// EmptyClipboard.
@@ -61,8 +65,6 @@ class Desktop {
 
   [[nodiscard]] UINT InheritedErrorMode() const { return inherited_error_mode_; }
 
-  /// ExpandEnvironment (common/files/file_win32.h).
-  virtual bool Expand(const std::wstring& text, std::wstring& expanded);
   /// CreateProcessW with a suspended main thread, inheriting the environment but no handles.
   virtual BOOL CreateSuspended(const wchar_t* application, wchar_t* command_line,
                                const wchar_t* directory, PROCESS_INFORMATION& process);
@@ -70,15 +72,13 @@ class Desktop {
   virtual void AllowForeground(DWORD process_id);
   /// ResumeThread.
   virtual DWORD Resume(HANDLE thread);
+  /// TerminateProcess.
+  virtual void End(HANDLE process, DWORD code);
   /// ShellExecuteExW with COM initialised.
   virtual BOOL Execute(SHELLEXECUTEINFOW& execution);
 
   // An application that runs already
 
-  /// ProcessIdToSessionId.
-  virtual bool ReadSession(DWORD process_id, DWORD& session);
-  /// Returns whether the process belongs to the user of this process.
-  virtual bool IsOurUsers(HANDLE process);
   /// Opens the mailslot `\\.\mailslot\<name>` and writes one message. Returns false unless every
   /// byte was written.
   virtual bool SendToMailslot(const std::wstring& name, std::string_view message);

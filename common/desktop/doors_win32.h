@@ -1,7 +1,6 @@
 #pragma once
 
 #include "common/desktop/desktop_win32.h"
-#include "common/places/known_folders_win32.h"
 #include "common/system/system_calls_win32.h"
 
 namespace kestrune {
@@ -10,7 +9,6 @@ namespace kestrune {
 /// to the mode that runs.
 struct Doors {
   SystemCalls& system;
-  FolderCalls& folders;
   Desktop& desktop;
 };
 

@@ -32,12 +32,12 @@ using Status = std::variant<FileEntry, DWORD>;
 
 /// Returns the stat of a symbolic link's target. Opens it without any access right, so that it
 /// cannot fail with a sharing violation.
-Status StatusOfTarget(const std::wstring& link) {
-  const FileHandle target(CreateFileW(link.c_str(), 0,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+Status StatusOfTarget(SystemCalls& calls, const ExtendedPath& link) {
+  const FileHandle target(
+      calls.Create(link, {0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING,
+                          FILE_FLAG_BACKUP_SEMANTICS}));
   BY_HANDLE_FILE_INFORMATION information{};
-  if (!target || !GetFileInformationByHandle(target.Get(), &information)) {
+  if (!target || !calls.GetInformation(target.Get(), &information)) {
     return GetLastError();
   }
   return FileEntry{KindOf(information.dwFileAttributes),
@@ -46,14 +46,14 @@ Status StatusOfTarget(const std::wstring& link) {
 
 /// Returns the stat from the directory listing, which distinguishes the kinds of links and needs no
 /// access to the file.
-Status StatusByListing(const std::wstring& extended) {
+Status StatusByListing(SystemCalls& calls, const ExtendedPath& path) {
   WIN32_FIND_DATAW listed{};
-  const FindHandle find(FindFirstFileW(extended.c_str(), &listed));
+  const FindHandle find(calls.FindFirst(path, &listed));
   if (!find) {
     return GetLastError();
   }
   if (IsSymbolicLink(listed)) {
-    return StatusOfTarget(extended);
+    return StatusOfTarget(calls, path);
   }
   return FileEntry{KindOf(listed.dwFileAttributes),
                    JoinWords(listed.nFileSizeHigh, listed.nFileSizeLow)};
@@ -61,23 +61,22 @@ Status StatusByListing(const std::wstring& extended) {
 
 /// Returns whether the directory listing has a symbolic link at the path; false for other kinds of
 /// links.
-bool IsListedAsSymbolicLink(const std::wstring& extended) {
+bool IsListedAsSymbolicLink(SystemCalls& calls, const ExtendedPath& path) {
   WIN32_FIND_DATAW listed{};
-  const FindHandle find(FindFirstFileW(extended.c_str(), &listed));
+  const FindHandle find(calls.FindFirst(path, &listed));
   return find && IsSymbolicLink(listed);
 }
 
 /// Returns the stat of a path, from the file itself; from the directory listing only on a sharing
 /// violation.
-Status StatusOf(const std::wstring& path) {
-  const std::wstring extended = ExtendedPath(path).Text();
+Status StatusOf(SystemCalls& calls, const ExtendedPath& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!GetFileAttributesExW(extended.c_str(), GetFileExInfoStandard, &data)) {
+  if (!calls.GetAttributes(path, &data)) {
     const DWORD code = GetLastError();
-    return code == ERROR_SHARING_VIOLATION ? StatusByListing(extended) : Status(code);
+    return code == ERROR_SHARING_VIOLATION ? StatusByListing(calls, path) : Status(code);
   }
-  if (IsLink(data.dwFileAttributes) && IsListedAsSymbolicLink(extended)) {
-    return StatusOfTarget(extended);
+  if (IsLink(data.dwFileAttributes) && IsListedAsSymbolicLink(calls, path)) {
+    return StatusOfTarget(calls, path);
   }
   return FileEntry{KindOf(data.dwFileAttributes), JoinWords(data.nFileSizeHigh, data.nFileSizeLow)};
 }
@@ -110,22 +109,22 @@ DWORD MakeDirectories(SystemCalls& calls, const std::wstring& path) {
 
 }  // namespace
 
-FileEntry QueryEntry(const std::wstring& path, const wchar_t* step) {
-  const Status status = StatusOf(path);
+FileEntry QueryEntry(SystemCalls& calls, const std::wstring& path, const wchar_t* step) {
+  const Status status = StatusOf(calls, ExtendedPath(path));
   if (const DWORD* code = std::get_if<DWORD>(&status)) {
     throw Failure{step, *code, path};
   }
   return std::get<FileEntry>(status);
 }
 
-std::optional<FileEntry> QueryEntryQuietly(const std::wstring& path) {
-  const Status status = StatusOf(path);
+std::optional<FileEntry> QueryEntryQuietly(SystemCalls& calls, const std::wstring& path) {
+  const Status status = StatusOf(calls, ExtendedPath(path));
   const FileEntry* entry = std::get_if<FileEntry>(&status);
   return entry != nullptr ? std::optional(*entry) : std::nullopt;
 }
 
-FileKind QueryFileKind(const std::wstring& path) {
-  const Status status = StatusOf(path);
+FileKind QueryFileKind(SystemCalls& calls, const std::wstring& path) {
+  const Status status = StatusOf(calls, ExtendedPath(path));
   if (const FileEntry* entry = std::get_if<FileEntry>(&status)) {
     return entry->kind;
   }
@@ -136,17 +135,16 @@ FileKind QueryFileKind(const std::wstring& path) {
   throw Failure{L"status", code, path};
 }
 
-FileKind QueryFileKindQuietly(const std::wstring& path) noexcept {
+FileKind QueryFileKindQuietly(SystemCalls& calls, const std::wstring& path) noexcept {
   try {
-    return QueryEntryQuietly(path).value_or(FileEntry{}).kind;
+    return QueryEntryQuietly(calls, path).value_or(FileEntry{}).kind;
   } catch (...) {
     return FileKind::Absent;
   }
 }
 
-std::string ReadWholeFile(const std::wstring& path, std::uint64_t limit) {
+std::string ReadWholeFile(SystemCalls& calls, const std::wstring& path, std::uint64_t limit) {
   constexpr const wchar_t* kStep = L"read";
-  SystemCalls calls;
   const ExtendedPath extended(path);
   const FileHandle file(calls.Create(
       extended, {GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE}));
@@ -171,9 +169,10 @@ std::string ReadWholeFile(const std::wstring& path, std::uint64_t limit) {
   return bytes;
 }
 
-std::optional<std::string> ReadFileIfPossible(const std::wstring& path, std::uint64_t limit) {
+std::optional<std::string> ReadFileIfPossible(SystemCalls& calls, const std::wstring& path,
+                                              std::uint64_t limit) {
   try {
-    return ReadWholeFile(path, limit);
+    return ReadWholeFile(calls, path, limit);
   } catch (const Failure&) {
     return std::nullopt;
   }
@@ -208,10 +207,10 @@ void WriteAll(SystemCalls& calls, HANDLE file, std::string_view bytes) {
   }
 }
 
-FileWriter::FileWriter(const std::wstring& path, DWORD sharing) : path_(path) {
+FileWriter::FileWriter(SystemCalls& calls, const std::wstring& path, DWORD sharing)
+    : calls_(calls), path_(path) {
   const ExtendedPath extended(path);
-  file_.Reset(CreateFileW(extended.Get(), GENERIC_WRITE, sharing, nullptr, CREATE_ALWAYS,
-                          FILE_ATTRIBUTE_NORMAL, nullptr));
+  file_.Reset(calls_.Create(extended, {GENERIC_WRITE, sharing, CREATE_ALWAYS}));
   if (!file_) {
     code_ = GetLastError();
   }
@@ -222,8 +221,7 @@ void FileWriter::Write(std::string_view bytes) {
     return;
   }
   try {
-    SystemCalls calls;
-    WriteAll(calls, file_.Get(), bytes);
+    WriteAll(calls_, file_.Get(), bytes);
   } catch (const Failure& failure) {
     code_ = failure.code;
   }
@@ -236,7 +234,7 @@ void FileWriter::Fail(DWORD code) {
 }
 
 void FileWriter::Finish(const wchar_t* step) {
-  if (file_ && !CloseHandle(file_.Release())) {
+  if (file_ && !calls_.Close(file_.Release())) {
     Fail(GetLastError());
   }
   if (code_ != ERROR_SUCCESS) {
@@ -244,25 +242,27 @@ void FileWriter::Finish(const wchar_t* step) {
   }
 }
 
-void WriteWholeFile(const std::wstring& path, std::string_view bytes) {
-  FileWriter file(path, FILE_SHARE_READ | FILE_SHARE_WRITE);
+void WriteWholeFile(SystemCalls& calls, const std::wstring& path, std::string_view bytes) {
+  FileWriter file(calls, path, FILE_SHARE_READ | FILE_SHARE_WRITE);
   file.Write(bytes);
   file.Finish(L"write");
 }
 
-void RenameFile(const std::wstring& source, const std::wstring& target, DWORD flags) {
+void RenameFile(SystemCalls& calls, const std::wstring& source, const std::wstring& target,
+                DWORD flags) {
   const ExtendedPath from(source);
   const ExtendedPath to(target);
-  if (!MoveFileExW(from.Get(), to.Get(), flags)) {
+  if (!calls.Move(from, to, flags)) {
     ThrowLastError(L"rename", target);
   }
 }
 
-void ClearReadOnly(const std::wstring& path) {
-  const std::wstring extended = ExtendedPath(path).Text();
-  const DWORD attributes = GetFileAttributesW(extended.c_str());
-  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
-    SetFileAttributesW(extended.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+void ClearReadOnly(SystemCalls& calls, const std::wstring& path) {
+  constexpr DWORD kMark = FILE_ATTRIBUTE_READONLY;
+  const ExtendedPath extended(path);
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (calls.GetAttributes(extended, &data) && (data.dwFileAttributes & kMark) != 0) {
+    calls.SetAttributes(extended, data.dwFileAttributes & ~kMark);
   }
 }
 
@@ -273,13 +273,21 @@ void CreateDirectories(SystemCalls& calls, const std::wstring& path) {
   }
 }
 
-bool ExpandEnvironment(const std::wstring& text, std::wstring& expanded) {
-  const DWORD size = ExpandEnvironmentStringsW(text.c_str(), nullptr, 0);
+std::wstring ReadProfileText(SystemCalls& calls, const std::wstring& path, const wchar_t* section,
+                             const wchar_t* key) {
+  constexpr DWORD kSize = 32768;  // characters, the terminating zero included
+  std::wstring text(kSize, L'\0');
+  text.resize(calls.ReadProfileText(section, key, L"", text.data(), kSize, path));
+  return text;
+}
+
+bool ExpandEnvironment(SystemCalls& calls, const std::wstring& text, std::wstring& expanded) {
+  const DWORD size = calls.ExpandText(text, nullptr, 0);
   if (size == 0) {
     return false;
   }
   expanded.resize(size);
-  const DWORD written = ExpandEnvironmentStringsW(text.c_str(), expanded.data(), size);
+  const DWORD written = calls.ExpandText(text, expanded.data(), size);
   if (written == 0 || written > size) {
     expanded.clear();
     return false;

@@ -27,26 +27,27 @@ struct FileEntry {
 /// values come from the file itself, or from its directory entry when another program has it open
 /// without sharing. Throws Failure `step` with the path and the Windows code, also when nothing
 /// exists there.
-FileEntry QueryEntry(const std::wstring& path, const wchar_t* step);
+FileEntry QueryEntry(SystemCalls& calls, const std::wstring& path, const wchar_t* step);
 
 /// Returns the same, or nothing where QueryEntry throws.
-std::optional<FileEntry> QueryEntryQuietly(const std::wstring& path);
+std::optional<FileEntry> QueryEntryQuietly(SystemCalls& calls, const std::wstring& path);
 
 /// Returns only the kind, with symbolic links followed. It is Absent for file not found (2), path
 /// not found (3), bad network path (53), invalid name (123) and a parent that is not a directory
 /// (267). Throws Failure "status" with the path and the Windows code for any other error.
-FileKind QueryFileKind(const std::wstring& path);
+FileKind QueryFileKind(SystemCalls& calls, const std::wstring& path);
 
 /// Returns the same, or Absent for every error.
-FileKind QueryFileKindQuietly(const std::wstring& path) noexcept;
+FileKind QueryFileKindQuietly(SystemCalls& calls, const std::wstring& path) noexcept;
 
 /// Reads a whole file of at most `limit` bytes. Throws Failure "read" with the path and the Windows
 /// code when it cannot be opened or read completely; a larger file fails with ERROR_FILE_TOO_LARGE
 /// before any byte is read. Throws std::bad_alloc when the file does not fit into memory.
-std::string ReadWholeFile(const std::wstring& path, std::uint64_t limit);
+std::string ReadWholeFile(SystemCalls& calls, const std::wstring& path, std::uint64_t limit);
 
 /// Returns the same, or nothing where ReadWholeFile throws Failure.
-std::optional<std::string> ReadFileIfPossible(const std::wstring& path, std::uint64_t limit);
+std::optional<std::string> ReadFileIfPossible(SystemCalls& calls, const std::wstring& path,
+                                              std::uint64_t limit);
 
 /// Fills `bytes`, at its present size, from the handle's position. Throws Failure "read" with the
 /// Windows code; ERROR_HANDLE_EOF when there are fewer.
@@ -61,7 +62,7 @@ void WriteAll(SystemCalls& calls, HANDLE file, std::string_view bytes);
 class FileWriter {
  public:
   /// Creates or truncates the file.
-  explicit FileWriter(const std::wstring& path, DWORD sharing = FILE_SHARE_READ);
+  FileWriter(SystemCalls& calls, const std::wstring& path, DWORD sharing = FILE_SHARE_READ);
 
   void Write(std::string_view bytes);
 
@@ -73,6 +74,7 @@ class FileWriter {
   void Finish(const wchar_t* step);
 
  private:
+  SystemCalls& calls_;
   std::wstring path_;
   FileHandle file_;
   DWORD code_ = ERROR_SUCCESS;
@@ -80,21 +82,29 @@ class FileWriter {
 
 /// Creates or truncates the file and writes the bytes. Throws Failure "write" with the path and the
 /// Windows code.
-void WriteWholeFile(const std::wstring& path, std::string_view bytes);
+void WriteWholeFile(SystemCalls& calls, const std::wstring& path, std::string_view bytes);
 
 /// Renames a file; `flags` are those of MoveFileExW and decide whether it replaces an existing one.
 /// Throws Failure "rename" with the target's path and the Windows code.
-void RenameFile(const std::wstring& source, const std::wstring& target, DWORD flags);
+void RenameFile(SystemCalls& calls, const std::wstring& source, const std::wstring& target,
+                DWORD flags);
 
 /// Clears the read-only attribute if it is set. Ignores failures.
-void ClearReadOnly(const std::wstring& path);
+void ClearReadOnly(SystemCalls& calls, const std::wstring& path);
 
 /// Creates a directory with all missing parents, unless it exists. Throws Failure
 /// "create_directories" with `path` and the code of the call that failed first.
 void CreateDirectories(SystemCalls& calls, const std::wstring& path);
 
+/// Reads a text of a profile file ("INI"), at most 32,767 characters of it. Returns an empty text
+/// when the file, the section or the key is absent or unreadable. `path` must be a full path: for a
+/// bare name Windows would look in its own folder.
+std::wstring ReadProfileText(SystemCalls& calls, const std::wstring& path, const wchar_t* section,
+                             const wchar_t* key);
+
 /// Expands %NAME% from the process environment; an undefined name is kept as written. Returns false
 /// when Windows cannot expand the text.
-[[nodiscard]] bool ExpandEnvironment(const std::wstring& text, std::wstring& expanded);
+[[nodiscard]] bool ExpandEnvironment(SystemCalls& calls, const std::wstring& text,
+                                     std::wstring& expanded);
 
 }  // namespace kestrune

@@ -65,11 +65,6 @@ std::string Sha256(SystemCalls& calls, std::string_view bytes) {
   return hasher.Digest();
 }
 
-std::string Sha256(std::string_view bytes) {
-  SystemCalls calls;
-  return Sha256(calls, bytes);
-}
-
 std::string Sha256OfFile(SystemCalls& calls, HANDLE file) {
   Hasher hasher(calls);
   std::vector<char> buffer(kChunk);
@@ -90,11 +85,6 @@ std::string Sha256OfFile(SystemCalls& calls, const ExtendedPath& path) {
     ThrowLastError(L"Open file");
   }
   return Sha256OfFile(calls, file.Get());
-}
-
-std::string Sha256OfFile(const std::wstring& path) {
-  SystemCalls calls;
-  return Sha256OfFile(calls, ExtendedPath(path));
 }
 
 }  // namespace kestrune

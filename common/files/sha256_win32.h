@@ -17,7 +17,6 @@ namespace kestrune {
 /// "SHA256 unavailable." without a code when it lacks SHA-256 or fails.
 
 std::string Sha256(SystemCalls& calls, std::string_view bytes);
-std::string Sha256(std::string_view bytes);
 
 /// Returns the digest of the rest of an open file, from the handle's position to its end. Throws
 /// Failure "Read file" with the Windows code when the file cannot be read.
@@ -26,6 +25,5 @@ std::string Sha256OfFile(SystemCalls& calls, HANDLE file);
 /// Returns the digest of a whole file, opened for reading and sharing everything. Throws Failure
 /// "Open file" with the Windows code when it cannot be opened.
 std::string Sha256OfFile(SystemCalls& calls, const ExtendedPath& path);
-std::string Sha256OfFile(const std::wstring& path);
 
 }  // namespace kestrune

@@ -35,7 +35,7 @@ bool IsDots(const wchar_t* name) {
 }
 
 /// Returns the entry of a path in its directory listing.
-std::optional<WIN32_FIND_DATAW> ReadListing(const ExtendedPath& path, SystemCalls& calls) {
+std::optional<WIN32_FIND_DATAW> ReadListing(SystemCalls& calls, const ExtendedPath& path) {
   WIN32_FIND_DATAW entry{};
   const FindHandle find(calls.FindFirst(path, &entry));
   return find ? std::optional(entry) : std::nullopt;
@@ -48,21 +48,21 @@ struct Look {
   bool is_link = false;
 };
 
-Look LookAt(const ExtendedPath& path, SystemCalls& calls) {
+Look LookAt(SystemCalls& calls, const ExtendedPath& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (!calls.GetAttributes(path, &data)) {
     return {GetLastError()};
   }
   Look look{ERROR_SUCCESS, data.dwFileAttributes};
   if ((look.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-    const auto listed = ReadListing(path, calls);
+    const auto listed = ReadListing(calls, path);
     look.is_link = IsLink(look.attributes, listed ? listed->dwReserved0 : 0);
   }
   return look;
 }
 
 /// Returns the stat of an open handle, since its path may denote another entry by now.
-Look LookThrough(const FileHandle& handle, SystemCalls& calls) {
+Look LookThrough(SystemCalls& calls, const FileHandle& handle) {
   BY_HANDLE_FILE_INFORMATION information{};
   if (!calls.GetInformation(handle.Get(), &information)) {
     return {GetLastError()};
@@ -76,7 +76,7 @@ Look LookThrough(const FileHandle& handle, SystemCalls& calls) {
   return look;
 }
 
-FileHandle OpenDirectory(const ExtendedPath& path, SystemCalls& calls) {
+FileHandle OpenDirectory(SystemCalls& calls, const ExtendedPath& path) {
   // The sharing mode takes effect only with a right to the content; a right to the attributes is
   // not enough.
   return FileHandle(
@@ -168,7 +168,7 @@ class Removal {
   /// Opens a directory and keeps it open while its entries are removed. If it has become a link or
   /// a file, removes that; if it has disappeared, succeeds.
   void Enter(const ExtendedPath& path) {
-    FileHandle handle = OpenDirectory(path, calls_);
+    FileHandle handle = OpenDirectory(calls_, path);
     if (!handle) {
       const DWORD code = GetLastError();
       if (!MeansAbsent(code)) {
@@ -176,7 +176,7 @@ class Removal {
       }
       return;
     }
-    const Look look = LookThrough(handle, calls_);
+    const Look look = LookThrough(calls_, handle);
     if (look.code != ERROR_SUCCESS) {
       Fail(path, look.code);
     }
@@ -225,23 +225,23 @@ class Removal {
 
 }  // namespace
 
-FileHandle HoldRealDirectory(const std::wstring& path, SystemCalls& calls) {
+FileHandle HoldRealDirectory(SystemCalls& calls, const std::wstring& path) {
   const ExtendedPath extended(path);
-  FileHandle handle = OpenDirectory(extended, calls);
+  FileHandle handle = OpenDirectory(calls, extended);
   if (!handle) {
     const DWORD code = GetLastError();
     throw Failure{L"open", code, path};
   }
   // The path is checked too, since some systems follow the link despite the flag.
-  if (LookThrough(handle, calls).is_link || LookAt(extended, calls).is_link) {
+  if (LookThrough(calls, handle).is_link || LookAt(calls, extended).is_link) {
     throw Failure{L"A link is in the place of a folder", kReparsePointEncountered, path};
   }
   return handle;
 }
 
-void RemoveTree(const std::wstring& path, SystemCalls& calls) {
+void RemoveTree(SystemCalls& calls, const std::wstring& path) {
   const ExtendedPath root(path);
-  const Look look = LookAt(root, calls);
+  const Look look = LookAt(calls, root);
   if (look.code != ERROR_SUCCESS) {
     if (MeansAbsent(look.code)) {
       return;

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "common/log/clock_time.h"
+#include "common/system/system_calls_win32.h"
 
 namespace kestrune {
 
@@ -12,15 +13,15 @@ inline ClockTime ClockTimeFrom(const SYSTEMTIME& time) {
 }
 
 /// Returns the current local time.
-inline ClockTime LocalTimeNow() {
+inline ClockTime LocalTimeNow(SystemCalls& calls) {
   SYSTEMTIME now{};
-  GetLocalTime(&now);
+  calls.GetLocalClock(&now);
   return ClockTimeFrom(now);
 }
 
-inline ClockTime UtcTimeNow() {
+inline ClockTime UtcTimeNow(SystemCalls& calls) {
   SYSTEMTIME now{};
-  GetSystemTime(&now);
+  calls.GetUtcClock(&now);
   return ClockTimeFrom(now);
 }
 

@@ -15,43 +15,42 @@ namespace {
 
 constexpr LONGLONG kLargestLog = 0x100000;
 
-void AppendLine(const std::wstring& path, std::string_view line) {
+void AppendLine(SystemCalls& calls, const std::wstring& path, std::string_view line) {
   // Write sharing is denied: a second writer drops its entry instead of interleaving it with this
   // one.
-  const FileHandle file(CreateFileW(ExtendedPath(path).Get(), GENERIC_WRITE, FILE_SHARE_READ,
-                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const FileHandle file(
+      calls.Create(ExtendedPath(path), {GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS}));
   LARGE_INTEGER size{};
-  if (!file || !GetFileSizeEx(file.Get(), &size)) {
+  if (!file || !calls.GetSize(file.Get(), &size)) {
     return;
   }
   const bool starts_over = size.QuadPart + static_cast<LONGLONG>(line.size()) > kLargestLog;
-  if (!SetFilePointerEx(file.Get(), {}, nullptr, starts_over ? FILE_BEGIN : FILE_END) ||
-      (starts_over && !SetEndOfFile(file.Get()))) {
+  if (!calls.SetPointer(file.Get(), {}, nullptr, starts_over ? FILE_BEGIN : FILE_END) ||
+      (starts_over && !calls.SetEnd(file.Get()))) {
     return;
   }
   DWORD written = 0;
-  WriteFile(file.Get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+  calls.Write(file.Get(), line.data(), static_cast<DWORD>(line.size()), &written);
 }
 
 }  // namespace
 
-std::wstring LogFilePath() {
+std::wstring LogFilePath(SystemCalls& calls) {
   std::wstring local;
   std::wstring error_text;
-  if (!LocalAppDataDirectory(local, error_text)) {
+  if (!LocalAppDataDirectory(calls, local, error_text)) {
     return {};
   }
   return JoinPath({local, kProductFolder, kLogFolder, kLogFile});
 }
 
-void WriteLogEntry(std::wstring_view stage, std::wstring_view detail) noexcept {
+void WriteLogEntry(SystemCalls& calls, std::wstring_view stage, std::wstring_view detail) noexcept {
   const LastErrorKeeper keeper;
   try {
-    const std::wstring path = LogFilePath();
+    const std::wstring path = LogFilePath(calls);
     if (!path.empty()) {
-      SystemCalls calls;
       CreateDirectories(calls, std::wstring(ParentPath(path)));
-      AppendLine(path, FormatLogLine(LocalTimeNow(), stage, detail));
+      AppendLine(calls, path, FormatLogLine(LocalTimeNow(calls), stage, detail));
     }
   } catch (...) {
     // The log is optional: an export must not fail because the log's folder or memory for it is

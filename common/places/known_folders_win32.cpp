@@ -1,6 +1,5 @@
 #include "common/places/known_folders_win32.h"
 
-#include <initguid.h>
 #include <windows.h>
 #include <knownfolders.h>
 #include <sddl.h>
@@ -16,78 +15,65 @@
 namespace kestrune {
 namespace {
 
-bool AppDataDirectory(const wchar_t* name, const KNOWNFOLDERID& fallback, std::wstring& path,
-                      std::wstring& error_text, FolderCalls& calls) {
-  error_text.clear();
-  std::wstring profile;
-  if (calls.ProfileFromList(profile) || calls.ShellFolder(FOLDERID_Profile, 0, profile)) {
-    path = JoinPath({profile, L"AppData", name});
-    return true;
-  }
-  error_text = L"Cannot determine the current Windows user profile directory.";
-  return calls.ShellFolder(fallback, 0, path);
-}
-
-}  // namespace
-
-bool FolderCalls::ShellFolder(const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) {
+/// False also for an empty path.
+bool ShellFolder(SystemCalls& calls, const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) {
   TaskText text;
-  if (FAILED(SHGetKnownFolderPath(folder, flags, nullptr, text.Put())) || !text) {
+  if (FAILED(calls.GetKnownFolder(folder, flags, text.Put())) || !text) {
     return false;
   }
   path = text.Get();
   return !path.empty();
 }
 
-bool FolderCalls::ProfileFromList(std::wstring& profile) {
+/// The profile directory as the system's own profile list has it for the process's user.
+bool ProfileFromList(SystemCalls& calls, std::wstring& profile) {
   ProcessUser user;
   LocalMemory<wchar_t> sid;
-  if (!user.Read(GetCurrentProcess()) || !ConvertSidToStringSidW(user.Sid(), sid.Put())) {
+  if (!user.Read(calls, GetCurrentProcess()) || !ConvertSidToStringSidW(user.Sid(), sid.Put())) {
     return false;
   }
   const std::wstring name =
       std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\") + sid.Get();
   RegistryKey key;
   DWORD type = 0;
-  SystemCalls calls;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, name.c_str(), 0, KEY_READ, key.Put()) != ERROR_SUCCESS ||
+  if (calls.OpenKey(HKEY_LOCAL_MACHINE, name, KEY_READ, key.Put()) != ERROR_SUCCESS ||
       !ReadRegistryText(calls, key.Get(), L"ProfileImagePath", profile, type)) {
     return false;
   }
-  return (type == REG_SZ || ExpandEnvironment(std::wstring(profile), profile)) && !profile.empty();
+  return (type == REG_SZ || ExpandEnvironment(calls, std::wstring(profile), profile)) &&
+         !profile.empty();
 }
 
-bool LocalAppDataDirectory(std::wstring& path, std::wstring& error_text, FolderCalls& calls) {
-  return AppDataDirectory(L"Local", FOLDERID_LocalAppData, path, error_text, calls);
+bool AppDataDirectory(SystemCalls& calls, const wchar_t* name, const KNOWNFOLDERID& fallback,
+                      std::wstring& path, std::wstring& error_text) {
+  error_text.clear();
+  std::wstring profile;
+  if (ProfileFromList(calls, profile) || ShellFolder(calls, FOLDERID_Profile, 0, profile)) {
+    path = JoinPath({profile, L"AppData", name});
+    return true;
+  }
+  error_text = L"Cannot determine the current Windows user profile directory.";
+  return ShellFolder(calls, fallback, 0, path);
 }
 
-bool LocalAppDataDirectory(std::wstring& path, std::wstring& error_text) {
-  FolderCalls calls;
-  return LocalAppDataDirectory(path, error_text, calls);
+}  // namespace
+
+bool LocalAppDataDirectory(SystemCalls& calls, std::wstring& path, std::wstring& error_text) {
+  return AppDataDirectory(calls, L"Local", FOLDERID_LocalAppData, path, error_text);
 }
 
-bool RoamingAppDataDirectory(std::wstring& path, std::wstring& error_text, FolderCalls& calls) {
-  return AppDataDirectory(L"Roaming", FOLDERID_RoamingAppData, path, error_text, calls);
+bool RoamingAppDataDirectory(SystemCalls& calls, std::wstring& path, std::wstring& error_text) {
+  return AppDataDirectory(calls, L"Roaming", FOLDERID_RoamingAppData, path, error_text);
 }
 
-bool RoamingAppDataDirectory(std::wstring& path, std::wstring& error_text) {
-  FolderCalls calls;
-  return RoamingAppDataDirectory(path, error_text, calls);
-}
-
-bool TemporaryRoot(std::wstring& path, std::wstring& error_text, FolderCalls& calls) {
+bool TemporaryRoot(SystemCalls& calls, std::wstring& path, std::wstring& error_text) {
   std::wstring documents;
-  if (!calls.ShellFolder(FOLDERID_PublicDocuments, KF_FLAG_CREATE, documents)) {
+  if (!ShellFolder(calls, FOLDERID_PublicDocuments, KF_FLAG_CREATE, documents)) {
     error_text = L"Cannot locate the Public Documents directory.";
     return false;
   }
   path = JoinPath({documents, kProductFolder, kTemporaryFolder});
   return true;
-}
-
-bool TemporaryRoot(std::wstring& path, std::wstring& error_text) {
-  FolderCalls calls;
-  return TemporaryRoot(path, error_text, calls);
 }
 
 std::wstring RuntimeRoot(const std::wstring& local_app_data) {

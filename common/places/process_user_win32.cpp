@@ -9,18 +9,18 @@ constexpr DWORD kLargestTokenUser = 65536;
 
 }  // namespace
 
-bool ProcessUser::Read(HANDLE process) {
+bool ProcessUser::Read(SystemCalls& calls, HANDLE process) {
   KernelHandle token;
-  if (!OpenProcessToken(process, TOKEN_QUERY, token.Put())) {
+  if (!calls.OpenToken(process, TOKEN_QUERY, token.Put())) {
     return false;
   }
   DWORD size = 0;
-  GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);
+  calls.GetTokenData(token.Get(), TokenUser, nullptr, 0, &size);
   if (size == 0 || size > kLargestTokenUser) {
     return false;
   }
   buffer_.resize(size);
-  return GetTokenInformation(token.Get(), TokenUser, buffer_.data(), size, &size) != FALSE;
+  return calls.GetTokenData(token.Get(), TokenUser, buffer_.data(), size, &size) != FALSE;
 }
 
 PSID ProcessUser::Sid() const {

@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "common/system/system_calls_win32.h"
+
 namespace kestrune {
 
 /// Holds the user of a process in a TOKEN_USER record, whose SID points into the same buffer.
@@ -11,7 +13,7 @@ class ProcessUser {
  public:
   /// Reads the user of `process` (a handle with query rights). Returns false when the token cannot
   /// be opened or read, or its size is not within 1 to 65,536 bytes.
-  [[nodiscard]] bool Read(HANDLE process);
+  [[nodiscard]] bool Read(SystemCalls& calls, HANDLE process);
 
   /// Returns the user's SID, valid as long as this object. Requires a successful Read.
   [[nodiscard]] PSID Sid() const;

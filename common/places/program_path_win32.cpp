@@ -2,9 +2,9 @@
 
 namespace kestrune {
 
-std::wstring ProgramPath(DWORD capacity) {
+std::wstring ProgramPath(SystemCalls& calls, DWORD capacity) {
   std::wstring path(capacity, L'\0');
-  const DWORD length = GetModuleFileNameW(nullptr, path.data(), capacity);
+  const DWORD length = calls.GetProgramPath(path.data(), capacity);
   path.resize(length < capacity ? length : 0);
   return path;
 }

@@ -78,6 +78,10 @@ UINT SystemCalls::MakeTemporaryFile(const wchar_t* folder, const wchar_t* prefix
   return GetTempFileNameW(folder, prefix, 0, name);
 }
 
+BOOL SystemCalls::Close(HANDLE file) {
+  return CloseHandle(file);
+}
+
 BOOL SystemCalls::GetSize(HANDLE file, LARGE_INTEGER* size) {
   return GetFileSizeEx(file, size);
 }
@@ -223,6 +227,22 @@ HRESULT SystemCalls::GetKnownFolder(const KNOWNFOLDERID& folder, DWORD flags, wc
   return SHGetKnownFolderPath(folder, flags, nullptr, path);
 }
 
+HRESULT SystemCalls::GetShellFolder(int folder, wchar_t* path) {
+  return SHGetFolderPathW(nullptr, folder, nullptr, 0, path);
+}
+
+DWORD SystemCalls::ExpandText(const std::wstring& text, wchar_t* expanded, DWORD size) {
+  return ExpandEnvironmentStringsW(text.c_str(), expanded, size);
+}
+
+DWORD SystemCalls::GetProgramPath(wchar_t* path, DWORD size) {
+  return GetModuleFileNameW(nullptr, path, size);
+}
+
+BOOL SystemCalls::GetUser(wchar_t* name, DWORD* size) {
+  return GetUserNameW(name, size);
+}
+
 HANDLE SystemCalls::SnapshotProcesses() {
   return CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
 }
@@ -237,6 +257,18 @@ BOOL SystemCalls::NextProcess(HANDLE snapshot, PROCESSENTRY32W* entry) {
 
 HANDLE SystemCalls::OpenProcess(DWORD access, DWORD process_id) {
   return ::OpenProcess(access, FALSE, process_id);
+}
+
+DWORD SystemCalls::GetId(HANDLE process) {
+  return GetProcessId(process);
+}
+
+BOOL SystemCalls::GetSession(DWORD process_id, DWORD* session) {
+  return ProcessIdToSessionId(process_id, session);
+}
+
+DWORD SystemCalls::WaitForEnd(HANDLE process, DWORD milliseconds) {
+  return WaitForSingleObject(process, milliseconds);
 }
 
 BOOL SystemCalls::GetCreationTime(HANDLE process, FILETIME* time) {
@@ -259,6 +291,20 @@ BOOL SystemCalls::OpenToken(HANDLE process, DWORD access, HANDLE* token) {
 BOOL SystemCalls::GetTokenData(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* data, DWORD size,
                                DWORD* needed) {
   return GetTokenInformation(token, kind, data, size, needed);
+}
+
+void SystemCalls::GetLocalClock(SYSTEMTIME* time) {
+  GetLocalTime(time);
+}
+
+void SystemCalls::GetUtcClock(SYSTEMTIME* time) {
+  GetSystemTime(time);
+}
+
+LONGLONG SystemCalls::GetCounter() {
+  LARGE_INTEGER counter{};
+  QueryPerformanceCounter(&counter);
+  return counter.QuadPart;
 }
 
 ULONGLONG SystemCalls::GetTicks() {

@@ -20,12 +20,13 @@ struct FileOpening {
   SECURITY_ATTRIBUTES* security = nullptr;
 };
 
-/// Makes all calls to Windows for files, the registry, known folders, digests, processes and time.
-/// Each function makes exactly the call that its comment names.
+/// Makes all calls to Windows for files, the registry, known folders, digests, processes and time;
+/// tests/checks/doors refuses them anywhere else. Each function makes exactly the call that its
+/// comment names.
 ///
 /// A call on files, security, digests or processes that fails leaves its code in the thread's last
 /// error, which the caller reads in the very next statement. A registry call returns its code, the
-/// shell's call an HRESULT. One object is created at the start and passed down. Tests derive from
+/// shell's calls an HRESULT. One object is created at the start and passed down. Tests derive from
 /// it to simulate conditions that a test machine cannot produce: another owner, a failing write, a
 /// replacement that stops half way, the end of the process at any call.
 class SystemCalls {
@@ -75,6 +76,8 @@ class SystemCalls {
 
   // Open files
 
+  /// CloseHandle, for a caller whom a failure concerns. The handle is gone whatever it returns.
+  virtual BOOL Close(HANDLE file);
   /// GetFileSizeEx.
   virtual BOOL GetSize(HANDLE file, LARGE_INTEGER* size);
   /// GetFileInformationByHandle.
@@ -160,10 +163,21 @@ class SystemCalls {
   /// RegDeleteValueW.
   virtual LSTATUS DeleteValue(HKEY key, const std::wstring& name);
 
-  // Folders and processes
+  // Folders and the environment
 
   /// SHGetKnownFolderPath; the text is freed with CoTaskMemFree.
   virtual HRESULT GetKnownFolder(const KNOWNFOLDERID& folder, DWORD flags, wchar_t** path);
+  /// SHGetFolderPathW. `path` has MAX_PATH units.
+  virtual HRESULT GetShellFolder(int folder, wchar_t* path);
+  /// ExpandEnvironmentStringsW.
+  virtual DWORD ExpandText(const std::wstring& text, wchar_t* expanded, DWORD size);
+  /// GetModuleFileNameW of this program.
+  virtual DWORD GetProgramPath(wchar_t* path, DWORD size);
+  /// GetUserNameW.
+  virtual BOOL GetUser(wchar_t* name, DWORD* size);
+
+  // Processes
+
   /// CreateToolhelp32Snapshot of all processes. INVALID_HANDLE_VALUE when it fails.
   virtual HANDLE SnapshotProcesses();
   /// Process32FirstW.
@@ -172,6 +186,12 @@ class SystemCalls {
   virtual BOOL NextProcess(HANDLE snapshot, PROCESSENTRY32W* entry);
   /// OpenProcess without inheritance. Null when it fails.
   virtual HANDLE OpenProcess(DWORD access, DWORD process_id);
+  /// GetProcessId.
+  virtual DWORD GetId(HANDLE process);
+  /// ProcessIdToSessionId.
+  virtual BOOL GetSession(DWORD process_id, DWORD* session);
+  /// WaitForSingleObject.
+  virtual DWORD WaitForEnd(HANDLE process, DWORD milliseconds);
   /// GetProcessTimes, only the time of creation.
   virtual BOOL GetCreationTime(HANDLE process, FILETIME* time);
   /// GetExitCodeProcess.
@@ -186,6 +206,12 @@ class SystemCalls {
 
   // Time
 
+  /// GetLocalTime.
+  virtual void GetLocalClock(SYSTEMTIME* time);
+  /// GetSystemTime.
+  virtual void GetUtcClock(SYSTEMTIME* time);
+  /// QueryPerformanceCounter, which never fails.
+  virtual LONGLONG GetCounter();
   /// GetTickCount64: milliseconds since the system started.
   virtual ULONGLONG GetTicks();
   /// Sleep.

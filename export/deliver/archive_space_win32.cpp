@@ -13,7 +13,7 @@ namespace {
 
 /// Returns the root of the drive that holds the folder, after links are resolved; empty for a share
 /// or a volume without a drive letter.
-std::wstring DriveOf(const ExtendedPath& folder, SystemCalls& calls) {
+std::wstring DriveOf(SystemCalls& calls, const ExtendedPath& folder) {
   constexpr std::wstring_view prefix = L"\\\\?\\";
   const FileHandle handle(
       calls.Create(folder, {0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -28,15 +28,15 @@ std::wstring DriveOf(const ExtendedPath& folder, SystemCalls& calls) {
   return has_drive ? path.substr(prefix.size(), 2) + L"\\" : std::wstring();
 }
 
-bool IsLocal(const ExtendedPath& folder, SystemCalls& calls) {
-  const std::wstring drive = DriveOf(folder, calls);
+bool IsLocal(SystemCalls& calls, const ExtendedPath& folder) {
+  const std::wstring drive = DriveOf(calls, folder);
   const UINT kind = drive.empty() ? DRIVE_UNKNOWN : calls.GetDriveKind(drive);
   return kind == DRIVE_FIXED || kind == DRIVE_REMOVABLE || kind == DRIVE_RAMDISK;
 }
 
 /// Returns the size of a plain file; nothing for a directory, a link, or a compressed or sparse
 /// file.
-std::optional<std::uint64_t> PlainSize(const std::wstring& path, SystemCalls& calls) {
+std::optional<std::uint64_t> PlainSize(SystemCalls& calls, const std::wstring& path) {
   constexpr DWORD others = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT |
                            FILE_ATTRIBUTE_COMPRESSED | FILE_ATTRIBUTE_SPARSE_FILE;
   WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -48,15 +48,15 @@ std::optional<std::uint64_t> PlainSize(const std::wstring& path, SystemCalls& ca
 
 }  // namespace
 
-bool LacksSpaceToOverwrite(const std::wstring& native_zip, const std::wstring& destination,
-                           SystemCalls& calls) {
-  const std::optional<std::uint64_t> former = PlainSize(destination, calls);
-  const std::optional<std::uint64_t> size = PlainSize(native_zip, calls);
+bool LacksSpaceToOverwrite(SystemCalls& calls, const std::wstring& native_zip,
+                           const std::wstring& destination) {
+  const std::optional<std::uint64_t> former = PlainSize(calls, destination);
+  const std::optional<std::uint64_t> size = PlainSize(calls, native_zip);
   const ExtendedPath folder(JoinPath(ParentPath(destination), L""));
   ULARGE_INTEGER available{};
   ULARGE_INTEGER total{};
   DWORD cluster = 0;
-  if (!former || !size || !IsLocal(folder, calls) || !calls.GetSpace(folder, &available, &total) ||
+  if (!former || !size || !IsLocal(calls, folder) || !calls.GetSpace(folder, &available, &total) ||
       total.QuadPart == 0 || !calls.GetClusterSize(folder, &cluster) || cluster == 0) {
     return false;
   }

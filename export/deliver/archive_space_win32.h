@@ -10,7 +10,7 @@ namespace kestrune {
 /// `destination`. Copying truncates the old archive first, so a failed copy would leave the user
 /// with neither. Returns false when it is not certain (no file at the destination, a link, a share,
 /// a compressed file, a file system that does not report its free space); the copy is then tried.
-bool LacksSpaceToOverwrite(const std::wstring& native_zip, const std::wstring& destination,
-                           SystemCalls& calls);
+bool LacksSpaceToOverwrite(SystemCalls& calls, const std::wstring& native_zip,
+                           const std::wstring& destination);
 
 }  // namespace kestrune

@@ -28,13 +28,14 @@ class ClipboardSession {
   bool open_;
 };
 
-bool CopyInto(const GlobalMemory& block, std::size_t offset, const void* bytes, std::size_t size) {
-  auto* const memory = static_cast<char*>(GlobalLock(block.Get()));
+bool CopyInto(Desktop& desktop, const GlobalMemory& block, std::size_t offset, const void* bytes,
+              std::size_t size) {
+  auto* const memory = static_cast<char*>(desktop.Lock(block.Get()));
   if (memory == nullptr) {
     return false;
   }
   std::memcpy(memory + offset, bytes, size);
-  GlobalUnlock(block.Get());
+  desktop.Unlock(block.Get());
   return true;
 }
 
@@ -59,9 +60,9 @@ bool PlaceZipOnClipboard(const std::wstring& path, Desktop& desktop, std::wstrin
   const std::size_t path_size = 2 * path.size() + 2;
   GlobalMemory drop(desktop.Allocate(sizeof header + path_size + 2));
   GlobalMemory text(desktop.Allocate(path_size));
-  if (!drop || !text || !CopyInto(drop, 0, &header, sizeof header) ||
-      !CopyInto(drop, sizeof header, path.c_str(), path_size) ||
-      !CopyInto(text, 0, path.c_str(), path_size)) {
+  if (!drop || !text || !CopyInto(desktop, drop, 0, &header, sizeof header) ||
+      !CopyInto(desktop, drop, sizeof header, path.c_str(), path_size) ||
+      !CopyInto(desktop, text, 0, path.c_str(), path_size)) {
     error_text = L"Cannot allocate Clipboard data.";
     return false;
   }

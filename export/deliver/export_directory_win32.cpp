@@ -9,25 +9,26 @@
 namespace kestrune {
 namespace {
 
-bool IsWritable(const std::wstring& directory) {
-  const std::wstring name = L".kestrune_write_test_" + Decimal(GetTickCount64()) + L"_" +
+bool IsWritable(SystemCalls& calls, const std::wstring& directory) {
+  const std::wstring name = L".kestrune_write_test_" + Decimal(calls.GetTicks()) + L"_" +
                             Decimal(GetCurrentProcessId()) + L".tmp";
-  const FileHandle probe(
-      CreateFileW(ExtendedPath(JoinPath(directory, name)).Get(), GENERIC_WRITE, 0, nullptr,
-                  CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+  const FileHandle probe(calls.Create(
+      ExtendedPath(JoinPath(directory, name)),
+      {GENERIC_WRITE, 0, CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE}));
   return static_cast<bool>(probe);
 }
 
 }  // namespace
 
-bool PrepareExportDirectory(const std::wstring& written, std::wstring& prepared) {
+bool PrepareExportDirectory(SystemCalls& calls, const std::wstring& written,
+                            std::wstring& prepared) {
   std::wstring expanded;
-  if (written.empty() || !ExpandEnvironment(written, expanded)) {
+  if (written.empty() || !ExpandEnvironment(calls, written, expanded)) {
     return false;
   }
   prepared = FullPath(expanded);
-  return !prepared.empty() && QueryFileKindQuietly(prepared) == FileKind::Directory &&
-         IsWritable(prepared);
+  return !prepared.empty() && QueryFileKindQuietly(calls, prepared) == FileKind::Directory &&
+         IsWritable(calls, prepared);
 }
 
 }  // namespace kestrune

@@ -10,6 +10,7 @@
 #include "common/files/file_win32.h"
 #include "common/log/log_win32.h"
 #include "common/text/path.h"
+#include "common/places/known_folders_win32.h"
 #include "common/places/product_files.h"
 #include "common/text/text.h"
 #include "common/failure/windows_error_win32.h"
@@ -36,78 +37,80 @@ struct Target {
 };
 
 /// Returns the user's settings; defaults where they cannot be read.
-UserSettings SettingsOrDefaults() {
+UserSettings SettingsOrDefaults(SystemCalls& calls) {
   UserSettings settings;
   try {
     std::wstring settings_path;
     std::wstring error_text;
-    return LoadUserSettings(settings, settings_path, error_text) ? settings : UserSettings();
+    return LoadUserSettings(calls, settings, settings_path, error_text) ? settings : UserSettings();
   } catch (const Failure&) {
     return {};
   }
 }
 
-std::wstring UserName() {
+std::wstring UserName(SystemCalls& calls) {
   wchar_t name[UNLEN + 1] = {};
   DWORD size = UNLEN + 1;
-  return GetUserNameW(name, &size) ? name : L"";
+  return calls.GetUser(name, &size) ? name : L"";
 }
 
 /// Returns the archive's name: that of the board, unless the settings have a usable template.
-std::wstring ChooseName(const std::wstring& name_template, const std::wstring& source_pcb) {
+std::wstring ChooseName(SystemCalls& calls, const std::wstring& name_template,
+                        const std::wstring& source_pcb) {
   const std::wstring_view board = FileStem(source_pcb);
   if (!name_template.empty()) {
-    const std::wstring user = UserName();
-    if (const auto name = ArchiveName(name_template, {board, LocalTimeNow(), user})) {
+    const std::wstring user = UserName(calls);
+    if (const auto name = ArchiveName(name_template, {board, LocalTimeNow(calls), user})) {
       return *name;
     }
-    WriteLogEntry(L"Configured archive name unavailable", name_template);
+    WriteLogEntry(calls, L"Configured archive name unavailable", name_template);
   }
   return std::wstring(board) + L".zip";
 }
 
-Target ChooseTarget(const std::wstring& local_app_data, const std::wstring& source_pcb) {
-  const UserSettings settings = SettingsOrDefaults();
+Target ChooseTarget(SystemCalls& calls, const std::wstring& local_app_data,
+                    const std::wstring& source_pcb) {
+  const UserSettings settings = SettingsOrDefaults(calls);
   Target target;
   target.default_directory = JoinPath({local_app_data, kProductFolder, kDefaultExportFolder});
   target.directory = target.default_directory;
-  target.file_name = ChooseName(settings.archive_name, source_pcb);
+  target.file_name = ChooseName(calls, settings.archive_name, source_pcb);
   const std::wstring& written = settings.export_directory;
   if (written.empty()) {
     return target;
   }
-  WriteLogEntry(L"Configured export directory", written);
+  WriteLogEntry(calls, L"Configured export directory", written);
   std::wstring prepared;
-  if (PrepareExportDirectory(written, prepared)) {
+  if (PrepareExportDirectory(calls, written, prepared)) {
     target.directory = prepared;
     target.is_configured = true;
-    WriteLogEntry(L"Using configured export directory", prepared);
+    WriteLogEntry(calls, L"Using configured export directory", prepared);
   } else {
-    WriteLogEntry(L"Configured export directory unavailable", written);
+    WriteLogEntry(calls, L"Configured export directory unavailable", written);
   }
   return target;
 }
 
 /// Returns where the host writes its archive for the temporary project.
-std::optional<std::wstring> FindNativeArchive(FolderCalls& folders) {
+std::optional<std::wstring> FindNativeArchive(SystemCalls& calls) {
   std::wstring root;
   std::wstring error_text;
-  if (!TemporaryRoot(root, error_text, folders)) {
+  if (!TemporaryRoot(calls, root, error_text)) {
     return std::nullopt;
   }
   return JoinPath({root, kNativeOutputFolder, kNativeArchiveFolder, kNativeArchiveFile});
 }
 
-void RequireArchive(const std::wstring& native_zip) {
+void RequireArchive(SystemCalls& calls, const std::wstring& native_zip) {
   constexpr const wchar_t* text = L"Generated ZIP is missing or empty";
-  const FileEntry entry = QueryEntry(native_zip, text);
+  const FileEntry entry = QueryEntry(calls, native_zip, text);
   if (entry.size == 0 || entry.kind != FileKind::RegularFile) {
     throw Failure{text, 0, native_zip};
   }
 }
 
 /// Copies a file over an existing one. Returns ERROR_SUCCESS or the code of the call.
-DWORD CopyOver(const std::wstring& source, const std::wstring& target, SystemCalls& calls) {
+DWORD CopyOver(SystemCalls& calls, const std::wstring& source, const std::wstring& target) {
   const ExtendedPath from(source);
   const ExtendedPath to(target);
   return calls.Copy(from, to, FALSE) ? ERROR_SUCCESS : GetLastError();
@@ -115,18 +118,18 @@ DWORD CopyOver(const std::wstring& source, const std::wstring& target, SystemCal
 
 /// Copies the archive, falling back from a configured directory to the default one, which `target`
 /// then names. A failure sets the user's message.
-void CopyArchive(const std::wstring& native_zip, Target& target, std::wstring& user_message,
-                 SystemCalls& calls) {
+void CopyArchive(SystemCalls& calls, const std::wstring& native_zip, Target& target,
+                 std::wstring& user_message) {
   for (;;) {
     const std::wstring destination = target.Destination();
     DWORD code = ERROR_DISK_FULL;
-    if (!LacksSpaceToOverwrite(native_zip, destination, calls)) {
-      code = CopyOver(native_zip, destination, calls);
+    if (!LacksSpaceToOverwrite(calls, native_zip, destination)) {
+      code = CopyOver(calls, native_zip, destination);
     }
     if (code == ERROR_SUCCESS) {
       // CopyFile copies the read-only attribute of the original, which would make the next export
       // fail.
-      ClearReadOnly(destination);
+      ClearReadOnly(calls, destination);
       break;
     }
     const std::wstring error = WindowsErrorText(code);
@@ -134,26 +137,28 @@ void CopyArchive(const std::wstring& native_zip, Target& target, std::wstring& u
       user_message = OverwriteFailureMessage(destination, error);
       throw Failure{L"copy", code, destination};
     }
-    WriteLogEntry(L"Configured export copy failed", L"Path=" + destination + L" Error=" + error);
+    WriteLogEntry(calls, L"Configured export copy failed",
+                  L"Path=" + destination + L" Error=" + error);
     target.directory = target.default_directory;
     target.is_configured = false;
   }
   if (!target.is_configured) {
-    WriteLogEntry(L"Using default export directory", target.default_directory);
+    WriteLogEntry(calls, L"Using default export directory", target.default_directory);
   }
 }
 
 /// Logs the copy and returns its size in bytes.
-std::uint64_t LogCopy(const std::wstring& destination) {
-  const FileEntry entry = QueryEntry(destination, L"file_size");
-  WriteLogEntry(kStageDelivered, L"Destination=" + destination + L" Size=" + Decimal(entry.size));
+std::uint64_t LogCopy(SystemCalls& calls, const std::wstring& destination) {
+  const FileEntry entry = QueryEntry(calls, destination, L"file_size");
+  WriteLogEntry(calls, kStageDelivered,
+                L"Destination=" + destination + L" Size=" + Decimal(entry.size));
   return entry.size;
 }
 
 /// Hands the copied archive to the application, or else places it on the clipboard.
-FinalizeOutcome HandOver(const std::wstring& destination, std::uint64_t size,
-                         std::optional<std::int64_t> space, Desktop& desktop) {
-  const AfterExportResult application = RunAfterExport(destination, space, desktop);
+FinalizeOutcome HandOver(const Doors& doors, const std::wstring& destination, std::uint64_t size,
+                         std::optional<std::int64_t> space) {
+  const AfterExportResult application = RunAfterExport(doors, destination, space);
   if (application.configured && application.delivered) {
     return {};
   }
@@ -162,18 +167,20 @@ FinalizeOutcome HandOver(const std::wstring& destination, std::uint64_t size,
   delivery.size = size;
   delivery.application_configured = application.configured;
   delivery.application_error = application.error_text;
-  const bool on_clipboard = PlaceZipOnClipboard(destination, desktop, delivery.clipboard_error);
+  const bool on_clipboard =
+      PlaceZipOnClipboard(destination, doors.desktop, delivery.clipboard_error);
   return {on_clipboard ? kDelivered : kNotOnClipboard, DeliveryMessage(delivery),
           MessageIcon::Information};
 }
 
-FinalizeOutcome ReportFailure(const std::wstring& native_zip, const Failure& failure,
-                              const std::wstring& user_message) {
-  const bool exists = QueryFileKindQuietly(native_zip) != FileKind::Absent;
-  WriteLogEntry(L"Finalize error", L"Error=" + failure.text + PathField(failure));
-  WriteLogEntry(kStageUndelivered, std::wstring(L"NativeExists=") + (exists ? L"yes" : L"no") +
-                                       L" NativeOutput=" + native_zip + CodeField(failure));
-  return {kFinalizeFailed, user_message.empty() ? FinalizeFailureMessage() : user_message,
+FinalizeOutcome ReportFailure(SystemCalls& calls, const std::wstring& native_zip,
+                              const Failure& failure, const std::wstring& user_message) {
+  const bool exists = QueryFileKindQuietly(calls, native_zip) != FileKind::Absent;
+  WriteLogEntry(calls, L"Finalize error", L"Error=" + failure.text + PathField(failure));
+  WriteLogEntry(calls, kStageUndelivered,
+                std::wstring(L"NativeExists=") + (exists ? L"yes" : L"no") + L" NativeOutput=" +
+                    native_zip + CodeField(failure));
+  return {kFinalizeFailed, user_message.empty() ? FinalizeFailureMessage(calls) : user_message,
           MessageIcon::Error};
 }
 
@@ -182,36 +189,39 @@ FinalizeOutcome ReportFailure(const std::wstring& native_zip, const Failure& fai
 FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wstring& native_zip,
                               const std::wstring& source_pcb, std::optional<std::int64_t> space,
                               const Doors& doors) {
+  SystemCalls& calls = doors.system;
   std::wstring user_message;
   try {
     // Kept open, if it can be opened, so that a preparation that starts meanwhile fails instead of
     // replacing the archive with that of another board.
-    FileHandle held(doors.system.Create(ExtendedPath(native_zip), {GENERIC_READ, FILE_SHARE_READ}));
-    Target target = ChooseTarget(local_app_data, source_pcb);
-    WriteLogEntry(L"Finalize begin", L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip +
-                                         L" Destination=" + target.Destination());
-    CreateDirectories(doors.system, target.default_directory);
-    RequireArchive(native_zip);
-    CopyArchive(native_zip, target, user_message, doors.system);
+    FileHandle held(calls.Create(ExtendedPath(native_zip), {GENERIC_READ, FILE_SHARE_READ}));
+    Target target = ChooseTarget(calls, local_app_data, source_pcb);
+    WriteLogEntry(calls, L"Finalize begin",
+                  L"SourcePCB=" + source_pcb + L" NativeOutput=" + native_zip + L" Destination=" +
+                      target.Destination());
+    CreateDirectories(calls, target.default_directory);
+    RequireArchive(calls, native_zip);
+    CopyArchive(calls, native_zip, target, user_message);
     held.Reset();
-    const std::uint64_t size = LogCopy(target.Destination());
-    return HandOver(target.Destination(), size, space, doors.desktop);
+    const std::uint64_t size = LogCopy(calls, target.Destination());
+    return HandOver(doors, target.Destination(), size, space);
   } catch (const Failure& failure) {
-    return ReportFailure(native_zip, failure, user_message);
+    return ReportFailure(calls, native_zip, failure, user_message);
   } catch (const std::bad_alloc&) {
-    return ReportFailure(native_zip, {kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY}, user_message);
+    return ReportFailure(calls, native_zip, {kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY},
+                         user_message);
   }
 }
 
 int FinalizeExport(const FinalizeCommand& command, const Doors& doors) {
   const std::optional<std::wstring> native_zip =
-      command.native_zip ? command.native_zip : FindNativeArchive(doors.folders);
+      command.native_zip ? command.native_zip : FindNativeArchive(doors.system);
   if (!native_zip) {
     return kFinalizeNoFolder;
   }
   std::wstring local_app_data;
   std::wstring error_text;
-  if (!LocalAppDataDirectory(local_app_data, error_text, doors.folders)) {
+  if (!LocalAppDataDirectory(doors.system, local_app_data, error_text)) {
     doors.desktop.ShowMessage(error_text, MessageIcon::Error);
     return kFinalizeNoFolder;
   }
@@ -223,8 +233,8 @@ int FinalizeExport(const FinalizeCommand& command, const Doors& doors) {
   return outcome.code;
 }
 
-std::wstring FinalizeFailureMessage() {
-  return FinalizeFailureMessage(LogFilePath());
+std::wstring FinalizeFailureMessage(SystemCalls& calls) {
+  return FinalizeFailureMessage(LogFilePath(calls));
 }
 
 }  // namespace kestrune

@@ -31,6 +31,6 @@ FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wst
                               const Doors& doors);
 
 /// Returns the message for a failed delivery that has no text of its own: it names the log.
-std::wstring FinalizeFailureMessage();
+std::wstring FinalizeFailureMessage(SystemCalls& calls);
 
 }  // namespace kestrune

@@ -81,28 +81,28 @@ Outcome Inspect(SystemCalls& calls, const std::wstring& path) {
 }
 
 /// Writes the result and returns `code`, or kInspectResultNotWritten.
-int Publish(const std::wstring& path, std::string_view result, int code) {
+int Publish(SystemCalls& calls, const std::wstring& path, std::string_view result, int code) {
   const std::wstring temporary = path + L".tmp";
   try {
-    WriteWholeFile(temporary, result);
-    RenameFile(temporary, path, MOVEFILE_REPLACE_EXISTING);
+    WriteWholeFile(calls, temporary, result);
+    RenameFile(calls, temporary, path, MOVEFILE_REPLACE_EXISTING);
     return code;
   } catch (const Failure& failure) {
-    WriteLogEntry(L"Inspection result failed", L"Path=" + path + CodeField(failure));
+    WriteLogEntry(calls, L"Inspection result failed", L"Path=" + path + CodeField(failure));
     return kInspectResultNotWritten;
   }
 }
 
 }  // namespace
 
-int InspectForScript(const InspectCommand& command, SystemCalls& calls) {
+int InspectForScript(SystemCalls& calls, const InspectCommand& command) {
   const Outcome outcome = Inspect(calls, command.archive);
-  WriteLogEntry(outcome.stage, L"Path=" + command.archive + L' ' + outcome.detail);
-  return Publish(command.result_path, outcome.result, outcome.code);
+  WriteLogEntry(calls, outcome.stage, L"Path=" + command.archive + L' ' + outcome.detail);
+  return Publish(calls, command.result_path, outcome.result, outcome.code);
 }
 
-int ReportInspectFailure(const InspectCommand& command) {
-  return Publish(command.result_path,
+int ReportInspectFailure(SystemCalls& calls, const InspectCommand& command) {
+  return Publish(calls, command.result_path,
                  WriteInspectionFailure(L"The archive could not be inspected."),
                  kInspectArchiveUnreadable);
 }

@@ -16,16 +16,17 @@ namespace {
 constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
 
 /// Returns the file's content, or nothing when it cannot be read or does not fit into memory.
-std::optional<std::string> TryToRead(const std::wstring& path) {
+std::optional<std::string> TryToRead(SystemCalls& calls, const std::wstring& path) {
   try {
-    return ReadFileIfPossible(path, kLargestFile);
+    return ReadFileIfPossible(calls, path, kLargestFile);
   } catch (const std::bad_alloc&) {
     return std::nullopt;
   }
 }
 
-std::string ReadOrFail(const std::wstring& path, const std::wstring& failure_text) {
-  std::optional<std::string> bytes = TryToRead(path);
+std::string ReadOrFail(SystemCalls& calls, const std::wstring& path,
+                       const std::wstring& failure_text) {
+  std::optional<std::string> bytes = TryToRead(calls, path);
   if (!bytes) {
     throw Failure{failure_text + path, 0};
   }
@@ -33,44 +34,44 @@ std::string ReadOrFail(const std::wstring& path, const std::wstring& failure_tex
 }
 
 /// Writes the new job in three pieces, since a job may be large and the process has little memory.
-void WriteSelected(const std::wstring& path, std::string_view job,
+void WriteSelected(SystemCalls& calls, const std::wstring& path, std::string_view job,
                    const LayerSelection& selection) {
-  FileWriter file(path);
+  FileWriter file(calls, path);
   file.Write(job.substr(0, selection.begin));
   file.Write(selection.value);
   file.Write(job.substr(selection.end));
   file.Finish(L"write");
 }
 
-bool TryRename(const std::wstring& source, const std::wstring& target, SystemCalls& calls) {
+bool TryRename(SystemCalls& calls, const std::wstring& source, const std::wstring& target) {
   return calls.Move(ExtendedPath(source), ExtendedPath(target), MOVEFILE_REPLACE_EXISTING) != FALSE;
 }
 
 /// Replaces the old job. Where it cannot be renamed over, deletes it first and renames again.
-bool Replace(const std::wstring& temporary, const std::wstring& target, SystemCalls& calls) {
-  if (TryRename(temporary, target, calls)) {
+bool Replace(SystemCalls& calls, const std::wstring& temporary, const std::wstring& target) {
+  if (TryRename(calls, temporary, target)) {
     return true;
   }
   calls.Delete(ExtendedPath(target));
-  return TryRename(temporary, target, calls);
+  return TryRename(calls, temporary, target);
 }
 
-std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
-                                           const std::wstring& manifest, SystemCalls& calls) {
+std::vector<PlotFieldChange> RewriteOutJob(SystemCalls& calls, const std::wstring& out_job,
+                                           const std::wstring& manifest) {
   const UsedLayers used =
-      ParseUsedLayers(ReadOrFail(manifest, L"Cannot read the used-layer manifest: "));
-  const std::string job = ReadOrFail(out_job, L"Cannot read the temporary OutJob: ");
+      ParseUsedLayers(ReadOrFail(calls, manifest, L"Cannot read the used-layer manifest: "));
+  const std::string job = ReadOrFail(calls, out_job, L"Cannot read the temporary OutJob: ");
   std::optional<LayerSelection> selection = SelectLayers(job, used);
   if (!selection) {
     throw Failure{L"The ODB configuration was not found in the temporary OutJob.", 0};
   }
   const std::wstring temporary = out_job + L".tmp";
   try {
-    WriteSelected(temporary, job, *selection);
+    WriteSelected(calls, temporary, job, *selection);
   } catch (const Failure&) {
     throw Failure{L"Cannot write the temporary OutJob update.", 0};
   }
-  if (!Replace(temporary, out_job, calls)) {
+  if (!Replace(calls, temporary, out_job)) {
     calls.Delete(ExtendedPath(temporary));
     throw Failure{L"Cannot replace the temporary OutJob after layer selection.", 0};
   }
@@ -79,13 +80,13 @@ std::vector<PlotFieldChange> RewriteOutJob(const std::wstring& out_job,
 
 }  // namespace
 
-bool SelectOutJobLayers(const std::wstring& out_job, const std::wstring& manifest,
-                        std::vector<PlotFieldChange>& changes, std::wstring& error_text,
-                        SystemCalls& calls) {
+bool SelectOutJobLayers(SystemCalls& calls, const std::wstring& out_job,
+                        const std::wstring& manifest, std::vector<PlotFieldChange>& changes,
+                        std::wstring& error_text) {
   changes.clear();
   error_text.clear();
   try {
-    changes = RewriteOutJob(out_job, manifest, calls);
+    changes = RewriteOutJob(calls, out_job, manifest);
     return true;
   } catch (const Failure& failure) {
     error_text = failure.text;

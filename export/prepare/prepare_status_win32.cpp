@@ -9,22 +9,22 @@
 namespace kestrune {
 namespace {
 
-void Publish(const std::wstring& status_path, int prepare_code) {
+void Publish(SystemCalls& calls, const std::wstring& status_path, int prepare_code) {
   const std::wstring temporary = status_path + L".tmp";
-  WriteWholeFile(temporary, prepare_code == kPrepared ? "OK\r\n" : "ERROR\r\n");
-  RenameFile(temporary, status_path, MOVEFILE_WRITE_THROUGH);
+  WriteWholeFile(calls, temporary, prepare_code == kPrepared ? "OK\r\n" : "ERROR\r\n");
+  RenameFile(calls, temporary, status_path, MOVEFILE_WRITE_THROUGH);
 }
 
 }  // namespace
 
-int PublishPrepareStatus(const PrepareCommand& command, int prepare_code) {
+int PublishPrepareStatus(SystemCalls& calls, const PrepareCommand& command, int prepare_code) {
   try {
     if (command.status_path) {
-      Publish(*command.status_path, prepare_code);
+      Publish(calls, *command.status_path, prepare_code);
     }
     return prepare_code;
   } catch (const Failure&) {
-    WriteLogEntry(L"Prepare status failed", L"Cannot publish completion result");
+    WriteLogEntry(calls, L"Prepare status failed", L"Cannot publish completion result");
     return kPrepareStatusNotPublished;
   }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/system/system_calls_win32.h"
 #include "export/prepare/prepare_command.h"
 
 namespace kestrune {
@@ -10,6 +11,7 @@ namespace kestrune {
 ///
 /// Never replaces an existing status file, since that belongs to another run. This counts as a
 /// failure, like any other failing step; the temporary file is then left.
-[[nodiscard]] int PublishPrepareStatus(const PrepareCommand& command, int prepare_code);
+[[nodiscard]] int PublishPrepareStatus(SystemCalls& calls, const PrepareCommand& command,
+                                       int prepare_code);
 
 }  // namespace kestrune

@@ -12,6 +12,7 @@
 #include "common/failure/failure_win32.h"
 #include "common/files/file_win32.h"
 #include "common/log/log_win32.h"
+#include "common/places/known_folders_win32.h"
 #include "common/system/owners_win32.h"
 #include "common/text/path.h"
 #include "common/text/text.h"
@@ -42,9 +43,9 @@ struct Preparation {
 
 /// Returns the embedded boards in the list. A missing list is no error, since most boards have no
 /// embedded boards. Running out of memory is one, since the export would lack boards.
-std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
+std::vector<std::wstring> ReadDependencies(SystemCalls& calls, const std::wstring& list_path) {
   const std::optional<std::string> bytes =
-      ReadFileIfPossible(list_path, std::numeric_limits<std::uint64_t>::max());
+      ReadFileIfPossible(calls, list_path, std::numeric_limits<std::uint64_t>::max());
   if (!bytes) {
     return {};
   }
@@ -62,15 +63,15 @@ std::vector<std::wstring> ReadDependencies(const std::wstring& list_path) {
 /// Returns the final path of a file or directory, with aliases resolved (short names, substituted
 /// drives, junctions). Returns an empty path when it cannot be opened. FILE_FLAG_OPEN_REPARSE_POINT
 /// as `link_flag` keeps a link in the last component unresolved.
-std::wstring FinalPath(const std::wstring& path, DWORD link_flag) {
-  const FileHandle file(CreateFileW(
-      ExtendedPath(path).Get(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | link_flag, nullptr));
+std::wstring FinalPath(SystemCalls& calls, const std::wstring& path, DWORD link_flag) {
+  const FileHandle file(
+      calls.Create(ExtendedPath(path), {0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                        OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | link_flag}));
   std::wstring final_path;
   DWORD size = file ? MAX_PATH : 0;
   while (size > final_path.size()) {
     final_path.resize(size);
-    size = GetFinalPathNameByHandleW(file.Get(), final_path.data(), size, 0);
+    size = calls.GetFinalPath(file.Get(), final_path.data(), size, 0);
     if (size < final_path.size()) {
       final_path.resize(size);
       return final_path;
@@ -81,7 +82,7 @@ std::wstring FinalPath(const std::wstring& path, DWORD link_flag) {
 
 /// Returns whether emptying the temporary root would destroy the file. A root that is itself a link
 /// is not followed: emptying removes the link and leaves its target.
-bool LiesInTemporaryRoot(const std::wstring& path, const std::wstring& root) {
+bool LiesInTemporaryRoot(SystemCalls& calls, const std::wstring& path, const std::wstring& root) {
   const std::wstring full_path = FullPath(path);
   const std::wstring full_root = FullPath(root);
   if (full_path.empty() || full_root.empty()) {
@@ -90,19 +91,19 @@ bool LiesInTemporaryRoot(const std::wstring& path, const std::wstring& root) {
   if (LiesInside(full_path, full_root)) {
     return true;
   }
-  const std::wstring final_root = FinalPath(root, FILE_FLAG_OPEN_REPARSE_POINT);
-  const std::wstring final_path = FinalPath(path, 0);
+  const std::wstring final_root = FinalPath(calls, root, FILE_FLAG_OPEN_REPARSE_POINT);
+  const std::wstring final_path = FinalPath(calls, path, 0);
   return !final_root.empty() && !final_path.empty() && LiesInside(final_path, final_root);
 }
 
 /// Returns why a source must not be exported; empty when it may be.
-std::wstring RejectionOf(const std::wstring& path, const std::wstring& root) {
-  if (path.empty() || LiesInTemporaryRoot(path, root)) {
+std::wstring RejectionOf(SystemCalls& calls, const std::wstring& path, const std::wstring& root) {
+  if (path.empty() || LiesInTemporaryRoot(calls, path, root)) {
     return std::wstring(L"Cannot export the Bridge temporary PCB or an embedded board from its ")
         .append(kFragmentInside)
         .append(L". Open the original PCB project, not Bridge.PcbDoc from Recent.");
   }
-  if (QueryFileKind(path) != FileKind::RegularFile) {
+  if (QueryFileKind(calls, path) != FileKind::RegularFile) {
     return std::wstring(L"A source PCB or embedded board ")
         .append(kFragmentGone)
         .append(L". Temporary files were not removed.");
@@ -110,11 +111,11 @@ std::wstring RejectionOf(const std::wstring& path, const std::wstring& root) {
   return {};
 }
 
-std::wstring FirstRejection(const Preparation& run) {
+std::wstring FirstRejection(SystemCalls& calls, const Preparation& run) {
   try {
-    std::wstring rejection = RejectionOf(run.command.source_pcb, run.temporary_root);
+    std::wstring rejection = RejectionOf(calls, run.command.source_pcb, run.temporary_root);
     for (std::size_t i = 0; rejection.empty() && i < run.dependencies.size(); ++i) {
-      rejection = RejectionOf(run.dependencies[i], run.temporary_root);
+      rejection = RejectionOf(calls, run.dependencies[i], run.temporary_root);
     }
     return rejection;
   } catch (...) {
@@ -124,7 +125,7 @@ std::wstring FirstRejection(const Preparation& run) {
 
 /// Creates the root, again if necessary: a directory that was deleted while another process had it
 /// open keeps its name until that handle is closed.
-void CreateRoot(const std::wstring& root, SystemCalls& calls) {
+void CreateRoot(SystemCalls& calls, const std::wstring& root) {
   for (int attempt = 1;; ++attempt) {
     try {
       return CreateDirectories(calls, root);
@@ -143,13 +144,13 @@ class TemporaryFolder {
   /// Empties and creates the root. Any local user could replace the product's folder with a link,
   /// and emptying it would then delete another user's files. Both folders are therefore kept open,
   /// which prevents their replacement while the project is built.
-  TemporaryFolder(const std::wstring& root, SystemCalls& calls) {
+  TemporaryFolder(SystemCalls& calls, const std::wstring& root) {
     const std::wstring product_folder(ParentPath(root));
     CreateDirectories(calls, product_folder);
-    product_folder_ = HoldRealDirectory(product_folder, calls);
-    RemoveTree(root, calls);
-    CreateRoot(root, calls);
-    root_ = HoldRealDirectory(root, calls);
+    product_folder_ = HoldRealDirectory(calls, product_folder);
+    RemoveTree(calls, root);
+    CreateRoot(calls, root);
+    root_ = HoldRealDirectory(calls, root);
   }
 
  private:
@@ -159,24 +160,24 @@ class TemporaryFolder {
 
 /// Copies a file and clears the read-only attribute, which boards under version control often have:
 /// the host could not save the copy, and the next run could not delete it.
-void CopyWritable(const std::wstring& source, const std::wstring& target, SystemCalls& calls) {
+void CopyWritable(SystemCalls& calls, const std::wstring& source, const std::wstring& target) {
   if (!calls.Copy(ExtendedPath(source), ExtendedPath(target), FALSE)) {
     ThrowLastError(L"copy", source);
   }
-  ClearReadOnly(target);
+  ClearReadOnly(calls, target);
 }
 
-bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifest,
-                        SystemCalls& calls) {
+bool SelectLayersAndLog(SystemCalls& calls, const std::wstring& out_job,
+                        const std::wstring& manifest) {
   std::vector<PlotFieldChange> changes;
   std::wstring error_text;
-  if (!SelectOutJobLayers(out_job, manifest, changes, error_text, calls)) {
-    WriteLogEntry(kStageLayers, L"Manifest=" + manifest + L" Error=" + error_text);
+  if (!SelectOutJobLayers(calls, out_job, manifest, changes, error_text)) {
+    WriteLogEntry(calls, kStageLayers, L"Manifest=" + manifest + L" Error=" + error_text);
     return false;
   }
-  WriteLogEntry(L"ODB used layers", L"Manifest=" + manifest);
+  WriteLogEntry(calls, L"ODB used layers", L"Manifest=" + manifest);
   for (const PlotFieldChange& change : changes) {
-    WriteLogEntry(L"ODB plot field changed",
+    WriteLogEntry(calls, L"ODB plot field changed",
                   WideFromAnsi(change.field) + (change.enabled ? L"=True" : L"=False"));
   }
   return true;
@@ -186,7 +187,7 @@ bool SelectLayersAndLog(const std::wstring& out_job, const std::wstring& manifes
 /// dependencies have precedence.
 class ProjectFile {
  public:
-  explicit ProjectFile(const std::wstring& path) : file_(path) {}
+  ProjectFile(SystemCalls& calls, const std::wstring& path) : file_(calls, path) {}
 
   /// Writes text in the system's ANSI code page, which is what the host reads. Throws Failure for a
   /// character outside it, since the host would search for a document of another name.
@@ -221,66 +222,67 @@ void RequireNamesInCodePage(const std::vector<std::wstring>& dependencies) {
   }
 }
 
-int RejectName(const std::wstring& path) {
-  WriteLogEntry(kStageCollision, path);
+int RejectName(SystemCalls& calls, const std::wstring& path) {
+  WriteLogEntry(calls, kStageCollision, path);
   return kPrepareNameCollision;
 }
 
 /// Copies one embedded board and adds it to the project. Returns the exit code.
-int AddDependency(const std::wstring& path, std::size_t number, const std::wstring& root,
-                  BridgeFileNames& names, ProjectFile& project, SystemCalls& calls) {
-  if (QueryFileKind(path) != FileKind::RegularFile) {
-    WriteLogEntry(kStageMissing, path);
+int AddDependency(SystemCalls& calls, const std::wstring& path, std::size_t number,
+                  const std::wstring& root, BridgeFileNames& names, ProjectFile& project) {
+  if (QueryFileKind(calls, path) != FileKind::RegularFile) {
+    WriteLogEntry(calls, kStageMissing, path);
     return kPrepareMissingDependency;
   }
   const std::wstring_view name = FileName(path);
   if (!names.Take(name)) {
-    return RejectName(path);
+    return RejectName(calls, path);
   }
   const std::wstring copy = JoinPath(root, name);
   if (!calls.Copy(ExtendedPath(path), ExtendedPath(copy), TRUE)) {
     const DWORD code = GetLastError();
     // For example, a short name may denote a file of the project.
     if (code == ERROR_FILE_EXISTS || code == ERROR_ALREADY_EXISTS) {
-      return RejectName(path);
+      return RejectName(calls, path);
     }
     throw Failure{L"copy", code, path};
   }
-  ClearReadOnly(copy);
+  ClearReadOnly(calls, copy);
   project.Append(DependencySection(number, name));
-  WriteLogEntry(L"Prepare dependency", L"Source=" + path + L" Copy=" + copy);
+  WriteLogEntry(calls, L"Prepare dependency", L"Source=" + path + L" Copy=" + copy);
   return kPrepared;
 }
 
 /// Writes the file whose presence signals to the script that the project is complete. Characters
 /// that the code page cannot represent are replaced, since a missing file would fail the export.
-void WriteReadyFile(const std::wstring& root, const std::wstring& source_pcb) {
+void WriteReadyFile(SystemCalls& calls, const std::wstring& root, const std::wstring& source_pcb) {
   try {
-    WriteWholeFile(JoinPath(root, kReadyFile), AnsiFromWideLossy(WithWindowsLineEnds(source_pcb)));
+    WriteWholeFile(calls, JoinPath(root, kReadyFile),
+                   AnsiFromWideLossy(WithWindowsLineEnds(source_pcb)));
   } catch (const Failure& failure) {
     throw Failure{L"Cannot write ready.txt", failure.code, root};
   }
 }
 
 /// Makes all changes of the temporary root. Returns the exit code or throws Failure.
-int BuildProject(const Preparation& run, SystemCalls& calls) {
+int BuildProject(SystemCalls& calls, const Preparation& run) {
   const std::wstring& root = run.temporary_root;
   const std::wstring out_job_path = JoinPath(root, kBridgeOutJob);
   const std::wstring project_path = JoinPath(root, kBridgeProject);
-  const TemporaryFolder held(root, calls);
-  CopyWritable(run.command.source_pcb, JoinPath(root, kBridgeBoard), calls);
-  CopyWritable(JoinPath(run.runtime_root, kBridgeOutJob), out_job_path, calls);
-  if (!SelectLayersAndLog(out_job_path, run.command.used_layer_manifest, calls)) {
+  const TemporaryFolder held(calls, root);
+  CopyWritable(calls, run.command.source_pcb, JoinPath(root, kBridgeBoard));
+  CopyWritable(calls, JoinPath(run.runtime_root, kBridgeOutJob), out_job_path);
+  if (!SelectLayersAndLog(calls, out_job_path, run.command.used_layer_manifest)) {
     return kPrepareLayerSelectionFailed;
   }
 
   RequireNamesInCodePage(run.dependencies);
-  ProjectFile project(project_path);
+  ProjectFile project(calls, project_path);
   project.Append(BridgeProjectHead());
   BridgeFileNames names;
   std::size_t number = kFirstDependency;
   for (const std::wstring& dependency : run.dependencies) {
-    const int code = AddDependency(dependency, number, root, names, project, calls);
+    const int code = AddDependency(calls, dependency, number, root, names, project);
     if (code != kPrepared) {
       return code;
     }
@@ -289,45 +291,46 @@ int BuildProject(const Preparation& run, SystemCalls& calls) {
   project.Append(OutJobSection(number));
   project.Finish();
 
-  WriteReadyFile(root, run.command.source_pcb);
-  WriteLogEntry(L"Prepare complete", L"Project=" + project_path + L" OutJob=" + out_job_path +
-                                         L" Dependencies=" + Decimal(run.dependencies.size()));
+  WriteReadyFile(calls, root, run.command.source_pcb);
+  WriteLogEntry(calls, L"Prepare complete",
+                L"Project=" + project_path + L" OutJob=" + out_job_path + L" Dependencies=" +
+                    Decimal(run.dependencies.size()));
   return kPrepared;
 }
 
-void LogFailure(const Failure& failure) {
-  WriteLogEntry(kStageFailed, ErrorFields(failure) + PathField(failure));
+void LogFailure(SystemCalls& calls, const Failure& failure) {
+  WriteLogEntry(calls, kStageFailed, ErrorFields(failure) + PathField(failure));
 }
 
 }  // namespace
 
-int PrepareTemporaryProject(const PrepareCommand& command, FolderCalls& folders,
-                            SystemCalls& calls) {
+int PrepareTemporaryProject(SystemCalls& calls, const PrepareCommand& command) {
   Preparation run{command, {}, {}, {}};
   std::wstring local_app_data;
   std::wstring error_text;
-  if (!LocalAppDataDirectory(local_app_data, error_text, folders)) {
+  if (!LocalAppDataDirectory(calls, local_app_data, error_text)) {
     return kPrepareNoLocalAppData;
   }
-  if (!TemporaryRoot(run.temporary_root, error_text, folders)) {
+  if (!TemporaryRoot(calls, run.temporary_root, error_text)) {
     return kPrepareNoPublicDocuments;
   }
   run.runtime_root = RuntimeRoot(local_app_data);
   try {
-    run.dependencies = ReadDependencies(command.dependency_list);
-    WriteLogEntry(L"Prepare begin", L"SourcePCB=" + command.source_pcb + L" Temp=" +
-                                        run.temporary_root + L" Runtime=" + run.runtime_root +
-                                        L" Dependencies=" + Decimal(run.dependencies.size()));
-    const std::wstring rejection = FirstRejection(run);
+    run.dependencies = ReadDependencies(calls, command.dependency_list);
+    WriteLogEntry(calls, L"Prepare begin",
+                  L"SourcePCB=" + command.source_pcb + L" Temp=" + run.temporary_root +
+                      L" Runtime=" + run.runtime_root + L" Dependencies=" +
+                      Decimal(run.dependencies.size()));
+    const std::wstring rejection = FirstRejection(calls, run);
     if (!rejection.empty()) {
-      WriteLogEntry(kStageRejected, rejection);
+      WriteLogEntry(calls, kStageRejected, rejection);
       return kPrepareRejected;
     }
-    return BuildProject(run, calls);
+    return BuildProject(calls, run);
   } catch (const Failure& failure) {
-    LogFailure(failure);
+    LogFailure(calls, failure);
   } catch (const std::bad_alloc&) {
-    LogFailure({kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY});
+    LogFailure(calls, {kNotEnoughMemory, ERROR_NOT_ENOUGH_MEMORY});
   }
   return kPrepareFailed;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "common/places/known_folders_win32.h"
 #include "common/system/system_calls_win32.h"
 #include "export/prepare/prepare_command.h"
 
@@ -11,7 +10,6 @@ namespace kestrune {
 /// and, last, `ready.txt`. The dependency list names the embedded boards, the manifest the layers.
 ///
 /// Returns the exit code (PrepareCode). The status is published by PublishPrepareStatus.
-int PrepareTemporaryProject(const PrepareCommand& command, FolderCalls& folders,
-                            SystemCalls& calls);
+int PrepareTemporaryProject(SystemCalls& calls, const PrepareCommand& command);
 
 }  // namespace kestrune

@@ -10,13 +10,12 @@
 namespace kestrune {
 namespace {
 
-constexpr DWORD kLongestValue = 32768;  // characters, including the terminating null
 constexpr int kAbsentNumber = -1;
 
 /// Returns false when the shell does not know the folder.
-bool ShellFolder(int folder, std::wstring& path) {
+bool ShellFolder(SystemCalls& calls, int folder, std::wstring& path) {
   wchar_t buffer[MAX_PATH] = {};
-  if (FAILED(SHGetFolderPathW(nullptr, folder, nullptr, 0, buffer))) {
+  if (FAILED(calls.GetShellFolder(folder, buffer))) {
     return false;
   }
   path = buffer;
@@ -26,37 +25,35 @@ bool ShellFolder(int folder, std::wstring& path) {
 /// Reads the keys of one settings file.
 class SettingsFile {
  public:
-  explicit SettingsFile(const std::wstring& path) : path_(path), buffer_(kLongestValue, L'\0') {}
+  SettingsFile(SystemCalls& calls, const std::wstring& path) : calls_(calls), path_(path) {}
 
-  std::wstring Text(const wchar_t* section, const wchar_t* key) {
-    const DWORD length =
-        GetPrivateProfileStringW(section, key, L"", buffer_.data(), kLongestValue, path_.c_str());
-    return buffer_.substr(0, length);
+  [[nodiscard]] std::wstring Text(const wchar_t* section, const wchar_t* key) const {
+    return ReadProfileText(calls_, path_, section, key);
   }
 
   /// Returns the current section's text, or that of the older section where it is absent or empty.
-  std::wstring TargetText(const wchar_t* key) {
+  [[nodiscard]] std::wstring TargetText(const wchar_t* key) const {
     std::wstring text = Text(L"Target", key);
     return text.empty() ? Text(L"AfterExport", key) : text;
   }
 
-  bool Enabled() const {
+  [[nodiscard]] bool Enabled() const {
     const int current = Number(L"Target", L"Enabled", kAbsentNumber);
     return (current < 0 ? Number(L"AfterExport", L"Enabled", 0) : current) != 0;
   }
 
  private:
-  int Number(const wchar_t* section, const wchar_t* key, int absent) const {
-    return static_cast<int>(GetPrivateProfileIntW(section, key, absent, path_.c_str()));
+  [[nodiscard]] int Number(const wchar_t* section, const wchar_t* key, int absent) const {
+    return static_cast<int>(calls_.ReadProfileNumber(section, key, absent, path_));
   }
 
-  std::wstring path_;
-  std::wstring buffer_;
+  SystemCalls& calls_;
+  const std::wstring& path_;
 };
 
 /// Returns all keys of the settings file at its full path.
-UserSettings ReadSettingsFile(const std::wstring& path) {
-  SettingsFile file(path);
+UserSettings ReadSettingsFile(SystemCalls& calls, const std::wstring& path) {
+  const SettingsFile file(calls, path);
   UserSettings settings;
   settings.enabled = file.Enabled();
   settings.program_name = file.TargetText(L"ProgramName");
@@ -73,41 +70,42 @@ UserSettings ReadSettingsFile(const std::wstring& path) {
 
 }  // namespace
 
-std::wstring ResolveSettingsPath(std::wstring_view folder_name) {
+std::wstring ResolveSettingsPath(SystemCalls& calls, std::wstring_view folder_name) {
   std::wstring folder;
-  if (!ShellFolder(CSIDL_LOCAL_APPDATA, folder) || folder.empty()) {
+  if (!ShellFolder(calls, CSIDL_LOCAL_APPDATA, folder) || folder.empty()) {
     return {};
   }
   // Not JoinPath: a drive's root gets a second separator here.
   const std::wstring below = L"\\" + JoinPath(folder_name, kSettingsFile);
   std::wstring local = folder + below;
-  if (!ShellFolder(CSIDL_COMMON_APPDATA, folder) ||
-      GetFileAttributesW(local.c_str()) != INVALID_FILE_ATTRIBUTES) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!ShellFolder(calls, CSIDL_COMMON_APPDATA, folder) ||
+      calls.GetAttributes(ExtendedPath(local), &data)) {
     return local;
   }
   return folder + below;
 }
 
-bool LoadUserSettings(UserSettings& settings, std::wstring& settings_path,
+bool LoadUserSettings(SystemCalls& calls, UserSettings& settings, std::wstring& settings_path,
                       std::wstring& error_text) {
   settings = {};
   error_text.clear();
-  settings_path = ResolveSettingsPath(kProductFolder);
+  settings_path = ResolveSettingsPath(calls, kProductFolder);
   if (settings_path.empty()) {
     error_text = L"The Windows LocalAppData directory is unavailable.";
     return false;
   }
-  if (QueryFileKind(settings_path) != FileKind::RegularFile) {
+  if (QueryFileKind(calls, settings_path) != FileKind::RegularFile) {
     settings_path.clear();
     return true;
   }
-  settings = ReadSettingsFile(settings_path);
+  settings = ReadSettingsFile(calls, settings_path);
   return true;
 }
 
-std::wstring BuildExportCommandLabel(const UserSettings& settings) {
-  return ExportCommandLabel(settings, [](const std::wstring& path) {
-    return QueryFileKindQuietly(path) == FileKind::RegularFile;
+std::wstring BuildExportCommandLabel(SystemCalls& calls, const UserSettings& settings) {
+  return ExportCommandLabel(settings, [&](const std::wstring& path) {
+    return QueryFileKindQuietly(calls, path) == FileKind::RegularFile;
   });
 }
 

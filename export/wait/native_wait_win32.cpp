@@ -11,16 +11,16 @@
 namespace kestrune {
 namespace {
 
-std::optional<std::uint64_t> SizeOfRegularFile(const std::wstring& path) {
-  const std::optional<FileEntry> entry = QueryEntryQuietly(path);
+std::optional<std::uint64_t> SizeOfRegularFile(SystemCalls& calls, const std::wstring& path) {
+  const std::optional<FileEntry> entry = QueryEntryQuietly(calls, path);
   return entry && entry->kind == FileKind::RegularFile ? std::optional(entry->size) : std::nullopt;
 }
 
 /// Writes the result file. Ignores failures: the script polls for the file and gives up by itself
 /// after its time limit.
-void WriteResult(const std::wstring& path, const std::string& text) {
+void WriteResult(SystemCalls& calls, const std::wstring& path, const std::string& text) {
   try {
-    WriteWholeFile(path, text);
+    WriteWholeFile(calls, path, text);
   } catch (const Failure&) {
     return;
   }
@@ -28,26 +28,26 @@ void WriteResult(const std::wstring& path, const std::string& text) {
 
 }  // namespace
 
-void ReportNativeWaitFailure(const std::wstring& result_path) {
-  WriteResult(result_path, "ERROR\r\n");
+void ReportNativeWaitFailure(SystemCalls& calls, const WaitNativeCommand& command) {
+  WriteResult(calls, command.result_path, "ERROR\r\n");
 }
 
-int WaitForNativeOutput(const WaitNativeCommand& command) {
-  WriteLogEntry(L"Waiting for native output",
+int WaitForNativeOutput(SystemCalls& calls, const WaitNativeCommand& command) {
+  WriteLogEntry(calls, L"Waiting for native output",
                 L"Expected=" + command.expected_path + L" Report=" + command.report_path);
   const std::optional<std::uint64_t> size =
-      WaitForStableSize([&] { return SizeOfRegularFile(command.expected_path); },
-                        [] { Sleep(kWaitSleepMilliseconds); });
+      WaitForStableSize([&] { return SizeOfRegularFile(calls, command.expected_path); },
+                        [&] { calls.Wait(kWaitSleepMilliseconds); });
   if (!size) {
-    WriteLogEntry(L"Native output timeout", L"Expected=" + command.expected_path);
-    ReportNativeWaitFailure(command.result_path);
+    WriteLogEntry(calls, L"Native output timeout", L"Expected=" + command.expected_path);
+    ReportNativeWaitFailure(calls, command);
     return kNativeWaitFailed;
   }
-  WriteResult(command.result_path, "OK\r\n" + std::to_string(*size));
-  const bool has_report = QueryFileKindQuietly(command.report_path) == FileKind::RegularFile;
-  WriteLogEntry(L"Native output stable", L"Path=" + command.expected_path + L" Size=" +
-                                             Decimal(*size) + L" ReportExists=" +
-                                             (has_report ? L"yes" : L"no"));
+  WriteResult(calls, command.result_path, "OK\r\n" + std::to_string(*size));
+  const bool has_report = QueryFileKindQuietly(calls, command.report_path) == FileKind::RegularFile;
+  WriteLogEntry(calls, L"Native output stable",
+                L"Path=" + command.expected_path + L" Size=" + Decimal(*size) + L" ReportExists=" +
+                    (has_report ? L"yes" : L"no"));
   return kNativeOutputComplete;
 }
 

@@ -145,10 +145,9 @@ class Target {
   /// Opens the file to write: the target itself, or for a new target an empty temporary file beside
   /// it, which a killed process may have left. Returns the Windows error.
   [[nodiscard]] DWORD Open(bool is_new) {
-    file_ = FileHandle(
+    file_.Reset(
         calls_.Create(is_new ? incoming_ : path_,
                       {.access = GENERIC_READ | GENERIC_WRITE,
-                       .sharing = 0,
                        .disposition = is_new ? DWORD{CREATE_ALWAYS} : DWORD{OPEN_EXISTING}}));
     if (!file_) {
       return GetLastError();

@@ -8,18 +8,18 @@
 namespace kestrune {
 namespace {
 
-bool IsPackage(const std::wstring& directory) {
-  return QueryFileKind(JoinPath({directory, kPackageScriptFolder, kScriptFile})) !=
+bool IsPackage(SystemCalls& calls, const std::wstring& directory) {
+  return QueryFileKind(calls, JoinPath({directory, kPackageScriptFolder, kScriptFile})) !=
              FileKind::Absent &&
-         QueryFileKind(JoinPath({directory, kPackageRuntimeFolder, kBridgeOutJob})) !=
+         QueryFileKind(calls, JoinPath({directory, kPackageRuntimeFolder, kBridgeOutJob})) !=
              FileKind::Absent;
 }
 
 }  // namespace
 
-std::wstring FindPackageDirectory(const std::wstring& program_path) {
+std::wstring FindPackageDirectory(SystemCalls& calls, const std::wstring& program_path) {
   for (const std::wstring& directory : PackageDirectories(program_path)) {
-    if (IsPackage(directory)) {
+    if (IsPackage(calls, directory)) {
       return directory;
     }
   }

@@ -31,7 +31,7 @@ constexpr std::array<PackageFile, 7> kPackageFiles = {{
 }};
 
 void DeployFile(SystemCalls& calls, const std::wstring& source, const std::wstring& target) {
-  if (QueryFileKind(source) != FileKind::RegularFile) {
+  if (QueryFileKind(calls, source) != FileKind::RegularFile) {
     throw Refusal{{L"Missing file of the package: ", 0, source}};
   }
   try {
@@ -45,7 +45,7 @@ void DeployFile(SystemCalls& calls, const std::wstring& source, const std::wstri
 void Deploy(SystemCalls& calls, const std::wstring& package, const std::wstring& program) {
   std::wstring local_app_data;
   std::wstring folder_error;
-  if (!LocalAppDataDirectory(local_app_data, folder_error)) {
+  if (!LocalAppDataDirectory(calls, local_app_data, folder_error)) {
     throw Refusal{{folder_error}};
   }
   const std::wstring runtime = RuntimeRoot(local_app_data);

@@ -22,10 +22,11 @@ namespace {
 constexpr std::uint64_t kLargestTemplate = 16 << 20;
 
 /// Returns the template filled in for this machine.
-std::string FillForThisMachine(const std::string& script, const std::wstring& runtime) {
+std::string FillForThisMachine(SystemCalls& calls, const std::string& script,
+                               const std::wstring& runtime) {
   std::wstring temporary;
   std::wstring folder_error;
-  if (!TemporaryRoot(temporary, folder_error)) {
+  if (!TemporaryRoot(calls, temporary, folder_error)) {
     throw Refusal{{folder_error}};
   }
   // The host reads scripts in the ANSI code page: a path with a replaced character would name
@@ -60,17 +61,17 @@ void Remove(SystemCalls& calls, const std::wstring& incoming) {
   }
 }
 
-std::string ReadTemplate(const std::wstring& script) {
+std::string ReadTemplate(SystemCalls& calls, const std::wstring& script) {
   try {
-    return ReadWholeFile(script, kLargestTemplate);
+    return ReadWholeFile(calls, script, kLargestTemplate);
   } catch (const Failure& failure) {
     throw Refusal{{L"Cannot read the runtime script template.", failure.code}};
   }
 }
 
-void WriteScript(const std::wstring& path, std::string_view script) {
+void WriteScript(SystemCalls& calls, const std::wstring& path, std::string_view script) {
   try {
-    WriteWholeFile(path, script);
+    WriteWholeFile(calls, path, script);
   } catch (const Failure& failure) {
     throw Refusal{{L"Cannot write the runtime script.", failure.code}};
   }
@@ -85,9 +86,9 @@ void GenerateRuntimeScript(SystemCalls& calls, const std::wstring& package,
   if (DecideInstall(calls, script, target) == InstallVerdict::UpToDate) {
     return;
   }
-  const std::string filled = FillForThisMachine(ReadTemplate(script), runtime);
-  const std::wstring incoming = JoinPath(runtime, IncomingScriptName(LocalTimeNow()));
-  WriteScript(incoming, filled);
+  const std::string filled = FillForThisMachine(calls, ReadTemplate(calls, script), runtime);
+  const std::wstring incoming = JoinPath(runtime, IncomingScriptName(LocalTimeNow(calls)));
+  WriteScript(calls, incoming, filled);
   const OriginProof proof = TakePackageTime(calls, script, incoming);
   try {
     InstallFile(calls, incoming, target, proof);

@@ -71,7 +71,7 @@ UserSide ReadUserSide(SystemCalls& calls) {
   UserSide side;
   std::wstring app_data;
   std::wstring error_text;
-  if (!RoamingAppDataDirectory(app_data, error_text)) {
+  if (!RoamingAppDataDirectory(calls, app_data, error_text)) {
     side.profiles.outcome = NameListing::Outcome::CannotRead;
     return side;
   }
@@ -88,9 +88,9 @@ std::wstring TextValue(SystemCalls& calls, HKEY key, const wchar_t* name) {
   return ReadRegistryText(calls, key, name, text, type) ? text : std::wstring();
 }
 
-std::wstring FindExecutable(const HostInstance& instance) {
+std::wstring FindHostProgram(SystemCalls& calls, const HostInstance& instance) {
   std::wstring named = PathFromDisplayIcon(instance.display_icon);
-  if (NamesHostProgram(named) && QueryFileKind(named) == FileKind::RegularFile) {
+  if (NamesHostProgram(named) && QueryFileKind(calls, named) == FileKind::RegularFile) {
     return named;
   }
   if (instance.install_location.empty()) {
@@ -98,17 +98,17 @@ std::wstring FindExecutable(const HostInstance& instance) {
   }
   for (const wchar_t* name : {L"X2.exe", L"dxp.exe"}) {
     std::wstring candidate = JoinPath(instance.install_location, name);
-    if (QueryFileKind(candidate) == FileKind::RegularFile) {
+    if (QueryFileKind(calls, candidate) == FileKind::RegularFile) {
       return candidate;
     }
   }
   return {};
 }
 
-/// Calls FindExecutable and adds the instance's GUID to a failure.
-std::wstring FindExecutableOf(const HostInstance& instance) {
+/// Calls FindHostProgram and adds the instance's GUID to a failure.
+std::wstring FindHostProgramOf(SystemCalls& calls, const HostInstance& instance) {
   try {
-    return FindExecutable(instance);
+    return FindHostProgram(calls, instance);
   } catch (Failure& failure) {
     failure.subject += L" GUID=" + instance.guid;
     throw;
@@ -178,7 +178,7 @@ class Discovery {
     }
     instance.install_location = TextValue(calls_, key, L"InstallLocation");
     instance.display_icon = TextValue(calls_, key, L"DisplayIcon");
-    instance.executable = FindExecutableOf(instance);
+    instance.executable = FindHostProgramOf(calls_, instance);
     if (!instance.executable.empty()) {
       instance.resource_path = JoinPath(ParentPath(instance.executable), L"System\\AdvPcb.rcs");
     }

@@ -24,7 +24,7 @@ constexpr std::wstring_view kSavedRcs = L"DXP.RCS.before";
 
 std::wstring NameBackupDirectory(kestrune::SystemCalls& calls, const StoreTarget& target) {
   const std::wstring root = JoinPath(kestrune::ParentPath(target.rcs_path), L"KestruneBackups");
-  const RunStamp stamp = {kestrune::UtcTimeNow(), GetCurrentProcessId(), calls.GetTicks()};
+  const RunStamp stamp = {kestrune::UtcTimeNow(calls), GetCurrentProcessId(), calls.GetTicks()};
   return JoinPath(JoinPath(root, target.guid), BackupDirectoryName(stamp));
 }
 

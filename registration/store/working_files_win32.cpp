@@ -70,11 +70,9 @@ bool Exists(SystemCalls& calls, const ExtendedPath& path) {
 }
 
 WorkingFiles NameWorkingFiles(SystemCalls& calls, const ExtendedPath& rcs_path) {
-  LARGE_INTEGER counter{};
-  QueryPerformanceCounter(&counter);
   const std::wstring run = std::wstring(kMark) + std::to_wstring(GetCurrentProcessId()) + L"_" +
                            std::to_wstring(StartTime(calls, GetCurrentProcess())) + L"_" +
-                           std::to_wstring(counter.QuadPart);
+                           std::to_wstring(calls.GetCounter());
   return {rcs_path.WithEnding(run + std::wstring(kTemporaryEnd)),
           rcs_path.WithEnding(run + std::wstring(kDisplacedEnd)),
           rcs_path.WithEnding(run + L".undone" + std::wstring(kDisplacedEnd)),

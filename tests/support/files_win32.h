@@ -5,6 +5,7 @@
 
 #include "common/failure/failure.h"
 #include "common/files/file_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 
@@ -23,11 +24,11 @@ bool TryOnFile(const Action& action) {
 
 [[nodiscard]] inline bool TryReadFile(const std::wstring& path, std::uint64_t limit,
                                       std::string& bytes) {
-  return TryOnFile([&] { bytes = ReadWholeFile(path, limit); });
+  return TryOnFile([&] { bytes = ReadWholeFile(RealCalls(), path, limit); });
 }
 
 [[nodiscard]] inline bool TryWriteFile(const std::wstring& path, std::string_view bytes) {
-  return TryOnFile([&] { WriteWholeFile(path, bytes); });
+  return TryOnFile([&] { WriteWholeFile(RealCalls(), path, bytes); });
 }
 
 [[nodiscard]] inline bool TryWriteAll(HANDLE file, std::string_view bytes) {
@@ -43,7 +44,7 @@ bool TryOnFile(const Action& action) {
 }
 
 [[nodiscard]] inline bool TryRenameOver(const std::wstring& source, const std::wstring& target) {
-  return TryOnFile([&] { RenameFile(source, target, MOVEFILE_REPLACE_EXISTING); });
+  return TryOnFile([&] { RenameFile(RealCalls(), source, target, MOVEFILE_REPLACE_EXISTING); });
 }
 
 [[nodiscard]] inline bool TryCreateDirectories(const std::wstring& path) {

@@ -11,7 +11,7 @@ namespace kestrune {
 inline bool RemoveTree(const std::wstring& path) {
   SystemCalls calls;
   try {
-    RemoveTree(path, calls);
+    RemoveTree(calls, path);
     return true;
   } catch (const Failure& failure) {
     SetLastError(failure.code);

@@ -176,6 +176,10 @@ UINT ScriptedCalls::MakeTemporaryFile(const wchar_t* folder, const wchar_t* pref
                 [&] { return SystemCalls::MakeTemporaryFile(folder, prefix, name); });
 }
 
+BOOL ScriptedCalls::Close(HANDLE file) {
+  return Around({"Close", PathOf(file)}, FALSE, [&] { return SystemCalls::Close(file); });
+}
+
 BOOL ScriptedCalls::GetSize(HANDLE file, LARGE_INTEGER* size) {
   return Around({"GetSize", PathOf(file)}, FALSE, [&] {
     BOOL answer = FALSE;
@@ -375,6 +379,25 @@ HRESULT ScriptedCalls::GetKnownFolder(const KNOWNFOLDERID& folder, DWORD flags, 
                       [&] { return SystemCalls::GetKnownFolder(folder, flags, path); });
 }
 
+HRESULT ScriptedCalls::GetShellFolder(int folder, wchar_t* path) {
+  return AroundResult({"GetShellFolder"},
+                      [&] { return SystemCalls::GetShellFolder(folder, path); });
+}
+
+DWORD ScriptedCalls::ExpandText(const std::wstring& text, wchar_t* expanded, DWORD size) {
+  return Around({"ExpandText", text}, DWORD{0},
+                [&] { return SystemCalls::ExpandText(text, expanded, size); });
+}
+
+DWORD ScriptedCalls::GetProgramPath(wchar_t* path, DWORD size) {
+  return Around({"GetProgramPath"}, DWORD{0},
+                [&] { return SystemCalls::GetProgramPath(path, size); });
+}
+
+BOOL ScriptedCalls::GetUser(wchar_t* name, DWORD* size) {
+  return Around({"GetUser"}, FALSE, [&] { return SystemCalls::GetUser(name, size); });
+}
+
 HANDLE ScriptedCalls::SnapshotProcesses() {
   return Around({"SnapshotProcesses"}, INVALID_HANDLE_VALUE,
                 [&] { return SystemCalls::SnapshotProcesses(); });
@@ -392,6 +415,20 @@ BOOL ScriptedCalls::NextProcess(HANDLE snapshot, PROCESSENTRY32W* entry) {
 HANDLE ScriptedCalls::OpenProcess(DWORD access, DWORD process_id) {
   return Around({"OpenProcess"}, HANDLE{},
                 [&] { return SystemCalls::OpenProcess(access, process_id); });
+}
+
+DWORD ScriptedCalls::GetId(HANDLE process) {
+  return Around({"GetId"}, DWORD{0}, [&] { return SystemCalls::GetId(process); });
+}
+
+BOOL ScriptedCalls::GetSession(DWORD process_id, DWORD* session) {
+  return Around({"GetSession"}, FALSE,
+                [&] { return SystemCalls::GetSession(process_id, session); });
+}
+
+DWORD ScriptedCalls::WaitForEnd(HANDLE process, DWORD milliseconds) {
+  return Around({"WaitForEnd"}, DWORD{WAIT_FAILED},
+                [&] { return SystemCalls::WaitForEnd(process, milliseconds); });
 }
 
 BOOL ScriptedCalls::GetCreationTime(HANDLE process, FILETIME* time) {

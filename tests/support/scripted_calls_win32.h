@@ -72,6 +72,7 @@ class ScriptedCalls : public SystemCalls {
   UINT GetDriveKind(const std::wstring& root) override;
   DWORD GetTemporaryFolder(DWORD size, wchar_t* folder) override;
   UINT MakeTemporaryFile(const wchar_t* folder, const wchar_t* prefix, wchar_t* name) override;
+  BOOL Close(HANDLE file) override;
   BOOL GetSize(HANDLE file, LARGE_INTEGER* size) override;
   BOOL GetInformation(HANDLE file, BY_HANDLE_FILE_INFORMATION* information) override;
   BOOL GetTag(HANDLE file, FILE_ATTRIBUTE_TAG_INFO* tag) override;
@@ -113,10 +114,17 @@ class ScriptedCalls : public SystemCalls {
                    DWORD size) override;
   LSTATUS DeleteValue(HKEY key, const std::wstring& name) override;
   HRESULT GetKnownFolder(const KNOWNFOLDERID& folder, DWORD flags, wchar_t** path) override;
+  HRESULT GetShellFolder(int folder, wchar_t* path) override;
+  DWORD ExpandText(const std::wstring& text, wchar_t* expanded, DWORD size) override;
+  DWORD GetProgramPath(wchar_t* path, DWORD size) override;
+  BOOL GetUser(wchar_t* name, DWORD* size) override;
   HANDLE SnapshotProcesses() override;
   BOOL FirstProcess(HANDLE snapshot, PROCESSENTRY32W* entry) override;
   BOOL NextProcess(HANDLE snapshot, PROCESSENTRY32W* entry) override;
   HANDLE OpenProcess(DWORD access, DWORD process_id) override;
+  DWORD GetId(HANDLE process) override;
+  BOOL GetSession(DWORD process_id, DWORD* session) override;
+  DWORD WaitForEnd(HANDLE process, DWORD milliseconds) override;
   BOOL GetCreationTime(HANDLE process, FILETIME* time) override;
   BOOL GetExitCode(HANDLE process, DWORD* code) override;
   BOOL GetImagePath(HANDLE process, wchar_t* path, DWORD* length) override;

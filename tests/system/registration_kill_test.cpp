@@ -23,6 +23,7 @@
 #include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/process/program_run_win32.h"
 #include "tests/support/machine/test_profile_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace altium_registration {
 namespace {
@@ -249,8 +250,9 @@ class KilledRegistration : public testing::Test {
           FileBytes(JoinPath(directory, L"registry.before.bin")) == RegistryBackup(enumerated_) &&
           FileBytes(JoinPath(directory, L"instance.txt")) == instance_ &&
           FileBytes(JoinPath(directory, L"security.before.bin")) == security_ &&
-          log.starts_with("Before SHA256=" + kestrune::Sha256(old_rcs_) +
-                          "\r\nIntended SHA256=" + kestrune::Sha256(new_rcs_) + "\r\n")) {
+          log.starts_with("Before SHA256=" + kestrune::Sha256(kestrune::RealCalls(), old_rcs_) +
+                          "\r\nIntended SHA256=" +
+                          kestrune::Sha256(kestrune::RealCalls(), new_rcs_) + "\r\n")) {
         return;
       }
     }

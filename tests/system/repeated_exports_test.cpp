@@ -16,6 +16,7 @@
 #include "tests/support/export/odb_archive.h"
 #include "tests/support/machine/open_resources_win32.h"
 #include "tests/support/export/output_job_reader.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -25,7 +26,7 @@ namespace {
 void ListTree(const std::wstring& folder, std::vector<std::string>& list) {
   for (const std::wstring& name : NamesIn(folder)) {
     const std::wstring path = JoinPath(folder, name);
-    const std::optional<FileEntry> entry = QueryEntryQuietly(path);
+    const std::optional<FileEntry> entry = QueryEntryQuietly(RealCalls(), path);
     if (!entry) {
       list.push_back(Utf8FromWide(path) + " cannot be read");
     } else if (entry->kind == FileKind::Directory) {

@@ -17,9 +17,10 @@ constexpr DWORD kElevationRequired = 740;  // ERROR_ELEVATION_REQUIRED, which no
 
 /// Returns the executable with its environment variables expanded, or as written when Windows
 /// cannot expand them.
-std::wstring ExpandedExecutable(const UserSettings& settings, Desktop& desktop) {
+std::wstring ExpandedExecutable(SystemCalls& calls, const UserSettings& settings) {
   std::wstring expanded;
-  return desktop.Expand(settings.executable_path, expanded) ? expanded : settings.executable_path;
+  return ExpandEnvironment(calls, settings.executable_path, expanded) ? expanded
+                                                                      : settings.executable_path;
 }
 
 /// Starts the process. Returns false with the Windows error. It is created suspended so that it has
@@ -43,7 +44,7 @@ bool StartProcess(const std::wstring& executable, const std::wstring& argument_l
     return true;
   }
   code = GetLastError();
-  TerminateProcess(process.Get(), code);
+  desktop.End(process.Get(), code);
   return false;
 }
 
@@ -92,40 +93,41 @@ bool StartApplication(const std::wstring& executable, const std::wstring& argume
   return false;
 }
 
-AfterExportResult HandToApplication(const UserSettings& settings, const std::wstring& zip_path,
-                                    std::optional<std::int64_t> space, Desktop& desktop) {
+AfterExportResult HandToApplication(const Doors& doors, const UserSettings& settings,
+                                    const std::wstring& zip_path,
+                                    std::optional<std::int64_t> space) {
   AfterExportResult result;
-  result.label = BuildExportCommandLabel(settings);
+  result.label = BuildExportCommandLabel(doors.system, settings);
   result.program_name = settings.program_name;
   if (!settings.enabled) {
     return result;
   }
   result.configured = true;
-  const std::wstring executable = ExpandedExecutable(settings, desktop);
-  if (QueryFileKind(executable) != FileKind::RegularFile) {
+  const std::wstring executable = ExpandedExecutable(doors.system, settings);
+  if (QueryFileKind(doors.system, executable) != FileKind::RegularFile) {
     result.error_text = L"The configured after-export executable does not exist: " + executable;
     return result;
   }
   const std::wstring line = BuildArgumentLine(settings.arguments, zip_path, space);
-  result.delivered = SendToRunningInstance(settings.mailslot_name, line, executable, desktop) ||
-                     StartApplication(executable, line, desktop, result.error_text);
+  result.delivered = SendToRunningInstance(doors, settings.mailslot_name, line, executable) ||
+                     StartApplication(executable, line, doors.desktop, result.error_text);
   return result;
 }
 
-AfterExportResult RunAfterExport(const std::wstring& zip_path, std::optional<std::int64_t> space,
-                                 Desktop& desktop) {
+AfterExportResult RunAfterExport(const Doors& doors, const std::wstring& zip_path,
+                                 std::optional<std::int64_t> space) {
   UserSettings settings;
   AfterExportResult unreadable;
   try {
     std::wstring settings_path;
-    if (!LoadUserSettings(settings, settings_path, unreadable.error_text)) {
+    if (!LoadUserSettings(doors.system, settings, settings_path, unreadable.error_text)) {
       return unreadable;
     }
   } catch (const Failure& failure) {
     unreadable.error_text = failure.text;
     return unreadable;
   }
-  return HandToApplication(settings, zip_path, space, desktop);
+  return HandToApplication(doors, settings, zip_path, space);
 }
 
 }  // namespace kestrune

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "common/desktop/desktop_win32.h"
+#include "common/desktop/doors_win32.h"
 #include "export/settings/user_settings.h"
 
 namespace kestrune {
@@ -28,12 +28,13 @@ struct AfterExportResult {
 ///
 /// Settings that cannot be read count as none, with the reason as error text. Throws Failure
 /// "status" when Windows cannot report whether the executable exists.
-AfterExportResult RunAfterExport(const std::wstring& zip_path, std::optional<std::int64_t> space,
-                                 Desktop& desktop);
+AfterExportResult RunAfterExport(const Doors& doors, const std::wstring& zip_path,
+                                 std::optional<std::int64_t> space);
 
 /// Does the work of RunAfterExport with settings that were already read.
-AfterExportResult HandToApplication(const UserSettings& settings, const std::wstring& zip_path,
-                                    std::optional<std::int64_t> space, Desktop& desktop);
+AfterExportResult HandToApplication(const Doors& doors, const UserSettings& settings,
+                                    const std::wstring& zip_path,
+                                    std::optional<std::int64_t> space);
 
 /// Starts `executable` in its own folder with its quoted path and the argument line as command
 /// line. A program that demands elevation is started through the shell, which shows the user the

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "common/desktop/desktop_win32.h"
+#include "common/desktop/doors_win32.h"
 
 namespace kestrune {
 
@@ -16,15 +16,16 @@ namespace kestrune {
 /// A listener that is verified as the configured application (`executable_path`, expanded) of this
 /// user and session may bring itself to the foreground. Any other listener receives the message
 /// too.
-[[nodiscard]] bool SendToRunningInstance(const std::wstring& mailslot_name,
+[[nodiscard]] bool SendToRunningInstance(const Doors& doors, const std::wstring& mailslot_name,
                                          const std::wstring& argument_line,
-                                         const std::wstring& executable_path, Desktop& desktop);
+                                         const std::wstring& executable_path);
 
 /// Returns whether `process` (opened for SYNCHRONIZE and PROCESS_QUERY_LIMITED_INFORMATION) is the
 /// running process `process_id`, in this session, of this user, with this image path (ignoring
 /// case).
-[[nodiscard]] bool VerifyListenerProcess(HANDLE process, std::uint32_t process_id,
-                                         const std::wstring& executable_path, Desktop& desktop);
+[[nodiscard]] bool VerifyListenerProcess(SystemCalls& calls, HANDLE process,
+                                         std::uint32_t process_id,
+                                         const std::wstring& executable_path);
 
 /// Writes the line as one message of 1 to 32,767 bytes in the ANSI code page, without a terminating
 /// null. Returns false when the name is not a mailslot name of a listener, when a character has no

@@ -26,6 +26,7 @@
 #include "common/system/owners_win32.h"
 #include "common/text/text.h"
 #include "tests/support/files_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace {
 
@@ -143,7 +144,8 @@ int Hold(const std::wstring& file, unsigned long milliseconds) {
   }
   const ULONGLONG deadline = GetTickCount64() + milliseconds;
   while (GetTickCount64() < deadline &&
-         kestrune::QueryFileKindQuietly(file) == kestrune::FileKind::RegularFile) {
+         kestrune::QueryFileKindQuietly(kestrune::RealCalls(), file) ==
+             kestrune::FileKind::RegularFile) {
     Sleep(20);
   }
   return 0;

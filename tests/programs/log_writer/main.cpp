@@ -7,6 +7,7 @@
 
 #include "common/log/log_win32.h"
 #include "common/system/owners_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
   int count = 0;
@@ -17,7 +18,8 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
   const std::wstring number = arguments.Get()[1];
   const long entries = std::wcstol(arguments.Get()[2], nullptr, 10);
   for (long i = 0; i < entries; ++i) {
-    kestrune::WriteLogEntry(L"Writer " + number, L"Entry=" + std::to_wstring(i) + L" End=yes");
+    kestrune::WriteLogEntry(kestrune::RealCalls(), L"Writer " + number,
+                            L"Entry=" + std::to_wstring(i) + L" End=yes");
   }
   return 0;
 }

@@ -17,6 +17,7 @@
 #include "tests/support/files_win32.h"
 #include "tests/support/machine/machine_in_a_box_win32.h"
 #include "tests/support/process/program_run_win32.h"
+#include "tests/support/real_calls_win32.h"
 #include "tests/support/remove_tree_win32.h"
 
 namespace kestrune {
@@ -110,7 +111,8 @@ void ShowHosts() {
 /// Waits until a script outside has taken a screenshot, or for a limited time.
 void HavePhotographed(const std::wstring& name) {
   if (TryWriteFile(name + L".please", "")) {
-    for (int i = 0; i < 100 && QueryFileKindQuietly(name + L".taken") == FileKind::Absent; ++i) {
+    for (int i = 0;
+         i < 100 && QueryFileKindQuietly(RealCalls(), name + L".taken") == FileKind::Absent; ++i) {
       Sleep(50);
     }
     DeleteFileW((name + L".taken").c_str());

@@ -16,6 +16,7 @@
 #include "common/files/sha256_win32.h"
 #include "common/text/text.h"
 #include "tests/support/files_win32.h"
+#include "tests/support/real_calls_win32.h"
 #include "tests/support/registration/rcs_model.h"
 #include "tests/support/remove_tree_win32.h"
 
@@ -149,7 +150,7 @@ MadeInstance ReadEntry(const std::wstring& name, bool in_64_bit_view) {
   made.version = Text(key.Get(), L"DisplayVersion");
   for (const wchar_t* program : {L"X2.exe", L"dxp.exe"}) {
     const std::wstring path = JoinPath(made.directory, program);
-    if (made.program.empty() && QueryFileKindQuietly(path) == FileKind::RegularFile) {
+    if (made.program.empty() && QueryFileKindQuietly(RealCalls(), path) == FileKind::RegularFile) {
       made.program = path;
     }
   }
@@ -213,7 +214,7 @@ void AddKey(HKEY root, const std::wstring& path, REGSAM view, const std::string&
 
 std::string DigestOf(const std::wstring& path) {
   try {
-    return Sha256OfFile(path);
+    return Sha256OfFile(RealCalls(), ExtendedPath(path));
   } catch (const Failure&) {
     return "unreadable";
   }
@@ -286,7 +287,7 @@ bool StartsScript(const HostButton& button, const HostView& view) {
       [&](const std::wstring& listed) { return LowerAscii(listed) == LowerAscii(project); });
   const std::size_t arrow = button.procedure.find('>');
   if (!loaded || arrow == std::string::npos ||
-      QueryFileKindQuietly(project) != FileKind::RegularFile) {
+      QueryFileKindQuietly(RealCalls(), project) != FileKind::RegularFile) {
     return false;
   }
   const std::wstring unit =

@@ -1,4 +1,5 @@
 #include "tests/support/machine/moved_profile_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 #include <sddl.h>
 
@@ -14,7 +15,8 @@ constexpr wchar_t kValue[] = L"ProfileImagePath";
 std::wstring EntryName() {
   ProcessUser user;
   LocalMemory<wchar_t> sid;
-  if (!user.Read(GetCurrentProcess()) || !ConvertSidToStringSidW(user.Sid(), sid.Put())) {
+  if (!user.Read(RealCalls(), GetCurrentProcess()) ||
+      !ConvertSidToStringSidW(user.Sid(), sid.Put())) {
     return {};
   }
   return std::wstring(L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\") +

@@ -1,20 +1,45 @@
 #pragma once
 
-#include "common/places/known_folders_win32.h"
+#include <windows.h>
+#include <objbase.h>
+
+#include <algorithm>
+#include <string>
+
+#include "common/system/system_calls_win32.h"
 
 namespace kestrune {
 
 /// A machine whose profile list and shell know only what a test lets them know.
-class UnknownFolders final : public FolderCalls {
+class UnknownFolders final : public SystemCalls {
  public:
-  bool ProfileFromList(std::wstring& profile) override {
-    profile = listed_profile;
-    return !profile.empty();
+  LSTATUS OpenKey(HKEY parent, const std::wstring& path, DWORD access, HKEY* key) override {
+    const bool is_profile = path.find(L"\\ProfileList\\") != std::wstring::npos;
+    return is_profile && listed_profile.empty() ? ERROR_FILE_NOT_FOUND
+                                                : SystemCalls::OpenKey(parent, path, access, key);
   }
-  bool ShellFolder(const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) override {
+  LSTATUS QueryValue(HKEY key, const std::wstring& name, DWORD* type, void* data,
+                     DWORD* size) override {
+    if (name != L"ProfileImagePath") {
+      return SystemCalls::QueryValue(key, name, type, data, size);
+    }
+    *type = REG_SZ;
+    *size = static_cast<DWORD>(listed_profile.size() * sizeof(wchar_t));
+    if (data != nullptr) {
+      std::ranges::copy(listed_profile, static_cast<wchar_t*>(data));
+    }
+    return ERROR_SUCCESS;
+  }
+  HRESULT GetKnownFolder(const KNOWNFOLDERID& folder, DWORD flags, wchar_t** path) override {
     asked_flags = flags;
-    path = known != nullptr && folder == *known ? shell_path : L"";
-    return !path.empty();
+    *path = nullptr;
+    if (known == nullptr || folder != *known) {
+      return E_FAIL;
+    }
+    const std::size_t size = shell_path.size() + 1;
+    *path = static_cast<wchar_t*>(CoTaskMemAlloc(size * sizeof(wchar_t)));
+    std::copy_n(shell_path.c_str(), size, *path);
+    return S_OK;
   }
 
   std::wstring listed_profile;

@@ -54,9 +54,8 @@ class LastResortTest : public ExportTest {
   }
 
   SystemCalls system_;
-  FolderCalls folder_calls_;
   NotedBoxes desktop_;
-  Doors doors_{system_, folder_calls_, desktop_};
+  Doors doors_{system_, desktop_};
 };
 
 TEST_F(LastResortTest, FailedPreparationPublishesAnError) {
@@ -147,11 +146,10 @@ int PositionOf(const PositionWindowCommand& command, const Doors&) {
 
 TEST_F(DispatchTest, CommandLineIsSplitParsedAndRun) {
   SystemCalls system;
-  FolderCalls folder_calls;
   NotedBoxes desktop;
   const auto command = ReadCommandLine(L"\"C:\\a b\\Kestrune.exe\" --position-window 4 2");
   ASSERT_TRUE(command.has_value());
-  EXPECT_EQ(RunCommand(*command, Replaced(PositionOf), {system, folder_calls, desktop}), 42);
+  EXPECT_EQ(RunCommand(*command, Replaced(PositionOf), {system, desktop}), 42);
   const auto finalize =
       ReadCommandLine(L"Kestrune.exe --finalize \"C:\\a b.zip\" board").value_or(UnknownCommand{});
   ASSERT_TRUE(std::holds_alternative<FinalizeCommand>(finalize));

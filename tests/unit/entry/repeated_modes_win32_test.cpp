@@ -30,7 +30,7 @@ Modes ModesUnderTest() {
   Modes modes = kModes;
   std::get<Mode<InstallerOptions>>(modes).run = [](const InstallerOptions& options,
                                                    const Doors& doors) {
-    return static_cast<int>(RunInstallerCommand(options, KestrunePath(), doors.system).code);
+    return static_cast<int>(RunInstallerCommand(doors.system, options, KestrunePath()).code);
   };
   return modes;
 }
@@ -100,9 +100,8 @@ class RepeatedModes : public ExportTest {
 
   Modes modes_ = ModesUnderTest();
   SystemCalls system_;
-  FolderCalls folder_calls_;
   NotedBoxes desktop_;
-  Doors doors_{system_, folder_calls_, desktop_};
+  Doors doors_{system_, desktop_};
   std::wstring board_;
 };
 
@@ -221,9 +220,8 @@ class RepeatedInstaller : public InstallTest {
 
   Modes modes_ = ModesUnderTest();
   SystemCalls system_;
-  FolderCalls folder_calls_;
   NotedBoxes desktop_;
-  Doors doors_{system_, folder_calls_, desktop_};
+  Doors doors_{system_, desktop_};
 };
 
 TEST_F(RepeatedInstaller, InstallingUpdatingAndRemoving) {

@@ -8,6 +8,7 @@
 #include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
 #include "tests/support/machine/small_disk_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -20,7 +21,7 @@ class InstallerReportTest : public ExportTest {
   static void Write(const std::wstring& path, const std::wstring& message) {
     InstallerOptions options;
     options.report = path;
-    WriteInstallerReport(options, message);
+    WriteInstallerReport(RealCalls(), options, message);
   }
 
   void ExpectLogged(DWORD code, const std::wstring& path) const {
@@ -39,7 +40,7 @@ TEST_F(InstallerReportTest, WritesUtf8WithWindowsLineEnds) {
 }
 
 TEST_F(InstallerReportTest, WritesNothingUnasked) {
-  WriteInstallerReport({}, L"text");
+  WriteInstallerReport(RealCalls(), {}, L"text");
   EXPECT_THAT(Log(), IsEmpty());
 }
 

@@ -24,7 +24,7 @@ TEST_F(InstallerFromNowhere, DeploysNothingAndChangesNoProfile) {
   with_package.package = package_;
   for (const InstallerOptions& options : {InstallerOptions{}, with_package}) {
     SystemCalls calls;
-    const InstallerResult result = RunInstallerCommand(options, L"", calls);
+    const InstallerResult result = RunInstallerCommand(calls, options, L"");
     EXPECT_EQ(result.code, 40);
     EXPECT_EQ(result.message, Failed(host, L"Runtime deployment failed; profile unchanged."));
     ExpectLogged(1, {L"Installer failed | Error=The program's own path is too long. GetLastError=0 "
@@ -53,7 +53,7 @@ class InstallerWithStrangeCalls : public InstallTest {
     };
     InstallerOptions options;
     options.package = package_;
-    return RunInstallerCommand(options, KestrunePath(), calls);
+    return RunInstallerCommand(calls, options, KestrunePath());
   }
 };
 
@@ -89,7 +89,7 @@ class InstallerInScarcity : public InstallTest {
     const std::wstring program = KestrunePath();
     SystemCalls calls;
     const ScarceMemory memory(allowed, refused);
-    result_ = RunInstallerCommand(options, program, calls);
+    result_ = RunInstallerCommand(calls, options, program);
     return ScarceMemory::Asked();
   }
 

@@ -6,6 +6,7 @@
 #include "common/text/path.h"
 #include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
+#include "tests/support/real_calls_win32.h"
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/machine/small_disk_win32.h"
 #include "tests/support/machine/unix_link_win32.h"
@@ -47,7 +48,7 @@ void ExpectFailure(const Action& action, const Failure& expected) {
 
 DWORD StatusErrorOf(const std::wstring& path) {
   try {
-    static_cast<void>(QueryFileKind(path));
+    static_cast<void>(QueryFileKind(RealCalls(), path));
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.text, L"status");
     return failure.code;
@@ -66,19 +67,19 @@ std::wstring LongPath(const std::wstring& root) {
 
 TEST_F(FileTest, KindTellsFilesFromDirectories) {
   ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
-  EXPECT_EQ(QueryFileKind(In(L"file")), FileKind::RegularFile);
-  EXPECT_EQ(QueryFileKind(root_), FileKind::Directory);
-  EXPECT_EQ(QueryFileKindQuietly(In(L"file")), FileKind::RegularFile);
+  EXPECT_EQ(QueryFileKind(RealCalls(), In(L"file")), FileKind::RegularFile);
+  EXPECT_EQ(QueryFileKind(RealCalls(), root_), FileKind::Directory);
+  EXPECT_EQ(QueryFileKindQuietly(RealCalls(), In(L"file")), FileKind::RegularFile);
 }
 
 TEST_F(FileTest, WhatCannotExistIsAbsent) {
   ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
-  EXPECT_EQ(QueryFileKind(In(L"file\\below")), FileKind::Absent);
-  EXPECT_EQ(QueryFileKind(In(L"missing")), FileKind::Absent);
-  EXPECT_EQ(QueryFileKind(In(L"missing\\below")), FileKind::Absent);
-  EXPECT_EQ(QueryFileKind(In(L"a|b")), FileKind::Absent);
-  EXPECT_EQ(QueryFileKind(L"Q:\\missing drive"), FileKind::Absent);
-  EXPECT_EQ(QueryFileKind(L""), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(RealCalls(), In(L"file\\below")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(RealCalls(), In(L"missing")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(RealCalls(), In(L"missing\\below")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(RealCalls(), In(L"a|b")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(RealCalls(), L"Q:\\missing drive"), FileKind::Absent);
+  EXPECT_EQ(QueryFileKind(RealCalls(), L""), FileKind::Absent);
 }
 
 TEST_F(FileTest, AnyOtherErrorIsAStatusFailure) {
@@ -90,13 +91,13 @@ TEST_F(FileTest, AnyOtherErrorIsAStatusFailure) {
     GTEST_SKIP() << "the system has no path at hand whose status is an error";
   }
   EXPECT_EQ(StatusErrorOf(device + L"no such pipe"), code);
-  EXPECT_EQ(QueryFileKindQuietly(device + L"no such pipe"), FileKind::Absent);
+  EXPECT_EQ(QueryFileKindQuietly(RealCalls(), device + L"no such pipe"), FileKind::Absent);
 }
 
 TEST_F(FileTest, AFileHeldWithoutSharingStillHasKindAndSize) {
   ASSERT_TRUE(TryWriteFile(In(L"held"), "12345"));
   const FileHandle held = HoldOpen(In(L"held"), GENERIC_READ | GENERIC_WRITE, 0);
-  const FileEntry entry = QueryEntry(In(L"held"), L"size");
+  const FileEntry entry = QueryEntry(RealCalls(), In(L"held"), L"size");
   EXPECT_EQ(entry.kind, FileKind::RegularFile);
   EXPECT_EQ(entry.size, 5U);
 }
@@ -106,7 +107,7 @@ TEST_F(FileTest, ALinkedFileHasTheKindAndSizeOfItsTarget) {
   if (!MakeFileLink(In(L"link"), In(L"target"))) {
     GTEST_SKIP() << "this system offers the test no way to make a link";
   }
-  const FileEntry entry = QueryEntry(In(L"link"), L"size");
+  const FileEntry entry = QueryEntry(RealCalls(), In(L"link"), L"size");
   EXPECT_EQ(entry.kind, FileKind::RegularFile);
   EXPECT_EQ(entry.size, 5U);
   RemoveLink(In(L"link"));
@@ -118,9 +119,9 @@ TEST_F(FileTest, ALinkThatLeadsNowhereIsAbsent) {
     GTEST_SKIP() << "this system offers the test no way to make a link";
   }
   ASSERT_TRUE(RemoveTree(In(L"target")));
-  EXPECT_FALSE(QueryEntryQuietly(In(L"link")));
-  EXPECT_EQ(QueryFileKind(In(L"link")), FileKind::Absent);
-  EXPECT_EQ(QueryFileKindQuietly(In(L"link")), FileKind::Absent);
+  EXPECT_FALSE(QueryEntryQuietly(RealCalls(), In(L"link")));
+  EXPECT_EQ(QueryFileKind(RealCalls(), In(L"link")), FileKind::Absent);
+  EXPECT_EQ(QueryFileKindQuietly(RealCalls(), In(L"link")), FileKind::Absent);
   // Wine neither lists nor removes a link without a target.
   ASSERT_TRUE(TryWriteFile(In(L"target"), "12345"));
   RemoveLink(In(L"link"));
@@ -131,22 +132,22 @@ TEST_F(FileTest, ALinkedDirectoryIsADirectory) {
   if (!MakeDirectoryLink(In(L"link"), In(L"target"))) {
     GTEST_SKIP() << "this system offers the test no way to make a link";
   }
-  EXPECT_EQ(QueryFileKind(In(L"link")), FileKind::Directory);
+  EXPECT_EQ(QueryFileKind(RealCalls(), In(L"link")), FileKind::Directory);
   RemoveLink(In(L"link"));
 }
 
 TEST_F(FileTest, SizesAboveFourGibibytesAreWhole) {
   constexpr std::uint64_t large = (std::uint64_t{1} << 32) + 10;
   PutSparseFile(In(L"large"), large);
-  EXPECT_EQ(QueryEntry(In(L"large"), L"size").size, large);
+  EXPECT_EQ(QueryEntry(RealCalls(), In(L"large"), L"size").size, large);
   std::string bytes;
   EXPECT_FALSE(TryReadFile(In(L"large"), 100, bytes)) << "4 GiB + 10 must not look like 10";
   EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_TOO_LARGE});
 }
 
 TEST_F(FileTest, AnAbsentFileIsAFailureWithItsCode) {
-  EXPECT_FALSE(QueryEntryQuietly(In(L"missing")));
-  ExpectFailure([&] { static_cast<void>(QueryEntry(In(L"missing"), L"size")); },
+  EXPECT_FALSE(QueryEntryQuietly(RealCalls(), In(L"missing")));
+  ExpectFailure([&] { static_cast<void>(QueryEntry(RealCalls(), In(L"missing"), L"size")); },
                 {L"size", ERROR_FILE_NOT_FOUND, In(L"missing")});
 }
 
@@ -188,13 +189,13 @@ TEST_F(FileTest, WritingNamesTheExactError) {
 }
 
 TEST_F(FileTest, AWriterKeepsItsFirstFailure) {
-  FileWriter missing(In(L"missing\\file"));
+  FileWriter missing(RealCalls(), In(L"missing\\file"));
   missing.Write("x");
   missing.Fail(ERROR_NO_UNICODE_TRANSLATION);
   ExpectFailure([&] { missing.Finish(L"finish"); },
                 {L"finish", ERROR_PATH_NOT_FOUND, In(L"missing\\file")});
 
-  FileWriter refused(In(L"file"));
+  FileWriter refused(RealCalls(), In(L"file"));
   refused.Write("kept");
   refused.Fail(ERROR_NO_UNICODE_TRANSLATION);
   refused.Write("dropped");
@@ -208,7 +209,7 @@ TEST(FileWriter, AFullDiskIsToldAtTheEnd) {
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   ASSERT_TRUE(disk.Fill());
   const std::wstring path = JoinPath(disk.Folder(), L"project");
-  FileWriter file(path);
+  FileWriter file(RealCalls(), path);
   file.Write(std::string(8192, 'x'));
   file.Write("more");
   ExpectFailure([&] { file.Finish(L"finish"); }, {L"finish", ERROR_DISK_FULL, path});
@@ -218,17 +219,19 @@ TEST_F(FileTest, EveryRefusalNamesStepCodeAndPath) {
   SystemCalls calls;
   ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
   const std::wstring missing = In(L"missing\\file");
-  ExpectFailure([&] { static_cast<void>(ReadWholeFile(missing, 10)); },
+  ExpectFailure([&] { static_cast<void>(ReadWholeFile(RealCalls(), missing, 10)); },
                 {L"read", ERROR_PATH_NOT_FOUND, missing});
-  ExpectFailure([&] { static_cast<void>(ReadWholeFile(In(L"file"), 0)); },
+  ExpectFailure([&] { static_cast<void>(ReadWholeFile(RealCalls(), In(L"file"), 0)); },
                 {L"read", ERROR_FILE_TOO_LARGE, In(L"file")});
-  ExpectFailure([&] { WriteWholeFile(missing, "x"); }, {L"write", ERROR_PATH_NOT_FOUND, missing});
-  ExpectFailure([&] { RenameFile(In(L"missing"), In(L"file"), MOVEFILE_REPLACE_EXISTING); },
-                {L"rename", ERROR_FILE_NOT_FOUND, In(L"file")});
+  ExpectFailure([&] { WriteWholeFile(RealCalls(), missing, "x"); },
+                {L"write", ERROR_PATH_NOT_FOUND, missing});
+  ExpectFailure(
+      [&] { RenameFile(RealCalls(), In(L"missing"), In(L"file"), MOVEFILE_REPLACE_EXISTING); },
+      {L"rename", ERROR_FILE_NOT_FOUND, In(L"file")});
   ExpectFailure([&] { CreateDirectories(calls, In(L"file")); },
                 {L"create_directories", ERROR_ALREADY_EXISTS, In(L"file")});
-  EXPECT_FALSE(ReadFileIfPossible(missing, 10));
-  EXPECT_EQ(ReadFileIfPossible(In(L"file"), 1), "x");
+  EXPECT_FALSE(ReadFileIfPossible(RealCalls(), missing, 10));
+  EXPECT_EQ(ReadFileIfPossible(RealCalls(), In(L"file"), 1), "x");
 }
 
 TEST_F(FileTest, ReadingBeyondTheEndIsAFailure) {
@@ -241,7 +244,7 @@ TEST_F(FileTest, ReadingBeyondTheEndIsAFailure) {
 
 TEST_F(FileTest, ARenameWithoutTheFlagReplacesNothing) {
   ASSERT_TRUE(TryWriteFile(In(L"a"), "a") && TryWriteFile(In(L"b"), "b"));
-  ExpectFailure([&] { RenameFile(In(L"a"), In(L"b"), 0); },
+  ExpectFailure([&] { RenameFile(RealCalls(), In(L"a"), In(L"b"), 0); },
                 {L"rename", ERROR_ALREADY_EXISTS, In(L"b")});
   EXPECT_EQ(FileBytes(In(L"b")), "b");
 }
@@ -263,14 +266,14 @@ TEST_F(FileTest, ReadOnlyIsTakenOffAndNothingElse) {
   ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(), plain | FILE_ATTRIBUTE_HIDDEN));
   ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(),
                                  plain | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
-  ClearReadOnly(In(L"file"));
+  ClearReadOnly(RealCalls(), In(L"file"));
   EXPECT_EQ(GetFileAttributesW(In(L"file").c_str()), plain | FILE_ATTRIBUTE_HIDDEN);
-  ClearReadOnly(In(L"missing"));
+  ClearReadOnly(RealCalls(), In(L"missing"));
 }
 
 TEST_F(FileTest, DirectoriesAreCreatedWithAllParents) {
   EXPECT_TRUE(TryCreateDirectories(In(L"a\\b/c\\..\\d"))) << GetLastError();
-  EXPECT_EQ(QueryFileKind(In(L"a\\b\\d")), FileKind::Directory);
+  EXPECT_EQ(QueryFileKind(RealCalls(), In(L"a\\b\\d")), FileKind::Directory);
   EXPECT_TRUE(TryCreateDirectories(In(L"a\\b\\d"))) << "one that exists is success";
 }
 
@@ -366,10 +369,11 @@ TEST_F(FileTest, RemovingALinkLeavesItsTarget) {
 TEST(ExpandEnvironment, ReplacesWhatIsDefinedAndKeepsTheRest) {
   ASSERT_TRUE(SetEnvironmentVariableW(L"KESTRUNE_TEST_VALUE", std::wstring(3000, L'v').c_str()));
   std::wstring expanded;
-  EXPECT_TRUE(ExpandEnvironment(L"<%KESTRUNE_TEST_VALUE%>%KESTRUNE_UNDEFINED%", expanded));
+  EXPECT_TRUE(
+      ExpandEnvironment(RealCalls(), L"<%KESTRUNE_TEST_VALUE%>%KESTRUNE_UNDEFINED%", expanded));
   EXPECT_EQ(expanded, L"<" + std::wstring(3000, L'v') + L">%KESTRUNE_UNDEFINED%");
   SetEnvironmentVariableW(L"KESTRUNE_TEST_VALUE", nullptr);
-  EXPECT_TRUE(ExpandEnvironment(L"", expanded));
+  EXPECT_TRUE(ExpandEnvironment(RealCalls(), L"", expanded));
   EXPECT_EQ(expanded, L"");
 }
 

@@ -69,7 +69,7 @@ class TreeRemovalTest : public ExportTest {
   /// Returns the failure of a removal.
   Failure Refusal(SystemCalls& calls) const {
     try {
-      RemoveTree(root_, calls);
+      RemoveTree(calls, root_);
     } catch (const Failure& failure) {
       return failure;
     }
@@ -100,7 +100,7 @@ TEST_F(TreeRemovalTest, ReparsePointOfAnotherKindIsEmptied) {
   ReparsePoint calls;
   calls.name = L"sub";
   calls.tag = kCloudTag;
-  RemoveTree(root_, calls);
+  RemoveTree(calls, root_);
   EXPECT_FALSE(Exists(root_));
 }
 
@@ -108,12 +108,12 @@ TEST_F(TreeRemovalTest, JunctionAsFolderIsNotHeld) {
   ReparsePoint calls;
   calls.name = L"t";
   calls.in_listings = false;
-  EXPECT_THROW(HoldRealDirectory(root_, calls), Failure);
+  EXPECT_THROW(HoldRealDirectory(calls, root_), Failure);
 }
 
 TEST_F(TreeRemovalTest, AHeldFolderCannotBeReplaced) {
   SystemCalls calls;
-  const FileHandle held = HoldRealDirectory(root_, calls);
+  const FileHandle held = HoldRealDirectory(calls, root_);
   EXPECT_FALSE(MoveFileW(root_.c_str(), Scratch(L"elsewhere").c_str()));
   PutFile(JoinPath(root_, L"more"), "x");
 }
@@ -129,7 +129,7 @@ TEST_F(TreeRemovalTest, FolderIsHeldWhileItsEntriesGo) {
     }
     return std::nullopt;
   };
-  RemoveTree(root_, calls);
+  RemoveTree(calls, root_);
   EXPECT_TRUE(looked);
   EXPECT_FALSE(Exists(root_));
 }
@@ -145,7 +145,7 @@ TEST_F(TreeRemovalTest, WhatVanishedByItselfIsNoFailure) {
     }
     return std::nullopt;
   };
-  RemoveTree(root_, calls);
+  RemoveTree(calls, root_);
   EXPECT_FALSE(Exists(root_));
 }
 
@@ -157,7 +157,7 @@ TEST_F(TreeRemovalTest, PendingDeletionIsWaitedFor) {
                ? std::optional<DWORD>(ERROR_ACCESS_DENIED)
                : std::nullopt;
   };
-  RemoveTree(root_, calls);
+  RemoveTree(calls, root_);
   EXPECT_FALSE(Exists(root_));
   EXPECT_EQ(calls.Waited(), 150U);
 }

@@ -6,6 +6,7 @@
 #include "common/text/path.h"
 #include "common/text/text.h"
 #include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -22,12 +23,12 @@ class LogTest : public ExportTest {
 };
 
 TEST_F(LogTest, LiesInTheUsersLocalData) {
-  EXPECT_EQ(LogFilePath(), folders_.log);
+  EXPECT_EQ(LogFilePath(RealCalls()), folders_.log);
 }
 
 TEST_F(LogTest, EntriesFollowOneAnotherWithoutMark) {
-  WriteLogEntry(L"First", L"Path=C:\\\u00C4 Size=1");
-  WriteLogEntry(L"Second");
+  WriteLogEntry(RealCalls(), L"First", L"Path=C:\\\u00C4 Size=1");
+  WriteLogEntry(RealCalls(), L"Second");
   EXPECT_THAT(Log(), ElementsAre("Stage: First | Path=C:\\\xC3\x84 Size=1", "Stage: Second"));
   EXPECT_TRUE(FileBytes(folders_.log).starts_with("[20"));
 }
@@ -39,7 +40,7 @@ TEST_F(LogTest, TimeIsLocalWithoutLeadingZeros) {
   do {
     GetLocalTime(&before);
     PutFile(folders_.log, "");
-    WriteLogEntry(L"x");
+    WriteLogEntry(RealCalls(), L"x");
     line = FileBytes(folders_.log);
     GetLocalTime(&after);
   } while (before.wSecond != after.wSecond);
@@ -50,12 +51,12 @@ TEST_F(LogTest, TimeIsLocalWithoutLeadingZeros) {
 }
 
 TEST_F(LogTest, ALogThatWouldReachExactlyOneMebibyteIsKept) {
-  WriteLogEntry(L"probe");
+  WriteLogEntry(RealCalls(), L"probe");
   const std::size_t line = FileBytes(folders_.log).size();
   // The time may gain or lose a digit between two entries; measure again until it did not.
   for (;;) {
     PutLog(kLargestLog - line);
-    WriteLogEntry(L"probe");
+    WriteLogEntry(RealCalls(), L"probe");
     const std::size_t size = FileBytes(folders_.log).size();
     if (size == kLargestLog) {
       break;
@@ -66,16 +67,16 @@ TEST_F(LogTest, ALogThatWouldReachExactlyOneMebibyteIsKept) {
 }
 
 TEST_F(LogTest, ALogThatWouldPassOneMebibyteStartsOver) {
-  WriteLogEntry(L"probe");
+  WriteLogEntry(RealCalls(), L"probe");
   const std::size_t line = FileBytes(folders_.log).size();
   PutLog(kLargestLog - line + 6);
-  WriteLogEntry(L"probe");
+  WriteLogEntry(RealCalls(), L"probe");
   EXPECT_THAT(Log(), ElementsAre("Stage: probe"));
   EXPECT_THAT(NamesIn(std::wstring(ParentPath(folders_.log))), ElementsAre(L"bridge.log"));
 }
 
 TEST_F(LogTest, ARunawayDetailIsCut) {
-  WriteLogEntry(L"Long", std::wstring(9000, L'\u00E4'));
+  WriteLogEntry(RealCalls(), L"Long", std::wstring(9000, L'\u00E4'));
   const std::string bytes = FileBytes(folders_.log);
   EXPECT_EQ(WideFromUtf8(bytes).size(), 8192U + 2U);
   EXPECT_TRUE(bytes.ends_with("\xC3\xA4\r\n"));
@@ -83,46 +84,46 @@ TEST_F(LogTest, ARunawayDetailIsCut) {
 
 TEST_F(LogTest, LeavesTheLastErrorAsItWas) {
   SetLastError(1234);
-  WriteLogEntry(L"x");
+  WriteLogEntry(RealCalls(), L"x");
   EXPECT_EQ(GetLastError(), 1234U);
 }
 
 TEST_F(LogTest, AnEntryIsLostWhileAnotherWriterHasTheLog) {
-  WriteLogEntry(L"kept");
+  WriteLogEntry(RealCalls(), L"kept");
   {
     const FileHandle writer = HoldOpen(folders_.log, GENERIC_WRITE, FILE_SHARE_READ);
     SetLastError(1234);
-    WriteLogEntry(L"lost");
+    WriteLogEntry(RealCalls(), L"lost");
     EXPECT_EQ(GetLastError(), 1234U);
   }
-  WriteLogEntry(L"kept too");
+  WriteLogEntry(RealCalls(), L"kept too");
   EXPECT_THAT(Log(), ElementsAre("Stage: kept", "Stage: kept too"));
 }
 
 TEST_F(LogTest, AReaderDoesNotStopIt) {
-  WriteLogEntry(L"a");
+  WriteLogEntry(RealCalls(), L"a");
   const FileHandle reader =
       HoldOpen(folders_.log, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
-  WriteLogEntry(L"b");
+  WriteLogEntry(RealCalls(), L"b");
   EXPECT_THAT(Log(), ElementsAre("Stage: a", "Stage: b"));
 }
 
 TEST_F(LogTest, AFolderThatCannotBeMadeLosesTheEntryOnly) {
   PutFile(std::wstring(ParentPath(folders_.log)), "a file where the folder should be");
-  WriteLogEntry(L"lost");
+  WriteLogEntry(RealCalls(), L"lost");
   EXPECT_THAT(Log(), IsEmpty());
 }
 
 TEST_F(LogTest, AReadOnlyLogLosesTheEntryOnly) {
-  WriteLogEntry(L"kept");
+  WriteLogEntry(RealCalls(), L"kept");
   ASSERT_TRUE(SetFileAttributesW(folders_.log.c_str(), FILE_ATTRIBUTE_READONLY));
   if (FileHandle(CreateFileW(folders_.log.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr))) {
     GTEST_SKIP() << "this user may write read-only files (root below Wine)";
   }
-  WriteLogEntry(L"lost");
+  WriteLogEntry(RealCalls(), L"lost");
   EXPECT_THAT(Log(), ElementsAre("Stage: kept"));
-  ClearReadOnly(folders_.log);
+  ClearReadOnly(RealCalls(), folders_.log);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "tests/support/machine/disposable_profile_win32.h"
 #include "tests/support/machine/moved_profile_win32.h"
 #include "tests/support/machine/unknown_folders_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -35,7 +36,7 @@ constexpr DWORD kWithNul = sizeof(wchar_t);
 std::wstring Local() {
   std::wstring path;
   std::wstring error_text = L"old";
-  EXPECT_TRUE(LocalAppDataDirectory(path, error_text));
+  EXPECT_TRUE(LocalAppDataDirectory(RealCalls(), path, error_text));
   EXPECT_EQ(error_text, L"");
   return path;
 }
@@ -43,7 +44,7 @@ std::wstring Local() {
 std::wstring Roaming() {
   std::wstring path;
   std::wstring error_text = L"old";
-  EXPECT_TRUE(RoamingAppDataDirectory(path, error_text));
+  EXPECT_TRUE(RoamingAppDataDirectory(RealCalls(), path, error_text));
   EXPECT_EQ(error_text, L"");
   return path;
 }
@@ -51,7 +52,7 @@ std::wstring Roaming() {
 /// Returns the profile from the environment, which the lookups do not use.
 std::wstring UserProfile() {
   std::wstring profile;
-  EXPECT_TRUE(ExpandEnvironment(L"%USERPROFILE%", profile));
+  EXPECT_TRUE(ExpandEnvironment(RealCalls(), L"%USERPROFILE%", profile));
   return profile;
 }
 
@@ -66,7 +67,7 @@ TEST(KnownFolders, ShellsProfileServesWhereListHasNone) {
   folders.shell_path = L"C:\\shell";
   std::wstring path;
   std::wstring error_text = L"old";
-  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_TRUE(LocalAppDataDirectory(folders, path, error_text));
   EXPECT_EQ(path, L"C:\\shell\\AppData\\Local");
   EXPECT_EQ(error_text, L"");
 }
@@ -77,11 +78,11 @@ TEST(KnownFolders, WithoutProfileTheShellsFolderIsUsed) {
   folders.shell_path = L"D:\\redirected";
   std::wstring path;
   std::wstring error_text;
-  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_TRUE(LocalAppDataDirectory(folders, path, error_text));
   EXPECT_EQ(path, L"D:\\redirected");
   EXPECT_EQ(error_text, kNoProfile);
   folders.known = &FOLDERID_RoamingAppData;
-  EXPECT_TRUE(RoamingAppDataDirectory(path, error_text, folders));
+  EXPECT_TRUE(RoamingAppDataDirectory(folders, path, error_text));
   EXPECT_EQ(path, L"D:\\redirected");
   EXPECT_EQ(error_text, kNoProfile);
 }
@@ -90,19 +91,19 @@ TEST(KnownFolders, WithoutAnyFolderOnlyTextIsLeft) {
   UnknownFolders folders;
   std::wstring path;
   std::wstring error_text;
-  EXPECT_FALSE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_FALSE(LocalAppDataDirectory(folders, path, error_text));
   EXPECT_EQ(error_text, kNoProfile);
-  EXPECT_FALSE(TemporaryRoot(path, error_text, folders));
+  EXPECT_FALSE(TemporaryRoot(folders, path, error_text));
   EXPECT_EQ(error_text, L"Cannot locate the Public Documents directory.");
 }
 
 TEST(KnownFolders, TemporaryRootLiesInPublicDocuments) {
   std::wstring root;
   std::wstring error_text;
-  ASSERT_TRUE(TemporaryRoot(root, error_text));
+  ASSERT_TRUE(TemporaryRoot(RealCalls(), root, error_text));
   EXPECT_TRUE(root.ends_with(L"\\Kestrune\\Temp")) << root.size();
   const std::wstring documents(ParentPath(ParentPath(root)));
-  EXPECT_EQ(QueryFileKind(documents), FileKind::Directory);
+  EXPECT_EQ(QueryFileKind(RealCalls(), documents), FileKind::Directory);
 }
 
 TEST(KnownFolders, OnlyPublicDocumentsAreCreated) {
@@ -111,11 +112,11 @@ TEST(KnownFolders, OnlyPublicDocumentsAreCreated) {
   std::wstring error_text;
   folders.known = &FOLDERID_PublicDocuments;
   folders.shell_path = L"D:\\public";
-  EXPECT_TRUE(TemporaryRoot(path, error_text, folders));
+  EXPECT_TRUE(TemporaryRoot(folders, path, error_text));
   EXPECT_EQ(path, L"D:\\public\\Kestrune\\Temp");
   EXPECT_EQ(folders.asked_flags, DWORD{KF_FLAG_CREATE});
   folders.known = &FOLDERID_LocalAppData;
-  EXPECT_TRUE(LocalAppDataDirectory(path, error_text, folders));
+  EXPECT_TRUE(LocalAppDataDirectory(folders, path, error_text));
   EXPECT_EQ(folders.asked_flags, 0U);
 }
 

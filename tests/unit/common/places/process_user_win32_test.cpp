@@ -7,13 +7,14 @@
 #include <string>
 
 #include "common/system/owners_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
 
 TEST(ProcessUser, OfThisProcessHasAName) {
   ProcessUser user;
-  ASSERT_TRUE(user.Read(GetCurrentProcess()));
+  ASSERT_TRUE(user.Read(RealCalls(), GetCurrentProcess()));
   ASSERT_TRUE(IsValidSid(user.Sid()));
   LocalMemory<wchar_t> text;
   ASSERT_TRUE(ConvertSidToStringSidW(user.Sid(), text.Put()));
@@ -25,23 +26,23 @@ TEST(ProcessUser, IsSameThroughAnyHandleOfProcess) {
   ProcessUser through_handle;
   const KernelHandle process(
       OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, GetCurrentProcessId()));
-  ASSERT_TRUE(through_pseudo_handle.Read(GetCurrentProcess()));
-  ASSERT_TRUE(through_handle.Read(process.Get()));
+  ASSERT_TRUE(through_pseudo_handle.Read(RealCalls(), GetCurrentProcess()));
+  ASSERT_TRUE(through_handle.Read(RealCalls(), process.Get()));
   EXPECT_TRUE(EqualSid(through_pseudo_handle.Sid(), through_handle.Sid()));
 }
 
 TEST(ProcessUser, StaysValidWhenItIsMoved) {
   ProcessUser first;
-  ASSERT_TRUE(first.Read(GetCurrentProcess()));
+  ASSERT_TRUE(first.Read(RealCalls(), GetCurrentProcess()));
   const ProcessUser second = std::move(first);
   EXPECT_TRUE(IsValidSid(second.Sid()));
 }
 
 TEST(ProcessUser, NeedsAProcess) {
   ProcessUser user;
-  EXPECT_FALSE(user.Read(nullptr));
+  EXPECT_FALSE(user.Read(RealCalls(), nullptr));
   const KernelHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  EXPECT_FALSE(user.Read(event.Get()));
+  EXPECT_FALSE(user.Read(RealCalls(), event.Get()));
 }
 
 }  // namespace

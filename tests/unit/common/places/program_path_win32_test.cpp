@@ -4,18 +4,19 @@
 
 #include "common/files/file_win32.h"
 #include "common/text/path.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
 
 TEST(ProgramPath, IsWholeOrEmptyAndNeverCut) {
-  const std::wstring path = ProgramPath();
+  const std::wstring path = ProgramPath(RealCalls());
   EXPECT_EQ(FileName(path), L"windows_tests.exe");
-  EXPECT_EQ(QueryFileKind(path), FileKind::RegularFile);
+  EXPECT_EQ(QueryFileKind(RealCalls(), path), FileKind::RegularFile);
   const auto length = static_cast<DWORD>(path.size());
-  EXPECT_EQ(ProgramPath(length + 1), path);
+  EXPECT_EQ(ProgramPath(RealCalls(), length + 1), path);
   for (DWORD capacity = 0; capacity <= length; ++capacity) {
-    EXPECT_EQ(ProgramPath(capacity), L"") << capacity;
+    EXPECT_EQ(ProgramPath(RealCalls(), capacity), L"") << capacity;
   }
 }
 

@@ -52,7 +52,7 @@ class ArchiveSpaceTest : public ExportTest {
 
   bool LacksRoom(std::size_t size) {
     PutFile(Scratch(L"native.zip"), std::string(size, 'z'));
-    return LacksSpaceToOverwrite(Scratch(L"native.zip"), Scratch(L"out\\Main.zip"), disk_);
+    return LacksSpaceToOverwrite(disk_, Scratch(L"native.zip"), Scratch(L"out\\Main.zip"));
   }
 
   MadeDisk disk_;

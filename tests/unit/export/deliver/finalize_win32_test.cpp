@@ -14,6 +14,7 @@
 #include "common/failure/windows_error_win32.h"
 #include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
+#include "tests/support/real_calls_win32.h"
 #include "tests/support/scarce_memory.h"
 #include "tests/support/machine/unix_link_win32.h"
 #include "tests/support/process/noted_boxes_win32.h"
@@ -78,9 +79,8 @@ class FinalizeTest : public ExportTest {
 
   std::wstring native_;
   ScriptedCalls calls_;
-  FolderCalls folder_calls_;
   NotedBoxes desktop_;
-  Doors doors_{calls_, folder_calls_, desktop_};
+  Doors doors_{calls_, desktop_};
 };
 
 TEST_F(FinalizeTest, CopiesToDefaultDirectoryAndClipboard) {
@@ -96,7 +96,7 @@ TEST_F(FinalizeTest, CopiesToDefaultDirectoryAndClipboard) {
 
 TEST_F(FinalizeTest, WithoutLocalDataItEndsWithTwo) {
   UnknownFolders folders;
-  EXPECT_EQ(FinalizeExport({native_, L"Main.PcbDoc", {}}, {calls_, folders, desktop_}), 2);
+  EXPECT_EQ(FinalizeExport({native_, L"Main.PcbDoc", {}}, {folders, desktop_}), 2);
   EXPECT_THAT(desktop_.boxes, ElementsAre(NotedBoxes::Box{
                                   L"Cannot determine the current Windows user profile directory.",
                                   MessageIcon::Error}));
@@ -105,7 +105,7 @@ TEST_F(FinalizeTest, WithoutLocalDataItEndsWithTwo) {
 TEST_F(FinalizeTest, WithoutPublicDocumentsItEndsWithTwo) {
   UnknownFolders folders;
   folders.listed_profile = Scratch(L"profile");
-  EXPECT_EQ(FinalizeExport({std::nullopt, L"Main.PcbDoc", {}}, {calls_, folders, desktop_}), 2);
+  EXPECT_EQ(FinalizeExport({std::nullopt, L"Main.PcbDoc", {}}, {folders, desktop_}), 2);
   EXPECT_TRUE(desktop_.boxes.empty());
   EXPECT_TRUE(Log().empty());
 }
@@ -405,9 +405,9 @@ TEST_F(FinalizeTest, UnknownApplicationStatusFailsTheExport) {
 }
 
 TEST_F(FinalizeTest, TheFailureMessageNamesTheLog) {
-  EXPECT_EQ(FinalizeFailureMessage(),
+  EXPECT_EQ(FinalizeFailureMessage(RealCalls()),
             L"ODB++ export finalization failed.\nStage: Copying native output\nSee log: " +
-                LogFilePath());
+                LogFilePath(RealCalls()));
 }
 
 }  // namespace

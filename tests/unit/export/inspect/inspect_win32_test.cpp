@@ -7,6 +7,7 @@
 #include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
 #include "tests/support/export/zip_builder.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -40,7 +41,7 @@ class InspectTest : public ExportTest {
   }
 
   void ExpectRefusal(int code, const std::string& reason, const std::string& rest) {
-    EXPECT_EQ(InspectForScript(command_, calls_), code);
+    EXPECT_EQ(InspectForScript(calls_, command_), code);
     EXPECT_EQ(FileBytes(command_.result_path), Failed(reason));
     EXPECT_THAT(Log(), ElementsAre(Entry("Archive not inspected", "Reason=" + reason + rest)));
   }
@@ -52,7 +53,7 @@ class InspectTest : public ExportTest {
 TEST_F(InspectTest, TheListIsWrittenAndCounted) {
   PutArchive();
   PutFile(command_.result_path, "a list of an earlier export");
-  EXPECT_EQ(InspectForScript(command_, calls_), 0);
+  EXPECT_EQ(InspectForScript(calls_, command_), 0);
   EXPECT_EQ(FileBytes(command_.result_path), kList);
   EXPECT_FALSE(Exists(command_.result_path + L".tmp"));
   EXPECT_THAT(Log(), ElementsAre(Entry("Archive inspected", "Steps=1 Layers=2 SIGNAL=1 DRILL=1")));
@@ -83,21 +84,21 @@ TEST_F(InspectTest, ACutArchiveIsUnreadable) {
 TEST_F(InspectTest, AFolderIsNoArchive) {
   command_.archive = Scratch(L"folder");
   ASSERT_TRUE(CreateDirectoryW(command_.archive.c_str(), nullptr));
-  EXPECT_EQ(InspectForScript(command_, calls_), 3);
+  EXPECT_EQ(InspectForScript(calls_, command_), 3);
   EXPECT_THAT(FileBytes(command_.result_path), StartsWith("VERSION=1\r\nERROR="));
 }
 
 TEST_F(InspectTest, UnwritableResultHasItsCode) {
   PutArchive();
   command_.result_path = Scratch(L"no folder\\list.txt");
-  EXPECT_EQ(InspectForScript(command_, calls_), 4);
+  EXPECT_EQ(InspectForScript(calls_, command_), 4);
   EXPECT_THAT(Log(), ElementsAre(Entry("Archive inspected", "Steps=1 Layers=2 SIGNAL=1 DRILL=1"),
                                  "Stage: Inspection result failed | Path=" +
                                      Utf8FromWide(command_.result_path) + " GetLastError=3"));
 }
 
 TEST_F(InspectTest, AnUnexpectedFailureIsReported) {
-  EXPECT_EQ(ReportInspectFailure(command_), 3);
+  EXPECT_EQ(ReportInspectFailure(RealCalls(), command_), 3);
   EXPECT_EQ(FileBytes(command_.result_path), Failed("The archive could not be inspected."));
 }
 
@@ -117,7 +118,7 @@ TEST_F(InspectTest, ADirectoryBeyond4GiBIsRead) {
     ASSERT_TRUE(SetFilePointerEx(file.Get(), place, nullptr, FILE_BEGIN));
     ASSERT_TRUE(TryWriteAll(file.Get(), BuildZip({matrix}, end)));
   }
-  EXPECT_EQ(InspectForScript(command_, calls_), 0);
+  EXPECT_EQ(InspectForScript(calls_, command_), 0);
   EXPECT_EQ(FileBytes(command_.result_path),
             "VERSION=1\r\nSTEPS=1\r\nLAYER=SIGNAL|TOP|||absent|none\r\n"
             "LAYER=DRILL|D|||absent|none\r\nEND\r\n");

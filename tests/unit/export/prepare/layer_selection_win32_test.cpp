@@ -26,7 +26,7 @@ class OutJobFileTest : public ExportTest {
 
   bool Select() {
     SystemCalls calls;
-    return SelectOutJobLayers(job_, manifest_, changes_, error_text_, calls);
+    return SelectOutJobLayers(calls, job_, manifest_, changes_, error_text_);
   }
 
   static constexpr char kJob[] =
@@ -72,7 +72,7 @@ class RefusedRenames final : public SystemCalls {
 
 TEST_F(OutJobFileTest, IsTakenAwayWhereItCannotBeReplaced) {
   RefusedRenames once(1);
-  EXPECT_TRUE(SelectOutJobLayers(job_, manifest_, changes_, error_text_, once));
+  EXPECT_TRUE(SelectOutJobLayers(once, job_, manifest_, changes_, error_text_));
   EXPECT_THAT(once.calls,
               ElementsAre(L"rename Bridge.OutJob.tmp Bridge.OutJob", L"delete Bridge.OutJob",
                           L"rename Bridge.OutJob.tmp Bridge.OutJob"));
@@ -81,7 +81,7 @@ TEST_F(OutJobFileTest, IsTakenAwayWhereItCannotBeReplaced) {
 
 TEST_F(OutJobFileTest, ASecondRefusalEndsItWithNothingLeftBeside) {
   RefusedRenames twice(2);
-  EXPECT_FALSE(SelectOutJobLayers(job_, manifest_, changes_, error_text_, twice));
+  EXPECT_FALSE(SelectOutJobLayers(twice, job_, manifest_, changes_, error_text_));
   EXPECT_EQ(error_text_, L"Cannot replace the temporary OutJob after layer selection.");
   EXPECT_THAT(twice.calls,
               ElementsAre(L"rename Bridge.OutJob.tmp Bridge.OutJob", L"delete Bridge.OutJob",

@@ -39,9 +39,7 @@ class PreparationTest : public ExportTest {
     }
   }
 
-  int Prepare() {
-    return PrepareTemporaryProject({board_, list_, manifest_, {}}, folder_calls_, calls_);
-  }
+  int Prepare() { return PrepareTemporaryProject(calls_, {board_, list_, manifest_, {}}); }
 
   std::wstring Temporary(std::wstring_view name) const {
     return JoinPath(folders_.temporary, name);
@@ -50,7 +48,6 @@ class PreparationTest : public ExportTest {
   std::wstring board_;
   std::wstring list_;
   std::wstring manifest_;
-  FolderCalls folder_calls_;
   ScriptedCalls calls_;
 };
 
@@ -153,14 +150,14 @@ TEST_F(PreparationTest, PendingRootIsCreatedAgain) {
 
 TEST_F(PreparationTest, WithoutLocalDataItEndsWithTwo) {
   UnknownFolders folders;
-  EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders, calls_), 2);
+  EXPECT_EQ(PrepareTemporaryProject(folders, {board_, list_, manifest_, {}}), 2);
   EXPECT_THAT(Log(), IsEmpty());
 }
 
 TEST_F(PreparationTest, WithoutPublicDocumentsItEndsWithThree) {
   UnknownFolders folders;
   folders.listed_profile = L"C:\\profile";
-  EXPECT_EQ(PrepareTemporaryProject({board_, list_, manifest_, {}}, folders, calls_), 3);
+  EXPECT_EQ(PrepareTemporaryProject(folders, {board_, list_, manifest_, {}}), 3);
   EXPECT_THAT(Log(), IsEmpty());
 }
 

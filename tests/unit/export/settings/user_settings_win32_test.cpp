@@ -9,6 +9,7 @@
 #include "tests/support/files_win32.h"
 #include "tests/support/machine/shell_folder_override_win32.h"
 #include "tests/support/machine/unix_link_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -20,7 +21,7 @@ class UserSettingsTest : public ExportTest {
     UserSettings settings;
     std::wstring path;
     std::wstring error_text = L"old";
-    EXPECT_TRUE(LoadUserSettings(settings, path, error_text));
+    EXPECT_TRUE(LoadUserSettings(RealCalls(), settings, path, error_text));
     EXPECT_EQ(path, folders_.settings);
     EXPECT_EQ(error_text, L"");
     return settings;
@@ -32,7 +33,7 @@ class UserSettingsTest : public ExportTest {
     settings.arguments = L"old";
     std::wstring path = L"old";
     std::wstring error_text = L"old";
-    EXPECT_TRUE(LoadUserSettings(settings, path, error_text));
+    EXPECT_TRUE(LoadUserSettings(RealCalls(), settings, path, error_text));
     EXPECT_EQ(path, L"");
     EXPECT_EQ(error_text, L"");
     return settings;
@@ -122,7 +123,7 @@ TEST_F(UserSettingsTest, AnsiFileIsReadInCodePage) {
   UserSettings settings;
   std::wstring path;
   std::wstring error_text;
-  ASSERT_TRUE(LoadUserSettings(settings, path, error_text));
+  ASSERT_TRUE(LoadUserSettings(RealCalls(), settings, path, error_text));
   if (GetACP() != 1252) {
     GTEST_SKIP() << "the bytes mean this text only in code page 1252";
   }
@@ -134,7 +135,7 @@ TEST_F(UserSettingsTest, TheUsersFileHidesTheCommonOne) {
   UserSettings settings;
   std::wstring path;
   std::wstring error_text;
-  ASSERT_TRUE(LoadUserSettings(settings, path, error_text));
+  ASSERT_TRUE(LoadUserSettings(RealCalls(), settings, path, error_text));
   EXPECT_EQ(path, folders_.common_settings);
   EXPECT_EQ(settings.program_name, L"common");
   settings = Load(L"[Target]\nProgramName=own\n");
@@ -145,21 +146,21 @@ TEST_F(UserSettingsTest, TheUsersFileHidesTheCommonOne) {
 TEST_F(UserSettingsTest, FolderAsUserFileHidesCommonFile) {
   PutFile(folders_.common_settings, "[Target]\r\nEnabled=1\r\n");
   ASSERT_TRUE(TryCreateDirectories(folders_.settings));
-  EXPECT_EQ(ResolveSettingsPath(kProductFolder), folders_.settings);
+  EXPECT_EQ(ResolveSettingsPath(RealCalls(), kProductFolder), folders_.settings);
   EXPECT_FALSE(LoadWithoutFile().enabled);
 }
 
 TEST_F(UserSettingsTest, WithoutLocalFolderNothingElseIsRead) {
   PutFile(folders_.common_settings, "[Target]\r\nEnabled=1\r\n");
   const ShellFolderOverride local(HKEY_CURRENT_USER, L"Local AppData", L"C:\\kestrune-nowhere");
-  if (!ResolveSettingsPath(kProductFolder).empty()) {
+  if (!ResolveSettingsPath(RealCalls(), kProductFolder).empty()) {
     GTEST_SKIP() << "this shell keeps its own copy of the folder's path";
   }
   UserSettings settings;
   settings.enabled = true;
   std::wstring path = L"old";
   std::wstring error_text;
-  EXPECT_FALSE(LoadUserSettings(settings, path, error_text));
+  EXPECT_FALSE(LoadUserSettings(RealCalls(), settings, path, error_text));
   EXPECT_EQ(error_text, L"The Windows LocalAppData directory is unavailable.");
   EXPECT_EQ(path, L"");
   EXPECT_FALSE(settings.enabled);
@@ -167,10 +168,10 @@ TEST_F(UserSettingsTest, WithoutLocalFolderNothingElseIsRead) {
 
 TEST_F(UserSettingsTest, WithoutCommonFolderTheLocalPathCounts) {
   const ShellFolderOverride common(HKEY_LOCAL_MACHINE, L"Common AppData", L"C:\\kestrune-nowhere");
-  if (ResolveSettingsPath(kProductFolder) == folders_.common_settings) {
+  if (ResolveSettingsPath(RealCalls(), kProductFolder) == folders_.common_settings) {
     GTEST_SKIP() << "this shell keeps its own copy of the folder's path";
   }
-  EXPECT_EQ(ResolveSettingsPath(kProductFolder), folders_.settings);
+  EXPECT_EQ(ResolveSettingsPath(RealCalls(), kProductFolder), folders_.settings);
   EXPECT_FALSE(LoadWithoutFile().enabled);
   EXPECT_TRUE(Load(L"[Target]\nEnabled=1\n").enabled);
 }
@@ -185,7 +186,7 @@ TEST_F(UserSettingsTest, FileWithUnknownStatusIsThrown) {
   std::wstring path;
   std::wstring error_text;
   try {
-    static_cast<void>(LoadUserSettings(settings, path, error_text));
+    static_cast<void>(LoadUserSettings(RealCalls(), settings, path, error_text));
     FAIL() << "nothing was raised";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.text, L"status");
@@ -194,7 +195,7 @@ TEST_F(UserSettingsTest, FileWithUnknownStatusIsThrown) {
 }
 
 TEST_F(UserSettingsTest, TheFolderNameChoosesTheFile) {
-  EXPECT_EQ(ResolveSettingsPath(L"Other"), folders_.common + L"\\Other\\settings.ini");
+  EXPECT_EQ(ResolveSettingsPath(RealCalls(), L"Other"), folders_.common + L"\\Other\\settings.ini");
 }
 
 TEST_F(UserSettingsTest, LabelNeedsAnExistingExecutable) {
@@ -203,15 +204,16 @@ TEST_F(UserSettingsTest, LabelNeedsAnExistingExecutable) {
   settings.program_name = L"Viewer";
   settings.executable_path = Scratch(L"viewer.exe");
   const std::wstring plain = L"Export PCB through Kestrune";
-  EXPECT_EQ(BuildExportCommandLabel(settings), plain);
+  EXPECT_EQ(BuildExportCommandLabel(RealCalls(), settings), plain);
   ASSERT_TRUE(TryCreateDirectories(settings.executable_path));
-  EXPECT_EQ(BuildExportCommandLabel(settings), plain);
+  EXPECT_EQ(BuildExportCommandLabel(RealCalls(), settings), plain);
   settings.executable_path += L"\\real.exe";
   PutFile(settings.executable_path, "MZ");
-  EXPECT_EQ(BuildExportCommandLabel(settings), plain + L" -> Viewer");
+  EXPECT_EQ(BuildExportCommandLabel(RealCalls(), settings), plain + L" -> Viewer");
   settings.executable_path = L"%TEMP%\\real.exe";
   PutFile(Scratch(L"..\\real.exe"), "MZ");
-  EXPECT_EQ(BuildExportCommandLabel(settings), plain) << "the path is not expanded here";
+  EXPECT_EQ(BuildExportCommandLabel(RealCalls(), settings), plain)
+      << "the path is not expanded here";
   DeleteFileW(Scratch(L"..\\real.exe").c_str());
 }
 

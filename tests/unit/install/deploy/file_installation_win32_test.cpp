@@ -14,6 +14,7 @@
 #include "install/deploy/refusal.h"
 #include "tests/support/files_win32.h"
 #include "tests/support/machine/install_fixture_win32.h"
+#include "tests/support/real_calls_win32.h"
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/scripted_calls_win32.h"
 #include "tests/support/machine/small_disk_win32.h"
@@ -101,7 +102,7 @@ class FileInstallation : public InstallTest {
     PutFile(JoinPath(ParentPath(source_), name), "[Files]\r\nfile.txt=" + value + "\r\n");
   }
   [[nodiscard]] std::string ManifestValue(const std::string& time) const {
-    return time + "|" + Sha256OfFile(source_);
+    return time + "|" + Sha256OfFile(RealCalls(), ExtendedPath(source_));
   }
 
   /// Returns nothing for a refusal, which is in message_.
@@ -193,7 +194,7 @@ TEST_F(FileInstallation, AManifestBeyondTheClassicPathLengthIsNeverPassedOver) {
 }
 
 TEST_F(FileInstallation, AManifestThatDoesNotVouchIsAFailure) {
-  const std::string digest = Sha256OfFile(source_);
+  const std::string digest = Sha256OfFile(RealCalls(), ExtendedPath(source_));
   const std::wstring text = L"Cannot establish source last-write time: " + source_;
   for (const std::string& value :
        {std::string(), "01DC8000:00000000|" + LowerAscii(digest), "00000000:00000000|" + digest,
@@ -316,7 +317,7 @@ TEST_F(FileInstallation, AReadOnlyTargetIsPreserved) {
   }
   EXPECT_FALSE(Install());
   EXPECT_EQ(message_, L"Cannot lock target: " + target_);
-  ClearReadOnly(target_);
+  ClearReadOnly(RealCalls(), target_);
 }
 
 /// Does something between the verdict and the locks.

@@ -15,6 +15,7 @@
 #include "install/deploy/runtime_script_win32.h"
 #include "tests/support/files_win32.h"
 #include "tests/support/machine/install_fixture_win32.h"
+#include "tests/support/real_calls_win32.h"
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/machine/shell_folder_override_win32.h"
 #include "tests/support/machine/small_disk_win32.h"
@@ -114,7 +115,7 @@ TEST_F(RuntimeDeployment, ThePackagesManifestsDateAllFiles) {
   for (const auto& [folder, name] : folders) {
     const std::wstring path = JoinPath(JoinPath(package_, folder), name);
     manifest += std::string(name, name + std::wcslen(name)) + "=01DD0000:00000000|" +
-                Sha256OfFile(path) + "\r\n";
+                Sha256OfFile(RealCalls(), ExtendedPath(path)) + "\r\n";
   }
   PutFile(JoinPath(package_, L"Script\\BFM_Script.ini"), manifest);
   ASSERT_TRUE(Deploy());
@@ -244,7 +245,7 @@ TEST_F(RuntimeScript, RuntimeOutsideTheCodePageIsRefused) {
 TEST_F(RuntimeScript, TemporaryRootOutsideCodePageIsRefused) {
   const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", Scratch(L"\x540D"));
   std::wstring root;
-  ASSERT_TRUE(TemporaryRoot(root, message_));
+  ASSERT_TRUE(TemporaryRoot(RealCalls(), root, message_));
   if (!root.starts_with(Scratch(L"\x540D"))) {
     GTEST_SKIP() << "this system does not move the public documents at once";
   }

@@ -11,6 +11,7 @@
 #include "install/deploy/package_locator_win32.h"
 #include "tests/support/files_win32.h"
 #include "tests/support/machine/install_fixture_win32.h"
+#include "tests/support/real_calls_win32.h"
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/machine/unix_link_win32.h"
 
@@ -252,17 +253,20 @@ TEST_F(HostDiscovery, ValuesOfOtherTypesReadAsEmpty) {
 }
 
 TEST_F(HostDiscovery, ThePackageLocatorGivesTheNearestPackage) {
-  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"Kestrune.exe")), package_);
-  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"a\\b\\Kestrune.exe")), package_);
-  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"1\\2\\3\\4\\5\\Kestrune.exe")), package_);
-  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"1\\2\\3\\4\\5\\6\\Kestrune.exe")), L"");
+  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"Kestrune.exe")), package_);
+  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"a\\b\\Kestrune.exe")), package_);
+  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"1\\2\\3\\4\\5\\Kestrune.exe")),
+            package_);
+  EXPECT_EQ(
+      FindPackageDirectory(RealCalls(), JoinPath(package_, L"1\\2\\3\\4\\5\\6\\Kestrune.exe")),
+      L"");
   MakePackage(JoinPath(package_, L"1"), kPackageTime, "inner");
-  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"1\\2\\Kestrune.exe")),
+  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"1\\2\\Kestrune.exe")),
             JoinPath(package_, L"1"));
   ASSERT_TRUE(DeleteFileW(JoinPath(package_, L"1\\Script\\Kestrune.pas").c_str()));
-  EXPECT_EQ(FindPackageDirectory(JoinPath(package_, L"1\\2\\Kestrune.exe")), package_);
-  EXPECT_EQ(FindPackageDirectory(L"Kestrune.exe"), L"");
-  EXPECT_EQ(FindPackageDirectory(L""), L"");
+  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"1\\2\\Kestrune.exe")), package_);
+  EXPECT_EQ(FindPackageDirectory(RealCalls(), L"Kestrune.exe"), L"");
+  EXPECT_EQ(FindPackageDirectory(RealCalls(), L""), L"");
 }
 
 }  // namespace

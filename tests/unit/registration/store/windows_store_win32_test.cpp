@@ -15,6 +15,7 @@
 #include "registration/transaction/global_projects.h"
 #include "registration/rcs/rcs.h"
 #include "tests/support/files_win32.h"
+#include "tests/support/real_calls_win32.h"
 #include "tests/support/registration/store_fixture_win32.h"
 
 namespace altium_registration {
@@ -323,7 +324,7 @@ TEST_F(WindowsStoreTest, BackupsHoldFileValuesInstanceAndSecurity) {
       InstanceText({profile.Rcs(), profile.Branch(), facts.dwFileAttributes,
                     facts.ftLastWriteTime.dwHighDateTime, facts.ftLastWriteTime.dwLowDateTime}));
   EXPECT_EQ(FileBytes(Saved(L"operation.log")),
-            "Before SHA256=" + kestrune::Sha256("old text") + "\r\n");
+            "Before SHA256=" + kestrune::Sha256(kestrune::RealCalls(), "old text") + "\r\n");
   const std::vector<std::byte> security = RealSecurity().Bytes();
   EXPECT_EQ(FileBytes(Saved(L"security.before.bin")),
             std::string(reinterpret_cast<const char*>(security.data()), security.size()));
@@ -532,7 +533,8 @@ TEST_F(WindowsStoreTest, TemporaryFileStandsBesideTheFileAndGoesWithTheStore) {
   EXPECT_TRUE(left[0].ends_with(L".tmp"));
   EXPECT_EQ(store->ReadReplacement(), "new text");
   EXPECT_TRUE(FileBytes(Saved(L"operation.log"))
-                  .ends_with("Intended SHA256=" + kestrune::Sha256("new text") + "\r\n"));
+                  .ends_with("Intended SHA256=" +
+                             kestrune::Sha256(kestrune::RealCalls(), "new text") + "\r\n"));
   store.reset();
   EXPECT_EQ(profile.Leftovers(), Names{});
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <vector>
 
 #include "common/failure/failure.h"
@@ -12,6 +13,8 @@
 #include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
 #include "tests/support/machine/unix_link_win32.h"
+#include "tests/support/scripted_calls_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -42,7 +45,6 @@ class ScriptedDesktop : public Desktop {
   DWORD resume_error = 0;
   DWORD shell_error = 0;
   bool really_create = false;
-  bool expands = true;
   std::vector<DWORD> allowed;
   std::vector<DWORD> allowed_before_resume;
   std::vector<std::wstring> order_before_allowed;
@@ -65,9 +67,6 @@ class ScriptedDesktop : public Desktop {
     return create_error == 0 &&
            (!really_create ||
             Desktop::CreateSuspended(application, command_line, directory, process));
-  }
-  bool Expand(const std::wstring& text, std::wstring& expanded) override {
-    return expands && Desktop::Expand(text, expanded);
   }
   void AllowForeground(DWORD process_id) override {
     order_before_allowed = asked;
@@ -121,13 +120,14 @@ class AfterExportTest : public ExportTest {
     return WideFromUtf16Le(FileBytes(Scratch(L"record")));
   }
 
+  ScriptedCalls system_;
   ScriptedDesktop calls_;
 };
 
 TEST_F(AfterExportTest, NothingHappensWhenTheSettingsDoNotEnableIt) {
   UserSettings settings = Viewer();
   settings.enabled = false;
-  const AfterExportResult result = HandToApplication(settings, kZip, 5, calls_);
+  const AfterExportResult result = HandToApplication({system_, calls_}, settings, kZip, 5);
   EXPECT_FALSE(result.configured);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.program_name, L"Viewer");
@@ -143,8 +143,9 @@ TEST_F(AfterExportTest, AMissingExecutableIsNamedExpanded) {
                               L"%KESTRUNE_UNDEFINED%\\a.exe", L"Q:\\none.exe", L"C:\\a|b.exe"}) {
     settings.executable_path = path;
     std::wstring expanded;
-    ASSERT_TRUE(ExpandEnvironment(path, expanded));
-    const AfterExportResult result = HandToApplication(settings, kZip, std::nullopt, calls_);
+    ASSERT_TRUE(ExpandEnvironment(RealCalls(), path, expanded));
+    const AfterExportResult result =
+        HandToApplication({system_, calls_}, settings, kZip, std::nullopt);
     EXPECT_TRUE(result.configured);
     EXPECT_FALSE(result.delivered);
     EXPECT_EQ(result.error_text,
@@ -156,13 +157,15 @@ TEST_F(AfterExportTest, AMissingExecutableIsNamedExpanded) {
 TEST_F(AfterExportTest, APathThatWindowsDoesNotExpandIsUsedAsWritten) {
   UserSettings settings = Viewer();
   settings.executable_path = L"%SystemDrive%\\none.exe";
-  calls_.expands = false;
-  EXPECT_EQ(HandToApplication(settings, kZip, std::nullopt, calls_).error_text,
+  system_.before = [](const SystemCall& call) {
+    return call.name == "ExpandText" ? std::optional<DWORD>(ERROR_ACCESS_DENIED) : std::nullopt;
+  };
+  EXPECT_EQ(HandToApplication({system_, calls_}, settings, kZip, std::nullopt).error_text,
             L"The configured after-export executable does not exist: %SystemDrive%\\none.exe");
 }
 
 TEST_F(AfterExportTest, AProcessMayComeToTheForegroundBeforeItRuns) {
-  EXPECT_TRUE(HandToApplication(Viewer(), kZip, std::nullopt, calls_).delivered);
+  EXPECT_TRUE(HandToApplication({system_, calls_}, Viewer(), kZip, std::nullopt).delivered);
   const std::vector<DWORD> once = {4242};
   EXPECT_EQ(calls_.allowed, once);
   EXPECT_EQ(calls_.allowed_before_resume, once);
@@ -172,7 +175,7 @@ TEST_F(AfterExportTest, AProcessMayComeToTheForegroundBeforeItRuns) {
 
 TEST_F(AfterExportTest, AStartedProcessGetsQuotedPathLineAndItsOwnFolder) {
   const UserSettings settings = Viewer();
-  const AfterExportResult result = HandToApplication(settings, kZip, 12345, calls_);
+  const AfterExportResult result = HandToApplication({system_, calls_}, settings, kZip, 12345);
   EXPECT_TRUE(result.configured);
   EXPECT_TRUE(result.delivered);
   EXPECT_EQ(result.label, L"Export PCB through Kestrune -> Viewer");
@@ -198,7 +201,8 @@ TEST_F(AfterExportTest, ARelativePathStartsInTheFolderThatItMeans) {
 
 TEST_F(AfterExportTest, AStartErrorIsToldWithItsCode) {
   calls_.create_error = ERROR_BAD_EXE_FORMAT;
-  const AfterExportResult result = HandToApplication(Viewer(), kZip, std::nullopt, calls_);
+  const AfterExportResult result =
+      HandToApplication({system_, calls_}, Viewer(), kZip, std::nullopt);
   EXPECT_TRUE(result.configured);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.error_text,
@@ -209,7 +213,7 @@ TEST_F(AfterExportTest, AStartErrorIsToldWithItsCode) {
 TEST_F(AfterExportTest, WhatNeedsElevationGoesThroughTheShell) {
   calls_.create_error = 740;
   const UserSettings settings = Viewer();
-  EXPECT_TRUE(HandToApplication(settings, kZip, std::nullopt, calls_).delivered);
+  EXPECT_TRUE(HandToApplication({system_, calls_}, settings, kZip, std::nullopt).delivered);
   ASSERT_EQ(calls_.asked.size(), 2U);
   EXPECT_EQ(calls_.asked[1], L"shell open|" + settings.executable_path + L"|" + Scratch(L"v w"));
   EXPECT_EQ(calls_.parameters, std::wstring(kTokens) + L" Main.zip");
@@ -238,7 +242,8 @@ TEST_F(AfterExportTest, TheProcessHandleOfTheShellIsClosed) {
 TEST_F(AfterExportTest, ARefusedElevationCarriesTheShellsCode) {
   calls_.create_error = 740;
   calls_.shell_error = ERROR_CANCELLED;
-  const AfterExportResult result = HandToApplication(Viewer(), kZip, std::nullopt, calls_);
+  const AfterExportResult result =
+      HandToApplication({system_, calls_}, Viewer(), kZip, std::nullopt);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.error_text,
             L"The configured after-export application requires elevation and could not be started. "
@@ -249,7 +254,8 @@ TEST_F(AfterExportTest, AProcessThatDoesNotResumeIsEndedWithTheErrorsCode) {
   calls_.really_create = true;
   calls_.resume_error = ERROR_ACCESS_DENIED;
   const Variable record(L"KESTRUNE_CHILD_RECORD", Scratch(L"record"));
-  const AfterExportResult result = HandToApplication(Recorder(), kZip, std::nullopt, calls_);
+  const AfterExportResult result =
+      HandToApplication({system_, calls_}, Recorder(), kZip, std::nullopt);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.error_text,
             L"The configured after-export application could not be started. Windows error: 5");
@@ -264,7 +270,7 @@ TEST_F(AfterExportTest, AProcessThatDoesNotResumeIsEndedWithTheErrorsCode) {
 TEST_F(AfterExportTest, AProcessThatDoesNotResumeForWantOfElevationGoesThroughTheShell) {
   calls_.really_create = true;
   calls_.resume_error = 740;
-  EXPECT_TRUE(HandToApplication(Recorder(), kZip, std::nullopt, calls_).delivered);
+  EXPECT_TRUE(HandToApplication({system_, calls_}, Recorder(), kZip, std::nullopt).delivered);
   EXPECT_EQ(calls_.asked.size(), 3U);
 }
 
@@ -281,7 +287,7 @@ TEST_F(AfterExportTest, ARealChildSeesLineFolderAndEnvironmentButNoHandle) {
   Desktop calls;
   const UserSettings settings = Recorder();
   const AfterExportResult result =
-      HandToApplication(settings, L"C:\\\u0416 x\\Main.zip", std::nullopt, calls);
+      HandToApplication({system_, calls}, settings, L"C:\\\u0416 x\\Main.zip", std::nullopt);
   EXPECT_TRUE(result.delivered);
   const std::wstring text = Record();
   EXPECT_EQ(text.find(L"inheritable"), std::wstring::npos);
@@ -307,7 +313,7 @@ class CountedSuspensions final : public Desktop {
 TEST_F(AfterExportTest, AProcessStandsStillUntilItIsResumed) {
   const Variable record(L"KESTRUNE_CHILD_RECORD", Scratch(L"record"));
   CountedSuspensions calls;
-  EXPECT_TRUE(HandToApplication(Recorder(), kZip, std::nullopt, calls).delivered);
+  EXPECT_TRUE(HandToApplication({system_, calls}, Recorder(), kZip, std::nullopt).delivered);
   EXPECT_EQ(calls.suspensions, 1U);
   EXPECT_FALSE(Record().empty());
 }
@@ -316,7 +322,7 @@ TEST_F(AfterExportTest, AnApplicationInheritsTheErrorModeThatWasFound) {
   const ErrorMode ours(kNoSystemBoxes);
   ScriptedDesktop desktop(SEM_NOALIGNMENTFAULTEXCEPT);
   desktop.create_error = 740;
-  EXPECT_TRUE(HandToApplication(Viewer(), kZip, std::nullopt, desktop).delivered);
+  EXPECT_TRUE(HandToApplication({system_, desktop}, Viewer(), kZip, std::nullopt).delivered);
   EXPECT_EQ(desktop.error_modes,
             (std::vector<UINT>{SEM_NOALIGNMENTFAULTEXCEPT, SEM_NOALIGNMENTFAULTEXCEPT}));
   EXPECT_EQ(GetErrorMode(), kNoSystemBoxes);
@@ -327,7 +333,7 @@ TEST_F(AfterExportTest, ARunningCopyIsServedFirst) {
   const FileHandle slot(CreateMailslotW((L"\\\\.\\mailslot\\" + name).c_str(), 0, 0, nullptr));
   UserSettings settings = Viewer();
   settings.mailslot_name = name;
-  EXPECT_TRUE(HandToApplication(settings, kZip, 50000, calls_).delivered);
+  EXPECT_TRUE(HandToApplication({system_, calls_}, settings, kZip, 50000).delivered);
   EXPECT_TRUE(calls_.asked.empty());
   std::string message(1000, '\0');
   DWORD read = 0;
@@ -340,7 +346,7 @@ TEST_F(AfterExportTest, ANameThatNobodyListensOnStartsAProcess) {
   for (const wchar_t* name : {L"TAVORIN.Kestrune.4000000001", L"TAVORIN.Kestrune.1234abc", L"x"}) {
     settings.mailslot_name = name;
     calls_.asked.clear();
-    EXPECT_TRUE(HandToApplication(settings, kZip, std::nullopt, calls_).delivered);
+    EXPECT_TRUE(HandToApplication({system_, calls_}, settings, kZip, std::nullopt).delivered);
     EXPECT_EQ(calls_.asked.size(), 2U);
   }
 }
@@ -353,7 +359,8 @@ TEST_F(AfterExportTest, ALineThatTheCodePageCannotHoldStartsAProcessWithTheWhole
   const FileHandle slot(CreateMailslotW((L"\\\\.\\mailslot\\" + name).c_str(), 0, 0, nullptr));
   UserSettings settings = Viewer();
   settings.mailslot_name = name;
-  EXPECT_TRUE(HandToApplication(settings, L"C:\\\u4E2D.zip", std::nullopt, calls_).delivered);
+  EXPECT_TRUE(
+      HandToApplication({system_, calls_}, settings, L"C:\\\u4E2D.zip", std::nullopt).delivered);
   ASSERT_EQ(calls_.asked.size(), 2U);
   EXPECT_NE(calls_.asked[0].find(L"\u4E2D.zip"), std::wstring::npos);
   DWORD size = 0;
@@ -367,7 +374,7 @@ TEST_F(AfterExportTest, UnreadableSettingsCountAsNoneWithTheReason) {
   if (!file.Works()) {
     GTEST_SKIP() << "this system tells the presence of a link to itself";
   }
-  const AfterExportResult result = RunAfterExport(kZip, std::nullopt, calls_);
+  const AfterExportResult result = RunAfterExport({system_, calls_}, kZip, std::nullopt);
   EXPECT_FALSE(result.configured);
   EXPECT_FALSE(result.delivered);
   EXPECT_EQ(result.error_text, L"status");
@@ -381,7 +388,7 @@ TEST_F(AfterExportTest, AnExecutableWhosePresenceCannotBeAskedIsRaised) {
     GTEST_SKIP() << "this system tells the presence of a link to itself";
   }
   try {
-    HandToApplication(settings, kZip, std::nullopt, calls_);
+    HandToApplication({system_, calls_}, settings, kZip, std::nullopt);
     FAIL() << "nothing was raised";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.text, L"status");
@@ -392,7 +399,7 @@ TEST_F(AfterExportTest, AnExecutableWhosePresenceCannotBeAskedIsRaised) {
 
 TEST_F(AfterExportTest, SettingsComeFromTheUsersFile) {
   Settings(L"[Target]\nEnabled=1\nProgramName=Viewer\nExecutablePath=C:\\none.exe\n");
-  const AfterExportResult result = RunAfterExport(kZip, std::nullopt, calls_);
+  const AfterExportResult result = RunAfterExport({system_, calls_}, kZip, std::nullopt);
   EXPECT_TRUE(result.configured);
   EXPECT_EQ(result.error_text,
             L"The configured after-export executable does not exist: C:\\none.exe");

@@ -10,6 +10,7 @@
 #include "common/text/text_win32.h"
 #include "export/deliver/application/mailslot_name.h"
 #include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -56,20 +57,36 @@ KernelHandle OpenListener(DWORD process_id) {
       OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
 }
 
-/// Answers about a listener as told, and notes who may come to the foreground.
-class ScriptedListener final : public Desktop {
+/// Answers about a listener as told.
+class ScriptedListener final : public SystemCalls {
  public:
-  bool ReadSession(DWORD process_id, DWORD& log_on) override {
-    log_on = ++asked == 1 ? listeners_log_on : 1;
-    return Desktop::ReadSession(process_id, real_log_on);
+  BOOL GetSession(DWORD process_id, DWORD* session) override {
+    const BOOL known = SystemCalls::GetSession(process_id, session);
+    *session = ++asked == 1 ? listeners_log_on : 1;
+    return known;
   }
-  bool IsOurUsers(HANDLE process) override { return same_user && Desktop::IsOurUsers(process); }
-  void AllowForeground(DWORD process_id) override { allowed.push_back(process_id); }
+  BOOL GetTokenData(HANDLE token, TOKEN_INFORMATION_CLASS kind, void* data, DWORD size,
+                    DWORD* needed) override {
+    const BOOL answer = SystemCalls::GetTokenData(token, kind, data, size, needed);
+    // The listener's user is read first, then this process's.
+    if (data != nullptr && ++users_read == 1 && !same_user) {
+      const PSID user = static_cast<TOKEN_USER*>(data)->User.Sid;
+      ++*GetSidSubAuthority(user, *GetSidSubAuthorityCount(user) - 1U);
+    }
+    return answer;
+  }
 
   int asked = 0;
-  DWORD real_log_on = 0;
+  int users_read = 0;
   DWORD listeners_log_on = 1;
   bool same_user = true;
+};
+
+/// Notes who may come to the foreground.
+class NotedForeground final : public Desktop {
+ public:
+  void AllowForeground(DWORD process_id) override { allowed.push_back(process_id); }
+
   std::vector<DWORD> allowed;
 };
 
@@ -80,12 +97,11 @@ bool Send(const std::wstring& name, const std::wstring& line) {
 
 bool Offer(const std::wstring& name, const std::wstring& line, const std::wstring& image) {
   Desktop desktop;
-  return SendToRunningInstance(name, line, image, desktop);
+  return SendToRunningInstance({RealCalls(), desktop}, name, line, image);
 }
 
 bool Verifies(HANDLE process, DWORD id, const std::wstring& image) {
-  Desktop calls;
-  return VerifyListenerProcess(process, id, image, calls);
+  return VerifyListenerProcess(RealCalls(), process, id, image);
 }
 
 TEST(SendMailslotNotice, WritesTheLineAsOneMessageWithoutATerminator) {
@@ -155,24 +171,29 @@ TEST(SendToRunningInstance, SendsWhateverTheProcessIs) {
 
 TEST(SendToRunningInstance, OnlyAVerifiedListenerMayComeToTheForeground) {
   const OwnMailslot own;
-  ScriptedListener verified;
-  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"a", OwnImage(), verified));
+  NotedForeground verified;
+  EXPECT_TRUE(SendToRunningInstance({RealCalls(), verified}, own.Name(), L"a", OwnImage()));
   EXPECT_EQ(verified.allowed, std::vector<DWORD>{GetCurrentProcessId()});
-  ScriptedListener other_image;
-  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"b", L"C:\\other.exe", other_image));
+  NotedForeground other_image;
+  EXPECT_TRUE(
+      SendToRunningInstance({RealCalls(), other_image}, own.Name(), L"b", L"C:\\other.exe"));
   EXPECT_TRUE(other_image.allowed.empty());
 }
 
 TEST(SendToRunningInstance, AnotherUsersOrLogOnsListenerGetsTheMessageAlone) {
   const OwnMailslot own;
+  NotedForeground desktop;
   ScriptedListener other_user;
   other_user.same_user = false;
-  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"other user", OwnImage(), other_user));
-  EXPECT_TRUE(other_user.allowed.empty());
+  EXPECT_TRUE(SendToRunningInstance({other_user, desktop}, own.Name(), L"other user", OwnImage()));
   ScriptedListener other_log_on;
   other_log_on.listeners_log_on = 2;
-  EXPECT_TRUE(SendToRunningInstance(own.Name(), L"other log-on", OwnImage(), other_log_on));
-  EXPECT_TRUE(other_log_on.allowed.empty());
+  EXPECT_TRUE(
+      SendToRunningInstance({other_log_on, desktop}, own.Name(), L"other log-on", OwnImage()));
+  EXPECT_TRUE(desktop.allowed.empty());
+  ScriptedListener same;
+  EXPECT_TRUE(SendToRunningInstance({same, desktop}, own.Name(), L"same", OwnImage()));
+  EXPECT_EQ(desktop.allowed, std::vector<DWORD>{GetCurrentProcessId()});
   EXPECT_EQ(own.Next(), "other user");
   EXPECT_EQ(own.Next(), "other log-on");
 }
