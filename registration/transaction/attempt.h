@@ -1,0 +1,23 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+namespace altium_registration {
+
+/// Runs an action and returns its exception, if any. Allocates no memory.
+template <class Action>
+std::exception_ptr Attempt(Action action) noexcept {
+  try {
+    action();
+    return nullptr;
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
+/// Returns the text of an exception: a Failure's own, else a sentence. Throws std::bad_alloc when
+/// there is no memory for it.
+std::wstring TextOf(const std::exception_ptr& thrown);
+
+}  // namespace altium_registration
