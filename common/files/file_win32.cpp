@@ -135,12 +135,8 @@ FileKind QueryFileKind(SystemCalls& calls, const std::wstring& path) {
   throw Failure{L"status", code, path};
 }
 
-FileKind QueryFileKindQuietly(SystemCalls& calls, const std::wstring& path) noexcept {
-  try {
-    return QueryEntryQuietly(calls, path).value_or(FileEntry{}).kind;
-  } catch (...) {
-    return FileKind::Absent;
-  }
+FileKind QueryFileKindQuietly(SystemCalls& calls, const std::wstring& path) {
+  return QueryEntryQuietly(calls, path).value_or(FileEntry{}).kind;
 }
 
 std::string ReadWholeFile(SystemCalls& calls, const std::wstring& path, std::uint64_t limit) {

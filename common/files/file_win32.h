@@ -38,7 +38,7 @@ std::optional<FileEntry> QueryEntryQuietly(SystemCalls& calls, const std::wstrin
 FileKind QueryFileKind(SystemCalls& calls, const std::wstring& path);
 
 /// Returns the same, or Absent for every error.
-FileKind QueryFileKindQuietly(SystemCalls& calls, const std::wstring& path) noexcept;
+FileKind QueryFileKindQuietly(SystemCalls& calls, const std::wstring& path);
 
 /// Reads a whole file of at most `limit` bytes. Throws Failure "read" with the path and the Windows
 /// code when it cannot be opened or read completely; a larger file fails with ERROR_FILE_TOO_LARGE

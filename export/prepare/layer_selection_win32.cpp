@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <cstdint>
-#include <new>
 #include <optional>
 #include <utility>
 
@@ -15,18 +14,9 @@ namespace {
 
 constexpr std::uint64_t kLargestFile = std::uint64_t{1} << 30;
 
-/// Returns the file's content, or nothing when it cannot be read or does not fit into memory.
-std::optional<std::string> TryToRead(SystemCalls& calls, const std::wstring& path) {
-  try {
-    return ReadFileIfPossible(calls, path, kLargestFile);
-  } catch (const std::bad_alloc&) {
-    return std::nullopt;
-  }
-}
-
 std::string ReadOrFail(SystemCalls& calls, const std::wstring& path,
                        const std::wstring& failure_text) {
-  std::optional<std::string> bytes = TryToRead(calls, path);
+  std::optional<std::string> bytes = ReadFileIfPossible(calls, path, kLargestFile);
   if (!bytes) {
     throw Failure{failure_text + path, 0};
   }
@@ -90,11 +80,8 @@ bool SelectOutJobLayers(SystemCalls& calls, const std::wstring& out_job,
     return true;
   } catch (const Failure& failure) {
     error_text = failure.text;
-  } catch (const std::bad_alloc&) {
-    // The job was read but left no memory for its selection.
-    error_text = L"Cannot read the temporary OutJob: " + out_job;
+    return false;
   }
-  return false;
 }
 
 }  // namespace kestrune

@@ -13,7 +13,7 @@ namespace kestrune {
 ///
 /// Returns false with the error text; the output job is then unchanged, except when replacing it
 /// failed twice. The job is written even when no field changed. A job above 1 GiB is refused, since
-/// a 32-bit process cannot hold it twice.
+/// a 32-bit process cannot hold it twice. Throws std::bad_alloc.
 [[nodiscard]] bool SelectOutJobLayers(SystemCalls& calls, const std::wstring& out_job,
                                       const std::wstring& manifest,
                                       std::vector<PlotFieldChange>& changes,

@@ -2,8 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
+#include <new>
+
 #include "common/text/path.h"
+#include "common/text/text.h"
 #include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/scarce_memory.h"
 
 namespace kestrune {
 namespace {
@@ -156,6 +161,35 @@ TEST_F(OutJobFileTest, ALeftOverUpdateIsOverwritten) {
   EXPECT_TRUE(Select());
   EXPECT_LT(FileBytes(job_).size(), 1000U);
   EXPECT_FALSE(Exists(job_ + L".tmp"));
+}
+
+/// Selects with one allocation refused. Returns how many were made.
+class SelectionInScarcity : public OutJobFileTest {
+ protected:
+  long SelectWith(long allowed) {
+    const ScarceMemory memory(allowed, ScarceMemory::Refused::One);
+    try {
+      selected_ = Select();
+    } catch (const std::bad_alloc&) {
+      ++thrown_;
+    }
+    return ScarceMemory::Asked();
+  }
+
+  bool selected_ = false;
+  int thrown_ = 0;
+};
+
+TEST_F(SelectionInScarcity, ARefusedAllocationIsThrown) {
+  const long all = SelectWith(std::numeric_limits<long>::max());
+  ASSERT_TRUE(selected_);
+  for (long allowed = 0; allowed < all; ++allowed) {
+    PutFile(job_, kJob);
+    selected_ = true;
+    SelectWith(allowed);
+    EXPECT_TRUE(selected_) << "allocation " << allowed << ": " << Utf8FromWide(error_text_);
+  }
+  EXPECT_EQ(thrown_, all);
 }
 
 TEST_F(OutJobFileTest, AJobBeyondTheLimitIsRefusedWithoutBeingRead) {
