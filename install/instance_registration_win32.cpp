@@ -78,13 +78,13 @@ class InstanceRegistration {
     return *run_.settings;
   }
 
-  const std::vector<std::string>& ExtraKinds() { return Settings().extra_record_kinds; }
+  const std::vector<std::string>& ExtraRecordKinds() { return Settings().extra_record_kinds; }
 
   InstanceState ReadState(WindowsStore& store) {
     InstanceState state;
     std::string text = store.ReadRcs();
     state.projects = store.ReadGlobalProjects();
-    const RcsOptions options{.strict = true, .extra_record_kinds = ExtraKinds()};
+    const RcsOptions options{.strict = true, .extra_record_kinds = ExtraRecordKinds()};
     std::wstring error;
     if (!Rcs::Parse(std::move(text), options, state.rcs, error)) {
       throw Failure{ShownError(error) + L" Manual registration required; no profile change."};
@@ -94,7 +94,7 @@ class InstanceRegistration {
     const std::string resource =
         ReadFileIfPossible(run_.calls, instance_.resource_path, kLargestResource)
             .value_or(std::string());
-    state.anchor = ChooseAnchor(resource, instance_.version.major, ExtraKinds());
+    state.anchor = ChooseAnchor(resource, instance_.version.major, ExtraRecordKinds());
     return state;
   }
 
@@ -170,7 +170,7 @@ class InstanceRegistration {
   }
 
   bool IsValid(std::string_view text, const Spec& spec) {
-    const RcsOptions options{.strict = true, .extra_record_kinds = ExtraKinds()};
+    const RcsOptions options{.strict = true, .extra_record_kinds = ExtraRecordKinds()};
     Rcs rcs;
     std::wstring ignored;
     return Rcs::Parse(std::string(text), options, rcs, ignored) &&

@@ -11,7 +11,7 @@ namespace kestrune {
 struct RegistrationSettings {
   /// The button's hint as bytes in the ANSI code page.
   std::string hint;
-  /// The additional record kinds that the user accepts (see ExtraRecordKinds).
+  /// The extra record kinds that the user accepts (see ExtraRecordKinds).
   std::vector<std::string> extra_record_kinds;
 };
 

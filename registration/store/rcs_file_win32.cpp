@@ -99,7 +99,7 @@ void RcsFile::DeleteWorkingFiles() const {
   if (new_digest_.empty() || (state_ != State::Untouched && IsMissing(calls_, path_))) {
     return;
   }
-  calls_.Delete(files_.temporary);
+  calls_.Delete(files_.replacement);
   if (recovery_) {
     calls_.Delete(*recovery_);
   }
@@ -119,8 +119,8 @@ std::string RcsFile::Read() const {
   return ReadRcsBytes(calls_, path_);
 }
 
-std::string RcsFile::ReadTemporary() const {
-  return ReadRcsBytes(calls_, files_.temporary);
+std::string RcsFile::ReadReplacement() const {
+  return ReadRcsBytes(calls_, files_.replacement);
 }
 
 // Preparing
@@ -129,11 +129,11 @@ void RcsFile::Prepare(std::string_view new_text, std::string digest) {
   new_digest_ = std::move(digest);
   // Only this run uses the name, so an existing file may be overwritten.
   bool created = false;
-  CreateWithIdentity(files_.temporary, new_text,
+  CreateWithIdentity(files_.replacement, new_text,
                      L"Cannot preserve replacement owner/group; original RCS unchanged.", created);
   // A server may change the DACL; that is detected here, before DXP.RCS is changed.
-  WriteDacl(calls_, files_.temporary, security_);
-  if (!ReadSecurityOf(calls_, files_.temporary).SameDacl(security_)) {
+  WriteDacl(calls_, files_.replacement, security_);
+  if (!ReadSecurityOf(calls_, files_.replacement).SameDacl(security_)) {
     throw Refusal(kSecurityMismatch);
   }
 }
@@ -163,7 +163,7 @@ void RcsFile::CreateWithIdentity(const ExtendedPath& path, std::string_view byte
 
 void RcsFile::Commit() {
   const DWORD code =
-      ReplacePatiently(files_.temporary, files_.displaced, [&] { RequireUnchanged(); });
+      ReplacePatiently(files_.replacement, files_.displaced, [&] { RequireUnchanged(); });
   if (code == ERROR_SUCCESS) {
     ConfirmReplacement();
     RestoreSecurity();
@@ -185,7 +185,7 @@ void RcsFile::RequireUnchanged() const {
     throw Refusal(kSourceChanged);
   }
   constexpr std::wstring_view kStep = L"Replacement security changed before commit";
-  if (!(ReadFileSecurity(calls_, files_.temporary, kStep, kStep) == security_)) {
+  if (!(ReadFileSecurity(calls_, files_.replacement, kStep, kStep) == security_)) {
     throw FileStepFailure(kStep, 0);
   }
   CheckSecurity();
@@ -226,7 +226,7 @@ RcsFile::State RcsFile::JudgeFailedReplacement() const {
     case Content::Old:
       return State::Untouched;
     case Content::New:
-      if (IsMissing(calls_, files_.temporary)) {
+      if (IsMissing(calls_, files_.replacement)) {
         return State::Replaced;
       }
       break;

@@ -23,7 +23,7 @@ struct FileFacts {
 
 /// Replaces DXP.RCS of one instance, and manages the working files beside it.
 ///
-/// Call SetPlannedText, Prepare, ReadTemporary and Commit in this order, and RollBack after a
+/// Call SetPlannedText, Prepare, ReadReplacement and Commit in this order, and RollBack after a
 /// failed commit for which Replaced() is true. At every instant DXP.RCS is the complete old or the
 /// complete new file, or missing if Windows stops half way; then a working file has its content,
 /// and no working file is deleted. Failures are thrown as kestrune::Failure with their complete
@@ -44,7 +44,7 @@ class RcsFile {
 
   /// Return the bytes of DXP.RCS and of the replacement file, by the rules of ReadRcsBytes.
   [[nodiscard]] std::string Read() const;
-  [[nodiscard]] std::string ReadTemporary() const;
+  [[nodiscard]] std::string ReadReplacement() const;
 
   /// Sets the SHA-256 of the text that DXP.RCS must have when it is replaced.
   void SetPlannedText(std::string digest) { planned_digest_ = std::move(digest); }

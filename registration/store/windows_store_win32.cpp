@@ -99,7 +99,7 @@ void WindowsStore::PrepareReplacement(std::string_view new_text) {
 }
 
 std::string WindowsStore::ReadReplacement() {
-  return file_.ReadTemporary();
+  return file_.ReadReplacement();
 }
 
 void WindowsStore::CommitReplacement() {

@@ -16,7 +16,7 @@ using kestrune::ExtendedPath;
 using kestrune::SystemCalls;
 
 constexpr std::wstring_view kMark = L".odbpp-";
-constexpr std::wstring_view kTemporaryEnd = L".tmp";
+constexpr std::wstring_view kWorkingEnd = L".tmp";
 constexpr std::wstring_view kDisplacedEnd = L".old.tmp";
 
 /// Returns the start time of a process, which makes its ID unique, since IDs are reused.
@@ -73,7 +73,7 @@ WorkingFiles NameWorkingFiles(SystemCalls& calls, const ExtendedPath& rcs_path) 
   const std::wstring run = std::wstring(kMark) + std::to_wstring(GetCurrentProcessId()) + L"_" +
                            std::to_wstring(StartTime(calls, GetCurrentProcess())) + L"_" +
                            std::to_wstring(calls.GetCounter());
-  return {rcs_path.WithEnding(run + std::wstring(kTemporaryEnd)),
+  return {rcs_path.WithEnding(run + std::wstring(kWorkingEnd)),
           rcs_path.WithEnding(run + std::wstring(kDisplacedEnd)),
           rcs_path.WithEnding(run + L".undone" + std::wstring(kDisplacedEnd)),
           rcs_path.WithEnding(L".recovery"),
@@ -84,7 +84,7 @@ void ClearLeftovers(SystemCalls& calls, const ExtendedPath& rcs_path,
                     const ExtendedPath& directory) {
   const std::wstring prefix = std::wstring(rcs_path.Name()) + std::wstring(kMark);
   WIN32_FIND_DATAW entry{};
-  const ExtendedPath pattern = rcs_path.Parent().Entry(prefix + L"*" + std::wstring(kTemporaryEnd));
+  const ExtendedPath pattern = rcs_path.Parent().Entry(prefix + L"*" + std::wstring(kWorkingEnd));
   const kestrune::FindHandle find(calls.FindFirst(pattern, &entry));
   if (!find) {
     return;
@@ -92,7 +92,7 @@ void ClearLeftovers(SystemCalls& calls, const ExtendedPath& rcs_path,
   do {
     const std::wstring name = entry.cFileName;
     const bool is_file = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-    if (is_file && name.size() > prefix.size() && name.ends_with(kTemporaryEnd) &&
+    if (is_file && name.size() > prefix.size() && name.ends_with(kWorkingEnd) &&
         !IsLiveRun(calls, std::wstring_view(name).substr(prefix.size()))) {
       ClearLeftover(calls, rcs_path, name, directory);
     }

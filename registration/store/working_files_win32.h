@@ -10,7 +10,7 @@ namespace altium_registration {
 /// file, since a pending deletion blocks its name.
 struct WorkingFiles {
   /// The replacement file, with the new text: "DXP.RCS.odbpp-<run>.tmp".
-  kestrune::ExtendedPath temporary;
+  kestrune::ExtendedPath replacement;
   /// The displaced file of the commit: "DXP.RCS.odbpp-<run>.old.tmp".
   kestrune::ExtendedPath displaced;
   /// The displaced file of the rollback: "DXP.RCS.odbpp-<run>.undone.old.tmp".

@@ -546,12 +546,12 @@ TEST_F(WindowsStoreTest, TemporaryFilesOfDeadRunsAreClearedAndThoseOfLiveRunsSta
   WriteFileBytes(profile.Rcs() + L".odbpp.tmp", "somebody's");
   const WindowsStore live_run(profile.Target(), *calls);
   WorkingFiles live = NameWorkingFiles(*calls, kestrune::ExtendedPath(profile.Rcs()));
-  WriteFileBytes(live.temporary.Text(), "live");
+  WriteFileBytes(live.replacement.Text(), "live");
   Open();
   EXPECT_EQ(profile.Leftovers().size(), 5U);
   store->AppendLog("first line");
   EXPECT_EQ(profile.Leftovers(),
-            (Names{std::wstring(live.temporary.Name()), L"DXP.RCS.odbpp.tmp"}));
+            (Names{std::wstring(live.replacement.Name()), L"DXP.RCS.odbpp.tmp"}));
   EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.odbpp-4294967292_1_1.old.tmp")), "displaced");
 }
 
