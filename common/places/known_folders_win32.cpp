@@ -15,7 +15,7 @@
 namespace kestrune {
 namespace {
 
-/// False also for an empty path.
+/// Returns the shell's path of a folder in `path`; false also for an empty one.
 bool ShellFolder(SystemCalls& calls, const KNOWNFOLDERID& folder, DWORD flags, std::wstring& path) {
   TaskText text;
   if (FAILED(calls.GetKnownFolder(folder, flags, text.Put())) || !text) {
@@ -25,7 +25,7 @@ bool ShellFolder(SystemCalls& calls, const KNOWNFOLDERID& folder, DWORD flags, s
   return !path.empty();
 }
 
-/// The profile directory as the system's own profile list has it for the process's user.
+/// Reads the profile directory of the process's user from the system's profile list.
 bool ProfileFromList(SystemCalls& calls, std::wstring& profile) {
   ProcessUser user;
   LocalMemory<wchar_t> sid;

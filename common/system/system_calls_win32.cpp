@@ -127,11 +127,6 @@ BOOL SystemCalls::SetWriteTime(HANDLE file, const FILETIME& time) {
   return SetFileTime(file, nullptr, nullptr, &time);
 }
 
-BOOL SystemCalls::SetInformation(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* information,
-                                 DWORD size) {
-  return SetFileInformationByHandle(file, kind, information, size);
-}
-
 BOOL SystemCalls::GetSecurity(const ExtendedPath& path, SECURITY_INFORMATION parts,
                               void* descriptor, DWORD size, DWORD* needed) {
   return GetFileSecurityW(path.Get(), parts, descriptor, size, needed);

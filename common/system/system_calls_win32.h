@@ -76,7 +76,7 @@ class SystemCalls {
 
   // Open files
 
-  /// CloseHandle, for a caller whom a failure concerns. The handle is gone whatever it returns.
+  /// CloseHandle, for a caller that must know of a failure. The handle is gone in any case.
   virtual BOOL Close(HANDLE file);
   /// GetFileSizeEx.
   virtual BOOL GetSize(HANDLE file, LARGE_INTEGER* size);
@@ -101,9 +101,6 @@ class SystemCalls {
   virtual BOOL GetWriteTime(HANDLE file, FILETIME* time);
   /// SetFileTime, only the time of the last write.
   virtual BOOL SetWriteTime(HANDLE file, const FILETIME& time);
-  /// SetFileInformationByHandle.
-  virtual BOOL SetInformation(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* information,
-                              DWORD size);
 
   // Security
 

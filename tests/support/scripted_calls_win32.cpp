@@ -240,12 +240,6 @@ BOOL ScriptedCalls::SetWriteTime(HANDLE file, const FILETIME& time) {
                 [&] { return SystemCalls::SetWriteTime(file, time); });
 }
 
-BOOL ScriptedCalls::SetInformation(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* information,
-                                   DWORD size) {
-  return Around({"SetInformation", PathOf(file)}, FALSE,
-                [&] { return SystemCalls::SetInformation(file, kind, information, size); });
-}
-
 BOOL ScriptedCalls::SetSecurity(const ExtendedPath& path, SECURITY_INFORMATION parts,
                                 void* descriptor) {
   return Around({"SetSecurity", path.Text()}, FALSE, [&] {

@@ -85,8 +85,6 @@ class ScriptedCalls : public SystemCalls {
   BOOL Flush(HANDLE file) override;
   BOOL GetWriteTime(HANDLE file, FILETIME* time) override;
   BOOL SetWriteTime(HANDLE file, const FILETIME& time) override;
-  BOOL SetInformation(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, void* information,
-                      DWORD size) override;
   BOOL GetSecurity(const ExtendedPath& path, SECURITY_INFORMATION parts, void* descriptor,
                    DWORD size, DWORD* needed) override;
   BOOL SetSecurity(const ExtendedPath& path, SECURITY_INFORMATION parts, void* descriptor) override;
