@@ -191,7 +191,8 @@ class Removal {
   /// Removes files and links up to the first real subdirectory, and returns that.
   std::optional<std::wstring> RemoveUpToSubdirectory(const ExtendedPath& directory) {
     WIN32_FIND_DATAW entry{};
-    const FindHandle find(calls_.FindFirst(directory.Entry(L"*"), &entry));
+    const ExtendedPath pattern = directory.Entry(L"*");
+    const FindHandle find(calls_.FindFirst(pattern, &entry));
     if (!find) {
       const DWORD code = GetLastError();
       if (code != ERROR_FILE_NOT_FOUND) {

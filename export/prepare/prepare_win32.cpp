@@ -161,7 +161,9 @@ class TemporaryFolder {
 /// Copies a file and clears the read-only attribute, which boards under version control often have:
 /// the host could not save the copy, and the next run could not delete it.
 void CopyWritable(SystemCalls& calls, const std::wstring& source, const std::wstring& target) {
-  if (!calls.Copy(ExtendedPath(source), ExtendedPath(target), FALSE)) {
+  const ExtendedPath from(source);
+  const ExtendedPath to(target);
+  if (!calls.Copy(from, to, FALSE)) {
     ThrowLastError(L"copy", source);
   }
   ClearReadOnly(calls, target);
@@ -239,7 +241,9 @@ int AddDependency(SystemCalls& calls, const std::wstring& path, std::size_t numb
     return RejectName(calls, path);
   }
   const std::wstring copy = JoinPath(root, name);
-  if (!calls.Copy(ExtendedPath(path), ExtendedPath(copy), TRUE)) {
+  const ExtendedPath from(path);
+  const ExtendedPath to(copy);
+  if (!calls.Copy(from, to, TRUE)) {
     const DWORD code = GetLastError();
     // For example, a short name may denote a file of the project.
     if (code == ERROR_FILE_EXISTS || code == ERROR_ALREADY_EXISTS) {

@@ -305,7 +305,8 @@ InstallVerdict DecideInstall(SystemCalls& calls, const std::wstring& source,
     throw Refusal{{L"Cannot establish source last-write time: ", 0, source}};
   }
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (!calls.GetAttributes(ExtendedPath(target), &data)) {
+  const ExtendedPath path(target);
+  if (!calls.GetAttributes(path, &data)) {
     const DWORD code = GetLastError();
     if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) {
       return InstallVerdict::Install;

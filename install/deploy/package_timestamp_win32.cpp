@@ -30,7 +30,8 @@ bool ReadOwnTime(SystemCalls& calls, const std::wstring& source, std::uint64_t& 
 /// there are several or the folder cannot be searched.
 bool FindManifest(SystemCalls& calls, const std::wstring& directory, std::wstring& manifest) {
   WIN32_FIND_DATAW entry{};
-  const FindHandle find(calls.FindFirst(ExtendedPath(directory).Entry(L"BFM_*.ini"), &entry));
+  const ExtendedPath pattern = ExtendedPath(directory).Entry(L"BFM_*.ini");
+  const FindHandle find(calls.FindFirst(pattern, &entry));
   if (!find) {
     // For an empty result some file systems fail the first call, others the next one.
     const DWORD code = GetLastError();

@@ -46,7 +46,8 @@ OriginProof TakePackageTime(SystemCalls& calls, const std::wstring& script,
   if (!timestamp) {
     throw Refusal{{L"Cannot establish source last-write time: ", 0, script}};
   }
-  const FileHandle file(calls.Create(ExtendedPath(incoming), {.access = FILE_WRITE_ATTRIBUTES}));
+  const ExtendedPath path(incoming);
+  const FileHandle file(calls.Create(path, {.access = FILE_WRITE_ATTRIBUTES}));
   if (!file || !calls.SetWriteTime(file.Get(), SplitFileTime(timestamp->time))) {
     const DWORD code = GetLastError();
     throw Refusal{{L"Cannot set the time of ", code, incoming}};
@@ -55,7 +56,8 @@ OriginProof TakePackageTime(SystemCalls& calls, const std::wstring& script,
 }
 
 void Remove(SystemCalls& calls, const std::wstring& incoming) {
-  if (!calls.Delete(ExtendedPath(incoming))) {
+  const ExtendedPath path(incoming);
+  if (!calls.Delete(path)) {
     const DWORD code = GetLastError();
     throw Failure{L"remove", code, incoming};
   }

@@ -31,7 +31,8 @@ struct UserSide {
 NameListing ListProfiles(SystemCalls& calls, const std::wstring& root) {
   NameListing listing;
   WIN32_FIND_DATAW entry{};
-  const FindHandle find(calls.FindFirst(ExtendedPath(root).Entry(L"*"), &entry));
+  const ExtendedPath pattern = ExtendedPath(root).Entry(L"*");
+  const FindHandle find(calls.FindFirst(pattern, &entry));
   if (!find) {
     const DWORD code = GetLastError();
     if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) {
