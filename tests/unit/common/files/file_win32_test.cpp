@@ -8,6 +8,7 @@
 #include "tests/support/files_win32.h"
 #include "tests/support/real_calls_win32.h"
 #include "tests/support/remove_tree_win32.h"
+#include "tests/support/scripted_calls_win32.h"
 #include "tests/support/machine/small_disk_win32.h"
 #include "tests/support/machine/unix_link_win32.h"
 
@@ -202,6 +203,16 @@ TEST_F(FileTest, AWriterKeepsItsFirstFailure) {
   ExpectFailure([&] { refused.Finish(L"finish"); },
                 {L"finish", ERROR_NO_UNICODE_TRANSLATION, In(L"file")});
   EXPECT_EQ(FileBytes(In(L"file")), "kept");
+}
+
+TEST_F(FileTest, AFailedCloseIsThrown) {
+  ScriptedCalls calls;
+  calls.after = [](const SystemCall& call) {
+    return call.name == "Close" ? std::optional<DWORD>(ERROR_NETNAME_DELETED) : std::nullopt;
+  };
+  FileWriter file(calls, In(L"file"));
+  file.Write("x");
+  ExpectFailure([&] { file.Finish(L"finish"); }, {L"finish", ERROR_NETNAME_DELETED, In(L"file")});
 }
 
 TEST(FileWriter, AFullDiskIsToldAtTheEnd) {

@@ -2,11 +2,14 @@
 
 #include <gmock/gmock.h>
 
+#include <optional>
+
 #include "common/files/file_win32.h"
 #include "common/text/path.h"
 #include "common/text/text.h"
 #include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/real_calls_win32.h"
+#include "tests/support/scripted_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -80,6 +83,21 @@ TEST_F(LogTest, ARunawayDetailIsCut) {
   const std::string bytes = FileBytes(folders_.log);
   EXPECT_EQ(WideFromUtf8(bytes).size(), 8192U + 2U);
   EXPECT_TRUE(bytes.ends_with("\xC3\xA4\r\n"));
+}
+
+TEST_F(LogTest, ARefusedCallConcernsNoCaller) {
+  std::size_t made = 1;
+  for (std::size_t refused = 0; refused < made; ++refused) {
+    ScriptedCalls calls;
+    made = 0;
+    calls.before = [&](const SystemCall&) {
+      return made++ == refused ? std::optional<DWORD>(ERROR_ACCESS_DENIED) : std::nullopt;
+    };
+    SetLastError(1234);
+    WriteLogEntry(calls, L"x");
+    EXPECT_EQ(GetLastError(), 1234U) << refused;
+  }
+  EXPECT_GT(made, 8U);
 }
 
 TEST_F(LogTest, LeavesTheLastErrorAsItWas) {
