@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// The calls to Windows as they are, for what a test does itself.
+/// Returns the calls to Windows as they are, for what a test does itself.
 inline SystemCalls& RealCalls() {
   static SystemCalls calls;
   return calls;
