@@ -29,6 +29,13 @@ constexpr std::array<KnownKind, 6> kKnownKinds = {{{"Link", NodeKind::kLink},
 
 constexpr std::string_view kEnd = "End";
 
+/// Returns the identifier of the record that begins at `start`.
+RcsText IdentifierAt(const std::string& text, std::size_t start) {
+  RcsLexer lexer(text, start);
+  lexer.Skip();
+  return lexer.Next().In(text);
+}
+
 }  // namespace
 
 bool IsRcsKeyword(std::string_view word) {
@@ -39,7 +46,7 @@ bool IsRcsKeyword(std::string_view word) {
 /// Parses one text, which must outlive the parser.
 class RcsParser {
  public:
-  RcsParser(std::string_view raw, const RcsOptions& options) : raw_(raw), options_(options) {}
+  RcsParser(const std::string& raw, const RcsOptions& options) : raw_(raw), options_(options) {}
 
   /// Returns the records without the text, which the caller adds. Throws Failure.
   Rcs Run() {
@@ -58,27 +65,18 @@ class RcsParser {
   }
 
  private:
-  using Attributes = std::vector<Rcs::NamedValue>;
-
   /// Holds a record whose "End" was not read yet.
   struct OpenRecord {
     std::uint32_t place = 0;
     bool may_have_children = false;
-    /// The list that collects its attributes. Those of a record without children are contiguous and
-    /// go directly into the file's list.
-    Attributes* attributes = nullptr;
-    /// The index of its first attribute there.
-    std::size_t first = 0;
-    /// The index of the names, once there are many.
-    std::optional<RcsIndex> names = std::nullopt;
+    /// The index of its first attribute's name in `names_`.
+    std::uint32_t first_name = 0;
   };
 
   /// Reserves memory for a typical file, so that its lists need not grow.
   void MakeRoom() {
     constexpr std::size_t kUsualRecordBytes = 80;
-    constexpr std::size_t kUsualAttributeBytes = 32;
     rcs_.nodes_.reserve(raw_.size() / kUsualRecordBytes);
-    rcs_.attributes_.reserve(raw_.size() / kUsualAttributeBytes);
     rcs_.identifiers_.ReserveForAppend(options_.strict ? raw_.size() / kUsualRecordBytes : 0);
   }
 
@@ -103,8 +101,8 @@ class RcsParser {
         Open(token, lexer);
         continue;
       }
-      OpenRecord& record = open_[depth_ - 1];
-      if (ClosesRecord(token)) {
+      const OpenRecord& record = open_[depth_ - 1];
+      if (token.IsBare(kEnd, raw_)) {
         Close(record, token);
         --depth_;
       } else if (lexer.TakeEquals()) {
@@ -125,10 +123,9 @@ class RcsParser {
       throw Failure{L"Malformed RCS nesting."};
     }
     const NodeKind kind = KindOf(keyword);
-    const std::uint32_t place = AddNode(keyword, kind, lexer.Next());
-    const bool may_have_children = kind == NodeKind::kTree || kind == NodeKind::kInsertion;
-    Attributes& attributes = may_have_children ? pending_ : rcs_.attributes_;
-    open_[depth_++] = {place, may_have_children, &attributes, attributes.size()};
+    const std::uint32_t place = AddNode(keyword, kind, lexer);
+    open_[depth_++] = {place, kind == NodeKind::kTree || kind == NodeKind::kInsertion,
+                       static_cast<std::uint32_t>(names_.size())};
   }
 
   NodeKind KindOf(RcsSpan keyword) const {
@@ -147,9 +144,9 @@ class RcsParser {
     throw Failure{L"Unknown RCS record: " + kestrune::WidenBytes(Text(keyword).ToString())};
   }
 
-  std::uint32_t AddNode(RcsSpan keyword, NodeKind kind, RcsSpan identifier) {
+  std::uint32_t AddNode(RcsSpan keyword, NodeKind kind, RcsLexer& lexer) {
     const auto place = static_cast<std::uint32_t>(rcs_.nodes_.size());
-    const RcsText text = Text(identifier);
+    const RcsText text = Text(lexer.Next());
     if (text.empty() || text == kEnd) {
       throw Failure{L"Duplicate/invalid RCS identifier."};
     }
@@ -159,8 +156,8 @@ class RcsParser {
     Node& node = rcs_.nodes_.emplace_back();
     node.kind = kind;
     node.start = keyword.Start();
-    node.parent = depth_ == 0 ? kNoItem : open_[depth_ - 1].place;
-    node.identifier = identifier;
+    node.depth = static_cast<std::uint8_t>(depth_);
+    node.body = lexer.Position();
     return place;
   }
 
@@ -168,87 +165,75 @@ class RcsParser {
   /// parse error found meanwhile.
   void IndexIdentifiers() {
     const auto identifier_of = [this](std::uint32_t place) {
-      return Text(rcs_.nodes_[place].identifier);
+      return IdentifierAt(raw_, rcs_.nodes_[place].start);
     };
     if (options_.strict && !rcs_.identifiers_.Build(identifier_of)) {
       throw Failure{L"Duplicate/invalid RCS identifier."};
     }
   }
 
-  void AddAttribute(OpenRecord& record, RcsSpan name, RcsLexer& lexer) {
+  void AddAttribute(const OpenRecord& record, RcsSpan name, RcsLexer& lexer) {
     if (lexer.AtEnd()) {
       throw Failure{L"Invalid RCS attribute."};
     }
-    const RcsSpan value = lexer.Next();
-    if (!ClaimName(record, Text(name))) {
+    lexer.Skip();
+    if (!IsNewName(record, name)) {
       throw Failure{L"Invalid RCS attribute."};
     }
-    record.attributes->push_back({name, value});
+    names_.push_back(name);
   }
 
   /// Returns whether the name is new in the innermost record. A few names are compared one by one;
   /// many are indexed.
-  bool ClaimName(OpenRecord& record, const RcsText& name) const {
+  bool IsNewName(const OpenRecord& record, RcsSpan name) {
     constexpr std::size_t kFew = 12;
-    const Attributes& attributes = *record.attributes;
-    if (attributes.size() - record.first > kFew) {
-      return ClaimIndexedName(record, name);
+    if (names_.size() - record.first_name > kFew) {
+      return IndexName(record, name);
     }
-    for (std::size_t place = record.first; place < attributes.size(); ++place) {
-      if (Text(attributes[place].name) == name) {
+    const RcsText text = Text(name);
+    for (std::size_t place = record.first_name; place < names_.size(); ++place) {
+      if (Text(names_[place]) == text) {
         return false;
       }
     }
     return true;
   }
 
-  bool ClaimIndexedName(OpenRecord& record, const RcsText& name) const {
-    const Attributes& attributes = *record.attributes;
+  bool IndexName(const OpenRecord& record, RcsSpan name) {
     const auto name_of = [&](std::uint32_t number) {
-      return Text(attributes[record.first + number].name);
+      return Text(names_[record.first_name + number]);
     };
-    if (!record.names) {
-      record.names.emplace();
-      for (std::size_t place = record.first; place < attributes.size(); ++place) {
-        record.names->Add(Text(attributes[place].name), name_of);
+    std::optional<RcsIndex>& index = name_indexes_[depth_ - 1];
+    if (!index) {
+      index.emplace();
+      for (std::size_t place = record.first_name; place < names_.size(); ++place) {
+        index->Add(Text(names_[place]), name_of);
       }
     }
-    return record.names->Add(name, name_of);
+    return index->Add(Text(name), name_of);
   }
 
   void Close(const OpenRecord& open, RcsSpan end) {
     Node& node = rcs_.nodes_[open.place];
     node.end = end.End();
     node.subtree_end = static_cast<std::uint32_t>(rcs_.nodes_.size());
-    node.first_attribute = static_cast<std::uint32_t>(open.first);
-    node.attribute_count = static_cast<std::uint32_t>(open.attributes->size() - open.first);
-    if (open.may_have_children) {
-      TakePending(node);
-    }
-  }
-
-  /// Moves the pending attributes of the innermost record with children into the file's list.
-  void TakePending(Node& node) {
-    Attributes& attributes = rcs_.attributes_;
-    const auto own = pending_.begin() + static_cast<std::ptrdiff_t>(node.first_attribute);
-    node.first_attribute = static_cast<std::uint32_t>(attributes.size());
-    attributes.insert(attributes.end(), own, pending_.end());
-    pending_.erase(own, pending_.end());
+    names_.resize(open.first_name);
+    name_indexes_[depth_ - 1].reset();
   }
 
   RcsText Text(RcsSpan token) const { return token.In(raw_); }
 
-  bool ClosesRecord(RcsSpan token) const { return !token.quoted() && token.Written(raw_) == kEnd; }
-
-  std::string_view raw_;
+  const std::string& raw_;
   const RcsOptions& options_;
   Rcs rcs_;
-  /// Attributes of the open records that may have children, those of the innermost record last.
-  /// They wait here because attributes may follow children, but are contiguous in the file's list.
-  Attributes pending_;
+  /// Attribute names of the open records, those of the innermost record last. They wait here for
+  /// the record's end because attributes may follow children.
+  std::vector<RcsSpan> names_;
   /// The records that are open at the current position, the outermost first; `depth_` of them are
   /// in use.
   std::array<OpenRecord, kMaxRcsDepth + 1> open_;
+  /// Indexes of the names of those open records that have many attributes, by depth.
+  std::array<std::optional<RcsIndex>, kMaxRcsDepth + 1> name_indexes_;
   std::uint32_t depth_ = 0;
 };
 
@@ -270,12 +255,25 @@ std::string Rcs::TakeText() && {
   return std::move(taken.text_);
 }
 
+RcsText Rcs::Identifier(const Node& node) const {
+  return IdentifierAt(text_, node.start);
+}
+
 RcsText Rcs::Attribute(const Node& node, std::string_view name) const {
-  for (std::size_t i = 0; i < node.attribute_count; ++i) {
-    const NamedValue& attribute = attributes_[node.first_attribute + i];
-    if (attribute.name.In(text_) == name) {
-      return attribute.value.In(text_);
+  RcsLexer lexer(text_, node.body);
+  const Node* child = &node + 1;
+  while (lexer.Position() != node.EndKeyword()) {
+    if (child != nodes_.data() + node.subtree_end && lexer.Position() == child->start) {
+      lexer.GoTo(child->end);
+      child = nodes_.data() + child->subtree_end;
+      continue;
     }
+    const bool found = lexer.Next().In(text_) == name;
+    lexer.TakeEquals();
+    if (found) {
+      return lexer.Next().In(text_);
+    }
+    lexer.Skip();
   }
   return {};
 }

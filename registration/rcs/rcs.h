@@ -15,16 +15,21 @@
 ///
 /// RcsLexer splits the bytes into tokens: bare words, quoted texts and equals signs. RcsParser
 /// (rcs.cpp) consumes them in one pass and without recursion, with a list of at most 33 open
-/// records. Nothing is copied: records, names and values are offsets into the file's text. An edit
-/// is a splice into that text, so that all other bytes are preserved.
+/// records. Nothing is copied. An edit is a splice into the file's text, so that all other bytes
+/// are preserved.
+///
+/// A Node stores only the kind, the depth and four offsets of a record, 20 bytes. Identifiers and
+/// attributes are read from the text again when they are needed, which is rare: storing them would
+/// cost more time, because memory that is written for the first time is slow, above all in the
+/// 32-bit program.
 ///
 /// Nodes are in one list in file order, each before its children. The descendants of a node
-/// therefore follow it up to its `subtree_end` and can be visited in one pass. The attributes are
-/// in a second list, those of a node contiguous.
+/// therefore follow it up to its `subtree_end` and can be visited in one pass.
 ///
 /// Repeated names are found in two ways. Identifiers, which must be unique in the whole file, are
-/// looked up in an RcsIndex, a hash table. So are the attribute names of a record with more than a
-/// dozen attributes; those of other records are compared one by one.
+/// looked up in an RcsIndex, a hash table that is filled after the last record. So are the
+/// attribute names of a record with more than a dozen attributes, while it is parsed; those of
+/// other records are compared one by one.
 ///
 /// Every text is parsed once; EditRcs and ValidateRcs take a parsed file. The time is proportional
 /// to the size of the file for any content: no text is compared or copied more often than it
@@ -53,17 +58,16 @@ struct RcsOptions {
 /// Holds one record of a customization file.
 struct Node {
   NodeKind kind = NodeKind::kTree;
+  /// The number of records around it; 0 at the top level.
+  std::uint8_t depth = 0;
   /// Offset of the keyword's first byte in the file.
   std::uint32_t start = 0;
   /// Offset one past the closing "End".
   std::uint32_t end = 0;
-  /// The index of the parent record, or kNoItem at the top level.
-  std::uint32_t parent = kNoItem;
   /// One past the index of its last descendant.
   std::uint32_t subtree_end = 0;
-  RcsSpan identifier;
-  std::uint32_t first_attribute = 0;
-  std::uint32_t attribute_count = 0;
+  /// Offset of the token after the identifier.
+  std::uint32_t body = 0;
 
   /// Returns the offset of the closing "End", where a new last child is inserted.
   std::uint32_t EndKeyword() const { return end - 3; }
@@ -92,15 +96,16 @@ class Rcs {
   const RcsOptions& options() const { return options_; }
   const std::vector<Node>& nodes() const { return nodes_; }
 
-  RcsText Identifier(const Node& node) const { return node.identifier.In(text_); }
-  /// Returns the value of an attribute; an empty text when the record lacks it.
+  /// Returns the identifier of one of `nodes()`.
+  RcsText Identifier(const Node& node) const;
+  /// Returns the value of an attribute of one of `nodes()`; an empty text when the record lacks it.
   RcsText Attribute(const Node& node, std::string_view name) const;
-  /// Prefetches the beginning of a record's text into the cache, if the compiler supports it.
+  /// Prefetches the beginning of a record's attributes into the cache, if the compiler supports it.
   void PrefetchText([[maybe_unused]] const Node& node) const {
 #if defined(__GNUC__)
     constexpr std::size_t kCacheLine = 64;
-    __builtin_prefetch(text_.data() + node.start);
-    __builtin_prefetch(text_.data() + std::min(node.start + kCacheLine, text_.size()));
+    __builtin_prefetch(text_.data() + node.body);
+    __builtin_prefetch(text_.data() + std::min(node.body + kCacheLine, text_.size()));
 #endif
   }
   /// Returns the index of the record with this identifier, or kNoItem. Requires a strictly parsed
@@ -110,15 +115,9 @@ class Rcs {
  private:
   friend class RcsParser;
 
-  struct NamedValue {
-    RcsSpan name;
-    RcsSpan value;
-  };
-
   std::string text_;
   RcsOptions options_;
   std::vector<Node> nodes_;
-  std::vector<NamedValue> attributes_;
   RcsIndex identifiers_;
 };
 

@@ -23,7 +23,7 @@ inline std::uint64_t UnforeseeableSeed() {
 }
 
 /// Holds a hash index of texts that are stored elsewhere, numbered from 0 in the order in which
-/// they are added. It needs about 9 bytes per text and no allocation per text, since the largest
+/// they are added. It needs 12 to 20 bytes per text and no allocation per text, since the largest
 /// file has a million identifiers. `text_of(number)` must return the text with this number.
 class RcsIndex {
  public:
@@ -84,10 +84,11 @@ class RcsIndex {
   }
 
  private:
-  /// Returns the number of slots: a power of two of which at most three quarters are in use.
+  /// Returns the number of slots: a power of two of which at most half are in use. With more in use
+  /// collisions cost more than the memory saves.
   static std::size_t SlotsFor(std::size_t texts) {
     constexpr std::size_t kFewest = 64;
-    return std::max(kFewest, std::bit_ceil(texts + texts / 3 + 1));
+    return std::max(kFewest, std::bit_ceil(2 * texts + 1));
   }
 
   void MakeSlots(std::size_t texts) { slots_.assign(SlotsFor(texts), kNoItem); }

@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <string>
 #include <string_view>
 
 #include "common/failure/failure.h"
@@ -24,19 +24,25 @@ inline constexpr const wchar_t* kUnsupportedRcs = L"Unsupported RCS size/encodin
 /// file of eight million one-byte tokens needs no more memory than any other.
 class RcsLexer {
  public:
-  /// `raw` is the whole file, of at most kMaxRcsBytes; a UTF-8 byte order mark at its start is
-  /// skipped. It must outlive the lexer.
-  explicit RcsLexer(std::string_view raw)
-      : raw_(raw.data()), end_(raw.data() + raw.size()), position_(raw.data()) {
+  /// `text` is the whole file, of at most kMaxRcsBytes, and must outlive the lexer. A UTF-8 byte
+  /// order mark at its start is skipped.
+  explicit RcsLexer(const std::string& text) : RcsLexer(text, 0) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-    SkipTo(position_ + (raw.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0));
+    SkipTo(raw_ + (text.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0));
   }
+  /// Starts at the token at `start`.
+  RcsLexer(const std::string& text, std::size_t start)
+      : raw_(text.c_str()), end_(raw_ + text.size()), position_(raw_ + start) {}
 
   bool AtEnd() const { return position_ == end_; }
+  /// Returns the offset of the next token.
+  std::uint32_t Position() const { return static_cast<std::uint32_t>(position_ - raw_); }
+  /// Moves to the first token from `offset` on. That must not be inside a token.
+  void GoTo(std::size_t offset) { SkipTo(raw_ + offset); }
 
   /// Consumes the next token if it is an unquoted "=". Returns whether it was.
   bool TakeEquals() {
-    if (position_ == end_ || *position_ != '=') {
+    if (*position_ != '=') {
       return false;
     }
     SkipTo(position_ + 1);
@@ -51,18 +57,27 @@ class RcsLexer {
     if (*start == kRcsQuote) {
       return QuotedToken(start + 1);
     }
-    const char* end = FindWordEnd(start);
-    if (end == start) {
-      // Blanks and quotes are handled above, so this is an equals sign or a null byte.
-      RequireNoNul(end);
-      ++end;
-    }
+    const char* const end = WordEnd(start);
     SkipTo(end);
     return Span(start, end, false, false);
   }
 
+  /// Consumes the next token like Next, without returning it.
+  void Skip() {
+    if (*position_ != kRcsQuote) {
+      SkipTo(WordEnd(position_));
+      return;
+    }
+    const char* close = FindQuote(position_ + 1);
+    while (close[1] == kRcsQuote) {
+      close = FindQuote(close + 2);
+    }
+    SkipTo(close + 1);
+  }
+
  private:
-  /// The classes of a byte outside quotes; a byte can have both.
+  /// The classes of a byte outside quotes; a byte can have both. The null byte after the text is
+  /// not a blank and ends a word, so that no loop has to check for the text's end.
   static constexpr std::uint8_t kBlank = 1;
   static constexpr std::uint8_t kEndsWord = 2;
 
@@ -78,69 +93,62 @@ class RcsLexer {
   }
 
   RcsSpan QuotedToken(const char* start) {
+    const char* close = FindQuote(start);
     bool doubled = false;
-    for (const char* close = start;; close += 2) {
-      close = FindQuoteOrNul(close);
-      if (close == nullptr) {
-        throw kestrune::Failure{L"Unclosed RCS quote."};
-      }
-      RequireNoNul(close);
-      if (close + 1 == end_ || close[1] != kRcsQuote) {
-        SkipTo(close + 1);
-        return Span(start, close, true, doubled);
-      }
+    while (close[1] == kRcsQuote) {
       doubled = true;
+      close = FindQuote(close + 2);
     }
+    SkipTo(close + 1);
+    return Span(start, close, true, doubled);
   }
 
-  /// Returns the first byte from `from` on that ends a word, or the end. Checks for the file's end
-  /// only once in four bytes.
-  const char* FindWordEnd(const char* from) const {
-    for (; end_ - from >= 4; from += 4) {
-      for (int place = 0; place < 4; ++place) {
-        if (Is(kEndsWord, from[place])) {
-          return from + place;
-        }
-      }
+  /// Returns the end of the word that begins here.
+  static const char* WordEnd(const char* start) {
+    const char* end = start;
+    while (!Is(kEndsWord, *end)) {
+      ++end;
     }
-    while (from != end_ && !Is(kEndsWord, *from)) {
-      ++from;
+    if (end != start) {
+      return end;
     }
-    return from;
+    // Blanks and quotes are handled elsewhere, so this is an equals sign or a null byte.
+    if (*end == '\0') {
+      throw kestrune::Failure{kUnsupportedRcs};
+    }
+    return end + 1;
   }
 
-  /// Returns the first quote or null byte from `from` on, or nullptr. Values are longer than words,
-  /// so sixteen bytes are checked at once; longer searches use the library, which is faster for
-  /// them.
-  const char* FindQuoteOrNul(const char* from) const {
+  /// Returns the first quote from `from` on. Values are longer than words, so sixteen bytes are
+  /// checked at once.
+  const char* FindQuote(const char* from) const {
 #ifdef KESTRUNE_RCS_SSE2
     constexpr std::ptrdiff_t kBlock = sizeof(__m128i);
-    for (int count = 0; count < 4 && end_ - from >= kBlock; ++count, from += kBlock) {
+    for (; end_ - from >= kBlock; from += kBlock) {
       const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
       const __m128i found = _mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8(kRcsQuote)),
                                          _mm_cmpeq_epi8(block, _mm_setzero_si128()));
       if (const auto mask = static_cast<unsigned>(_mm_movemask_epi8(found)); mask != 0) {
-        return from + std::countr_zero(mask);
+        return RequireQuote(from + std::countr_zero(mask));
       }
     }
 #endif
-    const auto size = static_cast<std::size_t>(end_ - from);
-    const void* const quote = std::memchr(from, kRcsQuote, size);
-    const std::size_t searched =
-        quote == nullptr ? size : static_cast<std::size_t>(static_cast<const char*>(quote) - from);
-    const void* const nul = std::memchr(from, '\0', searched);
-    return static_cast<const char*>(nul != nullptr ? nul : quote);
+    while (*from != kRcsQuote && *from != '\0') {
+      ++from;
+    }
+    return RequireQuote(from);
   }
 
-  static void RequireNoNul(const char* place) {
-    if (*place == '\0') {
-      throw kestrune::Failure{kUnsupportedRcs};
+  const char* RequireQuote(const char* found) const {
+    if (*found != kRcsQuote) {
+      throw kestrune::Failure{found == end_ ? L"Unclosed RCS quote." : kUnsupportedRcs};
     }
+    return found;
   }
 
   /// Moves to `position` and past the blanks there.
   void SkipTo(const char* position) {
-    while (position != end_ && Is(kBlank, *position)) {
+    while (Is(kBlank, *position)) {
       ++position;
     }
     position_ = position;

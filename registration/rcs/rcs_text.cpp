@@ -26,16 +26,9 @@ std::uint32_t RcsText::HashOfCollapsed(std::uint64_t seed) const {
 }
 
 bool RcsText::MeansSame(const RcsText& left, const RcsText& right) {
-  const std::string_view doubled = left.doubled_ ? left.written_ : right.written_;
-  const std::string_view plain = left.doubled_ ? right.written_ : left.written_;
-  std::size_t at = 0;
-  for (const char byte : plain) {
-    if (at == doubled.size() || doubled[at] != byte) {
-      return false;
-    }
-    at += byte == kRcsQuote ? 2 : 1;
-  }
-  return at == doubled.size();
+  const RcsText& doubled = left.doubled_ ? left : right;
+  const RcsText& plain = left.doubled_ ? right : left;
+  return doubled.Becomes(plain.written_, [](char byte) { return byte; });
 }
 
 std::string Quote(std::string_view value) {

@@ -56,13 +56,25 @@ class RcsText {
   RcsText(std::string_view written, bool doubled) : written_(written), doubled_(doubled) {}
 
   bool empty() const { return written_.empty(); }
-  /// Returns an upper bound of the text's size, exact when it has no doubled quotes.
-  std::size_t LongestSize() const { return written_.size(); }
   /// Returns the text with doubled quotes collapsed.
   std::string ToString() const;
   /// Returns the hash of the text with doubled quotes collapsed; see HashOfBytes.
   std::uint32_t Hash(std::uint64_t seed) const {
     return doubled_ ? HashOfCollapsed(seed) : HashOfBytes(written_, seed);
+  }
+
+  /// Returns whether the text with doubled quotes collapsed becomes `wanted` when `change` is
+  /// applied to each byte. Copies nothing.
+  template <typename Change>
+  bool Becomes(std::string_view wanted, const Change& change) const {
+    std::size_t at = 0;
+    for (const char byte : wanted) {
+      if (at == written_.size() || change(written_[at]) != byte) {
+        return false;
+      }
+      at += doubled_ && written_[at] == kRcsQuote ? 2U : 1U;
+    }
+    return at == written_.size();
   }
 
   /// Compares the texts with doubled quotes collapsed, without copying.
@@ -99,6 +111,10 @@ class RcsSpan {
   std::uint32_t End() const { return begin_ + size() + (quoted() ? 1U : 0U); }
   /// Returns the text as in the file, with doubled quotes.
   std::string_view Written(std::string_view raw) const { return {raw.data() + begin_, size()}; }
+  /// Returns whether the token is this word, without quotes.
+  bool IsBare(std::string_view word, std::string_view raw) const {
+    return size_and_flags_ == word.size() << 2U && Written(raw) == word;
+  }
   RcsText In(std::string_view raw) const { return {Written(raw), (size_and_flags_ & 1U) != 0}; }
 
  private:

@@ -12,38 +12,39 @@ namespace {
 
 constexpr std::string_view kCustomTree = "PCBCustom";
 
-/// Returns the number of our links that have an ancestor for which the condition holds.
-template <typename Condition>
-std::uint32_t CountLinksBelow(const Rcs& rcs, const RcsReferences& references,
-                              const Condition& condition) {
-  std::uint32_t count = 0;
-  // The end of the descendants of the matching records so far.
-  std::uint32_t end = 0;
-  for (std::uint32_t place = 0; place < rcs.nodes().size(); ++place) {
-    if (references.IsLink(place) && place < end) {
-      ++count;
-    }
-    if (condition(rcs.nodes()[place])) {
-      end = std::max(end, rcs.nodes()[place].subtree_end);
-    }
+/// Returns the number of our links among the descendants of a record.
+std::ptrdiff_t LinksBelow(const Rcs& rcs, const RcsReferences& references, std::uint32_t place) {
+  const auto& links = references.links;
+  return std::ranges::lower_bound(links, rcs.nodes()[place].subtree_end) -
+         std::ranges::upper_bound(links, place);
+}
+
+std::ptrdiff_t CountCustomLinks(const Rcs& rcs, const RcsReferences& references) {
+  const std::uint32_t tree = rcs.FindIdentifier(kCustomTree);
+  return tree != kNoItem && rcs.nodes()[tree].kind == NodeKind::kTree
+             ? LinksBelow(rcs, references, tree)
+             : 0;
+}
+
+/// Returns the number of our links that have an Insertion at the button's place as an ancestor.
+std::ptrdiff_t CountToolbarLinks(const Rcs& rcs, const RcsReferences& references,
+                                 const Spec& spec) {
+  std::ptrdiff_t count = 0;
+  for (std::uint32_t place = 0; place < rcs.nodes().size();) {
+    const Node& node = rcs.nodes()[place];
+    const std::ptrdiff_t links = LinksBelow(rcs, references, place);
+    const bool at_place = links != 0 && node.kind == NodeKind::kInsertion &&
+                          rcs.Attribute(node, "TargetID") == spec.anchor_target &&
+                          rcs.Attribute(node, "RefID0") == spec.anchor_reference;
+    count += at_place ? links : 0;
+    place = at_place || links == 0 ? node.subtree_end : place + 1;
   }
   return count;
 }
 
 bool IsInstalled(const Rcs& rcs, const RcsReferences& references, const Spec& spec) {
-  if (references.commands != 1 || references.placed_links != 1 || references.suppressions != 0) {
-    return false;
-  }
-  const auto custom_tree = [&](const Node& node) {
-    return node.kind == NodeKind::kTree && rcs.Identifier(node) == kCustomTree;
-  };
-  const auto toolbar = [&](const Node& node) {
-    return node.kind == NodeKind::kInsertion &&
-           rcs.Attribute(node, "TargetID") == spec.anchor_target &&
-           rcs.Attribute(node, "RefID0") == spec.anchor_reference;
-  };
-  return CountLinksBelow(rcs, references, custom_tree) == 1 &&
-         CountLinksBelow(rcs, references, toolbar) == 1;
+  return references.commands == 1 && references.placed_links == 1 && references.suppressions == 0 &&
+         CountCustomLinks(rcs, references) == 1 && CountToolbarLinks(rcs, references, spec) == 1;
 }
 
 bool CommandsLookAs(const Rcs& rcs, const RcsReferences& references, const Spec& spec) {
@@ -74,30 +75,37 @@ std::string CommandBase(const Rcs& rcs, const RcsReferences& references) {
   return "PLKestrune";
 }
 
-/// Appends the bytes from `begin` to `end` without the owned records, each of which must be
-/// entirely inside or outside that range. Keeps the white space around them.
-void AppendForeign(const Rcs& rcs, const RcsReferences& references, std::size_t begin,
-                   std::size_t end, std::string& text) {
-  std::size_t kept = begin;
-  const auto keep_until = [&](std::size_t until) {
-    const std::string_view piece = std::string_view(rcs.text()).substr(kept, until - kept);
-    if (text.ends_with(kRcsQuote) && piece.starts_with(kRcsQuote)) {
-      // Otherwise two quoted texts that only the removed record separated would merge.
-      text.push_back(' ');
-    }
-    text.append(piece);
-  };
+/// Calls `action` for each piece of the bytes from `begin` to `end` between the owned records, each
+/// of which must be entirely inside or outside that range. The pieces include the white space
+/// around them.
+template <typename Action>
+void ForEachForeignPiece(const Rcs& rcs, const RcsReferences& references, std::size_t begin,
+                         std::size_t end, const Action& action) {
+  const std::string_view text = rcs.text();
   const auto& nodes = rcs.nodes();
+  std::size_t kept = begin;
   for (std::uint32_t place = 0; place < nodes.size() && nodes[place].start < end;) {
     if (nodes[place].start < begin || !references.IsOwned(place)) {
       ++place;
       continue;
     }
-    keep_until(nodes[place].start);
+    action(text.substr(kept, nodes[place].start - kept));
     kept = nodes[place].end;
     place = nodes[place].subtree_end;
   }
-  keep_until(end);
+  action(text.substr(kept, end - kept));
+}
+
+/// Appends the bytes from `begin` to `end` without the owned records.
+void AppendForeign(const Rcs& rcs, const RcsReferences& references, std::size_t begin,
+                   std::size_t end, std::string& text) {
+  ForEachForeignPiece(rcs, references, begin, end, [&text](std::string_view piece) {
+    if (text.ends_with(kRcsQuote) && piece.starts_with(kRcsQuote)) {
+      // Otherwise two quoted texts that only the removed record separated would merge.
+      text.push_back(' ');
+    }
+    text.append(piece);
+  });
 }
 
 /// Generates identifiers that no kept or added record uses.
@@ -127,9 +135,20 @@ class UniqueNames {
   std::vector<std::string> taken_;
 };
 
-std::string_view LineSeparator(std::string_view text) {
-  const bool has_lf = text.find('\n') != std::string_view::npos;
-  return has_lf && text.find("\r\n") == std::string_view::npos ? "\n" : "\r\n";
+/// Returns the line end of the text without the owned records.
+std::string LineSeparator(const Rcs& rcs, const RcsReferences& references) {
+  bool has_lf = false;
+  bool has_cr_lf = false;
+  bool after_cr = false;
+  ForEachForeignPiece(rcs, references, 0, rcs.text().size(), [&](std::string_view piece) {
+    if (has_cr_lf || piece.empty()) {
+      return;
+    }
+    has_lf = has_lf || piece.find('\n') != std::string_view::npos;
+    has_cr_lf = (after_cr && piece.front() == '\n') || piece.find("\r\n") != std::string_view::npos;
+    after_cr = piece.back() == '\r';
+  });
+  return has_lf && !has_cr_lf ? "\n" : "\r\n";
 }
 
 /// Returns the top-level custom tree's closing "End", or the text's end when there is no such tree.
@@ -137,7 +156,7 @@ std::size_t CustomTreeEnd(const Rcs& rcs) {
   const std::uint32_t place = rcs.FindIdentifier(kCustomTree);
   if (place != kNoItem) {
     const Node& node = rcs.nodes()[place];
-    if (node.kind == NodeKind::kTree && node.parent == kNoItem) {
+    if (node.kind == NodeKind::kTree && node.depth == 0) {
       return node.EndKeyword();
     }
   }
@@ -193,18 +212,15 @@ void AppendCommand(const Spec& spec, const ButtonNames& names, const std::string
 std::string WithButton(const Rcs& rcs, const RcsReferences& references, const Spec& spec) {
   constexpr std::size_t kRoomForButton = 4096;
   const ButtonNames names = NamesForButton(rcs, references);
+  const std::string separator = LineSeparator(rcs, references);
+  const std::string custom_line = LinkLine(names.custom_link, names.command, separator);
   const std::size_t tree_end = CustomTreeEnd(rcs);
-  const bool has_tree = tree_end != rcs.text().size();
   std::string text;
   text.reserve(rcs.text().size() + kRoomForButton);
   AppendForeign(rcs, references, 0, tree_end, text);
-  const std::size_t new_tree_end = text.size();
-  AppendForeign(rcs, references, tree_end, rcs.text().size(), text);
-
-  const std::string separator(LineSeparator(text));
-  const std::string custom_line = LinkLine(names.custom_link, names.command, separator);
-  if (has_tree) {
-    text.insert(new_tree_end, separator + custom_line);
+  if (tree_end != rcs.text().size()) {
+    text += separator + custom_line;
+    AppendForeign(rcs, references, tree_end, rcs.text().size(), text);
   } else {
     if (!text.empty()) {
       EndLine(separator, text);

@@ -11,9 +11,14 @@ namespace {
 
 constexpr std::string_view kRunScript = "scriptingsystem:runscript";
 
-std::string Normalised(std::string text) {
-  std::replace(text.begin(), text.end(), '/', '\\');
-  return kestrune::LowerAscii(text);
+char Normalised(char byte) {
+  return byte == '/' ? '\\' : kestrune::LowerAscii(byte);
+}
+
+std::string NormalisedParameters(std::string_view script_project_path) {
+  std::string text = ScriptParameters(script_project_path);
+  std::ranges::transform(text, text.begin(), Normalised);
+  return text;
 }
 
 /// Finds the records of the command in several passes. Each pass visits a record once, and its
@@ -21,7 +26,7 @@ std::string Normalised(std::string text) {
 class ReferenceFinder {
  public:
   ReferenceFinder(const Rcs& rcs, std::string_view script_project_path)
-      : rcs_(rcs), parameters_(Normalised(ScriptParameters(script_project_path))) {
+      : rcs_(rcs), parameters_(NormalisedParameters(script_project_path)) {
     found_.roles.resize(rcs.nodes().size(), RcsRole::kForeign);
   }
 
@@ -74,11 +79,9 @@ class ReferenceFinder {
   }
 
   void FindCommand(std::uint32_t place) {
-    const RcsText command = Attribute(place, "Command");
-    // Most commands differ in length, which is compared without a copy.
-    if (command.LongestSize() < kRunScript.size() ||
-        kestrune::LowerAscii(command.ToString()) != kRunScript ||
-        Normalised(Attribute(place, "Params").ToString()) != parameters_) {
+    const auto lowered = [](char byte) { return kestrune::LowerAscii(byte); };
+    if (!Attribute(place, "Command").Becomes(kRunScript, lowered) ||
+        !Attribute(place, "Params").Becomes(parameters_, Normalised)) {
       return;
     }
     found_.roles[place] = RcsRole::kCommand;
@@ -90,6 +93,7 @@ class ReferenceFinder {
   void FindLink(std::uint32_t place) {
     if (command_index_.Find(Attribute(place, "PLID"), CommandOf()) != kNoItem) {
       found_.roles[place] = RcsRole::kLink;
+      found_.links.push_back(place);
     }
   }
 

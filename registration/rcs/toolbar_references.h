@@ -28,6 +28,8 @@ enum class RcsRole : std::uint8_t {
 /// roles.
 struct RcsReferences {
   std::vector<RcsRole> roles;
+  /// The places of the links, placed or not, in file order.
+  std::vector<std::uint32_t> links;
   std::uint32_t commands = 0;
   std::uint32_t placed_links = 0;
   std::uint32_t suppressions = 0;

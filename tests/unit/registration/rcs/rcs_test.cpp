@@ -76,12 +76,12 @@ TEST(Rcs, KeepsRecordsInFileOrder) {
       NodeKind::kTree,      NodeKind::kLink, NodeKind::kSeparator, NodeKind::kPl,
       NodeKind::kInsertion, NodeKind::kLink, NodeKind::kDeletion};
   const std::array<std::string_view, 7> names = {"PCBCustom", "L1", "S1", "P1", "I1", "L2", "D1"};
-  const std::array<std::uint32_t, 7> parents = {kNoItem, 0, 0, kNoItem, kNoItem, 4, kNoItem};
+  const std::array<std::uint8_t, 7> depths = {0, 1, 1, 0, 0, 1, 0};
   const std::array<std::uint32_t, 7> ends = {3, 2, 3, 4, 6, 6, 7};
   for (std::uint32_t i = 0; i < 7; ++i) {
     EXPECT_EQ(records[i].kind, kinds[i]);
     EXPECT_TRUE(rcs.Identifier(records[i]) == names[i]);
-    EXPECT_EQ(records[i].parent, parents[i]);
+    EXPECT_EQ(records[i].depth, depths[i]);
     EXPECT_EQ(records[i].subtree_end, ends[i]);
     EXPECT_EQ(rcs.FindIdentifier(names[i]), i);
   }
@@ -109,7 +109,6 @@ TEST(Rcs, AttributesAfterChildrenBelongToTheirRecord) {
   EXPECT_EQ(Attribute(rcs, 1, "B") + Attribute(rcs, 1, "D"), "24");
   EXPECT_EQ(Attribute(rcs, 2, "C"), "3");
   EXPECT_EQ(Attribute(rcs, 3, "F"), "6");
-  EXPECT_EQ(rcs.nodes()[0].attribute_count, 3U);
   EXPECT_EQ(Attribute(rcs, 0, "B"), "");
 }
 
@@ -378,7 +377,9 @@ TEST(Rcs, LargestRecordOfAttributesParses) {
   for (; text.size() + 32 < kMaxRcsBytes; ++count) {
     text += std::to_string(count) + "=1 ";
   }
-  EXPECT_EQ(Parsed(text + "End").nodes().at(0).attribute_count, count);
+  const Rcs rcs = Parsed(text + "Z=last End");
+  EXPECT_EQ(Attribute(rcs, 0, std::to_string(count - 1)), "1");
+  EXPECT_EQ(Attribute(rcs, 0, "Z"), "last");
   EXPECT_EQ(Refused(text + "0=1 End"), L"Invalid RCS attribute.");
 }
 
@@ -399,11 +400,7 @@ void ExpectSameTree(const Rcs& rcs, const rcs_model::Nodes& nodes) {
     EXPECT_EQ(record.start, node.start);
     EXPECT_EQ(record.end, node.end);
     EXPECT_EQ(record.EndKeyword(), node.end_keyword);
-    EXPECT_EQ(record.parent == kNoItem, parent == nullptr);
-    if (record.parent != kNoItem) {
-      EXPECT_EQ(rcs.nodes()[record.parent].start, parent->start);
-    }
-    EXPECT_EQ(record.attribute_count, node.attributes.size());
+    EXPECT_EQ(record.depth == 0, parent == nullptr);
     for (const auto& [name, value] : node.attributes) {
       EXPECT_EQ(rcs.Attribute(record, name).ToString(), value);
     }

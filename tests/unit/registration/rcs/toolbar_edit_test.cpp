@@ -117,6 +117,14 @@ TEST(EditRcs, LineEndsComeFromTheRemainingText) {
             WithLineFeeds("\n" + CustomTree("x") + CommandLine("x") + Placement("x")));
 }
 
+TEST(EditRcs, ACutCanJoinALineEnd) {
+  const std::string command =
+      "PL x Command='scriptingsystem:runscript' "
+      "Params='ProjectName=C:/K/Kestrune.PrjScr|ProcName=Kestrune.pas>RunKestrune' End";
+  EXPECT_EQ(Install("PL a End\r" + command + "\n"),
+            "PL a End\r\n" + CustomTree("x") + CommandLine("x") + Placement("x"));
+}
+
 TEST(EditRcs, ExistingCustomTreeReceivesTheLinkLast) {
   const std::string head =
       "Tree PCBCustom Caption='[Custom]' TopLevel='True'\r\n"
