@@ -108,6 +108,15 @@ class Summary(unittest.TestCase):
         self.environment["KESTRUNE_SAMPLES"] = str(self.folder / "missing")
         self.assertEqual(self.summary()[0], 0)
 
+    def test_line_of_the_list_without_a_test_fails(self):
+        passing = XML.replace('<failure message="f.cpp:3&#x0A;Expected: 1"/>', "")
+        self.allow("always system T.C x\nquick system Old.Name x\nalways windows Old.Name x\n")
+        self.report("system-1", 0, xml=passing)
+        code, text = self.summary()
+        self.assertEqual(code, 1)
+        self.assertIn("failed: system-1: tests/may-skip.txt: no test of system is named Old.Name\n", text)
+        self.assertTrue(text.endswith("2 passed, 1 failed, 1 skipped\n"), text)
+
     def test_suite_that_broke_off_fails_with_its_last_lines(self):
         for log, xml in (("[ RUN      ] T.A\nKilled\n", None), ("half\n", "<testsuites><testcase")):
             self.report("windows", 124, log, xml)

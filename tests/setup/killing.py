@@ -100,7 +100,7 @@ def kill_at(machine, point, program, *arguments):
     finally:
         os.kill(process, signal.SIGCONT)
         detach(tracer)
-    started.communicate(timeout=60)
+    started.communicate(timeout=180)
     wait_until(lambda: not any(machine.processes(name) for name in PROGRAMS))
     return came
 

@@ -1,5 +1,6 @@
 """One Windows of its own for the tests of the setup program: a Wine prefix with a screen."""
 import atexit
+import fnmatch
 import os
 import pathlib
 import re
@@ -23,7 +24,7 @@ def shell(script, *arguments, **options):
          *arguments], stdin=subprocess.DEVNULL, **options)
 
 
-def wait_until(condition, seconds=30):
+def wait_until(condition, seconds=120):
     """The first true value of the condition; the last one when time is up."""
     end = time.monotonic() + seconds
     value = condition()
@@ -109,7 +110,7 @@ class Machine:
                      stdout=subprocess.PIPE, stderr=open(OUT / "wine.log", "ab"),
                      env={**os.environ, **environment})
 
-    def run(self, program, *arguments, seconds=120, **environment):
+    def run(self, program, *arguments, seconds=300, **environment):
         """Starts a program, waits, and returns its exit code and output."""
         process = self.start(program, *arguments, **environment)
         try:
@@ -151,7 +152,7 @@ class Machine:
         return path.read_bytes().decode("utf-8").replace("\r\n", "\n") if path.exists() else ""
 
     def processes(self, name):
-        """Process numbers of the prefix's processes whose command line holds a name."""
+        """Returns the numbers of the prefix's processes whose program has this name or path; * in it is anything."""
         found = []
         for folder in pathlib.Path("/proc").iterdir():
             if folder.name.isdigit():
@@ -160,8 +161,8 @@ class Machine:
                     environment = (folder / "environ").read_bytes()
                 except OSError:
                     continue
-                program = re.split(rb"[\\/]", line.split(b"\0")[0])[-1]
-                if program == name.encode() and \
+                path = line.split(b"\0")[0].decode("utf-8", "replace")
+                if any(fnmatch.fnmatchcase(text, name) for text in (path, re.split(r"[\\/]", path)[-1])) and \
                         f"WINEPREFIX={self.prefix}".encode() in environment:
                     found.append(int(folder.name))
         return found
@@ -169,7 +170,7 @@ class Machine:
     def end_of(self, process):
         """The exit code of a program that was started."""
         try:
-            return process.wait(timeout=60)
+            return process.wait(timeout=180)
         except subprocess.TimeoutExpired:
             self.picture("timeout")
             raise

@@ -180,6 +180,8 @@ class Removal(SetupTest):
         self.machine.run(self.machine.package / "Uninstall.exe", "/S")
         wait_until(lambda: self.machine.log().count("Ends with code") == 2)
         self.assert_nothing_installed()
+        # No set-up can begin before the copy has ended.
+        self.assertTrue(wait_until(lambda: not self.machine.processes("*~nsu*")))
 
     def test_next_set_up_removes_the_renamed_uninstaller(self):
         self.remove()

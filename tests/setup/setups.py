@@ -169,7 +169,7 @@ class SetupTest(unittest.TestCase):
                      'in_wine_root wine "$@"; code=$?; eval "${KESTRUNE_AFTER:-}"; '
                      'in_wine_root wineserver -k; in_wine_root wineserver -w; exit $code\' '
                      '"$project/tools/lib.sh" "$@"', script, str(program), *arguments)
-        return done.wait(timeout=120)
+        return done.wait(timeout=300)
 
     def set_shell_folder(self, name, path):
         self.machine.run("reg", "add", SHELL_FOLDERS, "/v", name, "/t", "REG_SZ", "/f", "/d", path)
