@@ -184,9 +184,8 @@ TEST_F(FinalizeTest, FolderOfDestinationsNameCannotBeOverwritten) {
 
 TEST_F(FinalizeTest, OpenClipboardIsAWarning) {
   const std::wstring marker = Scratch(L"holding");
-  ProgramRun holder(TestProgramPath(L"clipboard_reader"), L"--hold " + Quoted(marker) + L" 30000");
-  for (int i = 0; i < 1000 && !Exists(marker); ++i) {
-    Sleep(10);
+  ProgramRun holder(TestProgramPath(L"clipboard_reader"), L"--hold " + Quoted(marker) + L" 120000");
+  while (!Exists(marker) && !holder.WaitForExit(10)) {
   }
   ASSERT_TRUE(Exists(marker));
   EXPECT_TRUE(EndsWithBox(3,
@@ -194,7 +193,7 @@ TEST_F(FinalizeTest, OpenClipboardIsAWarning) {
                               L"\n\nSize: 0 KB\n\nWarning: Cannot open the Windows Clipboard.",
                           MB_ICONINFORMATION, Finalize()));
   ASSERT_TRUE(DeleteFileW(marker.c_str()));
-  EXPECT_EQ(holder.WaitForExit(10'000), 0);
+  EXPECT_EQ(holder.WaitForExit(60'000), 0);
   EXPECT_EQ(FileBytes(default_destination_), native_bytes_);
   ExpectClipboardUntouched();
 }
@@ -203,7 +202,7 @@ TEST_F(FinalizeTest, AnotherProcessReadsBothFormats) {
   ASSERT_EQ(Finalize().code, 0);
   const std::wstring record = Scratch(L"clipboard.txt");
   ProgramRun reader(TestProgramPath(L"clipboard_reader"), Quoted(record));
-  ASSERT_EQ(reader.WaitForExit(10'000), 0);
+  ASSERT_EQ(reader.WaitForExit(60'000), 0);
   const std::size_t length = default_destination_.size();
   const std::string path = Utf8FromWide(default_destination_);
   EXPECT_EQ(FileBytes(record),

@@ -19,9 +19,8 @@ class MailslotTest : public AfterExportTest {
     listener_ = Scratch(L"Some Viewer\\listener.exe");
     EXPECT_TRUE(CopyFileW(TestProgramPath(L"mailslot_listener").c_str(), listener_.c_str(), FALSE));
     ProgramRun run(listener_, Quoted(Scratch(L"name.txt")) + L" " +
-                                  Quoted(Scratch(L"message.txt")) + L" 1 20000");
-    for (int i = 0; i < 1000 && !Exists(Scratch(L"name.txt")); ++i) {
-      Sleep(10);
+                                  Quoted(Scratch(L"message.txt")) + L" 1 120000");
+    while (!Exists(Scratch(L"name.txt")) && !run.WaitForExit(10)) {
     }
     name_ = WidenBytes(FileBytes(Scratch(L"name.txt")));
     return run;
@@ -63,7 +62,7 @@ TEST_F(MailslotTest, RunningApplicationReceivesTheWholeLine) {
   Settings(L"[Target]\nEnabled=1\nExecutablePath=" + listener_ +
            L"\nArguments=\"%ODBPP%\" é\nMailslotName=" + name_ + L"\n");
   EXPECT_TRUE(EndsSilentlyWith(0, Finalize()));
-  EXPECT_EQ(listener.WaitForExit(10'000), 0);
+  EXPECT_EQ(listener.WaitForExit(60'000), 0);
   std::string expected;
   ASSERT_TRUE(AnsiFromWide(std::wstring(kIdentity) + L" " + Quoted(default_destination_) + L" é",
                            expected));
@@ -77,7 +76,7 @@ TEST_F(MailslotTest, TheSpacingIsPartOfTheNotice) {
   Settings(L"[Target]\nEnabled=1\nExecutablePath=" + listener_ + L"\nMailslotName=" + name_ +
            L"\n");
   EXPECT_TRUE(EndsSilentlyWith(0, RunKestrune(L"--finalize-auto " + Quoted(board_) + L" 12345")));
-  EXPECT_EQ(listener.WaitForExit(10'000), 0);
+  EXPECT_EQ(listener.WaitForExit(60'000), 0);
   EXPECT_EQ(Message(), Utf8FromWide(kIdentity) + " -space:1.2345mil");
 }
 
@@ -85,7 +84,7 @@ TEST_F(MailslotTest, ListenerOfAnotherImageGetsTheMessage) {
   ProgramRun listener = Listen();
   Configure(L"MailslotName=" + name_);
   EXPECT_TRUE(EndsSilentlyWith(0, Finalize()));
-  EXPECT_EQ(listener.WaitForExit(10'000), 0);
+  EXPECT_EQ(listener.WaitForExit(60'000), 0);
   EXPECT_EQ(Message(), Utf8FromWide(kIdentity));
   EXPECT_TRUE(NoRecordComes());
 }

@@ -48,7 +48,7 @@ class PositionWindowTest : public ExportTest {
   /// of another thread waits.
   RunOutcome Position(const std::wstring& target, const std::wstring& reference) {
     ProgramRun run(KestrunePath(), L"--position-window " + target + L" " + reference);
-    const ULONGLONG end = GetTickCount64() + 20'000;
+    const ULONGLONG end = GetTickCount64() + 120'000;
     HANDLE process = run.Process();
     while (GetTickCount64() < end &&
            MsgWaitForMultipleObjects(1, &process, FALSE, 1000, QS_ALLINPUT) != WAIT_OBJECT_0) {

@@ -48,7 +48,7 @@ void AfterExportTest::Configure(std::wstring_view more) const {
 }
 
 std::optional<ChildRecord> AfterExportTest::Record() const {
-  for (int i = 0; i < 1000 && !Exists(record_); ++i) {
+  for (int i = 0; i < 6000 && !Exists(record_); ++i) {
     Sleep(10);
   }
   if (!Exists(record_)) {

@@ -87,10 +87,10 @@ std::wstring KestrunePath();
 std::wstring TestProgramPath(std::wstring_view name);
 
 /// Lets a started program come to its end, reading and dismissing its boxes.
-RunOutcome Finish(ProgramRun run, DWORD limit = 30'000);
+RunOutcome Finish(ProgramRun run, DWORD limit = 120'000);
 
 /// Starts Kestrune.exe with the arguments exactly as given and lets it come to its end.
-RunOutcome RunKestrune(const std::wstring& arguments, DWORD limit = 30'000);
+RunOutcome RunKestrune(const std::wstring& arguments, DWORD limit = 120'000);
 
 /// Returns the text between double quotes.
 std::wstring Quoted(std::wstring_view text);
