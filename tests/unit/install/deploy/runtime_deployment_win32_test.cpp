@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cwchar>
-#include <thread>
+#include <optional>
 
 #include "common/failure/failure.h"
 #include "common/files/file_win32.h"
@@ -19,6 +18,7 @@
 #include "tests/support/remove_tree_win32.h"
 #include "tests/support/machine/shell_folder_override_win32.h"
 #include "tests/support/machine/small_disk_win32.h"
+#include "tests/support/scripted_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -167,34 +167,20 @@ TEST_F(RuntimeScript, LockedScriptIsNamedWithoutLeftovers) {
 }
 
 TEST_F(RuntimeScript, UndeletableTemporaryFileIsThrown) {
-  // Large, so that it waits long enough to be caught.
-  PutFile(JoinPath(package_, L"Script\\Kestrune.pas"), std::string(12U << 20U, 'x'));
-  SetTimeOf(JoinPath(package_, L"Script\\Kestrune.pas"), kPackageTime);
-  FileHandle held;
-  std::atomic<bool> ended = false;
-  std::thread holder([&] {
-    while (!held && !ended) {
-      WIN32_FIND_DATAW entry{};
-      const FindHandle find(FindFirstFileW(Runtime(L"*.incoming").c_str(), &entry));
-      if (find) {
-        held.Reset(CreateFileW(Runtime(entry.cFileName).c_str(), GENERIC_READ, FILE_SHARE_READ,
-                               nullptr, OPEN_EXISTING, 0, nullptr));
-      }
-      Sleep(1);
-    }
-  });
-  std::wstring thrown;
+  ScriptedCalls calls;
+  calls.before = [](const SystemCall& call) {
+    return call.name == "Delete" && call.path.ends_with(L".incoming")
+               ? std::optional<DWORD>(ERROR_SHARING_VIOLATION)
+               : std::nullopt;
+  };
   try {
-    static_cast<void>(Generate());
+    GenerateRuntimeScript(calls, package_, folders_.runtime);
+    FAIL() << "no failure";
   } catch (const Failure& failure) {
-    thrown = failure.text;
+    EXPECT_EQ(failure.text, L"remove");
     EXPECT_EQ(failure.code, DWORD{ERROR_SHARING_VIOLATION});
     EXPECT_TRUE(failure.subject.ends_with(L".incoming"));
   }
-  ended = true;
-  holder.join();
-  EXPECT_TRUE(held);
-  EXPECT_EQ(thrown, L"remove");
   // The script itself had been installed.
   EXPECT_EQ(TimeOf(Runtime(L"Kestrune.pas")), kPackageTime);
 }
