@@ -226,7 +226,7 @@ BOOL ScriptedCalls::SetEnd(HANDLE file) {
 BOOL ScriptedCalls::Flush(HANDLE file) {
   return Around({"Flush", PathOf(file)}, FALSE, [&] {
     BOOL answer = FALSE;
-    return on_flush && on_flush(answer) ? answer : SystemCalls::Flush(file);
+    return on_flush && on_flush(answer) ? answer : !flushes || SystemCalls::Flush(file);
   });
 }
 

@@ -51,6 +51,9 @@ class ScriptedCalls : public SystemCalls {
   /// Called after the real reading of a value; may change what it answered.
   std::function<void(LSTATUS& answer, DWORD& type, DWORD& size)> after_query;
 
+  /// Whether flushing reaches the disk, which takes most of the time of a run.
+  bool flushes = true;
+
   /// The milliseconds that were waited so far.
   [[nodiscard]] ULONGLONG Waited() const { return waited_; }
 

@@ -370,15 +370,18 @@ TEST_F(InstallTest, AFailureBetweenTwoInstancesStopsNeither) {
   const MadeInstance first = MakeHost(UsedHost(1, 24));
   const MadeInstance second = MakeHost(UsedHost(2, 24));
   const MadeInstance third = MakeHost(UsedHost(3, 24));
-  ASSERT_TRUE(SetFileAttributesW(second.rcs.c_str(), FILE_ATTRIBUTE_READONLY));
+  const FileHandle held = HoldOpen(second.rcs, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
   const RunOutcome outcome = Run(L"--install");
   EXPECT_TRUE(EndsWithBox(
-      40, Registered(first) + Failed(second, L"Unsafe/read-only RCS target.") + Registered(third),
+      40,
+      Registered(first) +
+          Transacted(second,
+                     L"FAILED: Replace RCS (Win32 32) Rollback complete (or no owned writes).") +
+          Registered(third),
       kBad, outcome));
   EXPECT_TRUE(HasWorkingButton(first));
   EXPECT_TRUE(HasNothingOfOurs(second));
   EXPECT_TRUE(HasWorkingButton(third));
-  SetFileAttributesW(second.rcs.c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
 TEST_F(InstallTest, FailedTransactionIsReportedAfterItsBackups) {
@@ -400,6 +403,30 @@ TEST_F(InstallTest, AnUnreadableCustomizationFileFailsItsInstance) {
   const FileHandle held = HoldOpen(host.rcs, GENERIC_READ | GENERIC_WRITE, 0);
   for (const wchar_t* command : kCommands) {
     EXPECT_TRUE(EndsWithBox(ProblemCode(command), Failed(host, L"Open RCS (Win32 32)"), kBad,
+                            Run(command)));
+  }
+  EXPECT_FALSE(Exists(folders_.runtime));
+}
+
+TEST_F(InstallTest, AFileBeyondTheLimitFailsItsInstance) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  WriteFileBytes(host.rcs, std::string(8'388'609, ' '));
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(
+        EndsWithBox(ProblemCode(command), Failed(host, L"RCS exceeds limit."), kBad, Run(command)));
+  }
+  EXPECT_FALSE(Exists(folders_.runtime));
+}
+
+TEST_F(InstallTest, AListThatCannotBeReadFailsItsInstance) {
+  const MadeInstance host = MakeHost(UsedHost(1, 24));
+  const std::vector<std::byte> large(1'048'577);
+  ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, host.ProjectsKey().c_str(), L"Item9", REG_BINARY,
+                            large.data(), static_cast<DWORD>(large.size())),
+            ERROR_SUCCESS);
+  for (const wchar_t* command : kCommands) {
+    EXPECT_TRUE(EndsWithBox(ProblemCode(command),
+                            Failed(host, L"Registry value exceeds safe limit."), kBad,
                             Run(command)));
   }
   EXPECT_FALSE(Exists(folders_.runtime));

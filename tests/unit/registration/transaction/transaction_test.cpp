@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "common/text/text.h"
 #include "registration/transaction/global_projects.h"
 #include "tests/support/registration/model_store.h"
 #include "tests/support/scarce_memory.h"
@@ -16,96 +18,97 @@
 namespace altium_registration {
 namespace {
 
-RegistryValue Entry(std::wstring name, std::wstring_view text) {
-  return {std::move(name), kRegistryText, TextData(text)};
-}
+using Words = std::vector<std::string>;
 
+/// A run over the model whose change and moments a test makes its own.
 struct Fixture {
   ModelWorld world;
+  std::vector<Disturbance> disturbances;
+  RunScript script{disturbances, {}};
   RegistrationChange change;
   std::wstring message;
-  std::vector<std::string> calls;
 
   Fixture() {
-    world.rcs = "old";
-    world.values = {Entry(L"Item0", L"A")};
-    change.rcs_before = "old";
-    change.rcs_after = "new";
-    change.values_before = world.values;
-    change.values_after = {Entry(L"Item0", L"A"), Entry(L"Item1", L"K")};
-    change.validate = [](std::string_view text) { return text == "new"; };
+    change = ChangeOf(KindOf("install"), script);
+    change.values_before = {TextEntry(L"Item0", L"A")};
+    change.values_after = {TextEntry(L"Item0", L"A"), TextEntry(L"Item1", L"K")};
+    Begin();
   }
 
-  bool Run(std::vector<ModelFault> faults = {}, ModelStore::Interference interference = {}) {
-    ModelStore store(world, std::move(faults), std::move(interference));
-    const bool success = RunTransaction(store, change, message);
-    calls = store.Calls();
-    return success;
+  void Begin() { world.Begin(change.rcs_before, change.values_before); }
+
+  void WantList(std::vector<RegistryValue> before, std::vector<RegistryValue> after) {
+    change.values_before = std::move(before);
+    change.values_after = std::move(after);
+    Begin();
+  }
+
+  bool Run() {
+    const auto store = Observed(world.Open(script), script);
+    return RunTransaction(*store, change, message);
+  }
+
+  /// Runs until the end state is judged, which is refused.
+  bool RunAndUndo() {
+    const auto validate = change.validate;
+    change.validate = [&, judged = 0](std::string_view text) mutable {
+      return ++judged < 3 && validate(text);
+    };
+    return Run();
   }
 
   [[nodiscard]] bool Called(std::string_view operation) const {
-    return std::ranges::any_of(calls, [&](const std::string& call) {
-      return call.starts_with(std::string(operation) + "#");
-    });
+    return std::ranges::find(script.Moments(), operation, &Moment::operation) !=
+           script.Moments().end();
   }
 };
-
-using Words = std::vector<std::string>;
 
 TEST(Transaction, FileIsCommittedBeforeTheRegistry) {
   Fixture run;
   EXPECT_TRUE(run.Run());
-  EXPECT_EQ(run.message, L"Commit validated; file and registry updated.");
-  EXPECT_EQ(run.world.mutations, (Words{"backups", "temp", "replace", "dacl", "+Item1"}));
+  EXPECT_EQ(run.world.mutations, (Words{"backups", "temp", "dacl", "replace", "dacl", "+Item1"}));
   EXPECT_EQ(run.world.log,
             (Words{"Before", "Intended", "Commit validated; file and registry updated."}));
 }
 
 TEST(Transaction, NothingToDoIsLoggedAndNeitherBackedUpNorWritten) {
   Fixture run;
-  run.world.rcs = run.change.rcs_before = "new";
+  run.change.rcs_before = run.change.rcs_after;
   run.change.values_after = run.change.values_before;
+  run.Begin();
   EXPECT_TRUE(run.Run());
-  EXPECT_EQ(run.message, L"Idempotent: no changes.");
   EXPECT_EQ(run.world.mutations, Words{});
   EXPECT_EQ(run.world.log, Words{"Idempotent: no changes."});
 }
 
-TEST(Transaction, NothingToDoWithAnUnwritableLogFails) {
-  Fixture run;
-  run.world.rcs = run.change.rcs_before = "new";
-  run.change.values_after = run.change.values_before;
-  EXPECT_FALSE(run.Run({{"Log#1", FaultPlace::Before}}));
-  EXPECT_EQ(run.message, L"Cannot write operation log. Rollback complete (or no owned writes).");
-}
-
 TEST(Transaction, ListsThatDifferInOrderAndInCaseOfNamesAreTheSame) {
   Fixture run;
-  run.world.rcs = run.change.rcs_before = "new";
-  run.world.values = {Entry(L"other", L"x"), Entry(L"iTEM0", L"A")};
-  run.change.values_before = {Entry(L"Item0", L"A"), Entry(L"Other", L"x")};
-  run.change.values_after = {Entry(L"OTHER", L"x"), Entry(L"Item0", L"A")};
+  run.change.rcs_before = run.change.rcs_after;
+  run.WantList({TextEntry(L"other", L"x"), TextEntry(L"iTEM0", L"A")},
+               {TextEntry(L"OTHER", L"x"), TextEntry(L"Item0", L"A")});
+  run.change.values_before = {TextEntry(L"Item0", L"A"), TextEntry(L"Other", L"x")};
   EXPECT_TRUE(run.Run());
   EXPECT_EQ(run.message, L"Idempotent: no changes.");
 }
 
 TEST(Transaction, ChangeOfTheListAloneNeverReplacesTheFile) {
   Fixture run;
-  run.world.rcs = run.change.rcs_before = "new";
+  run.change.rcs_before = run.change.rcs_after;
+  run.Begin();
   EXPECT_TRUE(run.Run());
-  EXPECT_EQ(run.message, L"Commit validated; file and registry updated.");
   EXPECT_FALSE(run.Called("Commit"));
-  EXPECT_EQ(run.world.mutations, (Words{"backups", "temp", "+Item1"}));
-  EXPECT_FALSE(run.world.temporary);
+  EXPECT_EQ(run.world.mutations, (Words{"backups", "temp", "dacl", "+Item1"}));
 }
 
-TEST(Transaction, ChangeOfTheFileAloneStillChecksTheListBeforeApplyingNothing) {
+TEST(Transaction, ChangeOfTheFileAloneStillChecksTheList) {
   Fixture run;
-  run.change.values_after = run.change.values_before;
+  run.WantList(run.change.values_before, run.change.values_before);
   EXPECT_TRUE(run.Run());
-  EXPECT_EQ(run.world.mutations, (Words{"backups", "temp", "replace", "dacl"}));
-  EXPECT_EQ(std::ranges::count_if(
-                run.calls, [](const std::string& call) { return call.starts_with("ReadValues"); }),
+  EXPECT_EQ(run.world.mutations, (Words{"backups", "temp", "dacl", "replace", "dacl"}));
+  EXPECT_EQ(std::ranges::count_if(run.script.Moments(),
+                                  [](const Moment& moment) {
+                                    return moment.operation == "ReadValues" && moment.call.empty();
+                                  }),
             4);
 }
 
@@ -118,120 +121,59 @@ TEST(Transaction, FileChangedSincePlanningIsNeverReportedAsNothingToDo) {
             L"Source file changed before commit. Rollback complete (or no owned writes).");
 }
 
-TEST(Transaction, TextThatDoesNotValidateIsNeverPrepared) {
-  Fixture run;
-  run.change.validate = [](std::string_view) { return false; };
-  EXPECT_FALSE(run.Run());
-  EXPECT_EQ(run.message, L"In-memory validation failed. Rollback complete (or no owned writes).");
-  EXPECT_EQ(run.world.mutations, Words{});
-}
-
-TEST(Transaction, TemporaryFileThatReadsBackDifferentlyIsNeverCommitted) {
-  Fixture run;
-  EXPECT_FALSE(run.Run({}, [](std::string_view call, ModelWorld& world) {
-    if (call == "ReadReplacement#1") {
-      world.temporary = "ne";
-    }
-  }));
-  EXPECT_EQ(run.message,
-            L"Temporary file validation failed. Rollback complete (or no owned writes).");
-  EXPECT_EQ(run.world.rcs, "old");
-}
-
 TEST(Transaction, TemporaryFileWithAnotherTextIsNeverCommittedHoweverValid) {
   Fixture run;
   run.change.validate = [](std::string_view text) { return text != "old"; };
-  EXPECT_FALSE(run.Run({}, [](std::string_view call, ModelWorld& world) {
-    if (call == "ReadReplacement#1") {
-      world.temporary = "another";
+  run.script.on_moment = [&](const Moment& moment) {
+    if (moment.operation == "ReadReplacement") {
+      run.world.SetFile("temp", "another");
     }
-  }));
+  };
+  EXPECT_FALSE(run.Run());
   EXPECT_EQ(run.message,
             L"Temporary file validation failed. Rollback complete (or no owned writes).");
 }
 
 TEST(Transaction, FirstFailingCheckNamesTheOutcome) {
   Fixture run;
-  run.world.values.push_back(Entry(L"Item7", L"F"));
+  run.world.SetEntry(L"Item7", L"F");
   run.change.validate = [](std::string_view) { return false; };
   EXPECT_FALSE(run.Run());
   EXPECT_EQ(run.message, L"Registry changed concurrently. Rollback complete (or no owned writes).");
 }
 
-TEST(Transaction, RegistryFailureAfterTheFileRestoresBoth) {
-  Fixture run;
-  EXPECT_FALSE(run.Run({{"WriteValue#1", FaultPlace::After}}));
-  EXPECT_EQ(run.message,
-            L"Write Global Projects value (registry 5) Rollback complete (or no owned writes).");
-  EXPECT_EQ(run.world.rcs, "old");
-  EXPECT_TRUE(SameValues(run.world.values, run.change.values_before));
-}
-
-TEST(Transaction, WriteOfAnotherProgramIsNotMistakenForOurOwnFailedOne) {
-  Fixture run;
-  EXPECT_FALSE(
-      run.Run({{"WriteValue#1", FaultPlace::Before}}, [](std::string_view call, ModelWorld& world) {
-        if (call == "WriteValue#1") {
-          world.values.push_back(Entry(L"Item1", L"foreign"));
-        }
-      }));
-  EXPECT_EQ(run.message,
-            L"Write Global Projects value (registry 5) Registry recovery blocked: Registry changed "
-            L"concurrently. MANUAL RECOVERY REQUIRED; backups retained.");
-  EXPECT_EQ(run.world.rcs, "old");
-  EXPECT_EQ(run.world.values.size(), 2U);
-}
-
 TEST(Transaction, WriteThatAnotherProgramTookBackIsNotMistakenForOneNotYetDone) {
   Fixture run;
-  EXPECT_FALSE(run.Run({{"CheckSecurity#2", FaultPlace::Before}},
-                       [](std::string_view call, ModelWorld& world) {
-                         if (call == "CheckSecurity#2") {
-                           world.values.pop_back();
-                         }
-                       }));
+  run.script.on_moment = [&](const Moment& moment) {
+    if (moment.Text() == "ReadValues#5") {
+      run.world.SetEntry(L"Item1", nullptr);
+    }
+  };
+  EXPECT_FALSE(run.RunAndUndo());
   EXPECT_EQ(run.message,
-            L"Read RCS security (Win32 5) Registry recovery blocked: Registry changed concurrently."
-            L" MANUAL RECOVERY REQUIRED; backups retained.");
-  EXPECT_EQ(run.world.rcs, "old");
+            L"Final state validation failed. Registry recovery blocked: Registry changed "
+            L"concurrently. MANUAL RECOVERY REQUIRED; backups retained.");
+  EXPECT_EQ(run.world.files.at("rcs").text, "old");
 }
 
 TEST(Transaction, NamesWithLeadingZerosAreWrittenInTheOrderOfTheirNumbers) {
   Fixture run;
-  run.world.values = run.change.values_before = {Entry(L"Item10", L"B"), Entry(L"Item009", L"A")};
-  std::wstring error;
-  ASSERT_TRUE(
-      PlanGlobalProjects(run.change.values_before, L"K", true, run.change.values_after, error));
-  EXPECT_TRUE(run.Run());
-  EXPECT_EQ(run.world.mutations, (Words{"backups", "temp", "replace", "dacl", "+Item0", "+Item1",
-                                        "+Item2", "-Item009", "-Item10"}));
-  // Undone the other way round.
-  Fixture undone;
-  undone.world.values = undone.change.values_before = run.change.values_before;
-  undone.change.values_after = run.change.values_after;
-  EXPECT_FALSE(undone.Run({{"CheckSecurity#2", FaultPlace::Before}}));
-  EXPECT_EQ(Words(undone.world.mutations.end() - 7, undone.world.mutations.end()),
-            (Words{"+Item10", "+Item009", "-Item2", "-Item1", "-Item0", "restore", "dacl"}));
-}
-
-TEST(Transaction, MemoryRunningOutIsAFailureLikeAnyOther) {
-  Fixture run;
-  EXPECT_FALSE(run.Run({}, [](std::string_view call, ModelWorld&) {
-    if (call == "ReadRcs#3") {
-      throw std::bad_alloc();
-    }
-  }));
-  EXPECT_EQ(run.message, L"Not enough memory. Rollback complete (or no owned writes).");
-  EXPECT_EQ(run.world.rcs, "old");
+  run.WantList({TextEntry(L"Item10", L"B"), TextEntry(L"Item009", L"A")},
+               {TextEntry(L"Item0", L"A"), TextEntry(L"Item1", L"B"), TextEntry(L"Item2", L"K")});
+  EXPECT_FALSE(run.RunAndUndo());
+  EXPECT_EQ(
+      run.world.mutations,
+      (Words{"backups", "temp", "dacl", "replace", "dacl", "+Item0", "+Item1", "+Item2", "-Item009",
+             "-Item10", "+Item10", "+Item009", "-Item2", "-Item1", "-Item0", "replace", "dacl"}));
 }
 
 /// What holds however a run ended.
-void ExpectLawfulEnd(const Fixture& run, bool success) {
-  const bool is_old =
-      run.world.rcs == "old" && SameValues(run.world.values, run.change.values_before);
+void ExpectLawfulEnd(Fixture& run, bool success) {
+  const Remains remains = run.world.Look();
+  const bool is_old = remains.rcs == "old" && SameValues(*remains.values, run.change.values_before);
   if (success) {
-    EXPECT_EQ(run.world.rcs, "new");
-    EXPECT_TRUE(SameValues(run.world.values, run.change.values_after));
+    EXPECT_EQ(remains.rcs, "new");
+    EXPECT_TRUE(SameValues(*remains.values, run.change.values_after));
   } else if (run.message.ends_with(L" Rollback complete (or no owned writes).")) {
     EXPECT_TRUE(is_old);
   } else {
@@ -250,21 +192,20 @@ long RunWithRefusedAllocations(long first, long second, int& rollbacks) {
   bool success = false;
   bool begun = true;
   {
-    ModelStore store(run.world);
+    const auto store = Observed(run.world.Open(run.script), run.script);
     const kestrune::ScarceMemory scarce(first, second);
     try {
-      success = RunTransaction(store, run.change, run.message);
+      success = RunTransaction(*store, run.change, run.message);
     } catch (const std::bad_alloc&) {
       begun = false;
     }
     asked = kestrune::ScarceMemory::Asked();
-    run.calls = store.Calls();
   }
   rollbacks += run.Called("RollBack") ? 1 : 0;
   if (begun) {
     ExpectLawfulEnd(run, success);
   } else {
-    EXPECT_EQ(run.calls, Words{});
+    EXPECT_TRUE(run.script.Moments().empty());
   }
   return asked;
 }
@@ -285,19 +226,23 @@ TEST(Transaction, EveryPairOfRefusedAllocationsIsRolledBackOrSaidToBeBlocked) {
   EXPECT_GT(rollbacks, count);
 }
 
-TEST(Transaction, UnexpectedExceptionAtAnyCallIsRolledBackAndNamed) {
+TEST(Transaction, UnexpectedExceptionAtAnyOperationIsRolledBackAndNamed) {
   Fixture whole;
   ASSERT_TRUE(whole.Run());
-  for (const std::string& call : whole.calls) {
-    SCOPED_TRACE(call);
+  for (const Moment& at : whole.script.Moments()) {
+    if (!at.call.empty()) {
+      continue;
+    }
+    SCOPED_TRACE(at.Text());
     Fixture run;
-    const bool success = run.Run({}, [&](std::string_view now, ModelWorld&) {
-      if (now == call) {
+    run.script.on_moment = [&](const Moment& moment) {
+      if (moment.IsSame(at)) {
         throw std::runtime_error("unexpected");
       }
-    });
+    };
+    const bool success = run.Run();
     // Only the line that says that everything is done may be missing.
-    EXPECT_EQ(success, call == whole.calls.back());
+    EXPECT_EQ(success, at.operation == "Log");
     ExpectLawfulEnd(run, success);
     if (!success) {
       EXPECT_EQ(run.message, L"Unexpected failure. Rollback complete (or no owned writes).");
@@ -307,17 +252,16 @@ TEST(Transaction, UnexpectedExceptionAtAnyCallIsRolledBackAndNamed) {
 
 TEST(Transaction, ListOfThousandsOfForeignValuesIsAppliedAndUndone) {
   Fixture run;
-  run.world.values.clear();
+  std::vector<RegistryValue> values;
   for (int i = 0; i < 10'000; ++i) {
-    run.world.values.push_back(Entry(L"Other" + std::to_wstring(i), L"x"));
+    values.push_back(TextEntry((L"Other" + std::to_wstring(i)).c_str(), L"x"));
   }
-  run.change.values_before = run.world.values;
-  run.change.values_after = run.world.values;
-  run.change.values_after.push_back(Entry(L"Item0", L"K"));
-  EXPECT_FALSE(run.Run({{"CheckSecurity#2", FaultPlace::Before}}));
-  EXPECT_EQ(run.message, L"Read RCS security (Win32 5) Rollback complete (or no owned writes).");
-  EXPECT_TRUE(SameValues(run.world.values, run.change.values_before));
-  EXPECT_TRUE(run.Run());
+  std::vector<RegistryValue> after = values;
+  after.push_back(TextEntry(L"Item0", L"K"));
+  run.WantList(values, after);
+  EXPECT_FALSE(run.RunAndUndo());
+  EXPECT_EQ(run.message, L"Final state validation failed. Rollback complete (or no owned writes).");
+  EXPECT_TRUE(SameValues(*run.world.values, values));
 }
 
 }  // namespace

@@ -1,0 +1,239 @@
+// Whole registrations over a store in memory, disturbed at every moment: exact rows, and laws where
+// rows would be too many. transaction_runs_win32_test.cpp plays the same rows with the real store.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iostream>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/support/registration/model_store.h"
+#include "tests/support/registration/registration_run.h"
+#include "tests/support/registration/run_generator.h"
+#include "tests/support/registration/run_rows.h"
+
+namespace altium_registration {
+namespace {
+
+std::string RowOf(RegistrationWorld& world, const Scenario& scenario) {
+  const RunOutcome outcome = Play(world, scenario);
+  EXPECT_TRUE(outcome.all_struck) << scenario.Text();
+  return scenario.Text() + " -> " + outcome.Line();
+}
+
+/// The file of rows as it would be now: its own scenarios and those that it must have.
+std::set<std::string> RowsNow(RegistrationWorld& world) {
+  std::map<std::string, Scenario> scenarios;
+  for (const RunRow& row : RunRows()) {
+    scenarios.emplace(row.scenario.Text(), row.scenario);
+  }
+  for (const Scenario& scenario : ScenariosWithRows(world)) {
+    scenarios.emplace(scenario.Text(), scenario);
+  }
+  std::set<std::string> rows;
+  for (const auto& [text, scenario] : scenarios) {
+    rows.insert(RowOf(world, scenario));
+  }
+  return rows;
+}
+
+// Where rows differ: print the file anew with DISABLED_PrintRows, and look at the difference.
+TEST(TransactionRuns, EveryRowOfTheFileHolds) {
+  ModelWorld world;
+  std::set<std::string> rows;
+  for (const RunRow& row : RunRows()) {
+    rows.insert(std::string(row.text));
+  }
+  const std::set<std::string> now = RowsNow(world);
+  for (const std::string& row : now) {
+    EXPECT_TRUE(rows.contains(row)) << "now: " << row;
+  }
+  EXPECT_EQ(rows.size(), now.size());
+  EXPECT_TRUE(std::ranges::is_sorted(RunRows(), {}, &RunRow::text));
+}
+
+/// Prints what tests/support/registration/run_rows.inc would be.
+TEST(TransactionRuns, DISABLED_PrintRows) {
+  ModelWorld world;
+  for (const std::string& row : RowsNow(world)) {
+    std::cout << '"' << row << "\",\n";
+  }
+}
+
+/// Plays a scenario in which no other program acts, and compares the end with the laws.
+RunOutcome PlayLawfully(ModelWorld& world, const Scenario& scenario) {
+  RunOutcome outcome = Play(world, scenario);
+  EXPECT_TRUE(outcome.all_struck) << scenario.Text();
+  EXPECT_EQ(BrokenLaws(KindOf(scenario.kind), outcome), "")
+      << scenario.Text() << " -> " << outcome.Line();
+  return outcome;
+}
+
+TEST(TransactionRuns, EveryFaultOfEveryKindObeysTheLaws) {
+  ModelWorld world;
+  for (const RunKind& kind : RunKinds()) {
+    for (const Disturbance& fault : FaultsAt(MomentsOf(world, {kind.name}))) {
+      PlayLawfully(world, {kind.name, {fault}});
+      // Deleting is the only way of a temporary file to stay.
+      const Remains remains = world.Look();
+      EXPECT_TRUE(remains.left.empty() || fault.moment.operation == "Close" ||
+                  fault.moment.call == "Delete")
+          << Scenario{kind.name, {fault}}.Text();
+    }
+  }
+}
+
+/// What holds where a process ended, and what the next run makes of it.
+void CheckAfterDeath(ModelWorld& world, const Scenario& scenario) {
+  EXPECT_TRUE(PlayLawfully(world, scenario).died) << scenario.Text();
+  if (!world.files.contains("rcs")) {
+    // The user renames the file that holds the old text whole.
+    const auto whole = std::ranges::find_if(
+        world.files, [](const auto& file) { return file.second.text == "old"; });
+    ASSERT_NE(whole, world.files.end()) << scenario.Text();
+    world.files["rcs"] = whole->second;
+  }
+  // The next run plans anew, on what it finds.
+  for (const char* working : {"temp", "displaced", "undone", "spare"}) {
+    world.files.erase(working);
+  }
+  EXPECT_EQ(world.files.at("rcs").security, 0U) << scenario.Text();
+}
+
+TEST(TransactionRuns, EveryDeathOfEveryKindObeysTheLaws) {
+  ModelWorld world;
+  for (const RunKind& kind : RunKinds()) {
+    for (const Disturbance& death : DeathsAt(MomentsOf(world, {kind.name}))) {
+      CheckAfterDeath(world, {kind.name, {death}});
+    }
+    if (kind.name == "idempotent") {
+      continue;
+    }
+    const Disturbance late = Scenario::Parse(kLateFailure).disturbances.front();
+    for (const Disturbance& death : DeathsAt(MomentsOf(world, {kind.name, {late}}))) {
+      CheckAfterDeath(world, {kind.name, {late, death}});
+    }
+  }
+}
+
+/// The faults that leave different things to undo: those of the replacement, and of every other
+/// operation its last one.
+std::vector<Disturbance> FirstFaults(ModelWorld& world, std::string_view kind) {
+  const std::vector<Disturbance> all = FaultsAt(MomentsOf(world, {kind}));
+  std::vector<Disturbance> firsts;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    const Moment& moment = all[i].moment;
+    const bool is_last = i + 1 == all.size() || all[i + 1].moment.operation != moment.operation ||
+                         all[i + 1].moment.number != moment.number;
+    if (moment.operation != "Close" &&
+        (is_last || (moment.operation == "Commit" && moment.changes))) {
+      firsts.push_back(all[i]);
+    }
+  }
+  return firsts;
+}
+
+/// The text of the failure alone, without what became of the rollback.
+std::string FailureOf(std::string message) {
+  for (const char* next : {" Registry recovery blocked: ", " File recovery blocked: ",
+                           " MANUAL RECOVERY", " Rollback complete"}) {
+    message.resize(std::min(message.find(next), message.size()));
+  }
+  return message;
+}
+
+bool IsInSameOperation(const Disturbance& left, const Disturbance& right) {
+  return left.moment.operation == right.moment.operation &&
+         left.moment.number == right.moment.number;
+}
+
+TEST(TransactionRuns, PairOfFaultsNamesTheFirstAndWhatItBlocks) {
+  ModelWorld world;
+  for (const char* kind : {"install", "remove"}) {
+    for (const Disturbance& first : FirstFaults(world, kind)) {
+      const RunOutcome single = PlayLawfully(world, {kind, {first}});
+      if (single.success) {
+        continue;
+      }
+      for (const Disturbance& second : FaultsAt(MomentsOf(world, {kind, {first}}))) {
+        if (!second.moment.changes && second.moment.repeat > 1) {
+          continue;
+        }
+        const Scenario pair = {kind, {first, second}};
+        const RunOutcome outcome = PlayLawfully(world, pair);
+        // Of two in one operation the later one may be the reason that it gives.
+        const bool is_named =
+            FailureOf(outcome.message) == FailureOf(single.message) ||
+            (IsInSameOperation(first, second) &&
+             FailureOf(outcome.message) == FailureOf(Play(world, {kind, {second}}).message));
+        EXPECT_TRUE(is_named) << pair.Text() << " -> " << outcome.Line();
+      }
+    }
+  }
+}
+
+/// A change of another program, and what it leaves wherever it is not overwritten.
+struct ForeignAct {
+  const char* what;
+  bool (*stays)(const Remains& remains);
+};
+
+bool HasEntry(const Remains& remains, const char* entry) {
+  return ListText(remains.values).find(entry) != std::string::npos;
+}
+
+constexpr ForeignAct kForeignActs[] = {
+    {"file changes", [](const Remains& remains) { return remains.rcs == "foreign"; }},
+    {"file deleted", [](const Remains& remains) { return !remains.rcs; }},
+    {"owner changes", [](const Remains& remains) { return (remains.security & kOtherOwner) != 0; }},
+    {"dacl changes", [](const Remains& remains) { return (remains.security & kOtherDacl) != 0; }},
+    {"list grows", [](const Remains& remains) { return HasEntry(remains, "9=F"); }},
+    {"Item0 changes", [](const Remains& remains) { return HasEntry(remains, "0=F"); }},
+    {"Item1 changes", [](const Remains& remains) { return HasEntry(remains, "1=F"); }},
+    {"Item2 changes", [](const Remains& remains) { return HasEntry(remains, "2=F"); }},
+};
+
+/// Whether the change comes between a check and the write under its name; the registry has no write
+/// that happens only if a value is still the expected one.
+bool IsOverwritten(const Moment& moment, const ForeignAct& act) {
+  return std::string_view(act.what).starts_with("Item") &&
+         (moment.operation == "WriteValue" || moment.operation == "RemoveValue");
+}
+
+/// Whether there is no file that the act could change.
+bool IsIdle(const Scenario& scenario, const ForeignAct& act) {
+  const std::string_view what = act.what;
+  return !scenario.disturbances.empty() && scenario.disturbances[0].what == "loses the file" &&
+         (what == "file deleted" || what == "owner changes" || what == "dacl changes");
+}
+
+TEST(TransactionRuns, ChangeOfAnotherProgramStaysWhateverElseFails) {
+  ModelWorld world;
+  for (const RunKind& kind : RunKinds()) {
+    std::vector<Scenario> scenarios = {{kind.name}};
+    for (const Disturbance& fault : FirstFaults(world, kind.name)) {
+      if (kind.name == "install" || fault.moment.operation == "RemoveValue") {
+        scenarios.push_back({kind.name, {fault}});
+      }
+    }
+    for (const Scenario& scenario : scenarios) {
+      for (const Moment& moment : OperationsOf(world, scenario)) {
+        for (const ForeignAct& act : kForeignActs) {
+          if (IsOverwritten(moment, act) || IsIdle(scenario, act)) {
+            continue;
+          }
+          Scenario disturbed = scenario;
+          disturbed.disturbances.push_back({moment, act.what});
+          const RunOutcome outcome = Play(world, disturbed);
+          EXPECT_TRUE(act.stays(outcome.remains)) << disturbed.Text() << " -> " << outcome.Line();
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace altium_registration

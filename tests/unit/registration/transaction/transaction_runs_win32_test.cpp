@@ -1,0 +1,51 @@
+// The rows of transaction_runs_test.cpp, played with the real store: what the store in memory
+// shows, this machine shows as well.
+
+#include <gtest/gtest.h>
+
+#include "tests/support/machine/disposable_profile_win32.h"
+#include "tests/support/registration/model_store.h"
+#include "tests/support/registration/run_generator.h"
+#include "tests/support/registration/run_rows.h"
+#include "tests/support/registration/windows_world_win32.h"
+
+namespace altium_registration {
+namespace {
+
+class TransactionRunsOnWindows : public testing::Test {
+ protected:
+  void SetUp() override { KESTRUNE_NEEDS_DISPOSABLE_PROFILE(); }
+
+  ModelWorld model;
+  WindowsWorld windows;
+};
+
+/// The moments as texts, one a line.
+std::string TextOf(const std::vector<Moment>& moments) {
+  std::string text;
+  for (const Moment& moment : moments) {
+    text += moment.Text() + "\n";
+  }
+  return text;
+}
+
+TEST_F(TransactionRunsOnWindows, StoreMakesTheCallsOfTheModel) {
+  windows.flushes = true;
+  for (const RunKind& kind : RunKinds()) {
+    const Scenario scenario = {kind.name};
+    EXPECT_EQ(TextOf(Play(windows, scenario).moments), TextOf(Play(model, scenario).moments));
+  }
+  const Scenario late = Scenario::Parse(kLateFailure);
+  EXPECT_EQ(TextOf(Play(windows, late).moments), TextOf(Play(model, late).moments));
+}
+
+TEST_F(TransactionRunsOnWindows, EveryRowOfTheFileHolds) {
+  for (const RunRow& row : RunRows()) {
+    const RunOutcome outcome = Play(windows, row.scenario);
+    EXPECT_TRUE(outcome.all_struck) << row.text;
+    EXPECT_EQ(outcome.Line(), row.line) << row.scenario.Text();
+  }
+}
+
+}  // namespace
+}  // namespace altium_registration
