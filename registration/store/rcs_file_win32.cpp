@@ -421,6 +421,8 @@ void RcsFile::RestoreOver(const ExtendedPath& saved_path) {
   if (code != ERROR_SUCCESS) {
     FinishRestoration(code);
   }
+  // It is DXP.RCS now; a file of that name is another run's.
+  recovery_.reset();
   SettleUndone();
   RestoreSecurity();
 }
@@ -495,6 +497,7 @@ void RcsFile::FillGap(const ExtendedPath& saved_path) {
   if (const DWORD code = MovePatiently(calls_, *recovery_, path_, MOVEFILE_WRITE_THROUGH)) {
     throw FileStepFailure(L"Restore RCS", code);
   }
+  recovery_.reset();
   RestoreSecurity();
 }
 

@@ -242,49 +242,29 @@ BOOL ScriptedCalls::SetWriteTime(HANDLE file, const FILETIME& time) {
 
 BOOL ScriptedCalls::SetSecurity(const ExtendedPath& path, SECURITY_INFORMATION parts,
                                 void* descriptor) {
-  return Around({"SetSecurity", path.Text()}, FALSE, [&] {
-    BOOL answer = FALSE;
-    return on_set_security && on_set_security(path.Text(), answer)
-               ? answer
-               : SystemCalls::SetSecurity(path, parts, descriptor);
-  });
+  return Around({"SetSecurity", path.Text()}, FALSE,
+                [&] { return SystemCalls::SetSecurity(path, parts, descriptor); });
 }
 
 BOOL ScriptedCalls::InitializeDescriptor(SECURITY_DESCRIPTOR* descriptor) {
-  return Around({"InitializeDescriptor"}, FALSE, [&] {
-    BOOL answer = FALSE;
-    return on_initialize_descriptor && on_initialize_descriptor(answer)
-               ? answer
-               : SystemCalls::InitializeDescriptor(descriptor);
-  });
+  return Around({"InitializeDescriptor"}, FALSE,
+                [&] { return SystemCalls::InitializeDescriptor(descriptor); });
 }
 
 BOOL ScriptedCalls::GetOwner(void* descriptor, PSID* owner) {
-  return Around({"GetOwner"}, FALSE, [&] {
-    BOOL answer = FALSE;
-    return on_get_owner && on_get_owner(answer) ? answer : SystemCalls::GetOwner(descriptor, owner);
-  });
+  return Around({"GetOwner"}, FALSE, [&] { return SystemCalls::GetOwner(descriptor, owner); });
 }
 
 BOOL ScriptedCalls::GetGroup(void* descriptor, PSID* group) {
-  return Around({"GetGroup"}, FALSE, [&] {
-    BOOL answer = FALSE;
-    return on_get_group && on_get_group(answer) ? answer : SystemCalls::GetGroup(descriptor, group);
-  });
+  return Around({"GetGroup"}, FALSE, [&] { return SystemCalls::GetGroup(descriptor, group); });
 }
 
 BOOL ScriptedCalls::SetOwner(SECURITY_DESCRIPTOR* descriptor, PSID owner) {
-  return Around({"SetOwner"}, FALSE, [&] {
-    BOOL answer = FALSE;
-    return on_set_owner && on_set_owner(answer) ? answer : SystemCalls::SetOwner(descriptor, owner);
-  });
+  return Around({"SetOwner"}, FALSE, [&] { return SystemCalls::SetOwner(descriptor, owner); });
 }
 
 BOOL ScriptedCalls::SetGroup(SECURITY_DESCRIPTOR* descriptor, PSID group) {
-  return Around({"SetGroup"}, FALSE, [&] {
-    BOOL answer = FALSE;
-    return on_set_group && on_set_group(answer) ? answer : SystemCalls::SetGroup(descriptor, group);
-  });
+  return Around({"SetGroup"}, FALSE, [&] { return SystemCalls::SetGroup(descriptor, group); });
 }
 
 BOOL ScriptedCalls::AcquireProvider(HCRYPTPROV* provider) {
@@ -319,20 +299,13 @@ UINT ScriptedCalls::ReadProfileNumber(const wchar_t* section, const wchar_t* key
 }
 
 LSTATUS ScriptedCalls::OpenKey(HKEY parent, const std::wstring& path, DWORD access, HKEY* key) {
-  return AroundStatus({"OpenKey", path}, [&] {
-    LSTATUS answer = ERROR_SUCCESS;
-    return on_open_key && on_open_key(answer) ? answer
-                                              : SystemCalls::OpenKey(parent, path, access, key);
-  });
+  return AroundStatus({"OpenKey", path},
+                      [&] { return SystemCalls::OpenKey(parent, path, access, key); });
 }
 
 LSTATUS ScriptedCalls::CreateKey(HKEY parent, const std::wstring& path, DWORD access, HKEY* key) {
-  return AroundStatus({"CreateKey", path}, [&] {
-    LSTATUS answer = ERROR_SUCCESS;
-    return on_create_key && on_create_key(answer)
-               ? answer
-               : SystemCalls::CreateKey(parent, path, access, key);
-  });
+  return AroundStatus({"CreateKey", path},
+                      [&] { return SystemCalls::CreateKey(parent, path, access, key); });
 }
 
 LSTATUS ScriptedCalls::EnumerateKey(HKEY key, DWORD index, wchar_t* name, DWORD* length) {
@@ -343,29 +316,18 @@ LSTATUS ScriptedCalls::EnumerateKey(HKEY key, DWORD index, wchar_t* name, DWORD*
 LSTATUS ScriptedCalls::EnumerateValue(HKEY key, DWORD index, wchar_t* name, DWORD* length,
                                       DWORD* type, DWORD* size) {
   return AroundStatus({"EnumerateValue"}, [&] {
-    LSTATUS answer = ERROR_SUCCESS;
-    return on_enumerate && on_enumerate(answer)
-               ? answer
-               : SystemCalls::EnumerateValue(key, index, name, length, type, size);
+    return SystemCalls::EnumerateValue(key, index, name, length, type, size);
   });
 }
 
 LSTATUS ScriptedCalls::SetValue(HKEY key, const std::wstring& name, DWORD type, const void* data,
                                 DWORD size) {
-  return AroundStatus({"SetValue", name}, [&] {
-    LSTATUS answer = ERROR_SUCCESS;
-    return on_set_value && on_set_value(answer)
-               ? answer
-               : SystemCalls::SetValue(key, name, type, data, size);
-  });
+  return AroundStatus({"SetValue", name},
+                      [&] { return SystemCalls::SetValue(key, name, type, data, size); });
 }
 
 LSTATUS ScriptedCalls::DeleteValue(HKEY key, const std::wstring& name) {
-  return AroundStatus({"DeleteValue", name}, [&] {
-    LSTATUS answer = ERROR_SUCCESS;
-    return on_delete_value && on_delete_value(answer) ? answer
-                                                      : SystemCalls::DeleteValue(key, name);
-  });
+  return AroundStatus({"DeleteValue", name}, [&] { return SystemCalls::DeleteValue(key, name); });
 }
 
 HRESULT ScriptedCalls::GetKnownFolder(const KNOWNFOLDERID& folder, DWORD flags, wchar_t** path) {

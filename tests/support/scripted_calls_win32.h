@@ -38,16 +38,13 @@ class ScriptedCalls : public SystemCalls {
   std::function<std::optional<DWORD>(const SystemCall&call)> before, after;
 
   using PathHook = std::function<bool(const std::wstring& path, BOOL& answer)>;
-  PathHook on_create, on_copy, on_make_directory, on_replace, on_move, on_delete, on_set_security;
+  PathHook on_create, on_copy, on_make_directory, on_replace, on_move, on_delete;
   /// Called with the path; a descriptor given here is answered instead of the file's own.
   std::function<bool(const std::wstring& path, std::vector<std::byte>& descriptor)> on_get_security;
-  std::function<bool(BOOL&answer)> on_write, on_flush, on_initialize_descriptor, on_get_owner,
-      on_get_group, on_set_owner, on_set_group;
+  std::function<bool(BOOL&answer)> on_write, on_flush;
   /// Called after the real look at a file; may change what it answered.
   std::function<void(WIN32_FILE_ATTRIBUTE_DATA& data, BOOL& answer)> after_get_attributes;
   std::function<bool(LARGE_INTEGER& size, BOOL& answer)> on_size;
-  std::function<bool(LSTATUS&answer)> on_open_key, on_enumerate, on_create_key, on_set_value,
-      on_delete_value;
   /// Called after the real reading of a value; may change what it answered.
   std::function<void(LSTATUS& answer, DWORD& type, DWORD& size)> after_query;
 

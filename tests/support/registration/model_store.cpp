@@ -409,10 +409,18 @@ void ModelStore::RemoveGlobalProjectsValue(const std::wstring& name) {
 
 // Backups and log
 
+/// A directory below two others that do not exist yet: each is tried, then made from above.
 Code ModelStore::EnsureDirectory() {
-  const Code code = has_directory_ ? 0 : Ask("MakeDirectory", {});
-  has_directory_ = code == 0;
-  return code;
+  constexpr int kCalls = 5;
+  for (int i = 0; i < kCalls && !has_directory_; ++i) {
+    if (const Code code = Ask("MakeDirectory", {}); code != 0) {
+      return code;
+    }
+  }
+  if (!std::exchange(has_directory_, true)) {
+    Ask("FindFirst", {});
+  }
+  return 0;
 }
 
 void ModelStore::AppendLog(std::string_view line) {
@@ -743,6 +751,7 @@ void ModelStore::RestoreOver() {
   if (code != 0) {
     FinishRestoration(code);
   }
+  recovery_.reset();
   SettleUndone();
   RestoreRcsSecurity();
 }
@@ -807,6 +816,7 @@ void ModelStore::FillGap() {
   }
   WriteRecovery();
   Require(MoveOntoRcs(*recovery_, false), L"Restore RCS");
+  recovery_.reset();
   RestoreRcsSecurity();
 }
 

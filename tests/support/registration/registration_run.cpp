@@ -119,6 +119,10 @@ std::string Shortened(std::string message) {
   return message;
 }
 
+bool IsBackup(std::string_view role) {
+  return role == "saved" || role == "values" || role == "instance" || role == "security";
+}
+
 /// Tells a script of each operation.
 class ObservedStore final : public Store {
  public:
@@ -402,6 +406,11 @@ std::string BrokenLaws(const RunKind& kind, const RunOutcome& outcome) {
     require(kind.name == "first" || ListText(remains.values).find(entry) != std::string::npos,
             "no entry is lost");
   }
+  const bool is_backup_touched = std::ranges::any_of(outcome.moments, [](const Moment& moment) {
+    return moment.operation != "CreateBackups" && IsBackup(moment.role) &&
+           (moment.call == "Write" || moment.call == "Delete" || moment.call == "Move");
+  });
+  require(!is_backup_touched, "no backup is modified");
   if (outcome.died) {
     return broken;
   }

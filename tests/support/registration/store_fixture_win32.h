@@ -28,13 +28,6 @@ std::wstring FailureText(Action action) {
 using kestrune::ScriptedCalls;
 using kestrune::SystemCall;
 
-/// Returns a hook that fails every call of this name with ERROR_ACCESS_DENIED.
-inline auto Refusing(std::string_view name) {
-  return [name](const SystemCall& call) {
-    return call.name == name ? std::optional<DWORD>(ERROR_ACCESS_DENIED) : std::nullopt;
-  };
-}
-
 /// Sets up a store on a profile of its own, whose DXP.RCS contains "old text".
 class StoreTest : public testing::Test {
  protected:

@@ -45,7 +45,7 @@ constexpr std::string_view kOtherCalls[] = {
     "InitializeDescriptor", "GetOwner",   "GetGroup",  "SetOwner",     "SetGroup",
     "AcquireProvider",      "CreateHash", "HashData",  "GetHashValue", "OpenKey",
     "EnumerateValue",       "QueryValue", "CreateKey", "SetValue",     "DeleteValue",
-    "MakeDirectory"};
+    "MakeDirectory",        "FindFirst"};
 
 std::wstring SecurityTextOf(const FileSecurity& security) {
   kestrune::LocalMemory<wchar_t> text;
@@ -133,16 +133,13 @@ class WindowsWorld::Calls final : public kestrune::ScriptedCalls {
     if (!script_->IsRunning()) {
       return false;
     }
-    if (call.name == "MakeDirectory") {
-      // Only the first; how many there are depends on what exists.
-      const Moment& last = script_->Moments().back();
-      return last.call != "MakeDirectory";
-    }
-    if (call.name == "FindFirst") {
-      return false;
-    }
     return !RoleOf(call.path).empty() ||
            std::ranges::find(kOtherCalls, call.name) != std::end(kOtherCalls);
+  }
+
+  static std::string_view RoleOfCall(const SystemCall& call) {
+    const bool is_other = std::ranges::find(kOtherCalls, call.name) != std::end(kOtherCalls);
+    return is_other ? std::string_view() : RoleOf(call.path);
   }
 
   std::optional<DWORD> Before(const SystemCall& call) {
@@ -150,7 +147,7 @@ class WindowsWorld::Calls final : public kestrune::ScriptedCalls {
     if (!IsModelled(call)) {
       return std::nullopt;
     }
-    met_ = script_->Meet(call.name, RoleOf(call.path), true);
+    met_ = script_->Meet(call.name, RoleOfCall(call), true);
     switch (*met_) {
       case RunScript::Fate::Fails:
         return kFaultCode;

@@ -218,47 +218,6 @@ TEST_F(WindowsStoreTest, RemovalFromAnAbsentKeyOrOfAnAbsentValueNamesItsStep) {
   EXPECT_TRUE(store->ReadGlobalProjects().empty());
 }
 
-TEST_F(WindowsStoreTest, RegistryCallsThatFailAreNamedByTheirSteps) {
-  Open();
-  profile.SetText(L"Item0", L"x");
-  const RegistryValue value{L"Item1", kRegistryText, TextData(L"y")};
-  const auto denied = [](LSTATUS& answer) {
-    answer = ERROR_ACCESS_DENIED;
-    return true;
-  };
-  calls->on_delete_value = denied;
-  EXPECT_EQ(FailureText([&] { store->RemoveGlobalProjectsValue(L"Item0"); }),
-            L"Remove Global Projects value (registry 5)");
-  calls->on_set_value = denied;
-  EXPECT_EQ(FailureText([&] { store->WriteGlobalProjectsValue(value); }),
-            L"Write Global Projects value (registry 5)");
-  calls->on_create_key = denied;
-  EXPECT_EQ(FailureText([&] { store->WriteGlobalProjectsValue(value); }),
-            L"Open/create Global Projects (registry 5)");
-}
-
-TEST_F(WindowsStoreTest, ReadingOfTheKeyThatFailsIsNamedByItsStep) {
-  Open();
-  profile.SetText(L"Item0", L"x");
-  const auto failure = [&] {
-    return FailureText([&] { static_cast<void>(store->ReadGlobalProjects()); });
-  };
-  const auto denied = [](LSTATUS& answer) {
-    answer = ERROR_ACCESS_DENIED;
-    return true;
-  };
-  calls->on_open_key = denied;
-  EXPECT_EQ(failure(), L"Open Global Projects (registry 5)");
-  calls->on_open_key = {};
-  calls->on_enumerate = denied;
-  EXPECT_EQ(failure(), L"Enumerate Global Projects (registry 5)");
-  calls->on_enumerate = {};
-  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_ACCESS_DENIED; };
-  EXPECT_EQ(failure(), L"Read Global Projects value (registry 5)");
-  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_FILE_NOT_FOUND; };
-  EXPECT_EQ(failure(), L"Read Global Projects value (registry 2)");
-}
-
 TEST_F(WindowsStoreTest, ValueThatIsNotWhatItsEnumerationSaidFails) {
   Open();
   profile.SetText(L"Item0", L"x");
@@ -370,60 +329,6 @@ TEST_F(WindowsStoreTest, BackupThatIsNotWhatWasPlannedOnFails) {
             L"Backup/source mismatch.");
 }
 
-TEST_F(WindowsStoreTest, EveryBackupIsFlushed) {
-  Open();
-  int flushes = 0;
-  int failing = 0;
-  calls->on_flush = [&](BOOL& answer) {
-    return ++flushes == failing && FailWith(ERROR_DISK_FULL, answer);
-  };
-  store->CreateBackups("old text", {});
-  // Four files and one line of the log.
-  EXPECT_EQ(flushes, 5);
-  Open();
-  flushes = 0;
-  failing = 1;
-  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"Backup RCS (Win32 112)");
-}
-
-TEST_F(WindowsStoreTest, DigestThatCannotBeHadIsNamed) {
-  Open();
-  calls->before = Refusing("AcquireProvider");
-  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), L"SHA provider (Win32 5)");
-  // What the digest only describes is safe by then.
-  EXPECT_FALSE(FileBytes(Saved(L"security.before.bin")).empty());
-  EXPECT_EQ(FailureText([&] { store->PrepareReplacement("x"); }), L"SHA provider (Win32 5)");
-  Open();
-  for (const char* call : {"CreateHash", "HashData", "GetHashValue"}) {
-    calls->before = Refusing(call);
-    EXPECT_EQ(FailureText([&] { store->PrepareReplacement("x"); }), L"SHA256 unavailable.");
-  }
-}
-
-TEST_F(WindowsStoreTest, BackupStepsThatFailAreNamed) {
-  const struct {
-    const wchar_t* file;
-    const wchar_t* text;
-  } steps[] = {{L"registry.before.bin", L"Write registry backup (Win32 112)"},
-               {L"instance.txt", L"Write instance record (Win32 112)"},
-               {L"security.before.bin", L"Write security backup (Win32 112)"}};
-  for (const auto& step : steps) {
-    calls->on_create = [&](const std::wstring& path, BOOL& answer) {
-      return path.ends_with(step.file) && FailWith(ERROR_DISK_FULL, answer);
-    };
-    Open();
-    EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }), step.text);
-  }
-  calls->on_create = {};
-  calls->on_make_directory = [](const std::wstring&, BOOL& answer) {
-    return FailWith(ERROR_ACCESS_DENIED, answer);
-  };
-  Open();
-  EXPECT_EQ(FailureText([&] { store->CreateBackups("old text", {}); }),
-            L"Create backup directory (Win32 5)");
-  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
-}
-
 TEST_F(WindowsStoreTest, PlaceOfTheBackupsTakenByAFileFails) {
   WriteFileBytes(profile.Directory() + L"\\KestruneBackups", "a file");
   Open();
@@ -440,17 +345,6 @@ TEST_F(WindowsStoreTest, LogLinesAreAppendedAndTheFirstBringsTheDirectory) {
   store->AppendLog("two \xE4");
   EXPECT_EQ(FileBytes(Saved(L"operation.log")), "one\r\ntwo \xE4\r\n");
   EXPECT_EQ(FolderEntries(store->BackupDirectory()), Names{L"operation.log"});
-}
-
-TEST_F(WindowsStoreTest, LogThatCannotBeWrittenOrFlushedSaysWhich) {
-  Open();
-  calls->on_flush = [](BOOL& answer) { return FailWith(ERROR_DISK_FULL, answer); };
-  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot flush operation log.");
-  calls->on_write = [](BOOL& answer) { return FailWith(ERROR_DISK_FULL, answer); };
-  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
-  calls->on_write = {};
-  const FileHandle lock = OpenWithoutSharing(Saved(L"operation.log"));
-  EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
 }
 
 /// What a failure of the next log line carries as its code.

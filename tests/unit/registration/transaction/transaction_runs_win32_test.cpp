@@ -43,8 +43,17 @@ TEST_F(TransactionRunsOnWindows, EveryRowOfTheFileHolds) {
   for (const RunRow& row : RunRows()) {
     const RunOutcome outcome = Play(windows, row.scenario);
     EXPECT_TRUE(outcome.all_struck) << row.text;
+    EXPECT_EQ(outcome.remains.saved, Play(model, row.scenario).remains.saved) << row.text;
     EXPECT_EQ(outcome.Line(), row.line) << row.scenario.Text();
   }
+}
+
+TEST_F(TransactionRunsOnWindows, IdempotentRunLeavesOnlyItsLog) {
+  EXPECT_TRUE(Play(windows, {"idempotent"}).success);
+  const auto backups = windows.Backups();
+  ASSERT_EQ(backups.size(), 1U);
+  EXPECT_EQ(backups.begin()->first, L"operation.log");
+  EXPECT_EQ(backups.begin()->second, "Idempotent: no changes.\r\n");
 }
 
 }  // namespace
