@@ -100,7 +100,7 @@ std::string SecurityText(unsigned marks) {
   return text;
 }
 
-/// The text with the names of a run's working files made the same for every run.
+/// Returns the text with the names of the working files made the same for every run.
 std::string WithoutRunNames(std::string text) {
   constexpr std::string_view kMark = ".odbpp-";
   for (std::size_t at = text.find(kMark); at != std::string::npos; at = text.find(kMark, at)) {
@@ -123,7 +123,7 @@ bool IsBackup(std::string_view role) {
   return role == "saved" || role == "values" || role == "instance" || role == "security";
 }
 
-/// Tells a script of each operation.
+/// Announces each operation to a script.
 class ObservedStore final : public Store {
  public:
   ObservedStore(std::unique_ptr<Store> store, RunScript& script)

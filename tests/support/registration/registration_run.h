@@ -64,7 +64,7 @@ enum SecurityMark : unsigned {
   kOddDacl = 8
 };
 
-/// Thrown where the process ends, and by everything that is asked afterwards.
+/// Thrown where the process ends, and by every operation and call after that.
 struct ProcessDeath {};
 
 /// The code of every call that a script lets fail; no code of a lock, which would be tried again.
@@ -162,8 +162,8 @@ struct RunKind {
   std::vector<RegistryValue> values_after;
 };
 
-/// The kinds: "install" (both), "first" (both, without a key), "file" and "list" (one of them),
-/// "remove" (both, the script project twice in the list) and "idempotent".
+/// Returns the kinds: "install" (both), "first" (both, without a key), "file" and "list" (one of
+/// them), "remove" (both, the script project twice in the list) and "idempotent".
 const std::vector<RunKind>& RunKinds();
 const RunKind& KindOf(std::string_view name);
 
@@ -183,17 +183,17 @@ struct RunOutcome {
 RunOutcome Play(RegistrationWorld& world, const Scenario& scenario);
 /// Plays one in the world as it is.
 RunOutcome Continue(RegistrationWorld& world, const Scenario& scenario);
-/// The change that a kind of run wants, judged with a moment "Validate" of the script.
+/// Returns the change that a kind of run wants, validated with a moment "Validate" of the script.
 RegistrationChange ChangeOf(const RunKind& kind, RunScript& script);
-/// A store that tells the script of each operation before it begins.
+/// Returns a store that announces each operation to the script before it begins.
 std::unique_ptr<Store> Observed(std::unique_ptr<Store> store, RunScript& script);
 
-/// "0=A 1=B", by name; "no key".
+/// Returns "0=A 1=B", by name, or "no key".
 std::string ListText(const std::optional<std::vector<RegistryValue>>& values);
-/// A value "Item..." with a text.
+/// Returns a value with a text.
 RegistryValue TextEntry(const wchar_t* name, const wchar_t* text);
 
-/// What holds after any run that no other program disturbed; the broken laws, "" when all hold.
+/// Returns the laws that a run broke in which no other program acted; "" when all hold.
 std::string BrokenLaws(const RunKind& kind, const RunOutcome& outcome);
 
 }  // namespace altium_registration

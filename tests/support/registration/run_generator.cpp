@@ -19,7 +19,7 @@ void AddEach(const Scenario& scenario, const std::vector<Disturbance>& disturban
   }
 }
 
-/// The moments after the one at which the last disturbance strikes.
+/// Returns the moments after the one at which the last disturbance strikes.
 std::vector<Moment> After(const std::vector<Moment>& moments, const Scenario& scenario) {
   if (scenario.disturbances.empty()) {
     return moments;

@@ -8,14 +8,15 @@
 
 namespace altium_registration {
 
-/// Every single fault of these moments: each call fails, a changing one also after its effect; a
-/// replacement stops in its gap or loses the file; a written access list comes out otherwise.
+/// Returns every single fault of these moments: each call fails, a changing one also after its
+/// effect; a replacement stops in its gap or deletes the file; a written access list comes out
+/// otherwise.
 std::vector<Disturbance> FaultsAt(const std::vector<Moment>& moments);
 
-/// The end of the process before each changing call of these moments and after it.
+/// Returns the end of the process before each changing call of these moments and after it.
 std::vector<Disturbance> DeathsAt(const std::vector<Moment>& moments);
 
-/// The moments of an undisturbed run, or of a disturbed one.
+/// Returns the moments of an undisturbed run, or of a disturbed one.
 std::vector<Moment> MomentsOf(RegistrationWorld& world, const Scenario& scenario);
 
 /// Those of them at which an operation begins.
@@ -24,10 +25,10 @@ std::vector<Moment> OperationsOf(RegistrationWorld& world, const Scenario& scena
 /// The end state of a run that changes both is refused: all of it is to be undone.
 inline constexpr std::string_view kLateFailure = "install; Validate#3 fails";
 
-/// The scenarios that the file of rows must have: every single fault and death of an installation
-/// and of its rollback (of calls that only read, the first of an operation), and another program
-/// that changes or deletes the file, the key or both before every operation of an installation, of
-/// its rollback and of an idempotent run.
+/// Returns the scenarios that the file of rows must have: every single fault and death of an
+/// installation and of its rollback (of calls that only read, the first of an operation), and
+/// another program that changes or deletes the file, the key or both before every operation of an
+/// installation, of its rollback and of an idempotent run.
 std::vector<Scenario> ScenariosWithRows(RegistrationWorld& world);
 
 }  // namespace altium_registration

@@ -8,17 +8,18 @@
 namespace altium_registration {
 
 /// A scenario and what it ends with, as run_rows.inc has them:
-/// "scenario -> file | list | working files | message". The file stands with what is not original
-/// about its security; of the message, [done] is "Commit validated; file and registry updated.",
-/// [complete] " Rollback complete (or no owned writes).", [key] " Registry recovery blocked:",
-/// [file] " File recovery blocked:" and [manual] " MANUAL RECOVERY REQUIRED; backups retained.".
+/// "scenario -> file | list | working files | message". The file is followed by what is not
+/// original about its security; of the message, [done] is "Commit validated; file and registry
+/// updated.", [complete] " Rollback complete (or no owned writes).", [key] " Registry recovery
+/// blocked:", [file] " File recovery blocked:" and [manual] " MANUAL RECOVERY REQUIRED; backups
+/// retained.".
 struct RunRow {
   std::string_view text;
   Scenario scenario;
   std::string_view line;
 };
 
-/// The rows in the order of the file, which is sorted.
+/// Returns the rows in the order of the file, which is sorted.
 std::vector<RunRow> RunRows();
 
 }  // namespace altium_registration

@@ -58,7 +58,7 @@ std::wstring SecurityTextOf(const FileSecurity& security) {
   return text.Get();
 }
 
-/// A descriptor that differs from the given one in the marked parts.
+/// Returns a descriptor that differs from the given one in the marked parts.
 std::vector<std::byte> Marked(const FileSecurity& security, unsigned marks) {
   const std::wstring text = SecurityTextOf(security);
   const std::size_t group = text.find(L"G:");
@@ -78,7 +78,7 @@ std::vector<std::byte> Marked(const FileSecurity& security, unsigned marks) {
   return {bytes, bytes + size};
 }
 
-/// Which file a path leads to, whatever it is called; 0 when there is none.
+/// Returns the number of the file at a path, which a renaming keeps; 0 when there is none.
 std::uint64_t FileNumber(const std::wstring& path) {
   const kestrune::FileHandle file(CreateFileW(
       path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -127,8 +127,7 @@ class WindowsWorld::Calls final : public kestrune::ScriptedCalls {
   bool is_read_only = false;
 
  private:
-  /// The calls that the model makes, too; with those that it leaves out, a script has nothing to
-  /// do.
+  /// Returns whether the model makes this call, too.
   [[nodiscard]] bool IsModelled(const SystemCall& call) const {
     if (!script_->IsRunning()) {
       return false;

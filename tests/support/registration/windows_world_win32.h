@@ -34,7 +34,7 @@ class WindowsWorld final : public RegistrationWorld {
   /// Whether the runs flush their files; without, a run takes a tenth of the time.
   bool flushes = false;
 
-  /// The files that the last run saved, by name.
+  /// Returns the files that the last run saved, by name.
   [[nodiscard]] std::map<std::wstring, std::string> Backups() const;
 
  private:

@@ -72,7 +72,7 @@ RunOutcome PlayLawfully(ModelWorld& world, const Scenario& scenario) {
   return outcome;
 }
 
-TEST(TransactionRuns, EveryFaultOfEveryKindObeysTheLaws) {
+TEST(TransactionRuns, EveryFaultObeysTheLaws) {
   ModelWorld world;
   for (const RunKind& kind : RunKinds()) {
     for (const Disturbance& fault : FaultsAt(MomentsOf(world, {kind.name}))) {
@@ -103,7 +103,7 @@ void CheckAfterDeath(ModelWorld& world, const Scenario& scenario) {
   EXPECT_EQ(world.files.at("rcs").security, 0U) << scenario.Text();
 }
 
-TEST(TransactionRuns, EveryDeathOfEveryKindObeysTheLaws) {
+TEST(TransactionRuns, EveryDeathObeysTheLaws) {
   ModelWorld world;
   for (const RunKind& kind : RunKinds()) {
     for (const Disturbance& death : DeathsAt(MomentsOf(world, {kind.name}))) {
@@ -150,7 +150,7 @@ bool IsInSameOperation(const Disturbance& left, const Disturbance& right) {
          left.moment.number == right.moment.number;
 }
 
-TEST(TransactionRuns, PairOfFaultsNamesTheFirstAndWhatItBlocks) {
+TEST(TransactionRuns, PairOfFaultsNamesFirstAndBlocked) {
   ModelWorld world;
   for (const char* kind : {"install", "remove"}) {
     for (const Disturbance& first : FirstFaults(world, kind)) {
@@ -210,7 +210,7 @@ bool IsIdle(const Scenario& scenario, const ForeignAct& act) {
          (what == "file deleted" || what == "owner changes" || what == "dacl changes");
 }
 
-TEST(TransactionRuns, ChangeOfAnotherProgramStaysWhateverElseFails) {
+TEST(TransactionRuns, ForeignChangeStaysInEveryFailure) {
   ModelWorld world;
   for (const RunKind& kind : RunKinds()) {
     std::vector<Scenario> scenarios = {{kind.name}};
