@@ -410,7 +410,7 @@ TEST_F(InstallTest, AnUnreadableCustomizationFileFailsItsInstance) {
 
 TEST_F(InstallTest, AFileBeyondTheLimitFailsItsInstance) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
-  WriteFileBytes(host.rcs, std::string(8'388'609, ' '));
+  PutFile(host.rcs, std::string(8'388'609, ' '));
   for (const wchar_t* command : kCommands) {
     EXPECT_TRUE(
         EndsWithBox(ProblemCode(command), Failed(host, L"RCS exceeds limit."), kBad, Run(command)));

@@ -280,8 +280,7 @@ void WindowsWorld::SetEntry(const wchar_t* name, const wchar_t* text) {
   if (text != nullptr) {
     profile_->SetText(name, text);
   } else {
-    kestrune::SystemCalls real;
-    RemoveRegistryValue(real, profile_->Key(), name);
+    RegDeleteKeyValueW(HKEY_CURRENT_USER, profile_->Key().c_str(), name);
   }
 }
 
