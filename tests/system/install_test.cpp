@@ -408,7 +408,7 @@ TEST_F(InstallTest, AnUnreadableCustomizationFileFailsItsInstance) {
   EXPECT_FALSE(Exists(folders_.runtime));
 }
 
-TEST_F(InstallTest, AFileBeyondTheLimitFailsItsInstance) {
+TEST_F(InstallTest, TooLargeFileFailsItsInstance) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   PutFile(host.rcs, std::string(8'388'609, ' '));
   for (const wchar_t* command : kCommands) {
@@ -418,7 +418,7 @@ TEST_F(InstallTest, AFileBeyondTheLimitFailsItsInstance) {
   EXPECT_FALSE(Exists(folders_.runtime));
 }
 
-TEST_F(InstallTest, AListThatCannotBeReadFailsItsInstance) {
+TEST_F(InstallTest, UnreadableListFailsItsInstance) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   const std::vector<std::byte> large(1'048'577);
   ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, host.ProjectsKey().c_str(), L"Item9", REG_BINARY,

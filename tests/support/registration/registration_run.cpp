@@ -264,7 +264,7 @@ RunScript::Fate RunScript::Pass(const Moment& moment) {
       do_all_fail_ = true;
       continue;
     }
-    const auto* const found =
+    const auto found =
         std::ranges::find(kFates, disturbance.what, &std::pair<std::string_view, Fate>::first);
     if (found != std::end(kFates)) {
       fate = found->second;
@@ -347,7 +347,7 @@ RunOutcome Play(RegistrationWorld& world, const Scenario& scenario) {
 
 RunOutcome Continue(RegistrationWorld& world, const Scenario& scenario) {
   RunScript script(scenario.disturbances, [&](std::string_view what) {
-    const auto* const found = std::ranges::find(kActs, what, &NamedAct::name);
+    const auto found = std::ranges::find(kActs, what, &NamedAct::name);
     if (found == std::end(kActs)) {
       throw std::runtime_error("no act " + std::string(what));
     }

@@ -35,7 +35,7 @@ constexpr std::pair<std::wstring_view, std::string_view> kRoles[] = {
     {L"\\DXP.RCS", "rcs"}};
 
 std::string_view RoleOf(std::wstring_view path) {
-  const auto* const role = std::ranges::find_if(
+  const auto role = std::ranges::find_if(
       kRoles, [&](const auto& candidate) { return path.ends_with(candidate.first); });
   return role == std::end(kRoles) ? std::string_view() : role->second;
 }
@@ -216,8 +216,7 @@ std::wstring WindowsWorld::PathOf(std::string_view role) const {
       return path;
     }
   }
-  const auto* const ending =
-      std::ranges::find(kRoles, role, [](const auto& pair) { return pair.second; });
+  const auto ending = std::ranges::find(kRoles, role, [](const auto& pair) { return pair.second; });
   return (role == "saved" ? backups_ : profile_->Directory()) + std::wstring(ending->first);
 }
 

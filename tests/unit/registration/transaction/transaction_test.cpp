@@ -71,7 +71,7 @@ TEST(Transaction, FileIsCommittedBeforeTheRegistry) {
             (Words{"Before", "Intended", "Commit validated; file and registry updated."}));
 }
 
-TEST(Transaction, NothingToDoIsLoggedAndNeitherBackedUpNorWritten) {
+TEST(Transaction, IdempotentRunIsOnlyLogged) {
   Fixture run;
   run.change.rcs_before = run.change.rcs_after;
   run.change.values_after = run.change.values_before;
@@ -81,7 +81,7 @@ TEST(Transaction, NothingToDoIsLoggedAndNeitherBackedUpNorWritten) {
   EXPECT_EQ(run.world.log, Words{"Idempotent: no changes."});
 }
 
-TEST(Transaction, ListsThatDifferInOrderAndInCaseOfNamesAreTheSame) {
+TEST(Transaction, OrderAndCaseOfNamesMakeNoDifference) {
   Fixture run;
   run.change.rcs_before = run.change.rcs_after;
   run.WantList({TextEntry(L"other", L"x"), TextEntry(L"iTEM0", L"A")},
@@ -112,7 +112,7 @@ TEST(Transaction, ChangeOfTheFileAloneStillChecksTheList) {
             4);
 }
 
-TEST(Transaction, FileChangedSincePlanningIsNeverReportedAsNothingToDo) {
+TEST(Transaction, ChangedFileIsNeverIdempotent) {
   Fixture run;
   run.change.rcs_before = run.change.rcs_after;
   run.change.values_after = run.change.values_before;
@@ -121,7 +121,7 @@ TEST(Transaction, FileChangedSincePlanningIsNeverReportedAsNothingToDo) {
             L"Source file changed before commit. Rollback complete (or no owned writes).");
 }
 
-TEST(Transaction, TemporaryFileWithAnotherTextIsNeverCommittedHoweverValid) {
+TEST(Transaction, OtherValidTextIsNeverCommitted) {
   Fixture run;
   run.change.validate = [](std::string_view text) { return text != "old"; };
   run.script.on_moment = [&](const Moment& moment) {
@@ -142,7 +142,7 @@ TEST(Transaction, FirstFailingCheckNamesTheOutcome) {
   EXPECT_EQ(run.message, L"Registry changed concurrently. Rollback complete (or no owned writes).");
 }
 
-TEST(Transaction, WriteThatAnotherProgramTookBackIsNotMistakenForOneNotYetDone) {
+TEST(Transaction, RevertedWriteIsNotMistakenForPendingOne) {
   Fixture run;
   run.script.on_moment = [&](const Moment& moment) {
     if (moment.Text() == "ReadValues#5") {
@@ -156,7 +156,7 @@ TEST(Transaction, WriteThatAnotherProgramTookBackIsNotMistakenForOneNotYetDone) 
   EXPECT_EQ(run.world.files.at("rcs").text, "old");
 }
 
-TEST(Transaction, NamesWithLeadingZerosAreWrittenInTheOrderOfTheirNumbers) {
+TEST(Transaction, LeadingZerosAreOrderedByNumber) {
   Fixture run;
   run.WantList({TextEntry(L"Item10", L"B"), TextEntry(L"Item009", L"A")},
                {TextEntry(L"Item0", L"A"), TextEntry(L"Item1", L"B"), TextEntry(L"Item2", L"K")});
@@ -165,6 +165,18 @@ TEST(Transaction, NamesWithLeadingZerosAreWrittenInTheOrderOfTheirNumbers) {
       run.world.mutations,
       (Words{"backups", "temp", "dacl", "replace", "dacl", "+Item0", "+Item1", "+Item2", "-Item009",
              "-Item10", "+Item10", "+Item009", "-Item2", "-Item1", "-Item0", "replace", "dacl"}));
+}
+
+TEST(Transaction, RefusedMemoryIsAnOrdinaryFailure) {
+  Fixture run;
+  run.script.on_moment = [](const Moment& moment) {
+    if (moment.Text() == "ReadRcs#3") {
+      throw std::bad_alloc();
+    }
+  };
+  EXPECT_FALSE(run.Run());
+  EXPECT_EQ(run.message, L"Not enough memory. Rollback complete (or no owned writes).");
+  EXPECT_EQ(run.world.files.at("rcs").text, "old");
 }
 
 /// What holds however a run ended.
@@ -210,7 +222,7 @@ long RunWithRefusedAllocations(long first, long second, int& rollbacks) {
   return asked;
 }
 
-TEST(Transaction, EveryPairOfRefusedAllocationsIsRolledBackOrSaidToBeBlocked) {
+TEST(Transaction, PairsOfRefusedAllocationsAreRolledBack) {
   constexpr long kNone = std::numeric_limits<long>::max();
   int rollbacks = 0;
   const long count = RunWithRefusedAllocations(kNone, kNone, rollbacks);
@@ -226,7 +238,7 @@ TEST(Transaction, EveryPairOfRefusedAllocationsIsRolledBackOrSaidToBeBlocked) {
   EXPECT_GT(rollbacks, count);
 }
 
-TEST(Transaction, UnexpectedExceptionAtAnyOperationIsRolledBackAndNamed) {
+TEST(Transaction, UnexpectedExceptionIsRolledBackAndNamed) {
   Fixture whole;
   ASSERT_TRUE(whole.Run());
   for (const Moment& at : whole.script.Moments()) {
