@@ -411,6 +411,11 @@ std::string BrokenLaws(const RunKind& kind, const RunOutcome& outcome) {
            (moment.call == "Write" || moment.call == "Delete" || moment.call == "Move");
   });
   require(!is_backup_touched, "no backup is modified");
+  const auto made = [&](std::string_view operation) {
+    return std::ranges::find(outcome.moments, operation, &Moment::operation) !=
+           outcome.moments.end();
+  };
+  require(made("Commit") || !made("RollBack"), "only a committed file is rolled back");
   if (outcome.died) {
     return broken;
   }
