@@ -16,7 +16,7 @@ program export_demo;
 // Ends with 0 when the archive was delivered or, without drills, held back.
 
 uses
-  cthreads, Classes, SysUtils, HostFiles, Archives, HostStandIn, ScriptUnderTest, HostAgent, Programs,
+  cthreads, Classes, SysUtils, HostFiles, Archives, HostStandIn, ScriptUnderTest, HostServer, Programs,
   Installation, WaitWindow;
 
 var
@@ -189,14 +189,14 @@ begin
   Button := ParamStr(2);
   Board := ParamStr(3);
   LoadHost('tests/script/observed-host.txt');
-  StartAgent;
+  StartServer;
   ReadOptions;
   OpenBoard;
   KnowHandle;
   ShowWindows('Host stand-in - ' + ExtractFileName(UnixPath(Board)),
     UnixPath(Replaced(ProjectOfButton(Button), 'Kestrune.PrjScr', 'Kestrune_WaitForm.dfm')));
   Press;
-  StopAgent;
+  StopServer;
   if not EndedWell then
   begin
     WriteLn('the export did not end as expected: ', Stopped, Complaints.Text, Boxes.Text);

@@ -18,7 +18,7 @@ program script_tests;
 
 uses
   cthreads, Classes, SysUtils, HostFiles, Archives, HostStandIn, SecondInterpreter, ScriptUnderTest, ProbeUnderTest,
-  HostAgent, Programs, Installation, WaitWindow;
+  HostServer, Programs, Installation, WaitWindow;
 
 type
   TTest = procedure;
@@ -3031,9 +3031,9 @@ begin
   Steps := Classes.TStringList.Create;
   Local := LocalAppData;
   if Group = 'installed' then Deployed := GetEnvironmentVariable('KESTRUNE_DEPLOYED');
-  if Group <> 'made-up' then StartAgent;
+  if Group <> 'made-up' then StartServer;
   RunGroup;
-  StopAgent;
+  StopServer;
   WriteLn(Passed, ' passed, ', Failed, ' failed');
   if (Failed > 0) or (Passed = 0) then Halt(1);
 end.

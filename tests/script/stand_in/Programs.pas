@@ -42,7 +42,7 @@ var
 
 implementation
 
-uses SysUtils, HostAgent, HostFiles, Archives;
+uses SysUtils, HostServer, HostFiles, Archives;
 
 var
   Running: Classes.TStringList;      // the ids of started programs, '=' and the mode

@@ -15,7 +15,7 @@ procedure FindPlace(var Left, Top, MiddleX, MiddleY: Integer);
 
 implementation
 
-uses Classes, SysUtils, HostAgent;
+uses Classes, SysUtils, HostServer;
 
 var
   Shown: Classes.TStringList;    // what was said last about a part of the form

@@ -1,4 +1,4 @@
-#include "tests/programs/host_agent/conversation_win32.h"
+#include "tests/programs/host_server/conversation_win32.h"
 
 #include <array>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "tests/programs/host_agent/host_windows_win32.h"
+#include "tests/programs/host_server/host_windows_win32.h"
 
 #include <commctrl.h>
 

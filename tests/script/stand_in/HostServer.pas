@@ -1,6 +1,6 @@
-unit HostAgent;
+unit HostServer;
 {$mode delphi}{$H+}
-// The part of the stand-in that is a Windows program: host_agent.exe, which starts programs, sees their
+// The part of the stand-in that is a Windows program: host_server.exe, which starts programs, sees their
 // boxes, holds files open and shows windows. One of it runs as long as the tests do.
 
 interface
@@ -15,8 +15,8 @@ var
   OnProgramEvent: TProgramEvent;
 
 // Started in the project's folder, with the prefix of the tests in the environment.
-procedure StartAgent;
-procedure StopAgent;
+procedure StartServer;
+procedure StopServer;
 
 // Sends a command.
 procedure Tell(const Fields: array of string);
@@ -35,7 +35,7 @@ const
   AnswerLimit = 60000;   // milliseconds; a start under Wine on a busy machine takes seconds
 
 var
-  Agent: TProcess;
+  Server: TProcess;
   Pending: string;       // the begin of a line that has not come whole
 
 function Escaped(const Field: string): string;
@@ -64,21 +64,21 @@ begin
   end;
 end;
 
-procedure StartAgent;
+procedure StartServer;
 begin
-  Agent := TProcess.Create(nil);
-  Agent.Executable := 'tests/script/start';
-  Agent.Parameters.Add('build/release/tests/programs/host_agent.exe');
-  Agent.Options := [poUsePipes];
-  Agent.Execute;
+  Server := TProcess.Create(nil);
+  Server.Executable := 'tests/script/start';
+  Server.Parameters.Add('build/release/tests/programs/host_server.exe');
+  Server.Options := [poUsePipes];
+  Server.Execute;
 end;
 
-procedure StopAgent;
+procedure StopServer;
 begin
-  if Agent = nil then Exit;
-  Agent.CloseInput;
-  Agent.WaitOnExit;
-  FreeAndNil(Agent);
+  if Server = nil then Exit;
+  Server.CloseInput;
+  Server.WaitOnExit;
+  FreeAndNil(Server);
 end;
 
 procedure Tell(const Fields: array of string);
@@ -86,7 +86,7 @@ var
   I: Integer;
   Line: string;
 begin
-  if Agent = nil then raise Exception.Create('programs are started in the group real only');
+  if Server = nil then raise Exception.Create('programs are started in the group real only');
   Line := '';
   for I := 0 to High(Fields) do
   begin
@@ -94,7 +94,7 @@ begin
     Line := Line + Escaped(Fields[I]);
   end;
   Line := Line + #10;
-  Agent.Input.WriteBuffer(Line[1], Length(Line));
+  Server.Input.WriteBuffer(Line[1], Length(Line));
 end;
 
 // The next line, when it comes within so many milliseconds.
@@ -106,16 +106,16 @@ begin
   Waited := 0;
   while (Pos(#10, Pending) = 0) and (Waited <= Milliseconds) do
   begin
-    Count := Agent.Output.NumBytesAvailable;
+    Count := Server.Output.NumBytesAvailable;
     if Count > 0 then
     begin
       SetLength(Bytes, Count);
-      SetLength(Bytes, Agent.Output.Read(Bytes[1], Count));
+      SetLength(Bytes, Server.Output.Read(Bytes[1], Count));
       Pending := Pending + Bytes;
     end
     else
     begin
-      if not Agent.Running then raise Exception.Create('host_agent.exe ended');
+      if not Server.Running then raise Exception.Create('host_server.exe ended');
       if Waited < Milliseconds then SysUtils.Sleep(2);
       Inc(Waited, 2);
     end;
@@ -164,10 +164,10 @@ begin
       Result.Delete(0);
       Exit;
     end;
-    if not IsProgramEvent(Result) then raise Exception.Create('host_agent.exe said ' + Line);
+    if not IsProgramEvent(Result) then raise Exception.Create('host_server.exe said ' + Line);
     Result.Free;
   end;
-  raise Exception.Create('host_agent.exe did not answer to ' + Fields[0]);
+  raise Exception.Create('host_server.exe did not answer to ' + Fields[0]);
 end;
 
 procedure HandleProgramEvents(Milliseconds: Integer);
@@ -181,7 +181,7 @@ begin
   begin
     Limit := 0;
     Fields := FieldsOf(Line);
-    if not IsProgramEvent(Fields) then raise Exception.Create('host_agent.exe said ' + Line);
+    if not IsProgramEvent(Fields) then raise Exception.Create('host_server.exe said ' + Line);
     Fields.Free;
   end;
 end;

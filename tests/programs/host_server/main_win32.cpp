@@ -1,4 +1,4 @@
-// host_agent.exe: what the stand-in of the host, a Linux program, can do only from inside of
+// host_server.exe: what the stand-in of the host, a Linux program, can do only from inside of
 // Windows. It takes commands from its standard input, one a line (see conversation_win32.h), and
 // ends with it, which ends what it started:
 //
@@ -31,8 +31,8 @@
 
 #include "common/files/file_win32.h"
 #include "common/text/text.h"
-#include "tests/programs/host_agent/conversation_win32.h"
-#include "tests/programs/host_agent/host_windows_win32.h"
+#include "tests/programs/host_server/conversation_win32.h"
+#include "tests/programs/host_server/host_windows_win32.h"
 #include "tests/support/process/program_run_win32.h"
 
 namespace kestrune {
@@ -62,9 +62,9 @@ Fields PlaceFields(const RECT& place) {
           std::to_wstring(place.bottom)};
 }
 
-class Agent {
+class Server {
  public:
-  Agent() {
+  Server() {
     commands_ = {
         {L"start", [this](const Fields& f) { Start(f.at(1), f.at(2)); }},
         {L"dismiss", [this](const Fields& f) { Dismiss(f.at(1)); }},
@@ -194,6 +194,6 @@ class Agent {
 }  // namespace kestrune
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
-  kestrune::Agent().Run();
+  kestrune::Server().Run();
   return 0;
 }
