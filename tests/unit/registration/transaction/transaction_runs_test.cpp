@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "registration/transaction/global_projects.h"
 #include "tests/support/registration/model_store.h"
 #include "tests/support/registration/registration_run.h"
 #include "tests/support/registration/run_generator.h"
@@ -86,21 +87,48 @@ TEST(TransactionRuns, EveryFaultObeysTheLaws) {
   }
 }
 
-/// What holds where a process ended, and what the next run makes of it.
+/// Registers or removes K anew, planned on what is found, and checks that everything is settled.
+void CheckNextRun(ModelWorld& world, bool installs) {
+  const std::vector<Disturbance> none;
+  RunScript script(none, {});
+  RegistrationChange change = ChangeOf(KindOf("install"), script);
+  change.rcs_before = world.files.at("rcs").text;
+  change.values_before = world.values.value_or(std::vector<RegistryValue>());
+  std::wstring text;
+  ASSERT_TRUE(PlanGlobalProjects(change.values_before, L"K", installs, change.values_after, text));
+  {
+    const auto store = world.Open(script);
+    script.Begin("Next");
+    EXPECT_TRUE(RunTransaction(*store, change, text));
+  }
+  const Remains remains = world.Look();
+  EXPECT_EQ(remains.rcs, "new");
+  EXPECT_EQ(remains.security, 0U);
+  EXPECT_TRUE(
+      SameValues(remains.values.value_or(std::vector<RegistryValue>()), change.values_after));
+  EXPECT_EQ(std::ranges::count(ListText(remains.values), 'K'), installs ? 1 : 0);
+  for (const char entry : {'A', 'B'}) {
+    EXPECT_EQ(ListText(remains.values).find(entry) != std::string::npos,
+              ListText(change.values_before).find(entry) != std::string::npos);
+  }
+}
+
+/// Checks the laws where a process ended, does what the user does then, and runs again.
 void CheckAfterDeath(ModelWorld& world, const Scenario& scenario) {
-  EXPECT_TRUE(PlayLawfully(world, scenario).died) << scenario.Text();
+  SCOPED_TRACE(scenario.Text());
+  EXPECT_TRUE(PlayLawfully(world, scenario).died);
   if (!world.files.contains("rcs")) {
     // The user renames the file that holds the old text whole.
     const auto whole = std::ranges::find_if(
         world.files, [](const auto& file) { return file.second.text == "old"; });
-    ASSERT_NE(whole, world.files.end()) << scenario.Text();
+    ASSERT_NE(whole, world.files.end());
     world.files["rcs"] = whole->second;
   }
-  // The next run plans anew, on what it finds.
+  // The next run clears what is left of a dead one; its own files have other names.
   for (const char* working : {"temp", "displaced", "undone", "spare"}) {
     world.files.erase(working);
   }
-  EXPECT_EQ(world.files.at("rcs").security, 0U) << scenario.Text();
+  CheckNextRun(world, scenario.kind != "remove");
 }
 
 TEST(TransactionRuns, EveryDeathObeysTheLaws) {
@@ -154,6 +182,9 @@ TEST(TransactionRuns, PairOfFaultsNamesFirstAndBlocked) {
   ModelWorld world;
   for (const char* kind : {"install", "remove"}) {
     for (const Disturbance& first : FirstFaults(world, kind)) {
+      if (std::string_view(kind) == "remove" && first.moment.operation != "RemoveValue") {
+        continue;
+      }
       const RunOutcome single = PlayLawfully(world, {kind, {first}});
       if (single.success) {
         continue;
