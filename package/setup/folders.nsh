@@ -59,6 +59,8 @@ Function ${un}RemovePackage
   Exch $0
   Push $1
   Push $2
+  ; FileOpen sets the error flag but does not clear an older one.
+  ClearErrors
   FileOpen $1 "$0\SHA256SUMS" r
   ${IfNot} ${Errors}
     ${Do}
