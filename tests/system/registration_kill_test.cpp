@@ -34,6 +34,7 @@ constexpr int kEndedOnRequest = 99;
 constexpr DWORD kLimit = 60'000;
 /// How many ends a run of the tests tries.
 constexpr int kPoints = 200;
+constexpr int kRemovalPoints = 60;
 constexpr wchar_t kProject[] = L"C:\\Kestrune\\Runtime\\Kestrune.PrjScr";
 constexpr int kForeignProjects = 24;
 constexpr wchar_t kRecovery[] = L"DXP.RCS.recovery";
@@ -78,14 +79,27 @@ class KilledRegistration : public testing::Test {
  protected:
   void SetUp() override {
     KESTRUNE_NEEDS_DISPOSABLE_PROFILE();
-    // What an undisturbed run makes of the same beginning is the new state.
+    LearnTheNewState();
+    ASSERT_EQ(new_list_.size(), old_list_.size() + 1);
+  }
+
+  /// The new state is what an undisturbed run makes of the same beginning.
+  void LearnTheNewState() {
     Begin();
     ASSERT_EQ(RunToEnd(L""), 0) << Report();
     new_rcs_ = FileBytes(profile_->Rcs());
     new_list_ = List();
     points_ = Points();
     ASSERT_NE(new_rcs_, old_rcs_);
-    ASSERT_EQ(new_list_.size(), old_list_.size() + 1);
+  }
+
+  /// From here on a run removes: the installed state is the old one.
+  void TurnToRemoval() {
+    verb_ = L"remove";
+    old_rcs_ = new_rcs_;
+    old_list_ = new_list_;
+    LearnTheNewState();
+    ASSERT_EQ(new_list_.size() + 1, old_list_.size());
   }
 
   /// A fresh profile in the old state.
@@ -108,7 +122,7 @@ class KilledRegistration : public testing::Test {
   }
 
   [[nodiscard]] std::wstring Arguments(const std::wstring& options) const {
-    return L"install " + kestrune::Quoted(profile_->Rcs()) + L" " +
+    return verb_ + L" " + kestrune::Quoted(profile_->Rcs()) + L" " +
            kestrune::Quoted(profile_->Branch()) + L" {GUID} " + kestrune::Quoted(kProject) +
            L" --report " + kestrune::Quoted(ReportPath()) + L" " + options;
   }
@@ -181,6 +195,27 @@ class KilledRegistration : public testing::Test {
 
   /// What a user does who finds no DXP.RCS.
   void PutBack() { EXPECT_TRUE(MoveFileExW(way_back_.c_str(), profile_->Rcs().c_str(), 0)); }
+
+  /// Ends runs at so many points: the first, the last, and the others evenly between them.
+  void EndAtPoints(int ends) {
+    const int points = static_cast<int>(points_.size());
+    ASSERT_GE(points, ends);
+    int replaced = 0;
+    for (int i = 0; i < ends && !HasFailure(); ++i) {
+      const int point = 1 + i * (points - 1) / (ends - 1);
+      SCOPED_TRACE("point " + std::to_string(point));
+      Begin();
+      EXPECT_EQ(RunToEnd(L"--die-at " + std::to_wstring(point)), kEndedOnRequest);
+      EXPECT_FALSE(CheckRemains());
+      replaced += FileBytes(profile_->Rcs()) == new_rcs_ ? 1 : 0;
+      CheckNextRegistration();
+    }
+    EXPECT_GT(replaced, 0);
+    EXPECT_LT(replaced, ends);
+    EXPECT_EQ(recovery_files_, 0);
+    std::cout << "[ MEASURED ] ended at " << ends << " of " << points << " points, " << replaced
+              << " of them after the replacement of DXP.RCS\n";
+  }
 
   /// Ends a run that fails at `failing` at one point; answers whether it left the new file.
   bool EndOnTheWayBack(int failing, int point) {
@@ -255,21 +290,25 @@ class KilledRegistration : public testing::Test {
     const std::vector<RegistryValue> list = List();
     const auto ours = std::ranges::count_if(
         list, [](const RegistryValue& value) { return value.data == TextData(kProject); });
-    EXPECT_EQ(ours, 1);
+    EXPECT_EQ(ours, verb_ == L"install" ? 1 : 0);
     CheckListKeepsForeignEntries(list);
     DeleteFileW(ReportPath().c_str());
   }
 
   void CheckListKeepsForeignEntries(const std::vector<RegistryValue>& list) {
     for (const RegistryValue& foreign : old_list_) {
+      if (foreign.data == TextData(kProject)) {
+        continue;
+      }
       EXPECT_TRUE(std::ranges::any_of(list, [&](const RegistryValue& value) {
         return value.type == foreign.type && value.data == foreign.data;
       })) << kestrune::Utf8FromWide(foreign.name);
     }
   }
 
-  const std::string old_rcs_ = OldRcs();
-  const std::vector<RegistryValue> old_list_ = OldList();
+  std::wstring verb_ = L"install";
+  std::string old_rcs_ = OldRcs();
+  std::vector<RegistryValue> old_list_ = OldList();
   std::unique_ptr<TestProfile> profile_;
   /// What the backups of a run have to hold.
   std::vector<RegistryValue> enumerated_;
@@ -287,27 +326,13 @@ class KilledRegistration : public testing::Test {
 
 TEST_F(KilledRegistration, AtEveryPointTheFileIsWholeAndTheNextRunRepairsTheRest) {
   KESTRUNE_NEEDS_TIME();
-  const int points = static_cast<int>(points_.size());
-  ASSERT_GE(points, kPoints);
-  int replaced = 0;
-  // The first and the last point, and the others evenly between them.
-  for (int i = 0; i < kPoints; ++i) {
-    const int point = 1 + i * (points - 1) / (kPoints - 1);
-    SCOPED_TRACE("point " + std::to_string(point));
-    Begin();
-    EXPECT_EQ(RunToEnd(L"--die-at " + std::to_wstring(point)), kEndedOnRequest);
-    EXPECT_FALSE(CheckRemains());
-    replaced += FileBytes(profile_->Rcs()) == new_rcs_ ? 1 : 0;
-    CheckNextRegistration();
-    if (HasFailure()) {
-      break;
-    }
-  }
-  EXPECT_GT(replaced, 0);
-  EXPECT_LT(replaced, kPoints);
-  EXPECT_EQ(recovery_files_, 0);
-  std::cout << "[ MEASURED ] ended at " << kPoints << " of " << points << " points, " << replaced
-            << " of them behind the replacement of DXP.RCS\n";
+  EndAtPoints(kPoints);
+}
+
+TEST_F(KilledRegistration, RemovalLeavesAWholeFileAtEveryPoint) {
+  KESTRUNE_NEEDS_TIME();
+  ASSERT_NO_FATAL_FAILURE(TurnToRemoval());
+  EndAtPoints(kRemovalPoints);
 }
 
 TEST_F(KilledRegistration, OnTheWayBackFromEveryKindOfFailureTheSameHolds) {
