@@ -32,7 +32,7 @@ constexpr std::string_view kEnd = "End";
 /// Returns the identifier of the record that begins at `start`.
 RcsText IdentifierAt(const std::string& text, std::size_t start) {
   RcsLexer lexer(text, start);
-  lexer.Next();
+  lexer.Skip();
   return lexer.Next().In(text);
 }
 
@@ -176,7 +176,7 @@ class RcsParser {
     if (lexer.AtEnd()) {
       throw Failure{L"Invalid RCS attribute."};
     }
-    lexer.Next();
+    lexer.Skip();
     if (!IsNewName(record, name)) {
       throw Failure{L"Invalid RCS attribute."};
     }
@@ -273,7 +273,7 @@ RcsText Rcs::Attribute(const Node& node, std::string_view name) const {
     if (found) {
       return lexer.Next().In(text_);
     }
-    lexer.Next();
+    lexer.Skip();
   }
   return {};
 }

@@ -62,6 +62,19 @@ class RcsLexer {
     return Span(start, end, false, false);
   }
 
+  /// Consumes the next token like Next, without returning it.
+  void Skip() {
+    if (*position_ != kRcsQuote) {
+      SkipTo(WordEnd(position_));
+      return;
+    }
+    const char* close = FindQuote(position_ + 1);
+    while (close[1] == kRcsQuote) {
+      close = FindQuote(close + 2);
+    }
+    SkipTo(close + 1);
+  }
+
  private:
   /// The classes of a byte outside quotes; a byte can have both. The null byte after the text is
   /// not a blank and ends a word, so that no loop has to check for the text's end.
