@@ -97,12 +97,13 @@ class LayerCollector {
                  std::vector<std::string> root, Matrix matrix)
       : archive_(archive), directory_(directory), root_(std::move(root)) {
     list_.steps = matrix.steps;
+    list_.layers = std::vector<InspectedLayer>(matrix.rows.size());
+    std::size_t number = 0;
     for (MatrixRow& row : matrix.rows) {
-      if (!row.name.empty() &&
-          !by_name_.emplace(LowerAscii(row.name), list_.layers.size()).second) {
+      if (!row.name.empty() && !by_name_.emplace(LowerAscii(row.name), number).second) {
         throw Failure{L"Two layers have the same name."};
       }
-      list_.layers.push_back({std::move(row)});
+      list_.layers[number++].row = std::move(row);
     }
   }
 

@@ -8,7 +8,7 @@
 namespace kestrune {
 
 /// A matrix that is larger, or has more rows or steps, is refused.
-inline constexpr std::size_t kMostMatrixBytes = 4 * 1024 * 1024;
+inline constexpr std::size_t kMostMatrixBytes = std::size_t{4} * 1024 * 1024;
 inline constexpr std::size_t kMostMatrixRows = 4096;
 /// A value of the matrix that is longer is refused; names of layers have at most 64 characters.
 inline constexpr std::size_t kMostMatrixValue = 128;

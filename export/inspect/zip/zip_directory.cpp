@@ -129,7 +129,7 @@ class DirectoryWindow {
 
  private:
   void Refill(std::size_t count) {
-    constexpr std::size_t kPiece = 64 * 1024;
+    constexpr std::size_t kPiece = std::size_t{64} * 1024;
     if (count > left_) {
       Refuse(L"The directory of the archive is damaged.");
     }
