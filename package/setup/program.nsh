@@ -127,6 +127,7 @@ FunctionEnd
 
 ; Puts registration.ini back as un.KeepSettings kept it, in this removal or in one that was ended.
 Function ${un}RestoreSettings
+  Delete "$DataFolder\${KEPT_SETTINGS}.incoming"
   ${If} ${FileExists} "$DataFolder\${NO_SETTINGS}"
     Delete "$DataFolder\registration.ini"
     Delete "$DataFolder\${NO_SETTINGS}"

@@ -16,16 +16,23 @@ Function un.FindProgram
   ${EndIf}
 FunctionEnd
 
-; Keeps registration.ini as it is, for RestoreSettings.
+; Keeps registration.ini as it is, for RestoreSettings; sets the error flag when that fails. The copy
+; gets its name when it is whole, since a removal that was ended while copying is restored from it.
 Function un.KeepSettings
   CreateDirectory "$DataFolder"
+  ClearErrors
   ${If} ${FileExists} "$DataFolder\registration.ini"
-    System::Call 'kernel32::CopyFileW(w "$DataFolder\registration.ini", w "$DataFolder\${KEPT_SETTINGS}", i 0)'
+    System::Call 'kernel32::CopyFileW(w "$DataFolder\registration.ini", w "$DataFolder\${KEPT_SETTINGS}.incoming", i 0) i .r0'
+    ${If} $0 <> 0
+      System::Call 'kernel32::MoveFileExW(w "$DataFolder\${KEPT_SETTINGS}.incoming", w "$DataFolder\${KEPT_SETTINGS}", i 1) i .r0'
+    ${EndIf}
+    ${If} $0 = 0
+      SetErrors
+    ${EndIf}
   ${Else}
     FileOpen $0 "$DataFolder\${NO_SETTINGS}" w
     FileClose $0
   ${EndIf}
-  ClearErrors
 FunctionEnd
 
 ; A host may have written its first Change record after the installation. What the removal lets
@@ -35,7 +42,10 @@ Function un.LetChangeThroughForNow
   Call un.LookForChangeRecords
   ${If} $ChangeRefused = 1
     Call un.KeepSettings
-    Call un.LetChangeThrough
+    ${IfNot} ${Errors}
+      Call un.LetChangeThrough
+    ${EndIf}
+    ClearErrors
   ${EndIf}
 FunctionEnd
 

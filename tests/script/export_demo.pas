@@ -11,7 +11,7 @@ program export_demo;
 //   --archive           the bytes that the host writes instead of an archive of its own making
 //   --photos            asks for screenshots through files in this folder: NAME.please is answered by
 //                       NAME.taken
-//   --without-drills    the host leaves the drills out, and the user answers No to what the check asks
+//   --without-drills    the host writes no drills, and the user chooses No in the box of the check
 //
 // Ends with 0 when the archive was delivered or, without drills, held back.
 

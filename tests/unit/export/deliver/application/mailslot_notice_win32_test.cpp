@@ -57,7 +57,7 @@ KernelHandle OpenListener(DWORD process_id) {
       OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
 }
 
-/// Answers about a listener as told.
+/// Reports the log-on session and the user of a listener that a test chose.
 class ScriptedListener final : public SystemCalls {
  public:
   BOOL GetSession(DWORD process_id, DWORD* session) override {
