@@ -156,6 +156,7 @@ TEST(CommandLine, FinalizeAutoTakesOnlyPositiveSpacing) {
 
 TEST(CommandLine, PositionWindowReadsDecimalHandles) {
   EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--position-window", L"1"})));
+  EXPECT_TRUE(Is<UnknownCommand>(Parse({L"--position-window", L"1", L"2", L"3"})));
   const auto handles = [](const wchar_t* target) {
     return std::get<PositionWindowCommand>(Parse({L"--position-window", target, L"7"}));
   };

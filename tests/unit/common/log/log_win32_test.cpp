@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <optional>
+#include <thread>
 
 #include "common/files/file_win32.h"
 #include "common/text/path.h"
@@ -14,6 +15,7 @@
 namespace kestrune {
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -114,7 +116,8 @@ TEST_F(LogTest, LeavesTheLastErrorAsItWas) {
 TEST_F(LogTest, AnEntryIsLostWhileAnotherWriterHasTheLog) {
   WriteLogEntry(RealCalls(), L"kept");
   {
-    const FileHandle writer = HoldOpen(folders_.log, GENERIC_WRITE, FILE_SHARE_READ);
+    const FileHandle writer =
+        HoldOpen(folders_.log, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
     SetLastError(1234);
     WriteLogEntry(RealCalls(), L"lost");
     EXPECT_EQ(GetLastError(), 1234U);
@@ -129,6 +132,25 @@ TEST_F(LogTest, AReaderDoesNotStopIt) {
       HoldOpen(folders_.log, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
   WriteLogEntry(RealCalls(), L"b");
   EXPECT_THAT(Log(), ElementsAre("Stage: a", "Stage: b"));
+}
+
+TEST_F(LogTest, EightWritersWriteCompleteLines) {
+  std::vector<std::thread> writers;
+  for (int i = 0; i < 8; ++i) {
+    writers.emplace_back([] {
+      for (int entry = 0; entry < 200; ++entry) {
+        SystemCalls calls;
+        WriteLogEntry(calls, L"Writer", std::wstring(400, L'x'));
+      }
+    });
+  }
+  for (std::thread& writer : writers) {
+    writer.join();
+  }
+  const std::vector<std::string> entries = Log();
+  EXPECT_THAT(entries, Each("Stage: Writer | " + std::string(400, 'x')));
+  // Simultaneous writers may drop entries, but most are written.
+  EXPECT_GT(entries.size(), 100U);
 }
 
 TEST_F(LogTest, AFolderThatCannotBeMadeLosesTheEntryOnly) {
