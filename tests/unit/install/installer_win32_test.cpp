@@ -187,7 +187,7 @@ TEST_F(InstallerTest, UnreadableStateFailsItsInstance) {
   ExpectFailed(host, L"Registry value exceeds safe limit.");
 }
 
-TEST_F(InstallerTest, ListThatCannotBePlannedIsNotInstalled) {
+TEST_F(InstallerTest, UnplannableListIsNotInstalled) {
   const MadeInstance host = MakeHost(UsedHost(1, 24));
   RegSetKeyValueW(HKEY_CURRENT_USER, host.ProjectsKey().c_str(), L"Item1000010", REG_SZ, L"x", 4);
   ExpectStatus(10, host);

@@ -528,7 +528,7 @@ class DyingInstallation : public FileInstallation {
  protected:
   static constexpr std::uint64_t kOwnTime = kManifestTime + 36'000'000'000;
 
-  /// The package's manifest gives an earlier time than the source file has itself.
+  /// Writes a manifest with an earlier time than the source file has itself.
   void SetUp() override {
     FileInstallation::SetUp();
     if (HasFatalFailure() || IsSkipped()) {
@@ -576,7 +576,7 @@ TEST_F(DyingInstallation, LeavesUpdatedTargetOlderThanAnyPackage) {
   DieEverywhere([&] { PutOldTarget(); }, RunsUnderWine() ? 6 : 0);
 }
 
-TEST_F(FileInstallation, ACopyBeginsAtTheStartOfBoth) {
+TEST_F(FileInstallation, ACopyStartsAtPositionZero) {
   PutOldTarget();
   const FileHandle from = HoldOpen(source_, GENERIC_READ, FILE_SHARE_READ);
   const FileHandle to = HoldOpen(target_, GENERIC_READ | GENERIC_WRITE, 0);
