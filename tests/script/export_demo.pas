@@ -9,8 +9,8 @@ program export_demo;
 //   CUSTOMIZATION_FILE  of the host, with the button (a path of Windows)
 //   BOARD               the board in front (a path of Windows)
 //   --archive           the bytes that the host writes instead of an archive of its own making
-//   --photos            asks for screenshots through files in this folder: NAME.please is answered by
-//                       NAME.taken
+//   --photos            requests screenshots through files in this folder: the caller creates NAME.taken
+//                       after NAME.please
 //   --without-drills    the host writes no drills, and the user chooses No in the box of the check
 //
 // Ends with 0 when the archive was delivered or, without drills, held back.
@@ -164,9 +164,6 @@ end;
 procedure Press;
 begin
   LoadScript;
-  StartProgram := Programs.Start;
-  ProgramRuns := Programs.AnyRuns;
-  HostStandIn.LetProgramsRun := Programs.LetProgramsRun;
   BeforeStart := BeforeProgram;
   OnProgramBox := ShowProgramBox;
   OnMessages := Watch;

@@ -8,7 +8,7 @@ interface
 uses Classes;
 
 type
-  // How an archive of this host is bad: what is missing, or why nobody can read it.
+  // The defect of an archive of this host: what is missing, or why it cannot be read.
   TFlaw = (Flawless, WithoutDrills, WithoutInnerCopper, EmptySilkscreen, WithoutKeepOut, EmptyKeepOut,
     WithoutDrillDrawing, EmptyDrillDrawing, ForeignCompression, CutEnd);
 
@@ -29,7 +29,7 @@ type
     function Bytes: string;
   end;
 
-// What Kestrune.exe --inspect writes about an archive of this host.
+// Returns what Kestrune.exe --inspect writes about an archive of this host.
 function ListOfLayers(const Zip: string): string;
 
 implementation
@@ -126,7 +126,7 @@ begin
   for I := Size - 1 downto 0 do Result := Result * 256 + Ord(Text[At + I]);
 end;
 
-// The files of an archive, 'name=content'; nothing when it is cut or packed otherwise.
+// Returns the files of an archive as 'name=content'; none when it is truncated or compressed.
 function FilesOf(const Zip: string): Classes.TStringList;
 var
   At, Size: Integer;

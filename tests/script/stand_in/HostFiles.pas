@@ -2,8 +2,8 @@ unit HostFiles;
 {$mode delphi}{$H+}
 // The files of the host's Windows as this Linux program reaches them: drive letters and network
 // shares are mapped into the Wine prefix, text files are read and written in code page 1252, as the
-// host's script engine does, and a file that is held open cannot be deleted. What fails while a file is
-// created stops the interpreter, where the host is known to do so.
+// host's script engine does, and a file that is held open cannot be deleted. An error while a file is
+// created stops the interpreter in hosts that are known to do so.
 
 interface
 
@@ -69,7 +69,7 @@ procedure WriteBytes(const Path, Bytes: string);
 function AnsiToUtf8Text(const Bytes: string): string;
 function Utf8ToAnsiText(const Text: string): string;
 procedure RemoveTree(const Path: string);
-procedure ListFiles(const Path: string; List: Classes.TStrings);
+function FilesIn(const Folder: string): string;
 
 implementation
 
@@ -124,27 +124,22 @@ begin
     and Fits(Copy(Name, 2, Length(Name)), Copy(Pattern, 2, Length(Pattern)));
 end;
 
-// The host's answers were seen with names in capitals.
+// Hosts were seen to return names in capitals; this one keeps their case.
 procedure FindFiles(const Folder, Pattern: string; Attributes: Integer; Recursive: Boolean;
   List: Classes.TStrings);
 var
   Entry: TSearchRec;
-  All: string;
 begin
-  All := Pattern;
-  if All = '*.*' then All := '*';
-  if SysUtils.FindFirst(IncludeTrailingPathDelimiter(UnixPath(Folder)) + '*', 63, Entry) = 0 then
-  begin
-    repeat
-      if (Entry.Attr and faDirectory) <> 0 then
-      begin
-        if Recursive and (Entry.Name <> '.') and (Entry.Name <> '..') then
-          FindFiles(Folder + '\' + Entry.Name, Pattern, Attributes, True, List);
-      end
-      else if Fits(Entry.Name, All) then List.Add(Folder + '\' + Entry.Name);
-    until FindNext(Entry) <> 0;
-    FindClose(Entry);
-  end;
+  if SysUtils.FindFirst(UnixPath(Folder) + '/*', 63, Entry) <> 0 then Exit;
+  repeat
+    if (Entry.Name = '.') or (Entry.Name = '..') then Continue;
+    if (Entry.Attr and faDirectory) = 0 then
+    begin
+      if (Pattern = '*.*') or Fits(Entry.Name, Pattern) then List.Add(Folder + '\' + Entry.Name);
+    end
+    else if Recursive then FindFiles(Folder + '\' + Entry.Name, Pattern, Attributes, True, List);
+  until FindNext(Entry) <> 0;
+  FindClose(Entry);
 end;
 
 function DeleteFile(const Path: string): Boolean;
@@ -257,32 +252,28 @@ end;
 procedure RemoveTree(const Path: string);
 var
   Entry: TSearchRec;
-  Folder: string;
 begin
-  Folder := IncludeTrailingPathDelimiter(UnixPath(Path));
-  if FindFirst(Folder + '*', faAnyFile, Entry) = 0 then
+  if FindFirst(UnixPath(Path) + '/*', faAnyFile, Entry) = 0 then
   begin
     repeat
-      if (Entry.Name <> '.') and (Entry.Name <> '..') then
-        if (Entry.Attr and faDirectory) <> 0 then RemoveTree(Path + '\' + Entry.Name)
-        else SysUtils.DeleteFile(Folder + Entry.Name);
+      if (Entry.Name = '.') or (Entry.Name = '..') then Continue;
+      if (Entry.Attr and faDirectory) <> 0 then RemoveTree(Path + '\' + Entry.Name)
+      else SysUtils.DeleteFile(UnixPath(Path + '\' + Entry.Name));
     until FindNext(Entry) <> 0;
     FindClose(Entry);
   end;
-  RemoveDir(ExcludeTrailingPathDelimiter(Folder));
+  RemoveDir(UnixPath(Path));
 end;
 
-procedure ListFiles(const Path: string; List: Classes.TStrings);
+// Returns the paths of a folder's files, a line for each.
+function FilesIn(const Folder: string): string;
 var
-  Entry: TSearchRec;
+  Found: Classes.TStringList;
 begin
-  if FindFirst(IncludeTrailingPathDelimiter(UnixPath(Path)) + '*', faAnyFile, Entry) = 0 then
-  begin
-    repeat
-      if (Entry.Attr and faDirectory) = 0 then List.Add(Entry.Name);
-    until FindNext(Entry) <> 0;
-    FindClose(Entry);
-  end;
+  Found := Classes.TStringList.Create;
+  FindFiles(Folder, '*', faAnyFile, False, Found);
+  Result := Found.Text;
+  Found.Free;
 end;
 
 constructor TStringList.Create;

@@ -1,7 +1,7 @@
 unit HostServer;
 {$mode delphi}{$H+}
-// The part of the stand-in that is a Windows program: host_server.exe, which starts programs, sees their
-// boxes, holds files open and shows windows. One of it runs as long as the tests do.
+// The connection to the part of the stand-in that is a Windows program: host_server.exe, which starts
+// programs, finds their boxes, holds files open and shows windows. One instance runs during all tests.
 
 interface
 
@@ -21,7 +21,7 @@ procedure StopServer;
 // Sends a command.
 procedure Tell(const Fields: array of string);
 
-// Sends a command and returns the answer of this name, its fields without the name.
+// Sends a command, waits for the reply of this name, and returns its fields without the name.
 function Ask(const Fields: array of string; const Answer: string): Classes.TStringList;
 
 // Handles what started programs did. Waits for the first event, at most so many milliseconds.
@@ -36,7 +36,7 @@ const
 
 var
   Server: TProcess;
-  Pending: string;       // the begin of a line that has not come whole
+  Pending: string;       // the beginning of a line whose rest has not arrived
 
 function Escaped(const Field: string): string;
 begin
@@ -97,7 +97,7 @@ begin
   Server.Input.WriteBuffer(Line[1], Length(Line));
 end;
 
-// The next line, when it comes within so many milliseconds.
+// Reads the next line; False when it does not arrive within so many milliseconds.
 function ReadLine(Milliseconds: Integer; var Line: string): Boolean;
 var
   Waited, Count: Integer;
@@ -139,7 +139,7 @@ begin
   end;
 end;
 
-// Whether these fields are an event of a program, which then is handled.
+// Returns whether these fields are an event of a program, and handles it.
 function IsProgramEvent(Fields: Classes.TStringList): Boolean;
 var
   Id: string;

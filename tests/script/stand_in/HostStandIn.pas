@@ -1,11 +1,11 @@
 unit HostStandIn;
 {$mode delphi}{$H+}
 // The host's scripting interface as far as the script uses it, with the host's names, parameters and
-// ways of failing. Every call goes into Calls; a member that the host's version does not have, and
-// every question about unsaved changes that the script provokes, goes into Complaints.
+// failures. Every call is added to Calls. A member that the host's version does not have, and every
+// question about unsaved changes that the script causes, is added to Complaints.
 //
-// Where hosts differ, a report of one decides (LoadHost). What the interpreter of a host cannot catch
-// ends the script's thread where it is: neither its Except nor its Finally runs (StopInterpreter).
+// Where hosts differ, a report of one decides (LoadHost). An error that the interpreter of a host cannot
+// catch ends the script's thread at once, without its Except and Finally (StopInterpreter).
 
 interface
 
@@ -62,7 +62,7 @@ type
     function ChildBoard: IPCB_Board;
   end;
 
-  // What an iterator answers: any object, which the variable's type must fit.
+  // The result of an iterator: any object, which must have the type of the variable.
   TAnyObject = record
     Item: IPCB_Primitive;
     class operator Implicit(const A: TAnyObject): IPCB_Primitive;
@@ -270,7 +270,7 @@ var
   GivenArchive: string;     // what the host writes instead of its own archive
   Flaw: TFlaw;              // of the archives that the host writes
   CloseDoesNothing, CloseFails, LookingFails, OpenDoesNothing, ProjectsAreListed, Quitting: Boolean;
-  NeverUnloads: string;         // the end of a path whose document stays loaded, whatever closes it
+  NeverUnloads: string;         // part of a path whose document stays loaded when it is closed
   AppDataFolder, TempFolder, ScriptProject: string;
   AnswerSave, AnswerNoYes: Integer;
   OnMessages, OnGenerate, OnQuestion: TMoment;
@@ -302,7 +302,7 @@ procedure LoadHost(const FileName: string);
 procedure RunInInterpreter(Entry: TMoment);
 procedure StopInterpreter(const Why: string);
 procedure PutInFront(Document: IServerDocument);
-procedure CloseByUser(Document: IServerDocument);
+procedure Unload(Document: IServerDocument);
 procedure ResetHost;
 function Called(const Mark: string): Integer;
 
@@ -386,8 +386,8 @@ begin
   Result := 0;
 end;
 
-// A thread ends without any handler of the script. A script that the script's own messages start runs
-// inside of the first one, as in the host.
+// Runs the script in a thread, which can be ended without any handler of the script. A script that is
+// started while the first one handles messages runs inside it, as in the host.
 procedure RunInInterpreter(Entry: TMoment);
 begin
   if InInterpreter then
@@ -410,7 +410,7 @@ begin
   if not InInterpreter then raise Exception.Create(Why);
   Stopped := Why;
   Call('STOPPED ' + Why);
-  // What the script held is gone with its interpreter.
+  // The interpreter frees all that the script held.
   OpenIterators := 0;
   OpenObjectLists := 0;
   OpenLists := 0;
@@ -1228,11 +1228,6 @@ begin
   else if FrontDocument = Document then FrontDocument := nil;
 end;
 
-procedure CloseByUser(Document: IServerDocument);
-begin
-  Unload(Document);
-end;
-
 procedure TClient.CloseDocument(Document: IServerDocument);
 begin
   Document.Use('IClient.CloseDocument');
@@ -1355,27 +1350,29 @@ begin
   if Document <> nil then Result := Document.Loaded;
 end;
 
-// Adds a board and all that are embedded in it.
-procedure AddWithChildren(Board: IPCB_Board; List: Contnrs.TObjectList);
+// Adds a board and all that are embedded in it, and the objects of all of them.
+procedure AddWithChildren(Board: IPCB_Board; Found, Objects: Contnrs.TObjectList);
 var
   I: Integer;
 begin
-  if (Board = nil) or (List.IndexOf(Board) >= 0) then Exit;
-  List.Add(Board);
+  if (Board = nil) or (Found.IndexOf(Board) >= 0) then Exit;
+  Found.Add(Board);
   for I := 0 to Board.Objects.Count - 1 do
-    if TObject(Board.Objects[I]) is IPCB_EmbeddedBoard then
-      AddWithChildren(IPCB_EmbeddedBoard(Board.Objects[I]).Loaded, List);
+  begin
+    Objects.Add(Board.Objects[I]);
+    if Board.Objects[I] is IPCB_EmbeddedBoard then
+      AddWithChildren(IPCB_EmbeddedBoard(Board.Objects[I]).Loaded, Found, Objects);
+  end;
 end;
 
-// The boards whose copy is exported: the copy has the content of the original.
-function ExportedBoards(const Content: string): Contnrs.TObjectList;
+// Finds the boards whose copy is exported, and their objects: the copy has the content of the original.
+procedure FindExported(const Content: string; Found, Objects: Contnrs.TObjectList);
 var
   I: Integer;
 begin
-  Result := Contnrs.TObjectList.Create(False);
   for I := Boards.Count - 1 downto 0 do
-    if (Result.Count = 0) and (IPCB_Board(Boards[I]).FContent = Content) then
-      AddWithChildren(IPCB_Board(Boards[I]), Result);
+    if (Found.Count = 0) and (IPCB_Board(Boards[I]).FContent = Content) then
+      AddWithChildren(IPCB_Board(Boards[I]), Found, Objects);
 end;
 
 function HasCopper(List: Contnrs.TObjectList; Id, OldId: Integer): Boolean;
@@ -1401,32 +1398,28 @@ begin
       Result := True;
 end;
 
-// Whether there is a track on a layer.
-function IsDrawn(List: Contnrs.TObjectList; Layer: Integer): Boolean;
+// Returns whether there is a track on a layer.
+function IsDrawn(Objects: Contnrs.TObjectList; Layer: Integer): Boolean;
 var
-  I, J: Integer;
+  I: Integer;
 begin
   Result := False;
-  for I := 0 to List.Count - 1 do
-    for J := 0 to IPCB_Board(List[I]).Objects.Count - 1 do
-      with IPCB_Primitive(IPCB_Board(List[I]).Objects[J]) do
-        if (ObjectId = eTrackObject) and (LayerNumber = Layer) then Result := True;
+  for I := 0 to Objects.Count - 1 do
+    with IPCB_Primitive(Objects[I]) do
+      if (ObjectId = eTrackObject) and (LayerNumber = Layer) then Result := True;
 end;
 
-function HasHole(List: Contnrs.TObjectList; Plated: Boolean): Boolean;
+function HasHole(Objects: Contnrs.TObjectList; Plated: Boolean): Boolean;
 var
-  I, J: Integer;
-  Item: TObject;
+  I: Integer;
 begin
   Result := False;
-  for I := 0 to List.Count - 1 do
-    for J := 0 to IPCB_Board(List[I]).Objects.Count - 1 do
-    begin
-      Item := IPCB_Board(List[I]).Objects[J];
-      if (Item is IPCB_Via) and Plated then Result := True;
-      if Item is IPCB_Pad then
-        if (IPCB_Pad(Item).Hole > 0) and (IPCB_Pad(Item).IsPlated = Plated) then Result := True;
-    end;
+  for I := 0 to Objects.Count - 1 do
+  begin
+    if (Objects[I] is IPCB_Via) and Plated then Result := True;
+    if Objects[I] is IPCB_Pad then
+      if (IPCB_Pad(Objects[I]).Hole > 0) and (IPCB_Pad(Objects[I]).IsPlated = Plated) then Result := True;
+  end;
 end;
 
 // The number in 'PlotMidLayer3Plot'; 0 for a key that does not begin so.
@@ -1453,22 +1446,22 @@ begin
     Archive.AddLayer('SIGNAL', 'bottom_layer', True);
 end;
 
-procedure AddOtherLayer(Archive: TArchive; const Key: string; List: Contnrs.TObjectList);
+procedure AddOtherLayer(Archive: TArchive; const Key: string; List, Objects: Contnrs.TObjectList);
 var
   Mechanical: Integer;
 begin
-  if Key = 'PlotTopOverlayPlot' then Archive.AddLayer('SILK_SCREEN', 'top_overlay', IsDrawn(List, eTopOverlay));
+  if Key = 'PlotTopOverlayPlot' then Archive.AddLayer('SILK_SCREEN', 'top_overlay', IsDrawn(Objects, eTopOverlay));
   if Key = 'PlotBottomOverlayPlot' then
-    Archive.AddLayer('SILK_SCREEN', 'bottom_overlay', IsDrawn(List, eBottomOverlay));
-  if Key = 'PlotTopPastePlot' then Archive.AddLayer('SOLDER_PASTE', 'top_paste', IsDrawn(List, eTopPaste));
+    Archive.AddLayer('SILK_SCREEN', 'bottom_overlay', IsDrawn(Objects, eBottomOverlay));
+  if Key = 'PlotTopPastePlot' then Archive.AddLayer('SOLDER_PASTE', 'top_paste', IsDrawn(Objects, eTopPaste));
   if Key = 'PlotBottomPastePlot' then
-    Archive.AddLayer('SOLDER_PASTE', 'bottom_paste', IsDrawn(List, eBottomPaste));
-  if Key = 'PlotTopSolderPlot' then Archive.AddLayer('SOLDER_MASK', 'top_solder', IsDrawn(List, eTopSolder));
+    Archive.AddLayer('SOLDER_PASTE', 'bottom_paste', IsDrawn(Objects, eBottomPaste));
+  if Key = 'PlotTopSolderPlot' then Archive.AddLayer('SOLDER_MASK', 'top_solder', IsDrawn(Objects, eTopSolder));
   if Key = 'PlotBottomSolderPlot' then
-    Archive.AddLayer('SOLDER_MASK', 'bottom_solder', IsDrawn(List, eBottomSolder));
-  if (Key = 'PlotPTHPair0_Plot') and HasHole(List, True) then
+    Archive.AddLayer('SOLDER_MASK', 'bottom_solder', IsDrawn(Objects, eBottomSolder));
+  if (Key = 'PlotPTHPair0_Plot') and HasHole(Objects, True) then
     Archive.AddLayer('DRILL', 'drill_plated_bottom_layer-top_layer', True);
-  if (Key = 'PlotNPTHPair0_Plot') and HasHole(List, False) then
+  if (Key = 'PlotNPTHPair0_Plot') and HasHole(Objects, False) then
     Archive.AddLayer('DRILL', 'drill_non-plated_bottom_layer-top_layer', True);
   if Key = 'PlotKeepOutLayerPlot' then Archive.AddLayer('DOCUMENT', 'keep-out_layer', True);
   if Key = 'PlotDrillDrawingPair0_Plot' then Archive.AddLayer('DOCUMENT', 'drill_drawing', True);
@@ -1484,14 +1477,16 @@ end;
 function OdbArchive(Fields: Classes.TStringList; Project: IProject): string;
 var
   Archive: TArchive;
-  List: Contnrs.TObjectList;
+  List, Objects: Contnrs.TObjectList;
   I: Integer;
   Text, Key, Path: string;
 begin
   Archive := TArchive.Create;
   Archive.Flaw := Flaw;
   Text := '';
-  List := ExportedBoards(ContentOf(ExtractFilePath(Project.Path) + 'Bridge.PcbDoc'));
+  List := Contnrs.TObjectList.Create(False);
+  Objects := Contnrs.TObjectList.Create(False);
+  FindExported(ContentOf(ExtractFilePath(Project.Path) + 'Bridge.PcbDoc'), List, Objects);
   for I := 0 to Fields.Count - 1 do
   begin
     Key := Fields.Names[I];
@@ -1499,7 +1494,7 @@ begin
     if Pos('Plot_V7_', Key) = 1 then Key := Fields.Values[Key + '_name'];
     Text := Text + Key + #10;
     AddCopperLayer(Archive, Key, List);
-    AddOtherLayer(Archive, Key, List);
+    AddOtherLayer(Archive, Key, List, Objects);
   end;
   for I := 0 to Project.Members.Count - 1 do
   begin
@@ -1510,6 +1505,7 @@ begin
   Result := Archive.Bytes;
   Archive.Free;
   List.Free;
+  Objects.Free;
 end;
 
 // Begins to write the archive; what is missing comes while the host handles messages.
@@ -1633,24 +1629,26 @@ begin
   Result := 'error ' + IntToStr(Code);
 end;
 
+procedure ShowBox(const Member, Kind, Text: string);
+begin
+  Enter(Member);
+  Call('box ' + Kind + ': ' + Text);
+  Boxes.Add(Kind + ': ' + Text);
+end;
+
 procedure ShowError(const Text: string);
 begin
-  Enter('ShowError');
-  Call('box error: ' + Text);
-  Boxes.Add('error: ' + Text);
+  ShowBox('ShowError', 'error', Text);
 end;
 
 procedure ShowWarning(const Text: string);
 begin
-  Enter('ShowWarning');
-  Call('box warning: ' + Text);
-  Boxes.Add('warning: ' + Text);
+  ShowBox('ShowWarning', 'warning', Text);
 end;
 
 procedure ShowInfo(const Text: string);
 begin
-  Enter('ShowInfo');
-  Boxes.Add('info: ' + Text);
+  ShowBox('ShowInfo', 'info', Text);
 end;
 
 procedure Ask(const Text: string);

@@ -1,19 +1,19 @@
 unit Installation;
 {$mode delphi}{$H+}
-// Where the prefix has the user's folders, and what the installer left in a host.
+// Finds the user's folders in the prefix, and reads what the installer wrote into a host.
 
 interface
 
-// The user's local application data, as a path of Windows.
+// Returns the user's local application data, as a path of Windows.
 function LocalAppData: string;
 
-// The script project that the toolbar button in this customization file names.
+// Returns the script project that the toolbar button in this customization file names.
 function ProjectOfButton(const CustomizationFile: string): string;
 
-// The content of a file of the prefix; empty when it is not there.
+// Returns the content of a file of the prefix; empty when it is not there.
 function Contents(const Path: string): string;
 
-// The content of a file of this machine.
+// Returns the content of a file of this machine.
 function FileOfMachine(const Path: string): string;
 
 implementation

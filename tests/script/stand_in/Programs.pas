@@ -1,8 +1,8 @@
 unit Programs;
 {$mode delphi}{$H+}
-// Starts of Kestrune.exe: the real one under Wine, or answers made up here: for what the real one cannot
-// be brought to do on this machine (a full disk, a missing profile, silence), and where a test runs
-// hundreds of exports (Simulated).
+// Starts Kestrune.exe: the real one under Wine, or one that is simulated here, for conditions that the
+// real one cannot be brought into on this machine (a full disk, a missing profile, no reply at all), and
+// for tests that run hundreds of exports.
 
 interface
 
@@ -18,7 +18,7 @@ var
   Answers: TAnswers;
   LogLine: string;          // what a failing preparation leaves in the log; may be empty
   InspectAnswer: string;    // the list of layers instead of the real one
-  WaitAnswer: string;       // what the wait for the archive answers instead of the real one
+  WaitAnswer: string;       // the result of the wait for the archive instead of the real one
   BeforeStart: TBeforeStart;
   SlowPrepare: Boolean;     // a simulated preparation ends only with FinishPreparation
   SlowDelivery: Boolean;    // a delivery says that it ended only with FinishDelivery
@@ -31,18 +31,16 @@ var
 procedure ResetPrograms;
 function Start(const CommandLine: string): Integer;
 function AnyRuns: Boolean;
-procedure LetProgramsRun(Milliseconds: Integer);
 function WaitForAll: Boolean;
 procedure FinishPreparation;
 procedure FinishDelivery;
-procedure SplitCommandLine(const CommandLine: string; Arguments: TStrings);
 
 var
   LogPath, RuntimeFolder, TempFolderOfProgram: string;
 
 implementation
 
-uses SysUtils, HostServer, HostFiles, Archives;
+uses SysUtils, HostServer, HostFiles, HostStandIn, Archives;
 
 var
   Running: Classes.TStringList;      // the ids of started programs, '=' and the mode
@@ -113,13 +111,18 @@ begin
   Answer.Free;
 end;
 
-procedure Log(const Stage: string);
+procedure AddToLog(const Line: string);
 var
   Old: string;
 begin
   Old := '';
   if FileExists(LogPath) then Old := ReadBytes(LogPath);
-  WriteBytes(LogPath, Old + '[2026-3-7 9:5:2] Stage: ' + Stage + #13#10);
+  WriteBytes(LogPath, Old + Line + #13#10);
+end;
+
+procedure Log(const Stage: string);
+begin
+  AddToLog('[2026-3-7 9:5:2] Stage: ' + Stage);
 end;
 
 function LinesOf(const Path: string): Classes.TStringList;
@@ -212,13 +215,17 @@ begin
   end;
 end;
 
-// The list of layers of whatever archive is there.
+// Writes the list of an archive's layers, whichever program made it.
 procedure SimulateInspection(const Arguments: TStrings);
+var
+  Problem: string;
 begin
+  Problem := '';
+  if not FileExists(Arguments[2]) then Problem := 'The archive is not there.';
   if (OpenFiles.IndexOf(Arguments[2]) >= 0) and not OpenFilesAreRead then
-    WriteBytes(Arguments[3], 'VERSION=1'#13#10'ERROR=The archive could not be opened.'#13#10'END'#13#10)
-  else if FileExists(Arguments[2]) then WriteBytes(Arguments[3], ListOfLayers(ReadBytes(Arguments[2])))
-  else WriteBytes(Arguments[3], 'VERSION=1'#13#10'ERROR=The archive is not there.'#13#10'END'#13#10);
+    Problem := 'The archive could not be opened.';
+  if Problem = '' then WriteBytes(Arguments[3], ListOfLayers(ReadBytes(Arguments[2])))
+  else WriteBytes(Arguments[3], 'VERSION=1'#13#10'ERROR=' + Problem + #13#10'END'#13#10);
 end;
 
 procedure Simulate(const Arguments: TStrings);
@@ -241,9 +248,7 @@ end;
 procedure Fail(const Arguments: TStrings);
 begin
   if Arguments[1] <> '--prepare' then Exit;
-  if LogLine <> '' then
-    if FileExists(LogPath) then WriteBytes(LogPath, ReadBytes(LogPath) + LogLine + #13#10)
-    else WriteBytes(LogPath, LogLine + #13#10);
+  if LogLine <> '' then AddToLog(LogLine);
   WriteBytes(Arguments[5], 'ERROR'#13#10);
 end;
 
@@ -287,11 +292,6 @@ begin
   Result := Running.Count > 0;
 end;
 
-procedure LetProgramsRun(Milliseconds: Integer);
-begin
-  HandleProgramEvents(Milliseconds);
-end;
-
 function WaitForAll: Boolean;
 var
   Turn: Integer;
@@ -299,7 +299,7 @@ begin
   Turn := 0;
   while AnyRuns and (Turn < 1500) do
   begin
-    LetProgramsRun(100);
+    HandleProgramEvents(100);
     Inc(Turn);
   end;
   Result := not AnyRuns;
@@ -311,4 +311,7 @@ initialization
   Ends := Classes.TStringList.Create;
   ProgramBoxes := Classes.TStringList.Create;
   OnProgramEvent := NoteProgram;
+  StartProgram := Start;
+  ProgramRuns := AnyRuns;
+  LetProgramsRun := HandleProgramEvents;
 end.

@@ -1,7 +1,7 @@
 unit WaitWindow;
 {$mode delphi}{$H+}
-// The host's window and the script's form as windows that one can see: the form as the package's .dfm
-// describes it, with what the script puts into it.
+// Shows the host's window and the script's form on the screen: the form as the package's .dfm describes
+// it, with the texts and values that the script assigns.
 
 interface
 
@@ -10,7 +10,7 @@ uses HostStandIn;
 // Shows the host's window and creates the form; from then on each repaint of the form is seen.
 procedure ShowWindows(const Title, FormFile: string);
 
-// Where the form is on the screen, and the middle of the screen's work area.
+// Returns the place of the form on the screen, and the middle of the screen's work area.
 procedure FindPlace(var Left, Top, MiddleX, MiddleY: Integer);
 
 implementation
@@ -18,9 +18,9 @@ implementation
 uses Classes, SysUtils, HostServer;
 
 var
-  Shown: Classes.TStringList;    // what was said last about a part of the form
+  Shown: Classes.TStringList;    // what was sent last about each part of the form
 
-// The value of a property in lines of a .dfm, or what is given for one that is not there.
+// Returns the value of a property in lines of a .dfm, or Missing when it is absent.
 function Value(Lines: Classes.TStringList; First: Integer; const Name, Missing: string): string;
 var
   I: Integer;
@@ -59,7 +59,7 @@ begin
     Value(Lines, First, 'Height', ''), Bold, Text(Lines, First)]);
 end;
 
-// Says what has changed since the last time.
+// Sends the values when they differ from those that were sent last.
 procedure Update(const Command, Name: string; const Values: array of string);
 var
   I: Integer;
