@@ -297,6 +297,25 @@ Begin
     Result := Has;
 End;
 
+// Returns the number of the board's objects of one kind.
+Function PrCount(Kind : Integer) : Integer;
+Var
+    Iterator : IPCB_BoardIterator;
+    Item     : IPCB_Primitive;
+    Count    : Integer;
+Begin
+    Count := 0;
+    Iterator := PrIterator(MkSet(Kind), AllLayers);
+    Item := Iterator.FirstPCBObject;
+    While Item <> Nil Do
+    Begin
+        Count := Count + 1;
+        Item := Iterator.NextPCBObject;
+    End;
+    PrBoard.BoardIterator_Destroy(Iterator);
+    Result := Count;
+End;
+
 // The flag against objects, on the layers that nearly every board uses.
 Procedure PrAskFlags(Dummy : Integer);
 Var
@@ -394,21 +413,8 @@ Begin
 End;
 
 Procedure PrAskVias(Dummy : Integer);
-Var
-    Iterator : IPCB_BoardIterator;
-    Via      : IPCB_Via;
-    Count    : Integer;
 Begin
-    Count := 0;
-    Iterator := PrIterator(MkSet(eViaObject), AllLayers);
-    Via := Iterator.FirstPCBObject;
-    While Via <> Nil Do
-    Begin
-        Count := Count + 1;
-        Via := Iterator.NextPCBObject;
-    End;
-    PrBoard.BoardIterator_Destroy(Iterator);
-    PrAnswer('vias', IntToStr(Count));
+    PrAnswer('vias', IntToStr(PrCount(eViaObject)));
 End;
 
 // The text up to the gap: in another language it begins otherwise.
@@ -713,37 +719,48 @@ Begin
     End;
 End;
 
-Procedure PrCloseJob(Dummy : Integer);
+// Closes a document of the temporary project without saving it.
+Procedure PrCloseOwn(Name : String);
 Var
-    Job : IServerDocument;
+    Document : IServerDocument;
 Begin
-    Job := Client.GetDocumentByPath(PrTemp + '\Bridge.OutJob');
-    If Job <> Nil Then
+    Document := Client.GetDocumentByPath(PrTemp + '\Bridge.' + Name);
+    If Document <> Nil Then
     Begin
-        Job.SetModified(False);
-        Client.CloseDocument(Job);
+        Document.SetModified(False);
+        Client.CloseDocument(Document);
     End;
+End;
+
+// Shows a document of the temporary project, handles at least so many messages, and returns whether
+// the project then has the focus.
+Function PrFocusBridge(Document : IServerDocument; Least : Integer) : Boolean;
+Var
+    Pumps   : Integer;
+    Focused : Boolean;
+Begin
+    Client.ShowDocument(Document);
+    Pumps := 0;
+    Repeat
+        Application.ProcessMessages;
+        Sleep(PrPause);
+        Pumps := Pumps + 1;
+        Focused := PrBridgeIsFocused(0);
+    Until ((Pumps > Least) And Focused) Or (Pumps > PrLimit);
+    Result := Focused;
 End;
 
 Procedure PrGenerate(Name : String);
 Var
-    Job   : IServerDocument;
-    Pumps : Integer;
-    Zip   : String;
+    Job : IServerDocument;
+    Zip : String;
 Begin
     Zip := PrTemp + '\Project Outputs for Bridge\ODB\Bridge.zip';
     PrDelete(Zip);
     Job := Client.OpenDocument('OUTPUTJOB', PrTemp + '\Bridge.OutJob');
     If Job <> Nil Then
     Begin
-        Pumps := 0;
-        Client.ShowDocument(Job);
-        Repeat
-            Application.ProcessMessages;
-            Sleep(PrPause);
-            Pumps := Pumps + 1;
-        Until ((Pumps > 10) And PrBridgeIsFocused(0)) Or (Pumps > PrLimit);
-        If PrBridgeIsFocused(0) Then
+        If PrFocusBridge(Job, 10) Then
         Begin
             ResetParameters;
             AddStringParameter('Action', 'Run');
@@ -755,7 +772,7 @@ Begin
         PrAwait(Zip, PrLimit);
         PrReportArchive(Name);
     End;
-    PrCloseJob(0);
+    PrCloseOwn('OutJob');
 End;
 
 // Three archives of the board: the drill fields as the job has them, the pairs of other
@@ -775,21 +792,13 @@ End;
 Procedure PrAskClosing(Dummy : Integer);
 Var
     Document : IServerDocument;
-    Pumps    : Integer;
 Begin
-    PrCloseJob(0);
+    PrCloseOwn('OutJob');
     Document := Client.OpenDocument('PCB', PrTemp + '\Bridge.PcbDoc');
     If Document <> Nil Then
     Begin
         Document.SetModified(False);
-        Client.ShowDocument(Document);
-        Pumps := 0;
-        Repeat
-            Application.ProcessMessages;
-            Sleep(PrPause);
-            Pumps := Pumps + 1;
-        Until PrBridgeIsFocused(0) Or (Pumps > PrLimit);
-        If PrBridgeIsFocused(0) Then
+        If PrFocusBridge(Document, 0) Then
         Begin
             ResetParameters;
             AddStringParameter('ObjectKind', 'FocusedProjectAndDocuments');
@@ -797,12 +806,7 @@ Begin
         End;
         PrYesNo('close.documents', Client.GetDocumentByPath(PrTemp + '\Bridge.PcbDoc') <> Nil, 'stay', 'go');
         PrYesNo('close.documents_open', Client.IsDocumentOpen(PrTemp + '\Bridge.PcbDoc'), 'yes', 'no');
-        Document := Client.GetDocumentByPath(PrTemp + '\Bridge.PcbDoc');
-        If Document <> Nil Then
-        Begin
-            Document.SetModified(False);
-            Client.CloseDocument(Document);
-        End;
+        PrCloseOwn('PcbDoc');
         PrYesNo('close.document', Client.GetDocumentByPath(PrTemp + '\Bridge.PcbDoc') <> Nil, 'stays', 'goes');
         PrYesNo('close.document_open', Client.IsDocumentOpen(PrTemp + '\Bridge.PcbDoc'), 'yes', 'no');
     End;
@@ -833,36 +837,6 @@ Begin
     Result := Copied;
 End;
 
-Procedure PrCloseCopy(Dummy : Integer);
-Var
-    Document : IServerDocument;
-Begin
-    Document := Client.GetDocumentByPath(PrTemp + '\Bridge.PcbDoc');
-    If Document <> Nil Then
-    Begin
-        Document.SetModified(False);
-        Client.CloseDocument(Document);
-    End;
-End;
-
-Function PrCountTracks(Dummy : Integer) : Integer;
-Var
-    Iterator : IPCB_BoardIterator;
-    Track    : IPCB_Primitive;
-    Count    : Integer;
-Begin
-    Count := 0;
-    Iterator := PrIterator(MkSet(eTrackObject), AllLayers);
-    Track := Iterator.FirstPCBObject;
-    While Track <> Nil Do
-    Begin
-        Count := Count + 1;
-        Track := Iterator.NextPCBObject;
-    End;
-    PrBoard.BoardIterator_Destroy(Iterator);
-    Result := Count;
-End;
-
 Procedure PrAddTrack(Dummy : Integer);
 Var
     Track : IPCB_Track;
@@ -885,18 +859,18 @@ Begin
     PrBoard := PrOpenCopy(0);
     If PrBoard <> Nil Then
     Begin
-        Before := PrCountTracks(0);
+        Before := PrCount(eTrackObject);
         PrAddTrack(0);
-        Added := PrCountTracks(0) = Before + 1;
+        Added := PrCount(eTrackObject) = Before + 1;
     End;
-    PrCloseCopy(0);
+    PrCloseOwn('PcbDoc');
     If Added Then Added := PrPrepare(0);
     If Added Then
     Begin
         PrBoard := PrOpenCopy(0);
         If PrBoard <> Nil Then
-            PrYesNo('reopen.content', PrCountTracks(0) = Before, 'anew', 'stale');
-        PrCloseCopy(0);
+            PrYesNo('reopen.content', PrCount(eTrackObject) = Before, 'anew', 'stale');
+        PrCloseOwn('PcbDoc');
     End;
     PrBoard := Own;
 End;

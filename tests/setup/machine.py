@@ -73,6 +73,22 @@ class Machine:
         self.runtime = folder / "Kestrune" / "Runtime"
         self.temp = self.user / "AppData" / "Local" / "Temp"
 
+    def move_profile(self, folder):
+        """Gives the user another profile folder, for programs that are started from now on."""
+        self.user = folder
+        self.set_local(folder / "AppData" / "Local")
+        self.temp.mkdir(parents=True, exist_ok=True)
+        data = self.windows(folder / "AppData")
+        volatile, profiles = r"HKCU\Volatile Environment", \
+            r"HKLM\Software\Microsoft\Windows NT\CurrentVersion\ProfileList"
+        entry = re.search(r"ProfileList\\(S-1-5-21-\S+)", self.run("reg", "query", profiles)[1])[1]
+        for key, name, value in (
+                (profiles + "\\" + entry, "ProfileImagePath", self.windows(folder)),
+                (volatile, "USERPROFILE", self.windows(folder)), (volatile, "APPDATA", data + r"\Roaming"),
+                (volatile, "LOCALAPPDATA", data + r"\Local"), (SHELL_FOLDERS, "AppData", data + r"\Roaming"),
+                (SHELL_FOLDERS, "Local AppData", data + r"\Local")):
+            self.run("reg", "add", key, "/v", name, "/t", "REG_SZ", "/f", "/d", value)
+
     @property
     def data(self):
         """Where the program and the setup program keep what they write: found by the profile."""

@@ -62,6 +62,21 @@ class Life(RealTest):
         for path in self.profiles():
             self.assertNotIn(b"Kestrune", path.read_bytes())
 
+    def test_profile_folder_with_any_letters(self):
+        m = self.machine
+        self.addCleanup(m.move_profile, m.user)
+        m.move_profile(m.drive / "users" / "Zoë O'Brien & Söhne 100%")
+        self.box("make", "1")
+        self.install("real-one", "/EXTRARECORDS=Change")
+        self.assertEqual(self.buttons(), 1)
+        self.assertEqual(len(files(m.runtime)), 9)
+        self.assertEqual(m.code(m.package / "Kestrune.exe", "--status", "--quiet"), 0)
+        self.remove()
+        self.assertEqual(self.buttons(), 0)
+        self.assert_nothing_installed()
+        # Wine makes $PROFILE of the user's name, so the log of the setup program stays in the former folder.
+        self.assertEqual(files(m.data), {})
+
     def test_without_a_host_nothing_is_installed(self):
         self.install("real-one", code=20)
         self.assert_nothing_installed()

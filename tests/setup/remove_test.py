@@ -4,6 +4,9 @@ import shutil
 import tempfile
 import pathlib
 
+import unittest
+
+from killing import Point, kill_at
 from machine import ENTRY, OUT, files, wait_until
 from setups import SetupTest, setup
 
@@ -11,6 +14,8 @@ INSTANCE = "Altium Designer 24.1\nGUID: {%d}\nProfile: C:\\p\nHKCU: Software\\b\
 DONE = "Registration removed; shared runtime retained.\n"
 SKIPPED = "Skipped: DXP.RCS does not exist; initialize this Altium profile first.\n"
 FAILED = "FAILED: Unsafe/read-only RCS target.\n"
+CHANGE_REFUSED = INSTANCE % 1 + "FAILED: Unknown RCS record: Change \n"
+OWN_SETTINGS = b"[Registration]\r\nExtraRecords=Other\r\n"
 
 
 class Removal(SetupTest):
@@ -230,13 +235,13 @@ class Removal(SetupTest):
     def test_settings_of_a_killed_removal_come_back(self):
         m = self.machine
         settings = m.data / "registration.ini"
-        for own, then in ((None, self.remove), (b"[Registration]\r\nExtraRecords=Other\r\n", self.install)):
+        for own, then in ((None, self.remove), (OWN_SETTINGS, self.install)):
             with self.subTest(own=own):
                 self.answer(0)
                 self.install()
                 if own is not None:
                     settings.write_bytes(own)
-                self.answer(-30, status=INSTANCE % 1 + "FAILED: Unknown RCS record: Change \n")
+                self.answer(-30, status=CHANGE_REFUSED)
                 process = m.start(m.package / "Uninstall.exe", "/S", "_?=" + m.windows(m.package))
                 wait_until(lambda: self.calls("--uninstall"))
                 self.assertIn(b"Change", settings.read_bytes())
@@ -247,6 +252,30 @@ class Removal(SetupTest):
                 then()
                 self.assertEqual(settings.read_bytes() if settings.exists() else None, own)
                 self.assertEqual([path.name for path in m.data.glob("registration.ini.*")], [])
+
+    @unittest.skipUnless(shutil.which("strace"), "no strace here")
+    def test_truncated_copy_of_settings_is_never_restored(self):
+        m = self.machine
+        settings, incoming = m.data / "registration.ini", m.data / "registration.ini.before-removal.incoming"
+        settings.write_bytes(OWN_SETTINGS)
+        self.answer(0, status=CHANGE_REFUSED)
+        path = m.prefix / "dosdevices" / "c:" / incoming.relative_to(m.drive)
+        self.assertTrue(kill_at(m, Point("openat", str(path), 1), m.package / "Uninstall.exe", "/S", "_?=" + m.windows(m.package)))
+        self.assertEqual(incoming.read_bytes(), b"")
+        self.answer(0, status=CHANGE_REFUSED)
+        self.remove()
+        self.assertEqual(settings.read_bytes(), OWN_SETTINGS)
+        self.assertEqual(list(m.data.glob("registration.ini.*")), [])
+
+    def test_settings_without_a_copy_are_not_changed(self):
+        m = self.machine
+        settings = m.data / "registration.ini"
+        settings.write_bytes(OWN_SETTINGS)
+        (m.data / "registration.ini.before-removal.incoming" / "folder").mkdir(parents=True)
+        self.answer(40, report=CHANGE_REFUSED, status=CHANGE_REFUSED)
+        self.remove(code=40)
+        self.assertEqual(settings.read_bytes(), OWN_SETTINGS)
+        self.kept()
 
     def test_leftovers_without_an_entry_are_taken_over(self):
         # A removal that was killed after its entry had gone.
