@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/registration/rcs_generator.h"
+#include "tests/support/registration/dice.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t max);
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "registration/rcs/toolbar_edit.h"
-#include "tests/support/registration/rcs_generator.h"
+#include "tests/support/registration/dice.h"
 
 /// Makes customization files of a given size: a typical one, and shapes that are slow for code that
 /// reads any part more than once.

@@ -5,8 +5,7 @@
 #include <array>
 #include <string>
 
-#include "tests/support/registration/rcs_generator.h"
-#include "tests/support/registration/rcs_model.h"
+#include "tests/support/registration/rcs_laws.h"
 #include "tests/support/samples.h"
 
 namespace altium_registration {
@@ -14,14 +13,23 @@ namespace {
 
 const std::vector<std::string> kChange = {"Change"};
 
+/// Checks that the naive parser agrees, which is slow for large texts.
+void CheckLaw(const std::string& raw, const RcsOptions& options) {
+  if (raw.size() < kMaxRcsBytes / 10) {
+    EXPECT_EQ(rcs_laws::BrokenParseLaw(raw, options), "") << raw;
+  }
+}
+
 /// Returns the error text for a file; empty when it is accepted.
 std::wstring Refused(std::string raw, const RcsOptions& options = {}) {
+  CheckLaw(raw, options);
   Rcs rcs;
   std::wstring error;
   return Rcs::Parse(std::move(raw), options, rcs, error) ? L"" : error;
 }
 
 Rcs Parsed(std::string raw, const RcsOptions& options = {}) {
+  CheckLaw(raw, options);
   Rcs rcs;
   std::wstring error;
   EXPECT_TRUE(Rcs::Parse(std::move(raw), options, rcs, error));
@@ -348,9 +356,16 @@ TEST(Rcs, FailedParseLeavesFileAndTextAlone) {
   EXPECT_EQ(rcs.nodes().size(), 1U);
 }
 
+/// The size of the largest texts; an eighth of it where the code counts its steps and is slow.
+#ifdef KESTRUNE_COUNTS_STEPS
+constexpr std::size_t kLarge = kMaxRcsBytes / 8;
+#else
+constexpr std::size_t kLarge = kMaxRcsBytes;
+#endif
+
 TEST(Rcs, LargestFileOfOneByteTokensParses) {
   std::string text = "Tree a ";
-  while (text.size() + 2 <= kMaxRcsBytes) {
+  while (text.size() + 2 <= kLarge) {
     text += "==";
   }
   EXPECT_EQ(Refused(text), L"Invalid RCS attribute.");
@@ -358,10 +373,10 @@ TEST(Rcs, LargestFileOfOneByteTokensParses) {
   EXPECT_EQ(Refused(text), L"Unknown RCS record: x");
 }
 
-TEST(Rcs, EightMebibytesOfSmallestRecordsAreRead) {
+TEST(Rcs, LargestFileOfSmallestRecordsParses) {
   std::string text;
   std::size_t count = 0;
-  for (std::string record; text.size() + 32 < kMaxRcsBytes; ++count) {
+  for (std::string record; text.size() + 32 < kLarge; ++count) {
     record = "PL ";
     for (std::size_t n = count + 1; n != 0; n /= 36) {
       record += "0123456789abcdefghijklmnopqrstuvwxyz"[n % 36];
@@ -374,61 +389,13 @@ TEST(Rcs, EightMebibytesOfSmallestRecordsAreRead) {
 TEST(Rcs, LargestRecordOfAttributesParses) {
   std::string text = "PL p ";
   std::uint32_t count = 0;
-  for (; text.size() + 32 < kMaxRcsBytes; ++count) {
+  for (; text.size() + 32 < kLarge; ++count) {
     text += std::to_string(count) + "=1 ";
   }
   const Rcs rcs = Parsed(text + "Z=last End");
   EXPECT_EQ(Attribute(rcs, 0, std::to_string(count - 1)), "1");
   EXPECT_EQ(Attribute(rcs, 0, "Z"), "last");
   EXPECT_EQ(Refused(text + "0=1 End"), L"Invalid RCS attribute.");
-}
-
-std::string Narrow(const std::wstring& text) {
-  std::string bytes;
-  for (const wchar_t unit : text) {
-    bytes.push_back(static_cast<char>(unit));
-  }
-  return bytes;
-}
-
-void ExpectSameTree(const Rcs& rcs, const rcs_model::Nodes& nodes) {
-  std::size_t place = 0;
-  rcs_model::Walk(nodes, [&](const rcs_model::Node& node, const rcs_model::Node* parent) {
-    ASSERT_LT(place, rcs.nodes().size());
-    const Node& record = rcs.nodes()[place++];
-    EXPECT_EQ(rcs.Identifier(record).ToString(), node.identifier);
-    EXPECT_EQ(record.start, node.start);
-    EXPECT_EQ(record.end, node.end);
-    EXPECT_EQ(record.EndKeyword(), node.end_keyword);
-    EXPECT_EQ(record.depth == 0, parent == nullptr);
-    for (const auto& [name, value] : node.attributes) {
-      EXPECT_EQ(rcs.Attribute(record, name).ToString(), value);
-    }
-  });
-  EXPECT_EQ(place, rcs.nodes().size());
-}
-
-TEST(RcsLaw, ParseAgreesWithNaiveParser) {
-  int accepted = 0;
-  for (std::uint64_t seed = 0; seed < 4000; ++seed) {
-    kestrune_tests::RcsGenerator generator(seed);
-    const std::string raw = seed % 2 == 0 ? generator.File() : generator.BrokenFile();
-    const bool strict = seed % 8 < 6;
-    Rcs rcs;
-    std::wstring error;
-    const bool parsed = Rcs::Parse(std::string(raw), {.strict = strict}, rcs, error);
-    try {
-      const rcs_model::Nodes nodes = rcs_model::Parse(raw, strict, {});
-      ASSERT_TRUE(parsed) << raw << "\n" << Narrow(error);
-      ExpectSameTree(rcs, nodes);
-      ++accepted;
-    } catch (const rcs_model::Refusal& refusal) {
-      ASSERT_FALSE(parsed) << raw;
-      ASSERT_EQ(Narrow(error), refusal.text) << raw;
-    }
-  }
-  EXPECT_GT(accepted, 1800);
-  EXPECT_LT(accepted, 3900);
 }
 
 TEST(RcsSamples, RealFilesParseWithChangeLetThrough) {
@@ -445,7 +412,6 @@ TEST(RcsSamples, RealFilesParseWithChangeLetThrough) {
     EXPECT_EQ(Refused(sample.bytes), altered ? L"Unknown RCS record: Change" : L"");
     const Rcs rcs = Parsed(sample.bytes, {.extra_record_kinds = kChange});
     EXPECT_FALSE(rcs.nodes().empty());
-    ExpectSameTree(rcs, rcs_model::Parse(sample.bytes, true, {"Change"}));
   }
   EXPECT_GE(refused, 10);
 }

@@ -6,9 +6,7 @@
 #include <string>
 
 #include "tests/support/registration/rcs_edit.h"
-#include "tests/support/registration/rcs_generator.h"
-#include "tests/support/registration/rcs_model.h"
-#include "tests/support/samples.h"
+#include "tests/support/registration/rcs_laws.h"
 
 namespace altium_registration {
 namespace {
@@ -56,8 +54,17 @@ std::string Placement(const std::string& command = "PLKestrune",
 
 const std::string kButton = CustomTree() + CommandLine() + Placement();
 
+/// Edits a text and checks the laws, which are slow for large texts and have no lead bytes.
+kestrune_tests::Edited Edit(const std::string& text, const Spec& spec, bool install,
+                            const std::vector<std::string>& extra = {}) {
+  if (text.size() < kMaxRcsBytes / 2 && spec.is_lead_byte == nullptr) {
+    EXPECT_EQ(rcs_laws::BrokenEditLaw(text, spec, install, extra), "") << text;
+  }
+  return EditText(text, spec, install, extra);
+}
+
 std::string Done(const std::string& text, const Spec& spec, bool install) {
-  const kestrune_tests::Edited edited = EditText(text, spec, install);
+  const kestrune_tests::Edited edited = Edit(text, spec, install);
   EXPECT_TRUE(edited.success) << text;
   EXPECT_EQ(edited.error, L"");
   return edited.text;
@@ -72,13 +79,22 @@ std::string Remove(const std::string& text, const Spec& spec = PlainSpec()) {
 }
 
 std::wstring Refused(const std::string& text, bool install, const Spec& spec = PlainSpec()) {
-  const kestrune_tests::Edited edited = EditText(text, spec, install);
+  const kestrune_tests::Edited edited = Edit(text, spec, install);
   return edited.success ? L"" : edited.error;
 }
 
 std::wstring Invalid(const std::string& text, bool installed, const Spec& spec = PlainSpec()) {
+  EXPECT_TRUE(rcs_laws::ValidatesAlike(text, spec, installed, {})) << text;
   std::wstring error;
   return ValidateText(text, spec, installed, error) ? L"" : error;
+}
+
+/// Returns whether the anchor is found; the naive search must agree.
+bool FindsAnchor(const std::string& text, const std::string& tree, const std::string& item,
+                 const std::vector<std::string>& extra = {}) {
+  const bool found = HasAnchor(text, tree, item, extra);
+  EXPECT_EQ(found, rcs_model::HasAnchor(text, tree, item, extra)) << text;
+  return found;
 }
 
 std::string WithLineFeeds(std::string text) {
@@ -170,6 +186,19 @@ TEST(EditRcs, ChangedDescriptionOrImageRewritesTheButton) {
   EXPECT_NE(Install(rewritten, spec).find("PL MyCommand"), std::string::npos);
 }
 
+TEST(EditRcs, EachReinstallationGrowsFileBySame) {
+  Spec other = PlainSpec();
+  other.description = "old";
+  std::string text = Install("Tree PCBCustom Link a End End\n");
+  std::array<std::size_t, 4> sizes = {};
+  for (std::size_t& size : sizes) {
+    text = Install(Install(text, other));
+    size = text.size();
+  }
+  EXPECT_EQ(sizes[1] - sizes[0], 16U);
+  EXPECT_EQ(sizes[3] - sizes[0], 48U);
+}
+
 TEST(EditRcs, PathsMatchIgnoringCaseAndSlashes) {
   std::string text = Install("");
   const std::string written = "C:\\K\\Kestrune.PrjScr|ProcName=Kestrune.pas>RunKestrune";
@@ -190,7 +219,8 @@ TEST(EditRcs, NonAsciiBytesMatchExactly) {
 }
 
 TEST(EditRcs, QuotesInPathsAreDoubled) {
-  const Spec spec = kestrune_tests::ExampleSpec();
+  Spec spec = PlainSpec();
+  spec.script_project_path = "C:\\Users\\O'Brien\\Kestrune.PrjScr";
   const std::string text = Install("", spec);
   EXPECT_NE(text.find("O''Brien"), std::string::npos);
   EXPECT_EQ(Install(text, spec), text);
@@ -427,13 +457,13 @@ TEST(EditRcs, UnparsableTextIsReturned) {
 TEST(EditRcs, ExtraRecordsStayWhereTheyAre) {
   const std::string change = "Change c TargetID='PLManRoute' Field0='Shortcut1' Value0=4  End\r\n";
   EXPECT_EQ(Refused(change, true), L"Unknown RCS record: Change");
-  const kestrune_tests::Edited edited = EditText(change, PlainSpec(), true, kChange);
+  const kestrune_tests::Edited edited = Edit(change, PlainSpec(), true, kChange);
   EXPECT_TRUE(edited.success);
   EXPECT_EQ(edited.text, change + kButton);
   std::wstring error;
   EXPECT_TRUE(ValidateText(edited.text, PlainSpec(), true, error, kChange));
   EXPECT_FALSE(ValidateText(edited.text, PlainSpec(), true, error));
-  const kestrune_tests::Edited removed = EditText(edited.text, PlainSpec(), false, kChange);
+  const kestrune_tests::Edited removed = Edit(edited.text, PlainSpec(), false, kChange);
   EXPECT_TRUE(removed.success);
   EXPECT_TRUE(removed.text.starts_with(change));
 }
@@ -513,62 +543,62 @@ TEST(HasAnchor, FindsTheItemInsideItsToolbar) {
       "Tree TLPCBToolbar Caption='x'\r\n  Link a PLID='b' End\r\n"
       "  Tree Sub Link TBPCB_StandardToolbar760 PLID='c' End End\r\n"
       "End\r\nmore nonsense";
-  EXPECT_TRUE(HasAnchor(text, "TLPCBToolbar", "TBPCB_StandardToolbar760"));
-  EXPECT_TRUE(HasAnchor(text, "TLPCBToolbar", "Sub"));
-  EXPECT_FALSE(HasAnchor(text, "TLPCBToolbar", "TBPCB_StandardToolbar76"));
-  EXPECT_FALSE(HasAnchor(text, "TLPCBToolbar", "TLPCBToolbar"));
-  EXPECT_FALSE(HasAnchor(text, "Sub", "TBPCB_StandardToolbar760"));
-  EXPECT_FALSE(HasAnchor("", "T", "i"));
+  EXPECT_TRUE(FindsAnchor(text, "TLPCBToolbar", "TBPCB_StandardToolbar760"));
+  EXPECT_TRUE(FindsAnchor(text, "TLPCBToolbar", "Sub"));
+  EXPECT_FALSE(FindsAnchor(text, "TLPCBToolbar", "TBPCB_StandardToolbar76"));
+  EXPECT_FALSE(FindsAnchor(text, "TLPCBToolbar", "TLPCBToolbar"));
+  EXPECT_FALSE(FindsAnchor(text, "Sub", "TBPCB_StandardToolbar760"));
+  EXPECT_FALSE(FindsAnchor("", "T", "i"));
 }
 
 TEST(HasAnchor, TheToolbarMustBeginALine) {
   const std::string block = "Tree T A=1\nLink i End\nEnd";
-  EXPECT_TRUE(HasAnchor(block, "T", "i"));
-  EXPECT_TRUE(HasAnchor("x\n" + block, "T", "i"));
-  EXPECT_FALSE(HasAnchor(" " + block, "T", "i"));
-  EXPECT_FALSE(HasAnchor("x\r" + block, "T", "i"));
-  EXPECT_FALSE(HasAnchor("\xEF\xBB\xBF" + block, "T", "i"));
-  EXPECT_TRUE(HasAnchor("Tree Tree T \n" + block, "T", "i"));
+  EXPECT_TRUE(FindsAnchor(block, "T", "i"));
+  EXPECT_TRUE(FindsAnchor("x\n" + block, "T", "i"));
+  EXPECT_FALSE(FindsAnchor(" " + block, "T", "i"));
+  EXPECT_FALSE(FindsAnchor("x\r" + block, "T", "i"));
+  EXPECT_FALSE(FindsAnchor("\xEF\xBB\xBF" + block, "T", "i"));
+  EXPECT_TRUE(FindsAnchor("Tree Tree T \n" + block, "T", "i"));
 }
 
 TEST(HasAnchor, ABlankMustFollowTheIdentifier) {
-  EXPECT_FALSE(HasAnchor("Tree T\nLink i End\nEnd", "T", "i"));
-  EXPECT_FALSE(HasAnchor("Tree T\tLink i End\nEnd", "T", "i"));
-  EXPECT_FALSE(HasAnchor("Tree T2 Link i End\nEnd", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T\nLink i End\nEnd", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T\tLink i End\nEnd", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T2 Link i End\nEnd", "T", "i"));
 }
 
 TEST(HasAnchor, OnlyTheFirstMatchingToolbarIsTried) {
   const std::string empty = "Tree T \nEnd\n";
   const std::string good = "Tree T \nLink i End\nEnd\n";
-  EXPECT_TRUE(HasAnchor(good + empty, "T", "i"));
-  EXPECT_FALSE(HasAnchor(empty + good, "T", "i"));
+  EXPECT_TRUE(FindsAnchor(good + empty, "T", "i"));
+  EXPECT_FALSE(FindsAnchor(empty + good, "T", "i"));
 }
 
 TEST(HasAnchor, BlockEndsAtALineWithEnd) {
-  EXPECT_TRUE(HasAnchor("Tree T \n  Tree s \n  Link i End\n  End\nEnd", "T", "i"));
-  EXPECT_FALSE(HasAnchor("Tree T \nTree s \nEnd\nLink i End\nEnd", "T", "i"));
-  EXPECT_TRUE(HasAnchor("Tree T Link i End\nEndless", "T", "i"));
-  EXPECT_FALSE(HasAnchor("Tree T Link i End\n End", "T", "i"));
-  EXPECT_FALSE(HasAnchor("Tree T Link i End End", "T", "i"));
-  EXPECT_FALSE(HasAnchor("Tree T Link i End\nEn", "T", "i"));
+  EXPECT_TRUE(FindsAnchor("Tree T \n  Tree s \n  Link i End\n  End\nEnd", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T \nTree s \nEnd\nLink i End\nEnd", "T", "i"));
+  EXPECT_TRUE(FindsAnchor("Tree T Link i End\nEndless", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T Link i End\n End", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T Link i End End", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T Link i End\nEn", "T", "i"));
 }
 
 TEST(HasAnchor, UnparsableBlockHasNoAnchor) {
-  EXPECT_FALSE(HasAnchor("Tree T Link i A='\nEnd", "T", "i"));
-  EXPECT_FALSE(HasAnchor("Tree T Link i End Foo f\nEnd", "T", "i"));
-  EXPECT_FALSE(HasAnchor("Tree T Link i End Change c End\nEnd", "T", "i"));
-  EXPECT_TRUE(HasAnchor("Tree T Link i End Change c End\nEnd", "T", "i", kChange));
-  EXPECT_FALSE(HasAnchor(std::string("Tree T Link i End \0\nEnd", 23), "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T Link i A='\nEnd", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T Link i End Foo f\nEnd", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T Link i End Change c End\nEnd", "T", "i"));
+  EXPECT_TRUE(FindsAnchor("Tree T Link i End Change c End\nEnd", "T", "i", kChange));
+  EXPECT_FALSE(FindsAnchor(std::string("Tree T Link i End \0\nEnd", 23), "T", "i"));
 }
 
 TEST(HasAnchor, TheItemMustStandThereExactlyOnce) {
-  EXPECT_FALSE(HasAnchor("Tree T Link i End Tree s Link i End End\nEnd", "T", "i"));
-  EXPECT_TRUE(HasAnchor("Tree T Link i End Link j End Link j End\nEnd", "T", "i"));
-  EXPECT_TRUE(HasAnchor("Tree T Tree T End\nEnd", "T", "T"));
+  EXPECT_FALSE(FindsAnchor("Tree T Link i End Tree s Link i End End\nEnd", "T", "i"));
+  EXPECT_TRUE(FindsAnchor("Tree T Link i End Link j End Link j End\nEnd", "T", "i"));
+  EXPECT_TRUE(FindsAnchor("Tree T Tree T End\nEnd", "T", "T"));
 }
 
 TEST(HasAnchor, RecordsAfterTheToolbarsEndAreOutside) {
-  EXPECT_FALSE(HasAnchor("Tree T A=1 End Tree i \nEnd", "T", "i"));
+  EXPECT_FALSE(FindsAnchor("Tree T A=1 End Tree i \nEnd", "T", "i"));
 }
 
 TEST(ToolbarAnchors, AreTriedOldHostsFirst) {
