@@ -14,7 +14,7 @@ enum CommandLineCode : int {
   kInvalidInstallerLine = 2,
 };
 
-/// Holds how the program carries out one kind of command.
+/// Describes how the program carries out one kind of command.
 template <class C>
 struct Mode {
   /// Runs the command and returns the exit code. An exception from it is unexpected; it is logged

@@ -4,9 +4,9 @@
 
 namespace kestrune {
 
-/// Describes why the deployment must not or cannot install a file: a sentence, the path that ends
-/// it, and the Windows code when a call failed. DeployRuntime returns it; any other Failure passes
-/// on to the caller of DeployRuntime.
+/// Describes why the deployment must not or cannot install a file: a sentence, the path that
+/// completes it, and the Windows code when a call failed. DeployRuntime returns it, and passes any
+/// other Failure on to its caller.
 struct Refusal : Failure {};
 
 }  // namespace kestrune

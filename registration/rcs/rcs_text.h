@@ -17,8 +17,8 @@ inline std::uint32_t LoadWord(const char* bytes) {
 }
 
 /// Returns a seeded hash of the bytes, computed from two words at a time. The words enter a product
-/// of two numbers that depend on the seed, so that collisions for one seed are, except by chance,
-/// none for another one. An author who does not know the seed cannot craft a file with collisions.
+/// of two numbers that depend on the seed: texts that collide for one seed collide for another one
+/// only by chance. An author who does not know the seed cannot craft a file with collisions.
 inline std::uint32_t HashOfBytes(std::string_view bytes, std::uint64_t seed) {
   const std::size_t size = bytes.size();
   const char* const data = bytes.data();

@@ -69,7 +69,7 @@ void FillNewFile(kestrune::SystemCalls& calls, kestrune::FileHandle file,
                  const kestrune::ExtendedPath& path, std::string_view bytes,
                  const NewFileSteps& steps);
 
-/// Does both, with the security that the folder implies.
+/// Creates and fills a file with both; it inherits the security of its folder.
 void WriteNewFile(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                   std::string_view bytes, const NewFileSteps& steps);
 

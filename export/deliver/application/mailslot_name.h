@@ -14,7 +14,7 @@ inline constexpr std::wstring_view kMailslotPrefix = L"TAVORIN.Kestrune.";
 std::uint32_t ListenerProcessId(std::wstring_view name);
 
 /// Returns whether a message may be sent to this name: the prefix followed by one or more digits. A
-/// digit is what the C library considers one, and the number may have any size: a message can be
+/// digit is one for `iswdigit`, and the number may have any size: a message can be
 /// sent even when the listener's process cannot be verified.
 bool IsMailslotName(std::wstring_view name);
 
