@@ -29,7 +29,7 @@ struct FileEntry {
 /// exists there.
 FileEntry QueryEntry(SystemCalls& calls, const std::wstring& path, const wchar_t* step);
 
-/// Returns the same, or nothing where QueryEntry throws.
+/// Returns the stat like QueryEntry, or nothing where QueryEntry throws.
 std::optional<FileEntry> QueryEntryQuietly(SystemCalls& calls, const std::wstring& path);
 
 /// Returns only the kind, with symbolic links followed. It is Absent for file not found (2), path
@@ -37,7 +37,7 @@ std::optional<FileEntry> QueryEntryQuietly(SystemCalls& calls, const std::wstrin
 /// (267). Throws Failure "status" with the path and the Windows code for any other error.
 FileKind QueryFileKind(SystemCalls& calls, const std::wstring& path);
 
-/// Returns the same, or Absent for every error.
+/// Returns the kind like QueryFileKind, or Absent for every error.
 FileKind QueryFileKindQuietly(SystemCalls& calls, const std::wstring& path);
 
 /// Reads a whole file of at most `limit` bytes. Throws Failure "read" with the path and the Windows
@@ -45,7 +45,7 @@ FileKind QueryFileKindQuietly(SystemCalls& calls, const std::wstring& path);
 /// before any byte is read. Throws std::bad_alloc when the file does not fit into memory.
 std::string ReadWholeFile(SystemCalls& calls, const std::wstring& path, std::uint64_t limit);
 
-/// Returns the same, or nothing where ReadWholeFile throws Failure.
+/// Returns the bytes like ReadWholeFile, or nothing where ReadWholeFile throws Failure.
 std::optional<std::string> ReadFileIfPossible(SystemCalls& calls, const std::wstring& path,
                                               std::uint64_t limit);
 

@@ -10,8 +10,8 @@
 
 namespace kestrune {
 
-/// Computes SHA-256 digests with the system's provider for AES-capable RSA keys. A digest is 64
-/// upper-case hexadecimal digits.
+/// Computes SHA-256 digests with the system's cryptographic provider of type PROV_RSA_AES. A digest
+/// is 64 upper-case hexadecimal digits.
 ///
 /// All throw Failure: "SHA provider" with the Windows code when the provider cannot be acquired,
 /// "SHA256 unavailable." without a code when it lacks SHA-256 or fails.

@@ -9,13 +9,13 @@ namespace kestrune {
 /// Finds `<profile>\AppData\Local` of the process's user: from the system's profile list, which
 /// ignores folder redirection, or else from the shell. Does not check or create the folder.
 ///
-/// Returns true when a path was found. The error text is "Cannot determine the current Windows user
-/// profile directory." when neither source has the profile, even if the shell then returns the
-/// folder itself; so check the result, not the text.
+/// Returns true when a path was found: check this result, not the text. When neither source has the
+/// profile folder, the error text is "Cannot determine the current Windows user profile
+/// directory.", although the shell may still return the folder itself.
 [[nodiscard]] bool LocalAppDataDirectory(SystemCalls& calls, std::wstring& path,
                                          std::wstring& error_text);
 
-/// Does the same for `<profile>\AppData\Roaming`.
+/// Finds `<profile>\AppData\Roaming` in the same way, with the same error text.
 [[nodiscard]] bool RoamingAppDataDirectory(SystemCalls& calls, std::wstring& path,
                                            std::wstring& error_text);
 

@@ -17,7 +17,7 @@ inline constexpr std::wstring_view kDefaultExportFolder = L"ODBpp";
 inline constexpr std::wstring_view kSettingsFile = L"settings.ini";
 inline constexpr std::wstring_view kRegistrationSettingsFile = L"registration.ini";
 
-/// In the runtime folder; the package has the same names in the folders named in the comments.
+/// In the runtime folder; the files of the package have the same names.
 inline constexpr std::wstring_view kProgramFile = L"Kestrune.exe";
 inline constexpr std::wstring_view kScriptProjectFile = L"Kestrune.PrjScr";
 inline constexpr std::wstring_view kScriptFile = L"Kestrune.pas";

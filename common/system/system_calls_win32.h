@@ -122,7 +122,7 @@ class SystemCalls {
 
   // Digests
 
-  /// CryptAcquireContextW for AES-capable RSA keys in verify-context mode.
+  /// CryptAcquireContextW for a provider of type PROV_RSA_AES, with CRYPT_VERIFYCONTEXT.
   virtual BOOL AcquireProvider(HCRYPTPROV* provider);
   /// CryptCreateHash for SHA-256.
   virtual BOOL CreateHash(HCRYPTPROV provider, HCRYPTHASH* hash);
