@@ -75,7 +75,7 @@ Begin
     Result := Text;
 End;
 
-// What a stop at a question means for the report.
+// Adds the results that follow from a stop at a question.
 Procedure PrStopped(Number : Integer);
 Begin
     PrStart := GetTickCount;
@@ -181,7 +181,7 @@ Begin
     End;
 End;
 
-// A missing file is the one error of a file call that was seen to be caught.
+// Opens a missing file: the only error of a file call that is known to be caught.
 Procedure PrAskMissingFile(Dummy : Integer);
 Var
     Lines : TStringList;
@@ -199,7 +199,8 @@ Begin
     End;
 End;
 
-// How the definition of the toolbars begins: a mark, or zeros between the letters, show its encoding.
+// Reports the beginning of the toolbar definitions: a byte order mark, or zeros between
+// the letters, show the encoding.
 Procedure PrReportResource(Path : String);
 Var
     Lines : TStringList;
@@ -223,7 +224,8 @@ Begin
     End;
 End;
 
-// Each place of the file, seen from the folder of the host's own files.
+// Reports each place of the toolbar definitions below the folder of the host's own
+// files.
 Procedure PrAskResource(Dummy : Integer);
 Var
     Found  : TStringList;
@@ -246,7 +248,8 @@ Begin
     End;
 End;
 
-// How many entries the list of global script projects has, and what ItemsCount says.
+// Reports the number of entries in the list of global script projects, and the value
+// ItemsCount.
 Procedure PrAskRegistry(Dummy : Integer);
 Var
     Registry : TRegistry;
@@ -316,7 +319,8 @@ Begin
     Result := Count;
 End;
 
-// The flag against objects, on the layers that nearly every board uses.
+// Compares the flags of the layers with their objects, on layers that nearly every board
+// uses.
 Procedure PrAskFlags(Dummy : Integer);
 Var
     Layer : Integer;
@@ -417,7 +421,8 @@ Begin
     PrAnswer('vias', IntToStr(PrCount(eViaObject)));
 End;
 
-// The text up to the gap: in another language it begins otherwise.
+// Reports each clearance rule's text up to the gap, which may begin otherwise in another
+// language.
 Procedure PrAskRules(Dummy : Integer);
 Var
     Iterator : IPCB_BoardIterator;
@@ -441,7 +446,7 @@ Begin
     PrAnswer('rules.clearance', IntToStr(Count));
 End;
 
-// How an embedded board is named, never by which name.
+// Returns the form of an embedded board's path, but not the path itself.
 Function PrForm(Path : String) : String;
 Var
     Form : String;
@@ -584,7 +589,7 @@ Begin
     Result := Focused;
 End;
 
-// How long it takes until a document that was shown has the focus.
+// Measures how long it takes until a document that was shown has the focus.
 Procedure PrAskFocus(Dummy : Integer);
 Var
     Job   : IServerDocument;
@@ -684,7 +689,8 @@ Begin
     End;
 End;
 
-// The layers of an archive by the program's own look into it, as far as drills go.
+// Reports the number of layers in an archive and its drill layers, as Kestrune.exe
+// --inspect lists them.
 Procedure PrReportArchive(Name : String);
 Var
     Lines : TStringList;
@@ -845,8 +851,9 @@ Begin
     If Track <> Nil Then PrBoard.AddPCBObject(Track);
 End;
 
-// Whether a file of the same path and other content is read anew. The copy gets a track in
-// memory only; closed without saving, prepared and opened again, it must not have it.
+// Checks whether a file with the same path and other content is read anew. The copy gets
+// a track in memory only. After it was closed without saving, prepared and opened again,
+// it must not have that track.
 Procedure PrAskReopening(Dummy : Integer);
 Var
     Own    : IPCB_Board;
@@ -910,7 +917,7 @@ Begin
     PrDelete(Path);
 End;
 
-// What another program makes of a file that a script holds open.
+// Checks whether another program can read a file that a script holds open.
 Procedure PrAskOtherProgram(Path : String);
 Var
     Lines : TStringList;
@@ -952,7 +959,7 @@ Begin
     PrDelete(Path);
 End;
 
-// Whether a second handle can write meanwhile.
+// Checks whether a second handle can write at the same time.
 Procedure PrAskShareWrite(Dummy : Integer);
 Var
     Handle : TextFile;
@@ -1025,7 +1032,8 @@ Begin
     PrAnswer('iterators.nested', 'works');
 End;
 
-// A host that knows the handle gets its window centred by the export from now on.
+// Checks whether a form has a handle. If so, exports centre their window in this host
+// from now on.
 Procedure PrAskHandle(Dummy : Integer);
 Var
     Lines : TStringList;
@@ -1099,7 +1107,8 @@ Begin
     If Number = 38 Then PrAskHandle(0);
 End;
 
-// One check. Its mark is written first, since an interpreter that stops leaves it.
+// Carries out one check. Its mark is written first: if the interpreter stops, the mark
+// is left.
 Procedure PrAsk(Number : Integer);
 Begin
     While PrAnswers.Count > 0 Do PrAnswers.Delete(0);
@@ -1169,7 +1178,8 @@ Begin
         + 'Please send it to those from whom you have Kestrune.');
 End;
 
-// The program lies beside the folder of this script in the unpacked archive.
+// Finds Kestrune.exe: in the unpacked archive, beside the folder of this script, or in
+// the runtime folder.
 Procedure PrFindProgram(Dummy : Integer);
 Var
     Folder : String;
@@ -1207,7 +1217,7 @@ Begin
             + ' less.');
 End;
 
-// The board of the user in front; the copy in the temporary project is none.
+// Finds the user's board in front; the copy in the temporary project does not count.
 Function PrFindBoard(Dummy : Integer) : Boolean;
 Var
     Found : Boolean;

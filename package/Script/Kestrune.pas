@@ -147,7 +147,7 @@ Begin
     Result := Known;
 End;
 
-// What is left of a text without characters that a code page may change.
+// Returns a text without the characters that a code page may change.
 Function KsAsciiPart(S : String) : String;
 Var
     I    : Integer;
@@ -159,7 +159,7 @@ Begin
     Result := Text;
 End;
 
-// The digits that follow a mark, as a number; -1 when there are none.
+// Returns the digits that follow a mark in a text, as a number; -1 when there are none.
 Function KsNumberAfter(Mark : String; S : String) : Integer;
 Var
     I      : Integer;
@@ -179,7 +179,7 @@ Begin
     Result := Number;
 End;
 
-// A file name, cut in its middle to the width of the window.
+// Returns a file name, shortened in its middle to the width of the window.
 Function KsShortName(Path : String) : String;
 Var
     Name : String;
@@ -222,7 +222,7 @@ Begin
     Result := Path;
 End;
 
-// The folder of the log, the settings and the exchange files.
+// Returns the folder of the log, the settings and the exchange files.
 Function KsHome(Dummy : Integer) : String;
 Var
     Path : String;
@@ -299,7 +299,8 @@ Begin
     Result := Done;
 End;
 
-// The first line of a small file; empty while it is not there or still written.
+// Returns the first line of a small file; empty while the file is absent or still being
+// written.
 Function KsFirstLine(FileName : String) : String;
 Var
     Lines : TStringList;
@@ -316,7 +317,8 @@ Begin
     Result := Line;
 End;
 
-// What follows a key such as 'Board=' in a list of lines; empty without it.
+// Returns the text after a key such as 'Board=' in a list of lines; empty without the
+// key.
 Function KsValue(Lines : TStringList; Key : String) : String;
 Var
     I    : Integer;
@@ -352,7 +354,8 @@ Begin
     Result := Both;
 End;
 
-// The script in the user's local application data, found from another folder of the user.
+// Returns the script in the user's local application data, found from another folder of
+// the user.
 Function KsRuntimeBeside(Folder : String) : String;
 Var
     I    : Integer;
@@ -375,8 +378,8 @@ Begin
     Result := Path;
 End;
 
-// The path of the user's settings, or else of those for all users. Any entry at the
-// first path hides the second, even a folder, as in the program.
+// Returns the setting SaveBoard, from the user's file or else from the one for all
+// users. Any entry at the first path hides the second, even a folder, as in the program.
 Function KsSaveSetting(Dummy : Integer) : String;
 Var
     Settings : TIniFile;
@@ -455,8 +458,8 @@ Begin
     Result := Ends;
 End;
 
-// The last line that ends a preparation or a delivery, among those after the given
-// number of lines. A log that became shorter was started over.
+// Returns the last line that ends a preparation or a delivery, after the given number of
+// lines. A log that has become shorter was started over.
 Function KsEndLine(Known : Integer; OfDelivery : Boolean) : String;
 Var
     Lines : TStringList;
@@ -482,8 +485,8 @@ Begin
     Result := Line;
 End;
 
-// The log is UTF-8 and is read in the code page, so a path that is not ASCII
-// would be shown garbled; then it is left out.
+// Returns the detail of a log line after a line break, or an empty text when it is not
+// ASCII: the log is UTF-8 but is read in the code page, so such a path would be garbled.
 Function KsDetail(Line : String) : String;
 Var
     I    : Integer;
@@ -629,7 +632,7 @@ Begin
     KsMark(KsMarkState, Call, KsCallLimit);
 End;
 
-// The same for calls that are made often: once a call has worked, its name is not
+// Does the same for calls that are made often: once a call has worked, its name is not
 // written again in this run.
 Procedure KsBeforeFirst(Call : String);
 Begin
@@ -646,7 +649,7 @@ Begin
     KsMark(KsMarkState, Call, KsWaitLimit);
 End;
 
-// Is a mark of that time and limit still young?
+// Returns whether a mark of that time has not reached its limit yet.
 Function KsIsYoung(Written : Integer; Moment : Integer; Limit : Integer) : Boolean;
 Var
     Young : Boolean;
@@ -698,7 +701,7 @@ Begin
     Result := Done;
 End;
 
-// Why a second export cannot start now.
+// Returns why a second export cannot start now.
 Function KsRunningText(Path : String; Lines : TStringList) : String;
 Var
     Text : String;
@@ -721,7 +724,7 @@ Begin
     Result := Text;
 End;
 
-// Where the last export was stopped, and what to do with that.
+// Returns where the last export was stopped, and what the user can do.
 Function KsStoppedText(Lines : TStringList) : String;
 Var
     Text : String;
@@ -834,7 +837,7 @@ Begin
     If Own Then KsMarkPath := '';
 End;
 
-// A stamp that no file of the folder has.
+// Sets a stamp that no file of the folder has.
 Procedure KsNewStamp(Dummy : Integer);
 Var
     Number : Integer;
@@ -927,7 +930,7 @@ Begin
     If KsExchange <> '' Then KsLookAtFirstMarks(0);
 End;
 
-// The path of an open project; empty when the host names none.
+// Returns the path of an open project; empty when the host names none.
 Function KsProjectPath(Number : Integer) : String;
 Var
     Project : IProject;
@@ -992,7 +995,8 @@ Begin
         'Running for ' + IntToStr(Trunc((Now - KsStart) * 86400)) + ' s.';
 End;
 
-// Every message of the host goes through here: the user may click anything in it.
+// Lets the host handle its messages; the user may click anything meanwhile. Every wait
+// of the script calls this.
 Procedure KsPump(Dummy : Integer);
 Begin
     If KsMarkIsCall Then KsMark(KsMarkState, '', KsWaitLimit);
@@ -1029,7 +1033,7 @@ Begin
     Result := Quits;
 End;
 
-// Whether the export must be cancelled.
+// Returns whether the export must end.
 Function KsMustEnd(Dummy : Integer) : Boolean;
 Var
     Ends : Boolean;
@@ -1185,8 +1189,8 @@ Begin
         KsNote(KsTooHigh, IntToStr(Number));
 End;
 
-// An iterator over objects of some kinds on some layers of KsBoard. None may be made
-// while another one is open: that hangs the interpreter of some hosts.
+// Returns an iterator over objects of some kinds on some layers of KsBoard. Only one may
+// exist at a time: a second one hangs the interpreter of some hosts.
 Function KsIterator(Objects : TSet; Layers : TSet) : IPCB_BoardIterator;
 Var
     Iterator : IPCB_BoardIterator;
@@ -1209,7 +1213,7 @@ Begin
     KsBoard.BoardIterator_Destroy(Iterator);
 End;
 
-// Whether there is an object of some kinds on a layer.
+// Returns whether there is an object of some kinds on a layer.
 Function KsHasObject(Objects : TSet; Layer : Integer) : Boolean;
 Var
     Iterator : IPCB_BoardIterator;
@@ -1319,7 +1323,8 @@ Begin
     KsNoteIfUsed(eDrillGuide,    'DrillGuidePair0_Plot');
 End;
 
-// A text may be hidden; a track, an arc or a fill never is.
+// Notes a layer with a track, an arc or a fill. Texts do not count, since they may be
+// hidden.
 Procedure KsNoteIfDrawn(Layer : Integer; Name : String);
 Begin
     If KsHasObject(MkSet(eTrackObject, eArcObject, eFillObject), Layer) Then
@@ -1415,8 +1420,8 @@ Begin
     End;
 End;
 
-// What a board that the host has not loaded holds is not known, and a mirrored board has
-// it on the layers of the other side; then nothing may be left out.
+// Notes all layers: for a board that the host has not loaded, whose content is unknown,
+// and for a mirrored one, whose layers are those of the other side.
 Procedure KsNoteEverything(Why : String);
 Var
     I : Integer;
@@ -1446,8 +1451,9 @@ Begin
     KsCollectChildren(ExtractFilePath(Path));
 End;
 
-// Where the embedded board in KsBoard lies: at its stored path, or where the host found
-// a file of that name. Under another name the copy of the panel would not find it.
+// Returns the path of the embedded board in KsBoard: its stored path, or that of a file
+// of the same name which the host found elsewhere. Under another name the copy of the
+// panel would not find it.
 Function KsPathOfChild(Stored : String; Folder : String) : String;
 Var
     Path : String;
@@ -1462,7 +1468,8 @@ Begin
     Result := Path;
 End;
 
-// The export reads files, so it does not have what was changed since the last save.
+// Notes an embedded board with unsaved changes, which the export does not have, since it
+// reads the file.
 Procedure KsNoteIfUnsaved(Path : String);
 Var
     Document : IServerDocument;
@@ -1473,7 +1480,7 @@ Begin
         If Document.Modified Then KsNote(KsUnsaved, Path);
 End;
 
-// What is inside of an embedded board that was not looked at yet.
+// Collects the file and the layers of an embedded board that was not looked at yet.
 Procedure KsLookInside(Path : String);
 Begin
     KsNote(KsFindings, 'Child=' + Path);
@@ -1509,7 +1516,7 @@ Begin
     If KsVisited.IndexOf(UpperCase(Path)) < 0 Then KsLookInside(Path);
 End;
 
-// The list grows while it is worked through.
+// Looks at each embedded board; the list grows meanwhile.
 Procedure KsLookAtChildren(Dummy : Integer);
 Var
     Child : IPCB_EmbeddedBoard;
@@ -1580,7 +1587,8 @@ End;
 
 {--- Smallest clearance --------------------------------------------------------}
 
-// How many ten-thousandths of a mil a unit has that a text begins with; 0 for none.
+// Returns the ten-thousandths of a mil in the unit at the beginning of a text; 0 for
+// none.
 Function KsUnit(S : String) : Double;
 Var
     Parts : Double;
@@ -1592,7 +1600,7 @@ Begin
     Result := Parts;
 End;
 
-// The gap that a clearance rule describes, in ten-thousandths of a mil; 0 when
+// Returns the gap that a clearance rule describes, in ten-thousandths of a mil; 0 when
 // the text is not that of a clearance rule.
 Function KsGap(Descriptor : String) : Double;
 Var
@@ -1647,8 +1655,8 @@ Begin
         End;
 End;
 
-// The smallest gap of the rules that are switched on; nothing when one of them
-// cannot be read. An archive without this value is better than none.
+// Finds the smallest gap of the rules that are switched on; none when one of them cannot
+// be read, since an archive without this value is better than no archive.
 Procedure KsCollectClearance(Dummy : Integer);
 Var
     Iterator : IPCB_BoardIterator;
@@ -1740,7 +1748,7 @@ Begin
     Result := Focused;
 End;
 
-// The path of the board in front; empty when there is none.
+// Returns the path of the board in front; empty when there is none.
 Function KsFrontPath(Dummy : Integer) : String;
 Var
     Board : IPCB_Board;
@@ -1913,8 +1921,9 @@ Begin
     End;
 End;
 
-// Is a file of the temporary folder still loaded? Every board is Bridge.PcbDoc: one
-// that stayed would be exported again under the name of the next board.
+// Returns whether a file of the temporary folder is still loaded. Every copy of a board
+// is Bridge.PcbDoc: one that stays loaded would be exported again under the name of the
+// next board.
 Function KsIsLoaded(Path : String) : Boolean;
 Var
     Loaded : Boolean;
@@ -1974,7 +1983,8 @@ End;
 
 {--- Step 1: a copy of the board -----------------------------------------------}
 
-// What a host's code page cannot hold comes back changed from the file.
+// Returns a path that is not the same after it was written to a file and read back,
+// because the host's code page lacks one of its characters.
 Function KsFirstLost(FileName : String; List : TStringList) : String;
 Var
     Written : TStringList;
@@ -2236,7 +2246,7 @@ End;
 // What Kestrune.exe found in the archive is a list of lines: LAYER=, and fields with
 // bars between them. Types decide; names only help, for users choose them.
 
-// A field of a row; the first one has number 1.
+// Returns a field of a row; the first one has number 1.
 Function KsField(Row : String; Number : Integer) : String;
 Var
     I    : Integer;
@@ -2250,7 +2260,8 @@ Begin
     Result := Text;
 End;
 
-// Whether a row has one of some types. Drawings are all rows that are nothing else.
+// Returns whether a row has one of some types. A drawing is a row whose type is not in
+// KsOtherTypes.
 Function KsIsOfType(Row : String; Types : String) : Boolean;
 Var
     Mark : String;
@@ -2262,7 +2273,8 @@ Begin
     Result := Fits;
 End;
 
-// Whether the archive has a folder for the row, and, when Filled is set, objects in it.
+// Returns whether the archive has a folder for the row, and, when Filled is set, objects
+// in it.
 Function KsIsThere(Row : String; Filled : Boolean) : Boolean;
 Var
     There : Boolean;
@@ -2283,7 +2295,8 @@ Begin
     Result := Count;
 End;
 
-// Whether a word of a name begins so: TOP is in M1_TOP, and not in STOPMASK.
+// Returns whether a word of a name begins with a text: TOP is in M1_TOP, but not in
+// STOPMASK.
 Function KsHasWord(Row : String; Word : String) : Boolean;
 Var
     Name : String;
@@ -2295,7 +2308,8 @@ Begin
     Result := Has;
 End;
 
-// Whether a row can be that of a side: all but those that name the other one alone.
+// Returns whether a row can be one of a side: its name does not name the other side
+// alone.
 Function KsFitsSide(Row : String; Side : String) : Boolean;
 Var
     Fits : Boolean;
@@ -2315,7 +2329,8 @@ Begin
     Result := Says;
 End;
 
-// Which holes a row of drills has by its name; 'any' when the name does not say it.
+// Returns the kind of the holes in a row of drills by its name; 'any' when the name does
+// not say it.
 Function KsKindOfDrill(Row : String) : String;
 Var
     Kind : String;
@@ -2326,8 +2341,8 @@ Begin
     Result := Kind;
 End;
 
-// What a drawing is by its name. Mechanical layers have the names that users gave them;
-// the other ones may have been renamed too.
+// Returns the kind of a drawing by its name. Users name the mechanical layers, and may
+// have renamed the other ones too.
 Function KsKindOfDrawing(Row : String) : String;
 Var
     Kind : String;
@@ -2342,8 +2357,8 @@ Begin
     Result := Kind;
 End;
 
-// The rows of some types, with objects when Filled is set, and of a kind: a side, a kind
-// of drill or a kind of drawing; empty for all.
+// Returns the number of rows of some types, with objects when Filled is set, and of a
+// kind: a side, a kind of drill or a kind of drawing; empty for all.
 Function KsCountRows(Types : String; Kind : String; Filled : Boolean) : Integer;
 Var
     I     : Integer;
@@ -2406,8 +2421,8 @@ Begin
     End;
 End;
 
-// A layer with objects must have some in the archive. One that only pads need may be
-// empty: the host may open none of them there.
+// Checks a layer of one side. When objects are on it, it must have some in the archive;
+// one that only pads need may be empty, since the host may make no openings for them.
 Procedure KsCheckSide(RowType : String; Words : String; Side : String; Name : String; HasPads : Boolean);
 Var
     Drawn : Boolean;
@@ -2435,8 +2450,9 @@ Begin
         KsGaps.Add('The board has a ' + Words + ' on both sides, but the archive holds only one.');
 End;
 
-// A keep-out or a drill drawing. Without a row of that name, one that no mechanical layer
-// needs may be it; Spare is how many of those there are. How many are left.
+// Checks the keep-out layer or the drill drawing. Without a row of that name, a row that
+// no mechanical layer needs is counted as it; Spare is the number of such rows. Returns
+// how many of them are left.
 Function KsCheckDrawing(Name : String; Kind : String; Spare : Integer) : Integer;
 Var
     Left : Integer;
@@ -2477,8 +2493,8 @@ Begin
     KsCheckDrawing('DrillDrawing', 'drill drawing', Spare);
 End;
 
-// What an embedded board that is not loaded needs is not known; what the other ones
-// need is. With a mirrored board nothing is known about sides.
+// Compares the rows with the layers of all boards that are loaded. With a mirrored board
+// no side is compared.
 Procedure KsCompare(Dummy : Integer);
 Var
     Known : Boolean;
@@ -2520,7 +2536,7 @@ Begin
     Result := Reason;
 End;
 
-// Why the archive cannot be checked; empty when its rows were read.
+// Returns why the archive cannot be checked; empty when its rows were read.
 Function KsInspect(Dummy : Integer) : String;
 Var
     ListFile : String;
@@ -2553,7 +2569,7 @@ Begin
     End;
 End;
 
-// A failed check does not stop the export.
+// Checks the archive. A check that fails does not stop the export.
 Procedure KsCheckArchive(Dummy : Integer);
 Var
     Reason : String;
@@ -2577,9 +2593,9 @@ End;
 
 {--- Step 6: delivery ----------------------------------------------------------}
 
-// The temporary folder says for which board it was prepared. Another name, or a younger
-// file, means that another run prepared meanwhile. The name is written in the code
-// page, where several names may become one.
+// Returns whether the temporary folder is still as the preparation of this run left it.
+// Another board's name in it, or a younger file, means that another run prepared
+// meanwhile. The name is written in the code page, where several names may become one.
 Function KsFolderIsOurs(Dummy : Integer) : Boolean;
 Var
     Line : String;
@@ -2630,7 +2646,7 @@ End;
 
 {--- One export ----------------------------------------------------------------}
 
-// Each step looks by itself whether the export must end.
+// Carries out the steps; each one checks first whether the export must end.
 Procedure KsMakeArchive(Dummy : Integer);
 Begin
     KsCentreWindow(0);
@@ -2654,7 +2670,7 @@ Begin
     End;
 End;
 
-// Nothing is changed in a host that is closing.
+// Ends the export. Nothing is changed in a host that is closing.
 Procedure KsEndExport(Dummy : Integer);
 Var
     Complete : Boolean;
@@ -2719,8 +2735,8 @@ Begin
     Result := Answer;
 End;
 
-// A file's age counts in steps of two seconds; a save within the same step as the
-// last one would look as if nothing was written.
+// Waits for the next two seconds: a file's age has steps of two seconds, so a second
+// save within one step would look as if nothing was written.
 Procedure KsLetAgePass(Dummy : Integer);
 Begin
     KsBeforeLongCall('FileAge');
@@ -2783,7 +2799,7 @@ Begin
     Result := GoesOn;
 End;
 
-// Why the board in KsBoardPath cannot be exported; empty when it can.
+// Returns why the board in KsBoardPath cannot be exported; empty when it can.
 Function KsRefusalOfBoard(Dummy : Integer) : String;
 Var
     Text : String;

@@ -52,9 +52,9 @@ done:
   Pop $0
 FunctionEnd
 
-; Removes from the folder on the stack what a set-up put there, by its own list of sums, so that a
-; file which somebody else left there stays. The program goes late: until then the removal of an
-; installation can be repeated. The uninstaller stays.
+; Removes the files that a set-up put into the folder on the stack, by the package's list of sums, so
+; that files of others are kept. The program is removed late, since until then the removal of an
+; installation can be repeated. The uninstaller is kept.
 Function ${un}RemovePackage
   Exch $0
   Push $1
@@ -130,7 +130,7 @@ Function ${un}PlainName
   Exch $0
 FunctionEnd
 
-; Removes $INSTDIR.gone; what somebody else left in it stays in a folder named $INSTDIR.old-NUMBER.
+; Removes $INSTDIR.gone; files of others in it are kept in a folder named $INSTDIR.old-NUMBER.
 Function ${un}RemoveGone
   Push $0
   ${If} ${FileExists} "$INSTDIR.gone\*.*"
@@ -158,8 +158,8 @@ FunctionEnd
 !insertmacro FolderFunctions ""
 !insertmacro FolderFunctions "un."
 
-; Renames the folder $0 to $1. A virus scanner may hold a file that has just run for a moment. The
-; error flag tells that it did not work.
+; Renames the folder $0 to $1; tries again for a moment, since a virus scanner may hold a program that
+; has just ended. Sets the error flag when that fails.
 Function PatientRename
   StrCpy $2 0
   ${Do}
@@ -177,8 +177,8 @@ Function PatientRename
   ${Loop}
 FunctionEnd
 
-; Takes the package in $INSTDIR away again and gives the older one, if there is one, its place back.
-; The error flag tells that it did not work.
+; Removes the package in $INSTDIR and moves the older one, if there is one, back to its place. Sets the
+; error flag when that fails.
 Function PutFoldersBack
   Call RemoveGone
   ${If} ${FileExists} "$INSTDIR\*.*"

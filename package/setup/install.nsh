@@ -100,7 +100,7 @@ Function TakePlace
   ${EndIf}
 FunctionEnd
 
-; A button never stands in a host without an entry by which it can be removed.
+; A host never has a button without an entry under Apps, by which it can be removed.
 Function MakeFirstEntry
   StrCpy $EntryMade 0
   ReadRegStr $0 HKCU "${KEY}" UninstallString
@@ -110,7 +110,7 @@ Function MakeFirstEntry
   ${EndIf}
 FunctionEnd
 
-; Asks the user, or the command line, whether records of changed shortcuts may be let through.
+; Determines, by a question or by the command line, whether records of changed shortcuts are accepted.
 Function AskForChangeRecords
   Call LookForChangeRecords
   ${If} $ChangeRefused <> 1

@@ -1,6 +1,6 @@
 ; Setup program of Kestrune, for the user who runs it and without administrator rights.
 ;
-;   /S                     asks and shows nothing
+;   /S                     silent: no questions, no windows
 ;   /LOG=FILE              appends the log to this file as well
 ;   /EXTRARECORDS=Change   lets records of changed shortcuts through where a profile holds them
 ;   /FORCE                 (uninstaller) removes the files although a button could not be removed

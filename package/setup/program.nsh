@@ -43,8 +43,8 @@ Function ${un}Begin
   Call ${un}RemoveOldUninstallers
 FunctionEnd
 
-; Starts $Program with the arguments on the stack, waits, and logs its report; $Code is its exit
-; code. The error flag tells that it could not be started.
+; Starts $Program with the arguments on the stack, waits, logs its report, and sets $Code to its exit
+; code. Sets the error flag when it cannot be started.
 Function ${un}RunProgram
   Exch $0
   Delete "$Report"
@@ -115,7 +115,7 @@ Function ${un}ReadReportLine
   ${EndIf}
 FunctionEnd
 
-; Asks every Altium Designer for its status, which changes nothing; sets $ChangeRefused.
+; Runs --status, which changes nothing, and sets $ChangeRefused from its report.
 Function ${un}LookForChangeRecords
   !insertmacro Step "Looking at the profiles of Altium Designer ..."
   Push "--status --quiet"

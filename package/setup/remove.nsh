@@ -1,6 +1,6 @@
 ; Removing: take the button out of every Altium Designer, then remove the files.
 
-; Why the files may not go without being forced; empty when they may.
+; Why the files are only removed with /FORCE or after a question; empty when nothing prevents it.
 Var Obstacle
 ; Where the uninstaller's own file went, which cannot be deleted while it runs.
 Var OwnFile
@@ -77,8 +77,8 @@ Function un.Unregister
     StrCpy $Code ${CODE_DONE}
   ${ElseIf} $Code = ${CODE_SOME_FAILED}
   ${AndIf} $NothingFailed = 1
-    ; Skipped is an Altium Designer that was never started or whose program has gone: what it may
-    ; still hold of Kestrune is nothing that works.
+    ; An Altium Designer is skipped that was never started or whose program is missing: a button that
+    ; it may still have does not work anyway.
     !insertmacro Step "An Altium Designer was skipped, none failed: the removal goes on."
     StrCpy $Code ${CODE_DONE}
   ${ElseIf} $Code <> ${CODE_DONE}
@@ -86,7 +86,7 @@ Function un.Unregister
   ${EndIf}
 FunctionEnd
 
-; Asks the user, or the command line, whether the files go although something stands against it.
+; Determines, by a question or by the command line, whether the files are removed despite $Obstacle.
 Function un.AskWhetherToForce
   !insertmacro Step "$Obstacle"
   Push "/FORCE"
@@ -130,8 +130,8 @@ Function un.RemovePrograms
   Call un.RemovePackage
 FunctionEnd
 
-; Returns on the stack what tells the open file of the handle on the stack from every other one; empty
-; for a handle of anything else.
+; Returns on the stack a text that identifies the open file of the handle on the stack; empty for a
+; handle of anything but a file.
 Function un.FileIdentity
   Exch $0
   Push $1
@@ -177,8 +177,8 @@ Function un.CloseOwnFile
   ${Next}
 FunctionEnd
 
-; A running program cannot be deleted, but it can be renamed on its drive: the folder then goes at
-; once. A later set-up removes the file; until then it is one of those in the temporary folder.
+; A running program cannot be deleted, but it can be moved on its drive, so that the folder can be
+; deleted at once. A later set-up deletes the file from the temporary folder.
 Function un.RemoveItself
   Call un.CloseOwnFile
   System::Call 'kernel32::GetTickCount() i .r0'
@@ -192,7 +192,7 @@ Function un.RemoveItself
       StrCpy $OwnFile "$INSTDIR\Uninstall.exe"
     ${EndIf}
   ${EndIf}
-  ; Works where a copy of the uninstaller is the one that runs.
+  ; Succeeds when a copy of the uninstaller is running.
   Delete "$OwnFile"
   RMDir "$INSTDIR"
   ClearErrors
