@@ -104,15 +104,27 @@ std::optional<std::uint64_t> TimeOfFile(const WIN32_FILE_ATTRIBUTE_DATA& data) {
   return is_directory || time == 0 ? std::nullopt : std::optional(time);
 }
 
-/// Creates the delete-on-close file that keeps the target's old content during an update.
-FileHandle OpenBackup(SystemCalls& calls, const std::wstring& target) {
+/// Creates an empty file in the folder for temporary files. Throws Refusal.
+std::wstring CreateBackup(SystemCalls& calls, const std::wstring& target) {
   wchar_t folder[MAX_PATH + 1] = {};
-  const DWORD length = calls.GetTemporaryFolder(MAX_PATH + 1, folder);
   wchar_t name[MAX_PATH + 1] = {};
-  if (length == 0 || length >= MAX_PATH || calls.MakeTemporaryFile(folder, L"bfu", name) == 0) {
-    const DWORD code = GetLastError();
+  const DWORD length = calls.GetTemporaryFolder(MAX_PATH + 1, folder);
+  DWORD code = length == 0 ? GetLastError() : ERROR_SUCCESS;
+  if (length >= MAX_PATH) {
+    // No error is set for a folder that is only too long.
+    code = ERROR_FILENAME_EXCED_RANGE;
+  } else if (length != 0 && calls.MakeTemporaryFile(folder, L"bfu", name) == 0) {
+    code = GetLastError();
+  }
+  if (code != ERROR_SUCCESS) {
     throw Refusal{{L"Cannot create update backup; target preserved: ", code, target}};
   }
+  return name;
+}
+
+/// Creates the delete-on-close file that keeps the target's old content during an update.
+FileHandle OpenBackup(SystemCalls& calls, const std::wstring& target) {
+  const std::wstring name = CreateBackup(calls, target);
   const ExtendedPath path(name);
   FileHandle backup(
       calls.Create(path, {.access = GENERIC_READ | GENERIC_WRITE,

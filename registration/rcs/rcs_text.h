@@ -67,6 +67,9 @@ class RcsText {
   /// applied to each byte. Copies nothing.
   template <typename Change>
   bool Becomes(std::string_view wanted, const Change& change) const {
+    if (!doubled_ && written_.size() != wanted.size()) {
+      return false;
+    }
     std::size_t at = 0;
     for (const char byte : wanted) {
       if (at == written_.size() || change(written_[at]) != byte) {

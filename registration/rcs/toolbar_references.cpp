@@ -36,7 +36,7 @@ class ReferenceFinder {
       return std::move(found_);
     }
     ForEach(NodeKind::kLink, [this](std::uint32_t place) { FindLink(place); });
-    ForEach(NodeKind::kInsertion, [this](std::uint32_t place) { FindPlacement(place); });
+    FindPlacements();
     found_.placed_links = static_cast<std::uint32_t>(placed_.size());
     ForEach(NodeKind::kDeletion, [this](std::uint32_t place) { FindSuppression(place); });
     return std::move(found_);
@@ -94,6 +94,21 @@ class ReferenceFinder {
     if (command_index_.Find(Attribute(place, "PLID"), CommandOf()) != kNoItem) {
       found_.roles[place] = RcsRole::kLink;
       found_.links.push_back(place);
+    }
+  }
+
+  /// Visits each Insertion that has one of our links below it, and no other record's text.
+  void FindPlacements() {
+    const auto& nodes = rcs_.nodes();
+    for (std::uint32_t place = 0; place < nodes.size();) {
+      if (found_.LinksBelow(place, nodes[place].subtree_end) == 0) {
+        place = nodes[place].subtree_end;
+        continue;
+      }
+      if (nodes[place].kind == NodeKind::kInsertion) {
+        FindPlacement(place);
+      }
+      ++place;
     }
   }
 
