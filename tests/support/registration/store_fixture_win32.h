@@ -25,6 +25,9 @@ std::wstring FailureText(Action action) {
   }
 }
 
+using kestrune::CallHook;
+using kestrune::Failing;
+using kestrune::On;
 using kestrune::ScriptedCalls;
 using kestrune::SystemCall;
 

@@ -235,15 +235,15 @@ TEST_F(FinalizeTest, UnmakableDefaultDirectoryAlwaysFails) {
 
 TEST_F(FinalizeTest, ArchiveIsOpenUntilItIsCopied) {
   bool looked = false;
-  calls_.on_copy = [&](const std::wstring&, BOOL&) {
+  calls_.before = On("Copy", [&](const SystemCall&) {
     looked = true;
     EXPECT_FALSE(DeleteFileW(native_.c_str()));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
     EXPECT_EQ(CreateFileW(native_.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                           nullptr, OPEN_EXISTING, 0, nullptr),
               INVALID_HANDLE_VALUE);
-    return false;
-  };
+    return std::nullopt;
+  });
   EXPECT_EQ(Deliver().code, 0);
   EXPECT_TRUE(looked);
   EXPECT_TRUE(DeleteFileW(native_.c_str())) << "and no longer";

@@ -21,12 +21,6 @@ using Names = std::vector<std::wstring>;
 
 constexpr wchar_t kSourceChanged[] = L"Source metadata/content changed.";
 
-bool FailWith(DWORD code, BOOL& answer) {
-  SetLastError(code);
-  answer = FALSE;
-  return true;
-}
-
 std::vector<std::byte> DescriptorFrom(const wchar_t* text) {
   kestrune::LocalMemory<void> descriptor;
   ULONG size = 0;
@@ -58,20 +52,6 @@ class WindowsStoreReplaceTest : public StoreTest {
   std::wstring RollBack() {
     return FailureText([&] { store->RollBackRcs(); });
   }
-  /// Returns a hook that acts only at the n-th call.
-  template <class Hook>
-  auto OnCall(int n, Hook hook) {
-    return [n, hook, call = 0](const std::wstring& path, BOOL& answer) mutable {
-      return ++call == n && hook(path, answer);
-    };
-  }
-  /// Simulates a replacement that renames the old file but fails to rename the new one.
-  void ReplaceStopsHalfWay() {
-    calls->on_replace = [this](const std::wstring& displaced, BOOL& answer) {
-      EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), displaced.c_str(), 0));
-      return FailWith(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2, answer);
-    };
-  }
   [[nodiscard]] std::wstring Left(std::wstring_view ending) const {
     for (const std::wstring& name : profile.Leftovers()) {
       if (name.ends_with(ending)) {
@@ -93,12 +73,12 @@ TEST_F(WindowsStoreReplaceTest, UnsettableOwnerLeavesTheFileUnchanged) {
                            DWORD{ERROR_PRIVILEGE_NOT_HELD}}) {
     Open();
     store->CreateBackups("old text", {});
-    calls->on_create = [&](const std::wstring& path, BOOL& answer) {
-      return path.ends_with(L".tmp") && FailWith(code, answer);
-    };
+    calls->before = On("Create", [&](const SystemCall& call) {
+      return call.path.ends_with(L".tmp") ? std::optional(code) : std::nullopt;
+    });
     EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }),
               L"Cannot preserve replacement owner/group; original RCS unchanged.");
-    calls->on_create = {};
+    calls->before = {};
     EXPECT_EQ(Rcs(), "old text");
     CloseAndExpectNothingLeft();
   }
@@ -132,9 +112,11 @@ TEST_F(WindowsStoreReplaceTest, MereTouchSinceOpeningFails) {
 
 TEST_F(WindowsStoreReplaceTest, EqualSizeAndTimeMeanUnchanged) {
   OpenPrepared();
-  calls->after_get_attributes = [](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) {
-    data.dwFileAttributes |= FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
-  };
+  calls->after = On("GetAttributes", [](const SystemCall& call) {
+    call.attributes->dwFileAttributes |=
+        FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+    return std::nullopt;
+  });
   EXPECT_EQ(Commit(), L"");
 }
 
@@ -146,9 +128,12 @@ TEST_F(WindowsStoreReplaceTest, OtherSizeOrTimeFails) {
       [](WIN32_FILE_ATTRIBUTE_DATA& data) { ++data.ftLastWriteTime.dwLowDateTime; }};
   for (const auto& change : changes) {
     OpenPrepared();
-    calls->after_get_attributes = [&](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) { change(data); };
+    calls->after = On("GetAttributes", [&](const SystemCall& call) {
+      change(*call.attributes);
+      return std::nullopt;
+    });
     EXPECT_EQ(Commit(), kSourceChanged);
-    calls->after_get_attributes = {};
+    calls->after = {};
     EXPECT_EQ(Rcs(), "old text");
     CloseAndExpectNothingLeft();
   }
@@ -169,13 +154,13 @@ TEST_F(WindowsStoreReplaceTest, UnreadableOutcomeCountsAsReplaced) {
   for (const bool is_unlocked_again : {false, true}) {
     OpenPrepared();
     kestrune::FileHandle lock;
-    calls->on_replace = [&](const std::wstring&, BOOL& answer) {
+    calls->before = On("Replace", [&](const SystemCall&) {
       if (!lock) {
         lock.Reset(CreateFileW(profile.Rcs().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0,
                                nullptr));
       }
-      return FailWith(ERROR_SHARING_VIOLATION, answer);
-    };
+      return ERROR_SHARING_VIOLATION;
+    });
     EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
     EXPECT_TRUE(store->HasReplacedRcs());
     if (is_unlocked_again) {
@@ -200,16 +185,11 @@ TEST_F(WindowsStoreReplaceTest, LockOfMomentDelaysReplacingAndRestoring) {
     StartNewScript();
     WriteFileBytes(profile.Rcs(), "old text");
     OpenPrepared();
-    const auto refuse_three = [&] {
-      return [code, call = 0](const std::wstring&, BOOL& answer) mutable {
-        return ++call <= 3 && FailWith(code, answer);
-      };
-    };
-    calls->on_replace = refuse_three();
+    calls->before = Failing("Replace", code, 3);
     EXPECT_EQ(Commit(), L"");
     EXPECT_EQ(calls->Waited(), 3 * kPauseBetweenTries);
     EXPECT_EQ(Rcs(), "new text");
-    calls->on_replace = refuse_three();
+    calls->before = Failing("Replace", code, 3);
     EXPECT_EQ(RollBack(), L"");
     EXPECT_EQ(calls->Waited(), 6 * kPauseBetweenTries);
     EXPECT_EQ(Rcs(), "old text");
@@ -220,10 +200,10 @@ TEST_F(WindowsStoreReplaceTest, LockOfMomentDelaysReplacingAndRestoring) {
 TEST_F(WindowsStoreReplaceTest, LockThatStaysIsTriedTenTimes) {
   OpenPrepared();
   int tries = 0;
-  calls->on_replace = [&](const std::wstring&, BOOL& answer) {
+  calls->before = On("Replace", [&](const SystemCall&) {
     ++tries;
-    return FailWith(ERROR_SHARING_VIOLATION, answer);
-  };
+    return ERROR_SHARING_VIOLATION;
+  });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
   EXPECT_EQ(tries, 10);
   EXPECT_EQ(calls->Waited(), 450U);
@@ -233,19 +213,19 @@ TEST_F(WindowsStoreReplaceTest, LockThatStaysIsTriedTenTimes) {
 TEST_F(WindowsStoreReplaceTest, OtherFailuresAreNotRetried) {
   OpenPrepared();
   int tries = 0;
-  calls->on_replace = [&](const std::wstring&, BOOL& answer) {
+  calls->before = On("Replace", [&](const SystemCall&) {
     ++tries;
-    return FailWith(ERROR_IO_DEVICE, answer);
-  };
+    return ERROR_IO_DEVICE;
+  });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1117)");
   EXPECT_EQ(tries, 1);
 }
 
 TEST_F(WindowsStoreReplaceTest, ChangeDuringRetriesIsNotOverwritten) {
   OpenPrepared();
-  calls->on_replace = OnCall(1, [this](const std::wstring&, BOOL& answer) {
+  calls->before = On("Replace", [this](const SystemCall&) {
     WriteFileBytes(profile.Rcs(), "foreign text");
-    return FailWith(ERROR_SHARING_VIOLATION, answer);
+    return ERROR_SHARING_VIOLATION;
   });
   EXPECT_EQ(Commit(), kSourceChanged);
   EXPECT_FALSE(store->HasReplacedRcs());
@@ -255,28 +235,27 @@ TEST_F(WindowsStoreReplaceTest, ChangeDuringRetriesIsNotOverwritten) {
 TEST_F(WindowsStoreReplaceTest, ReplacementWithEffectIsNotRepeated) {
   OpenPrepared();
   int tries = 0;
-  calls->on_replace = [&](const std::wstring& displaced, BOOL& answer) {
-    kestrune::SystemCalls real;
-    if (++tries == 1) {
-      EXPECT_TRUE(real.Replace(kestrune::ExtendedPath(profile.Rcs()),
-                               kestrune::ExtendedPath(Left(L".tmp")),
-                               kestrune::ExtendedPath(displaced)));
-      return FailWith(ERROR_SHARING_VIOLATION, answer);
-    }
-    return false;
-  };
+  calls->after = On("Replace", [&](const SystemCall&) {
+    ++tries;
+    return ERROR_SHARING_VIOLATION;
+  });
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
   EXPECT_EQ(tries, 1);
   EXPECT_TRUE(store->HasReplacedRcs());
+  calls->after = {};
   EXPECT_EQ(RollBack(), L"");
   EXPECT_EQ(Rcs(), "old text");
 }
 
 TEST_F(WindowsStoreReplaceTest, SharingViolationDelaysUndoingHalfReplacement) {
   OpenPrepared();
-  ReplaceStopsHalfWay();
-  calls->on_move = [call = 0](const std::wstring&, BOOL& answer) mutable {
-    return ++call <= 3 && FailWith(ERROR_SHARING_VIOLATION, answer);
+  // The replacement renames the old file and cannot rename the new one.
+  calls->before = [&, lock = Failing("Move", ERROR_SHARING_VIOLATION, 3)](const SystemCall& call) {
+    if (call.name != "Replace") {
+      return lock(call);
+    }
+    EXPECT_TRUE(MoveFileExW(profile.Rcs().c_str(), call.other.c_str(), 0));
+    return std::optional<DWORD>(ERROR_UNABLE_TO_MOVE_REPLACEMENT_2);
   };
   EXPECT_EQ(Commit(), L"Replace RCS (Win32 1177)");
   EXPECT_FALSE(store->HasReplacedRcs());
@@ -301,11 +280,12 @@ TEST_F(WindowsStoreReplaceTest, ReadOnlyRecoveryFileGivesWay) {
   const std::wstring recovery = profile.Rcs() + L".recovery";
   WriteFileBytes(recovery, "stale");
   ASSERT_TRUE(SetFileAttributesW(recovery.c_str(), FILE_ATTRIBUTE_READONLY));
-  calls->on_delete = [](const std::wstring& path, BOOL& answer) {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
-           FailWith(ERROR_ACCESS_DENIED, answer);
-  };
+  calls->before = On("Delete", [](const SystemCall& call) {
+    const DWORD attributes = GetFileAttributesW(call.path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0
+               ? std::optional<DWORD>(ERROR_ACCESS_DENIED)
+               : std::nullopt;
+  });
   EXPECT_EQ(RollBack(), L"");
   EXPECT_EQ(Rcs(), "old text");
   CloseAndExpectNothingLeft();

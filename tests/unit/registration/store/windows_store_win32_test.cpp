@@ -25,13 +25,6 @@ using kestrune::FileHandle;
 
 using Names = std::vector<std::wstring>;
 
-/// Makes a scripted call fail with a code.
-bool FailWith(DWORD code, BOOL& answer) {
-  SetLastError(code);
-  answer = FALSE;
-  return true;
-}
-
 FileHandle OpenWithoutSharing(const std::wstring& path) {
   return FileHandle(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
@@ -86,9 +79,10 @@ TEST_F(WindowsStoreTest, DirectoryIsRefused) {
 TEST_F(WindowsStoreTest, EachUnsafeAttributeAloneIsRefusedAndNoOtherIs) {
   for (DWORD attribute = 1; attribute != 0; attribute <<= 1U) {
     SCOPED_TRACE(attribute);
-    calls->after_get_attributes = [&](WIN32_FILE_ATTRIBUTE_DATA& data, BOOL&) {
-      data.dwFileAttributes = attribute;
-    };
+    calls->after = On("GetAttributes", [&](const SystemCall& call) {
+      call.attributes->dwFileAttributes = attribute;
+      return std::nullopt;
+    });
     const bool is_unsafe = attribute == FILE_ATTRIBUTE_READONLY ||
                            attribute == FILE_ATTRIBUTE_DIRECTORY ||
                            attribute == FILE_ATTRIBUTE_REPARSE_POINT;
@@ -99,15 +93,11 @@ TEST_F(WindowsStoreTest, EachUnsafeAttributeAloneIsRefusedAndNoOtherIs) {
 }
 
 TEST_F(WindowsStoreTest, UnreadableSecurityIsNamedByItsStep) {
-  int call = 0;
-  int failing = 1;
-  calls->on_get_security = [&](const std::wstring&, std::vector<std::byte>&) {
-    SetLastError(ERROR_IO_DEVICE);
-    return ++call == failing;
-  };
+  calls->before = Failing("GetSecurity", ERROR_IO_DEVICE);
   EXPECT_EQ(FailureText([&] { Open(); }), L"Query RCS security size (Win32 1117)");
-  call = 0;
-  failing = 2;
+  calls->before = On("GetSecurity", [call = 0](const SystemCall&) mutable {
+    return ++call == 2 ? std::optional<DWORD>(ERROR_IO_DEVICE) : std::nullopt;
+  });
   EXPECT_EQ(FailureText([&] { Open(); }), L"Read RCS security (Win32 1117)");
 }
 
@@ -151,15 +141,12 @@ TEST_F(WindowsStoreTest, FileWhoseSizeOnlyLooksSmallIn32BitsIsRefused) {
 
 TEST_F(WindowsStoreTest, SizeThatCannotBeAskedOrIsNotThereNamesItsStep) {
   Open();
-  calls->on_size = [](LARGE_INTEGER& size, BOOL& answer) {
-    size.QuadPart = 9;
-    answer = TRUE;
-    return true;
-  };
+  calls->after = On("GetSize", [](const SystemCall& call) {
+    call.size->QuadPart = 9;
+    return std::nullopt;
+  });
   EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"Read RCS (Win32 38)");
-  calls->on_size = [](LARGE_INTEGER&, BOOL& answer) {
-    return FailWith(ERROR_NETNAME_DELETED, answer);
-  };
+  calls->before = Failing("GetSize", ERROR_NETNAME_DELETED);
   EXPECT_EQ(FailureText([&] { static_cast<void>(store->ReadRcs()); }), L"Read RCS size (Win32 64)");
 }
 
@@ -224,13 +211,18 @@ TEST_F(WindowsStoreTest, ValueThatIsNotWhatItsEnumerationSaidFails) {
   const auto failure = [&] {
     return FailureText([&] { static_cast<void>(store->ReadGlobalProjects()); });
   };
-  calls->after_query = [](LSTATUS& answer, DWORD&, DWORD&) { answer = ERROR_MORE_DATA; };
+  for (const auto& change : std::initializer_list<std::function<void(const SystemCall&)>>{
+           [](const SystemCall& call) { *call.type = REG_BINARY; },
+           [](const SystemCall& call) { *call.bytes -= 2; }}) {
+    calls->after = On("QueryValue", [&](const SystemCall& call) {
+      change(call);
+      return std::nullopt;
+    });
+    EXPECT_EQ(failure(), L"Registry changed during read.");
+  }
+  calls->after = Failing("QueryValue", ERROR_MORE_DATA);
   EXPECT_EQ(failure(), L"Registry changed during read.");
-  calls->after_query = [](LSTATUS&, DWORD& type, DWORD&) { type = REG_BINARY; };
-  EXPECT_EQ(failure(), L"Registry changed during read.");
-  calls->after_query = [](LSTATUS&, DWORD&, DWORD& size) { size -= 2; };
-  EXPECT_EQ(failure(), L"Registry changed during read.");
-  calls->after_query = {};
+  calls->after = {};
   EXPECT_EQ(failure(), L"");
 }
 
@@ -362,32 +354,30 @@ class LogFailureTest : public StoreTest {
 
 TEST_F(LogFailureTest, CodeIsThatOfTheCallThatFailed) {
   Open();
-  calls->on_flush = [](BOOL& answer) { return FailWith(ERROR_IO_DEVICE, answer); };
-  EXPECT_EQ(Code(), DWORD{ERROR_IO_DEVICE});
-  calls->on_write = [](BOOL& answer) { return FailWith(ERROR_DISK_FULL, answer); };
-  EXPECT_EQ(Code(), DWORD{ERROR_DISK_FULL});
-  calls->on_create = [](const std::wstring&, BOOL& answer) {
-    return FailWith(ERROR_SHARING_VIOLATION, answer);
-  };
-  EXPECT_EQ(Code(), DWORD{ERROR_SHARING_VIOLATION});
+  const std::pair<const char*, DWORD> rows[] = {
+      {"Flush", ERROR_IO_DEVICE}, {"Write", ERROR_DISK_FULL}, {"Create", ERROR_SHARING_VIOLATION}};
+  for (const auto& [name, code] : rows) {
+    calls->before = Failing(name, code);
+    EXPECT_EQ(Code(), code);
+  }
   store.reset();
-  calls->on_make_directory = [](const std::wstring&, BOOL& answer) {
-    return FailWith(ERROR_WRITE_PROTECT, answer);
-  };
+  calls->before = Failing("MakeDirectory", ERROR_WRITE_PROTECT);
   Open();
   EXPECT_EQ(Code(), DWORD{ERROR_WRITE_PROTECT});
 }
 
-/// A write that succeeds without writing anything, behind some older failure.
-bool WriteNothing(BOOL& answer) {
-  SetLastError(ERROR_DISK_FULL);
-  answer = TRUE;
-  return true;
+/// A write that succeeds without writing anything, after some older failure.
+CallHook WriteNothing() {
+  return On("Write", [](const SystemCall& call) {
+    *call.bytes = 0;
+    return std::nullopt;
+  });
 }
 
 TEST_F(LogFailureTest, ShortWriteHasItsOwnCodeAndNoOlderOne) {
   Open();
-  calls->on_write = WriteNothing;
+  calls->after = WriteNothing();
+  SetLastError(ERROR_DISK_FULL);
   EXPECT_EQ(FailureText([&] { store->AppendLog("x"); }), L"Cannot write operation log.");
   EXPECT_EQ(Code(), DWORD{ERROR_WRITE_FAULT});
 }
@@ -395,7 +385,8 @@ TEST_F(LogFailureTest, ShortWriteHasItsOwnCodeAndNoOlderOne) {
 TEST_F(LogFailureTest, ShortWriteOfAWorkingFileHasItsOwnCodeAndNoOlderOne) {
   Open();
   store->CreateBackups("old text", {});
-  calls->on_write = WriteNothing;
+  calls->after = WriteNothing();
+  SetLastError(ERROR_DISK_FULL);
   EXPECT_EQ(FailureText([&] { store->PrepareReplacement("new text"); }),
             L"Write recovery/temp file (Win32 29)");
 }
