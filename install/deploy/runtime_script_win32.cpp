@@ -32,7 +32,9 @@ std::string FillForThisMachine(SystemCalls& calls, const std::string& script,
   // The host reads scripts in the ANSI code page: a path with a replaced character would name
   // another directory.
   if (!SurvivesAnsiRoundTrip(runtime) || !SurvivesAnsiRoundTrip(temporary)) {
-    throw Refusal{{L"The runtime script cannot hold its directories."}};
+    throw Refusal{
+        {L"The path of the runtime or temporary directory has characters outside the ANSI code "
+         L"page."}};
   }
   return FillScriptTemplate(script, AnsiFromWideLossy(runtime), AnsiFromWideLossy(temporary));
 }

@@ -47,6 +47,11 @@ bool TryOnFile(const Action& action) {
   return TryOnFile([&] { RenameFile(RealCalls(), source, target, MOVEFILE_REPLACE_EXISTING); });
 }
 
+/// Writes a file that another process waits for, so that it appears whole.
+[[nodiscard]] inline bool TryPublishFile(const std::wstring& path, std::string_view bytes) {
+  return TryWriteFile(path + L".part", bytes) && TryRenameOver(path + L".part", path);
+}
+
 [[nodiscard]] inline bool TryCreateDirectories(const std::wstring& path) {
   return TryOnFile([&] {
     SystemCalls calls;

@@ -2,21 +2,14 @@
 
 #include <string>
 
-#include "common/failure/failure.h"
 #include "common/files/tree_removal_win32.h"
+#include "tests/support/files_win32.h"
 
 namespace kestrune {
 
-/// RemoveTree for the cleaning up of a test. False with the thread's last error.
+/// Removes a tree. Returns false with the thread's last error when it cannot.
 inline bool RemoveTree(const std::wstring& path) {
-  SystemCalls calls;
-  try {
-    RemoveTree(calls, path);
-    return true;
-  } catch (const Failure& failure) {
-    SetLastError(failure.code);
-    return false;
-  }
+  return TryOnFile([&] { RemoveTree(RealCalls(), path); });
 }
 
 }  // namespace kestrune

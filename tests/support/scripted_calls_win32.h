@@ -339,7 +339,7 @@ class ScriptedCalls : public SystemCalls {
     SetLastError(last_error);
     return result;
   }
-  /// A failing call returns `failure` and sets the last error.
+  /// Returns `failure` and sets the last error when the call fails.
   template <class Make, class Result = std::invoke_result_t<Make>>
   Result Around(const SystemCall& call, Make make, Result failure = {}) {
     return Attempt(call, make, [=](DWORD code) -> Result {
@@ -347,7 +347,7 @@ class ScriptedCalls : public SystemCalls {
       return failure;
     });
   }
-  /// A failing call returns the code.
+  /// Returns the code when the call fails.
   template <class Make>
   LSTATUS AroundStatus(const SystemCall& call, Make make) {
     return Attempt(call, make, [](DWORD code) { return static_cast<LSTATUS>(code); });

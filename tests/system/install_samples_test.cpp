@@ -4,11 +4,9 @@
 #include <algorithm>
 #include <iostream>
 
-#include "common/text/path.h"
-#include "common/text/text.h"
 #include "tests/support/machine/install_fixture_win32.h"
 #include "tests/support/registration/rcs_model.h"
-#include "tests/support/samples_win32.h"
+#include "tests/support/samples.h"
 
 namespace kestrune {
 namespace {
@@ -24,24 +22,20 @@ class RealProfiles : public InstallTest {
   };
 
   void SetUp() override {
-    KESTRUNE_NEEDS_SAMPLES();
+    if (samples_.empty()) {
+      GTEST_SKIP() << "needs the real files";
+    }
     InstallTest::SetUp();
   }
 
-  static std::vector<Profile> MakeAll() {
+  std::vector<Profile> MakeAll() {
     std::vector<Profile> profiles;
-    for (const std::wstring& path : SampleFiles(L"rcs")) {
-      if (!LowerAscii(path).ends_with(L".rcs")) {
-        continue;
-      }
-      Profile profile{Utf8FromWide(FileName(path)), FileBytes(path), {}};
-      profile.refused = IsRefused(profile.rcs);
+    for (const auto& [name, rcs] : samples_) {
       // The file's name begins with the host's version: "AD17-...".
-      const int major = profile.name.starts_with("AD") ? std::stoi(profile.name.substr(2, 2)) : 24;
+      const int major = name.starts_with("AD") ? std::stoi(name.substr(2, 2)) : 24;
       BoxInstance instance = UsedHost(static_cast<unsigned>(profiles.size() + 1), major);
-      instance.rcs = profile.rcs;
-      profile.host = MakeHost(instance);
-      profiles.push_back(profile);
+      instance.rcs = rcs;
+      profiles.push_back({name, rcs, MakeHost(instance), IsRefused(rcs)});
     }
     return profiles;
   }
@@ -54,11 +48,12 @@ class RealProfiles : public InstallTest {
       return true;
     }
   }
+
+  std::vector<kestrune_tests::Sample> samples_ = kestrune_tests::ReadSamples("rcs", ".RCS");
 };
 
 TEST_F(RealProfiles, AreRegisteredOrUnchangedAndRestored) {
   const std::vector<Profile> profiles = MakeAll();
-  ASSERT_FALSE(profiles.empty());
   const auto refused = std::ranges::count_if(profiles, &Profile::refused);
   EXPECT_TRUE(EndsSilentlyWith(refused == 0 ? 0 : 40, RunQuietly(L"--install")));
   for (const Profile& profile : profiles) {

@@ -17,26 +17,16 @@
 #include <cstdint>
 #include <string>
 
-#include "common/files/file_win32.h"
+#include "common/places/program_path_win32.h"
 #include "common/text/text.h"
 #include "tests/support/files_win32.h"
+#include "tests/support/process/program_run_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace {
 
-std::wstring Variable(const wchar_t* name) {
-  std::wstring value(32768, L'\0');
-  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
-  return value;
-}
-
 DWORD NumericVariable(const wchar_t* name) {
-  return static_cast<DWORD>(wcstoul(Variable(name).c_str(), nullptr, 10));
-}
-
-std::wstring OwnPath() {
-  std::wstring path(32768, L'\0');
-  path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-  return path;
+  return static_cast<DWORD>(wcstoul(kestrune::EnvironmentVariable(name).c_str(), nullptr, 10));
 }
 
 std::wstring WorkingDirectory() {
@@ -65,17 +55,17 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
   STARTUPINFOW startup{};
   GetStartupInfoW(&startup);
   const std::wstring record = L"Directory=" + WorkingDirectory() + L"\nMarker=" +
-                              Variable(L"KESTRUNE_CHILD_MARKER") + L"\nHandlePath=" + HandlePath() +
-                              L"\nStartupFlags=" + kestrune::Decimal(startup.dwFlags) +
-                              L"\nCommandLine=" + GetCommandLineW();
-  std::wstring target = Variable(L"KESTRUNE_CHILD_RECORD");
+                              kestrune::EnvironmentVariable(L"KESTRUNE_CHILD_MARKER") +
+                              L"\nHandlePath=" + HandlePath() + L"\nStartupFlags=" +
+                              kestrune::Decimal(startup.dwFlags) + L"\nCommandLine=" +
+                              GetCommandLineW();
+  std::wstring target = kestrune::EnvironmentVariable(L"KESTRUNE_CHILD_RECORD");
   if (target.empty()) {
-    target = OwnPath() + L".record";
+    target = kestrune::ProgramPath(kestrune::RealCalls(), 32768) + L".record";
   }
   const std::string_view bytes(reinterpret_cast<const char*>(record.data()),
                                record.size() * sizeof(wchar_t));
-  if (!kestrune::TryWriteFile(target + L".part", bytes) ||
-      !kestrune::TryRenameOver(target + L".part", target)) {
+  if (!kestrune::TryPublishFile(target, bytes)) {
     return 99;
   }
   Sleep(NumericVariable(L"KESTRUNE_CHILD_LINGER"));

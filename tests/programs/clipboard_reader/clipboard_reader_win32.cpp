@@ -1,11 +1,10 @@
-// clipboard_reader.exe FILE           writes what is on the clipboard to FILE, which appears whole
-// clipboard_reader.exe --set TEXT     places TEXT as the only thing on the clipboard
-// clipboard_reader.exe --hold FILE MS keeps the clipboard open, so that no other program can,
-//                                     until FILE (which it makes once it holds) is deleted or MS
-//                                     milliseconds have passed
+// clipboard_reader.exe FILE           describes the clipboard in FILE, which appears whole
+// clipboard_reader.exe --set TEXT     replaces the content of the clipboard with TEXT
+// clipboard_reader.exe --hold FILE MS keeps the clipboard open, so that no other program can open
+//                                     it. Creates FILE then, and ends when FILE is deleted or after
+//                                     MS milliseconds
 //
-// What is written, as UTF-8 with lines ending in a line feed; a line is left out where the format
-// is not there:
+// The description is UTF-8 with line feeds. Lines of a format that is absent are left out:
 //   DropHeader=<pFiles>,<x>,<y>,<fNC>,<fWide>
 //   DropSize=<bytes of the CF_HDROP block>
 //   Drop=<path>                       once for each file of the CF_HDROP format
@@ -53,10 +52,6 @@ class OpenedClipboard {
   bool open_ = false;
 };
 
-std::string Number(long long value) {
-  return std::to_string(value);
-}
-
 std::string DescribeDrop() {
   void* const block = GetClipboardData(CF_HDROP);
   if (block == nullptr) {
@@ -69,9 +64,10 @@ std::string DescribeDrop() {
   }
   std::memcpy(&header, bytes, sizeof header);
   GlobalUnlock(block);
-  std::string text = "DropHeader=" + Number(header.pFiles) + "," + Number(header.pt.x) + "," +
-                     Number(header.pt.y) + "," + Number(header.fNC) + "," + Number(header.fWide) +
-                     "\nDropSize=" + Number(static_cast<long long>(GlobalSize(block))) + "\n";
+  std::string text = "DropHeader=" + std::to_string(header.pFiles) + "," +
+                     std::to_string(header.pt.x) + "," + std::to_string(header.pt.y) + "," +
+                     std::to_string(header.fNC) + "," + std::to_string(header.fWide) +
+                     "\nDropSize=" + std::to_string(GlobalSize(block)) + "\n";
   auto* const drop = static_cast<HDROP>(block);
   const UINT count = DragQueryFileW(drop, 0xFFFFFFFF, nullptr, 0);
   for (UINT i = 0; i < count; ++i) {
@@ -90,7 +86,7 @@ std::string DescribeText() {
   }
   const std::wstring text = static_cast<const wchar_t*>(bytes);
   GlobalUnlock(block);
-  return "TextSize=" + Number(static_cast<long long>(GlobalSize(block))) +
+  return "TextSize=" + std::to_string(GlobalSize(block)) +
          "\nText=" + kestrune::Utf8FromWide(text) + "\n";
 }
 
@@ -103,10 +99,7 @@ int Describe(const std::wstring& file) {
     }
     text = DescribeDrop() + DescribeText();
   }
-  return kestrune::TryWriteFile(file + L".part", text) &&
-                 kestrune::TryRenameOver(file + L".part", file)
-             ? 0
-             : 2;
+  return kestrune::TryPublishFile(file, text) ? 0 : 2;
 }
 
 /// Creates a window of our own, without which another program could open the clipboard too.

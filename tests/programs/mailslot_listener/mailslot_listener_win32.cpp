@@ -12,19 +12,13 @@
 
 #include <string>
 
-#include "common/files/file_win32.h"
 #include "common/system/owners_win32.h"
 #include "common/text/text.h"
 #include "tests/support/files_win32.h"
 
 namespace {
 
-bool Publish(const std::wstring& path, std::string_view bytes) {
-  return kestrune::TryWriteFile(path + L".part", bytes) &&
-         kestrune::TryRenameOver(path + L".part", path);
-}
-
-/// 0 received, 1 time-out, 2 failure.
+/// Returns 0 when a message was received, 1 after the deadline, 2 after a failure.
 int Receive(HANDLE slot, ULONGLONG deadline, std::string& message) {
   for (;;) {
     DWORD size = MAILSLOT_NO_MESSAGE;
@@ -49,7 +43,7 @@ int Listen(const std::wstring& name_file, const std::wstring& message_file, unsi
   const std::wstring name = L"TAVORIN.Kestrune." + kestrune::Decimal(GetCurrentProcessId());
   const kestrune::FileHandle slot(
       CreateMailslotW((L"\\\\.\\mailslot\\" + name).c_str(), 0, 0, nullptr));
-  if (!slot || !Publish(name_file, kestrune::Utf8FromWide(name))) {
+  if (!slot || !kestrune::TryPublishFile(name_file, kestrune::Utf8FromWide(name))) {
     return 2;
   }
   for (unsigned long i = 1; i <= count; ++i) {
@@ -57,7 +51,8 @@ int Listen(const std::wstring& name_file, const std::wstring& message_file, unsi
     if (const int code = Receive(slot.Get(), deadline, message); code != 0) {
       return code;
     }
-    if (!Publish(i == 1 ? message_file : message_file + L"." + kestrune::Decimal(i), message)) {
+    if (!kestrune::TryPublishFile(
+            i == 1 ? message_file : message_file + L"." + kestrune::Decimal(i), message)) {
       return 2;
     }
   }

@@ -13,18 +13,14 @@
 
 #include <string>
 
-#include "common/files/file_win32.h"
 #include "common/desktop/desktop_win32.h"
+#include "common/places/program_path_win32.h"
 #include "common/text/text.h"
 #include "tests/support/files_win32.h"
+#include "tests/support/process/program_run_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace {
-
-std::wstring Variable(const wchar_t* name) {
-  std::wstring value(32768, L'\0');
-  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
-  return value;
-}
 
 /// Returns the value after the switch on a command line with values in quotes.
 std::wstring QuotedValue(const std::wstring& line, const std::wstring& name) {
@@ -43,7 +39,7 @@ std::string DefaultReport(const std::wstring& line, int code) {
     return "No Altium instance found.";
   }
   if (code == 40) {
-    return head + "FAILED: the stand-in was told so\r\n";
+    return head + "FAILED: set by the test\r\n";
   }
   return head + (line.find(L" --uninstall") != std::wstring::npos
                      ? "Registration removed; shared runtime retained.\r\n"
@@ -73,8 +69,7 @@ int NextAnswer(const std::wstring& file) {
 }
 
 bool CopyItselfToRuntime() {
-  std::wstring own(32768, L'\0');
-  own.resize(GetModuleFileNameW(nullptr, own.data(), static_cast<DWORD>(own.size())));
+  const std::wstring own = kestrune::ProgramPath(kestrune::RealCalls(), 32768);
   std::wstring local(MAX_PATH, L'\0');
   if (FAILED(SHGetFolderPathW(nullptr, CSIDL_LOCAL_APPDATA, nullptr, 0, local.data())))
     return false;
@@ -87,7 +82,7 @@ bool CopyItselfToRuntime() {
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
   const std::wstring line = GetCommandLineW();
-  const std::wstring folder = Variable(L"KESTRUNE_STAND_IN");
+  const std::wstring folder = kestrune::EnvironmentVariable(L"KESTRUNE_STAND_IN");
   const std::wstring calls = folder + L"\\calls";
   std::string written;
   if (!kestrune::TryReadFile(calls, 1 << 20, written))

@@ -16,6 +16,7 @@
 #include "common/files/sha256_win32.h"
 #include "common/text/text.h"
 #include "tests/support/files_win32.h"
+#include "tests/support/process/program_run_win32.h"
 #include "tests/support/real_calls_win32.h"
 #include "tests/support/registration/rcs_model.h"
 #include "tests/support/remove_tree_win32.h"
@@ -27,18 +28,12 @@ constexpr wchar_t kUninstall[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\
 constexpr wchar_t kHostKey[] = L"Software\\Altium";
 constexpr std::wstring_view kEntryPrefix = L"Altium Designer ";
 
-std::wstring Environment(const wchar_t* name) {
-  std::wstring value(32768, L'\0');
-  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
-  return value;
-}
-
 std::wstring BoxRoot() {
-  return Environment(L"SystemDrive") + L"\\KestruneBox";
+  return EnvironmentVariable(L"SystemDrive") + L"\\KestruneBox";
 }
 
 std::wstring ProfilesRoot() {
-  return Environment(L"USERPROFILE") + L"\\AppData\\Roaming\\Altium";
+  return EnvironmentVariable(L"USERPROFILE") + L"\\AppData\\Roaming\\Altium";
 }
 
 void Require(bool done, const char* what) {
@@ -130,10 +125,10 @@ std::vector<std::wstring> EntryNames(REGSAM view) {
 MadeInstance Place(const std::wstring& guid) {
   MadeInstance made;
   made.guid = guid;
-  made.uninstall_entry = std::wstring(kEntryPrefix) + Upper(guid);
   made.directory = JoinPath(BoxRoot(), L"AD " + guid.substr(1, 8));
   made.resource = JoinPath(made.directory, L"System\\AdvPcb.rcs");
   const std::wstring name = std::wstring(kEntryPrefix) + Upper(guid);
+  made.uninstall_entry = name;
   made.profile = JoinPath(ProfilesRoot(), name);
   made.branch = std::wstring(kHostKey) + L"\\" + name;
   made.rcs = JoinPath(made.profile, L"DXP.RCS");
@@ -148,12 +143,6 @@ MadeInstance ReadEntry(const std::wstring& name, bool in_64_bit_view) {
                 KEY_READ | View(in_64_bit_view), key.Put());
   made.display_name = Text(key.Get(), L"DisplayName");
   made.version = Text(key.Get(), L"DisplayVersion");
-  for (const wchar_t* program : {L"X2.exe", L"dxp.exe"}) {
-    const std::wstring path = JoinPath(made.directory, program);
-    if (made.program.empty() && QueryFileKindQuietly(RealCalls(), path) == FileKind::RegularFile) {
-      made.program = path;
-    }
-  }
   return made;
 }
 
@@ -461,7 +450,7 @@ void ClearBox() {
   }
   RegDeleteTreeW(HKEY_CURRENT_USER, kHostKey);
   Require(RemoveTree(BoxRoot()) && RemoveTree(ProfilesRoot()) &&
-              RemoveTree(Environment(L"USERPROFILE") + L"\\AppData\\Local\\Kestrune"),
+              RemoveTree(EnvironmentVariable(L"USERPROFILE") + L"\\AppData\\Local\\Kestrune"),
           "cannot clear the box");
 }
 
@@ -502,8 +491,9 @@ const std::vector<std::wstring>& RuntimeFiles() {
 
 Snapshot TakeSnapshot() {
   Snapshot snapshot;
-  for (const std::wstring& folder : {Environment(L"USERPROFILE"), Environment(L"PUBLIC"),
-                                     Environment(L"ProgramData"), BoxRoot()}) {
+  for (const std::wstring& folder :
+       {EnvironmentVariable(L"USERPROFILE"), EnvironmentVariable(L"PUBLIC"),
+        EnvironmentVariable(L"ProgramData"), BoxRoot()}) {
     AddFolder(folder, snapshot);
   }
   AddKey(HKEY_CURRENT_USER, L"Software", 0, "HKCU\\Software", snapshot);

@@ -3,14 +3,13 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <stdexcept>
 
 #include "common/files/file_win32.h"
-#include "common/system/owners_win32.h"
 #include "common/text/path.h"
 #include "registration/transaction/global_projects.h"
 #include "registration/store/global_projects_key_win32.h"
+#include "tests/support/export/export_fixture_win32.h"
 #include "tests/support/files_win32.h"
 
 namespace altium_registration {
@@ -91,20 +90,7 @@ void WriteFileBytes(const std::wstring& path, std::string_view bytes) {
 }
 
 std::vector<std::wstring> FolderEntries(const std::wstring& directory) {
-  std::vector<std::wstring> names;
-  WIN32_FIND_DATAW entry{};
-  const kestrune::FindHandle find(FindFirstFileW(JoinPath(directory, L"*").c_str(), &entry));
-  if (!find) {
-    return names;
-  }
-  do {
-    const std::wstring name = entry.cFileName;
-    if (name != L"." && name != L"..") {
-      names.push_back(name);
-    }
-  } while (FindNextFileW(find.Get(), &entry));
-  std::ranges::sort(names);
-  return names;
+  return kestrune::NamesIn(directory);
 }
 
 }  // namespace altium_registration

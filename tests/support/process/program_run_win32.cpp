@@ -4,8 +4,10 @@
 #include <cstdlib>
 #include <utility>
 
+#include "common/places/program_path_win32.h"
 #include "common/text/path.h"
 #include "tests/support/process/screenshot_win32.h"
+#include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
@@ -90,15 +92,10 @@ void MoveIconOntoScreen(HWND box) {
   }
 }
 
-std::wstring OwnFolder() {
-  std::wstring path(32768, L'\0');
-  path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-  return std::wstring(ParentPath(path));
-}
-
 std::wstring BuildFolder() {
   // <build>/tests/<layer>/<program>.exe
-  return std::wstring(ParentPath(ParentPath(OwnFolder())));
+  const std::wstring path = ProgramPath(RealCalls(), 32768);
+  return std::wstring(ParentPath(ParentPath(ParentPath(path))));
 }
 
 }  // namespace
@@ -188,10 +185,14 @@ void DismissBox(HWND box) {
                reinterpret_cast<LPARAM>(GetDlgItem(box, IDOK)));
 }
 
+std::wstring EnvironmentVariable(const wchar_t* name) {
+  std::wstring value(32768, L'\0');
+  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
+  return value;
+}
+
 std::wstring KestrunePath() {
-  std::wstring named(32768, L'\0');
-  named.resize(
-      GetEnvironmentVariableW(L"KESTRUNE_EXE", named.data(), static_cast<DWORD>(named.size())));
+  const std::wstring named = EnvironmentVariable(L"KESTRUNE_EXE");
   return named.empty() ? JoinPath(BuildFolder(), L"Kestrune.exe") : named;
 }
 
@@ -229,10 +230,7 @@ RunOutcome RunKestrune(const std::wstring& arguments, DWORD limit) {
 }
 
 std::wstring Quoted(std::wstring_view text) {
-  std::wstring quoted = L"\"";
-  quoted += text;
-  quoted += L"\"";
-  return quoted;
+  return L"\"" + std::wstring(text) + L"\"";
 }
 
 }  // namespace kestrune

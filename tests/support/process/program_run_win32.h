@@ -80,6 +80,9 @@ struct RunOutcome {
   DWORD milliseconds = 0;
 };
 
+/// Returns a variable of the environment; empty when it is absent.
+std::wstring EnvironmentVariable(const wchar_t* name);
+
 /// Returns the program under test: $KESTRUNE_EXE, or the one built with this test program.
 std::wstring KestrunePath();
 

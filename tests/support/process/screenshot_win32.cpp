@@ -4,9 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/files/file_win32.h"
-#include "tests/support/files_win32.h"
-
 namespace kestrune {
 namespace {
 
@@ -15,7 +12,12 @@ class Canvas {
  public:
   Canvas(int width, int height) : width_(width), height_(height) {
     BITMAPINFO info = {};
-    info.bmiHeader = Header(width, height);
+    info.bmiHeader.biSize = sizeof(info.bmiHeader);
+    info.bmiHeader.biWidth = width;
+    info.bmiHeader.biHeight = -height;
+    info.bmiHeader.biPlanes = 1;
+    info.bmiHeader.biBitCount = 32;
+    info.bmiHeader.biCompression = BI_RGB;
     context_ = CreateCompatibleDC(nullptr);
     bitmap_ = CreateDIBSection(context_, &info, DIB_RGB_COLORS, &bits_, nullptr, 0);
     before_ = SelectObject(context_, bitmap_);
@@ -41,17 +43,6 @@ class Canvas {
       pixel &= 0x00FFFFFF;
     }
     return picture;
-  }
-
-  static BITMAPINFOHEADER Header(int width, int height) {
-    BITMAPINFOHEADER header = {};
-    header.biSize = sizeof(header);
-    header.biWidth = width;
-    header.biHeight = -height;
-    header.biPlanes = 1;
-    header.biBitCount = 32;
-    header.biCompression = BI_RGB;
-    return header;
   }
 
  private:
@@ -111,20 +102,6 @@ bool LooksLikeIcon(const Picture& picture, HICON icon) {
     different += Differ(wanted.pixels[i], picture.pixels[i]) ? 1U : 0U;
   }
   return painted * 4 > wanted.pixels.size() && different * 50 < wanted.pixels.size();
-}
-
-bool SaveScreenshot(const std::wstring& path) {
-  const RECT all{0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
-  const Picture picture = CaptureScreen(all);
-  const BITMAPINFOHEADER header = Canvas::Header(picture.width, picture.height);
-  BITMAPFILEHEADER file = {};
-  file.bfType = 0x4D42;
-  file.bfOffBits = sizeof(file) + sizeof(header);
-  file.bfSize = static_cast<DWORD>(file.bfOffBits + picture.pixels.size() * 4);
-  std::string bytes(reinterpret_cast<const char*>(&file), sizeof(file));
-  bytes.append(reinterpret_cast<const char*>(&header), sizeof(header));
-  bytes.append(reinterpret_cast<const char*>(picture.pixels.data()), picture.pixels.size() * 4);
-  return TryWriteFile(path, bytes);
 }
 
 }  // namespace kestrune

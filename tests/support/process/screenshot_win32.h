@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace kestrune {
@@ -20,8 +19,5 @@ Picture CaptureScreen(const RECT& area);
 
 /// Returns whether the picture is the icon on a plain background.
 bool LooksLikeIcon(const Picture& picture, HICON icon);
-
-/// Writes the whole screen as a BMP file.
-bool SaveScreenshot(const std::wstring& path);
 
 }  // namespace kestrune

@@ -28,8 +28,12 @@ TEST(InstallerReport, AProblemHasTheCommandsCode) {
 
 TEST(InstallerReport, EndsWithItsOwnCode) {
   InstallerReport report(InstallerCommand::Status);
-  report.End(30, L"text");
-  EXPECT_EQ(report.Take().message, L"text");
+  report.End(kHostRuns, L"text");
+  const InstallerResult ended = report.Take();
+  EXPECT_EQ(ended.code, 30);
+  EXPECT_EQ(ended.message, L"text");
+  report.End(kNoInstance, L"");
+  EXPECT_EQ(report.Take().code, 20);
   InstallerReport without_memory(InstallerCommand::Status);
   without_memory.Append(L"one\n");
   without_memory.FailWithoutMemory();

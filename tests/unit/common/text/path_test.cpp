@@ -21,7 +21,7 @@ TEST(Path, TakesTheLastComponentAsFileName) {
   EXPECT_EQ(FileName(L"C:\\"), L"");
 }
 
-TEST(Path, ColonBehindSeparatorIsNoDrive) {
+TEST(Path, ColonAfterSeparatorIsNoDrive) {
   EXPECT_EQ(FileName(L"\\:Main.zip"), L":Main.zip");
   EXPECT_EQ(ParentPath(L"\\:Main.zip"), L"\\");
 }
@@ -52,6 +52,7 @@ TEST(Path, ARootIsItsOwnParent) {
   EXPECT_EQ(ParentPath(L"\\\\server\\share\\"), L"\\\\server\\share");
   EXPECT_EQ(ParentPath(L"\\\\?\\C:\\a"), L"\\\\?\\C:\\");
   EXPECT_EQ(ParentPath(L"\\\\?\\UNC\\server\\share\\a"), L"\\\\?\\UNC\\server\\share");
+  EXPECT_EQ(ParentPath(L"\\\\?\\UNC\\s\\share\\a"), L"\\\\?\\UNC\\s\\share");
   EXPECT_EQ(FileName(L"\\\\server\\share\\a"), L"a");
 }
 

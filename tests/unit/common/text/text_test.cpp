@@ -12,6 +12,15 @@ TEST(Text, LowersAsciiOnly) {
   EXPECT_EQ(LowerAscii(std::wstring_view(L"AbZ_\u00C4")), L"abz_\u00C4");
 }
 
+TEST(Text, AlphanumericCharactersAreAscii) {
+  for (const char c : std::string_view("09azAZ")) {
+    EXPECT_TRUE(IsAsciiAlphanumeric(c)) << c;
+  }
+  for (const char c : std::string_view("/:@[`{\xE4")) {
+    EXPECT_FALSE(IsAsciiAlphanumeric(c)) << c;
+  }
+}
+
 TEST(Text, TrimsOnlyTheGivenBlanks) {
   EXPECT_EQ(Trim(" \t a b\r\n", " \t\r\n"), "a b");
   EXPECT_EQ(Trim("\v a", " \t\r\n"), "\v a");
@@ -37,6 +46,7 @@ TEST(Text, WidensBytesOneByOne) {
 
 TEST(Text, Utf16DropsAnOddByte) {
   EXPECT_EQ(WideFromUtf16Le(std::string_view("A\0\xAC\x20x", 5)), L"A\u20AC");
+  EXPECT_EQ(WideFromUtf16Le(std::string_view("A\0\xAC\x20", 4)), L"A\u20AC");
 }
 
 TEST(Text, Utf8AndUtf16AreInverse) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cwchar>
 #include <optional>
 
 #include "common/failure/failure.h"
@@ -10,6 +9,7 @@
 #include "common/places/known_folders_win32.h"
 #include "common/text/path.h"
 #include "common/files/sha256_win32.h"
+#include "common/text/text.h"
 #include "install/deploy/refusal.h"
 #include "install/deploy/runtime_script_win32.h"
 #include "tests/support/files_win32.h"
@@ -95,32 +95,19 @@ TEST_F(RuntimeDeployment, FileAsRuntimeDirectoryFails) {
   EXPECT_NE(code_, DWORD{ERROR_SUCCESS});
 }
 
-TEST_F(RuntimeDeployment, FailureLeavesFilesOfEarlierRows) {
-  ASSERT_TRUE(TryCreateDirectories(Runtime(L"Bridge.OutJob")));
-  EXPECT_FALSE(Deploy());
-  EXPECT_EQ(message_, L"Cannot establish target last-write time; file preserved: " +
-                          Runtime(L"Bridge.OutJob"));
-  EXPECT_TRUE(Exists(Runtime(L"Kestrune_WaitForm.dfm")));
-  EXPECT_FALSE(Exists(Runtime(L"odbpp-toolbar-legacy.bmp")));
-}
-
 TEST_F(RuntimeDeployment, ThePackagesManifestsDateAllFiles) {
-  // The folders' manifests say later times than the files themselves have.
-  const std::pair<const wchar_t*, const wchar_t*> folders[] = {
-      {L"Script", L"Kestrune.PrjScr"},
-      {L"Script", L"Kestrune_WaitForm.pas"},
-      {L"Script", L"Kestrune_WaitForm.dfm"},
-      {L"Script", L"Kestrune.pas"}};
+  const std::wstring names[] = {L"Kestrune.PrjScr", L"Kestrune_WaitForm.pas",
+                                L"Kestrune_WaitForm.dfm", L"Kestrune.pas"};
   std::string manifest = "[Files]\r\n";
-  for (const auto& [folder, name] : folders) {
-    const std::wstring path = JoinPath(JoinPath(package_, folder), name);
-    manifest += std::string(name, name + std::wcslen(name)) + "=01DD0000:00000000|" +
-                Sha256OfFile(RealCalls(), ExtendedPath(path)) + "\r\n";
+  for (const std::wstring& name : names) {
+    const ExtendedPath path(JoinPath({package_, L"Script", name}));
+    manifest +=
+        Utf8FromWide(name) + "=01DD0000:00000000|" + Sha256OfFile(RealCalls(), path) + "\r\n";
   }
   PutFile(JoinPath(package_, L"Script\\BFM_Script.ini"), manifest);
   ASSERT_TRUE(Deploy());
-  for (const auto& [folder, name] : folders) {
-    EXPECT_EQ(TimeOf(Runtime(name)), 0x01DD000000000000ULL);
+  for (const std::wstring& name : names) {
+    EXPECT_EQ(TimeOf(Runtime(name)), 0x01DD'0000'0000'0000ULL);
   }
   EXPECT_EQ(TimeOf(Runtime(L"Bridge.OutJob")), kPackageTime);
   EXPECT_EQ(NamesIn(folders_.runtime).size(), 9U);
@@ -220,23 +207,21 @@ TEST_F(RuntimeScript, TemplateThatCannotBeReadIsNamed) {
   EXPECT_TRUE(Generate());
 }
 
-TEST_F(RuntimeScript, RuntimeOutsideTheCodePageIsRefused) {
-  const std::wstring runtime = Scratch(L"\x540D");
-  ASSERT_TRUE(TryCreateDirectories(runtime));
-  EXPECT_FALSE(GenerateIn(runtime));
-  EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
-  EXPECT_EQ(NamesIn(runtime), std::vector<std::wstring>{});
-}
-
-TEST_F(RuntimeScript, TemporaryRootOutsideCodePageIsRefused) {
-  const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", Scratch(L"\x540D"));
+TEST_F(RuntimeScript, DirectoriesOutsideTheCodePageAreRefused) {
+  const std::wstring text =
+      L"The path of the runtime or temporary directory has characters outside the ANSI code page.";
+  const std::wstring odd = Scratch(L"\x540D");
+  ASSERT_TRUE(TryCreateDirectories(odd));
+  EXPECT_FALSE(GenerateIn(odd));
+  EXPECT_EQ(message_, text);
+  const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", odd);
   std::wstring root;
   ASSERT_TRUE(TemporaryRoot(RealCalls(), root, message_));
-  if (!root.starts_with(Scratch(L"\x540D"))) {
+  if (!root.starts_with(odd)) {
     GTEST_SKIP() << "this system does not move the public documents at once";
   }
   EXPECT_FALSE(Generate());
-  EXPECT_EQ(message_, L"The runtime script cannot hold its directories.");
+  EXPECT_EQ(message_, text);
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{});
 }
 
