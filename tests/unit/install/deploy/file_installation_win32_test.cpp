@@ -442,6 +442,7 @@ TEST_F(FileInstallation, WithoutABackupNothingIsUpdated) {
     ExpectRefused(kNoBackup);
     ExpectOldTarget();
   }
+  EXPECT_EQ(code_, DWORD{ERROR_FILENAME_EXCED_RANGE});
 }
 
 TEST_F(FileInstallation, FullDiskLeavesOldFileOrNone) {
