@@ -66,7 +66,7 @@ VIAddVersionKey /LANG=1033 LegalCopyright ""
 
 !define MUI_ICON "${ICON}"
 !define MUI_UNICON "${ICON}"
-!define MUI_WELCOMEFINISHPAGE_BITMAP "welcome.bmp"
+!define MUI_WELCOMEFINISHPAGE_BITMAP "${__FILEDIR__}/welcome.bmp"
 !define MUI_ABORTWARNING
 !define MUI_CUSTOMFUNCTION_ABORT LogCancellation
 !define MUI_WELCOMEPAGE_TITLE "Kestrune ${VERSION}"
