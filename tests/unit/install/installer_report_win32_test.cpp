@@ -44,21 +44,17 @@ TEST_F(InstallerReportTest, WritesNothingUnasked) {
   EXPECT_THAT(Log(), IsEmpty());
 }
 
-TEST_F(InstallerReportTest, LogsAMissingFolder) {
-  const std::wstring path = Scratch(L"missing\\report.txt");
-  Write(path, L"text");
-  ExpectLogged(ERROR_PATH_NOT_FOUND, path);
+TEST_F(InstallerReportTest, LogsAnUnusablePath) {
+  const std::pair<std::wstring, DWORD> rows[] = {
+      {Scratch(L"missing\\report.txt"), ERROR_PATH_NOT_FOUND},
+      {Scratch(L"."), ERROR_ACCESS_DENIED},
+      {L"", ERROR_PATH_NOT_FOUND}};
+  for (const auto& [path, code] : rows) {
+    Write(path, L"text");
+    ExpectLogged(code, path);
+    ASSERT_TRUE(DeleteFileW(folders_.log.c_str()));
+  }
   EXPECT_FALSE(Exists(Scratch(L"missing")));
-}
-
-TEST_F(InstallerReportTest, LogsADirectory) {
-  Write(Scratch(L"."), L"text");
-  ExpectLogged(ERROR_ACCESS_DENIED, Scratch(L"."));
-}
-
-TEST_F(InstallerReportTest, LogsAnEmptyName) {
-  Write(L"", L"text");
-  ExpectLogged(ERROR_PATH_NOT_FOUND, L"");
 }
 
 TEST_F(InstallerReportTest, LeavesReadOnlyFileAsItWas) {

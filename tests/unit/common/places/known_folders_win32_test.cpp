@@ -131,29 +131,23 @@ TEST_F(ProfileListTest, ItsEntryDecidesAndNeedNotExist) {
   EXPECT_EQ(Roaming(), L"Q:\\no such profile\\AppData\\Roaming");
 }
 
-TEST_F(ProfileListTest, AnExpandableEntryIsExpanded) {
-  entry_.Set(REG_EXPAND_SZ, L"%SystemDrive%\\Users\\x", kWithNul);
-  EXPECT_EQ(Local(), L"C:\\Users\\x\\AppData\\Local");
-}
-
-TEST_F(ProfileListTest, APlainEntryIsNotExpanded) {
-  entry_.Set(REG_SZ, L"%SystemDrive%\\x", kWithNul);
-  EXPECT_EQ(Local(), L"%SystemDrive%\\x\\AppData\\Local");
-}
-
-TEST_F(ProfileListTest, AnEntryMayLackItsTerminator) {
-  entry_.Set(REG_SZ, L"C:\\profile", 0);
-  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
-}
-
-TEST_F(ProfileListTest, OddByteAtEndDoesNotCount) {
-  entry_.Set(REG_SZ, L"C:\\profile", 1);
-  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
-}
-
-TEST_F(ProfileListTest, AnEntryEndsAtItsFirstNul) {
-  entry_.Set(REG_SZ, std::wstring_view(L"C:\\profile\0junk", 15), kWithNul);
-  EXPECT_EQ(Local(), L"C:\\profile\\AppData\\Local");
+TEST_F(ProfileListTest, EntryIsReadInEveryForm) {
+  const struct {
+    const char* form;
+    DWORD type;
+    std::wstring_view text;
+    DWORD extra_bytes;
+    const wchar_t* local;
+  } rows[] = {
+      {"expandable", REG_EXPAND_SZ, L"%SystemDrive%\\x", kWithNul, L"C:\\x\\AppData\\Local"},
+      {"plain", REG_SZ, L"%SystemDrive%\\x", kWithNul, L"%SystemDrive%\\x\\AppData\\Local"},
+      {"no terminator", REG_SZ, L"C:\\profile", 0, L"C:\\profile\\AppData\\Local"},
+      {"odd byte", REG_SZ, L"C:\\profile", 1, L"C:\\profile\\AppData\\Local"},
+      {"NUL inside", REG_SZ, {L"C:\\x\0junk", 9}, kWithNul, L"C:\\x\\AppData\\Local"}};
+  for (const auto& row : rows) {
+    entry_.Set(row.type, row.text, row.extra_bytes);
+    EXPECT_EQ(Local(), row.local) << row.form;
+  }
 }
 
 TEST_F(ProfileListTest, WithoutUsableEntryTheShellsProfileCounts) {

@@ -253,18 +253,16 @@ TEST_F(HostDiscovery, ValuesOfOtherTypesReadAsEmpty) {
 }
 
 TEST_F(HostDiscovery, ThePackageLocatorGivesTheNearestPackage) {
-  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"Kestrune.exe")), package_);
-  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"a\\b\\Kestrune.exe")), package_);
-  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"1\\2\\3\\4\\5\\Kestrune.exe")),
-            package_);
-  EXPECT_EQ(
-      FindPackageDirectory(RealCalls(), JoinPath(package_, L"1\\2\\3\\4\\5\\6\\Kestrune.exe")),
-      L"");
+  const auto locate = [&](std::wstring_view program) {
+    return FindPackageDirectory(RealCalls(), JoinPath(package_, program));
+  };
+  EXPECT_EQ(locate(L"Kestrune.exe"), package_);
+  EXPECT_EQ(locate(L"1\\2\\3\\4\\5\\Kestrune.exe"), package_);
+  EXPECT_EQ(locate(L"1\\2\\3\\4\\5\\6\\Kestrune.exe"), L"");
   MakePackage(JoinPath(package_, L"1"), kPackageTime, "inner");
-  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"1\\2\\Kestrune.exe")),
-            JoinPath(package_, L"1"));
+  EXPECT_EQ(locate(L"1\\2\\Kestrune.exe"), JoinPath(package_, L"1"));
   ASSERT_TRUE(DeleteFileW(JoinPath(package_, L"1\\Script\\Kestrune.pas").c_str()));
-  EXPECT_EQ(FindPackageDirectory(RealCalls(), JoinPath(package_, L"1\\2\\Kestrune.exe")), package_);
+  EXPECT_EQ(locate(L"1\\2\\Kestrune.exe"), package_);
   EXPECT_EQ(FindPackageDirectory(RealCalls(), L"Kestrune.exe"), L"");
   EXPECT_EQ(FindPackageDirectory(RealCalls(), L""), L"");
 }
