@@ -488,36 +488,33 @@ TEST_F(MovedInstallation, SpecialLettersInTheUsersNameWork) {
   ExpectDone(Status);
 }
 
-class InstallerWithStrangeCalls : public InstallTest {
+class InstallerWithStrangeCalls : public InstallerTest {
  protected:
   /// Installs while the first host's file throws when it is opened.
   template <class Thrown>
-  InstallerResult Install(const MadeInstance& first, const Thrown& thrown) {
-    ScriptedCalls calls;
-    calls.before = [&](const SystemCall& call) -> std::optional<DWORD> {
+  InstallerResult InstallThrowing(const MadeInstance& first, const Thrown& thrown) {
+    calls_.before = [&](const SystemCall& call) -> std::optional<DWORD> {
       if (call.name == "Create" && call.path == ExtendedPath(first.rcs).Text()) {
         throw thrown;
       }
       return std::nullopt;
     };
-    InstallerOptions options;
-    options.package = package_;
-    return RunInstallerCommand(calls, options, KestrunePath());
+    return Run(Install);
   }
 };
 
 TEST_F(InstallerWithStrangeCalls, AnyExceptionIsItsInstancesLine) {
   const MadeInstance first = MakeHost(UsedHost(1, 17));
   const MadeInstance second = MakeHost(UsedHost(2, 24));
-  const InstallerResult strange = Install(first, std::runtime_error("strange"));
+  const InstallerResult strange = InstallThrowing(first, std::runtime_error("strange"));
   EXPECT_EQ(strange.code, 40);
   EXPECT_EQ(strange.message, Failed(first, L"Unexpected failure: strange") + Registered(second));
   ExpectLogged(1, {L"Installer failed | Error=Unexpected failure: strange GetLastError=0 GUID=" +
                    first.guid});
-  const InstallerResult stranger = Install(first, 7);
+  const InstallerResult stranger = InstallThrowing(first, 7);
   EXPECT_EQ(stranger.code, 40);
   EXPECT_EQ(stranger.message, Failed(first, L"Unexpected failure.") + Registered(second));
-  const InstallerResult without_memory = Install(first, std::bad_alloc());
+  const InstallerResult without_memory = InstallThrowing(first, std::bad_alloc());
   EXPECT_EQ(without_memory.message, Failed(first, L"Not enough memory.") + Registered(second));
   EXPECT_TRUE(HasNothingOfOurs(first));
   EXPECT_TRUE(HasWorkingButton(second));
