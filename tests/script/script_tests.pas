@@ -187,6 +187,7 @@ begin
   AddProject(Runtime + '\Kestrune.PrjScr');
 end;
 
+// Sets up a host with an installation and Board1 in front; each test begins with it.
 procedure Prepare;
 begin
   ResetHost;
@@ -221,6 +222,7 @@ begin
   CloseIn := 'never';
   NoteSeen := '';
   LateAnswer := '';
+  NewBoard(Board1);
 end;
 
 procedure CheckNoExchange;
@@ -710,6 +712,8 @@ end;
 
 procedure NoBoard;  // made-up
 begin
+  PutInFront(nil);
+  PCBServer.Front := nil;
   RefusedWith('Open the board');
 end;
 
@@ -753,7 +757,6 @@ end;
 
 procedure RuntimeFilesAreMissing;  // made-up
 begin
-  NewBoard(Board1);
   HostFiles.DeleteFile(Runtime + '\Bridge.OutJob');
   RefusedWith(Runtime + '\Bridge.OutJob');
   Boxes.Clear;
@@ -763,21 +766,18 @@ end;
 
 procedure ProgramCannotStart;  // made-up
 begin
-  NewBoard(Board1);
   Answers := CannotStart;
   EndedWith('error 5');
 end;
 
 procedure NoInstallation;  // made-up
 begin
-  NewBoard(Board1);
   Projects.Clear;
   RefusedWith('could not be found');
 end;
 
 procedure TemplateThatWasNeverFilledIn;  // made-up
 begin
-  NewBoard(Board1);
   WriteBytes(Runtime + '\Kestrune.pas', FileOfMachine(Package + '/Script/Kestrune.pas'));
   RefusedWith('could not be found');
 end;
@@ -940,7 +940,6 @@ end;
 
 procedure SavingTwiceInOneMomentCounts;  // made-up
 begin
-  NewBoard(Board1);
   Press;
   Press;
   Check(Questions.Count = 2, 'the second save looked like none: ' + Questions.Text);
@@ -955,7 +954,6 @@ end;
 
 procedure SourceDisappears;  // real
 begin
-  NewBoard(Board1);
   BeforeStart := RemoveBoard;
   EndedWith('no longer where it was');
 end;
@@ -967,14 +965,12 @@ end;
 
 procedure OutputJobDisappears;  // real
 begin
-  NewBoard(Board1);
   BeforeStart := RemoveJob;
   EndedWith('--install again');
 end;
 
 procedure DamagedOutputJob;  // real
 begin
-  NewBoard(Board1);
   WriteBytes(Runtime + '\Bridge.OutJob', '[OutputJobFile]'#13#10);
   EndedWith('Bridge.OutJob of the installation is damaged');
 end;
@@ -1006,7 +1002,6 @@ end;
 
 procedure StatusCannotBePublished;  // real
 begin
-  NewBoard(Board1);
   BeforeStart := BlockStatus;
   EndedWith('no answer in time');
   PressMuchLater;
@@ -1053,7 +1048,6 @@ end;
 
 procedure NoAnswerAtAll;  // made-up
 begin
-  NewBoard(Board1);
   Answers := Silent;
   EndedWith('no answer in time');
   Check(Pauses > 3000, 'the limit is too short');
@@ -1076,7 +1070,6 @@ end;
 
 procedure FullDisk;  // made-up
 begin
-  NewBoard(Board1);
   DiskIsFull := True;
   Press;
   DiskWasFull('Is the disk full');
@@ -1084,7 +1077,6 @@ end;
 
 procedure NothingCanBeCreated;  // made-up
 begin
-  NewBoard(Board1);
   Forbidden := Exchange;
   Press;
   Forbidden := '';
@@ -1094,7 +1086,6 @@ end;
 // Only where the caller has put a small file system under the temporary folder.
 procedure FullTemporaryDisk;  // small-disk
 begin
-  NewBoard(Board1);
   WriteBytes(Board1, StringOfChar('x', 300000));
   EndedWith('is full');
 end;
@@ -1106,7 +1097,6 @@ end;
 
 procedure DiskBecomesFull;  // made-up
 begin
-  NewBoard(Board1);
   OnMessages := FillDisk;
   Press;
   DiskWasFull('Is the disk full');
@@ -1116,7 +1106,6 @@ end;
 
 procedure HostWritesNothing;  // made-up
 begin
-  NewBoard(Board1);
   Generation := WritesNothing;
   EndedWith('no complete ODB++ archive');
   Check(Called('--wait-native') = 0, 'waited for an archive of which not even a folder came');
@@ -1141,7 +1130,6 @@ end;
 
 procedure GrowingArchiveIsWaitedForAgain;  // made-up
 begin
-  NewBoard(Board1);
   Growths := 200;
   OnMessages := GrowArchive;
   BeforeStart := TimeOut;
@@ -1153,7 +1141,6 @@ end;
 
 procedure ArchiveThatGrowsNoMoreIsGivenUp;  // made-up
 begin
-  NewBoard(Board1);
   Generation := WritesFolder;
   Press;
   CheckBox('no complete ODB++ archive');
@@ -1175,7 +1162,6 @@ end;
 
 procedure HostWritesNothingForTwoMinutes;  // made-up
 begin
-  NewBoard(Board1);
   Generation := WritesEmptyFile;
   WaitAnswer := #13#10;
   BeforeStart := AnswerLate;
@@ -1186,7 +1172,6 @@ end;
 
 procedure HostDoesNotOpenTheProject;  // real
 begin
-  NewBoard(Board1);
   Answers := OnlyPrepare;
   OpenDoesNothing := True;
   EndedWith('did not open');
@@ -1224,7 +1209,6 @@ end;
 
 procedure HostFailsWhileItCloses;  // real
 begin
-  NewBoard(Board1);
   Answers := OnlyPrepare;
   CloseFails := True;
   Press;
@@ -1241,7 +1225,6 @@ end;
 
 procedure HostFailsWhileItLooksForDocuments;  // made-up
 begin
-  NewBoard(Board1);
   OnMessages := FailLooking;
   Press;
   CheckBox('could not be closed');
@@ -1271,7 +1254,6 @@ end;
 
 procedure UnexpectedError;  // real
 begin
-  NewBoard(Board1);
   Answers := OnlyPrepare;
   OnMessages := Stumble;
   EndedWith('opening the temporary project');
@@ -1315,7 +1297,6 @@ end;
 // The wait of Kestrune.exe cannot be stopped; the window closes without it.
 procedure CancelledWaitEndsAtOnce;  // real
 begin
-  NewBoard(Board1);
   Answers := OnlyPrepare;
   WaitAnswer := #13#10;
   CancelIn := 'Step 4';
@@ -1337,7 +1318,6 @@ var
   First: string;
   I: Integer;
 begin
-  NewBoard(Board1);
   Answers := OnlyPrepare;
   BeforeStart := NoteExchangeFiles;
   Press;
@@ -1367,7 +1347,6 @@ end;
 
 procedure SecondPress;  // real
 begin
-  NewBoard(Board1);
   PressIn := 'Step 1';
   Press;
   Check(PressIn = 'done', 'not pressed');
@@ -1377,16 +1356,10 @@ begin
   Check(Boxes.Count = 0, Boxes.Text);
 end;
 
-procedure PressAgain;
-begin
-  PressSame;
-end;
-
 procedure SecondPressWhileTheHostWorks;  // real
 begin
-  NewBoard(Board1);
   Answers := OnlyPrepare;
-  OnGenerate := PressAgain;
+  OnGenerate := PressSame;
   Press;
   Check(Called('--prepare') = 1, 'two preparations');
   Check(Called('--finalize') = 1, 'the first export suffered');
@@ -1404,7 +1377,6 @@ end;
 // The window is gone, but the export that it belonged to has not ended yet.
 procedure PressAfterTheWindowWasClosed;  // made-up
 begin
-  NewBoard(Board1);
   OnMessages := PressAfterClosing;
   Press;
   CheckBox('An export is running');
@@ -1517,7 +1489,6 @@ end;
 
 procedure FreshPressWhileTheHostWorks;  // made-up
 begin
-  NewBoard(Board1);
   OnGenerate := PressSecondOnTheBoard;
   Press;
   CheckBox('WorkspaceManager:GenerateReport');
@@ -1538,7 +1509,6 @@ end;
 
 procedure SlowDeliveryHoldsTheMark;  // made-up
 begin
-  NewBoard(Board1);
   SlowDelivery := True;
   ActAt := 1;
   OnMessages := PressSecondBoardInDelivery;
@@ -1559,7 +1529,6 @@ end;
 // The log also holds the end of the previous delivery, which must not count for this one.
 procedure LogThatIsLockedForAMoment;  // made-up
 begin
-  NewBoard(Board1);
   Press;
   NewBoard(Board1);
   Calls.Clear;
@@ -1579,7 +1548,6 @@ end;
 
 procedure DeliveryGoesOnAfterCancel;  // made-up
 begin
-  NewBoard(Board1);
   SlowDelivery := True;
   OnMessages := CancelInDelivery;
   Press;
@@ -1601,7 +1569,6 @@ end;
 
 procedure BoardOfAnotherExportIsNotDelivered;  // made-up
 begin
-  NewBoard(Board1);
   OnGenerate := AnotherBoardIsPrepared;
   EndedWith('Another board was prepared');
 end;
@@ -1657,7 +1624,6 @@ end;
 
 procedure RunWithoutItsMarkEnds;  // made-up
 begin
-  NewBoard(Board1);
   OnMessages := TakeMarkAway;
   EndedWith('took over');
 end;
@@ -1674,7 +1640,6 @@ end;
 // The box about a running export offers this, but the export is still active.
 procedure PressAfterTheMarkWasDeleted;  // made-up
 begin
-  NewBoard(Board1);
   OnMessages := TakeMarkAwayAndPress;
   Press;
   Check(Called('--prepare') = 1, 'a second export inside of the first');
@@ -1697,7 +1662,6 @@ end;
 
 procedure SecondHostWindow;  // made-up
 begin
-  NewBoard(Board1);
   MarkOfAnotherWindow('waiting', '', 500, 600);
   RefusedWith('X:\Theirs.PcbDoc');
   Check(Pos(Exchange + '\77-running-4.txt', Boxes[0]) > 0, 'the way out is not named: ' + Boxes.Text);
@@ -1712,7 +1676,6 @@ end;
 
 procedure MarkThatHoldsNothingIsRemoved;  // made-up
 begin
-  NewBoard(Board1);
   WriteBytes(Exchange + '\78-running-1.txt', '');
   WriteBytes(Exchange + '\journal.txt', '12345');
   Press;
@@ -1764,7 +1727,6 @@ end;
 
 procedure BoardIsClosedDuringTheQuestion;  // made-up
 begin
-  NewBoard(Board1);
   OnQuestion := CloseBoardInQuestion;
   AnswerNoYes := mrNo;
   Press;
@@ -1795,7 +1757,6 @@ end;
 
 procedure BoardThatStaysLoadedIsNotExportedAgain;  // made-up
 begin
-  NewBoard(Board1);
   NeverUnloads := 'Bridge.PcbDoc';
   Press;
   CheckBox('could not be closed');
@@ -1830,7 +1791,6 @@ end;
 
 procedure EscapeAsksFirst;  // made-up
 begin
-  NewBoard(Board1);
   AnswerNoYes := mrNo;
   CancelIn := 'Step 2';
   Press;
@@ -1857,7 +1817,6 @@ end;
 
 procedure EachClosingActionIsTried;  // made-up
 begin
-  NewBoard(Board1);
   CloseFails := True;
   Press;
   Check(Called('close Focused') >= 3, Calls.Text);
@@ -1868,7 +1827,6 @@ end;
 
 procedure WindowIsNotOnTop;  // made-up
 begin
-  NewBoard(Board1);
   Press;
   Check(KestruneWaitForm.FormStyle <> fsStayOnTop, 'the window lies on top of everything');
 end;
@@ -1881,14 +1839,12 @@ end;
 
 procedure BarShowsStepsThatAreDone;  // made-up
 begin
-  NewBoard(Board1);
   OnMessages := BarShowsWhatIsDone;
   Press;
 end;
 
 procedure HandleIsAskedForOnceKnown;  // made-up
 begin
-  NewBoard(Board1);
   MissingMembers.Clear;
   WriteBytes(Local + '\Kestrune\form-handle-' + IntToStr(Version) + '.1.2.44.txt', '');
   Press;
@@ -2057,7 +2013,6 @@ end;
 
 procedure StoppedCallIsNamed;  // made-up
 begin
-  NewBoard(Board1);
   StopAtMember := 'IClient.IsQuitting';
   Press;
   Check(Stopped = 'IClient.IsQuitting', Stopped);
@@ -2412,7 +2367,6 @@ end;
 
 procedure TypesDecideAboutCopper;  // made-up
 begin
-  NewBoard(Board1);
   CheckRows(CopperRows, '');
   CheckRows(Row('SIGNAL|A|||9|some') + Row('POWER_GROUND|B|||packed|unknown'), '');
   CheckRows(Row('SIGNAL|A|||9|some') + Row('SIGNAL|B|||absent|none'),
