@@ -37,8 +37,8 @@ class ModelWorld final : public RegistrationWorld {
   std::optional<std::vector<RegistryValue>> values;
   std::vector<std::string> log;
   bool is_read_only = false;
-  /// Every change of file, key, security and backups in order, as words.
-  std::vector<std::string> mutations;
+  /// Every write of the list in order: "+Item0" or "-Item0".
+  std::vector<std::string> list_writes;
 };
 
 }  // namespace altium_registration

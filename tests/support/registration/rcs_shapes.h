@@ -54,43 +54,59 @@ inline std::string RealisticFile(std::size_t size) {
   return text;
 }
 
-inline std::string Parameters() {
-  return altium_registration::Quote("ProjectName=" + BenchSpec().script_project_path +
-                                    "|ProcName=Kestrune.pas>RunKestrune");
-}
-
-/// Returns a file of our commands and links to them in turn.
-inline std::string ManyLinksToManyCommands(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 400 < size; ++n) {
-    const std::string number = std::to_string(n);
-    text += "PL P" + number + " Command='ScriptingSystem:RunScript' Params=" + Parameters() +
-            " End\nInsertion I" + number + " TargetID='T' Link L" + number + " PLID='P" + number +
-            "' End End\nDeletion D" + number + " TargetID='T' DeleteID='L" + number + "' End\n";
+/// Appends a text until the size is reached, each time with the next number in place of "#".
+inline std::string Repeated(std::string text, std::string_view item, std::size_t size) {
+  for (std::uint32_t n = 0; text.size() + 2 * item.size() + 64 < size; ++n) {
+    for (const char byte : item) {
+      text += byte == '#' ? std::to_string(n) : std::string(1, byte);
+    }
   }
   return text;
+}
+
+/// Returns one command of ours without a placement.
+inline std::string OurCommand(const std::string& name = "P") {
+  return "PL " + name + " Command='ScriptingSystem:RunScript' Params=" +
+         altium_registration::Quote("ProjectName=" + BenchSpec().script_project_path +
+                                    "|ProcName=Kestrune.pas>RunKestrune") +
+         " End\n";
+}
+
+/// Returns a long text with a doubled quote, as written in a file.
+inline std::string LongQuoted(std::size_t size) {
+  return "'" + std::string(size, 'x') + "'''";
+}
+
+inline std::string WithAttributes(const std::string& text, std::size_t size) {
+  return Repeated(text, "#=1 ", size);
+}
+
+inline std::string WithLinks(const std::string& text, std::size_t size) {
+  return Repeated(text, "Link L# PLID='P' End\n", size);
+}
+
+inline std::string WithDeletions(const std::string& text, std::size_t size) {
+  return Repeated(text, "Deletion D# DeleteID='L' TargetID='x' End\n", size);
+}
+
+inline std::string ManyLinksToManyCommands(std::size_t size) {
+  return Repeated("",
+                  OurCommand("P#") +
+                      "Insertion I# TargetID='T' Link L# PLID='P#' End End\n"
+                      "Deletion D# TargetID='T' DeleteID='L#' End\n",
+                  size);
 }
 
 inline std::string ManyQuotes(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 200 < size; ++n) {
-    text +=
-        "PL 'a''''''" + std::to_string(n) + "' Command='''''''''''''''' Params='''''''''' End\n";
-  }
-  return text;
+  return Repeated("", "PL 'a''''''#' Command='''''''''''''''' Params='''''''''' End\n", size);
 }
 
 inline std::string DeepEverywhere(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 1200 < size;) {
-    for (std::uint32_t depth = 0; depth <= altium_registration::kMaxRcsDepth; ++depth) {
-      text += "Tree t" + std::to_string(n++) + " A=1\n";
-    }
-    for (std::uint32_t depth = 0; depth <= altium_registration::kMaxRcsDepth; ++depth) {
-      text += "End\n";
-    }
+  std::string block;
+  for (std::uint32_t depth = 0; depth <= altium_registration::kMaxRcsDepth; ++depth) {
+    block.insert(0, "Tree #_" + std::to_string(depth) + " A=1\n").append("End\n");
   }
-  return text;
+  return Repeated("", block, size);
 }
 
 inline std::string OneGiantToken(std::size_t size) {
@@ -102,100 +118,52 @@ inline std::string OneTokenOfQuotes(std::size_t size) {
 }
 
 inline std::string ManyIdentifiers(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 40 < size; ++n) {
-    text += "PL " + std::to_string(n) + " End ";
-  }
-  return text;
+  return Repeated("", "PL # End ", size);
 }
 
 /// Returns a file in which thousands of the button's possible names are taken.
 inline std::string ManyTakenNames(std::size_t size) {
-  std::string text = "PL PLKestrune End\n";
-  for (std::uint32_t n = 1; text.size() + 60 < size; ++n) {
-    text += "PL PLKestrune_" + std::to_string(n) + " End\n";
-  }
-  return text;
+  return Repeated("PL PLKestrune End\n", "PL PLKestrune_# End\n", size);
 }
 
 inline std::string ManyAttributes(std::size_t size) {
-  std::string text = "PL p ";
-  for (std::uint32_t n = 0; text.size() + 40 < size; ++n) {
-    text += std::to_string(n) + "=1 ";
-  }
-  return text + "End\n";
+  return WithAttributes("PL p ", size) + "End\n";
 }
 
 inline std::string OnlyBlanks(std::size_t size) {
   return std::string(size - 1000, ' ');
 }
 
-/// Returns a long text with a doubled quote, as written in a file.
-inline std::string LongQuoted(std::size_t size) {
-  return "'" + std::string(size, 'x') + "'''";
-}
-
-/// Returns one command of ours without a placement.
-inline std::string OurCommand() {
-  return "PL P Command='ScriptingSystem:RunScript' Params=" + Parameters() + " End\n";
-}
-
-inline std::string WithDeletionsOf(const std::string& link, std::string text, std::size_t size) {
-  for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
-    text += "Deletion D" + std::to_string(n) + " DeleteID='" + link + "' TargetID='x' End\n";
-  }
-  return text;
-}
-
-inline std::string WithLinks(std::string text, std::size_t size) {
-  for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
-    text += "Link L" + std::to_string(n) + " PLID='P' End\n";
-  }
-  return text;
-}
-
-inline std::string AttributesOfNumbers(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() < size; ++n) {
-    text += std::to_string(n) + "=1 ";
-  }
-  return text;
-}
-
 /// Returns an Insertion whose target is one long text with a doubled quote, and Deletions of its
 /// link.
 inline std::string LongTargetAndDeletions(std::size_t size) {
-  return WithDeletionsOf(
-      "L",
+  return WithDeletions(
       OurCommand() + "Insertion I TargetID=" + LongQuoted(size / 2) + " Link L PLID='P' End End\n",
       size);
 }
 
-/// Returns a placed button, without which links in the custom tree are not counted.
-inline std::string OurPlacement() {
-  const altium_registration::Spec spec = BenchSpec();
-  return OurCommand() + "Insertion I TargetID='" + spec.anchor_target + "' RefID0='" +
-         spec.anchor_reference + "' Link L PLID='P' End End\n";
-}
-
 /// Returns a Tree whose identifier is one long text with a doubled quote, over links to our
-/// command.
+/// command. The button is placed: without that, links in the custom tree are not counted.
 inline std::string LongTreeOverLinks(std::size_t size) {
-  return WithLinks(OurPlacement() + "Tree " + LongQuoted(size / 2) + "\n", size) + "End\n";
+  const altium_registration::Spec spec = BenchSpec();
+  return WithLinks(OurCommand() + "Insertion I TargetID='" + spec.anchor_target + "' RefID0='" +
+                       spec.anchor_reference + "' Link L PLID='P' End End\nTree " +
+                       LongQuoted(size / 2) + "\n",
+                   size) +
+         "End\n";
 }
 
 /// Returns an Insertion of very many attributes, the target last, and Deletions of its link.
 inline std::string ManyAttributesAndDeletions(std::size_t size) {
-  return WithDeletionsOf("L",
-                         OurCommand() + "Insertion I " + AttributesOfNumbers(size / 2) +
-                             "TargetID='y' Link L PLID='P' End End\n",
-                         size);
+  return WithDeletions(WithAttributes(OurCommand() + "Insertion I ", size / 2) +
+                           "TargetID='y' Link L PLID='P' End End\n",
+                       size);
 }
 
 /// Returns the same with links in a Tree below it, only one of them placed.
 inline std::string ManyAttributesOverLinks(std::size_t size) {
-  return WithLinks(OurCommand() + "Tree PCBCustom Link C PLID='P' End End\nInsertion I " +
-                       AttributesOfNumbers(size / 2) + "TargetID='y' Link L PLID='P' End Tree T\n",
+  const std::string head = OurCommand() + "Tree PCBCustom Link C PLID='P' End End\nInsertion I ";
+  return WithLinks(WithAttributes(head, size / 2) + "TargetID='y' Link L PLID='P' End Tree T\n",
                    size) +
          "End End\n";
 }
@@ -203,24 +171,14 @@ inline std::string ManyAttributesOverLinks(std::size_t size) {
 /// Returns an Insertion of very many attributes that places many links, another placement after
 /// each.
 inline std::string ManyAttributesAndPlacedLinks(std::size_t size) {
-  std::string text =
-      OurCommand() + "Insertion I " + AttributesOfNumbers(size / 2) + "TargetID='y'\n";
-  for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
-    const std::string number = std::to_string(n);
-    text += "Link L" + number + " PLID='P' End Insertion J" + number + " Link K" + number +
-            " PLID='P' End End\n";
-  }
-  return text + "End\n";
+  return Repeated(WithAttributes(OurCommand() + "Insertion I ", size / 2) + "TargetID='y'\n",
+                  "Link L# PLID='P' End Insertion J# Link K# PLID='P' End End\n", size) +
+         "End\n";
 }
 
 /// Returns records with one name more than are compared one by one.
 inline std::string RecordsOfThirteenAttributes(std::size_t size) {
-  std::string text;
-  for (std::uint32_t n = 0; text.size() + 100 < size; ++n) {
-    text +=
-        "PL " + std::to_string(n) + " a=1 b=1 c=1 d=1 e=1 f=1 g=1 h=1 i=1 j=1 k=1 l=1 m=1 End\n";
-  }
-  return text;
+  return Repeated("", "PL # a=1 b=1 c=1 d=1 e=1 f=1 g=1 h=1 i=1 j=1 k=1 l=1 m=1 End\n", size);
 }
 
 /// Returns identifiers of sixteen bytes that all have the same hash for this seed: the third word
@@ -306,7 +264,7 @@ class RcsMixture {
 
   void Attributes() {
     if (dice_.Chance(20)) {
-      text_ += AttributesOfNumbers(Share());
+      text_ = WithAttributes(text_, text_.size() + Share());
     }
     if (dice_.Chance(50)) {
       text_ += " TargetID=" + Value() + " RefID0=" + Value() + " ";

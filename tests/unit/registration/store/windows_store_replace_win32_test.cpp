@@ -98,18 +98,6 @@ TEST_F(WindowsStoreReplaceTest, FileForItsOwnerAloneStaysSo) {
   EXPECT_EQ(Rcs(), "old text");
 }
 
-TEST_F(WindowsStoreReplaceTest, MereTouchSinceOpeningFails) {
-  OpenPrepared();
-  const kestrune::FileHandle file(CreateFileW(profile.Rcs().c_str(), FILE_WRITE_ATTRIBUTES,
-                                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                              OPEN_EXISTING, 0, nullptr));
-  const FILETIME time = {1, 30'000'000};
-  ASSERT_TRUE(SetFileTime(file.Get(), nullptr, nullptr, &time));
-  EXPECT_EQ(Commit(), kSourceChanged);
-  EXPECT_FALSE(store->HasReplacedRcs());
-  EXPECT_EQ(Rcs(), "old text");
-}
-
 TEST_F(WindowsStoreReplaceTest, EqualSizeAndTimeMeanUnchanged) {
   OpenPrepared();
   calls->after = On("GetAttributes", [](const SystemCall& call) {
@@ -150,30 +138,6 @@ TEST_F(WindowsStoreReplaceTest, FileLockedByHostIsNotReplaced) {
   CloseAndExpectNothingLeft();
 }
 
-TEST_F(WindowsStoreReplaceTest, UnreadableOutcomeCountsAsReplaced) {
-  for (const bool is_unlocked_again : {false, true}) {
-    OpenPrepared();
-    kestrune::FileHandle lock;
-    calls->before = On("Replace", [&](const SystemCall&) {
-      if (!lock) {
-        lock.Reset(CreateFileW(profile.Rcs().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0,
-                               nullptr));
-      }
-      return ERROR_SHARING_VIOLATION;
-    });
-    EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
-    EXPECT_TRUE(store->HasReplacedRcs());
-    if (is_unlocked_again) {
-      lock.Reset();
-    }
-    // A file that can then be identified as the old one needs no rollback.
-    EXPECT_EQ(RollBack(), is_unlocked_again ? L"" : L"Read RCS (Win32 32)");
-    lock.Reset();
-    EXPECT_EQ(Rcs(), "old text");
-    CloseAndExpectNothingLeft();
-  }
-}
-
 // Sharing violations
 
 /// The codes for a file that another program has open; such a call changes nothing.
@@ -197,28 +161,20 @@ TEST_F(WindowsStoreReplaceTest, LockOfMomentDelaysReplacingAndRestoring) {
   }
 }
 
-TEST_F(WindowsStoreReplaceTest, LockThatStaysIsTriedTenTimes) {
-  OpenPrepared();
-  int tries = 0;
-  calls->before = On("Replace", [&](const SystemCall&) {
-    ++tries;
-    return ERROR_SHARING_VIOLATION;
-  });
-  EXPECT_EQ(Commit(), L"Replace RCS (Win32 32)");
-  EXPECT_EQ(tries, 10);
-  EXPECT_EQ(calls->Waited(), 450U);
-  EXPECT_FALSE(store->HasReplacedRcs());
-}
-
-TEST_F(WindowsStoreReplaceTest, OtherFailuresAreNotRetried) {
-  OpenPrepared();
-  int tries = 0;
-  calls->before = On("Replace", [&](const SystemCall&) {
-    ++tries;
-    return ERROR_IO_DEVICE;
-  });
-  EXPECT_EQ(Commit(), L"Replace RCS (Win32 1117)");
-  EXPECT_EQ(tries, 1);
+TEST_F(WindowsStoreReplaceTest, OnlyLockIsTriedTenTimes) {
+  for (const DWORD code : {DWORD{ERROR_SHARING_VIOLATION}, DWORD{ERROR_IO_DEVICE}}) {
+    StartNewScript();
+    OpenPrepared();
+    int tries = 0;
+    calls->before = On("Replace", [&](const SystemCall&) {
+      ++tries;
+      return code;
+    });
+    EXPECT_EQ(Commit(), L"Replace RCS (Win32 " + std::to_wstring(code) + L")");
+    EXPECT_EQ(tries, code == ERROR_IO_DEVICE ? 1 : 10);
+    EXPECT_EQ(calls->Waited(), code == ERROR_IO_DEVICE ? 0U : 450U);
+    EXPECT_FALSE(store->HasReplacedRcs());
+  }
 }
 
 TEST_F(WindowsStoreReplaceTest, ChangeDuringRetriesIsNotOverwritten) {

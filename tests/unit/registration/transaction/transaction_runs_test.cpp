@@ -25,7 +25,7 @@ std::string RowOf(RegistrationWorld& world, const Scenario& scenario) {
   return scenario.Text() + " -> " + outcome.Line();
 }
 
-/// The file of rows as it would be now: its own scenarios and those that it must have.
+/// Returns the rows as they would be now: those of the file and those that it must have.
 std::set<std::string> RowsNow(RegistrationWorld& world) {
   std::map<std::string, Scenario> scenarios;
   for (const RunRow& row : RunRows()) {
@@ -147,8 +147,8 @@ TEST(TransactionRuns, EveryDeathObeysTheLaws) {
   }
 }
 
-/// The faults that leave different things to undo: those of the replacement, and of every other
-/// operation but the readings of the list its last one.
+/// Returns the faults that leave different things to undo: those of the replacement, and of every
+/// other operation but the readings of the list its last one.
 std::vector<Disturbance> FirstFaults(ModelWorld& world, std::string_view kind) {
   const std::vector<Disturbance> all = FaultsAt(MomentsOf(world, {kind}));
   std::vector<Disturbance> firsts;
@@ -164,7 +164,7 @@ std::vector<Disturbance> FirstFaults(ModelWorld& world, std::string_view kind) {
   return firsts;
 }
 
-/// The text of the failure alone, without what became of the rollback.
+/// Returns the text of the failure alone, without the outcome of the rollback.
 std::string FailureOf(std::string message) {
   for (const char* next : {" Registry recovery blocked: ", " File recovery blocked: ",
                            " MANUAL RECOVERY", " Rollback complete"}) {
@@ -227,14 +227,14 @@ constexpr ForeignAct kForeignActs[] = {
     {"Item2 changes", [](const Remains& remains) { return HasEntry(remains, "2=F"); }},
 };
 
-/// Whether the change comes between a check and the write under its name; the registry has no write
-/// that happens only if a value is still the expected one.
+/// Returns whether the change comes between a check and the write under its name; the registry has
+/// no write that happens only if a value is still the expected one.
 bool IsOverwritten(const Moment& moment, const ForeignAct& act) {
   return std::string_view(act.what).starts_with("Item") &&
          (moment.operation == "WriteValue" || moment.operation == "RemoveValue");
 }
 
-/// Whether there is no file that the act could change.
+/// Returns whether there is no file that the act could change.
 bool IsIdle(const Scenario& scenario, const ForeignAct& act) {
   const std::string_view what = act.what;
   return !scenario.disturbances.empty() && scenario.disturbances[0].what == "loses the file" &&

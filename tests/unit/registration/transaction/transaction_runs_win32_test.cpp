@@ -20,7 +20,7 @@ class TransactionRunsOnWindows : public testing::Test {
   WindowsWorld windows;
 };
 
-/// The moments as texts, one a line.
+/// Returns the moments as texts, one a line.
 std::string TextOf(const std::vector<Moment>& moments) {
   std::string text;
   for (const Moment& moment : moments) {
