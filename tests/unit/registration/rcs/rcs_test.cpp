@@ -203,7 +203,7 @@ TEST(Rcs, SizeAndNullPrecedeTokens) {
   std::string full = "PL p A='";
   full.append(kMaxRcsBytes - full.size() - 5, 'x');
   full += "' End";
-  ASSERT_EQ(full.size(), kMaxRcsBytes);
+  ASSERT_EQ(full.size(), 8'388'608U);
   EXPECT_EQ(Attribute(Parsed(full), 0, "A").size(), kMaxRcsBytes - 13);
   EXPECT_EQ(Refused(full + " "), L"Unsupported RCS size/encoding.");
   EXPECT_EQ(Refused(std::string(kMaxRcsBytes + 1, '\'')), L"Unsupported RCS size/encoding.");

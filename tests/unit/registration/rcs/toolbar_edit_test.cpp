@@ -348,7 +348,7 @@ TEST(EditRcs, InstallingNeedsTargetAndReference) {
 }
 
 TEST(EditRcs, UnsafePathsAreRefused) {
-  for (const std::string path : {"", "C:\\a|b", "C:\\a\rb", "C:\\a\nb"}) {
+  for (const std::string path : {"", "|", "C:\\a|b", "C:\\a\rb", "C:\\a\nb"}) {
     Spec spec = PlainSpec();
     spec.script_project_path = path;
     EXPECT_EQ(Refused("PL a End", true, spec), L"Unsafe script project path.");
@@ -480,6 +480,11 @@ TEST(ValidateRcs, WantsEachRecordExactlyOnce) {
   EXPECT_EQ(Invalid(kButton + second, true), kNotInstalled);
   second.replace(second.find("TLPCBToolbar"), 12, "TLOther");
   EXPECT_EQ(Invalid(kButton + second, true), kNotInstalled);
+}
+
+TEST(ValidateRcs, RecordsMayHaveAnyOrder) {
+  EXPECT_EQ(Invalid(Placement() + CommandLine() + CustomTree(), true), L"");
+  EXPECT_EQ(Invalid(CommandLine() + Placement() + CustomTree(), true), L"");
 }
 
 TEST(ValidateRcs, LinksElsewhereDoNotCount) {
