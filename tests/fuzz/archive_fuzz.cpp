@@ -13,6 +13,7 @@
 #include "export/inspect/matrix.h"
 #include "export/inspect/zip/zip_directory.h"
 #include "tests/support/export/zip_builder.h"
+#include "tests/support/require_law.h"
 
 namespace {
 
@@ -20,12 +21,6 @@ constexpr std::size_t kMostMemory = 16 * 1024 * 1024;
 
 std::size_t taken = 0;
 std::size_t most_taken = 0;
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
 
 }  // namespace
 

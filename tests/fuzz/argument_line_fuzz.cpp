@@ -11,14 +11,9 @@
 
 #include "common/text/text.h"
 #include "export/deliver/application/argument_line.h"
+#include "tests/support/require_law.h"
 
 namespace {
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
 
 constexpr long kWall = -1;  // at both ends of an inserted value; matches nothing
 

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,14 +8,9 @@
 #include "common/text/text.h"
 #include "export/prepare/bridge_project.h"
 #include "export/prepare/dependency_list.h"
+#include "tests/support/require_law.h"
 
 namespace {
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
 
 /// Returns the documents of a project as the host reads them: the path of each [DocumentN], in
 /// order.

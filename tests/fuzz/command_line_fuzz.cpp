@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -7,16 +6,11 @@
 
 #include "common/text/text.h"
 #include "entry/command_line.h"
+#include "tests/support/require_law.h"
 
 namespace {
 
 using namespace kestrune;
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
 
 bool IsInstallerKeyword(const std::wstring& text) {
   return text == L"--install" || text == L"--update" || text == L"--uninstall" ||

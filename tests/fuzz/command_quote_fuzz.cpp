@@ -9,6 +9,7 @@
 #include "common/text/text.h"
 #include "export/deliver/application/argument_line.h"
 #include "tests/support/process/split_command_line.h"
+#include "tests/support/require_law.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::wstring input =
@@ -28,8 +29,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     at = end + 1;
   }
-  if (kestrune::SplitCommandLine(line) != arguments) {
-    std::abort();
-  }
+  Require(kestrune::SplitCommandLine(line) == arguments);
   return 0;
 }

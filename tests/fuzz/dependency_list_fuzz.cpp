@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -8,14 +7,9 @@
 #include "common/text/ordinal.h"
 #include "common/text/text.h"
 #include "export/prepare/dependency_list.h"
+#include "tests/support/require_law.h"
 
 namespace {
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
 
 /// Returns the lines with Windows line ends.
 std::string Written(const std::vector<std::wstring>& lines) {

@@ -3,7 +3,6 @@
 // kind results twice.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <set>
 #include <string>
 #include <utility>
@@ -12,18 +11,9 @@
 #include "common/text/text.h"
 #include "install/extra_record_kinds.h"
 #include "registration/rcs/rcs.h"
-
-namespace {
+#include "tests/support/require_law.h"
 
 using altium_registration::Rcs;
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);

@@ -1,23 +1,17 @@
 #include <zlib.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "common/failure/failure.h"
 #include "export/inspect/zip/inflate.h"
+#include "tests/support/require_law.h"
 
 namespace {
 
 constexpr std::size_t kLimit = 64 * 1024;
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
 
 std::optional<std::string> Ours(std::string_view deflated) {
   try {

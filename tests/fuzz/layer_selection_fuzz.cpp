@@ -1,23 +1,17 @@
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "export/prepare/layer_selection.h"
 #include "tests/support/export/layer_edit.h"
+#include "tests/support/require_law.h"
 
 namespace {
 
 using kestrune::LayerSelection;
 using kestrune::PlotFieldChange;
 using kestrune::UsedLayers;
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
 
 std::string_view NextPart(std::string_view& text) {
   const std::size_t end = std::min(text.find('|'), text.size());

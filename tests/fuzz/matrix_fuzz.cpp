@@ -1,24 +1,18 @@
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "common/failure/failure.h"
 #include "export/inspect/layer_list.h"
 #include "export/inspect/matrix.h"
+#include "tests/support/require_law.h"
 
 namespace {
 
 using kestrune::LayerList;
 using kestrune::Matrix;
 using kestrune::MatrixRow;
-
-void Require(bool law) {
-  if (!law) {
-    std::abort();
-  }
-}
 
 std::string Rewritten(const Matrix& matrix) {
   std::string text;

@@ -8,6 +8,7 @@
 #include "common/text/text.h"
 #include "install/button.h"
 #include "install/discovery/host_product.h"
+#include "tests/support/require_law.h"
 
 namespace {
 
@@ -36,9 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const std::string_view start : {"", "Altium Designer", "ALTIUM designer Develop "}) {
     const std::wstring name = kestrune::WideFromUtf8(std::string(start) + std::string(bytes));
     const bool is_host = kestrune::IsHostProductName(name);
-    if (is_host != Qualifies(name)) {
-      std::abort();
-    }
+    Require(is_host == Qualifies(name));
     const std::wstring image = kestrune::ChooseToolbarImage(L"26.9.1.9", true, name);
     if (image == L"odbpp-toolbar-ad26-16.png" && !is_host) {
       std::abort();

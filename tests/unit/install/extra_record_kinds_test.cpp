@@ -31,7 +31,7 @@ TEST(ExtraRecordKinds, KnownKindsAndEndAreDropped) {
 }
 
 TEST(ExtraRecordKinds, InvalidKeywordsAreDropped) {
-  EXPECT_EQ(ExtraRecordKinds(L"A B,C\tD,E'F,G\"H,I=J,K\nL,\u00C4nderung,M\u0001,Change"),
+  EXPECT_EQ(ExtraRecordKinds(L"A B,C\tD,E'F,G\"H,I=J,K\nL,\u00C4nderung,M\u0001,N\u007F,Change"),
             Kinds{"Change"});
 }
 
