@@ -5,10 +5,12 @@
 #include <pugixml.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "registration/transaction/global_projects.h"
 #include "tests/support/registration/rcs_edit.h"
+#include "tests/support/registration/rcs_model.h"
 #include "tests/support/registration/rcs_shapes.h"
 
 namespace altium_registration {
@@ -17,85 +19,40 @@ namespace {
 using kestrune_tests::BenchSpec;
 using kestrune_tests::RealisticFile;
 
-std::string XmlText(std::string_view text) {
-  std::string escaped;
-  for (const char byte : text) {
-    switch (byte) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      default:
-        escaped += byte;
-        break;
-    }
+std::string XmlText(std::string text) {
+  for (const auto& [byte, escape] :
+       {std::pair("&", "&amp;"), {"<", "&lt;"}, {">", "&gt;"}, {"\"", "&quot;"}}) {
+    text = rcs_model::Replaced(std::move(text), byte, escape);
   }
-  return escaped;
+  return text;
 }
 
 /// Returns the same records as XML: the kind is the element, the identifier the attribute "id".
 /// White space between records is kept as the file has it.
 std::string AsXml(const std::string& raw) {
-  struct Token {
-    std::string text;
-    std::string blanks;
-    bool bare;
+  const std::vector<rcs_model::Token> tokens = rcs_model::Tokens(raw);
+  const auto is_bare = [&](std::size_t at, std::string_view text) {
+    return at < tokens.size() && !tokens[at].quoted && tokens[at].text == text;
   };
-  std::vector<Token> tokens;
-  for (std::size_t i = 0; i < raw.size();) {
-    const std::size_t start = raw.find_first_not_of(" \t\r\n", i);
-    if (start == std::string::npos) {
-      break;
-    }
-    Token token{"", raw.substr(i, start - i), raw[start] != '\''};
-    i = start;
-    if (raw[i] == '=') {
-      token.text = raw[i++];
-    } else if (token.bare) {
-      const std::size_t end = std::min(raw.find_first_of(" \t\r\n='", i), raw.size());
-      token.text = raw.substr(i, end - i);
-      i = end;
-    } else {
-      for (++i; raw[i] != '\'' || raw[i + 1] == '\''; ++i) {
-        token.text += raw[i];
-        i += raw[i] == '\'' ? 1U : 0U;
-      }
-      ++i;
-    }
-    tokens.push_back(token);
-  }
+  const auto blanks = [&](std::size_t at) {
+    const std::size_t from = at == 0 ? 0 : tokens[at - 1].end;
+    return raw.substr(from, tokens[at].start - from);
+  };
   std::string xml = "<rcs>";
   std::vector<std::string> open;
   bool tag_open = false;
-  const auto close_tag = [&] {
-    xml += tag_open ? ">" : "";
-    tag_open = false;
-  };
   for (std::size_t i = 0; i < tokens.size();) {
-    if (tokens[i].bare && tokens[i].text == "End") {
-      if (tag_open) {
-        xml += tokens[i].blanks + "/>";
-        tag_open = false;
-      } else {
-        xml += tokens[i].blanks + "</" + open.back() + ">";
-      }
+    if (is_bare(i, "End")) {
+      xml += blanks(i) + (tag_open ? "/>" : "</" + open.back() + ">");
+      tag_open = false;
       open.pop_back();
       ++i;
-    } else if (i + 1 < tokens.size() && tokens[i + 1].text == "=" && tokens[i + 1].bare) {
-      xml += tokens[i].blanks + tokens[i].text + "=\"" + XmlText(tokens[i + 2].text) + "\"";
+    } else if (is_bare(i + 1, "=")) {
+      xml += blanks(i) + tokens[i].text + "=\"" + XmlText(tokens[i + 2].text) + "\"";
       i += 3;
     } else {
-      close_tag();
-      xml +=
-          tokens[i].blanks + "<" + tokens[i].text + " id=\"" + XmlText(tokens[i + 1].text) + "\"";
+      xml += tag_open ? ">" : "";
+      xml += blanks(i) + "<" + tokens[i].text + " id=\"" + XmlText(tokens[i + 1].text) + "\"";
       open.push_back(tokens[i].text);
       tag_open = true;
       i += 2;

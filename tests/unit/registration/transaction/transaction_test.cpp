@@ -216,5 +216,32 @@ TEST(Transaction, UnexpectedExceptionIsRolledBackAndNamed) {
   ThrowAtEachOperation(std::bad_alloc(), L"Not enough memory.");
 }
 
+/// Returns how often a run reads a list to which it adds two entries, and undoes that.
+std::ptrdiff_t ReadingsOf(int foreign) {
+  Fixture run;
+  std::vector<RegistryValue> values;
+  for (int i = 0; i < foreign; ++i) {
+    values.push_back(TextEntry((L"Other" + std::to_wstring(i)).c_str(), L"x"));
+  }
+  std::vector<RegistryValue> after = values;
+  after.push_back(TextEntry(L"Item0", L"K"));
+  after.push_back(TextEntry(L"Item1", L"L"));
+  run.WantList(values, after);
+  EXPECT_FALSE(run.RunAndUndo());
+  EXPECT_EQ(run.message, L"Final state validation failed. Rollback complete (or no owned writes).");
+  EXPECT_TRUE(SameValues(*run.world.values, values));
+  return std::ranges::count_if(run.script.Moments(), [](const Moment& moment) {
+    return moment.operation == "ReadValues" && moment.call.empty();
+  });
+}
+
+// More than 256 values are not read before each step. An undo begins with two values more.
+TEST(Transaction, LongListIsReadLessOften) {
+  EXPECT_EQ(ReadingsOf(253), ReadingsOf(1));
+  EXPECT_EQ(ReadingsOf(254), ReadingsOf(1) - 1);
+  EXPECT_EQ(ReadingsOf(255), ReadingsOf(1) - 1);
+  EXPECT_EQ(ReadingsOf(256), ReadingsOf(1) - 2);
+}
+
 }  // namespace
 }  // namespace altium_registration
