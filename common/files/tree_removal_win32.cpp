@@ -235,7 +235,7 @@ FileHandle HoldRealDirectory(SystemCalls& calls, const std::wstring& path) {
   }
   // The path is checked too, since some systems follow the link despite the flag.
   if (LookThrough(calls, handle).is_link || LookAt(calls, extended).is_link) {
-    throw Failure{L"A link is in the place of a folder", kReparsePointEncountered, path};
+    throw Failure{L"The folder is a link", kReparsePointEncountered, path};
   }
   return handle;
 }

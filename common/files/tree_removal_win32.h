@@ -8,7 +8,7 @@
 namespace kestrune {
 
 /// Opens a directory so that it cannot be replaced or renamed while the handle is open. Throws
-/// Failure with the path as subject: "A link is in the place of a folder" when the path is a link
+/// Failure with the path as subject: "The folder is a link" when the path is a link
 /// to another place, "open" with the code when it cannot be opened.
 FileHandle HoldRealDirectory(SystemCalls& calls, const std::wstring& path);
 

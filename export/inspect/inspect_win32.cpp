@@ -68,7 +68,7 @@ Outcome Inspect(SystemCalls& calls, const std::wstring& path) {
   if (!file) {
     const DWORD code = GetLastError();
     return MeansAbsent(code)
-               ? NotInspected(kInspectArchiveMissing, {L"The archive is not there.", code})
+               ? NotInspected(kInspectArchiveMissing, {L"The archive does not exist.", code})
                : NotInspected(kInspectArchiveUnreadable,
                               {L"The archive could not be opened.", code});
   }

@@ -65,13 +65,13 @@ MatrixEntry FindMatrix(const ByteSource& archive, const ZipDirectory& directory)
       return;
     }
     if (found) {
-      throw Failure{L"The archive has two tables of layers."};
+      throw Failure{L"The archive has two ODB++ matrices."};
     }
     parts.resize(parts.size() - 2);
     found = {entry, std::move(parts)};
   });
   if (!found) {
-    throw Failure{L"The archive has no table of layers (matrix/matrix)."};
+    throw Failure{L"The archive has no ODB++ matrix (matrix/matrix)."};
   }
   return std::move(*found);
 }

@@ -41,7 +41,7 @@ class MatrixReader {
 
   Matrix Finish() {
     if (block_ != Block::None) {
-      Refuse(L"The matrix ends too early.");
+      Refuse(L"The matrix is truncated.");
     }
     return std::move(matrix_);
   }

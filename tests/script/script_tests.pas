@@ -2300,8 +2300,8 @@ end;
 procedure UnreadableArchiveIsDeliveredWithANotice;  // real
 const
   Flaws: array[0..1] of TFlaw = (ForeignCompression, CutEnd);
-  Reasons: array[0..1] of string = ('The archive is packed in a way that is not known.',
-    'The file is no ZIP archive, or its end is missing.');
+  Reasons: array[0..1] of string = ('The archive is encrypted or uses an unsupported compression method.',
+    'The file is not a ZIP archive or is truncated.');
 var
   I: Integer;
 begin

@@ -6,7 +6,7 @@ namespace kestrune {
 namespace {
 
 [[noreturn]] void ThrowTooShort() {
-  throw Failure{L"The compressed data ends too early."};
+  throw Failure{L"The compressed data is truncated."};
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ struct ByteSource {
 /// file.
 inline std::string ReadAt(const ByteSource& source, std::uint64_t offset, std::size_t count) {
   if (offset > source.size || count > source.size - offset) {
-    throw Failure{L"The archive ends too early."};
+    throw Failure{L"The archive is truncated."};
   }
   return source.read(offset, count);
 }

@@ -49,7 +49,7 @@ struct BlockCodes {
 
 void RequireRoom(const std::string& output, std::size_t count, std::size_t limit) {
   if (count > limit - output.size()) {
-    throw Failure{L"The compressed data is larger than the archive says."};
+    throw Failure{L"The uncompressed data is larger than its recorded size."};
   }
 }
 

@@ -42,11 +42,11 @@ std::uint64_t DataOffset(const ByteSource& archive, const ZipDirectory& director
                          const ZipEntry& entry) {
   const std::string header = ReadAt(archive, entry.offset, kLocalHeaderSize + entry.name.size());
   if (!Agrees(header, entry) || header.substr(kLocalHeaderSize) != entry.name) {
-    Refuse(L"An entry of the archive contradicts the directory.");
+    Refuse(L"The local header of an entry does not match the central directory.");
   }
   const std::uint64_t data = entry.offset + header.size() + LittleEndian(header, 28, 2);
   if (data > directory.offset || entry.packed_size > directory.offset - data) {
-    Refuse(L"An entry of the archive lies outside of its data.");
+    Refuse(L"The data of an entry is outside of the archive.");
   }
   return data;
 }
@@ -60,7 +60,7 @@ bool IsReadable(const ZipEntry& entry) {
 std::string ReadZipContent(const ByteSource& archive, const ZipDirectory& directory,
                            const ZipEntry& entry, std::size_t limit) {
   if (!IsReadable(entry)) {
-    Refuse(L"The archive is packed in a way that is not known.");
+    Refuse(L"The archive is encrypted or uses an unsupported compression method.");
   }
   if (entry.size > limit || entry.packed_size > limit) {
     Refuse(L"A file of the archive is too large.");

@@ -51,7 +51,7 @@ EndRecord FindEndRecord(const ByteSource& archive) {
     }
   }
   if (found.empty()) {
-    Refuse(L"The file is no ZIP archive, or its end is missing.");
+    Refuse(L"The file is not a ZIP archive or is truncated.");
   }
   if (found.size() > 1) {
     Refuse(L"The archive has two end records.");
@@ -131,7 +131,7 @@ class DirectoryWindow {
   void Refill(std::size_t count) {
     constexpr std::size_t kPiece = std::size_t{64} * 1024;
     if (count > left_) {
-      Refuse(L"The directory of the archive is damaged.");
+      Refuse(L"The central directory is damaged.");
     }
     const auto size = static_cast<std::size_t>(
         std::min<std::uint64_t>(left_, std::max<std::size_t>(count, kPiece)));
@@ -168,7 +168,7 @@ void ReadLargeNumber(std::uint64_t& number, std::string_view& field) {
     return;
   }
   if (field.size() < 8) {
-    Refuse(L"The directory of the archive is damaged.");
+    Refuse(L"The central directory is damaged.");
   }
   number = LittleEndian(field, 0, 8);
   field.remove_prefix(8);
@@ -178,7 +178,7 @@ void ReadLargeNumber(std::uint64_t& number, std::string_view& field) {
 ZipEntry ReadEntry(DirectoryWindow& window) {
   const std::string_view header = window.View(kEntrySize);
   if (!header.starts_with(kEntrySignature)) {
-    Refuse(L"The directory of the archive is damaged.");
+    Refuse(L"The central directory is damaged.");
   }
   const auto name_size = static_cast<std::size_t>(LittleEndian(header, 28, 2));
   const auto extra_size = static_cast<std::size_t>(LittleEndian(header, 30, 2));
@@ -221,7 +221,7 @@ EntryTrace TraceOf(const ZipEntry& entry, const ZipDirectory& directory) {
   const std::uint64_t header = kLocalHeaderSize + entry.name.size();
   if (entry.offset > directory.offset || header > directory.offset - entry.offset ||
       entry.packed_size > directory.offset - entry.offset - header) {
-    Refuse(L"An entry of the archive lies outside of its data.");
+    Refuse(L"The data of an entry is outside of the archive.");
   }
   return {entry.offset, entry.offset + header + entry.packed_size, HashName(entry.name)};
 }
@@ -262,7 +262,7 @@ ZipDirectory FindZipDirectory(const ByteSource& archive) {
     Refuse(L"The archive has more than 100000 entries.");
   }
   if (directory.offset > end || directory.size > end - directory.offset) {
-    Refuse(L"The directory of the archive lies outside of the file.");
+    Refuse(L"The central directory is outside of the file.");
   }
   return directory;
 }
@@ -277,7 +277,7 @@ void ForEachZipEntry(const ByteSource& archive, const ZipDirectory& directory,
     visit(entry);
   }
   if (!window.AtEnd()) {
-    Refuse(L"The directory of the archive is damaged.");
+    Refuse(L"The central directory is damaged.");
   }
   RefuseClashes(traces);
 }

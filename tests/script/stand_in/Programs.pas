@@ -221,7 +221,7 @@ var
   Problem: string;
 begin
   Problem := '';
-  if not FileExists(Arguments[2]) then Problem := 'The archive is not there.';
+  if not FileExists(Arguments[2]) then Problem := 'The archive does not exist.';
   if (OpenFiles.IndexOf(Arguments[2]) >= 0) and not OpenFilesAreRead then
     Problem := 'The archive could not be opened.';
   if Problem = '' then WriteBytes(Arguments[3], ListOfLayers(ReadBytes(Arguments[2])))

@@ -104,14 +104,14 @@ TEST(Inspection, PathsThatLeadElsewhereCountForNothing) {
         << path;
   }
   EXPECT_EQ(InspectionRefusal({{"../matrix/matrix", kOneLayer}}),
-            L"The archive has no table of layers (matrix/matrix).");
+            L"The archive has no ODB++ matrix (matrix/matrix).");
   EXPECT_EQ(InspectionRefusal({{"a/b/matrix/matrix", kOneLayer}}),
-            L"The archive has no table of layers (matrix/matrix).");
+            L"The archive has no ODB++ matrix (matrix/matrix).");
 }
 
 TEST(Inspection, TwoTablesAreRefused) {
   EXPECT_EQ(InspectionRefusal({{"a/matrix/matrix", kOneLayer}, {"b/matrix/matrix", kOneLayer}}),
-            L"The archive has two tables of layers.");
+            L"The archive has two ODB++ matrices.");
 }
 
 TEST(Inspection, TwoLayersOfOneNameAreRefused) {

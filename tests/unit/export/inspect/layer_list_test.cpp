@@ -40,7 +40,7 @@ TEST(LayerList, SizesAbove4GiBAreExact) {
 }
 
 TEST(LayerList, NamesCannotBreakALine) {
-  EXPECT_EQ(WrittenName("comp_+_top.1-2"), "comp_+_top.1-2");
+  EXPECT_EQ(WrittenName("comp_+_top.1-2 ~!"), "comp_+_top.1-2 ~!");
   EXPECT_EQ(WrittenName("a|b%c\rd\ne\x7F"), "a%7Cb%25c%0Dd%0Ae%7F");
 }
 

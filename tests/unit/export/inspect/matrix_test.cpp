@@ -51,8 +51,8 @@ TEST(Matrix, OtherLinesAreRefused) {
 }
 
 TEST(Matrix, EveryBlockMustEnd) {
-  EXPECT_EQ(MatrixRefusal("LAYER {\nNAME=a\n"), L"The matrix ends too early.");
-  EXPECT_EQ(MatrixRefusal("OTHER {\n"), L"The matrix ends too early.");
+  EXPECT_EQ(MatrixRefusal("LAYER {\nNAME=a\n"), L"The matrix is truncated.");
+  EXPECT_EQ(MatrixRefusal("OTHER {\n"), L"The matrix is truncated.");
 }
 
 TEST(Matrix, AValueHasAtMost128Characters) {

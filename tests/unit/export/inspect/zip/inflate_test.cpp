@@ -9,8 +9,8 @@ namespace kestrune {
 namespace {
 
 constexpr wchar_t kDamaged[] = L"The compressed data is damaged.";
-constexpr wchar_t kTooShort[] = L"The compressed data ends too early.";
-constexpr wchar_t kTooLarge[] = L"The compressed data is larger than the archive says.";
+constexpr wchar_t kTooShort[] = L"The compressed data is truncated.";
+constexpr wchar_t kTooLarge[] = L"The uncompressed data is larger than its recorded size.";
 
 template <std::size_t N>
 std::string Bytes(const char (&literal)[N]) {

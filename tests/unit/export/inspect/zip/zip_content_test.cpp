@@ -9,10 +9,10 @@
 namespace kestrune {
 namespace {
 
-constexpr wchar_t kUnknown[] = L"The archive is packed in a way that is not known.";
+constexpr wchar_t kUnknown[] = L"The archive is encrypted or uses an unsupported compression method.";
 constexpr wchar_t kTooLarge[] = L"A file of the archive is too large.";
 constexpr wchar_t kDamaged[] = L"A file of the archive is damaged.";
-constexpr wchar_t kContradicts[] = L"An entry of the archive contradicts the directory.";
+constexpr wchar_t kContradicts[] = L"The local header of an entry does not match the central directory.";
 
 /// Returns the content of an archive's first entry.
 std::string FirstContent(const std::string& bytes, std::size_t limit = 100) {
@@ -70,7 +70,7 @@ TEST(ZipContent, ALyingSizeIsRefused) {
   part.size = 6;
   EXPECT_EQ(ContentRefusal(part), kDamaged);
   part.size = 4;
-  EXPECT_EQ(ContentRefusal(part), L"The compressed data is larger than the archive says.");
+  EXPECT_EQ(ContentRefusal(part), L"The uncompressed data is larger than its recorded size.");
   part = {"a", "hello", 0};
   part.size = 6;
   EXPECT_EQ(ContentRefusal(part), kDamaged);
@@ -97,7 +97,7 @@ TEST(ZipContent, LocalExtraFieldCannotReachDirectory) {
   std::string bytes = BuildZip({{"a", "hello"}});
   bytes[28] = 1;
   EXPECT_EQ(RefusalOf([&] { FirstContent(bytes); }),
-            L"An entry of the archive lies outside of its data.");
+            L"The data of an entry is outside of the archive.");
 }
 
 }  // namespace

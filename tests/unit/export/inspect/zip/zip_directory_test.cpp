@@ -9,13 +9,13 @@
 namespace kestrune {
 namespace {
 
-constexpr wchar_t kNoEnd[] = L"The file is no ZIP archive, or its end is missing.";
+constexpr wchar_t kNoEnd[] = L"The file is not a ZIP archive or is truncated.";
 constexpr wchar_t kTwoEnds[] = L"The archive has two end records.";
 constexpr wchar_t kSplit[] = L"The archive is split into several files.";
 constexpr wchar_t kTooMany[] = L"The archive has more than 100000 entries.";
-constexpr wchar_t kOutside[] = L"The directory of the archive lies outside of the file.";
-constexpr wchar_t kDamaged[] = L"The directory of the archive is damaged.";
-constexpr wchar_t kEntryOutside[] = L"An entry of the archive lies outside of its data.";
+constexpr wchar_t kOutside[] = L"The central directory is outside of the file.";
+constexpr wchar_t kDamaged[] = L"The central directory is damaged.";
+constexpr wchar_t kEntryOutside[] = L"The data of an entry is outside of the archive.";
 constexpr wchar_t kOverlap[] = L"Entries of the archive overlap.";
 constexpr wchar_t kSameName[] = L"Two entries of the archive have the same name.";
 constexpr wchar_t kLargeDamaged[] = L"The 64-bit end record of the archive is damaged.";
@@ -91,9 +91,9 @@ TEST(ZipDirectory, LargeRecordsThatLieAreRefused) {
   // The locator points to itself, then beyond the file.
   bytes = whole;
   bytes.replace(locator + 8, 8, LittleEndianBytes(locator, 8));
-  EXPECT_EQ(ZipRefusal(bytes), L"The archive ends too early.");
+  EXPECT_EQ(ZipRefusal(bytes), L"The archive is truncated.");
   bytes.replace(locator + 8, 8, LittleEndianBytes(0xFFFFFFFFFFFFFFF0, 8));
-  EXPECT_EQ(ZipRefusal(bytes), L"The archive ends too early.");
+  EXPECT_EQ(ZipRefusal(bytes), L"The archive is truncated.");
   // Without a locator the largest numbers of the old record are literal.
   bytes = whole;
   bytes[locator] = 'X';
