@@ -63,6 +63,7 @@ TEST(DependencyList, ReadsUtf16AfterItsMark) {
 }
 
 TEST(DependencyList, DropsHalfUnitOfUtf16) {
+  EXPECT_THAT(Parse(Utf16(L"ab")), ElementsAre(L"ab"));
   EXPECT_THAT(Parse(Utf16(L"ab") + "c"), ElementsAre(L"ab"));
 }
 

@@ -76,7 +76,7 @@ TEST(LayerName, KeepsAsciiLettersAndDigitsLowered) {
   for (const char* name : {"Top Layer", "TOP_LAYER", "top-layer", "\tTop\xC4(Layer)|"}) {
     EXPECT_EQ(NormalisedLayerName(name), "toplayer") << name;
   }
-  EXPECT_EQ(NormalisedLayerName("Mechanical 13"), "mechanical13");
+  EXPECT_EQ(NormalisedLayerName("AZ az 09 @[`{/:"), "azaz09");
   EXPECT_EQ(NormalisedLayerName("\xD0\xD1"), "");
 }
 
@@ -106,9 +106,11 @@ TEST(LayerSelection, ValueEndsAtLineEnd) {
 }
 
 TEST(LayerSelection, OnlyTheFirstConfigurationLineIsTouched) {
-  EXPECT_EQ(
-      Select("Configuration1_Item1=PlotAPlot=True\nConfiguration1_Item1=PlotAPlot=True\n", ""),
-      "Configuration1_Item1=PlotAPlot=False\nConfiguration1_Item1=PlotAPlot=True\n");
+  EXPECT_EQ(Select("Configuration1_Item10=PlotAPlot=True\nConfiguration1_Item1=PlotAPlot=True\n"
+                   "Configuration1_Item1=PlotAPlot=True\n",
+                   ""),
+            "Configuration1_Item10=PlotAPlot=True\nConfiguration1_Item1=PlotAPlot=False\n"
+            "Configuration1_Item1=PlotAPlot=True\n");
 }
 
 TEST(LayerSelection, BytesAroundLineStayAsTheyAre) {
@@ -130,10 +132,10 @@ TEST(LayerSelection, EmptyAndMalformedFieldsStay) {
 TEST(LayerSelection, AddToAllPlotsIsSwitchedOff) {
   std::vector<PlotFieldChange> changes;
   EXPECT_EQ(SelectFields("AddToAllPlots_A=True|AddToAllPlots_B=False|AddToAllPlots_C=false|"
-                         "AddToAllPlots_=|AddToAllPlots=True",
+                         "AddToAllPlots_=|AddToAllPlots=True|addtoallplots_D=True",
                          "LayerName=A\nPlotKey=AddToAllPlots_A", &changes),
             "AddToAllPlots_A=False|AddToAllPlots_B=False|AddToAllPlots_C=False|"
-            "AddToAllPlots_=False|AddToAllPlots=True");
+            "AddToAllPlots_=False|AddToAllPlots=True|addtoallplots_D=True");
   EXPECT_THAT(changes, ElementsAre(PlotFieldChange{"AddToAllPlots_A", false},
                                    PlotFieldChange{"AddToAllPlots_C", false},
                                    PlotFieldChange{"AddToAllPlots_", false}));
