@@ -1,5 +1,4 @@
-// An export's preparation and delivery where the user's profile is a difficult one. Whole exports
-// are driven by the script's tests.
+// Preparation and delivery with an unusual or unreachable user profile.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,7 +7,6 @@
 #include "common/text/path.h"
 #include "common/text/text.h"
 #include "tests/support/export/finalize_fixture_win32.h"
-#include "tests/support/export/odb_archive.h"
 #include "tests/support/export/output_job_reader.h"
 #include "tests/support/machine/moved_profile_win32.h"
 
@@ -17,12 +15,12 @@ namespace {
 
 using ::testing::HasSubstr;
 
-class ExportRoadTest : public FinalizeTest {
+class ProfilePathTest : public FinalizeFixture {
  protected:
   void SetUp() override {
-    FinalizeTest::SetUp();
+    FinalizeFixture::SetUp();
     board_ = Scratch(L"Main.PcbDoc");
-    PutFile(board_, SmallBoard());
+    PutFile(board_, "board");
     PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
     PutFile(Scratch(L"dependencies.txt"), "");
     PutFile(Scratch(L"layers.txt"), "PlotKey=PlotTopLayerPlot\r\n");
@@ -38,18 +36,16 @@ class ExportRoadTest : public FinalizeTest {
 
   /// Runs `--finalize-auto`, as the script does.
   RunOutcome Deliver() const { return RunKestrune(L"--finalize-auto " + Quoted(board_)); }
-
-  std::wstring board_;
 };
 
-TEST_F(ExportRoadTest, AUsersNameMayHoldAnything) {
+TEST_F(ProfilePathTest, UserNameMayContainAnyCharacter) {
   const std::wstring user =
       Scratch(L"Zo\x00EB O'Brien & \x0141ukasz \x03A9\x03BC\x03AD\x03B3\x03B1 100%");
   const std::wstring local = user + L"\\AppData\\Local\\Kestrune";
   PutFile(local + L"\\Runtime\\Bridge.OutJob", SmallOutputJob());
   const MovedProfile moved(user);
   board_ = JoinPath(user, L"It's a board, 50% \x017C.PcbDoc");
-  PutFile(board_, SmallBoard());
+  PutFile(board_, "board");
   ASSERT_EQ(Prepare(), 0);
   PutFile(folders_.native_zip, "PK archive");
   EXPECT_EQ(Deliver().code, 0);
@@ -61,15 +57,15 @@ TEST_F(ExportRoadTest, AUsersNameMayHoldAnything) {
   EXPECT_FALSE(Exists(folders_.log));
 }
 
-TEST_F(ExportRoadTest, AProfileOnALostShareFailsWithoutLoss) {
-  const MovedProfile moved(L"\\\\server.invalid\\profiles\\somebody");
+TEST_F(ProfilePathTest, UnreachableShareFailsButKeepsArchive) {
+  const MovedProfile moved(L"\\\\server.invalid\\profiles\\user");
   // The deployed output job is on the share as well.
   EXPECT_EQ(Prepare(), 4);
   EXPECT_EQ(FileBytes(Scratch(L"status.txt")), "ERROR\r\n");
   PutFile(folders_.native_zip, "PK archive");
   EXPECT_TRUE(EndsWithBox(4,
                           L"ODB++ export finalization failed.\nStage: Copying native output\nSee "
-                          L"log: \\\\server.invalid\\profiles\\somebody\\AppData\\Local\\Kestrune\\"
+                          L"log: \\\\server.invalid\\profiles\\user\\AppData\\Local\\Kestrune\\"
                           L"Logs\\bridge.log",
                           MB_ICONERROR, Deliver()));
   EXPECT_EQ(FileBytes(folders_.native_zip), "PK archive");

@@ -21,43 +21,28 @@ namespace {
 
 using ::testing::StartsWith;
 
-class FullDiskTest : public FinalizeTest {
+class FullDiskTest : public FinalizeFixture {
  protected:
   /// Fills the disk with an archive of an earlier export on it, and writes another one as the host.
   void PutArchives(const SmallDisk& disk, const std::wstring& former, std::size_t former_size,
-                   std::size_t size) const {
+                   std::size_t size) {
     PutFile(former, std::string(former_size, 'f'));
     EXPECT_TRUE(disk.Fill());
-    PutFile(native_, std::string(size, 'z'));
+    native_bytes_.assign(size, 'z');
+    PutFile(native_, native_bytes_);
   }
 
-  /// Returns the default destination of a user whose profile is on the disk.
-  static std::wstring DestinationOn(const SmallDisk& disk) {
-    return disk.Folder() + L"\\AppData\\Local\\Kestrune\\ODBpp\\Main.zip";
+  /// Prepares a board of 100,000 bytes with this status file.
+  RunOutcome Prepare(const std::wstring& status) const {
+    PutFile(Scratch(L"Main.PcbDoc"), std::string(100'000, 'b'));
+    PutFile(Scratch(L"layers.txt"), "");
+    PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
+    return RunKestrune(L"--prepare " + Quoted(Scratch(L"Main.PcbDoc")) + L" none " +
+                       Quoted(Scratch(L"layers.txt")) + L" " + Quoted(status));
   }
 };
 
-TEST_F(FullDiskTest, FallsBackToTheDefaultFolder) {
-  const SmallDisk disk;
-  KESTRUNE_NEEDS_SMALL_DISK(disk);
-  ASSERT_TRUE(disk.Fill());
-  native_bytes_.assign(100'000, 'z');
-  PutFile(native_, native_bytes_);
-  Settings(L"[Export]\nDirectory=" + disk.Folder() + L"\n");
-  EXPECT_TRUE(
-      EndsWithBox(0, Delivered(default_destination_, L"97 KB"), MB_ICONINFORMATION, Finalize()));
-  EXPECT_EQ(FileBytes(default_destination_), native_bytes_);
-  EXPECT_EQ(FileBytes(native_), native_bytes_);
-  bool copy_failed = false;
-  for (const std::string& entry : Log()) {
-    copy_failed = copy_failed ||
-                  entry.starts_with("Stage: Configured export copy failed | Path=") ||
-                  entry.starts_with("Stage: Configured export directory unavailable | ");
-  }
-  EXPECT_TRUE(copy_failed);
-}
-
-TEST_F(FullDiskTest, FormerArchiveIsKeptWithoutSpace) {
+TEST_F(FullDiskTest, FormerArchiveIsKeptDefaultFolderUsed) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const std::wstring former = JoinPath(disk.Folder(), L"Main.zip");
@@ -66,76 +51,46 @@ TEST_F(FullDiskTest, FormerArchiveIsKeptWithoutSpace) {
   EXPECT_TRUE(
       EndsWithBox(0, Delivered(default_destination_, L"97 KB"), MB_ICONINFORMATION, Finalize()));
   EXPECT_EQ(FileBytes(former), std::string(50'000, 'f'));
-  EXPECT_EQ(FileBytes(default_destination_), std::string(100'000, 'z'));
+  EXPECT_EQ(FileBytes(default_destination_), native_bytes_);
 }
 
-TEST_F(FullDiskTest, WithoutSpaceTheUserGetsAnError) {
+TEST_F(FullDiskTest, DefaultFolderWithoutSpaceIsAnError) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const MovedProfile moved(disk.Folder());
-  const std::wstring destination = DestinationOn(disk);
+  const std::wstring destination = disk.Folder() + L"\\AppData\\Local\\Kestrune\\ODBpp\\Main.zip";
   PutArchives(disk, destination, 50'000, 100'000);
-  EXPECT_TRUE(EndsWithBox(4,
-                          L"Cannot overwrite the destination ZIP.\n\n" + destination + L"\n\n" +
-                              SystemText(ERROR_DISK_FULL),
-                          MB_ICONERROR, Finalize()));
+  EXPECT_TRUE(
+      EndsWithBox(4, NotOverwritten(destination, ERROR_DISK_FULL), MB_ICONERROR, Finalize()));
   EXPECT_EQ(FileBytes(destination), std::string(50'000, 'f'));
   ExpectClipboardUntouched();
-}
-
-TEST_F(FullDiskTest, SmallerArchiveReplacesTheFormerOne) {
-  const SmallDisk disk;
-  KESTRUNE_NEEDS_SMALL_DISK(disk);
-  const MovedProfile moved(disk.Folder());
-  const std::wstring destination = DestinationOn(disk);
-  PutArchives(disk, destination, 100'000, 50'000);
-  EXPECT_TRUE(EndsWithBox(0, Delivered(destination, L"48 KB"), MB_ICONINFORMATION, Finalize()));
-  EXPECT_EQ(FileBytes(destination), std::string(50'000, 'z'));
+  native_bytes_.assign(20'000, 'z');
+  PutFile(native_, native_bytes_);
+  EXPECT_TRUE(EndsWithBox(0, Delivered(destination, L"19 KB"), MB_ICONINFORMATION, Finalize()));
+  EXPECT_EQ(FileBytes(destination), native_bytes_);
 }
 
 TEST_F(FullDiskTest, TemporaryRootOnFullDiskFailsPreparation) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   const ShellFolderOverride moved(HKEY_LOCAL_MACHINE, L"Common Documents", disk.Folder());
-  const std::wstring board = Scratch(L"Main.PcbDoc");
-  const std::wstring status = Scratch(L"status.txt");
-  PutFile(board, std::string(100'000, 'b'));
-  PutFile(Scratch(L"layers.txt"), "");
-  PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
   ASSERT_TRUE(TryCreateDirectories(JoinPath(disk.Folder(), L"Kestrune\\Temp")));
   ASSERT_TRUE(disk.Fill());
-  EXPECT_TRUE(
-      EndsSilentlyWith(4, RunKestrune(L"--prepare " + Quoted(board) + L" none " +
-                                      Quoted(Scratch(L"layers.txt")) + L" " + Quoted(status))));
-  EXPECT_EQ(FileBytes(status), "ERROR\r\n");
+  EXPECT_TRUE(EndsSilentlyWith(4, Prepare(Scratch(L"status.txt"))));
+  EXPECT_EQ(FileBytes(Scratch(L"status.txt")), "ERROR\r\n");
   EXPECT_FALSE(Exists(JoinPath(disk.Folder(), L"Kestrune\\Temp\\ready.txt")));
-  EXPECT_THAT(Log().back(), ::testing::EndsWith("GetLastError=112 Path=" + Utf8FromWide(board)));
-  EXPECT_EQ(FileBytes(board), std::string(100'000, 'b'));
+  EXPECT_EQ(Log().back(), Entry(L"Prepare failed",
+                                L"Error=copy GetLastError=112 Path=" + Scratch(L"Main.PcbDoc")));
 }
 
-TEST_F(FullDiskTest, UnwritableStatusEndsWithTen) {
+TEST_F(FullDiskTest, UnwritableStatusOrResultIsNoSuccess) {
   const SmallDisk disk;
   KESTRUNE_NEEDS_SMALL_DISK(disk);
   ASSERT_TRUE(disk.Fill());
-  const std::wstring board = Scratch(L"Main.PcbDoc");
-  const std::wstring status = JoinPath(disk.Folder(), L"status.txt");
-  PutFile(board, "board");
-  PutFile(Scratch(L"layers.txt"), "");
-  PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
-  EXPECT_TRUE(
-      EndsSilentlyWith(10, RunKestrune(L"--prepare " + Quoted(board) + L" none " +
-                                       Quoted(Scratch(L"layers.txt")) + L" " + Quoted(status))));
-  EXPECT_FALSE(Exists(status));
-  EXPECT_EQ(Log().back(), "Stage: Prepare status failed | Cannot publish completion result");
-}
-
-TEST_F(FullDiskTest, UnwritableResultChangesNeitherCodeNorLog) {
-  const SmallDisk disk;
-  KESTRUNE_NEEDS_SMALL_DISK(disk);
-  ASSERT_TRUE(disk.Fill());
-  const std::wstring result = JoinPath(disk.Folder(), L"result.txt");
-  EXPECT_TRUE(EndsSilentlyWith(
-      0, RunKestrune(L"--wait-native " + Quoted(native_) + L" none " + Quoted(result))));
+  EXPECT_TRUE(EndsSilentlyWith(10, Prepare(JoinPath(disk.Folder(), L"status.txt"))));
+  EXPECT_FALSE(Exists(JoinPath(disk.Folder(), L"status.txt")));
+  EXPECT_TRUE(EndsSilentlyWith(0, RunKestrune(L"--wait-native " + Quoted(native_) + L" none " +
+                                              Quoted(JoinPath(disk.Folder(), L"result.txt")))));
   EXPECT_THAT(Log().back(), StartsWith("Stage: Native output stable | "));
 }
 

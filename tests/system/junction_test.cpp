@@ -14,10 +14,10 @@ namespace {
 
 using ::testing::ElementsAre;
 
-class JunctionTest : public PrepareTest {
+class JunctionTest : public PrepareFixture {
  protected:
   void SetUp() override {
-    PrepareTest::SetUp();
+    PrepareFixture::SetUp();
     if (!IsSkipped() && RunsUnderWine()) {
       GTEST_SKIP() << "Wine makes no junctions";
     }
@@ -53,7 +53,7 @@ TEST_F(JunctionTest, OneInTemporaryRootLeavesItsTarget) {
   const std::wstring victim = Victim();
   PutFile(InTemporary(L"old.txt"), "old");
   ASSERT_NO_FATAL_FAILURE(MakeJunction(InTemporary(L"link"), victim));
-  EXPECT_TRUE(EndsSilentlyWith(0, Prepare()));
+  EXPECT_TRUE(EndsSilentlyWith(0, RunPrepare()));
   EXPECT_FALSE(Exists(InTemporary(L"link")));
   ExpectUntouched(victim);
 }
@@ -63,7 +63,7 @@ TEST_F(JunctionTest, OneAsTemporaryRootLeavesItsTarget) {
   const std::wstring parent(ParentPath(folders_.temporary));
   ASSERT_TRUE(TryCreateDirectories(parent));
   ASSERT_NO_FATAL_FAILURE(MakeJunction(folders_.temporary, victim));
-  Prepare();
+  RunPrepare();
   ExpectUntouched(victim);
   // If it is still a link, only the link itself is removed.
   if ((GetFileAttributesW(folders_.temporary.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
@@ -72,10 +72,11 @@ TEST_F(JunctionTest, OneAsTemporaryRootLeavesItsTarget) {
 }
 
 TEST_F(JunctionTest, ASourceBehindOneIsStillInside) {
-  ASSERT_TRUE(EndsSilentlyWith(0, Prepare()));
+  ASSERT_TRUE(EndsSilentlyWith(0, RunPrepare()));
   const std::wstring link = Scratch(L"link");
   ASSERT_NO_FATAL_FAILURE(MakeJunction(link, folders_.temporary));
-  EXPECT_TRUE(EndsSilentlyWith(9, PrepareBoard(JoinPath(link, L"Bridge.PcbDoc"))));
+  board_ = JoinPath(link, L"Bridge.PcbDoc");
+  EXPECT_TRUE(EndsSilentlyWith(9, RunPrepare()));
   EXPECT_EQ(FileBytes(InTemporary(L"Bridge.PcbDoc")), board_bytes_);
   RemoveDirectoryW(link.c_str());
 }

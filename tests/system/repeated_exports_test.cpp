@@ -12,10 +12,9 @@
 #include "common/files/file_win32.h"
 #include "common/text/path.h"
 #include "common/text/text.h"
-#include "tests/support/export/after_export_fixture_win32.h"
-#include "tests/support/export/odb_archive.h"
-#include "tests/support/machine/open_resources_win32.h"
 #include "tests/support/export/output_job_reader.h"
+#include "tests/support/export/recorded_application_win32.h"
+#include "tests/support/machine/open_resources_win32.h"
 #include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
@@ -57,21 +56,21 @@ std::vector<std::wstring> RunningPrograms() {
   return names;
 }
 
-class RepeatedExports : public AfterExportTest {
+class RepeatedExports : public ExportTest {
  protected:
   void SetUp() override {
-    AfterExportTest::SetUp();
+    ExportTest::SetUp();
     if (IsSkipped() || HasFatalFailure()) {
       return;
     }
-    board_ = Scratch(L"Main.PcbDoc");
+    application_.emplace(Scratch(L""));
     PutFile(JoinPath(folders_.runtime, L"Bridge.OutJob"), SmallOutputJob());
-    PutFile(Scratch(L"Panel.PcbDoc"), SmallBoard());
+    PutFile(Scratch(L"Panel.PcbDoc"), "panel");
     PutFile(Scratch(L"list.txt"), Utf8FromWide(Scratch(L"Panel.PcbDoc")) + "\r\n");
     PutFile(Scratch(L"layers.txt"), "PlotKey=PlotTopLayerPlot\r\n");
     PutFile(Scratch(L"Exports\\readme.txt"), "the user's");
     Settings(L"[Export]\nDirectory=" + Scratch(L"Exports") +
-             L"\n[Target]\nEnabled=1\nExecutablePath=" + application_ +
+             L"\n[Target]\nEnabled=1\nExecutablePath=" + application_->path +
              L"\nArguments=\"%ODBPP%\"\n");
   }
 
@@ -91,7 +90,7 @@ class RepeatedExports : public AfterExportTest {
     ASSERT_TRUE(FileBytes(result).starts_with("OK"));
     ASSERT_TRUE(DeleteFileW(result.c_str()));
     ASSERT_TRUE(EndsSilentlyWith(0, RunKestrune(L"--finalize-auto " + Quoted(board_) + L" 80000")));
-    ASSERT_TRUE(Record().has_value());
+    ASSERT_FALSE(application_->NextRecord().empty());
     ASSERT_EQ(FileBytes(Scratch(L"Exports\\Main.zip")), archive);
   }
 
@@ -110,14 +109,17 @@ class RepeatedExports : public AfterExportTest {
     }
     return list;
   }
+
+  const std::wstring board_ = Scratch(L"Main.PcbDoc");
+  std::optional<RecordedApplication> application_;
 };
 
-TEST_F(RepeatedExports, LeaveBehindWhatOneLeaves) {
+TEST_F(RepeatedExports, LeaveNoMoreThanOneLeaves) {
   const int rounds = RepeatedRounds(QuickRunIsWanted() ? 2 : 20);
   const auto run = [this](int round) {
     // Every board and every archive differs from the last, in the same number of bytes.
     const std::string mark = std::to_string(1'000'000 + round);
-    PutFile(board_, SmallBoard() + mark);
+    PutFile(board_, "board" + mark);
     Export("PK\3\4" + mark);
   };
   run(0);

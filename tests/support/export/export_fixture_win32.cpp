@@ -27,16 +27,12 @@ std::wstring Environment(const wchar_t* name) {
   return value;
 }
 
-std::string NarrowForMessage(std::wstring_view text) {
-  return Utf8FromWide(text);
-}
-
 std::string Describe(const RunOutcome& outcome) {
   std::string text = "ended with " + std::to_string(outcome.code) + " after " +
                      std::to_string(outcome.milliseconds) + " ms";
   for (const SeenBox& box : outcome.boxes) {
-    text += "\nbox \"" + NarrowForMessage(box.title) + "\" icon " + std::to_string(box.icon) +
-            ":\n" + NarrowForMessage(box.text);
+    text += "\nbox \"" + Utf8FromWide(box.title) + "\" icon " + std::to_string(box.icon) + ":\n" +
+            Utf8FromWide(box.text);
   }
   return text;
 }
@@ -61,13 +57,13 @@ ProfileFolders FindProfileFolders() {
 std::string FileBytes(const std::wstring& path) {
   std::string bytes;
   EXPECT_TRUE(TryReadFile(path, 256U << 20U, bytes))
-      << NarrowForMessage(path) << ", error " << GetLastError();
+      << Utf8FromWide(path) << ", error " << GetLastError();
   return bytes;
 }
 
 void PutFile(const std::wstring& path, std::string_view bytes) {
   EXPECT_TRUE(TryCreateDirectories(std::wstring(ParentPath(path))) && TryWriteFile(path, bytes))
-      << NarrowForMessage(path) << ", error " << GetLastError();
+      << Utf8FromWide(path) << ", error " << GetLastError();
 }
 
 void PutSparseFile(const std::wstring& path, std::uint64_t size, std::string_view beginning) {
@@ -79,7 +75,7 @@ void PutSparseFile(const std::wstring& path, std::uint64_t size, std::string_vie
   LARGE_INTEGER end = {};
   end.QuadPart = static_cast<LONGLONG>(size);
   EXPECT_TRUE(SetFilePointerEx(file.Get(), end, nullptr, FILE_BEGIN) && SetEndOfFile(file.Get()))
-      << NarrowForMessage(path) << ", error " << GetLastError();
+      << Utf8FromWide(path) << ", error " << GetLastError();
 }
 
 bool Exists(const std::wstring& path) {
@@ -105,8 +101,12 @@ std::vector<std::wstring> NamesIn(const std::wstring& folder) {
 FileHandle HoldOpen(const std::wstring& path, DWORD access, DWORD sharing) {
   FileHandle file(CreateFileW(ExtendedPath(path).Get(), access, sharing, nullptr, OPEN_EXISTING,
                               FILE_ATTRIBUTE_NORMAL, nullptr));
-  EXPECT_TRUE(static_cast<bool>(file)) << NarrowForMessage(path) << ", error " << GetLastError();
+  EXPECT_TRUE(static_cast<bool>(file)) << Utf8FromWide(path) << ", error " << GetLastError();
   return file;
+}
+
+std::string Entry(std::wstring_view stage, std::wstring_view detail) {
+  return Utf8FromWide(std::wstring(L"Stage: ").append(stage).append(L" | ").append(detail));
 }
 
 std::string Utf16WithMark(std::wstring_view text) {
@@ -118,10 +118,14 @@ std::string Utf16WithMark(std::wstring_view text) {
   return bytes;
 }
 
+std::wstring ScratchFolder() {
+  const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  return JoinPath(Environment(L"TEMP"), L"kestrune-" + WidenBytes(name));
+}
+
 void ExportTest::SetUp() {
   KESTRUNE_NEEDS_DISPOSABLE_PROFILE();
-  const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-  scratch_ = JoinPath(Environment(L"TEMP"), L"kestrune-" + WidenBytes(name));
+  owns_scratch_ = true;
   ASSERT_TRUE(RemoveTree(folders_.local + L"\\Kestrune")) << GetLastError();
   ASSERT_TRUE(RemoveTree(folders_.common + L"\\Kestrune")) << GetLastError();
   ASSERT_TRUE(RemoveTree(std::wstring(ParentPath(folders_.temporary)))) << GetLastError();
@@ -130,7 +134,7 @@ void ExportTest::SetUp() {
 }
 
 void ExportTest::TearDown() {
-  if (!scratch_.empty()) {
+  if (owns_scratch_) {
     // A test that failed to close a file may leave its folder; the next run clears it.
     static_cast<void>(RemoveTree(scratch_));
   }
@@ -184,7 +188,7 @@ bool QuickRunIsWanted() {
   }
   return ::testing::AssertionFailure()
          << "expected " << code << " after a box with icon " << icon << ":\n"
-         << NarrowForMessage(text) << "\nbut the program " << Describe(outcome);
+         << Utf8FromWide(text) << "\nbut the program " << Describe(outcome);
 }
 
 }  // namespace kestrune

@@ -43,12 +43,18 @@ bool Exists(const std::wstring& path);
 /// Returns the names in a folder, sorted; none when the folder is absent.
 std::vector<std::wstring> NamesIn(const std::wstring& folder);
 
+/// Returns "Stage: <stage> | <detail>", as in the log.
+std::string Entry(std::wstring_view stage, std::wstring_view detail);
+
 /// Opens a file with the given sharing; it stays open as long as the handle lives.
 FileHandle HoldOpen(const std::wstring& path, DWORD access, DWORD sharing);
 
 /// Returns text as UTF-16LE with byte order mark, the encoding in which a settings file can contain
 /// any character.
 std::string Utf16WithMark(std::wstring_view text);
+
+/// Returns the folder of the running test's own files.
+std::wstring ScratchFolder();
 
 /// Clears one user's Kestrune state: no log, no settings, no runtime, no temporary root, an empty
 /// export folder, and a scratch folder of the test's own.
@@ -69,7 +75,8 @@ class ExportTest : public ::testing::Test {
   ProfileFolders folders_ = FindProfileFolders();
 
  private:
-  std::wstring scratch_;
+  const std::wstring scratch_ = ScratchFolder();
+  bool owns_scratch_ = false;
 };
 
 /// Returns whether KESTRUNE_QUICK is 1.

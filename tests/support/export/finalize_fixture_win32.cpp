@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include "common/text/path.h"
-
 namespace kestrune {
 namespace {
 
@@ -11,44 +9,52 @@ constexpr wchar_t kBefore[] = L"what the user copied before";
 
 }  // namespace
 
-void FinalizeTest::SetUp() {
+void FinalizeFixture::SetUp() {
   ExportTest::SetUp();
   if (IsSkipped() || HasFatalFailure()) {
     return;
   }
-  native_ = Scratch(L"native\\Bridge.zip");
-  default_destination_ = JoinPath(folders_.default_export, L"Main.zip");
   PutFile(native_, native_bytes_);
   FillClipboard(kBefore);
 }
 
-RunOutcome FinalizeTest::Finalize() const {
-  return FinalizeBoard(board_);
+RunOutcome FinalizeFixture::Finalize() const {
+  return RunKestrune(L"--finalize " + Quoted(native_) + L" " + Quoted(board_));
 }
 
-RunOutcome FinalizeTest::FinalizeBoard(const std::wstring& board) const {
-  return RunKestrune(L"--finalize " + Quoted(native_) + L" " + Quoted(board), 120'000);
+std::wstring FinalizeFixture::Delivered(const std::wstring& destination, std::wstring_view size) {
+  return std::wstring(L"ODB++ export successful.\n\nZIP:\n" + destination + L"\n\nSize: ")
+      .append(size)
+      .append(L"\n\nThe ZIP file and its path were copied to the Clipboard.");
 }
 
-std::wstring FinalizeTest::Delivered(const std::wstring& destination, std::wstring_view size) {
-  std::wstring text = L"ODB++ export successful.\n\nZIP:\n" + destination + L"\n\nSize: ";
-  text += size;
-  return text + L"\n\nThe ZIP file and its path were copied to the Clipboard.";
+std::wstring FinalizeFixture::NotOverwritten(const std::wstring& destination, DWORD code) {
+  return L"Cannot overwrite the destination ZIP.\n\n" + destination + L"\n\n" + SystemText(code);
 }
 
-std::wstring FinalizeTest::SeeLog() const {
+std::wstring FinalizeFixture::SeeLog() const {
   return L"ODB++ export finalization failed.\nStage: Copying native output\nSee log: " +
          folders_.log;
 }
 
-void FinalizeTest::ExpectOnClipboard(const std::wstring& destination) {
+std::string FinalizeFixture::BeginEntry(const std::wstring& destination) const {
+  return Entry(L"Finalize begin", L"SourcePCB=" + board_ + L" NativeOutput=" + native_ +
+                                      L" Destination=" + destination);
+}
+
+std::string FinalizeFixture::CopiedEntry(const std::wstring& destination) const {
+  return Entry(L"Finalize copied",
+               L"Destination=" + destination + L" Size=" + std::to_wstring(native_bytes_.size()));
+}
+
+void FinalizeFixture::ExpectOnClipboard(const std::wstring& destination) {
   const ClipboardContent content = ReadClipboard();
   ASSERT_TRUE(content.readable);
   EXPECT_THAT(content.files, ::testing::ElementsAre(destination));
   EXPECT_EQ(content.text, destination);
 }
 
-void FinalizeTest::ExpectClipboardUntouched() {
+void FinalizeFixture::ExpectClipboardUntouched() {
   const ClipboardContent content = ReadClipboard();
   ASSERT_TRUE(content.readable);
   EXPECT_TRUE(content.files.empty());
@@ -64,6 +70,19 @@ std::wstring SystemText(DWORD code) {
     text.pop_back();
   }
   return text;
+}
+
+HeldClipboard::HeldClipboard(const std::wstring& marker)
+    : marker_(marker),
+      holder_(TestProgramPath(L"clipboard_reader"), L"--hold " + Quoted(marker) + L" 120000") {
+  while (!Exists(marker_) && !holder_.WaitForExit(10)) {
+  }
+  EXPECT_TRUE(Exists(marker_));
+}
+
+HeldClipboard::~HeldClipboard() {
+  DeleteFileW(marker_.c_str());
+  EXPECT_EQ(holder_.WaitForExit(60'000), 0);
 }
 
 }  // namespace kestrune

@@ -8,24 +8,23 @@
 
 namespace kestrune {
 
-/// Sets up a board, its lists and a deployed output job for `--prepare`.
-class PrepareTest : public ExportTest {
+/// Sets up a board, its lists and a deployed output job: what `--prepare` needs to succeed.
+class PrepareFixture : public ExportTest {
  protected:
   void SetUp() override;
 
   /// Writes the dependency list as ANSI text with CR LF.
   void Depend(const std::vector<std::wstring>& paths) const;
+  /// Writes a file into the scratch folder and returns its path.
+  [[nodiscard]] std::wstring PutScratch(std::wstring_view name, std::string_view bytes) const;
 
-  /// Runs `--prepare` with this test's board, list and manifest.
-  RunOutcome Prepare() const;
-  RunOutcome PrepareBoard(const std::wstring& board) const;
-  /// Runs the same with a status file.
-  RunOutcome PrepareWithStatus(const std::wstring& status) const;
+  /// Runs `--prepare` with this test's board, list and manifest, and a status file if one is given.
+  RunOutcome RunPrepare(const std::wstring& status = {}) const;
 
   [[nodiscard]] std::wstring InTemporary(std::wstring_view name) const;
 
-  /// Returns the log's first entry for a board with so many dependencies.
-  [[nodiscard]] std::string BeginEntry(const std::wstring& board, int dependencies) const;
+  /// Returns the log's first entry for this test's board with so many dependencies.
+  [[nodiscard]] std::string BeginEntry(int dependencies) const;
 
   std::wstring board_;
   std::wstring list_;
@@ -33,8 +32,5 @@ class PrepareTest : public ExportTest {
   std::wstring output_job_;
   std::string board_bytes_ = std::string("board\0bytes\r\n\x1A\xFF", 15);
 };
-
-/// Returns "Stage: <stage> | <detail>", as in the log.
-std::string Entry(std::wstring_view stage, std::wstring_view detail);
 
 }  // namespace kestrune

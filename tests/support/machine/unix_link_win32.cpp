@@ -86,35 +86,4 @@ void RemoveLink(const std::wstring& link) {
   }
 }
 
-UnreadableFile::UnreadableFile(const std::wstring& path) : path_(path) {
-  if (!RunsUnderWine()) {
-    return;
-  }
-  unix_name_ = UnixName(path);
-  RunUnixCommand(L"ln", L"-s " + Quoted(unix_name_) + L" " + Quoted(unix_name_));
-  static_cast<void>(WaitUntilRefused(true));
-}
-
-UnreadableFile::~UnreadableFile() {
-  if (!unix_name_.empty()) {
-    RunUnixCommand(L"rm", L"-f " + Quoted(unix_name_));
-    static_cast<void>(WaitUntilRefused(false));
-  }
-}
-
-bool UnreadableFile::Works() const {
-  return !unix_name_.empty() && WaitUntilRefused(true);
-}
-
-bool UnreadableFile::WaitUntilRefused(bool refused) const {
-  const auto is_refused = [this] {
-    return GetFileAttributesW(path_.c_str()) == INVALID_FILE_ATTRIBUTES &&
-           GetLastError() == ERROR_CANT_RESOLVE_FILENAME;
-  };
-  for (int i = 0; i < 300 && is_refused() != refused; ++i) {
-    Sleep(10);
-  }
-  return is_refused() == refused;
-}
-
 }  // namespace kestrune

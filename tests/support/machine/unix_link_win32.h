@@ -12,24 +12,9 @@ bool MakeDirectoryLink(const std::wstring& link, const std::wstring& target);
 /// Removes the link itself, also where Windows calls cannot. Does nothing when it is absent.
 void RemoveLink(const std::wstring& link);
 
-/// Creates an entry at `path` whose stat fails, a link to itself, until the end of the scope. Its
-/// folder must exist. Works() is false when the stat succeeds nevertheless, so that the test proves
-/// nothing.
-class UnreadableFile {
- public:
-  explicit UnreadableFile(const std::wstring& path);
-  UnreadableFile(const UnreadableFile&) = delete;
-  UnreadableFile& operator=(const UnreadableFile&) = delete;
-  ~UnreadableFile();
-
-  [[nodiscard]] bool Works() const;
-
- private:
-  /// Waits until the stat fails, or succeeds again.
-  [[nodiscard]] bool WaitUntilRefused(bool refused) const;
-
-  std::wstring path_;
-  std::wstring unix_name_;
-};
-
 }  // namespace kestrune
+
+/// Skips a test on a system where a link cannot be made.
+#define KESTRUNE_NEEDS_LINK(made) \
+  if (!(made))                    \
+  GTEST_SKIP() << "no link can be made here"

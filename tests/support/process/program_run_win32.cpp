@@ -112,24 +112,17 @@ ProgramRun ProgramRun::WithRawCommandLine(const std::wstring& program,
   return run;
 }
 
-ProgramRun ProgramRun::WithHandles(const std::wstring& program, const std::wstring& arguments) {
-  ProgramRun run;
-  run.Start(program, Quoted(program) + L" " + arguments, {}, true);
-  return run;
-}
-
 ProgramRun::~ProgramRun() {
   Terminate();
 }
 
 void ProgramRun::Start(const std::wstring& program, std::wstring command_line,
-                       const std::wstring& directory, bool inherit_handles) {
+                       const std::wstring& directory) {
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION process = {};
-  if (CreateProcessW(program.c_str(), command_line.data(), nullptr, nullptr, inherit_handles, 0,
-                     nullptr, directory.empty() ? nullptr : directory.c_str(), &startup,
-                     &process)) {
+  if (CreateProcessW(program.c_str(), command_line.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                     directory.empty() ? nullptr : directory.c_str(), &startup, &process)) {
     CloseHandle(process.hThread);
     process_.Reset(process.hProcess);
     id_ = process.dwProcessId;

@@ -34,8 +34,6 @@ class ProgramRun {
   /// Starts `program` with a command line of which every character is the caller's.
   static ProgramRun WithRawCommandLine(const std::wstring& program,
                                        const std::wstring& command_line);
-  /// Starts `program` like the first, but lets it have this process's inheritable handles.
-  static ProgramRun WithHandles(const std::wstring& program, const std::wstring& arguments);
   ProgramRun(ProgramRun&&) = default;
   ProgramRun& operator=(ProgramRun&&) = default;
   ~ProgramRun();
@@ -55,8 +53,7 @@ class ProgramRun {
 
  private:
   ProgramRun() = default;
-  void Start(const std::wstring& program, std::wstring command_line, const std::wstring& directory,
-             bool inherit_handles = false);
+  void Start(const std::wstring& program, std::wstring command_line, const std::wstring& directory);
 
   KernelHandle process_;
   DWORD id_ = 0;

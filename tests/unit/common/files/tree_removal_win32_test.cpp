@@ -62,7 +62,6 @@ class TreeRemovalTest : public ExportTest {
  protected:
   void SetUp() override {
     ExportTest::SetUp();
-    root_ = Scratch(L"t");
     PutFile(JoinPath(root_, L"sub\\file"), "x");
   }
 
@@ -77,23 +76,23 @@ class TreeRemovalTest : public ExportTest {
     return {};
   }
 
-  std::wstring root_;
+  const std::wstring root_ = Scratch(L"t");
 };
 
 TEST_F(TreeRemovalTest, AJunctionIsNeverEntered) {
-  ReparsePoint calls;
-  calls.name = L"sub";
-  const Failure refusal = Refusal(calls);
-  EXPECT_EQ(refusal.code, DWORD{ERROR_DIR_NOT_EMPTY});
-  EXPECT_EQ(FileBytes(JoinPath(root_, L"sub\\file")), "x");
-}
-
-TEST_F(TreeRemovalTest, FolderThatBecomesJunctionIsNotEntered) {
-  ReparsePoint calls;
-  calls.name = L"sub";
-  calls.in_listings = false;
-  EXPECT_EQ(Refusal(calls).subject, JoinPath(root_, L"sub"));
-  EXPECT_EQ(FileBytes(JoinPath(root_, L"sub\\file")), "x");
+  for (const DWORD tag : {DWORD{IO_REPARSE_TAG_MOUNT_POINT}, DWORD{0}}) {
+    // Listed as a junction, or replaced with one after it was listed.
+    for (const bool in_listings : {true, false}) {
+      ReparsePoint calls;
+      calls.name = L"sub";
+      calls.tag = tag;
+      calls.in_listings = in_listings;
+      const Failure refusal = Refusal(calls);
+      EXPECT_EQ(refusal.code, DWORD{ERROR_DIR_NOT_EMPTY});
+      EXPECT_EQ(refusal.subject, JoinPath(root_, L"sub"));
+      EXPECT_EQ(FileBytes(JoinPath(root_, L"sub\\file")), "x");
+    }
+  }
 }
 
 TEST_F(TreeRemovalTest, ReparsePointOfAnotherKindIsEmptied) {

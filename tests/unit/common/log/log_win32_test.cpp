@@ -23,11 +23,11 @@ constexpr std::size_t kLargestLog = 0x100000;
 
 class LogTest : public ExportTest {
  protected:
-  /// A log of so many bytes, all in one old line.
+  /// Writes a log of this size in bytes, all in one line.
   void PutLog(std::size_t size) { PutFile(folders_.log, std::string(size - 2, 'x') + "\r\n"); }
 };
 
-TEST_F(LogTest, LiesInTheUsersLocalData) {
+TEST_F(LogTest, PathIsInTheUsersLocalData) {
   EXPECT_EQ(LogFilePath(RealCalls()), folders_.log);
 }
 
@@ -55,10 +55,10 @@ TEST_F(LogTest, TimeIsLocalWithoutLeadingZeros) {
                       ":" + number(after.wSecond) + "] Stage: x\r\n");
 }
 
-TEST_F(LogTest, ALogThatWouldReachExactlyOneMebibyteIsKept) {
+TEST_F(LogTest, LogOfExactlyOneMebibyteIsKept) {
   WriteLogEntry(RealCalls(), L"probe");
   const std::size_t line = FileBytes(folders_.log).size();
-  // The time may gain or lose a digit between two entries; measure again until it did not.
+  // The length of the time may change between two entries; repeat until it did not.
   for (;;) {
     PutLog(kLargestLog - line);
     WriteLogEntry(RealCalls(), L"probe");
@@ -71,7 +71,7 @@ TEST_F(LogTest, ALogThatWouldReachExactlyOneMebibyteIsKept) {
   EXPECT_EQ(Log().size(), 2U);
 }
 
-TEST_F(LogTest, ALogThatWouldPassOneMebibyteStartsOver) {
+TEST_F(LogTest, LogAboveOneMebibyteStartsOver) {
   WriteLogEntry(RealCalls(), L"probe");
   const std::size_t line = FileBytes(folders_.log).size();
   PutLog(kLargestLog - line + 6);
@@ -80,14 +80,14 @@ TEST_F(LogTest, ALogThatWouldPassOneMebibyteStartsOver) {
   EXPECT_THAT(NamesIn(std::wstring(ParentPath(folders_.log))), ElementsAre(L"bridge.log"));
 }
 
-TEST_F(LogTest, ARunawayDetailIsCut) {
+TEST_F(LogTest, LongDetailIsTruncated) {
   WriteLogEntry(RealCalls(), L"Long", std::wstring(9000, L'\u00E4'));
   const std::string bytes = FileBytes(folders_.log);
   EXPECT_EQ(WideFromUtf8(bytes).size(), 8192U + 2U);
   EXPECT_TRUE(bytes.ends_with("\xC3\xA4\r\n"));
 }
 
-TEST_F(LogTest, ARefusedCallConcernsNoCaller) {
+TEST_F(LogTest, NoRefusedCallChangesTheLastError) {
   std::size_t refused = 0;
   for (bool was_refused = true; was_refused; ++refused) {
     ScriptedCalls calls;
@@ -107,26 +107,20 @@ TEST_F(LogTest, ARefusedCallConcernsNoCaller) {
   EXPECT_GT(refused, 11U);
 }
 
-TEST_F(LogTest, LeavesTheLastErrorAsItWas) {
-  SetLastError(1234);
-  WriteLogEntry(RealCalls(), L"x");
-  EXPECT_EQ(GetLastError(), 1234U);
-}
-
-TEST_F(LogTest, AnEntryIsLostWhileAnotherWriterHasTheLog) {
+TEST_F(LogTest, EntryOfSecondWriterIsDropped) {
   WriteLogEntry(RealCalls(), L"kept");
   {
     const FileHandle writer =
         HoldOpen(folders_.log, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE);
     SetLastError(1234);
-    WriteLogEntry(RealCalls(), L"lost");
+    WriteLogEntry(RealCalls(), L"dropped");
     EXPECT_EQ(GetLastError(), 1234U);
   }
   WriteLogEntry(RealCalls(), L"kept too");
   EXPECT_THAT(Log(), ElementsAre("Stage: kept", "Stage: kept too"));
 }
 
-TEST_F(LogTest, AReaderDoesNotStopIt) {
+TEST_F(LogTest, EntryIsWrittenBesideAReader) {
   WriteLogEntry(RealCalls(), L"a");
   const FileHandle reader =
       HoldOpen(folders_.log, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
@@ -153,20 +147,20 @@ TEST_F(LogTest, EightWritersWriteCompleteLines) {
   EXPECT_GT(entries.size(), 100U);
 }
 
-TEST_F(LogTest, AFolderThatCannotBeMadeLosesTheEntryOnly) {
+TEST_F(LogTest, FileAsFolderDropsTheEntry) {
   PutFile(std::wstring(ParentPath(folders_.log)), "a file where the folder should be");
-  WriteLogEntry(RealCalls(), L"lost");
+  WriteLogEntry(RealCalls(), L"dropped");
   EXPECT_THAT(Log(), IsEmpty());
 }
 
-TEST_F(LogTest, AReadOnlyLogLosesTheEntryOnly) {
+TEST_F(LogTest, ReadOnlyLogDropsTheEntry) {
   WriteLogEntry(RealCalls(), L"kept");
   ASSERT_TRUE(SetFileAttributesW(folders_.log.c_str(), FILE_ATTRIBUTE_READONLY));
   if (FileHandle(CreateFileW(folders_.log.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr))) {
-    GTEST_SKIP() << "this user may write read-only files (root below Wine)";
+    GTEST_SKIP() << "this user may write read-only files (root under Wine)";
   }
-  WriteLogEntry(RealCalls(), L"lost");
+  WriteLogEntry(RealCalls(), L"dropped");
   EXPECT_THAT(Log(), ElementsAre("Stage: kept"));
   ClearReadOnly(RealCalls(), folders_.log);
 }

@@ -50,7 +50,7 @@ class ArchiveSpaceTest : public ExportTest {
     PutFile(Scratch(L"out\\Main.zip"), std::string(50'000, 'f'));
   }
 
-  bool LacksRoom(std::size_t size) {
+  bool LacksSpace(std::size_t size) {
     PutFile(Scratch(L"native.zip"), std::string(size, 'z'));
     return LacksSpaceToOverwrite(disk_, Scratch(L"native.zip"), Scratch(L"out\\Main.zip"));
   }
@@ -58,40 +58,46 @@ class ArchiveSpaceTest : public ExportTest {
   MadeDisk disk_;
 };
 
-TEST_F(ArchiveSpaceTest, TheFormerArchiveGivesItsBlocksBack) {
-  EXPECT_FALSE(LacksRoom(53'000));
-  EXPECT_FALSE(LacksRoom(53'248));
-  EXPECT_TRUE(LacksRoom(53'249));
-  disk_.available = 4096;
-  EXPECT_FALSE(LacksRoom(53'249));
+TEST_F(ArchiveSpaceTest, FormerArchiveFreesItsClusters) {
+  EXPECT_FALSE(LacksSpace(53'000));
+  EXPECT_FALSE(LacksSpace(53'248));
+  for (const UINT kind : {UINT{DRIVE_FIXED}, UINT{DRIVE_REMOVABLE}, UINT{DRIVE_RAMDISK}}) {
+    disk_.kind = kind;
+    disk_.available = 0;
+    EXPECT_TRUE(LacksSpace(53'249));
+    disk_.available = 1;
+    EXPECT_FALSE(LacksSpace(53'249));
+    EXPECT_TRUE(LacksSpace(53'250));
+  }
 }
 
-TEST_F(ArchiveSpaceTest, NothingIsLostWithoutAFormerArchive) {
+TEST_F(ArchiveSpaceTest, WithoutFormerArchiveCopyIsTried) {
   ASSERT_TRUE(DeleteFileW(Scratch(L"out\\Main.zip").c_str()));
-  EXPECT_FALSE(LacksRoom(100'000));
+  EXPECT_FALSE(LacksSpace(100'000));
 }
 
 TEST_F(ArchiveSpaceTest, AShareIsTried) {
   disk_.final_path = L"\\\\?\\UNC\\server\\share";
-  EXPECT_FALSE(LacksRoom(100'000));
+  EXPECT_FALSE(LacksSpace(100'000));
   disk_.final_path = L"\\\\?\\C:\\out";
   disk_.kind = DRIVE_REMOTE;
-  EXPECT_FALSE(LacksRoom(100'000));
+  EXPECT_FALSE(LacksSpace(100'000));
 }
 
-TEST_F(ArchiveSpaceTest, DiskThatDoesNotSayIsTried) {
+TEST_F(ArchiveSpaceTest, DiskOfUnknownSizeIsTried) {
   disk_.total = 0;
-  EXPECT_FALSE(LacksRoom(100'000));
+  EXPECT_FALSE(LacksSpace(100'000));
   disk_.total = 1;
   disk_.cluster = 0;
-  EXPECT_FALSE(LacksRoom(100'000));
+  EXPECT_FALSE(LacksSpace(100'000));
 }
 
-TEST_F(ArchiveSpaceTest, ALinkOrCompressedArchiveIsTried) {
+TEST_F(ArchiveSpaceTest, ArchiveThatIsNotPlainIsTried) {
   for (const DWORD attribute :
-       {DWORD{FILE_ATTRIBUTE_REPARSE_POINT}, DWORD{FILE_ATTRIBUTE_COMPRESSED}}) {
+       {DWORD{FILE_ATTRIBUTE_REPARSE_POINT}, DWORD{FILE_ATTRIBUTE_COMPRESSED},
+        DWORD{FILE_ATTRIBUTE_SPARSE_FILE}, DWORD{FILE_ATTRIBUTE_DIRECTORY}}) {
     disk_.more_attributes = attribute;
-    EXPECT_FALSE(LacksRoom(100'000));
+    EXPECT_FALSE(LacksSpace(100'000));
   }
 }
 

@@ -16,13 +16,11 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A job and a manifest in the scratch folder. Each failure must leave the job as it was.
+/// Sets up a job and a manifest. Each failure must leave the job as it was.
 class OutJobFileTest : public ExportTest {
  protected:
   void SetUp() override {
     ExportTest::SetUp();
-    job_ = Scratch(L"Bridge.OutJob");
-    manifest_ = Scratch(L"layers.txt");
     if (!IsSkipped()) {
       PutFile(job_, kJob);
       PutFile(manifest_, "PlotKey=PlotTopPlot\r\nLayerName=Bottom Layer\r\n");
@@ -38,13 +36,13 @@ class OutJobFileTest : public ExportTest {
       "\xEF[OutputGroup1]\r\n"
       "Configuration1_Item1=PlotTopPlot=False|Plot_V7_2=True|Plot_V7_2_name=Top|a\r\n\x1A";
 
-  std::wstring job_;
-  std::wstring manifest_;
+  std::wstring job_ = Scratch(L"Bridge.OutJob");
+  std::wstring manifest_ = Scratch(L"layers.txt");
   std::vector<PlotFieldChange> changes_ = {{"old", true}};
   std::wstring error_text_ = L"old";
 };
 
-TEST_F(OutJobFileTest, IsRewrittenInPlaceWithNothingLeftBeside) {
+TEST_F(OutJobFileTest, IsRewrittenWithoutTemporaryFile) {
   EXPECT_TRUE(Select());
   EXPECT_EQ(error_text_, L"");
   EXPECT_THAT(changes_, ElementsAre(PlotFieldChange{"PlotTopPlot", true},
@@ -75,7 +73,7 @@ class RefusedRenames final : public SystemCalls {
   int refusals_;
 };
 
-TEST_F(OutJobFileTest, IsTakenAwayWhereItCannotBeReplaced) {
+TEST_F(OutJobFileTest, IsDeletedFirstIfReplacementFails) {
   RefusedRenames once(1);
   EXPECT_TRUE(SelectOutJobLayers(once, job_, manifest_, changes_, error_text_));
   EXPECT_THAT(once.calls,
@@ -84,7 +82,7 @@ TEST_F(OutJobFileTest, IsTakenAwayWhereItCannotBeReplaced) {
   EXPECT_NE(FileBytes(job_), kJob);
 }
 
-TEST_F(OutJobFileTest, ASecondRefusalEndsItWithNothingLeftBeside) {
+TEST_F(OutJobFileTest, SecondRefusalLeavesNoTemporaryFile) {
   RefusedRenames twice(2);
   EXPECT_FALSE(SelectOutJobLayers(twice, job_, manifest_, changes_, error_text_));
   EXPECT_EQ(error_text_, L"Cannot replace the temporary OutJob after layer selection.");
@@ -108,27 +106,16 @@ TEST_F(OutJobFileTest, IsWrittenAnewEvenWhenNothingChanges) {
   EXPECT_GT(CompareFileTime(&data.ftLastWriteTime, &past), 0);
 }
 
-TEST_F(OutJobFileTest, WithoutManifestIsLeftAlone) {
-  manifest_ = Scratch(L"missing.txt");
-  EXPECT_FALSE(Select());
-  EXPECT_EQ(error_text_, L"Cannot read the used-layer manifest: " + manifest_);
-  EXPECT_THAT(changes_, IsEmpty());
-  EXPECT_EQ(FileBytes(job_), kJob);
-}
-
-TEST_F(OutJobFileTest, AFolderIsNoManifest) {
-  manifest_ = Scratch(L"");
-  EXPECT_FALSE(Select());
-  EXPECT_EQ(error_text_, L"Cannot read the used-layer manifest: " + manifest_);
-}
-
 TEST_F(OutJobFileTest, TheManifestIsReadBeforeTheJob) {
   job_ = Scratch(L"missing.OutJob");
   EXPECT_FALSE(Select());
   EXPECT_EQ(error_text_, L"Cannot read the temporary OutJob: " + job_);
-  manifest_ = Scratch(L"missing.txt");
-  EXPECT_FALSE(Select());
-  EXPECT_EQ(error_text_, L"Cannot read the used-layer manifest: " + manifest_);
+  EXPECT_THAT(changes_, IsEmpty());
+  for (const std::wstring& unreadable : {Scratch(L"missing.txt"), Scratch(L"")}) {
+    manifest_ = unreadable;
+    EXPECT_FALSE(Select());
+    EXPECT_EQ(error_text_, L"Cannot read the used-layer manifest: " + manifest_);
+  }
 }
 
 TEST_F(OutJobFileTest, WithoutConfigurationIsLeftAlone) {
@@ -156,14 +143,14 @@ TEST_F(OutJobFileTest, StaysWhenAnotherProgramHoldsIt) {
   EXPECT_FALSE(Exists(job_ + L".tmp"));
 }
 
-TEST_F(OutJobFileTest, ALeftOverUpdateIsOverwritten) {
+TEST_F(OutJobFileTest, StaleTemporaryFileIsOverwritten) {
   PutFile(job_ + L".tmp", std::string(10'000, 'x'));
   EXPECT_TRUE(Select());
   EXPECT_LT(FileBytes(job_).size(), 1000U);
   EXPECT_FALSE(Exists(job_ + L".tmp"));
 }
 
-/// Selects with one allocation refused. Returns how many were made.
+/// Selects layers with one refused allocation.
 class SelectionInScarcity : public OutJobFileTest {
  protected:
   long SelectWith(long allowed) {
@@ -192,7 +179,7 @@ TEST_F(SelectionInScarcity, ARefusedAllocationIsThrown) {
   EXPECT_EQ(thrown_, all);
 }
 
-TEST_F(OutJobFileTest, AJobBeyondTheLimitIsRefusedWithoutBeingRead) {
+TEST_F(OutJobFileTest, JobAbove1GiBIsNotRead) {
   PutSparseFile(job_, (std::uint64_t{1} << 30) + 1, kJob);
   EXPECT_FALSE(Select());
   EXPECT_EQ(error_text_, L"Cannot read the temporary OutJob: " + job_);

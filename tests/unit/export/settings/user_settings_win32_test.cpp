@@ -5,10 +5,11 @@
 #include "common/failure/failure.h"
 #include "common/files/file_win32.h"
 #include "common/places/product_files.h"
+#include "common/text/text.h"
 #include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/export/refused_call_win32.h"
 #include "tests/support/files_win32.h"
 #include "tests/support/machine/shell_folder_override_win32.h"
-#include "tests/support/machine/unix_link_win32.h"
 #include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
@@ -24,6 +25,7 @@ class UserSettingsTest : public ExportTest {
     EXPECT_TRUE(LoadUserSettings(RealCalls(), settings, path, error_text));
     EXPECT_EQ(path, folders_.settings);
     EXPECT_EQ(error_text, L"");
+    EXPECT_EQ(FileBytes(path), Utf16WithMark(WithWindowsLineEnds(text))) << "the file is only read";
     return settings;
   }
 
@@ -177,20 +179,17 @@ TEST_F(UserSettingsTest, WithoutCommonFolderTheLocalPathCounts) {
 }
 
 TEST_F(UserSettingsTest, FileWithUnknownStatusIsThrown) {
-  ASSERT_TRUE(TryCreateDirectories(folders_.common + L"\\Kestrune"));
-  const UnreadableFile file(folders_.common_settings);
-  if (!file.Works()) {
-    GTEST_SKIP() << "this system tells the presence of a link to itself";
-  }
+  ScriptedCalls calls;
+  calls.before = RefusedCall("GetAttributes", folders_.common_settings, ERROR_NETNAME_DELETED);
   UserSettings settings;
   std::wstring path;
   std::wstring error_text;
   try {
-    static_cast<void>(LoadUserSettings(RealCalls(), settings, path, error_text));
-    FAIL() << "nothing was raised";
+    static_cast<void>(LoadUserSettings(calls, settings, path, error_text));
+    FAIL() << "nothing was thrown";
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.text, L"status");
-    EXPECT_NE(failure.code, 0U);
+    EXPECT_EQ(failure.code, DWORD{ERROR_NETNAME_DELETED});
   }
 }
 

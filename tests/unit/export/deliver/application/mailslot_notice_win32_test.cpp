@@ -8,41 +8,12 @@
 #include "common/files/file_win32.h"
 #include "common/text/text.h"
 #include "common/text/text_win32.h"
-#include "export/deliver/application/mailslot_name.h"
 #include "tests/support/export/export_fixture_win32.h"
+#include "tests/support/export/mailslot_win32.h"
 #include "tests/support/real_calls_win32.h"
 
 namespace kestrune {
 namespace {
-
-/// A mailslot of this process, so that the process behind its name is this one.
-class OwnMailslot {
- public:
-  explicit OwnMailslot(const std::wstring& number = Decimal(GetCurrentProcessId()))
-      : name_(std::wstring(kMailslotPrefix) + number),
-        slot_(CreateMailslotW((L"\\\\.\\mailslot\\" + name_).c_str(), 0, 0, nullptr)) {
-    EXPECT_TRUE(static_cast<bool>(slot_)) << GetLastError();
-  }
-  [[nodiscard]] const std::wstring& Name() const { return name_; }
-
-  /// The next message; nothing when there is none.
-  std::optional<std::string> Next() const {
-    DWORD size = MAILSLOT_NO_MESSAGE;
-    EXPECT_TRUE(GetMailslotInfo(slot_.Get(), nullptr, &size, nullptr, nullptr));
-    if (size == MAILSLOT_NO_MESSAGE) {
-      return std::nullopt;
-    }
-    std::string message(size, '\0');
-    DWORD read = 0;
-    EXPECT_TRUE(ReadFile(slot_.Get(), message.data(), size, &read, nullptr));
-    EXPECT_EQ(read, size);
-    return message;
-  }
-
- private:
-  std::wstring name_;
-  FileHandle slot_;
-};
 
 std::wstring OwnImage() {
   std::wstring image(32768, L'\0');
@@ -104,7 +75,7 @@ bool Verifies(HANDLE process, DWORD id, const std::wstring& image) {
   return VerifyListenerProcess(RealCalls(), process, id, image);
 }
 
-TEST(SendMailslotNotice, WritesTheLineAsOneMessageWithoutATerminator) {
+TEST(SendMailslotNotice, LineIsOneMessageWithoutTerminator) {
   const OwnMailslot slot;
   EXPECT_TRUE(Send(slot.Name(), L"-bridge:\"x\" C:\\Out\\Main.zip"));
   EXPECT_TRUE(Send(slot.Name(), L"b"));
@@ -123,7 +94,7 @@ TEST(SendMailslotNotice, EncodesInTheAnsiCodePage) {
   EXPECT_EQ(slot.Next(), expected);
 }
 
-TEST(SendMailslotNotice, SendsNothingRatherThanADamagedLine) {
+TEST(SendMailslotNotice, LineOutsideCodePageIsNotSent) {
   if (GetACP() == CP_UTF8) {
     GTEST_SKIP() << "every character exists in this code page";
   }
@@ -145,7 +116,7 @@ TEST(SendMailslotNotice, AMessageHas1To32767Bytes) {
   EXPECT_EQ(slot.Next(), std::string(32767, 'a'));
 }
 
-TEST(SendMailslotNotice, FailsWhereNobodyListens) {
+TEST(SendMailslotNotice, FailsWithoutListener) {
   EXPECT_FALSE(Send(L"TAVORIN.Kestrune.4000000001", L"a"));
 }
 
@@ -156,7 +127,7 @@ TEST(SendMailslotNotice, RefusesANameThatIsNotOurs) {
   EXPECT_EQ(odd.Next(), std::nullopt);
 }
 
-TEST(SendToRunningInstance, SendsWhateverTheProcessIs) {
+TEST(SendToRunningInstance, SendsToUnverifiedProcessesToo) {
   const OwnMailslot own;
   EXPECT_TRUE(Offer(own.Name(), L"verified", OwnImage()));
   EXPECT_TRUE(Offer(own.Name(), L"other image", L"C:\\other.exe"));
@@ -169,7 +140,7 @@ TEST(SendToRunningInstance, SendsWhateverTheProcessIs) {
   }
 }
 
-TEST(SendToRunningInstance, OnlyAVerifiedListenerMayComeToTheForeground) {
+TEST(SendToRunningInstance, OnlyVerifiedListenerMayComeForward) {
   const OwnMailslot own;
   NotedForeground verified;
   EXPECT_TRUE(SendToRunningInstance({RealCalls(), verified}, own.Name(), L"a", OwnImage()));
@@ -180,7 +151,7 @@ TEST(SendToRunningInstance, OnlyAVerifiedListenerMayComeToTheForeground) {
   EXPECT_TRUE(other_image.allowed.empty());
 }
 
-TEST(SendToRunningInstance, AnotherUsersOrLogOnsListenerGetsTheMessageAlone) {
+TEST(SendToRunningInstance, ListenerOfOtherUserStaysInBackground) {
   const OwnMailslot own;
   NotedForeground desktop;
   ScriptedListener other_user;
@@ -205,7 +176,7 @@ TEST(VerifyListenerProcess, AcceptsOurOwnKindIgnoringCase) {
   EXPECT_TRUE(Verifies(process.Get(), id, LowerAscii(OwnImage())));
 }
 
-TEST(VerifyListenerProcess, RefusesAnotherProcessNumberImageOrNoProcess) {
+TEST(VerifyListenerProcess, RefusesOtherProcessIdOrImage) {
   const DWORD id = GetCurrentProcessId();
   const KernelHandle process = OpenListener(id);
   EXPECT_FALSE(Verifies(nullptr, id, OwnImage()));
@@ -225,7 +196,7 @@ class MailslotListenerTest : public ExportTest {
   }
 };
 
-TEST_F(MailslotListenerTest, AListenerInAnotherProcessGetsTheBytes) {
+TEST_F(MailslotListenerTest, ListenerInAnotherProcessGetsTheBytes) {
   ProgramRun listener(TestProgramPath(L"mailslot_listener"),
                       Quoted(Scratch(L"name")) + L" " + Quoted(Scratch(L"message")) + L" 2 20000");
   ASSERT_TRUE(listener.Started());
