@@ -110,11 +110,10 @@ TEST_F(FinalizeTest, BoardNameDropsOnlyTheLastExtension) {
 }
 
 TEST_F(FinalizeTest, SizeAbove4GiBIsWhole) {
-  calls_.on_copy = [&](const std::wstring&, BOOL& answer) {
+  calls_.after = On("Copy", [&](const SystemCall&) {
     PutSparseFile(default_destination_, (std::uint64_t{4} << 30) + 10);
-    answer = TRUE;
-    return true;
-  };
+    return std::nullopt;
+  });
   EXPECT_EQ(Deliver().message, Delivered(default_destination_, L"4096 MB"));
   EXPECT_TRUE(Log().back().ends_with(" Size=4294967306")) << Log().back();
 }

@@ -9,10 +9,12 @@
 namespace kestrune {
 namespace {
 
-constexpr wchar_t kUnknown[] = L"The archive is encrypted or uses an unsupported compression method.";
+constexpr wchar_t kUnknown[] =
+    L"The archive is encrypted or uses an unsupported compression method.";
 constexpr wchar_t kTooLarge[] = L"A file of the archive is too large.";
 constexpr wchar_t kDamaged[] = L"A file of the archive is damaged.";
-constexpr wchar_t kContradicts[] = L"The local header of an entry does not match the central directory.";
+constexpr wchar_t kContradicts[] =
+    L"The local header of an entry does not match the central directory.";
 
 /// Returns the content of an archive's first entry.
 std::string FirstContent(const std::string& bytes, std::size_t limit = 100) {
