@@ -325,6 +325,14 @@ TEST(Rcs, RepeatedNamesAreFoundAmongMany) {
   }
 }
 
+TEST(Rcs, RecordsMayHaveSameManyNames) {
+  std::string names;
+  for (int i = 0; i < 20; ++i) {
+    names += " A" + std::to_string(i) + "=1";
+  }
+  EXPECT_EQ(Refused("PL p" + names + " End Tree t" + names + " PL q" + names + " End End"), L"");
+}
+
 TEST(Rcs, FirstErrorInFileOrderIsNamed) {
   EXPECT_EQ(Refused("PL p A=1 A=2 End PL p End foo x"), L"Invalid RCS attribute.");
   EXPECT_EQ(Refused("PL p End PL p A=1 A=2 End"), L"Duplicate/invalid RCS identifier.");

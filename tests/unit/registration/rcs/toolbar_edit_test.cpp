@@ -476,6 +476,14 @@ TEST(ValidateRcs, RecordsMayHaveAnyOrder) {
   EXPECT_EQ(Invalid(CommandLine() + Placement() + CustomTree(), true), L"");
 }
 
+TEST(ValidateRcs, NestedPlacementsCountOnce) {
+  const std::string open = " TargetID='TLPCBToolbar' RefID0='TBPCB_StandardToolbar760' ";
+  EXPECT_EQ(Invalid(CustomTree() + CommandLine() + "Insertion i" + open + "Insertion j" + open +
+                        "Link l PLID='PLKestrune' End End End\r\n",
+                    true),
+            L"");
+}
+
 TEST(ValidateRcs, LinksElsewhereDoNotCount) {
   EXPECT_EQ(Invalid(kButton + "Tree Menu Link mine PLID='PLKestrune' End End\r\n", true), L"");
   EXPECT_EQ(Invalid(kButton + "Link mine PLID='PLKestrune' End\r\n", true), L"");
