@@ -54,12 +54,12 @@ void RequireRoom(const std::string& output, std::size_t count, std::size_t limit
 }
 
 BlockCodes MakeFixedCodes() {
-  std::array<std::uint8_t, HuffmanCode::kMostSymbols> literals;
+  std::array<std::uint8_t, HuffmanCode::kMostSymbols> literals{};
   std::fill_n(literals.begin(), 144, std::uint8_t{8});
   std::fill(literals.begin() + 144, literals.begin() + 256, std::uint8_t{9});
   std::fill(literals.begin() + 256, literals.begin() + 280, std::uint8_t{7});
   std::fill(literals.begin() + 280, literals.end(), std::uint8_t{8});
-  std::array<std::uint8_t, 32> distances;
+  std::array<std::uint8_t, 32> distances{};
   distances.fill(5);
   return {HuffmanCode(literals, UnusedCodes::Refused),
           HuffmanCode(distances, UnusedCodes::Refused)};

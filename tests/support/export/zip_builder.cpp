@@ -33,9 +33,10 @@ std::string LocalPart(const ZipPart& part) {
 
 std::string DirectoryPart(const ZipPart& part, std::size_t offset) {
   return "PK\x01\x02" + LittleEndianBytes(20, 2) +
-         CommonFields(part, part.name.size(), part.extra.size()) + std::string(10, '\0') +
+         CommonFields(part, part.name.size(), part.extra.size()) +
+         LittleEndianBytes(part.comment.size(), 2) + std::string(8, '\0') +
          LittleEndianBytes(part.offset.value_or(static_cast<std::uint32_t>(offset)), 4) +
-         part.name + part.extra;
+         part.name + part.extra + part.comment;
 }
 
 /// Returns the 64-bit end record and its locator.

@@ -24,6 +24,8 @@ struct ZipPart {
   std::optional<std::uint32_t> offset = {};
   /// The directory's extra field.
   std::string extra = {};
+  /// The comment in the directory.
+  std::string comment = {};
   /// The name in the local header.
   std::optional<std::string> local_name = {};
 };

@@ -60,6 +60,7 @@ TEST(Path, LiesInsideComparesWholeComponentsWithoutCase) {
   EXPECT_TRUE(LiesInside(L"C:\\Temp\\x", L"c:\\TEMP"));
   EXPECT_TRUE(LiesInside(L"C:\\Temp", L"C:\\Temp"));
   EXPECT_TRUE(LiesInside(L"C:\\T\u00C4mp\\x", L"C:\\t\u00E4mp\\"));
+  EXPECT_TRUE(LiesInside(L"C:\\\\Temp\\x", L"C:/Temp//"));
   EXPECT_FALSE(LiesInside(L"C:\\Temp2\\x", L"C:\\Temp"));
   EXPECT_FALSE(LiesInside(L"C:\\", L"C:\\Temp"));
   EXPECT_FALSE(LiesInside(L"D:\\Temp\\x", L"C:\\Temp"));

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <random>
+#include <utility>
 
 #include "export/inspect/inspection.h"
 #include "export/inspect/zip/crc32.h"
@@ -136,7 +137,7 @@ TEST(InflateAgainstZlib, RandomBytesComeBack) {
   std::mt19937 random(7);
   for (std::size_t size = 0; size < 3000; size = size * 3 / 2 + 1) {
     std::string content;
-    // Exponents make some bytes far more frequent than others, which gives codes of up to 15 bits.
+    // Some bytes are far more frequent than others, which gives codes of many lengths.
     std::geometric_distribution<int> skewed(0.4);
     while (content.size() < size * 20) {
       content += static_cast<char>(skewed(random));
@@ -146,6 +147,18 @@ TEST(InflateAgainstZlib, RandomBytesComeBack) {
     }
     EXPECT_EQ(Inflate(Deflated(content, 6, Z_HUFFMAN_ONLY), content.size()), content);
   }
+}
+
+TEST(InflateAgainstZlib, CodesOfFifteenBitsComeBack) {
+  // Each byte is as frequent as the two before it together, so that the rarest has the longest
+  // code.
+  std::string content;
+  std::size_t count = 1;
+  for (std::size_t byte = 0, next = 1; byte < 18; ++byte) {
+    content.append(count, static_cast<char>('a' + byte));
+    count = std::exchange(next, count + next);
+  }
+  EXPECT_EQ(Inflate(Deflated(content, 6, Z_HUFFMAN_ONLY), content.size()), content);
 }
 
 TEST(InflateAgainstZlib, SamplesPackedAnewAreListed) {

@@ -58,6 +58,17 @@ TEST(ZipDirectory, ACommentMayFollow) {
   EXPECT_EQ(EntriesOf(BuildZip(kTwoParts, {std::string(0xFFFF, 'x')})).size(), 2U);
 }
 
+TEST(ZipDirectory, EntriesMayHaveComments) {
+  EXPECT_EQ(EntriesOf(BuildZip({{.name = "a", .comment = std::string(300, 'x')}, {"b"}})).size(),
+            2U);
+}
+
+TEST(ZipDirectory, EachEntryNeedsItsSignature) {
+  std::string bytes = BuildZip(kTwoParts);
+  bytes[bytes.rfind("PK\x01\x02")] = 'X';
+  EXPECT_EQ(ZipRefusal(bytes), kDamaged);
+}
+
 TEST(ZipDirectory, CutArchiveIsRefusedAtEveryLength) {
   const std::string whole = BuildZip(kTwoParts, {"comment"});
   for (std::size_t size = 0; size < whole.size(); ++size) {
