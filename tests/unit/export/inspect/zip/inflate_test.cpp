@@ -102,6 +102,11 @@ TEST(Inflate, UnusedFixedSymbolsAreRefused) {
   EXPECT_EQ(InflateRefusal(Bytes("\x4b\x04\x3e")), kDamaged);
 }
 
+TEST(Inflate, ASingleDistanceCodeIsAccepted) {
+  // One distance code of one bit: a literal "a" and a copy of it.
+  EXPECT_EQ(Inflate(Bytes("\x0d\xc0\x81\x00\x00\x00\x00\x80\x20\xd6\xfc\x25\x3e\x0b"), 4), "aaaa");
+}
+
 TEST(Inflate, CodesThatAreNoneAreRefused) {
   // Nineteen code lengths of 1: more codes than bits. Then none at all.
   EXPECT_EQ(InflateRefusal(Bytes("\x05\xe0\x24\x49\x92\x24\x49\x92\x24\x00\x00")), kDamaged);
