@@ -187,17 +187,22 @@ TEST_F(TreeRemovalTest, OnlyANonEmptyRootIsEmptied) {
   EXPECT_EQ(FileBytes(JoinPath(root_, L"sub\\file")), "x");
 }
 
-TEST_F(TreeRemovalTest, ReadOnlyDirectoriesAreRemoved) {
-  for (const std::wstring& directory : {root_, JoinPath(root_, L"sub")}) {
-    SetFileAttributesW(directory.c_str(), FILE_ATTRIBUTE_READONLY);
-  }
+TEST_F(TreeRemovalTest, AReadOnlyRootIsRemoved) {
+  bool is_read_only = true;
   ScriptedCalls calls;
-  // Windows refuses to delete a read-only directory; Wine may not.
-  calls.before = On("DeleteDirectory", [](const SystemCall& call) {
-    const bool is_read_only =
-        (GetFileAttributesW(call.path.c_str()) & FILE_ATTRIBUTE_READONLY) != 0;
-    return is_read_only ? std::optional<DWORD>(ERROR_ACCESS_DENIED) : std::nullopt;
+  // Wine keeps no such attribute of a directory; Windows refuses to delete one that has it.
+  calls.after = On("GetAttributes", [&](const SystemCall& call) -> std::optional<DWORD> {
+    if (is_read_only && call.attributes != nullptr) {
+      call.attributes->dwFileAttributes |= FILE_ATTRIBUTE_READONLY;
+    }
+    return std::nullopt;
   });
+  calls.before = [&](const SystemCall& call) -> std::optional<DWORD> {
+    is_read_only = is_read_only && call.name != "SetAttributes";
+    return call.name == "DeleteDirectory" && is_read_only
+               ? std::optional<DWORD>(ERROR_ACCESS_DENIED)
+               : std::nullopt;
+  };
   RemoveTree(calls, root_);
   EXPECT_EQ(GetFileAttributesW(root_.c_str()), INVALID_FILE_ATTRIBUTES);
 }
