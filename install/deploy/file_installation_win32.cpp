@@ -106,18 +106,21 @@ std::optional<std::uint64_t> TimeOfFile(const WIN32_FILE_ATTRIBUTE_DATA& data) {
 
 /// Creates an empty file in the folder for temporary files. Throws Refusal.
 std::wstring CreateBackup(SystemCalls& calls, const std::wstring& target) {
-  wchar_t folder[MAX_PATH + 1] = {};
-  wchar_t name[MAX_PATH + 1] = {};
-  const DWORD length = calls.GetTemporaryFolder(MAX_PATH + 1, folder);
-  DWORD code = length == 0 ? GetLastError() : ERROR_SUCCESS;
-  if (length >= MAX_PATH) {
-    // No error is set for a folder that is only too long.
-    code = ERROR_FILENAME_EXCED_RANGE;
-  } else if (length != 0 && calls.MakeTemporaryFile(folder, L"bfu", name) == 0) {
-    code = GetLastError();
-  }
-  if (code != ERROR_SUCCESS) {
+  const auto refuse = [&](DWORD code) {
     throw Refusal{{L"Cannot create update backup; target preserved: ", code, target}};
+  };
+  wchar_t folder[MAX_PATH + 1] = {};
+  const DWORD length = calls.GetTemporaryFolder(MAX_PATH + 1, folder);
+  if (length == 0) {
+    refuse(GetLastError());
+  }
+  if (length >= MAX_PATH) {
+    // A folder that is only too long sets no error.
+    refuse(ERROR_FILENAME_EXCED_RANGE);
+  }
+  wchar_t name[MAX_PATH + 1] = {};
+  if (calls.MakeTemporaryFile(folder, L"bfu", name) == 0) {
+    refuse(GetLastError());
   }
   return name;
 }
