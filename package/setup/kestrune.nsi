@@ -12,7 +12,7 @@
 ;  20 no Altium Designer found,   50 files cannot be written, or the program is missing
 ;     nothing installed           51 another set-up of Kestrune is running
 ;
-; Defined by tools/make-setup: VERSION, VERSION4, PAYLOAD (folder), SIZE_KB, ICON, OUTPUT; TEXTS, the
+; Defined by tools/make-setup: VERSION, VERSION4, PAYLOAD (folder), SIZE_KB, ICON, PICTURE, OUTPUT; TEXTS, the
 ; folder of the publisher's texts; PUBLISHER for the version resource, empty for none; DOLLAR; SIGN,
 ; the program that signs the uninstaller.
 Unicode true
@@ -66,7 +66,7 @@ VIAddVersionKey /LANG=1033 LegalCopyright ""
 
 !define MUI_ICON "${ICON}"
 !define MUI_UNICON "${ICON}"
-!define MUI_WELCOMEFINISHPAGE_BITMAP "${__FILEDIR__}/welcome.bmp"
+!define MUI_WELCOMEFINISHPAGE_BITMAP "${PICTURE}"
 !define MUI_ABORTWARNING
 !define MUI_CUSTOMFUNCTION_ABORT LogCancellation
 !define MUI_WELCOMEPAGE_TITLE "Kestrune ${VERSION}"
