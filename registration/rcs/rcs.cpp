@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
+#include <span>
 #include <utility>
 
 #include "common/failure/failure.h"
@@ -65,6 +65,10 @@ class RcsParser {
   }
 
  private:
+  /// The number of attribute names of a record up to which comparing all pairs is faster than an
+  /// index.
+  static constexpr std::size_t kFewNames = 13;
+
   /// Holds a record whose "End" was not read yet.
   struct OpenRecord {
     std::uint32_t place = 0;
@@ -82,7 +86,8 @@ class RcsParser {
 
   /// Throws the failure that has precedence over the one that ended the parsing, if any: first a
   /// text that is not 8-bit, then an unclosed quote, since these make every other error doubtful,
-  /// and then an identifier that is repeated before the position of the failure.
+  /// and then the first repetition, of an identifier or of an attribute name in an open record. All
+  /// repetitions that are found here precede the position of the failure.
   void NameWorseFailure() {
     if (raw_.find('\0') != std::string_view::npos) {
       throw Failure{kUnsupportedRcs};
@@ -90,7 +95,18 @@ class RcsParser {
     for (RcsLexer lexer(raw_); !lexer.AtEnd();) {
       lexer.Next();
     }
-    IndexIdentifiers();
+    std::uint32_t first_repetition = kNoItem;
+    std::size_t end = names_.size();
+    for (std::uint32_t depth = depth_; depth != 0; --depth) {
+      const std::size_t begin = open_[depth - 1].first_name;
+      first_repetition =
+          std::min(first_repetition, RepeatedName(std::span(names_).subspan(begin, end - begin)));
+      end = begin;
+    }
+    IndexIdentifiers(first_repetition);
+    if (first_repetition != kNoItem) {
+      throw Failure{L"Invalid RCS attribute."};
+    }
   }
 
   void ParseRecords() {
@@ -161,13 +177,14 @@ class RcsParser {
     return place;
   }
 
-  /// Throws Failure when an identifier is repeated among the records so far, all of which precede a
-  /// parse error found meanwhile.
-  void IndexIdentifiers() {
-    const auto identifier_of = [this](std::uint32_t place) {
-      return IdentifierAt(raw_, rcs_.nodes_[place].start);
-    };
-    if (options_.strict && !rcs_.identifiers_.Build(identifier_of)) {
+  /// Throws Failure when an identifier is repeated among the records that begin before `limit`.
+  void IndexIdentifiers(std::uint32_t limit = kNoItem) {
+    if (!options_.strict) {
+      return;
+    }
+    const std::uint32_t repeated = rcs_.identifiers_.Build(
+        [this](std::uint32_t place) { return IdentifierAt(raw_, rcs_.nodes_[place].start); });
+    if (repeated != kNoItem && rcs_.nodes_[repeated].start < limit) {
       throw Failure{L"Duplicate/invalid RCS identifier."};
     }
   }
@@ -183,12 +200,11 @@ class RcsParser {
     names_.push_back(name);
   }
 
-  /// Returns whether the name is new in the innermost record. A few names are compared one by one;
-  /// many are indexed.
-  bool IsNewName(const OpenRecord& record, RcsSpan name) {
-    constexpr std::size_t kFew = 12;
-    if (names_.size() - record.first_name > kFew) {
-      return IndexName(record, name);
+  /// Returns whether the name is new in the innermost record, as far as it can be checked now: a
+  /// few names are compared one by one, further ones when the record ends.
+  bool IsNewName(const OpenRecord& record, RcsSpan name) const {
+    if (names_.size() - record.first_name >= kFewNames) {
+      return true;
     }
     const RcsText text = Text(name);
     for (std::size_t place = record.first_name; place < names_.size(); ++place) {
@@ -199,26 +215,30 @@ class RcsParser {
     return true;
   }
 
-  bool IndexName(const OpenRecord& record, RcsSpan name) {
-    const auto name_of = [&](std::uint32_t number) {
-      return Text(names_[record.first_name + number]);
-    };
-    std::optional<RcsIndex>& index = name_indexes_[depth_ - 1];
-    if (!index) {
-      index.emplace();
-      for (std::size_t place = record.first_name; place < names_.size(); ++place) {
-        index->Add(Text(names_[place]), name_of);
-      }
+  /// Returns the offset of the first name of a record that repeats an earlier one of it; kNoItem
+  /// when there is none. Names that IsNewName has compared are not compared again.
+  std::uint32_t RepeatedName(std::span<const RcsSpan> names) const {
+    if (names.size() <= kFewNames) {
+      return kNoItem;
     }
-    return index->Add(Text(name), name_of);
+    RcsIndex index;
+    index.ReserveForAppend(names.size());
+    for (const RcsSpan name : names) {
+      index.Append(Text(name));
+    }
+    const std::uint32_t repeated =
+        index.Build([&](std::uint32_t number) { return Text(names[number]); });
+    return repeated == kNoItem ? kNoItem : names[repeated].Start();
   }
 
   void Close(const OpenRecord& open, RcsSpan end) {
+    if (RepeatedName(std::span(names_).subspan(open.first_name)) != kNoItem) {
+      throw Failure{L"Invalid RCS attribute."};
+    }
     Node& node = rcs_.nodes_[open.place];
     node.end = end.End();
     node.subtree_end = static_cast<std::uint32_t>(rcs_.nodes_.size());
     names_.resize(open.first_name);
-    name_indexes_[depth_ - 1].reset();
   }
 
   RcsText Text(RcsSpan token) const { return token.In(raw_); }
@@ -232,8 +252,6 @@ class RcsParser {
   /// The records that are open at the current position, the outermost first; `depth_` of them are
   /// in use.
   std::array<OpenRecord, kMaxRcsDepth + 1> open_;
-  /// Indexes of the names of those open records that have many attributes, by depth.
-  std::array<std::optional<RcsIndex>, kMaxRcsDepth + 1> name_indexes_;
   std::uint32_t depth_ = 0;
 };
 

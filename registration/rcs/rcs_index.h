@@ -64,23 +64,24 @@ class RcsIndex {
   void Append(const RcsText& text) { hashes_.push_back(text.Hash(seed_)); }
   void ReserveForAppend(std::size_t texts) { hashes_.reserve(texts); }
 
-  /// Indexes the appended texts. Returns false when one of them occurs twice.
+  /// Indexes the appended texts. Returns the number of the first one that repeats an earlier one,
+  /// or kNoItem.
   ///
   /// Indexing many at once is faster than one at a time, since in a tight loop the processor
   /// overlaps their cache misses.
   template <typename TextOf>
-  bool Build(const TextOf& text_of) {
+  std::uint32_t Build(const TextOf& text_of) {
     const auto count = static_cast<std::uint32_t>(hashes_.size());
     MakeSlots(count);
     for (std::uint32_t number = 0; number < count; ++number) {
       const auto same = [&](std::uint32_t other) { return text_of(other) == text_of(number); };
       std::uint32_t& slot = slots_[PlaceOf(hashes_[number], same)];
       if (slot != kNoItem) {
-        return false;
+        return number;
       }
       slot = number;
     }
-    return true;
+    return kNoItem;
   }
 
  private:

@@ -75,7 +75,7 @@ TEST(RcsIndex, FindsWhatWasAddedWhateverCollides) {
     EXPECT_FALSE(added.Add(text_of(number), text_of));
     built.Append(text_of(number));
   }
-  EXPECT_TRUE(built.Build(text_of));
+  EXPECT_EQ(built.Build(text_of), kNoItem);
   for (std::uint32_t number = 0; number < texts.size(); ++number) {
     EXPECT_EQ(added.Find(text_of(number), text_of), number);
     EXPECT_EQ(built.Find(text_of(number), text_of), number);
@@ -89,9 +89,9 @@ TEST(RcsIndex, BuildFindsATextThatOccursTwice) {
   for (std::uint32_t number = 0; number < 3; ++number) {
     index.Append(text_of(number));
   }
-  EXPECT_TRUE(index.Build(text_of));
+  EXPECT_EQ(index.Build(text_of), kNoItem);
   index.Append(text_of(3));
-  EXPECT_FALSE(index.Build(text_of));
+  EXPECT_EQ(index.Build(text_of), 3U);
 }
 
 }  // namespace

@@ -339,6 +339,23 @@ TEST(Rcs, FirstErrorInFileOrderIsNamed) {
   EXPECT_EQ(Refused("Foo x PL p End PL p End"), L"Unknown RCS record: Foo");
 }
 
+TEST(Rcs, RepetitionAmongManyNamesPrecedesLaterErrors) {
+  std::string many = " A0=1";
+  for (int i = 1; i < 20; ++i) {
+    many += " A" + std::to_string(i) + "=1";
+  }
+  const std::string repeated = "PL p End Tree t" + many + " A0=2";
+  for (const char* const later :
+       {"", " foo x", " PL p End End", " PL q A=1 A=2 End", " Tree End", " PL q PL", " End End"}) {
+    EXPECT_EQ(Refused(repeated + later), L"Invalid RCS attribute.") << later;
+    EXPECT_EQ(Refused(repeated + " Tree u" + many + later), L"Invalid RCS attribute.") << later;
+  }
+  EXPECT_EQ(Refused("PL p End Tree t" + many + " PL p End A0=2 End"),
+            L"Duplicate/invalid RCS identifier.");
+  EXPECT_EQ(Refused("PL p End Tree t" + many + " foo x A0=2 End"), L"Unknown RCS record: foo");
+  EXPECT_EQ(Refused(repeated + " End '"), L"Unclosed RCS quote.");
+}
+
 TEST(Rcs, ExtraRecordsAreLetThroughWithoutChildren) {
   const std::string raw =
       "Change _User241 TargetID='PLManRoute:PlaceLine' Field0='Shortcut1' Value0=4  End";
