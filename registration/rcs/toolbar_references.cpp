@@ -100,15 +100,18 @@ class ReferenceFinder {
   /// Visits each Insertion that has one of our links below it, and no other record's text.
   void FindPlacements() {
     const auto& nodes = rcs_.nodes();
-    for (std::uint32_t place = 0; place < nodes.size();) {
-      if (found_.LinksBelow(place, nodes[place].subtree_end) == 0) {
+    auto link = found_.links.begin();
+    for (std::uint32_t place = 0; link != found_.links.end();) {
+      if (*link <= place) {
+        ++link;
+      } else if (*link >= nodes[place].subtree_end) {
         place = nodes[place].subtree_end;
-        continue;
+      } else {
+        if (nodes[place].kind == NodeKind::kInsertion) {
+          FindPlacement(place);
+        }
+        ++place;
       }
-      if (nodes[place].kind == NodeKind::kInsertion) {
-        FindPlacement(place);
-      }
-      ++place;
     }
   }
 
