@@ -216,7 +216,7 @@ class RcsParser {
   }
 
   /// Returns the offset of the first name of a record that repeats an earlier one of it; kNoItem
-  /// when there is none. Names that IsNewName has compared are not compared again.
+  /// when there is none, as in a record of few names, all of which IsNewName has compared.
   std::uint32_t RepeatedName(std::span<const RcsSpan> names) const {
     if (names.size() <= kFewNames) {
       return kNoItem;

@@ -12,10 +12,17 @@ namespace {
 
 constexpr std::string_view kCustomTree = "PCBCustom";
 
+/// Returns the number of our links among the descendants of a record.
+std::ptrdiff_t LinksBelow(const Rcs& rcs, const RcsReferences& references, std::uint32_t place) {
+  const auto& links = references.links;
+  return std::ranges::lower_bound(links, rcs.nodes()[place].subtree_end) -
+         std::ranges::upper_bound(links, place);
+}
+
 std::ptrdiff_t CountCustomLinks(const Rcs& rcs, const RcsReferences& references) {
   const std::uint32_t tree = rcs.FindIdentifier(kCustomTree);
   return tree != kNoItem && rcs.nodes()[tree].kind == NodeKind::kTree
-             ? references.LinksBelow(tree, rcs.nodes()[tree].subtree_end)
+             ? LinksBelow(rcs, references, tree)
              : 0;
 }
 
@@ -25,7 +32,7 @@ std::ptrdiff_t CountToolbarLinks(const Rcs& rcs, const RcsReferences& references
   std::ptrdiff_t count = 0;
   for (std::uint32_t place = 0; place < rcs.nodes().size();) {
     const Node& node = rcs.nodes()[place];
-    const std::ptrdiff_t links = references.LinksBelow(place, node.subtree_end);
+    const std::ptrdiff_t links = LinksBelow(rcs, references, place);
     const bool at_place = links != 0 && node.kind == NodeKind::kInsertion &&
                           rcs.Attribute(node, "TargetID") == spec.anchor_target &&
                           rcs.Attribute(node, "RefID0") == spec.anchor_reference;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -40,11 +38,6 @@ struct RcsReferences {
   bool IsOwned(std::uint32_t place) const { return roles[place] != RcsRole::kForeign; }
   bool IsLink(std::uint32_t place) const {
     return roles[place] == RcsRole::kLink || roles[place] == RcsRole::kPlacedLink;
-  }
-  /// Returns the number of our links among the descendants of a record, whose last one is before
-  /// `subtree_end`.
-  std::ptrdiff_t LinksBelow(std::uint32_t place, std::uint32_t subtree_end) const {
-    return std::ranges::lower_bound(links, subtree_end) - std::ranges::upper_bound(links, place);
   }
 };
 
