@@ -238,6 +238,9 @@ class RcsParser {
     Node& node = rcs_.nodes_[open.place];
     node.end = end.End();
     node.subtree_end = static_cast<std::uint32_t>(rcs_.nodes_.size());
+    const std::size_t attributes = names_.size() - open.first_name;
+    node.attributes =
+        static_cast<std::uint16_t>(std::min<std::size_t>(attributes, kManyAttributes));
     names_.resize(open.first_name);
   }
 
@@ -280,6 +283,7 @@ RcsText Rcs::Identifier(const Node& node) const {
 RcsText Rcs::Attribute(const Node& node, std::string_view name) const {
   RcsLexer lexer(text_, node.body);
   const Node* child = &node + 1;
+  std::uint32_t others = 0;
   while (lexer.Position() != node.EndKeyword()) {
     if (child != nodes_.data() + node.subtree_end && lexer.Position() == child->start) {
       lexer.GoTo(child->end);
@@ -290,6 +294,10 @@ RcsText Rcs::Attribute(const Node& node, std::string_view name) const {
     lexer.TakeEquals();
     if (found) {
       return lexer.Next().In(text_);
+    }
+    ++others;
+    if (others == node.attributes && others != kManyAttributes) {
+      return {};  // The last value, which may be long, need not be read.
     }
     lexer.Skip();
   }

@@ -57,11 +57,16 @@ struct RcsOptions {
   std::vector<std::string> extra_record_kinds = {};
 };
 
+/// The largest number in Node::attributes.
+inline constexpr std::uint16_t kManyAttributes = 0xFFFF;
+
 /// Holds one record of a customization file.
 struct Node {
   NodeKind kind = NodeKind::kTree;
   /// The number of records around it; 0 at the top level.
   std::uint8_t depth = 0;
+  /// The number of its attributes; kManyAttributes for that many or more.
+  std::uint16_t attributes = 0;
   /// Offset of the keyword's first byte in the file.
   std::uint32_t start = 0;
   /// Offset one past the closing "End".

@@ -70,7 +70,7 @@ class RcsLexer {
     }
     const char* close = FindQuote(position_ + 1);
     while (close[1] == kRcsQuote) {
-      close = FindQuote(close + 2);
+      close = FindQuoteAfterPair(close);
     }
     SkipTo(close + 1);
   }
@@ -97,7 +97,7 @@ class RcsLexer {
     bool doubled = false;
     while (close[1] == kRcsQuote) {
       doubled = true;
-      close = FindQuote(close + 2);
+      close = FindQuoteAfterPair(close);
     }
     SkipTo(close + 1);
     return Span(start, close, true, doubled);
@@ -137,6 +137,12 @@ class RcsLexer {
       ++from;
     }
     return RequireQuote(from);
+  }
+
+  /// Returns the first quote after a doubled quote. Checks the next byte first, since doubled
+  /// quotes often follow each other.
+  const char* FindQuoteAfterPair(const char* pair) const {
+    return pair[2] == kRcsQuote ? pair + 2 : FindQuote(pair + 2);
   }
 
   const char* RequireQuote(const char* found) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -67,15 +68,15 @@ class RcsText {
   /// applied to each byte. Copies nothing.
   template <typename Change>
   bool Becomes(std::string_view wanted, const Change& change) const {
-    if (!doubled_ && written_.size() != wanted.size()) {
-      return false;
+    if (!doubled_) {
+      return std::ranges::equal(written_, wanted, {}, change);
     }
     std::size_t at = 0;
     for (const char byte : wanted) {
       if (at == written_.size() || change(written_[at]) != byte) {
         return false;
       }
-      at += doubled_ && written_[at] == kRcsQuote ? 2U : 1U;
+      at += written_[at] == kRcsQuote ? 2U : 1U;
     }
     return at == written_.size();
   }
