@@ -60,9 +60,6 @@ class RcsFile {
   [[nodiscard]] bool Replaced() const noexcept { return state_ != State::Untouched; }
   /// Throws when owner, group or DACL differ from the original ones.
   void CheckSecurity() const;
-  /// Writes the original DACL and reads the security back. Throws when owner, group or DACL then
-  /// differ.
-  void RestoreSecurity();
   /// Restores DXP.RCS: from the displaced file if possible, else from the saved file.
   void RollBack(const kestrune::ExtendedPath& saved_path);
 
@@ -99,6 +96,9 @@ class RcsFile {
   [[nodiscard]] bool PutDisplacedBack(const kestrune::ExtendedPath& displaced, Content ours) const;
   [[nodiscard]] bool MoveIntoGap(const kestrune::ExtendedPath& source) const;
 
+  /// Writes the original DACL and reads the security back. Throws when owner, group or DACL then
+  /// differ.
+  void RestoreSecurity();
   [[nodiscard]] bool SettleUnconfirmed();
   void RestoreOver(const kestrune::ExtendedPath& saved_path);
   void FinishRestoration(DWORD code);

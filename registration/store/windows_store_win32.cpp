@@ -154,10 +154,6 @@ void WindowsStore::AppendLog(std::string_view line) {
   }
 }
 
-void WindowsStore::RestoreRcsSecurity() {
-  file_.RestoreSecurity();
-}
-
 ExtendedPath WindowsStore::BackupPath(std::wstring_view name) const {
   return ExtendedPath(backup_directory_).Entry(name);
 }

@@ -46,7 +46,6 @@ class WindowsStore final : public Store {
   void RemoveGlobalProjectsValue(const std::wstring& name) override;
   void RollBackRcs() override;
   void AppendLog(std::string_view line) override;
-  void RestoreRcsSecurity() override;
 
  private:
   [[nodiscard]] kestrune::ExtendedPath BackupPath(std::wstring_view name) const;

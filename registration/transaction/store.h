@@ -63,9 +63,6 @@ class Store {
   /// Appends a line (given without line end) to the operation log and flushes it. The first line
   /// creates the log's directory.
   virtual void AppendLog(std::string_view line) = 0;
-
-  /// Restores the exact security of DXP.RCS. Part of committing and of rolling back.
-  virtual void RestoreRcsSecurity() = 0;
 };
 
 }  // namespace altium_registration

@@ -217,21 +217,6 @@ class ModelStore final : public Store {
     require(Ask("Flush", "log"), L"Cannot flush operation log.");
   }
 
-  void RestoreRcsSecurity() override {
-    WriteDacl("rcs");
-    const unsigned restored = ReadSecurity("rcs");
-    const bool is_exact_dacl = (restored & (kOtherDacl | kOddDacl)) == 0;
-    if ((restored & (kOtherOwner | kOtherGroup)) != 0) {
-      throw Refusal(is_exact_dacl ? L"RCS owner/group changed; manual recovery required."
-                                  : kSecurityMismatch);
-    }
-    if (!is_exact_dacl) {
-      own_securities_.insert(restored);
-      throw Refusal(kSecurityMismatch);
-    }
-    own_securities_ = {opened_.security};
-  }
-
  private:
   enum class State { Untouched, Unknown, Replaced, Unconfirmed, Superseded, Lost };
   enum class Content { Old, New, Foreign, Unreadable, Missing };
@@ -620,6 +605,21 @@ class ModelStore final : public Store {
         break;
     }
     return false;
+  }
+
+  void RestoreRcsSecurity() {
+    WriteDacl("rcs");
+    const unsigned restored = ReadSecurity("rcs");
+    const bool is_exact_dacl = (restored & (kOtherDacl | kOddDacl)) == 0;
+    if ((restored & (kOtherOwner | kOtherGroup)) != 0) {
+      throw Refusal(is_exact_dacl ? L"RCS owner/group changed; manual recovery required."
+                                  : kSecurityMismatch);
+    }
+    if (!is_exact_dacl) {
+      own_securities_.insert(restored);
+      throw Refusal(kSecurityMismatch);
+    }
+    own_securities_ = {opened_.security};
   }
 
   void RestoreOver() {

@@ -151,7 +151,6 @@ class ObservedStore final : public Store {
   }
   void RollBackRcs() override { Begun("RollBack").RollBackRcs(); }
   void AppendLog(std::string_view line) override { Begun("Log").AppendLog(line); }
-  void RestoreRcsSecurity() override { Begun("RestoreSecurity").RestoreRcsSecurity(); }
 
  private:
   Store& Begun(std::string_view operation) {
