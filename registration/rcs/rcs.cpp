@@ -218,9 +218,10 @@ class RcsParser {
   /// Returns the offset of the first name of a record that repeats an earlier one of it; kNoItem
   /// when there is none, as in a record of few names, all of which IsNewName has compared.
   std::uint32_t RepeatedName(std::span<const RcsSpan> names) const {
-    if (names.size() <= kFewNames) {
-      return kNoItem;
-    }
+    return names.size() <= kFewNames ? kNoItem : RepeatedAmongMany(names);
+  }
+
+  std::uint32_t RepeatedAmongMany(std::span<const RcsSpan> names) const {
     RcsIndex index;
     index.ReserveForAppend(names.size());
     for (const RcsSpan name : names) {

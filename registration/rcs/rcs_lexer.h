@@ -68,11 +68,7 @@ class RcsLexer {
       SkipTo(WordEnd(position_));
       return;
     }
-    const char* close = FindQuote(position_ + 1);
-    while (close[1] == kRcsQuote) {
-      close = FindQuoteAfterPair(close);
-    }
-    SkipTo(close + 1);
+    SkipTo(ClosingQuote(FindQuote(position_ + 1)) + 1);
   }
 
  private:
@@ -93,14 +89,10 @@ class RcsLexer {
   }
 
   RcsSpan QuotedToken(const char* start) {
-    const char* close = FindQuote(start);
-    bool doubled = false;
-    while (close[1] == kRcsQuote) {
-      doubled = true;
-      close = FindQuoteAfterPair(close);
-    }
+    const char* const first = FindQuote(start);
+    const char* const close = ClosingQuote(first);
     SkipTo(close + 1);
-    return Span(start, close, true, doubled);
+    return Span(start, close, true, close != first);
   }
 
   /// Returns the end of the word that begins here.
@@ -139,10 +131,17 @@ class RcsLexer {
     return RequireQuote(from);
   }
 
-  /// Returns the first quote after a doubled quote. Checks the next byte first, since doubled
-  /// quotes often follow each other.
-  const char* FindQuoteAfterPair(const char* pair) const {
-    return pair[2] == kRcsQuote ? pair + 2 : FindQuote(pair + 2);
+  /// Returns the closing quote of the text whose first inner or closing quote is `first`.
+  const char* ClosingQuote(const char* first) const {
+    return first[1] == kRcsQuote ? AfterDoubledQuotes(first) : first;
+  }
+  /// Returns the closing quote after the doubled quote at `pair`. Checks the next byte before it
+  /// searches, since doubled quotes often follow each other.
+  const char* AfterDoubledQuotes(const char* pair) const {
+    do {
+      pair = pair[2] == kRcsQuote ? pair + 2 : FindQuote(pair + 2);
+    } while (pair[1] == kRcsQuote);
+    return pair;
   }
 
   const char* RequireQuote(const char* found) const {
