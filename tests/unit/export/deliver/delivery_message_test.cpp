@@ -31,7 +31,7 @@ TEST(SizeText, FromAMegabyteOnSixSignificantDigits) {
 
 TEST(SizeText, EqualsTheDefaultFormattingOfAStream) {
   std::mt19937_64 random(1);
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < 4000; ++i) {
     const std::uint64_t bytes = (random() >> (i % 44)) | 1048576;
     std::wostringstream stream;
     stream.imbue(std::locale::classic());

@@ -4,7 +4,8 @@
 
 #include <cstdint>
 #include <limits>
-#include <random>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/support/process/split_command_line.h"
@@ -152,16 +153,22 @@ TEST(QuoteCommandLineArgument, DoublesBackslashesBeforeQuoteAndEnd) {
   EXPECT_EQ(QuoteCommandLineArgument(L"a\\\\\"b c\\d"), L"\"a\\\\\\\\\\\"b c\\d\"");
 }
 
-TEST(QuoteCommandLineArgument, AQuotedArgumentIsSplitBackUnchanged) {
-  std::mt19937 random(1);
-  const std::wstring alphabet = L"ab \t\\\\\\\"\"";
-  for (int i = 0; i < 20000; ++i) {
-    std::wstring argument(1 + random() % 12, L'x');
-    for (wchar_t& c : argument) {
-      c = alphabet[random() % alphabet.size()];
-    }
+TEST(QuoteCommandLineArgument, EveryShortArgumentIsSplitBackUnchanged) {
+  constexpr std::size_t kLongest = 5;
+  constexpr std::wstring_view kCharacters = L"a \\\"";
+  std::vector<std::wstring> arguments;
+  for (const wchar_t character : kCharacters) {
+    arguments.emplace_back(1, character);
+  }
+  for (std::size_t at = 0; at < arguments.size(); ++at) {
+    const std::wstring argument = arguments[at];
     const std::wstring line = QuoteCommandLineArgument(argument) + L" next";
     ASSERT_EQ(SplitCommandLine(line), (std::vector<std::wstring>{argument, L"next"}));
+    for (const wchar_t character : kCharacters) {
+      if (argument.size() < kLongest) {
+        arguments.push_back(argument + character);
+      }
+    }
   }
 }
 
