@@ -1,14 +1,14 @@
-; Removing and renaming folders. $INSTDIR is the package; beside it lie, for a moment,
+; Removes and renames folders. $INSTDIR is the package; beside it there are, for a moment,
 ;   $INSTDIR.new    a package that is being unpacked
-;   $INSTDIR.old    the older package while the newer one has its place and is not registered yet
-;   $INSTDIR.gone   a package that nothing needs and that is being removed
+;   $INSTDIR.old    the older package until the newer one is registered
+;   $INSTDIR.gone   a package that is being removed
 
 !define REPARSE_POINT 0x400
 
 !macro FolderFunctions un
 
-; Removes the folder on the stack with all below it. A link goes, what it points at stays: some of
-; these folders lie where other users may write.
+; Removes the folder on the stack with its content. Removes a link and not its target, since other users may
+; write to the parents of some of these folders.
 Function ${un}RemoveTree
   Exch $0
   Push $1
@@ -52,9 +52,9 @@ done:
   Pop $0
 FunctionEnd
 
-; Removes the files that a set-up put into the folder on the stack, by the package's list of sums, so
-; that files of others are kept. The program is removed late, since until then the removal of an
-; installation can be repeated. The uninstaller is kept.
+; Removes the files that a setup wrote to the folder on the stack. They are those of the package's list of sums,
+; so that other files are kept. The program is removed last, since an interrupted removal needs it when it is
+; repeated. The uninstaller is kept.
 Function ${un}RemovePackage
   Exch $0
   Push $1
@@ -77,7 +77,7 @@ Function ${un}RemovePackage
       ${If} $2 != ""
       ${AndIf} $2 != "Kestrune.exe"
         Delete "$0\$2"
-        ; Its folder goes with the last of its files.
+        ; Removes the file's folder, unless it still has files.
         ${GetParent} "$0\$2" $2
         ${If} $2 != $0
           RMDir "$2"
@@ -94,8 +94,8 @@ Function ${un}RemovePackage
   Pop $0
 FunctionEnd
 
-; Turns the name on the stack from the list's form into a Windows one; empty when it would lead
-; outside its folder.
+; Converts the name on the stack from the list's form to a Windows path; empty when the path would leave its
+; folder.
 Function ${un}PlainName
   Exch $0
   Push $1
@@ -130,7 +130,7 @@ Function ${un}PlainName
   Exch $0
 FunctionEnd
 
-; Removes $INSTDIR.gone; files of others in it are kept in a folder named $INSTDIR.old-NUMBER.
+; Removes $INSTDIR.gone; files that are not Kestrune's are kept in a folder $INSTDIR.old-NUMBER.
 Function ${un}RemoveGone
   Push $0
   ${If} ${FileExists} "$INSTDIR.gone\*.*"
@@ -158,9 +158,9 @@ FunctionEnd
 !insertmacro FolderFunctions ""
 !insertmacro FolderFunctions "un."
 
-; Renames the folder $0 to $1; tries again for a moment, since a virus scanner may hold a program that
+; Renames the folder $0 to $1, with retries for five seconds, since a virus scanner may have a program open that
 ; has just ended. Sets the error flag when that fails.
-Function PatientRename
+Function RenameWithRetries
   StrCpy $2 0
   ${Do}
     ClearErrors
@@ -177,14 +177,14 @@ Function PatientRename
   ${Loop}
 FunctionEnd
 
-; Removes the package in $INSTDIR and moves the older one, if there is one, back to its place. Sets the
-; error flag when that fails.
-Function PutFoldersBack
+; Removes the package in $INSTDIR and restores the older one, if there is one. Sets the error flag when that
+; fails.
+Function RestoreFolders
   Call RemoveGone
   ${If} ${FileExists} "$INSTDIR\*.*"
     StrCpy $0 "$INSTDIR"
     StrCpy $1 "$INSTDIR.gone"
-    Call PatientRename
+    Call RenameWithRetries
     ${If} ${Errors}
       Return
     ${EndIf}
@@ -192,7 +192,7 @@ Function PutFoldersBack
   ${If} ${FileExists} "$INSTDIR.old\*.*"
     StrCpy $0 "$INSTDIR.old"
     StrCpy $1 "$INSTDIR"
-    Call PatientRename
+    Call RenameWithRetries
     ${If} ${Errors}
       Return
     ${EndIf}

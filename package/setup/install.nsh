@@ -1,9 +1,10 @@
-; Installing: unpack beside, take the place, register, and put everything back where that failed.
+; Installing: unpacks to a folder beside $INSTDIR, renames it, registers the button, and restores the earlier
+; state when that fails.
 
-; 1 when this set-up made the entry under Apps.
+; 1 when this setup created the entry under Apps.
 Var EntryMade
 
-; The value of the entry's key that is 1 while a package takes its place that has no entry yet.
+; The value of the entry's key that is 1 while a first package is installed and has no entry yet.
 !define UNENTERED "Unentered"
 
 Function .onInit
@@ -14,13 +15,13 @@ Function LogCancellation
   !insertmacro Log "Cancelled. Ends with code ${CODE_CANCELLED}."
 FunctionEnd
 
-; Clears away what a set-up left that was killed: its package goes, the older one comes back.
+; Removes the package that a killed setup left, and restores the older one.
 Function RecoverFolders
   ${If} ${FileExists} "$INSTDIR.old\*.*"
-    !insertmacro Step "An earlier set-up did not come to its end; the older files come back first."
-    Call PutFoldersBack
+    !insertmacro Step "An earlier setup was interrupted; restoring the older files first."
+    Call RestoreFolders
     ${If} ${Errors}
-      !insertmacro Fail ${CODE_FILES} "The files in $INSTDIR are in use. Close what uses them, then start this set-up again."
+      !insertmacro Fail ${CODE_FILES} "The files in $INSTDIR are in use. Close the programs that use them, then start this setup again."
     ${EndIf}
   ${EndIf}
   Call RemoveUnentered
@@ -30,7 +31,7 @@ Function RecoverFolders
   ClearErrors
 FunctionEnd
 
-; Removes the package of a first set-up that was killed before it made the entry: no host knows it.
+; Removes the package of a first setup that was killed before it created the entry: no host has its button.
 Function RemoveUnentered
   ReadRegDWORD $0 HKCU "${KEY}" ${UNENTERED}
   ReadRegStr $1 HKCU "${KEY}" UninstallString
@@ -40,11 +41,11 @@ Function RemoveUnentered
     Call RemoveGone
     StrCpy $0 "$INSTDIR"
     StrCpy $1 "$INSTDIR.gone"
-    Call PatientRename
+    Call RenameWithRetries
   ${EndIf}
 FunctionEnd
 
-; The package, an older one and the shared runtime lie on the drive at the same time.
+; The package, an older one and the shared runtime are on the drive at the same time.
 Function CheckSpace
   System::Call 'kernel32::GetDiskFreeSpaceExW(w "$LOCALAPPDATA", *l .r0, p 0, p 0) i .r1'
   ${If} $1 <> 0
@@ -54,7 +55,7 @@ Function CheckSpace
     System::Int64Op $0 < $1
     Pop $1
     ${If} $1 = 1
-      !insertmacro Fail ${CODE_FILES} "There is not enough room on the drive of $LOCALAPPDATA. Nothing was changed."
+      !insertmacro Fail ${CODE_FILES} "There is not enough space on the drive of $LOCALAPPDATA. Nothing was changed."
     ${EndIf}
   ${EndIf}
 FunctionEnd
@@ -65,7 +66,7 @@ Function UnpackBeside
   SetOutPath "$INSTDIR.new"
   File /r "${PAYLOAD}/*"
   WriteUninstaller "$INSTDIR.new\Uninstall.exe"
-  ; A folder that is some process's current one cannot be renamed.
+  ; A folder that is the current folder of a process cannot be renamed.
   SetOutPath "$TEMP"
   ${If} ${Errors}
     Push "$INSTDIR.new"
@@ -74,16 +75,16 @@ Function UnpackBeside
   ${EndIf}
 FunctionEnd
 
-Function TakePlace
-  !insertmacro Step "Taking the place $INSTDIR ..."
+Function MoveToInstallFolder
+  !insertmacro Step "Moving the files to $INSTDIR ..."
   ${If} ${FileExists} "$INSTDIR\*.*"
     StrCpy $0 "$INSTDIR"
     StrCpy $1 "$INSTDIR.old"
-    Call PatientRename
+    Call RenameWithRetries
     ${If} ${Errors}
       Push "$INSTDIR.new"
       Call RemoveTree
-      !insertmacro Fail ${CODE_FILES} "The older files in $INSTDIR are in use. Nothing was changed. Close what uses them, then start this set-up again."
+      !insertmacro Fail ${CODE_FILES} "The older files in $INSTDIR are in use. Nothing was changed. Close the programs that use them, then start this setup again."
     ${EndIf}
   ${EndIf}
   ${IfNot} ${FileExists} "$INSTDIR.old\*.*"
@@ -91,16 +92,16 @@ Function TakePlace
   ${EndIf}
   StrCpy $0 "$INSTDIR.new"
   StrCpy $1 "$INSTDIR"
-  Call PatientRename
+  Call RenameWithRetries
   ${If} ${Errors}
     Rename "$INSTDIR.old" "$INSTDIR"
     Push "$INSTDIR.new"
     Call RemoveTree
-    !insertmacro Fail ${CODE_FILES} "The files cannot be put to $INSTDIR. Nothing was changed."
+    !insertmacro Fail ${CODE_FILES} "The files cannot be moved to $INSTDIR. Nothing was changed."
   ${EndIf}
 FunctionEnd
 
-; A host never has a button without an entry under Apps, by which it can be removed.
+; Creates the entry before the registration, so that every button can be removed under Apps.
 Function MakeFirstEntry
   StrCpy $EntryMade 0
   ReadRegStr $0 HKCU "${KEY}" UninstallString
@@ -112,7 +113,7 @@ FunctionEnd
 
 ; Determines, by a question or by the command line, whether records of changed shortcuts are accepted.
 Function AskForChangeRecords
-  Call LookForChangeRecords
+  Call CheckForChangeRecords
   ${If} $ChangeRefused <> 1
     Return
   ${EndIf}
@@ -120,14 +121,14 @@ Function AskForChangeRecords
   Call Option
   Pop $0
   ${If} $0 == "Change"
-    Call LetChangeThrough
+    Call AcceptChangeRecords
     Return
   ${EndIf}
-  MessageBox MB_YESNO|MB_ICONQUESTION "You changed shortcuts or captions in Altium Designer. Its profile keeps them as records of the kind Change, which Kestrune does not touch without being told so: such a profile gets no button.$\r$\n$\r$\nMay Kestrune go on with these profiles? It leaves the records as they are, byte for byte, and backs the file up first. Your answer is kept in $DataFolder\registration.ini." /SD IDNO IDNO refused
-  Call LetChangeThrough
+  MessageBox MB_YESNO|MB_ICONQUESTION "You changed shortcuts or captions in Altium Designer. Its profile keeps them as records of the kind Change, which Kestrune does not accept without your consent: such a profile gets no button.$\r$\n$\r$\nMay Kestrune accept these records? It keeps them unchanged, byte for byte, and backs the file up first. If you agree, this is saved in $DataFolder\registration.ini." /SD IDNO IDNO refused
+  Call AcceptChangeRecords
   Return
 refused:
-  !insertmacro Step "Profiles with Change records are left alone; /EXTRARECORDS=Change lets them through."
+  !insertmacro Step "Profiles with Change records are not changed; /EXTRARECORDS=Change accepts these records."
 FunctionEnd
 
 Function RegisterInHosts
@@ -147,25 +148,25 @@ Function RegisterInHosts
   ${Loop}
 FunctionEnd
 
-; After a registration that changed nothing: what was there before comes back.
-Function PutBack
-  Call PutFoldersBack
+; Restores the earlier state after a registration that changed nothing.
+Function RestoreEarlierState
+  Call RestoreFolders
   ${If} ${Errors}
-    !insertmacro Step "The files in $INSTDIR could not be put back. Start this set-up again."
+    !insertmacro Step "The older files in $INSTDIR could not be restored. Start this setup again."
     ClearErrors
     Return
   ${EndIf}
   ${If} $EntryMade = 1
     DeleteRegKey HKCU "${KEY}"
   ${EndIf}
-  !insertmacro Step "Nothing was installed; what was there before is back."
+  !insertmacro Step "Nothing was installed; the earlier state is restored."
 FunctionEnd
 
 Function KeepNewPackage
   ${If} ${FileExists} "$INSTDIR.old\*.*"
     StrCpy $0 "$INSTDIR.old"
     StrCpy $1 "$INSTDIR.gone"
-    Call PatientRename
+    Call RenameWithRetries
     ClearErrors
     Call RemoveGone
   ${EndIf}
@@ -173,7 +174,7 @@ Function KeepNewPackage
 FunctionEnd
 
 ; Registers the publisher's text in the file NAME below ${TEXTS} as a value of the entry, or removes
-; the value where there is none. The text comes as a file, so that it may hold any character.
+; the value where there is none. The text is read from a file, so that it may have any character.
 !macro PublisherText name value
   File "/oname=$PLUGINSDIR\${name}" "${TEXTS}/${name}"
   FileOpen $0 "$PLUGINSDIR\${name}" r
@@ -196,12 +197,12 @@ Function WriteEntry
   WriteRegStr HKCU "${KEY}" InstallLocation "$INSTDIR"
   ${GetTime} "" "L" $0 $1 $2 $3 $4 $5 $6
   WriteRegStr HKCU "${KEY}" InstallDate "$2$1$0"
-  ; With _?= the uninstaller runs where it lies, so that its caller waits for it and sees its code.
+  ; With _?= the uninstaller runs from its own folder, so that its caller waits for it and gets its exit code.
   WriteRegStr HKCU "${KEY}" QuietUninstallString '"$INSTDIR\Uninstall.exe" /S _?=$INSTDIR'
   WriteRegDWORD HKCU "${KEY}" EstimatedSize ${SIZE_KB}
   WriteRegDWORD HKCU "${KEY}" NoModify 1
   WriteRegDWORD HKCU "${KEY}" NoRepair 1
-  ; By this value a set-up sees that there is an entry; so it comes last.
+  ; A setup recognises an existing entry by this value, so it is written last.
   WriteRegStr HKCU "${KEY}" UninstallString '"$INSTDIR\Uninstall.exe" _?=$INSTDIR'
   DeleteRegValue HKCU "${KEY}" ${UNREGISTERED}
   DeleteRegValue HKCU "${KEY}" ${UNENTERED}
@@ -213,7 +214,7 @@ Section "Kestrune"
   Call RestoreSettings
   Call CheckSpace
   Call UnpackBeside
-  Call TakePlace
+  Call MoveToInstallFolder
   Call MakeFirstEntry
   StrCpy $Program "$INSTDIR\Kestrune.exe"
   Call AskForChangeRecords
@@ -222,10 +223,10 @@ Section "Kestrune"
   ${If} $Code = ${CODE_DONE}
     StrCpy $Outcome "The toolbar of the PCB editor has a new button, Export PCB through Kestrune."
   ${ElseIf} $Code = ${CODE_SOME_FAILED}
-    ; Those that worked need the package; the rest can be repeated or removed.
-    StrCpy $Outcome "At least one Altium Designer was skipped or could not be changed, as the report said. Put that right and start this set-up again, or remove Kestrune under Apps."
+    ; The instances that succeeded need the package; the others can be repeated or removed.
+    StrCpy $Outcome "At least one Altium Designer was skipped or could not be changed, as the report said. Correct this and start this setup again, or remove Kestrune under Apps."
   ${Else}
-    Call PutBack
+    Call RestoreEarlierState
     ${If} $Code = ${CODE_FILES}
       !insertmacro Fail ${CODE_FILES} "Kestrune.exe cannot be started from $INSTDIR."
     ${EndIf}
@@ -239,7 +240,7 @@ Section "Kestrune"
   ${EndIf}
 SectionEnd
 
-; Reached when a file could not be unpacked, too.
+; Also called when a file could not be unpacked.
 Function .onInstFailed
   Push "$INSTDIR.new"
   Call RemoveTree

@@ -2,15 +2,15 @@
 ;
 ;   /S                     silent: no questions, no windows
 ;   /LOG=FILE              appends the log to this file as well
-;   /EXTRARECORDS=Change   lets records of changed shortcuts through where a profile holds them
-;   /FORCE                 (uninstaller) removes the files although a button could not be removed
+;   /EXTRARECORDS=Change   accepts records of changed shortcuts if a profile has some
+;   /FORCE                 (uninstaller) removes the files even if a button could not be removed
 ;
 ; Exit codes of the setup program and of the uninstaller:
 ;   0 done                        30 an Altium Designer is running, nothing changed
 ;   1 cancelled by the user       40 at least one Altium Designer was skipped or failed (setup
 ;   2 the file is damaged            program), or failed (uninstaller)
 ;  20 no Altium Designer found,   50 files cannot be written, or the program is missing
-;     nothing installed           51 another set-up of Kestrune is running
+;     nothing installed           51 another setup of Kestrune is running
 ;
 ; Defined by tools/make-setup: VERSION, VERSION4, PAYLOAD (folder), SIZE_KB, ICON, PICTURE, OUTPUT; TEXTS, the
 ; folder of the publisher's texts; PUBLISHER for the version resource, empty for none; DOLLAR; SIGN,
@@ -39,7 +39,7 @@ ManifestLongPathAware true
 Var Code
 Var Quiet
 Var Outcome
-; What the program keeps for this user lies below this folder.
+; The folder of everything that the program keeps for this user.
 Var DataFolder
 
 Name "Kestrune"
@@ -49,7 +49,7 @@ OutFile "${OUTPUT}"
 BrandingText "Kestrune ${VERSION}"
 ShowInstDetails show
 ShowUninstDetails show
-; The times of the commit, which the manifests name too.
+; Files keep the time of the commit, as in the manifests.
 SetDateSave on
 !uninstfinalize '"${SIGN}" "%1" Uninstall.exe' = 0
 
@@ -77,7 +77,7 @@ VIAddVersionKey /LANG=1033 LegalCopyright ""
 !insertmacro MUI_PAGE_WELCOME
 !insertmacro MUI_PAGE_INSTFILES
 !insertmacro MUI_PAGE_FINISH
-!define MUI_UNCONFIRMPAGE_TEXT_TOP "The button and the files of Kestrune are removed. What you exported stays."
+!define MUI_UNCONFIRMPAGE_TEXT_TOP "The button and the files of Kestrune are removed. Your exports are kept."
 !insertmacro MUI_UNPAGE_CONFIRM
 !insertmacro MUI_UNPAGE_INSTFILES
 !insertmacro MUI_LANGUAGE English

@@ -1,5 +1,5 @@
 ; The log of the setup program and the uninstaller: UTF-8, one line for each step with the local time,
-; and the program's reports. A log that cannot be written never stops anything.
+; and the program's reports. A log that cannot be written stops no step.
 
 !define LOG_LIMIT 0x100000
 !define GENERIC_WRITE 0x40000000
@@ -26,7 +26,7 @@ Var SecondLog
   !insertmacro Log "${text}"
 !macroend
 
-; Ends with this code: with a box that says why, or without one when silent.
+; Ends with this code; unless silent, a box shows the reason.
 !macro Fail code text
   StrCpy $Code ${code}
   !insertmacro Step "${text}"
@@ -94,7 +94,7 @@ Function ${un}Log
     IntOp $R2 $R2 - 1
     Call ${un}LogBytes
     ${If} $R4 = 0
-      ; Said once, in the log that can be written.
+      ; Once, in the log that can be written.
       StrCpy $R0 "$SecondLog"
       StrCpy $SecondLog ""
       !insertmacro Log "The log $R0 cannot be written."
@@ -112,7 +112,7 @@ Function ${un}Log
 FunctionEnd
 
 ; Copies the program's report, the file on the stack, into the log, without its byte-order mark.
-; Half of the log's limit is the most that is copied.
+; Copies at most half of the log's limit.
 Function ${un}LogReport
   Exch $R0
   Push $R1
@@ -141,8 +141,8 @@ Function ${un}LogReport
   Pop $R0
 FunctionEnd
 
-; Returns on the stack what follows the option on the stack, /NAME or /NAME=, in its word of the
-; command line; "=" where nothing follows, empty where no word begins with it.
+; Replaces the option on the stack, /NAME or /NAME=, by its value on the command line; "=" for an option without
+; a value, empty for an absent option.
 Function ${un}Option
   Exch $R0
   Push $R1
@@ -183,8 +183,8 @@ Function ${un}Option
   Exch $R0
 FunctionEnd
 
-; Sets $DataFolder and the places of the logs. The program finds its folder through the user's
-; profile, which may differ from what the shell says.
+; Sets $DataFolder and the paths of the logs. The program finds its folder through the user's profile, which may
+; differ from the folder of the shell.
 Function ${un}OpenLog
   StrCpy $DataFolder "$LOCALAPPDATA\Kestrune"
   ${If} $PROFILE != ""
@@ -198,7 +198,7 @@ Function ${un}OpenLog
   Call ${un}Option
   Pop $R1
   ${If} $R1 != ""
-    ; Set-up changes its current folder, on which a relative name depends.
+    ; The setup program changes its current folder, on which a relative path depends.
     System::Call 'kernel32::GetFullPathNameW(w R1, i ${NSIS_MAX_STRLEN}, w .R1, p 0)'
     StrCpy $SecondLog $R1
   ${EndIf}

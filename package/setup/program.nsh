@@ -1,10 +1,10 @@
-; Starting Kestrune.exe, reading its report, and letting records of changed shortcuts through.
+; Starts Kestrune.exe, reads its report, and accepts records of changed shortcuts.
 
 !define ERROR_ALREADY_EXISTS 183
-; The user's registration.ini, or that there was none, while a removal has changed it.
+; A copy of the user's registration.ini, or the sign that there was none, while a removal has changed it.
 !define KEPT_SETTINGS "registration.ini.before-removal"
 !define NO_SETTINGS "registration.ini.none-before-removal"
-; The value of the entry that is 1 when no button is left and only files are to be removed.
+; The value of the entry that is 1 when the buttons are removed and only files remain.
 !define UNREGISTERED "Unregistered"
 !define CHANGE_REFUSED "FAILED: Unknown RCS record: Change "
 !define REMOVED "Registration removed; shared runtime retained."
@@ -13,15 +13,14 @@
 Var Program
 ; The file into which the program writes its report.
 Var Report
-; What the last report says: whether a Change record was refused, and whether every instance was
-; either done or skipped.
+; Of the last report: whether a Change record was rejected, and whether every instance was done or skipped.
 Var ChangeRefused
 Var NothingFailed
 
 !macro ProgramFunctions un
 
-; Makes sure that this is the only set-up, and sets what every step needs. The mutex lives until the
-; process ends.
+; Ends a second setup that runs at the same time, and sets the variables of every step. The mutex exists until
+; the process ends.
 Function ${un}Begin
   InitPluginsDir
   StrCpy $Report "$PLUGINSDIR\report.txt"
@@ -29,7 +28,7 @@ Function ${un}Begin
   System::Call 'kernel32::CreateMutexW(p 0, i 0, w "Local\Kestrune.Setup") p .r0 ?e'
   Pop $1
   ${If} $1 = ${ERROR_ALREADY_EXISTS}
-    !insertmacro Fail ${CODE_SECOND_START} "Another set-up of Kestrune is running. Wait until it has ended, then try again."
+    !insertmacro Fail ${CODE_SECOND_START} "Another setup of Kestrune is running. Wait until it has ended, then try again."
   ${EndIf}
   ; Empty when the profile cannot be reached.
   ${If} $LOCALAPPDATA == ""
@@ -63,14 +62,14 @@ Function ${un}RunProgram
   Pop $0
 FunctionEnd
 
-; Sets $ChangeRefused and $NothingFailed from the report. A report that is missing, that counts fewer
-; results than instances or that ends with anything but a result is one of a failure.
+; Sets $ChangeRefused and $NothingFailed from the report. A report that is missing, has fewer results than
+; instances, or does not end with a result counts as that of a failure.
 Function ${un}ReadReport
   StrCpy $ChangeRefused 0
   StrCpy $0 0            ; instances
   StrCpy $1 0            ; instances that were done or skipped
   StrCpy $2 ""           ; 1 while the last line is a result
-  StrCpy $3 "$\n"        ; how the piece before ended: a long line is read in several
+  StrCpy $3 "$\n"        ; end of the previous piece: a long line is read in several
   ClearErrors
   FileOpen $4 "$Report" r
   ${IfNot} ${Errors}
@@ -95,7 +94,7 @@ Function ${un}ReadReport
   ${EndIf}
 FunctionEnd
 
-; Takes the line $5 into the sums of ReadReport.
+; Counts the line $5 in the sums of ReadReport.
 Function ${un}ReadReportLine
   StrCpy $2 ""
   StrCpy $6 $5 6
@@ -116,8 +115,8 @@ Function ${un}ReadReportLine
 FunctionEnd
 
 ; Runs --status, which changes nothing, and sets $ChangeRefused from its report.
-Function ${un}LookForChangeRecords
-  !insertmacro Step "Looking at the profiles of Altium Designer ..."
+Function ${un}CheckForChangeRecords
+  !insertmacro Step "Checking the profiles of Altium Designer ..."
   Push "--status --quiet"
   Call ${un}RunProgram
   ${If} ${Errors}
@@ -125,7 +124,7 @@ Function ${un}LookForChangeRecords
   ${EndIf}
 FunctionEnd
 
-; Puts registration.ini back as un.KeepSettings kept it, in this removal or in one that was ended.
+; Restores registration.ini from the copy that un.KeepSettings made, in this removal or in a killed one.
 Function ${un}RestoreSettings
   Delete "$DataFolder\${KEPT_SETTINGS}.incoming"
   ${If} ${FileExists} "$DataFolder\${NO_SETTINGS}"
@@ -138,8 +137,8 @@ Function ${un}RestoreSettings
   ClearErrors
 FunctionEnd
 
-; Lets the program accept Change records, beside what the user lets through already.
-Function ${un}LetChangeThrough
+; Adds the kind Change to the record kinds that the user accepts already.
+Function ${un}AcceptChangeRecords
   CreateDirectory "$DataFolder"
   ReadINIStr $0 "$DataFolder\registration.ini" Registration ExtraRecords
   ${If} $0 != ""
@@ -151,7 +150,7 @@ Function ${un}LetChangeThrough
     !insertmacro Step "$DataFolder\registration.ini cannot be written."
   ${Else}
     FlushINI "$DataFolder\registration.ini"
-    !insertmacro Step "Records of changed shortcuts are let through: ExtraRecords=$0Change in registration.ini."
+    !insertmacro Step "Records of changed shortcuts are accepted: ExtraRecords=$0Change in registration.ini."
   ${EndIf}
   ClearErrors
 FunctionEnd

@@ -1,8 +1,8 @@
-; Removing: take the button out of every Altium Designer, then remove the files.
+; Removing: removes the button from every Altium Designer, then the files.
 
 ; Why the files are only removed with /FORCE or after a question; empty when nothing prevents it.
 Var Obstacle
-; Where the uninstaller's own file went, which cannot be deleted while it runs.
+; The new path of the uninstaller's own file, which cannot be deleted while it runs.
 Var OwnFile
 
 Function un.onInit
@@ -16,8 +16,8 @@ Function un.FindProgram
   ${EndIf}
 FunctionEnd
 
-; Keeps registration.ini as it is, for RestoreSettings; sets the error flag when that fails. The copy
-; gets its name when it is whole, since a removal that was ended while copying is restored from it.
+; Copies registration.ini for RestoreSettings; sets the error flag when that fails. The copy is renamed when it
+; is complete, since the next run restores the file from it after a removal that was killed.
 Function un.KeepSettings
   CreateDirectory "$DataFolder"
   ClearErrors
@@ -35,21 +35,21 @@ Function un.KeepSettings
   ${EndIf}
 FunctionEnd
 
-; A host may have written its first Change record after the installation. What the removal lets
-; through for itself is taken back by RestoreSettings.
-Function un.LetChangeThroughForNow
+; Accepts Change records for the removal only: the host may have written its first one after the installation.
+; RestoreSettings restores the former setting.
+Function un.AcceptChangeForRemoval
   Call un.RestoreSettings
-  Call un.LookForChangeRecords
+  Call un.CheckForChangeRecords
   ${If} $ChangeRefused = 1
     Call un.KeepSettings
     ${IfNot} ${Errors}
-      Call un.LetChangeThrough
+      Call un.AcceptChangeRecords
     ${EndIf}
     ClearErrors
   ${EndIf}
 FunctionEnd
 
-; Sets $Code, and $Obstacle where a button may have stayed.
+; Removes the buttons. Sets $Code, and $Obstacle when a button may remain.
 Function un.Unregister
   StrCpy $Obstacle ""
   ${Do}
@@ -59,7 +59,7 @@ Function un.Unregister
     ${If} ${Errors}
       ReadRegDWORD $0 HKCU "${KEY}" ${UNREGISTERED}
       ${If} $0 = 1
-        !insertmacro Step "A removal that did not come to its end has removed the button already."
+        !insertmacro Step "An interrupted removal has removed the button already."
         StrCpy $Code ${CODE_DONE}
         Return
       ${EndIf}
@@ -77,12 +77,12 @@ Function un.Unregister
     StrCpy $Code ${CODE_DONE}
   ${ElseIf} $Code = ${CODE_SOME_FAILED}
   ${AndIf} $NothingFailed = 1
-    ; An Altium Designer is skipped that was never started or whose program is missing: a button that
-    ; it may still have does not work anyway.
-    !insertmacro Step "An Altium Designer was skipped, none failed: the removal goes on."
+    ; A skipped Altium Designer was never started, or its program is missing: a button that it may still have
+    ; does not work anyway.
+    !insertmacro Step "An Altium Designer was skipped, none failed: the removal continues."
     StrCpy $Code ${CODE_DONE}
   ${ElseIf} $Code <> ${CODE_DONE}
-    StrCpy $Obstacle "At least one Altium Designer could not be changed, as the report said: its button would stay and no longer work."
+    StrCpy $Obstacle "At least one Altium Designer could not be changed, as the report said: its button would remain and no longer work."
   ${EndIf}
 FunctionEnd
 
@@ -95,17 +95,16 @@ Function un.AskWhetherToForce
   ${If} $0 == "="
     Goto forced
   ${EndIf}
-  MessageBox MB_YESNO|MB_DEFBUTTON2|MB_ICONEXCLAMATION "$Obstacle$\r$\n$\r$\nRemove the files of Kestrune all the same? No keeps everything, so that you can put that right and remove Kestrune again.$\r$\n$\r$\nLog: $LogFile" /SD IDNO IDYES forced
+  MessageBox MB_YESNO|MB_DEFBUTTON2|MB_ICONEXCLAMATION "$Obstacle$\r$\n$\r$\nRemove the files of Kestrune anyway? No keeps everything, so that you can correct this and remove Kestrune again.$\r$\n$\r$\nLog: $LogFile" /SD IDNO IDYES forced
   Return
 forced:
-  !insertmacro Step "The files are removed all the same."
+  !insertmacro Step "The files are removed anyway."
   StrCpy $Code ${CODE_DONE}
 FunctionEnd
 
-; The program finds its folders through the profile, which may differ from what the shell says.
-; The script keeps the files of an export in Exchange, beside the runtime. The folder in which exports
-; are prepared is not removed: every local user can put a link in its place, and only the program
-; checks for links while it empties that folder.
+; Removes the runtime and Exchange, in which the script keeps the files of an export. The program finds its
+; folders through the profile, which may differ from those of the shell. The temporary root is kept: every local
+; user can replace it with a link, and only the program checks for links while it empties that folder.
 Function un.RemoveRuntime
   Push "$LOCALAPPDATA\Kestrune\Runtime"
   Call un.RemoveTree
@@ -119,7 +118,7 @@ Function un.RemoveRuntime
   ClearErrors
 FunctionEnd
 
-; Removes the package, and what a set-up that was killed left beside it.
+; Removes the package, and the folders that a killed setup left beside it.
 Function un.RemovePrograms
   Push "$INSTDIR.new"
   Call un.RemoveTree
@@ -155,8 +154,8 @@ Function un.FileIdentity
   Exch $0
 FunctionEnd
 
-; Closes the handles that this process has on its own file: it unpacks from there, and while such a
-; handle is open Windows does not rename the file. Nothing is unpacked after this.
+; Closes this process's handles of its own file, from which it unpacks: Windows does not rename the file while
+; one is open. Nothing is unpacked after this.
 Function un.CloseOwnFile
   System::Call 'kernel32::CreateFileW(w "$INSTDIR\Uninstall.exe", i 0, i 7, p 0, i 3, i 0, p 0) p .r0'
   Push $0
@@ -177,8 +176,8 @@ Function un.CloseOwnFile
   ${Next}
 FunctionEnd
 
-; A running program cannot be deleted, but it can be moved on its drive, so that the folder can be
-; deleted at once. A later set-up deletes the file from the temporary folder.
+; Moves the uninstaller to the temporary folder, so that its folder can be deleted: a running program cannot be
+; deleted, but moved on its drive. A later setup deletes the file.
 Function un.RemoveItself
   Call un.CloseOwnFile
   System::Call 'kernel32::GetTickCount() i .r0'
@@ -192,14 +191,14 @@ Function un.RemoveItself
       StrCpy $OwnFile "$INSTDIR\Uninstall.exe"
     ${EndIf}
   ${EndIf}
-  ; Succeeds when a copy of the uninstaller is running.
+  ; Succeeds when the running uninstaller is a copy of this file.
   Delete "$OwnFile"
   RMDir "$INSTDIR"
   ClearErrors
 FunctionEnd
 
-Function un.NameWhatStays
-  StrCpy $Outcome "Kestrune is removed. These stay, where they exist:$\r$\n$\r$\n\
+Function un.ShowKeptFiles
+  StrCpy $Outcome "Kestrune is removed. These files are kept, if they exist:$\r$\n$\r$\n\
     - your exports: $DataFolder\ODBpp, or the export folder of your settings$\r$\n\
     - the logs: $DataFolder\Logs$\r$\n\
     - your settings: settings.ini and registration.ini in $DataFolder$\r$\n\
@@ -221,7 +220,7 @@ FunctionEnd
 Section "un.Kestrune"
   SetOutPath "$TEMP"
   Call un.FindProgram
-  Call un.LetChangeThroughForNow
+  Call un.AcceptChangeForRemoval
   Call un.Unregister
   Call un.RestoreSettings
   ${If} $Obstacle != ""
@@ -229,16 +228,16 @@ Section "un.Kestrune"
   ${EndIf}
   SetErrorLevel $Code
   ${If} $Code <> ${CODE_DONE}
-    !insertmacro Step "Nothing of Kestrune's files was removed."
+    !insertmacro Step "No file of Kestrune was removed."
     Abort
   ${EndIf}
-  ; The program goes before the entry does: a removal that is ended in between can be repeated.
+  ; The program is removed before the entry, so that a removal that is killed in between can be repeated.
   WriteRegDWORD HKCU "${KEY}" ${UNREGISTERED} 1
   Call un.RemoveRuntime
   Call un.RemovePrograms
   DeleteRegKey HKCU "${KEY}"
   Call un.RemoveItself
-  Call un.NameWhatStays
+  Call un.ShowKeptFiles
   !insertmacro Log "Ends with code $Code."
 SectionEnd
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "registration/rcs/toolbar_edit.h"
-#include "tests/fuzz/rcs_mutator.h"
+#include "tests/support/registration/rcs_mutator.h"
 #include "tests/support/registration/rcs_model.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "tests/fuzz/rcs_mutator.h"
+#include "tests/support/registration/rcs_mutator.h"
 #include "tests/support/registration/rcs_laws.h"
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,

@@ -215,4 +215,4 @@ class KilledSetup(SetupTest):
         self.answer(30)
         self.install("two", code=30)
         self.assert_installed("1.0.0", ONE_TIME)
-        self.assertIn("the older files come back first", m.log())
+        self.assertIn("restoring the older files first", m.log())

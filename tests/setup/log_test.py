@@ -23,7 +23,7 @@ class Log(SetupTest):
         at = texts.index("Zoë's report")
         self.assertEqual(texts[at:at + 4], ["Zoë's report", "GUID: {1}", "FAILED: Łukasz",
                                             "Kestrune.exe ended with code 40."])
-        for step in ("Unpacking to", "Taking the place", "Looking at the profiles",
+        for step in ("Unpacking to", "Moving the files to", "Checking the profiles",
                      "Registering in every"):
             self.assertTrue(any(text.startswith(step) for text in texts), step)
         self.assertEqual(texts[-1], "Ends with code 40.")

@@ -208,7 +208,7 @@ class ChangeRecords(RealTest):
         self.assertEqual(self.buttons(), 1)
         self.assertEqual(self.profiles()[0].read_bytes(), before)
         self.assertFalse(self.settings.exists())
-        self.assertIn("/EXTRARECORDS=Change lets them through", self.machine.log())
+        self.assertIn("/EXTRARECORDS=Change accepts these records", self.machine.log())
 
     def test_option_lets_them_through_where_needed(self):
         self.box("make", "1")

@@ -58,7 +58,7 @@ class Removal(SetupTest):
             (m.data / name).write_bytes(b"x")
         self.answer(0)
         self.remove()
-        said = m.log().split("These stay, where they exist:")[1]
+        said = m.log().split("These files are kept, if they exist:")[1]
         data = m.windows(m.data)
         for text in (f"{data}\\ODBpp", f"{data}\\Logs", f"settings.ini and registration.ini in {data}",
                      "KestruneBackups", f"{m.windows(m.documents)}\\Kestrune\\Temp",
@@ -111,13 +111,13 @@ class Removal(SetupTest):
                 self.remove(code=40)
                 self.kept()
         self.assertIn(FAILED.strip(), self.machine.log())
-        self.assertIn("Nothing of Kestrune's files was removed.", self.machine.log())
+        self.assertIn("No file of Kestrune was removed.", self.machine.log())
 
     def test_force_removes_although_one_failed(self):
         self.answer(40)
         self.remove("/FORCE")
         self.gone()
-        self.assertIn("The files are removed all the same.", self.machine.log())
+        self.assertIn("The files are removed anyway.", self.machine.log())
 
     def test_program_that_breaks_down_keeps_everything(self):
         self.answer(3)
