@@ -1,7 +1,7 @@
 # Shared by the scripts in this folder: places, messages, the private Wine.
 set -euo pipefail
 
-# The same order, numbers and upper-case letters in every locale; makensis does not work in Turkish.
+# The same sorting, numbers and upper-case letters on every machine; makensis fails in a Turkish locale.
 export LC_ALL=C.UTF-8
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -62,9 +62,9 @@ own_wine() {
   command -v wine >/dev/null 2>&1 && [ -e "$(dirname "$(readlink -f "$(command -v wine)")")/../lib/wine/i386-windows/kernel32.dll" ]
 }
 
-# in_wine_root COMMAND...: runs a command where Wine is installed. Every call shares one temporary
-# directory, where the Wine server has the socket for the processes of a prefix. None has the
-# capabilities of root: without them Wine honours read-only files and folders.
+# in_wine_root COMMAND...: runs a command where Wine is installed. All calls share one temporary
+# directory, in which the Wine server has the socket for the processes of a prefix. They run without the
+# capabilities of root, so that Wine honours read-only files and folders.
 in_wine_root() {
   if own_wine; then
     [ "$(id -u)" != 0 ] || set -- setpriv --bounding-set=-all --inh-caps=-all -- "$@"
@@ -88,7 +88,7 @@ wine_environment() {
   export WINEPREFIX=${KESTRUNE_PREFIX:-$project/build/wine/prefix}
   export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
   export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe="
-  # A clock different from UTC, so that tests can distinguish local time and UTC.
+  # A time zone other than UTC, so that tests can distinguish local time and UTC.
   export TZ=KST-5:45
 }
 
@@ -162,7 +162,7 @@ npm_modules() {
     npm ci --prefix "$modules.$$" --ignore-scripts --no-audit --no-fund --silent >&2 ||
       die "npm could not fetch the libraries of $(basename "$1")"
     touch "$modules.$$/made"
-    # Another run may have been faster.
+    # Another run may have made it meanwhile.
     mv -T "$modules.$$" "$modules" 2>/dev/null || rm -rf "$modules.$$"
   fi
   printf '%s' "$modules/node_modules"

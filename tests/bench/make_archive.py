@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""make_archive.py FILE MEGABYTES: an ODB++ archive of that size with 60 layers of equal size."""
+"""make_archive.py FILE MEGABYTES: writes an ODB++ archive of that size with 60 layers of equal size."""
 import sys
 import zipfile
 

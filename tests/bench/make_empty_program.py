@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""make_empty_program.py COMPILER LIKE.exe OUT.exe: an empty windowless program that imports exactly
-what LIKE.exe imports. Against it the start of LIKE.exe is measured: the loader's work is the same,
-so what remains is the program's own.
+"""make_empty_program.py COMPILER LIKE.exe OUT.exe: links an empty windowless program that imports
+exactly what LIKE.exe imports. The start of LIKE.exe is compared with it: the loader does the same work for
+both, so the difference is the work of LIKE.exe itself.
 """
 import pathlib
 import re

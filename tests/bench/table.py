@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""table.py FOLDER MEGABYTES: the results of one run of tools/bench as a table for the README."""
+"""table.py FOLDER MEGABYTES: prints the results of one run of tools/bench as a table for the README."""
 import json
 import pathlib
 import platform
@@ -14,7 +14,7 @@ def pair(name):
 
 
 def benchmarks(path):
-    """Medians where a benchmark was repeated, else the only result; in nanoseconds."""
+    """Yields each benchmark's name, its time (the median, if it was repeated) in nanoseconds, and its throughput."""
     scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
     data = json.loads(path.read_text())["benchmarks"]
     medians = [b for b in data if b.get("aggregate_name") == "median"]

@@ -2,7 +2,7 @@
 """Checks of what is built: check_binary.py Kestrune.exe [SOURCE_FOLDER...]
                         check_binary.py --setup SETUP.exe [SOURCE_FOLDER...]
 
-Reads the file itself, byte by byte, so that nothing has to be installed: headers, import list,
+Reads the file without further tools: headers, import list,
 flags, relocations, resources (manifest, version, icon), texts and size. Of a setup program only the
 texts, after unpacking it. Prints what is wrong and ends with "N passed, N failed"; the exit code is
 0 when nothing failed.
@@ -80,7 +80,7 @@ class Image:
         return found
 
     def resources(self):
-        """Every resource's bytes by its type."""
+        """Returns the bytes of each resource by its type."""
         address, size = self.directory(2)
         found = {}
         if not size:
@@ -186,7 +186,7 @@ def check_resources(image):
 
 
 def check_strings(data, folders):
-    """The data contains no folder of the build machine, neither in bytes nor in UTF-16."""
+    """Checks that the data contains no folder of the build machine, neither in bytes nor in UTF-16."""
     for folder in folders:
         check(f"the file does not contain the folder {folder}",
               os.fsencode(folder) not in data and folder.encode("utf-16-le") not in data)

@@ -2,8 +2,8 @@
 
 A suite NAME left NAME.code and NAME.log, and NAME.xml where its runner is GoogleTest. The others end
 their log with a line 'N passed, N failed'; one without such a line counts as one test. NAME-1, NAME-2 ...
-are the parts of one suite. Each failed test is named with the first lines of what it said; with SUITE, these
-lines of one suite are all that is printed. A skipped test that tests/may-skip.txt does not allow counts as
+are the parts of one suite. Each failed test is named with the first lines of its output; with SUITE, only
+these lines of one suite are printed. A skipped test that tests/may-skip.txt does not allow counts as
 failed.
 """
 import fnmatch
@@ -25,15 +25,15 @@ OTHER_SKIPPED = re.compile(r"^skipped (\w+): (.*)$", re.MULTILINE)
 
 
 class Result:
-    """What one suite reported."""
+    """The result of one suite."""
 
     def __init__(self):
         self.passed = self.failed = self.skipped = 0
-        # Texts, each a failed test with the first lines of what it said.
+        # Texts, each a failed test with the first lines of its output.
         self.failures = []
         # Names and reasons.
         self.skips = []
-        # Every test of the program, where the report has them all.
+        # Every test of the program, if the report has them all.
         self.names = []
 
 
@@ -171,7 +171,7 @@ def main():
         check_skips(name, result, allowed)
         print(f"{name:<12} {result.passed:5} passed, {result.failed} failed, {result.skipped} skipped")
         total = [total[0] + result.passed, total[1] + result.failed, total[2] + result.skipped]
-    # At the end, where one looks first.
+    # Printed last, so that it is seen first.
     for name, result in results.items():
         print_failures(name, result)
     print("%d passed, %d failed, %d skipped" % tuple(total))

@@ -1,4 +1,4 @@
-"""What tests/checks/summary.py makes of the reports of a run."""
+"""Tests of tests/checks/summary.py."""
 import os
 import pathlib
 import subprocess
@@ -60,7 +60,7 @@ class Summary(unittest.TestCase):
         self.assertEqual(done.stderr, "")
         return done.returncode, done.stdout
 
-    def test_failed_python_test_is_named_with_its_assertion(self):
+    def test_failed_python_test_shows_its_assertion(self):
         self.allow("always setup test_b a reason\n")
         self.report("setup", 1, PYTHON_LOG)
         code, text = self.summary()
@@ -97,7 +97,7 @@ class Summary(unittest.TestCase):
             self.assertIn("failed: system: T.C\n    skipped, which tests/may-skip.txt does not allow", text)
             self.assertTrue(text.endswith("2 passed, 1 failed, 0 skipped\n"), text)
 
-    def test_conditions_of_the_list_are_those_of_the_run(self):
+    def test_condition_of_a_skip_must_hold(self):
         passing = XML.replace('<failure message="f.cpp:3&#x0A;Expected: 1"/>', "")
         self.report("system", 0, xml=passing)
         self.allow("# a comment\n\nquick system T.* x\n")
@@ -108,7 +108,7 @@ class Summary(unittest.TestCase):
         self.environment["KESTRUNE_SAMPLES"] = str(self.folder / "missing")
         self.assertEqual(self.summary()[0], 0)
 
-    def test_line_of_the_list_without_a_test_fails(self):
+    def test_listed_skip_without_a_test_fails(self):
         passing = XML.replace('<failure message="f.cpp:3&#x0A;Expected: 1"/>', "")
         self.allow("always system T.C x\nquick system Old.Name x\nalways windows Old.Name x\n")
         self.report("system-1", 0, xml=passing)
@@ -117,7 +117,7 @@ class Summary(unittest.TestCase):
         self.assertIn("failed: system-1: tests/may-skip.txt: no test of system is named Old.Name\n", text)
         self.assertTrue(text.endswith("2 passed, 1 failed, 1 skipped\n"), text)
 
-    def test_suite_that_broke_off_fails_with_its_last_lines(self):
+    def test_crashed_suite_shows_its_last_lines(self):
         for log, xml in (("[ RUN      ] T.A\nKilled\n", None), ("half\n", "<testsuites><testcase")):
             self.report("windows", 124, log, xml)
             code, text = self.summary()

@@ -1,4 +1,4 @@
-// Display names: accepted are an edition, and an edition with one blank and a version.
+// Input: a display name. Law: accepted are an edition, and an edition with one blank and a version.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

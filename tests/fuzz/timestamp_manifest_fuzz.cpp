@@ -1,4 +1,4 @@
-// Manifest values: what is accepted is exactly what would be written for its time and digest.
+// Input: a manifest value. Law: an accepted value is equal to that written for its time and digest.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

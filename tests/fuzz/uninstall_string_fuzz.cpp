@@ -1,4 +1,5 @@
-// Uninstall strings: the GUID found is the first match of the pattern, or nothing is found.
+// Input: an uninstall string. Law: the found GUID is the first match of the pattern, if there is
+// one.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

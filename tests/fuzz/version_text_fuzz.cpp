@@ -22,7 +22,7 @@ bool TakeNumber(const std::wstring& text, std::size_t& at, std::int32_t& number)
     ++i;
   }
   const std::size_t first = i;
-  // Exact far beyond 32 bits, and it saturates by itself.
+  // A double is exact far beyond 32 bits, and saturates by itself.
   double value = 0;
   for (; i < text.size() && text[i] >= L'0' && text[i] <= L'9'; ++i) {
     value = value * 10 + (text[i] - L'0');

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tests of the archive (tools/make-archive) and of the bill of materials (tools/make-sbom)."""
+"""Tests of the release ZIP (tools/make-archive) and of the bill of materials (tools/make-sbom)."""
 import datetime
 import hashlib
 import json
@@ -43,10 +43,10 @@ class Archive(unittest.TestCase):
                               "--name", "Kestrune-9.9.9", "--output", here / "it.zip"], check=True)
         return here / "it.zip"
 
-    def test_the_same_stage_packs_to_the_same_bytes_in_any_folder(self):
+    def test_same_stage_packs_to_same_bytes(self):
         self.assertEqual(self.make("a").read_bytes(), self.make("another folder").read_bytes())
 
-    def test_entries_are_sorted_below_one_folder_and_carry_the_time_in_utc(self):
+    def test_entries_are_sorted_and_dated(self):
         with zipfile.ZipFile(self.make("a")) as archive:
             names = archive.namelist()
             self.assertEqual(names, sorted(names))
@@ -62,7 +62,7 @@ class Archive(unittest.TestCase):
             for before, after in zip(old.infolist(), new.infolist()):
                 self.assertLess(before.date_time, after.date_time)
 
-    def test_unpacked_files_keep_their_bytes_and_agree_with_the_sums(self):
+    def test_unpacked_files_match_stage_and_sums(self):
         archive = self.make("a")
         with zipfile.ZipFile(archive) as opened:
             opened.extractall(self.root / "out")
@@ -78,7 +78,7 @@ class Archive(unittest.TestCase):
         for name, digest in listed.items():
             self.assertEqual(hashlib.sha256((top / name).read_bytes()).hexdigest(), digest)
 
-    def test_the_probe_lies_beside_the_package_and_is_not_part_of_it(self):
+    def test_probe_is_packed_but_not_installed(self):
         archive = self.make("a")
         stage = archive.parent / "stage"
         self.assertEqual([p for p in stage.rglob("*") if "Probe" in p.name or "Diagnostics" in p.name], [])
@@ -145,7 +145,7 @@ class BillOfMaterials(unittest.TestCase):
         text = (BUILD / "Kestrune.map").read_text(errors="replace")
         return set(re.findall(r"([\w+.-]+\.a)\(", text)) - self.OURS
 
-    def test_every_library_that_the_linker_used_is_known(self):
+    def test_every_linked_library_is_known(self):
         self.assertLessEqual(self.linked(), set(self.COMPONENTS) | self.IMPORTS)
 
     def make(self, output, *supplier):
@@ -177,7 +177,7 @@ class BillOfMaterials(unittest.TestCase):
                          ("@cyclonedx/cyclonedx-library", pinned["@cyclonedx/cyclonedx-library"]))
 
     @unittest.skipUnless(shutil.which("npm") and shutil.which("node"), "npm is not here")
-    def test_the_setup_programs_bill_adds_its_own_parts(self):
+    def test_bill_of_setup_adds_its_parts(self):
         with tempfile.TemporaryDirectory() as folder:
             root = pathlib.Path(folder)
             supplier = 'A "Publisher"; of $HOME'
@@ -201,7 +201,7 @@ class BillOfMaterials(unittest.TestCase):
             self.assertTrue(parts[name]["licenses"] and parts[name]["purl"].startswith("pkg:deb/debian/nsis"))
 
     @unittest.skipUnless(list(BUILD.glob("Kestrune-*-setup.exe")), "the setup program is not built")
-    def test_it_names_the_plug_ins_of_the_setup_program(self):
+    def test_bill_of_setup_names_plug_ins(self):
         sys.path.insert(0, str(PROJECT / "tests/binary"))
         self.addCleanup(sys.path.pop, 0)
         from check_binary import unpacked_setup

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Tests of where the programs lie: the test programs look for each other and for Kestrune.exe by their
-own place, so every generator must lay them out alike. Nothing is built here."""
+"""Tests of the folders of the programs: the test programs find each other and Kestrune.exe relative to their own
+folder, so every generator must use the same layout. Nothing is built here."""
 import json
 import pathlib
 import shutil
@@ -12,7 +12,7 @@ PROJECT = pathlib.Path(__file__).resolve().parents[2]
 
 
 def laid_out(generator, configuration):
-    """Where each program of ours would be linked, by CMake's own account."""
+    """Returns the path of each of the project's programs, as CMake reports it."""
     with tempfile.TemporaryDirectory() as folder:
         build = pathlib.Path(folder)
         query = build / ".cmake/api/v1/query/codemodel-v2"
@@ -38,7 +38,7 @@ class Layout(unittest.TestCase):
     def setUpClass(cls):
         cls.one = laid_out("Ninja", "Release")
 
-    def test_the_programs_lie_where_they_look_for_each_other(self):
+    def test_programs_are_in_the_expected_folders(self):
         self.assertEqual(self.one["Kestrune"], "Kestrune.exe")
         for name in ("unit_tests", "windows_tests", "system_tests"):
             self.assertRegex(self.one[name], rf"^tests/[a-z]+/{name}\.exe$")
@@ -48,7 +48,7 @@ class Layout(unittest.TestCase):
             self.assertEqual(self.one[name], f"tests/programs/{name}.exe")
         self.assertGreaterEqual(len(helpers & set(self.one)), 5)
 
-    def test_a_generator_of_several_configurations_changes_no_place(self):
+    def test_multi_configuration_generator_changes_no_folder(self):
         # Visual Studio does not run here; this generator has the same rule.
         self.assertEqual(laid_out("Ninja Multi-Config", "Release"), self.one)
 

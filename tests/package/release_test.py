@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Tests of tools/release: a tag that is not the version, files that are not the tagged ones; and of the
-list of tests that a run on Windows must not skip."""
+"""Tests of tools/release, which rejects a tag other than the version and files of another version, and of the list
+of tests that a run on Windows must not skip."""
 import contextlib
 import fnmatch
 import hashlib
@@ -78,7 +78,7 @@ class Publication(ReleaseTest):
         (self.files / "SHA256SUMS").write_text("".join(lines))
 
     def publish(self, tag="v7.8.9"):
-        """The words of the call of gh; None when there was none."""
+        """Returns the arguments with which gh was called; None when it was not."""
         calls = self.root / "calls"
         calls.unlink(missing_ok=True)
         done = self.run_tool("publish", self.files, tag, GH_CALLS=str(calls),
@@ -165,7 +165,7 @@ class MustRun(unittest.TestCase):
             with contextlib.redirect_stdout(io.StringIO()):
                 return run.must_run(Machine(names, control), root, root)
 
-    def test_its_names_stand_in_the_sources(self):
+    def test_its_names_are_in_the_sources(self):
         sources = "".join(path.read_text() for path in (PROJECT / "tests").rglob("*_test.cpp"))
         names = [f"{suite}.{name}" for suite, name in
                  re.findall(r"^TEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\)", sources, re.M)]
@@ -190,7 +190,7 @@ class MustRun(unittest.TestCase):
         self.assertEqual(self.problems("system_tests first - A.*\n", {}, ["A.b"]),
                          ["A.b was not run as the first user"])
 
-    def test_a_name_that_no_program_has_is_one(self):
+    def test_an_unknown_name_is_one(self):
         self.assertEqual(self.problems("# list\nsystem_tests first - B.*\n", {"first": {"A.b": "run"}}),
                          ["system_tests has no test B.*"])
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tests of the winget manifests: filled in, they obey the format and agree with the setup program."""
+"""Tests of the winget manifests: when filled in, they match their schemas and the setup program."""
 import copy
 import hashlib
 import json
@@ -19,13 +19,13 @@ PROJECT = HERE.parents[1]
 SCHEMAS = PROJECT / "package" / "winget" / "schemas"
 SETUP_HEAD = (PROJECT / "package" / "setup" / "kestrune.nsi").read_text()
 SETUP_SOURCE = "".join(path.read_text() for path in (PROJECT / "package" / "setup").glob("*.ns[ih]"))
-# Where the schemas of other versions lie, beside the files of real hosts.
+# The folder with schemas of other versions, beside the files of real hosts.
 OTHERS = pathlib.Path(os.environ.get("KESTRUNE_SAMPLES", PROJECT.parent / "shared/samples")).parent
 ROLL_OUT = (PROJECT / "docs" / "roll-out.md").read_text()
 
 
 def problems(schema, manifest):
-    """What the official schema says; a date is a text to it, which the reader of YAML has turned."""
+    """Returns the violations of the official schema, in which a date is a text."""
     if "ReleaseDate" in manifest:
         manifest = {**manifest, "ReleaseDate": str(manifest["ReleaseDate"])}
     schema = json.loads(schema.read_text())
@@ -60,7 +60,7 @@ class Winget(unittest.TestCase):
             self.assertEqual(problems(SCHEMAS / f"{kind}.json", manifest), [], kind)
 
     def test_no_key_is_unknown_to_the_schema(self):
-        # The schemas themselves let every key pass.
+        # The schemas themselves accept every key.
         for kind, manifest in self.manifests.items():
             schema = json.loads((SCHEMAS / f"{kind}.json").read_text())
             known = schema["properties"]
@@ -92,7 +92,7 @@ class Winget(unittest.TestCase):
         for path in (self.root / "out").iterdir():
             self.assertNotRegex(path.read_text(), r"@[A-Z0-9]+@")
 
-    def test_version_sum_and_day_are_those_of_the_setup_program(self):
+    def test_version_sum_and_day_match_setup(self):
         installer = self.manifests["installer"]
         self.assertEqual({manifest["PackageVersion"] for manifest in self.manifests.values()}, {"7.8.9"})
         self.assertEqual(installer["Installers"][0]["InstallerSha256"],
@@ -107,12 +107,12 @@ class Winget(unittest.TestCase):
                           "Custom": "/EXTRARECORDS=Change"})
         self.assertIn("RequestExecutionLevel user", SETUP_SOURCE)
 
-    def test_a_running_host_is_a_package_in_use(self):
+    def test_running_host_is_package_in_use(self):
         responses = {code["InstallerReturnCode"]: code["ReturnResponse"]
                      for code in self.manifests["installer"]["ExpectedReturnCodes"]}
         self.assertEqual(responses[30], "packageInUse")
 
-    def test_every_code_of_the_setup_program_is_expected_and_documented(self):
+    def test_every_exit_code_is_declared(self):
         head = SETUP_HEAD[:SETUP_HEAD.index("Unicode true")]
         codes = {int(code) for code in re.findall(r"(?:^;| {3,}) *(\d+) [a-z]", head, re.MULTILINE)}
         self.assertLessEqual({0, 1, 2, 20, 30, 40, 50, 51}, codes)
@@ -122,13 +122,13 @@ class Winget(unittest.TestCase):
         documented = {int(code) for code in re.findall(r"^\| (\d+) \|", ROLL_OUT, re.MULTILINE)}
         self.assertLessEqual(codes, documented)
 
-    def test_the_entry_under_apps_is_the_one_that_the_setup_program_writes(self):
+    def test_entry_under_apps_matches_setup(self):
         entry = self.manifests["installer"]["AppsAndFeaturesEntries"][0]
         self.assertIn(f'DisplayName "{entry["DisplayName"]}"', SETUP_SOURCE)
         self.assertIn("\\Uninstall\\" + entry["ProductCode"] + '"', SETUP_SOURCE)
         self.assertEqual(entry["DisplayVersion"], "7.8.9")
 
-    def test_what_the_rules_refuse_is_not_made(self):
+    def test_invalid_manifest_is_not_written(self):
         for changed, why in (
                 ({"publisher": 'a"b'}, "is not allowed"), ({"publisher": "a\tb"}, "is not allowed"),
                 ({"publisher": ""}, "Publisher"), ({"publisher": "x"}, "Publisher"),
@@ -143,13 +143,13 @@ class Winget(unittest.TestCase):
             self.assertIn(why, done.stderr, changed)
             self.assertFalse(output.exists(), changed)
 
-    def test_a_publisher_of_other_signs_stands_as_it_is(self):
+    def test_publisher_may_have_any_character(self):
         publisher = "O'Neil & Söhne: $HOME; #1 {x} 'y'"
         self.assertEqual(self.fill(publisher=publisher).returncode, 0)
         manifest = yaml.safe_load((self.root / "out/Somebody.Kestrune.locale.en-US.yaml").read_text())
         self.assertEqual(manifest["Publisher"], publisher)
 
-    def test_a_setup_program_without_a_version_in_its_name(self):
+    def test_setup_without_version_is_refused(self):
         other = self.root / "setup.exe"
         other.write_bytes(b"MZ")
         self.assertIn("no version", self.fill(setup=other).stderr)

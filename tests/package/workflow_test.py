@@ -30,7 +30,7 @@ def steps():
 
 
 def unrecorded(text):
-    """What a workflow fetches by something else than the recorded commit."""
+    """Returns what a workflow fetches by anything but the recorded commit."""
     found = [f"{name}@{ref}" for name, ref, tag in
              re.findall(r"uses: ([\w/.-]+)@(\S+)(?:  # (\S+))?", text)
              if FETCHED.get(name) != {"tag": tag, "commit": ref}]

@@ -20,7 +20,7 @@ def fields(line):
 
 
 def odb_lines(text):
-    """The ODB++ configuration lines of a job."""
+    """Returns the ODB++ configuration lines of a job."""
     for number in re.findall(r"^OutputType(\d+)=ODB$", text, re.MULTILINE):
         for n, line in CONFIGURATION.findall(text):
             if n == number and "Record=ODBView" in line:
@@ -32,7 +32,7 @@ def is_plot(key):
 
 
 def shape(text):
-    """Section -> keys, with the numbers in them made alike."""
+    """Returns the keys of each section, with every number replaced by the same sign."""
     shapes, section = {}, ""
     for line in text.splitlines():
         if line.startswith("["):
@@ -123,7 +123,7 @@ def check_against_samples(data, folder):
 
 
 def check_values(ours, lines):
-    """Every field that is no plot field has a value that a real job has for it."""
+    """Checks that every field but the plot fields has a value that a real job has for it."""
     found = []
     for key, value in ours.items():
         seen = {line[key] for line in lines if key in line}
@@ -133,7 +133,7 @@ def check_values(ours, lines):
 
 
 def png_pixels(data):
-    """Width, height and the rows of a PNG with four bytes for a pixel and no interlacing."""
+    """Returns width, height and rows of a PNG with four bytes for each pixel and no interlacing."""
     width, height, depth, kind, _, _, interlaced = struct.unpack(">IIBBBBB", data[16:29])
     assert (depth, kind, interlaced) == (8, 6, 0)
     packed, at = b"", 8
@@ -162,8 +162,8 @@ def brightness(r, g, b):
     return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2]
 
 
-def stands_out(pixels, bar):
-    """How many pixels differ from the bar by a contrast of at least 2:1."""
+def visible_pixels(pixels, bar):
+    """Returns the number of pixels with a contrast of at least 2:1 to the toolbar."""
     back = brightness(*bar)
     return sum(max(brightness(*p), back) + 0.05 >= 2 * (min(brightness(*p), back) + 0.05) for p in pixels)
 
@@ -189,7 +189,7 @@ def check_images(folder):
         if not 40 <= len(pixels) <= 220:
             found.append(f"{name}: {len(pixels)} of 256 pixels are drawn")
         for bar in ((240, 240, 240), (201, 214, 232), (45, 45, 48)):
-            if stands_out(pixels, bar) < 40:
+            if visible_pixels(pixels, bar) < 40:
                 found.append(f"{name} does not stand out from a bar of the colour {bar}")
     return found
 

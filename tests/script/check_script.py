@@ -1,10 +1,9 @@
-"""check_script.py FOLDER FREE [MORE]: refuses in the script files of a folder what the host's interpreter is
-known not to accept, or to accept and misunderstand, although a Pascal compiler takes it, and every
-member of the host that no public script uses (members/script.txt). FREE is the one routine that the host
-may offer to run. MORE is a list of further members, of a script that finds out about them; such a script
-may also call what stops the interpreter.
+"""check_script.py FOLDER FREE [MORE]: rejects code in the script files of a folder that a Pascal compiler accepts
+but the host's interpreter is known to reject or to misinterpret, and every member of the host that no public
+script uses (members/script.txt). FREE is the only routine that the host may offer to run. MORE is a list of
+further members, for a script that tests them; such a script may also call members that stop the interpreter.
 
-Each rule is first tried on a line that it must refuse, so that a rule cannot go blind unnoticed.
+Each rule is first tested with a line that it must reject, so that a rule cannot stop working unnoticed.
 """
 import pathlib
 import re
@@ -51,7 +50,7 @@ PROCESSES = {"WorkspaceManager:GenerateReport", "WorkspaceManager:CloseObject"}
 
 
 def strip_comments(text):
-    """The code alone, strings emptied but for their quotes, lines kept; complaints about comments."""
+    """Returns the code without comments, with empty strings and the same lines, and complaints about comments."""
     bad, out, i = [], [], 0
     while i < len(text):
         if text.startswith("//", i):
@@ -98,8 +97,8 @@ def routines(code):
 
 
 def result_complaints(body):
-    """Result is assigned once, from a local variable, as the last statement: everything else was seen
-    to give the caller another value."""
+    """Yields the functions that do not assign Result once, from a local variable, as their last statement: in the
+    host's interpreter, any other form returned another value to the caller."""
     uses = re.findall(r"\bResult\b", body, re.I)
     last = re.search(r"Result\s*:=\s*(\w+)\s*;\s*End\s*;\s*(?:\{[^}]*\}\s*)*$", body.strip(), re.I)
     block = re.search(r"\bVar\b(.*?)\bBegin\b", body, re.S | re.I)
@@ -152,7 +151,7 @@ def check_file(path):
 
 
 def check_members(folder, more):
-    """Of all files together: the units of a project share one name space."""
+    """Checks the members in all files together, since the units of a project share one name space."""
     listed = host_members.Listed((MEMBERS / "script.txt").read_text() + more)
     code = "".join(strip_comments(p.read_text("latin-1"))[0] for p in sorted(folder.glob("*.pas")))
     return host_members.uses(code, listed)[1]
@@ -190,7 +189,7 @@ def width(text, bold=False):
 
 
 def label_texts(code):
-    """Label -> the texts that the script gives it."""
+    """Returns the texts that the script assigns to each label."""
     texts = [(label, text) for label, text in
              re.findall(r"(\w+Label)\.Caption\s*:=\s*'([^']*)'(?!\s*\+)", code)]
     texts += [("StepLabel", "Step 6 of 6: " + text)

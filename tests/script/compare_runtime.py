@@ -1,5 +1,5 @@
-"""compare_runtime.py STAGE RUNTIME: whether the runtime folder holds exactly what the stage holds, with
-the stage's times, and its script with the two folders filled in."""
+"""compare_runtime.py STAGE RUNTIME: checks that the runtime folder has exactly the files of the stage, with
+the same times, and in its script the two paths."""
 import pathlib
 import re
 import sys

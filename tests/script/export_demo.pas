@@ -8,12 +8,12 @@ program export_demo;
 //
 //   CUSTOMIZATION_FILE  of the host, with the button (a path of Windows)
 //   BOARD               the board in front (a path of Windows)
-//   --archive           the bytes that the host writes instead of an archive of its own making
+//   --archive           the bytes that the host writes instead of a generated archive
 //   --photos            requests screenshots through files in this folder: the caller creates NAME.taken
 //                       after NAME.please
 //   --without-drills    the host writes no drills, and the user chooses No in the box of the check
 //
-// Ends with 0 when the archive was delivered or, without drills, held back.
+// The exit code is 0 when the archive was delivered or, with --without-drills, not delivered.
 
 uses
   cthreads, Classes, SysUtils, HostFiles, Archives, HostStandIn, ScriptUnderTest, HostServer, Programs,
@@ -131,7 +131,7 @@ begin
   ResetPrograms;
   Projects.Add(IProject.Create(ProjectOfButton(Button)));
   Item := IPCB_Board.Create(Board);
-  // Of a board of the user's only the file is known, and of an archive of the user's only the bytes.
+  // A board of the user is known only as a file, and an archive of the user only as bytes.
   if GivenFile = '' then FillBoard(Item);
   PCBServer.Front := Item;
   PutInFront(Client.OpenDocument('PCB', Board));
@@ -142,7 +142,7 @@ begin
   if GivenFile <> '' then GivenArchive := FileOfMachine(GivenFile);
 end;
 
-// The probe has found that this host knows the handle of a form.
+// As left by the probe when scripts can read the handle of a form.
 procedure KnowHandle;
 begin
   MissingMembers.Delete(MissingMembers.IndexOf('TForm.Handle'));

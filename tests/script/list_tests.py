@@ -1,5 +1,5 @@
 """list_tests.py SOURCE OUTPUT: writes statements that run the tests in SOURCE: the procedures whose heading ends
-in a comment with their groups. A procedure that is neither a test nor called by one was forgotten."""
+in a comment with their groups. Fails for a procedure that is neither a test nor used by one."""
 import pathlib
 import re
 import sys

@@ -1,21 +1,21 @@
 program script_tests;
 {$mode delphi}{$H+}
-// Whole exports of the package's script against the stand-in of the host, with the real Kestrune.exe
-// wherever it can be brought to the behaviour in question.
+// Runs whole exports of the package's script against the stand-in of the host, with the real Kestrune.exe
+// wherever it can produce the tested behaviour.
 //
-// script_tests GROUP PREFIX HOST [FILTER]: a group of tests, the Wine prefix, the report of the host that
-// the stand-in is, and a part of the names of the tests to run. Started in the project's folder, after
+// script_tests GROUP PREFIX HOST [FILTER]: a group of tests, the Wine prefix, the report of the host that the
+// stand-in simulates, and a part of the names of the tests to run. Must be started in the project's folder, after
 // tools/build. A comment after the name of a test lists its groups; list_tests.py reads it. The groups:
 //
-//   made-up      no program is started: programs are simulated, and any folder serves as prefix that has
-//                a drive and a user
+//   made-up      no program is started: programs are simulated, and the prefix may be any folder with a
+//                drive and a user
 //   real         Kestrune.exe is started under Wine
-//   installed    the package was installed in the prefix: the runtime stays as the installer left it, and
-//                a few exports run through its button; KESTRUNE_DEPLOYED names the host's customization
+//   installed    the package was installed in the prefix: the runtime is not changed, and a few
+//                exports run through its button; KESTRUNE_DEPLOYED names the host's customization
 //                file
-//   small-disk   the temporary folder lies on a disk too small for a board
+//   small-disk   the temporary folder is on a disk that is too small for a board
 //
-// KESTRUNE_SHOW_BOXES prints for each test what the user saw.
+// With KESTRUNE_SHOW_BOXES the boxes and questions of each test are printed.
 
 uses
   cthreads, Classes, SysUtils, HostFiles, Archives, HostStandIn, SecondInterpreter, ScriptUnderTest, ProbeUnderTest,
@@ -41,7 +41,7 @@ var
   Steps: Classes.TStringList;
   CancelIn, PressIn, CloseIn: string;   // the step in which the user does that
   NoteSeen: string;
-  HostFile: string;         // the report of the host that the stand-in is
+  HostFile: string;         // the report of the host that the stand-in simulates
   Growths: Integer;         // how often the archive still grows
   ActAt: Integer;           // the message of the run in which Act is called
   Act: TMoment;
@@ -68,7 +68,7 @@ begin
   Check(Found, 'expected one box with "' + Part + '", got: ' + Boxes.Text);
 end;
 
-// Fills in the two folders as the installer does: verbatim, in the code page.
+// Inserts the paths of the two folders as the installer does: verbatim, in the code page.
 procedure PutScript(const Folder, RuntimeRoot: string);
 var
   Text: string;
@@ -119,7 +119,7 @@ begin
   RunInInterpreter(ScriptUnderTest.RunKestrune);
 end;
 
-// A press in another interpreter: its variables are fresh.
+// Presses the button in another interpreter, whose variables have their initial values.
 procedure PressSecond;
 begin
   SecondInterpreter.LoadScript;
@@ -165,7 +165,7 @@ begin
   PressSame;
 end;
 
-// Empties the host, where a test leaves what no test may leave.
+// Empties the host after a test that left documents open, which is an error.
 procedure CloseEverything;
 begin
   Projects.Clear;
@@ -206,7 +206,7 @@ begin
   TempFolderOfProgram := Temp;
   if Deployed = '' then InstallByHand
   else AddProject(ProjectOfButton(Deployed));
-  // An application takes the archive over, so that no box waits for a user. Each test has its own one:
+  // An application receives the archive, so that no box waits for a user. Each test has its own application, since
   // that of the previous test may still be running.
   Inc(Tests);
   ReceiverFile := Local + '\Kestrune\receiver' + IntToStr(Tests) + '.exe';
@@ -272,7 +272,7 @@ begin
   Check(Called('--finalize') = 0, 'something was delivered');
 end;
 
-// Presses the button and expects a refusal before anything is started.
+// Presses the button and expects that the script rejects the export before it starts a program.
 procedure RefusedWith(const Part: string);
 begin
   Press;
@@ -294,7 +294,7 @@ begin
   Result := Contents(Local + '\Kestrune\ODBpp\' + Name + '.zip');
 end;
 
-// What the receiving application was started with.
+// Returns the command line with which the receiving application was started.
 function Received: string;
 var
   Path: string;
@@ -342,7 +342,7 @@ begin
   ProgramBoxes.Clear;
 end;
 
-// Without an application that takes the archive, the program shows the result in a box.
+// Without an application that receives the archive, the program shows the result in a box.
 procedure ResultBoxComesWithoutAnApplication;  // real
 begin
   NewBoard(Board1).AddVia;
@@ -554,7 +554,7 @@ begin
   RefusedWith('Плата.PcbDoc');
 end;
 
-procedure NothingOfAChildThatIsNotLoadedIsLost;  // real
+procedure UnloadedChildLosesNoLayer;  // real
 begin
   Child('C:\Boards\Quiet.PcbDoc').Free;
   NewBoard(Board1).AddChild('Quiet.PcbDoc', nil);
@@ -826,7 +826,7 @@ end;
 
 { saving }
 
-procedure SavingIsAskedFor;  // real
+procedure SavingIsOffered;  // real
 var
   Document: IServerDocument;
 begin
@@ -914,7 +914,7 @@ begin
   HostFiles.DeleteFile(Common);
 end;
 
-procedure SaveThatWroteNothingIsSaid;  // made-up
+procedure SaveThatWroteNothingIsReported;  // made-up
 begin
   SavesAreWritten := False;
   NewBoard(Board1);
@@ -928,7 +928,7 @@ begin
   Check(Called('--finalize') = 1, 'one click is not one click');
 end;
 
-procedure EveryNoticeIsSaid;  // made-up
+procedure EveryNoticeIsShown;  // made-up
 begin
   SavesAreWritten := False;
   Setting(Local + '\Kestrune\settings.ini', 'always');
@@ -1022,7 +1022,7 @@ begin
   if Arguments[1] = '--prepare' then WriteBytes(LogPath, '');
 end;
 
-procedure ReasonsInWords;  // made-up
+procedure FailureCodesHaveReasons;  // made-up
 const
   Stamp = '[2026-3-7 9:5:2] Stage: ';
   Failed_ = Stamp + 'Prepare failed | Error=copy GetLastError=';
@@ -1046,7 +1046,7 @@ begin
   FailsWith(Failed_ + '112', 'is full');
 end;
 
-procedure NoAnswerAtAll;  // made-up
+procedure MissingStatusEndsTheExport;  // made-up
 begin
   Answers := Silent;
   EndedWith('no answer in time');
@@ -1057,7 +1057,7 @@ begin
   PressMuchLater;
 end;
 
-// Where the host stops at such an error, the next press goes on.
+// If the host's interpreter stops at such an error, the next press continues.
 procedure DiskWasFull(const Part: string);
 begin
   if Stopped = '' then CheckBox(Part)
@@ -1075,7 +1075,7 @@ begin
   DiskWasFull('Is the disk full');
 end;
 
-procedure NothingCanBeCreated;  // made-up
+procedure FilesCannotBeCreated;  // made-up
 begin
   Forbidden := Exchange;
   Press;
@@ -1083,7 +1083,7 @@ begin
   DiskWasFull('Is the disk full');
 end;
 
-// Only where the caller has put a small file system under the temporary folder.
+// Requires a small file system at the temporary folder, which tests/script/run mounts.
 procedure FullTemporaryDisk;  // small-disk
 begin
   WriteBytes(Board1, StringOfChar('x', 300000));
@@ -1139,7 +1139,7 @@ begin
   Check(Boxes.Count = 0, Boxes.Text);
 end;
 
-procedure ArchiveThatGrowsNoMoreIsGivenUp;  // made-up
+procedure StalledArchiveEndsTheExport;  // made-up
 begin
   Generation := WritesFolder;
   Press;
@@ -1147,7 +1147,7 @@ begin
   Check(Called('--wait-native') = 1, 'waited again');
 end;
 
-// The program gives up after two minutes and, on a busy machine, somewhat more.
+// Lets the wait of the program fail after two minutes and, as on a busy machine, somewhat more.
 procedure GiveUpLate;
 begin
   if (LateAnswer <> '') and (Pauses = 1500) then WriteBytes(LateAnswer, 'ERROR'#13#10);
@@ -1374,7 +1374,7 @@ begin
   PressSame;
 end;
 
-// The window is gone, but the export that it belonged to has not ended yet.
+// The window is closed, but its export has not ended yet.
 procedure PressAfterTheWindowWasClosed;  // made-up
 begin
   OnMessages := PressAfterClosing;
@@ -1393,7 +1393,7 @@ begin
   Act;
 end;
 
-// Exports a panel, and disturbs the run once.
+// Exports a panel with one disturbance.
 procedure DisturbedRun(Moment: Integer; Disturbance: TMoment);
 var
   Panel: IPCB_Board;
@@ -1526,7 +1526,7 @@ begin
   OnMessages := PressSecondBoardInDelivery;
 end;
 
-// The log also holds the end of the previous delivery, which must not count for this one.
+// The log also has the end of the previous delivery, which must not be taken for that of this one.
 procedure LogThatIsLockedForAMoment;  // made-up
 begin
   Press;
@@ -1583,7 +1583,7 @@ begin
   MakeYounger(Temp + '\ready.txt');
 end;
 
-// The temporary folder names its board in the code page, where several names may become one.
+// The temporary folder has the board's name in the code page, in which several names may become equal.
 procedure FolderPreparedAnewIsNotDelivered;  // made-up
 begin
   NewBoard('C:\Boards\Größe.PcbDoc');
@@ -1637,7 +1637,7 @@ begin
   PressSame;
 end;
 
-// The box about a running export offers this, but the export is still active.
+// The user deletes the file that the box about a running export names, while that export still runs.
 procedure PressAfterTheMarkWasDeleted;  // made-up
 begin
   OnMessages := TakeMarkAwayAndPress;
@@ -1741,7 +1741,7 @@ begin
   PutInFront(Other);
 end;
 
-procedure JobThatDoesNotStayInFrontIsNotRun;  // made-up
+procedure JobWithoutFocusIsNotRun;  // made-up
 begin
   DisturbedRun(0, Nothing);
   Calls.Clear;
@@ -1755,7 +1755,7 @@ end;
 
 { documents that stay }
 
-procedure BoardThatStaysLoadedIsNotExportedAgain;  // made-up
+procedure LoadedCopyIsNotExportedAgain;  // made-up
 begin
   NeverUnloads := 'Bridge.PcbDoc';
   Press;
@@ -1789,7 +1789,7 @@ begin
   DisturbEveryMessage(Quit, HostIsLeftAlone);
 end;
 
-procedure EscapeAsksFirst;  // made-up
+procedure EscapeNeedsConfirmation;  // made-up
 begin
   AnswerNoYes := mrNo;
   CancelIn := 'Step 2';
@@ -1843,7 +1843,7 @@ begin
   Press;
 end;
 
-procedure HandleIsAskedForOnceKnown;  // made-up
+procedure KnownHandleCentresTheWindow;  // made-up
 begin
   MissingMembers.Clear;
   WriteBytes(Local + '\Kestrune\form-handle-' + IntToStr(Version) + '.1.2.44.txt', '');
@@ -1862,7 +1862,7 @@ end;
 
 { stops of the interpreter }
 
-// A call that belongs to a long row of the same calls, neither first nor last, is left out.
+// Of a long series of equal calls only the first and the last are stopped.
 function IsInARow(Names: Classes.TStringList; I: Integer): Boolean;
 var
   Step: Integer;
@@ -1884,7 +1884,7 @@ begin
   if Client.GetDocumentByPath(Board1) <> nil then PutInFront(Client.GetDocumentByPath(Board1));
 end;
 
-// Every archive that was ever delivered is whole.
+// Checks that every delivered archive is complete.
 function DeliveriesAreWhole: Boolean;
 var
   I: Integer;
@@ -1935,15 +1935,15 @@ begin
   Names.Free;
 end;
 
-// Whether a stop leaves the variables as they were depends on the host.
+// The host decides whether the variables keep their values when the interpreter stops.
 procedure PressAfterEveryStop;  // made-up
 begin
   if GlobalsAreKept then StopAtEveryCall(PressSame)
   else StopAtEveryCall(PressSecond);
 end;
 
-// Returns how the next press names a member at which the host stopped: by its name, or by the process
-// that the call is for.
+// Returns the text by which the next press names the member at which the host stopped: the member's name, or the
+// process that the call starts.
 function NameInTheBox(const Member: string): string;
 begin
   Result := Copy(Member, Pos('.', Member) + 1, Length(Member));
@@ -1991,9 +1991,9 @@ begin
   Check(Deliveries.Count > 0, Member + ': a later press does not export: ' + Boxes.Text);
 end;
 
-// When the host has no such member, each press stops at its call, and the next one names the call.
-// Two cannot be named: nothing can be written before the folder for temporary files is known, and
-// nothing can be shown without the box.
+// If the host lacks a member, each press stops at its call, and the next press names the call. Two members cannot
+// be named: that which returns the folder for temporary files, since the mark is written there, and that which
+// shows the box.
 procedure EveryCallThatAlwaysStopsIsNamed;  // made-up
 var
   Names: Classes.TStringList;
@@ -2063,7 +2063,7 @@ begin
   Found.Free;
 end;
 
-// Does what the user does: after each stop, clicks into the board and runs the probe again.
+// Acts as the user: after each stop, clicks into the board and runs the probe again.
 procedure RunProbe(StopIndex: Integer);
 var
   Runs: Integer;
@@ -2095,7 +2095,7 @@ begin
   Check(Pos(#10 + Line + ' ; ', Contents(ProbeReport)) > 0, Line + ' expected: ' + Contents(ProbeReport));
 end;
 
-procedure ProbeAsksEveryOpenQuestion;  // made-up
+procedure ProbeChecksEveryAssumption;  // made-up
 begin
   PrepareProbe;
   WriteBytes('C:\Nowhere\System\Resources\English\AdvPcb.rcs', #$FF#$FE'T'#0'r'#0);
@@ -2112,7 +2112,7 @@ begin
   else CheckSaid('share.program = cannot open');
 end;
 
-procedure ProbeNoticesBoardsThatAreNotReadAnew;  // made-up
+procedure ProbeNoticesStaleBoards;  // made-up
 begin
   PrepareProbe;
   ReopenedAreStale := True;
@@ -2130,7 +2130,7 @@ begin
   CloseEverything;
 end;
 
-// A host that is set up from the report of the probe equals the one that the probe ran in.
+// A stand-in made from the probe's report must equal the one in which the probe ran.
 procedure ProbeReportDescribesThisHost;  // made-up
 var
   Before, After: string;
@@ -2202,7 +2202,7 @@ end;
 
 { the check of the archive }
 
-// A board with all that the check looks at.
+// Creates a board with everything that the check compares.
 function FullBoard: IPCB_Board;
 begin
   Result := NewBoard(Board1);
@@ -2224,7 +2224,7 @@ begin
   Result := '';
   for I := 0 to Questions.Count - 1 do
     if Pos('The archive seems', Questions[I]) = 1 then Result := Result + Questions[I];
-  // Lists of this machine end their lines with a line feed alone.
+  // String lists on this machine end lines with only a line feed.
   Result := StringReplace(Result, #13, '', [rfReplaceAll]);
 end;
 
@@ -2256,7 +2256,7 @@ begin
     'asked: ' + ArchiveQuestions);
 end;
 
-// Checks that the user, who chooses No, keeps such an archive from being delivered.
+// Checks that an archive with this flaw is not delivered when the user chooses No.
 procedure CheckHeldBack(Bad: TFlaw; const Sentence: string);
 begin
   AnswerNoYes := mrNo;
@@ -2264,7 +2264,7 @@ begin
   CheckNotDelivered;
 end;
 
-procedure GapsAreAskedAbout;  // real
+procedure MissingLayersRaiseAQuestion;  // real
 const
   Drills = 'The board has 3 holes, but the archive holds no drill layer.';
 begin
@@ -2278,7 +2278,7 @@ begin
   Check(Delivered('Main board') = Contents(Archive), 'not delivered');
 end;
 
-procedure GapsOfDrawingsAreAskedAbout;  // made-up
+procedure MissingDrawingsRaiseAQuestion;  // made-up
 begin
   with FullBoard do
   begin
@@ -2291,7 +2291,7 @@ begin
   CheckHeldBack(EmptyDrillDrawing, 'The drill drawing is empty in the archive, but not on the board.');
 end;
 
-procedure GapsOfAPanelAreAskedAbout;  // real
+procedure MissingLayersOfPanelRaiseAQuestion;  // real
 begin
   NewBoard(Board1).AddChild(Board2, Child(Board2)).AddVia;
   CheckHeldBack(WithoutDrills, 'The boards of the panel have holes, but the archive holds no drill layer.');
@@ -2317,7 +2317,7 @@ begin
   end;
 end;
 
-// Reads a list that the program did not write.
+// Runs the check with a list of layers that this test writes instead of the program.
 procedure CheckAnswer(const Answer, Reason: string);
 begin
   NewBoard(Board1).AddVia;
@@ -2338,11 +2338,11 @@ end;
 
 procedure MissingListChecksNothing;  // made-up
 begin
-  // A first line that never becomes one: the script waits to the end.
+  // The first line has no line end, so the script waits until its limit.
   CheckAnswer(#13#10, 'Kestrune.exe gave no answer.');
 end;
 
-// The gaps that a list of layers leaves, each without its end; empty when there are none.
+// Returns the missing layers for a list of layers, each without the end of its sentence; empty if none is missing.
 procedure CheckRows(const Rows, Gaps: string);
 begin
   InspectAnswer := 'VERSION=1'#13#10'STEPS=1'#13#10 + Rows + 'END'#13#10;
@@ -2377,7 +2377,7 @@ begin
   CheckRows(Row('SIGNAL|A|||9|some'), '');
 end;
 
-procedure NamesTellPlatedDrillsApart;  // made-up
+procedure NamesDistinguishPlatedDrills;  // made-up
 var
   Masks, Plated, Unplated: string;
 begin
@@ -2432,7 +2432,7 @@ begin
 end;
 
 // The top side of a mirrored board is on the bottom side of the panel.
-procedure MirroredBoardsAskForNoSide;  // made-up
+procedure MirroredBoardsRequireNoSide;  // made-up
 begin
   with NewBoard(Board1).AddMirroredChild('Second.PcbDoc', Child(Board2)) do
   begin
@@ -2454,7 +2454,7 @@ begin
     + Row('DOCUMENT|DRILL_DRAWING|||9|some'), 'The board uses 2 mechanical layers, but the archive holds 1.');
 end;
 
-// Users rename these layers too: a row that no mechanical layer needs may be one of them.
+// Users rename these layers too, so a row that is needed for no mechanical layer may be one of them.
 procedure RenamedDrawingsAreTolerated;  // made-up
 var
   Rows: string;
@@ -2482,7 +2482,7 @@ begin
     'The keep-out layer is empty in the archive, but not on the board.');
 end;
 
-procedure UnknownBoardsAskForLittle;  // made-up
+procedure UnloadedChildrenRequireNoLayers;  // made-up
 begin
   NewBoard(Board1).AddChild(Board2, nil);
   WriteBytes(Board2, 'board');
@@ -2490,7 +2490,7 @@ begin
   CheckRows(Row('SIGNAL|A|||9|some'), 'The board has 2 copper layers, but the archive holds 1.');
 end;
 
-// Puts a board in front that has what a real archive shows of its board.
+// Opens a board with the layers and objects that a real archive shows.
 procedure PutSampleBoard(const Name: string);
 var
   I: Integer;
@@ -2523,11 +2523,11 @@ begin
 end;
 
 const
-  // The last two are what the archives of the other format hold.
+  // The last two are the layers of the archives in the other format.
   RealArchives: array[0..3] of string = ('Offset_Attenuator.zip', 'Antenna_915Mhz_ODB.zip',
     'Offset_Attenuator-tgz.zip', 'SB0041B-tgz.zip');
 
-// Returns the bytes of a real archive; empty, with a message, where there are no samples.
+// Returns the bytes of a real archive; empty, with a message, if there are no samples.
 function RealArchive(const Name: string): string;
 var
   Folder: string;
@@ -2603,7 +2603,7 @@ begin
   if RealArchive(RealArchives[0]) = '' then Exit;
   CheckEachRowIsMissed(RealArchives[0], ' COMP_+_TOP DIELECTRIC_2-3 COMP_+_BOT');
   CheckEachRowIsMissed(RealArchives[3], ' COMP_+_TOP DIELECTRIC_3 COMP_+_BOT');
-  // From 2018: its board does not use eight of the drawings, so no single one of them is certainly needed.
+  // Of 2018. Its board does not use eight of the drawings, so the check requires none of them in particular.
   CheckEachRowIsMissed(RealArchives[1], ' COMP_+_TOP BOTTOM_PASTE BOTTOM_OVERLAY DRILL_GUIDE'
     + ' KEEP-OUT_LAYER MECHANICAL_1 MECHANICAL_2 MECHANICAL_3 MECHANICAL_4 MECHANICAL_8 MECHANICAL_13'
     + ' MECHANICAL_14 MECHANICAL_15 DRILL_DRAWING MULTI-LAYER DIELECTRIC_1');
@@ -2626,7 +2626,7 @@ end;
 
 { running }
 
-// Prints what the user saw, and the last line of the program's log.
+// Prints the boxes and questions, and the last line of the program's log.
 procedure ShowRun;
 var
   I: Integer;

@@ -123,7 +123,7 @@ class Installation(SetupTest):
         self.assertFalse(m.runtime.exists())
 
     def test_profile_that_cannot_be_reached_changes_nothing(self):
-        # Q: takes the place of a network drive that has gone.
+        # Q: replaces a network drive that is no longer connected.
         self.addCleanup(self.set_shell_folder, "Local AppData", self.machine.windows(self.machine.local))
         self.set_shell_folder("Local AppData", r"Q:\gone\AppData\Local")
         self.answer(0)
@@ -154,7 +154,7 @@ class DamagedSetup(SetupTest):
 
 class FullDrive(SetupTest):
     def run_on_small_drive(self, folder):
-        """Installs while the folder lies on a drive of 100 KB, the temporary files elsewhere."""
+        """Installs to a drive of 100 KB, with the temporary files on another one."""
         m = self.machine
         listing = OUT / "full.txt"
         os.environ["KESTRUNE_AFTER"] = f'find "{folder}" -type f -not -name setup.log >"{listing}"'
@@ -195,9 +195,9 @@ class HeldFiles(SetupTest):
 
 
 class KilledSetup(SetupTest):
-    """What a set-up that was ended left; killed_test.py ends it at each step."""
+    """Leftovers of a killed setup; killed_test.py kills it at each step."""
 
-    def test_every_leftover_of_a_killed_set_up_goes(self):
+    def test_leftovers_of_killed_setup_are_removed(self):
         m = self.machine
         self.answer(0)
         self.install("two")

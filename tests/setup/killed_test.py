@@ -1,4 +1,4 @@
-"""A set-up or a removal that is ended after each of its changes and steps, and what the next one makes of it."""
+"""Kills a setup or a removal after each of its changes and steps, and checks what the next one does."""
 import shutil
 import unittest
 
@@ -12,7 +12,7 @@ KEPT = OUT / "kept"
 @unittest.skipUnless(shutil.which("strace"), "no strace here")
 class Killed(SetupTest):
     def remember(self):
-        """Keeps the present state, for come_back."""
+        """Saves the current state for come_back."""
         m = self.machine
         shutil.rmtree(KEPT, ignore_errors=True)
         shutil.copytree(m.local, KEPT, symlinks=True)
@@ -30,7 +30,7 @@ class Killed(SetupTest):
             m.run("reg", "import", m.windows(m.stand_in / "kept.reg"))
 
     def end_at_each_point(self, then, program, *arguments):
-        """Ends a run at each of its points, and does one of `then` after each end, in turn."""
+        """Kills a run at each of its points, and calls the functions of `then` in turn, one after each kill."""
         self.remember()
         self.answer(0)
         found = points(self.machine, lambda: self.machine.run(program, *arguments))
@@ -44,7 +44,7 @@ class Killed(SetupTest):
                 step()
 
     def a_whole_package(self):
-        """Whether one of the folders in which a package may lie holds all of one."""
+        """Returns whether one of the folders for a package has a complete one."""
         place = self.machine.package
         return any(sorted(files(place.with_name(name))) == payload() for name in ("Kestrune", "Kestrune.old"))
 
@@ -57,7 +57,7 @@ class Killed(SetupTest):
 
     def next_removal_removes_all(self):
         if "UninstallString" not in self.machine.entry():
-            # Ended before it had an entry; a set-up that registers nothing clears away what is there.
+            # Killed before it had an entry; a setup that registers nothing then removes the package.
             self.answer(30)
             self.install("two", code=30)
         self.next_removal_removes()
@@ -69,7 +69,7 @@ class Killed(SetupTest):
         self.assert_installed("2.0.0")
 
     def next_set_up_is_refused(self):
-        """A set-up that registers nothing brings the older package back, as long as it is there."""
+        """Checks that a setup which registers nothing restores the older package, if there is one."""
         programs = self.machine.local / "Programs"
         self.assertTrue(self.a_whole_package())
         times = [(path / "Kestrune.exe").stat().st_mtime for path in (programs / "Kestrune", programs / "Kestrune.old")

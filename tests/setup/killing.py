@@ -1,5 +1,5 @@
-"""Ends a set-up at an exact point. Every change of a file is carried out by the Wine server; strace stops the
-server after one of them, and the programs are ended before it goes on."""
+"""Kills a setup at an exact point. Every change of a file is made by the Wine server; strace stops the server after
+one of them, and the programs are killed before the server continues."""
 import collections
 import os
 import re
@@ -10,14 +10,14 @@ import tempfile
 from machine import wait_until
 
 CHANGES = "rename,unlink,rmdir,mkdir"
-# What a set-up and its removal run.
+# The programs of a setup and a removal.
 PROGRAMS = ("one.exe", "two.exe", "Uninstall.exe", "Kestrune.exe")
 
 Point = collections.namedtuple("Point", "call path number")
 
 
 def server(machine):
-    """The process number of the prefix's Wine server, which lies in a folder of the prefix's number."""
+    """Returns the process ID of the prefix's Wine server, whose folder is named by the prefix's inode."""
     machine.run("cmd", "/d", "/c", "exit")
     ending = f"-{machine.prefix.stat().st_ino:x}"
     for number in filter(str.isdigit, os.listdir("/proc")):
@@ -31,7 +31,7 @@ def server(machine):
 
 
 def attach(process, *options):
-    """strace at a process; returns when it has begun."""
+    """Starts strace for a process; returns when it is attached."""
     tracer = subprocess.Popen(["strace", "-p", str(process), *options], stderr=subprocess.PIPE, bufsize=0)
     said = []
     for line in tracer.stderr:
@@ -47,7 +47,7 @@ def detach(tracer):
 
 
 def recorded(machine, run):
-    """Every change and every opening of a file that a run makes, in order, as (call, path)."""
+    """Returns every change and every opening of a file that a run makes, in order, as (call, path)."""
     with tempfile.NamedTemporaryFile("r") as listing:
         tracer = attach(server(machine), "-o", listing.name, "-e", f"trace={CHANGES},openat")
         run()
@@ -55,12 +55,12 @@ def recorded(machine, run):
         return re.findall(r'^(?:\d+ +)?(\w+)\((?:AT_FDCWD, )?"([^"]*)".* = (?!-1)', listing.read(), re.M)
 
 
-# Files of a package whose order matters; the others count as one.
+# Files of a package whose order matters; all others are treated as one.
 SINGLE = ("/Kestrune.exe", "/SHA256SUMS", "/Uninstall.exe")
 
 
 def kind(call, path):
-    """What a change is one of: those of one kind leave the same state. None for one outside the folders of
+    """Returns the kind of a change; changes of one kind leave the same state. None for a change outside the folders of
     Kestrune."""
     place = re.search(r"/(Programs|Local/Kestrune)/([^/]+)(/[^/]+)?(/.+)?$", path)
     if not place:
@@ -70,8 +70,8 @@ def kind(call, path):
 
 
 def points(machine, run):
-    """Where a run is worth being ended: after the first change of each kind, and at the first and the last log
-    line between two of them."""
+    """Returns the points at which killing a run leaves different states: after the first change of each kind, and at
+    the first and the last log line between two of them."""
     found, counts, seen = [], collections.Counter(), {None}
     for call, path in recorded(machine, run):
         counts[call, path] += 1
@@ -83,12 +83,12 @@ def points(machine, run):
         elif call != "openat" and kind(call, path) not in seen:
             seen.add(kind(call, path))
             found.append(point)
-    # Before the first line nothing has happened.
+    # Before the first line nothing was changed.
     return found[1:] if found and found[0].call == "openat" else found
 
 
 def kill_at(machine, point, program, *arguments):
-    """Starts a program and ends it and what it started after a point; whether it came there."""
+    """Starts a program and kills it and its child processes at a point. Returns whether the point was reached."""
     process = server(machine)
     tracer = attach(process, "-P", point.path, "-e", f"trace={point.call}",
                     "-e", f"inject={point.call}:signal=STOP:when={point.number}")

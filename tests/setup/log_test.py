@@ -66,7 +66,7 @@ class Log(SetupTest):
         self.install("one", "/LOG=own.log")
         self.assertIn("Ends with code 0.", (self.machine.stand_in / "own.log").read_text())
 
-    def test_second_log_that_cannot_be_written_changes_nothing(self):
+    def test_unwritable_second_log_changes_nothing(self):
         m = self.machine
         (m.stand_in / "folder").mkdir()
         for name in (r"C:\missing\x.log", m.windows(m.stand_in / "folder")):

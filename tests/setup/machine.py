@@ -1,4 +1,4 @@
-"""One Windows of its own for the tests of the setup program: a Wine prefix with a screen."""
+"""A Windows for the tests of the setup program: a Wine prefix with a screen of its own."""
 import atexit
 import fnmatch
 import os
@@ -18,14 +18,14 @@ PROGRAMS = BUILD / "tests" / "programs"
 
 
 def shell(script, *arguments, **options):
-    """Runs a script with the functions of tools/lib.sh at hand; the arguments are $1, $2 ..."""
+    """Runs a shell script with the functions of tools/lib.sh; the arguments are $1, $2 ..."""
     return subprocess.Popen(
         ["bash", "-c", f'. "$0"; set +e; wine_environment; {script}', PROJECT / "tools" / "lib.sh",
          *arguments], stdin=subprocess.DEVNULL, **options)
 
 
 def wait_until(condition, seconds=120):
-    """The first true value of the condition; the last one when time is up."""
+    """Waits until the condition is true; returns its last value, also after the time limit."""
     end = time.monotonic() + seconds
     value = condition()
     while not value and time.monotonic() < end:
@@ -35,13 +35,13 @@ def wait_until(condition, seconds=120):
 
 
 def files(folder):
-    """Every file below a folder with its bytes."""
+    """Returns the bytes of every file below a folder, by path."""
     return {path.relative_to(folder).as_posix(): path.read_bytes()
             for path in pathlib.Path(folder).rglob("*") if path.is_file()}
 
 
 class Machine:
-    """Starts programs in the prefix and looks at what they left there."""
+    """A Wine prefix: starts programs in it and reads the files and registry values that they leave."""
 
     def __init__(self):
         os.environ["KESTRUNE_PREFIX"] = os.environ.get(
@@ -67,14 +67,14 @@ class Machine:
         self.set_local(self.user / "AppData" / "Local")
 
     def set_local(self, folder):
-        """Where the user's local application data lies."""
+        """Sets the user's folder for local application data."""
         self.local = folder
         self.package = folder / "Programs" / "Kestrune"
         self.runtime = folder / "Kestrune" / "Runtime"
         self.temp = self.user / "AppData" / "Local" / "Temp"
 
     def move_profile(self, folder):
-        """Gives the user another profile folder, for programs that are started from now on."""
+        """Moves the user's profile folder, for programs that are started afterwards."""
         self.user = folder
         self.set_local(folder / "AppData" / "Local")
         self.temp.mkdir(parents=True, exist_ok=True)
@@ -91,11 +91,11 @@ class Machine:
 
     @property
     def data(self):
-        """Where the program and the setup program keep what they write: found by the profile."""
+        """Returns the folder in which Kestrune.exe and the setup program write, found through the profile."""
         return self.user / "AppData" / "Local" / "Kestrune"
 
     def begin_session(self):
-        """Keeps one idle process in the prefix, without which each start would boot it anew."""
+        """Starts an idle process in the prefix, without which Wine would boot at each start."""
         if self.session is None or self.session.poll() is not None:
             self.session = subprocess.Popen(
                 ["bash", "-c", '. "$0"; wine_environment; in_wine_root wine cmd',
@@ -108,7 +108,7 @@ class Machine:
         os.killpg(self.screen.pid, signal.SIGTERM)
 
     def end_wine(self):
-        """Ends every process of the prefix, so that it can start again in other surroundings."""
+        """Ends every process of the prefix, so that Wine can be started with other mounts."""
         shell("in_wine_root wineserver -k; in_wine_root wineserver -w").wait()
         if self.session is not None:
             self.session.stdin.close()
@@ -116,11 +116,11 @@ class Machine:
             self.session = None
 
     def windows(self, path):
-        """The Windows path of a file in the prefix."""
+        """Returns the Windows path of a file in the prefix."""
         return "C:\\" + str(path.relative_to(self.drive)).replace("/", "\\")
 
     def start(self, program, *arguments, **environment):
-        """Starts a program; its exit code is that of the process that comes back."""
+        """Starts a program and returns a process with the same exit code."""
         self.begin_session()
         return shell('in_wine_root wine "$@"', str(program), *arguments,
                      stdout=subprocess.PIPE, stderr=open(OUT / "wine.log", "ab"),
@@ -141,16 +141,16 @@ class Machine:
         return self.run(program, *arguments, **options)[0]
 
     def uninstall(self, *arguments, **options):
-        """Removes with the entry's quiet command line, further arguments before its last one."""
+        """Uninstalls with the entry's quiet command line; further arguments are inserted before its last one."""
         program, place = self.entry()["QuietUninstallString"].split(" _?=")
         return self.code_of_line(" ".join([program, *arguments, "_?=" + place]), **options)
 
     def code_of_line(self, line, **options):
-        """The exit code of a command line that Windows gets as it is."""
+        """Runs a command line, passed to Windows unchanged, and returns its exit code."""
         return self.code(PROGRAMS / "machine_in_a_box.exe", "line", line, **options)
 
     def entry(self):
-        """The values of the entry under Apps; empty when there is none."""
+        """Returns the values of the entry under Apps; empty when there is none."""
         exported = self.stand_in / "entry.reg"
         exported.unlink(missing_ok=True)
         self.run("reg", "export", ENTRY, self.windows(exported), "/y")
@@ -168,7 +168,7 @@ class Machine:
         return path.read_bytes().decode("utf-8").replace("\r\n", "\n") if path.exists() else ""
 
     def processes(self, name):
-        """Returns the numbers of the prefix's processes whose program has this name or path; * in it is anything."""
+        """Returns the IDs of the prefix's processes whose program has this name or path, in which * matches any text."""
         found = []
         for folder in pathlib.Path("/proc").iterdir():
             if folder.name.isdigit():
@@ -184,7 +184,7 @@ class Machine:
         return found
 
     def end_of(self, process):
-        """The exit code of a program that was started."""
+        """Waits for a program that was started and returns its exit code."""
         try:
             return process.wait(timeout=180)
         except subprocess.TimeoutExpired:
@@ -202,15 +202,15 @@ class Machine:
     # ---- windows
 
     def press(self, title, button, key="Return", picture=None):
-        """Waits for a window with a button that can be pressed, has it photographed, presses a key there, and
-        waits until that button is gone or disabled."""
+        """Waits for a window with an enabled button, takes a screenshot of it, presses a key there, and waits until that
+        button is gone or disabled."""
         if picture:
             self.wait_for_button(title, button)
             self.picture(picture)
         self.wait_for_button(title, button, key)
 
     def wait_for_button(self, title, button, *key):
-        """A title that ends with * is the beginning of one."""
+        """Waits for a window with a button; a title that ends with * is the beginning of the window's title."""
         code = self.code(PROGRAMS / "press_key.exe", title, button, *key)
         if code != 0:
             self.picture("no-window")

@@ -1,4 +1,4 @@
-"""Making the setup program: what it carries and says, and its signatures."""
+"""Making the setup program: its content, its texts and its signatures."""
 import os
 import re
 import shutil
@@ -15,7 +15,7 @@ TEXT = 'A "quoted" $INSTDIR ${VERSION} $%PATH% $$ back\\slash `x` ; \'y\' Łukas
 
 
 def company_names(content):
-    """Every CompanyName of a file's version resources."""
+    """Returns every CompanyName in a file's version resources."""
     mark = "CompanyName\0".encode("utf-16le")
     found = []
     for match in re.finditer(re.escape(mark), content):
@@ -52,10 +52,10 @@ class Contents(MakeTest):
         self.refused(PROJECT / "tools/make-setup", self.folder / "tampered.zip", output)
         self.assertFalse(output.exists())
 
-    def test_setup_program_names_no_folder_of_its_builder(self):
+    def test_setup_names_no_folder_of_builder(self):
         names = [str(OUT), "/tmp/"]
         subprocess.run([*CHECK, setup("real-one"), *names], check=True)
-        # The one look that has to find something.
+        # Shows that the search finds something.
         tool("make-setup", OUT / "real-one.zip", self.folder / "naming.exe",
              make_texts(publisher=str(OUT)))
         done = subprocess.run([*CHECK, self.folder / "naming.exe", *names], capture_output=True, text=True,
@@ -106,7 +106,7 @@ class Contents(MakeTest):
 
 @unittest.skipUnless(shutil.which("osslsigncode") and shutil.which("openssl"), "no osslsigncode here")
 class Signing(MakeTest):
-    """With a certificate made for the test."""
+    """Signing with a certificate that is made for the test."""
 
     def setUp(self):
         super().setUp()
@@ -134,7 +134,7 @@ class Signing(MakeTest):
         self.assertIn("Succeeded", done.stdout, done.stdout + done.stderr)
 
     def make(self, folder, **environment):
-        """A build folder with what tools/make-release takes, and a cpack that packs it."""
+        """Creates a build folder with everything that tools/make-release needs, and a cpack that packs it."""
         build = self.folder / folder
         build.mkdir()
         shutil.copytree(make_texts(publisher="A Publisher"), build / "publisher")
@@ -161,7 +161,7 @@ class Signing(MakeTest):
         self.assert_is_signed(build / "unpacked/Kestrune-1.0.0/Kestrune.exe")
         self.assertIn("MZ", (build / "Kestrune.exe").read_bytes()[:2].decode())
 
-    def test_unsigned_sums_are_those_of_an_unsigned_build(self):
+    def test_unsigned_sums_match_an_unsigned_build(self):
         signed, done = self.make("signed-build", KESTRUNE_SIGN=self.sign)
         self.assertEqual(done.returncode, 0, done.stderr)
         unsigned, done = self.make("unsigned-build", KESTRUNE_SIGN="")

@@ -22,7 +22,7 @@ class RealTest(SetupTest):
         return text
 
     def profiles(self):
-        """The hosts' customization files, in the order of their numbers."""
+        """Returns the hosts' customization files, in the order of their numbers."""
         return sorted((self.machine.user / "AppData" / "Roaming" / "Altium").glob("*/DXP.RCS"))
 
     def buttons(self):
@@ -200,7 +200,7 @@ class ChangeRecords(RealTest):
     def add_change(self, path):
         path.write_bytes(path.read_bytes() + CHANGE)
 
-    def test_without_option_such_a_profile_is_left_alone(self):
+    def test_without_option_such_profile_is_unchanged(self):
         self.box("make", "2")
         self.add_change(self.profiles()[0])
         before = self.profiles()[0].read_bytes()
@@ -210,7 +210,7 @@ class ChangeRecords(RealTest):
         self.assertFalse(self.settings.exists())
         self.assertIn("/EXTRARECORDS=Change accepts these records", self.machine.log())
 
-    def test_option_lets_them_through_where_needed(self):
+    def test_option_accepts_them_where_needed(self):
         self.box("make", "1")
         self.install("real-one", "/EXTRARECORDS=Change")
         self.assertFalse(self.settings.exists(), "the key was set although nothing needs it")
@@ -223,13 +223,13 @@ class ChangeRecords(RealTest):
         self.assertEqual(self.settings.read_bytes().decode(), KEY.format("Change"))
         self.assertIn(CHANGE, self.profiles()[0].read_bytes())
 
-    def test_any_other_kind_is_not_let_through(self):
+    def test_any_other_kind_is_rejected(self):
         self.box("make", "1")
         self.add_change(self.profiles()[0])
         self.install("real-one", "/EXTRARECORDS=Changes", code=40)
         self.assertFalse(self.settings.exists())
 
-    def test_change_written_after_installation_does_not_stop_removal(self):
+    def test_later_change_record_allows_removal(self):
         self.box("make", "2")
         self.install("real-one")
         self.add_change(self.profiles()[1])
@@ -241,7 +241,7 @@ class ChangeRecords(RealTest):
         self.assertTrue(self.profiles()[1].read_bytes().endswith(CHANGE))
         self.assertEqual(self.buttons(), 0)
 
-    def test_users_own_kinds_stay(self):
+    def test_users_own_kinds_are_kept(self):
         self.box("make", "1")
         self.machine.data.mkdir(exist_ok=True)
         own = b"; mine\r\n[Registration]\r\nextrarecords = Other\r\n[More]\r\nx=1\r\n"
@@ -286,7 +286,7 @@ class ChangeRecords(RealTest):
                 self.assert_taken_out(text, path.read_bytes())
 
     def assert_only_inserted(self, before, after):
-        """Our four records came in, in two places; without them every byte is as before."""
+        """Checks that only our four records were inserted, in two places, and every other byte is unchanged."""
         link = rb"\r?\n    Link KestruneCommandLink PLID='PLKestrune' End\r?\n"
         command = (rb"PL PLKestrune Command='ScriptingSystem:RunScript' [^\n]* End\r?\n"
                    rb"Insertion KestruneToolbar [^\n]*\r?\n"
@@ -297,7 +297,7 @@ class ChangeRecords(RealTest):
         self.assertEqual(rest, before)
 
     def assert_taken_out(self, before, after):
-        """Every byte is as before; only blanks and line ends may have come in."""
+        """Checks that every byte is as before the installation; only blanks and line ends may have been added."""
         at = 0
         for byte in after:
             if at < len(before) and byte == before[at]:

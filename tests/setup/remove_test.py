@@ -29,13 +29,13 @@ class Removal(SetupTest):
         self.assertTrue((self.machine.runtime / "Kestrune.exe").exists())
 
     def gone(self):
-        """All is gone but what runs, in the temporary folder."""
+        """Returns whether everything is removed except a running uninstaller in the temporary folder."""
         self.assert_nothing_installed()
         self.assertFalse(self.machine.runtime.exists())
         self.assertEqual([re.sub(r"\d+", "N", path.name) for path in self.machine.temp.iterdir()],
                          ["Kestrune-uninstaller-N.exe"])
 
-    def test_quiet_removal_leaves_only_what_is_the_users(self):
+    def test_quiet_removal_leaves_only_user_files(self):
         m = self.machine
         users = {"ODBpp/board.zip": b"x", "Logs/bridge.log": b"x", "settings.ini": b"x"}
         for name, content in {**users, "Exchange/journal.txt": b"x"}.items():
@@ -51,7 +51,7 @@ class Removal(SetupTest):
         self.assertIn(b"Ends with code 0.", left.pop("Logs/setup.log"))
         self.assertEqual(left, users)
 
-    def test_text_names_exactly_what_stays(self):
+    def test_text_names_exactly_the_kept_files(self):
         m = self.machine
         for name in ("ODBpp/board.zip", "settings.ini", "registration.ini"):
             (m.data / name).parent.mkdir(parents=True, exist_ok=True)
@@ -77,7 +77,7 @@ class Removal(SetupTest):
         self.assertEqual([line.count("Kestrune.exe") for line in started], [0, 1, 1], started)
         self.gone()
 
-    def test_without_any_host_everything_goes_with_0(self):
+    def test_without_host_everything_is_removed(self):
         self.answer(20)
         self.remove()
         self.gone()
@@ -119,7 +119,7 @@ class Removal(SetupTest):
         self.gone()
         self.assertIn("The files are removed anyway.", self.machine.log())
 
-    def test_program_that_breaks_down_keeps_everything(self):
+    def test_program_that_crashes_keeps_everything(self):
         self.answer(3)
         self.remove(code=3)
         self.kept()
@@ -168,7 +168,7 @@ class Removal(SetupTest):
         self.assertEqual(files(precious), {"Temp/file": b"x"})
         self.gone()
 
-    def test_removal_during_a_set_up_is_refused_with_51(self):
+    def test_removal_during_setup_is_refused(self):
         m = self.machine
         self.answer(-30)
         first = m.start(setup("two"), "/S")
@@ -181,14 +181,14 @@ class Removal(SetupTest):
         self.kept()
 
     def test_uninstaller_started_by_itself_removes(self):
-        # It goes on as a copy of itself, and its caller does not wait for that.
+        # It continues as a copy of itself, for which its caller does not wait.
         self.machine.run(self.machine.package / "Uninstall.exe", "/S")
         wait_until(lambda: self.machine.log().count("Ends with code") == 2)
         self.assert_nothing_installed()
-        # No set-up can begin before the copy has ended.
+        # No setup can begin before the copy has ended.
         self.assertTrue(wait_until(lambda: not self.machine.processes("*~nsu*")))
 
-    def test_next_set_up_removes_the_renamed_uninstaller(self):
+    def test_next_setup_removes_the_renamed_uninstaller(self):
         self.remove()
         self.gone()
         self.install("two")
@@ -278,7 +278,7 @@ class Removal(SetupTest):
         self.kept()
 
     def test_leftovers_without_an_entry_are_taken_over(self):
-        # A removal that was killed after its entry had gone.
+        # A removal that was killed after it deleted its entry.
         m = self.machine
         m.run("reg", "delete", ENTRY, "/f")
         for path in m.package.glob("*/*"):

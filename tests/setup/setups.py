@@ -1,4 +1,4 @@
-"""The setup programs that the tests start, made once, and the base of the test classes."""
+"""The setup programs that the tests start, each made once, and the base class of the tests."""
 import functools
 import os
 import pathlib
@@ -31,7 +31,7 @@ def programs():
 
 @functools.cache
 def small_package():
-    """A package of a few bytes around a program."""
+    """Creates a package of a few bytes with a program."""
     package = OUT / "package"
     shutil.rmtree(package, ignore_errors=True)
     for folder in ("Licenses", "Diagnostics"):
@@ -46,7 +46,7 @@ def small_package():
 
 
 def make_archive(version, program, package, seconds, name):
-    """An archive as a release has it, with any program inside."""
+    """Creates a release ZIP with any program."""
     tool("make-stage", "--program", program, "--package", package, "--stage", OUT / "stage",
          "--time", seconds)
     sbom = OUT / "sbom"
@@ -68,7 +68,7 @@ def make_texts(**texts):
 
 @functools.cache
 def setup(name):
-    """The setup program one, two (with the stand-in), broken, real-one or real-two."""
+    """Returns the setup program one, two (both with the stand-in), broken, real-one or real-two."""
     programs()
     real = name.startswith("real")
     version = "2.0.0" if name.endswith("two") else "1.0.0"
@@ -87,7 +87,7 @@ def setup(name):
 
 @functools.cache
 def payload():
-    """Names of the files that an installation of the stand-in has."""
+    """Returns the names of the files of an installation with the stand-in."""
     setup("one")
     folder = OUT / "unpacked"
     shutil.rmtree(folder, ignore_errors=True)
@@ -96,7 +96,7 @@ def payload():
 
 
 class SetupTest(unittest.TestCase):
-    """A profile that has never seen Kestrune."""
+    """Base class: each test begins with a profile without Kestrune."""
 
     maxDiff = None
 
@@ -127,7 +127,7 @@ class SetupTest(unittest.TestCase):
                 (self.machine.stand_in / name).write_bytes(text.encode().replace(b"\n", b"\r\n"))
 
     def calls(self, command=None):
-        """The command lines with which the stand-in was started, without the report's place."""
+        """Returns the command lines with which the stand-in was started, without the report's path."""
         path = self.machine.stand_in / "calls"
         lines = path.read_bytes().decode("utf-8").splitlines() if path.exists() else []
         lines = [line.split(" --report ")[0] for line in lines]
@@ -141,7 +141,7 @@ class SetupTest(unittest.TestCase):
         self.assertEqual(self.machine.uninstall(*arguments, **options), code, self.machine.log())
 
     def assert_installed(self, version, seconds=None):
-        """The final folder alone is there, with every file of that version, and the entry."""
+        """Checks that only the final folder exists, with every file of that version, and the entry."""
         m = self.machine
         self.assertEqual([path.name for path in (m.local / "Programs").iterdir()], ["Kestrune"])
         self.assertEqual(sorted(files(m.package)), payload())
@@ -156,11 +156,11 @@ class SetupTest(unittest.TestCase):
         self.assertEqual(m.entry(), {})
 
     def assert_log_alone(self):
-        """Of Kestrune's folder in the profile only the setup program's log is there."""
+        """Checks that Kestrune's folder in the profile has only the log of the setup program."""
         self.assertEqual(sorted(files(self.machine.data)), ["Logs/setup.log"])
 
     def in_a_mounted_world(self, script, program, *arguments):
-        """Runs a program after mounts of its own; skips where this machine allows none."""
+        """Runs a program with mounts of its own; skips the test if this machine does not allow them."""
         if subprocess.run(["unshare", "-m", "true"], capture_output=True, check=False).returncode:
             self.skipTest("this machine allows no mount of its own")
         self.machine.end_wine()

@@ -14,7 +14,7 @@ class Pages(SetupTest):
         m = self.machine
         return m.start(m.package / "Uninstall.exe", "_?=" + m.windows(m.package))
 
-    def test_cancelled_set_up_leaves_nothing(self):
+    def test_cancelled_setup_leaves_nothing(self):
         self.answer(0)
         process = self.machine.start(setup("one"))
         self.machine.press(TITLE, "Install", "Escape", "welcome")
@@ -36,7 +36,7 @@ class Pages(SetupTest):
         self.assertNotIn("--quiet", self.calls("--install")[0])
         self.assert_installed("1.0.0")
 
-    def test_closed_host_lets_the_set_up_go_on(self):
+    def test_setup_continues_when_host_is_closed(self):
         self.answer(30, 0)
         process = self.machine.start(setup("one"))
         self.machine.press(TITLE, "Install")
@@ -58,7 +58,7 @@ class Pages(SetupTest):
         (self.machine.stand_in / "go").touch()
         self.machine.end_of(first)
 
-    def test_removal_names_what_stays(self):
+    def test_removal_names_the_kept_files(self):
         self.answer(0)
         self.install()
         self.answer(0)
@@ -71,7 +71,7 @@ class Pages(SetupTest):
         self.assertTrue(self.calls("--uninstall")[0].endswith("--uninstall"))
         self.assert_nothing_installed()
 
-    def test_failed_removal_asks_and_keeps_by_default(self):
+    def test_failed_removal_keeps_by_default(self):
         self.answer(0)
         self.install()
         for button, key, code in (("No", "Return", 40), ("Yes", "alt+y", 0)):
@@ -89,7 +89,7 @@ class Pages(SetupTest):
                 self.assertEqual(self.machine.end_of(process), code)
         self.assert_nothing_installed()
 
-    def test_missing_program_asks_and_keeps_by_default(self):
+    def test_missing_program_keeps_by_default(self):
         self.answer(0)
         self.install()
         (self.machine.package / "Kestrune.exe").unlink()
@@ -114,12 +114,12 @@ class ChangeQuestion(RealTest):
         self.machine.press(TITLE, "Finish")
         return self.machine.end_of(process)
 
-    def test_yes_lets_change_records_through(self):
+    def test_yes_accepts_change_records(self):
         self.assertEqual(self.answer_question("Yes", "alt+y", "real-report"), 0)
         self.assertEqual(self.settings.read_text(), "[Registration]\nExtraRecords=Change\n")
         self.assertEqual(self.buttons(), 1)
 
-    def test_no_leaves_such_a_profile_alone(self):
+    def test_no_leaves_such_profile_unchanged(self):
         self.assertEqual(self.answer_question("No", "alt+n", "real-report-refused"), 40)
         self.assertFalse(self.settings.exists())
         self.assertEqual(self.buttons(), 0)

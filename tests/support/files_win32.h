@@ -9,7 +9,7 @@
 
 namespace kestrune {
 
-/// Does something with a file that a test needs. False with the thread's last error where it throws
+/// Runs an action on a file. Returns false and sets the thread's last error when the action throws
 /// Failure.
 template <class Action>
 bool TryOnFile(const Action& action) {

@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// Returns the calls to Windows as they are, for what a test does itself.
+/// Returns unscripted calls to Windows, for actions of the test itself.
 inline SystemCalls& RealCalls() {
   static SystemCalls calls;
   return calls;

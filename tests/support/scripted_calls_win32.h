@@ -31,7 +31,7 @@ struct SystemCall {
   DWORD* bytes = nullptr;
 };
 
-/// Acts at a call. A code that it returns makes the call fail.
+/// An action at a call. If it returns a code, the call fails with it.
 using CallHook = std::function<std::optional<DWORD>(const SystemCall& call)>;
 
 /// Returns a hook for the calls of one name.
@@ -356,7 +356,7 @@ class ScriptedCalls : public SystemCalls {
   HRESULT AroundResult(const SystemCall& call, Make make) {
     return Attempt(call, make, [](DWORD code) -> HRESULT { return HRESULT_FROM_WIN32(code); });
   }
-  /// Closes a handle that the caller never gets.
+  /// Closes a handle that is not returned to the caller.
   static void Discard(const SystemCall& call, HANDLE handle);
   template <class Result>
   static void Discard(const SystemCall&, Result) {}

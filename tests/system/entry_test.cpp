@@ -1,4 +1,4 @@
-// The command line as a person or a script writes it: the box and the exit code.
+// Command lines through the executable: the box and the exit code.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -62,7 +62,7 @@ class LargestFile : public InstallTest {
     return times;
   }
 
-  /// Returns a name of few characters, another one for each number.
+  /// Returns a short name that is different for each number.
   static std::string Short(unsigned number) {
     constexpr std::string_view kDigits =
         "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
@@ -97,8 +97,8 @@ TEST_F(LargestFile, OfWorstShapesFitsTheAddressSpace) {
             kHalfAGigabyte);
 }
 
-/// Kills an installation into three instances at any time, and checks what is left. The sweeps over
-/// each call are those of KilledRegistration and DyingInstallation; these deaths are inside calls.
+/// Kills an installation into three instances at any time, also inside calls, and checks the files.
+/// KilledRegistration and DyingInstallation end the process before and after each call.
 class KilledInstallation : public InstallTest {
  protected:
   /// Sets up three instances without the button, and no runtime.

@@ -1,5 +1,5 @@
-// The four installer commands as a user or a setup program starts them: one run for each code and
-// each thing that it leaves.
+// The four installer commands as a user or a setup program starts them: one run for each exit code
+// and each artefact.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -122,7 +122,7 @@ TEST_F(InstallTest, TwoRunsAtOnceLeaveOneButton) {
       const int code = run->WaitForExit(60'000).value_or(RunOutcome::kNeverEnded);
       EXPECT_TRUE(code == 0 || code == 40) << code;
     }
-    // A run that came too late for an instance left it to the other one; the next run checks this.
+    // A run that was too late for an instance left it to the other run; the next run checks this.
     EXPECT_TRUE(EndsSilentlyWith(0, RunQuietly(L"--install")));
     for (const MadeInstance& host : hosts) {
       EXPECT_TRUE(HasWorkingButton(host));

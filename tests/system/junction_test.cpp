@@ -71,7 +71,7 @@ TEST_F(JunctionTest, OneAsTemporaryRootLeavesItsTarget) {
   }
 }
 
-TEST_F(JunctionTest, ASourceBehindOneIsStillInside) {
+TEST_F(JunctionTest, SourceReachedThroughOneIsStillInside) {
   ASSERT_TRUE(EndsSilentlyWith(0, RunPrepare()));
   const std::wstring link = Scratch(L"link");
   ASSERT_NO_FATAL_FAILURE(MakeJunction(link, folders_.temporary));

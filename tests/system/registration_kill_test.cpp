@@ -1,5 +1,5 @@
-// A registration whose process ends at every point of its way and of its way back, and what the
-// user and the next registration find then.
+// Ends the process of a registration at points of the change and of the rollback, and checks the
+// files, and that the user and the next registration can recover.
 
 #include <gtest/gtest.h>
 
@@ -32,20 +32,20 @@ using kestrune::ProgramRun;
 
 constexpr int kEndedOnRequest = 99;
 constexpr DWORD kLimit = 60'000;
-/// How many ends a run of the tests tries.
+/// The number of points of an installation at which the tests end the process.
 constexpr int kPoints = 200;
 constexpr int kRemovalPoints = 60;
 constexpr wchar_t kProject[] = L"C:\\Kestrune\\Runtime\\Kestrune.PrjScr";
 constexpr int kForeignProjects = 24;
 constexpr wchar_t kRecovery[] = L"DXP.RCS.recovery";
 
-/// A failure that makes a registration undo what it did, by the point where a call is refused.
+/// A failure that makes a registration roll back, by the point where a call fails.
 struct FailingPoint {
   const char* why;
   const char* point;
   /// Among the points of this name; 0 is the last one.
   int number;
-  /// How many ends on the way back a run of the tests tries.
+  /// The number of points of the rollback at which the tests end the process.
   int ends;
 };
 
@@ -83,7 +83,7 @@ class KilledRegistration : public testing::Test {
     ASSERT_EQ(new_list_.size(), old_list_.size() + 1);
   }
 
-  /// Takes the new state from an undisturbed run with the same beginning.
+  /// Reads the new state after an undisturbed run from the same initial state.
   void LearnTheNewState() {
     Begin();
     ASSERT_EQ(RunToEnd(L""), 0) << Report();
@@ -93,7 +93,7 @@ class KilledRegistration : public testing::Test {
     ASSERT_NE(new_rcs_, old_rcs_);
   }
 
-  /// Makes later runs remove, with the installed state as the old one.
+  /// Makes later runs removals, with the installed state as the old one.
   void TurnToRemoval() {
     verb_ = L"remove";
     old_rcs_ = new_rcs_;
@@ -162,7 +162,7 @@ class KilledRegistration : public testing::Test {
     return run.WaitForExit(kLimit).value_or(-1);
   }
 
-  /// Checks what holds after every end of a process; returns whether DXP.RCS is missing.
+  /// Checks the state that every killed run must leave; returns whether DXP.RCS is missing.
   bool CheckRemains() {
     const std::string rcs = FileBytes(profile_->Rcs());
     const bool is_missing = rcs == "<missing>";
@@ -268,7 +268,7 @@ class KilledRegistration : public testing::Test {
   }
 
   void CheckNextRegistration() {
-    // A recovery file names no run and may be another live one's; only undoing takes it away.
+    // A recovery file names no run and may be that of a running one; only a rollback deletes it.
     std::vector<std::wstring> kept = profile_->Leftovers();
     std::erase_if(kept, [](const std::wstring& name) { return name != kRecovery; });
     EXPECT_EQ(RunToEnd(L""), 0) << Report();
@@ -308,7 +308,7 @@ class KilledRegistration : public testing::Test {
   /// The displaced file beside a missing DXP.RCS, and the file to be renamed to it.
   std::wstring displaced_;
   std::wstring way_back_;
-  /// How often a recovery file was found after the end of a run.
+  /// The number of runs after which a recovery file was found.
   int recovery_files_ = 0;
 };
 
@@ -341,7 +341,7 @@ TEST_F(KilledRegistration, HalfReplacementKeepsTheDisplacedFile) {
   EXPECT_EQ(RunToEnd(L"--die-half-way 1"), kEndedOnRequest);
   EXPECT_TRUE(CheckRemains());
   EXPECT_EQ(way_back_, displaced_);
-  // Without DXP.RCS a registration refuses and clears nothing.
+  // Without DXP.RCS a registration fails and deletes nothing.
   EXPECT_EQ(RunToEnd(L""), 1);
   EXPECT_TRUE(Report().starts_with("Read profile metadata (Win32 2)\n"));
   EXPECT_EQ(FileBytes(displaced_), old_rcs_);

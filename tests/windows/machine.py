@@ -1,5 +1,5 @@
-"""The machine that Windows programs run on: a real Windows, or Wine here, for a rehearsal of what the
-scripts beside this file do there.
+"""The machine on which Windows programs run: a real Windows, or Wine, to try the scripts of this folder without a
+Windows.
 
 Both start programs, have a small disk that can be filled, and a second user with a profile and a
 registry of his own.
@@ -40,20 +40,20 @@ class Windows:
         subprocess.run(["diskpart"], input="\n".join([*lines, "exit", ""]), text=True, check=True)
 
     def path(self, path):
-        """The name of a file as the programs on this machine know it."""
+        """Returns the path of a file as the programs on this machine see it."""
         return str(pathlib.Path(path).resolve())
 
     def settings(self):
-        """What the tests read in their environment."""
+        """Returns the environment variables that the tests read."""
         return {"KESTRUNE_DISPOSABLE_PROFILE": "1", "KESTRUNE_SMALL_DISK": self.disk}
 
     def run(self, program, *arguments):
-        """The exit code of a program that is run by the present user."""
+        """Runs a program as the current user and returns its exit code."""
         return subprocess.run([self.path(program), *arguments], check=False,
                               env={**os.environ, **self.settings()}).returncode
 
     def make_second_user(self):
-        """He may change what lies in his folder and reads the same settings as everybody."""
+        """Creates the second user, who may write to a folder of their own and has the same environment."""
         self.password = secrets.token_urlsafe(24) + "aA1!"
         # A process under other credentials gets no environment from here, only the machine's.
         for name, value in self.settings().items():
@@ -64,7 +64,7 @@ class Windows:
         self._second_user("remove")
 
     def run_as_second_user(self, program, *arguments):
-        """The exit code of a program that the second user runs; prints what it said."""
+        """Runs a program as the second user, prints its output, and returns its exit code."""
         log = self.second_folder / "run.log"
         code = self._second_user("run", "-Folder", self.second_folder, "-Program", self.path(program),
                                  "-Arguments", subprocess.list2cmdline(arguments), "-Log", log,
@@ -91,8 +91,7 @@ class Windows:
             return None
 
     def has_account_control(self):
-        """Whether this Windows asks before a program gets an administrator's rights: hosted machines
-        often run without."""
+        """Returns whether this Windows has user account control, which hosted machines often lack."""
         import winreg
         with winreg.OpenKey(winreg.HKEY_LOCAL_MACHINE,
                             r"SOFTWARE\Microsoft\Windows\CurrentVersion\Policies\System") as key:

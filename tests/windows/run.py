@@ -3,8 +3,8 @@
 the present user and as a second, ordinary one, and fails when a test of must-run.txt was skipped.
 
 Only for a disposable machine: the tests change the user's profile and registry, and the
-second user is made for them. Elsewhere than on Windows it is a rehearsal under Wine, with two prefixes
-for two users; must-run.txt is then checked for names that no program has.
+second user is made for them. Elsewhere than on Windows the programs run under Wine, with two
+prefixes for two users, and must-run.txt is only checked for names that no program has.
 
 Results go to build/test-results. --filter takes GoogleTest's patterns.
 """
@@ -30,7 +30,7 @@ def find(tree, name):
 
 
 def copy_tree(source, target):
-    """What a second user needs: the program and every test program and helper, laid out alike."""
+    """Copies the program, every test program and helper for the second user, in the same layout."""
     shutil.rmtree(target, ignore_errors=True)
     for program in [source / "Kestrune.exe", *sorted(source.glob("tests/*/*.exe"))]:
         place = target / program.relative_to(source)
@@ -39,7 +39,7 @@ def copy_tree(source, target):
 
 
 def run_programs(machine, who, tree, names, results, tests):
-    """Runs the programs of a tree as the first or the second user; their codes by name."""
+    """Runs the programs of a tree as the first or the second user; returns their exit codes by name."""
     run = machine.run if who == "first" else machine.run_as_second_user
     codes = {}
     for name in names:
@@ -62,7 +62,7 @@ def run_second(machine, tree, results, tests):
 
 
 def cases(report):
-    """Each test of a program with what became of it."""
+    """Yields each test of a program with its result."""
     for case in ElementTree.parse(report).getroot().iter("testcase"):
         state = ("notrun" if case.get("status") == "notrun" else
                  "skipped" if case.find("skipped") is not None else "run")
@@ -70,7 +70,7 @@ def cases(report):
 
 
 def listed(machine, tree, results, program):
-    """The names of all tests of a program."""
+    """Returns the names of all tests of a program."""
     listing = results / f"{program}.listing"
     machine.run(find(tree, program), "--gtest_list_tests",
                 f"--gtest_output=xml:{machine.path(listing)}")

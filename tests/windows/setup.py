@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""tests/windows/setup.py --release DIR --build DIR: the published setup program's whole life on Windows, as the
-present user: without a host, altered, installed, installed again, removed. The build folder has the program
-that plays the hosts. All behaviour is tested in tests/setup/run; this is that it holds on a real Windows.
+"""tests/windows/setup.py --release DIR --build DIR: runs the published setup program on Windows, as the
+current user: without a host, with altered bytes, installed, installed again, removed. The build folder has the
+program that creates the hosts. tests/setup/run tests all behaviour; this only shows that it works on a real Windows.
 
-Only for a disposable profile. Elsewhere than on Windows it is a rehearsal under Wine.
+Only for a disposable profile. Elsewhere than on Windows it runs under Wine.
 """
 import argparse
 import hashlib
@@ -38,7 +38,7 @@ def altered(setup, folder):
 
 
 def gone(path):
-    """Whether a folder is gone; a removal's last file goes a moment after its process."""
+    """Returns whether a folder is removed; the last file of a removal is deleted a moment after its process ended."""
     for _ in range(100):
         if not path.exists():
             return True

@@ -67,7 +67,7 @@ bom.metadata.component = root;
 if (input.supplier) bom.metadata.supplier = organisation(input.supplier);
 bom.metadata.timestamp = new Date(input.time * 1000);
 bom.metadata.tools.components.add(writer());
-// The number names the document, so it follows from what the document says.
+// The serial number is derived from the content of the document.
 const digest = crypto.createHash("sha256").update(JSON.stringify(input)).digest("hex");
 bom.serialNumber = `urn:uuid:${digest.slice(0, 8)}-${digest.slice(8, 12)}-5${digest.slice(13, 16)}-8${digest.slice(17, 20)}-${digest.slice(20, 32)}`;
 for (const entry of input.components) {

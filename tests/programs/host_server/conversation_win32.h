@@ -13,18 +13,18 @@ namespace kestrune {
 /// The fields of one line.
 using Fields = std::vector<std::wstring>;
 
-/// The lines that come on this program's standard input and go to its standard output: UTF-8 with
-/// tabs between the fields. A field writes a line feed as \n, and \ as \\.
+/// Reads the lines of this program's standard input and writes those of its standard output: UTF-8
+/// with tabs between the fields. In a field a line feed is written as \n, and \ as \\.
 class Conversation {
  public:
   Conversation();
   Conversation(const Conversation&) = delete;
   Conversation& operator=(const Conversation&) = delete;
 
-  /// Returns the event that is set while there are lines to take, and once the input has ended.
+  /// Returns the event that is set while there are received lines, and once the input has ended.
   [[nodiscard]] HANDLE Event() const { return event_.Get(); }
 
-  /// Takes the lines that have come so far.
+  /// Returns the lines received so far and removes them.
   std::vector<Fields> Take();
   /// Returns whether the input has ended and every line of it was taken.
   bool Ended();

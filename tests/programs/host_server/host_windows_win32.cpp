@@ -15,7 +15,7 @@ void Fill(HDC context, RECT area, COLORREF color) {
   DeleteObject(brush);
 }
 
-/// Draws a small board: copper, traces, pads and two parts, for something to look at.
+/// Draws a small board for the screenshots: copper, traces, pads and two parts.
 void PaintBoard(HDC context, const RECT& client) {
   Fill(context, client, RGB(38, 40, 46));
   const int left = client.right / 2 - 260;

@@ -1,21 +1,20 @@
-// host_server.exe: what the stand-in of the host, a Linux program, can do only from inside of
-// Windows. It takes commands from its standard input, one a line (see conversation_win32.h), and
-// ends with it, which ends what it started:
+// host_server.exe: carries out what the stand-in of the host, a Linux program, cannot do without a
+// Windows program. Reads commands from its standard input, one on each line (see
+// conversation_win32.h). At the end of the input it ends, and the programs that it started too:
 //
-//   start ID COMMAND_LINE            starts a program; says "started ID ERROR", in time "box ID
-//   ICON
-//                                    TEXT" for each box of it, and "ended ID CODE"
+//   start ID COMMAND_LINE            starts a program; replies "started ID ERROR", and reports
+//                                    "box ID ICON TEXT" for each of its boxes and "ended ID CODE"
+//                                    at its end
 //   dismiss ID                       presses OK in the box of this program
-//   hold PATH                        keeps a file open for itself; says "held ERROR"
+//   hold PATH                        opens a file without sharing; replies "held ERROR"
 //   release                          closes it
 //   windows TITLE CAPTION WIDTH HEIGHT
 //                                    shows the host's main window and creates the script's form;
-//                                    says "windows FORM MAIN" with the two handles
+//                                    replies "windows FORM MAIN" with the two handles
 //   control NAME CLASS LEFT TOP WIDTH HEIGHT BOLD TEXT
 //   text NAME TEXT | bar NAME MAX POSITION | enable NAME 0|1 | show 0|1
-//                                    what the form shows
-//   place                            says "place LEFT TOP RIGHT BOTTOM" of the form, in its
-//   screen's
+//                                    change a control or the form
+//   place                            replies "place LEFT TOP RIGHT BOTTOM" of the form, in screen
 //                                    coordinates, and the same of the screen's work area
 #include <windows.h>
 
@@ -38,7 +37,7 @@
 namespace kestrune {
 namespace {
 
-/// Milliseconds between two looks for boxes.
+/// Milliseconds between two searches for boxes.
 constexpr DWORD kPause = 20;
 
 /// Returns the program that a command line names in its first, quoted word.
@@ -151,7 +150,7 @@ class Server {
     run.box = box;
   }
 
-  /// Presses OK. The box may have gone meanwhile, with its program.
+  /// Presses OK. The box may have been closed meanwhile, with its program.
   void Dismiss(const std::wstring& id) const {
     const auto run = runs_.find(id);
     if (run != runs_.end() && run->second.box != nullptr) {

@@ -183,7 +183,7 @@ void TimeInstallation(unsigned count, unsigned rounds, const std::wstring& progr
   Print(std::to_string(std::lround(times.at(times.size() / 2))) + "\n");
 }
 
-/// Carries out a command. Returns false when the words are not one.
+/// Carries out a command. Returns false when the words are no command.
 bool Carry(const std::vector<std::wstring>& words) {
   const std::wstring command = words.empty() ? L"" : words[0];
   if (command == L"make" && words.size() == 2) {

@@ -1,12 +1,13 @@
-// mailslot_listener.exe NAME_FILE MESSAGE_FILE COUNT TIMEOUT_MS: a running copy of the application
-// that takes exports over.
+// mailslot_listener.exe NAME_FILE MESSAGE_FILE COUNT TIMEOUT_MS: simulates a running
+// application that receives exports.
 //
 // Opens the mailslot TAVORIN.Kestrune.<own process id>, writes that name (ASCII, no line end) to
-// NAME_FILE, and receives COUNT messages. The bytes of the first go to MESSAGE_FILE as they came,
-// those of the second to MESSAGE_FILE.2, and so on. Every file appears whole.
+// NAME_FILE, and receives COUNT messages. The bytes of the first go to MESSAGE_FILE unchanged,
+// those of the second to MESSAGE_FILE.2, and so on. Every file appears complete.
 //
-// Exit code: 0 all messages came, 1 the time was up first, 2 the mailslot or a file failed, 3 wrong
-// arguments (so it ends at once when it is started with an export's argument line instead).
+// Exit code: 0 all messages were received, 1 the time was over first, 2 the mailslot or a file
+// failed, 3 wrong arguments (so it ends at once when it is started with an export's argument line
+// instead).
 #include <windows.h>
 #include <shellapi.h>
 

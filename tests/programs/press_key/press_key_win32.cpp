@@ -23,7 +23,7 @@ constexpr int kFailed = 1;
 constexpr int kWrongArguments = 2;
 constexpr DWORD kLimit = 60'000;
 constexpr DWORD kPause = 20;
-/// After so long without an effect the key counts as lost.
+/// After this time without an effect the key is pressed again.
 constexpr DWORD kKeyLimit = 20'000;
 
 struct Search {

@@ -1,6 +1,6 @@
-// registration_command.exe VERB RCS BRANCH GUID PROJECT [OPTION...]: carries one registration of
-// the script project PROJECT to a given DXP.RCS and the Global Projects key below a given branch of
-// HKEY_CURRENT_USER, with nothing of the installer around it. VERB is install or remove.
+// registration_command.exe VERB RCS BRANCH GUID PROJECT [OPTION...]: registers or removes
+// the script project PROJECT in a given DXP.RCS and in the Global Projects key below a given branch
+// of HKEY_CURRENT_USER, without the installer's other steps. VERB is install or remove.
 //
 // A point is the moment before or after a call that changes something or reads security.
 //
@@ -9,8 +9,8 @@
 //   --fail-at N       fails the call of the N-th point; a point after the call fails it
 //                     although it took effect
 //   --die-at N        ends the process at the N-th point
-//   --die-half-way N  ends the process where the N-th replacement has taken DXP.RCS away and not
-//                     yet put the other file in its place
+//   --die-half-way N  ends the process after the N-th replacement has renamed DXP.RCS and before
+//                     it renames the new file
 //
 // Exit codes: 0 done or nothing to do, 1 failed, 2 wrong arguments, 99 ended on request.
 #include <windows.h>
@@ -51,7 +51,7 @@ struct Arguments {
   StoreTarget target;
   std::wstring project;
   std::wstring report;
-  /// Numbers of points and of replacements; 0 is none.
+  /// The numbers of points and of replacements; 0 for none.
   unsigned long fail_at = 0;
   unsigned long die_at = 0;
   unsigned long die_half_way = 0;

@@ -1,10 +1,10 @@
-"""Which members of the host a script uses, where, and under which test of the host's version.
+"""Finds the members of the host that a script uses, and the test of the host's version under which it does.
 
-The list of what may be used is a text file: a line for a member or a name,
+The list of the allowed members is a text file with a line for each member or name,
 
     Type.Member -> Type of its result [17-18] : where it was seen
 
-with the arrow only where members of the result are used, and the versions only where hosts differ.
+with the arrow only if members of the result are used, and the versions only if hosts differ.
 """
 import re
 
@@ -37,7 +37,7 @@ def tokens_of(code):
 
 
 def closing(tokens, at):
-    """The place behind the bracket that opens at `at`."""
+    """Returns the position after the bracket that opens at `at`."""
     pair, depth = {"(": ")", "[": "]"}[tokens[at]], 0
     for i in range(at, len(tokens)):
         depth += (tokens[i] == tokens[at]) - (tokens[i] == pair)
@@ -47,7 +47,7 @@ def closing(tokens, at):
 
 
 class Routine:
-    """Walks through the statements of one routine and asks for each name."""
+    """Reads the statements of one routine and checks each name."""
 
     def __init__(self, name, types, body, report):
         self.name, self.types, self.report = name, types, report
@@ -64,7 +64,7 @@ class Routine:
         return token
 
     def expression(self, *ends):
-        """Names up to one of the words; the tokens between."""
+        """Reads names up to one of the words; returns the tokens between."""
         start = self.at
         while self.peek() not in ends:
             if not self.peek():
@@ -86,7 +86,7 @@ class Routine:
         self.at = end
 
     def chain(self):
-        """A name with members behind it."""
+        """Reads a name and the members after it."""
         kind = self.use(self.take(), None)
         while self.peek() in ("(", "[", "."):
             if self.peek() == ".":
@@ -101,7 +101,7 @@ class Routine:
         return self.report(self.name, name if owner is None else f"{owner}.{name}", self.versions)
 
     def guarded(self, condition, then):
-        """The branch under a condition: tests of the host's version narrow what may be used."""
+        """Reads the branch under a condition; a test of the host's version restricts the allowed members."""
         before = self.versions
         text = " ".join(condition).lower()
         hit = re.search(r"\b(?:ks|pr)host >= (\d+)", text)
@@ -158,9 +158,9 @@ class Routine:
 
 
 def uses(code, listed):
-    """(routine, name or Type.Member, versions) for everything that the code does not declare itself,
-    and complaints about what is not listed or listed for other versions. Comments are out of `code`,
-    strings are emptied."""
+    """Returns (routine, name or Type.Member, versions) for everything that the code does not declare itself, and
+    complaints about names that are not listed, or for other versions. `code` must have no comments and empty
+    strings."""
     found, complaints = [], []
     heads = list(HEAD.finditer(code))
     own = {}

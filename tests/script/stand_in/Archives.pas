@@ -1,7 +1,7 @@
 unit Archives;
 {$mode delphi}{$H+}
-// ODB++ archives as a host writes them: a ZIP with the table of layers and a folder for each, made and
-// read here without any code of the product. Nothing is compressed.
+// Writes and reads ODB++ archives as those of a host: a ZIP with the table of layers and a folder for each. Uses no
+// code of the product. Nothing is compressed.
 
 interface
 
@@ -24,7 +24,7 @@ type
     destructor Destroy; override;
     // A row of the table with its folder. Filled: there are objects in it.
     procedure AddLayer(const LayerType, Name: string; Filled: Boolean);
-    // A file beside the layers that only tests look at.
+    // A file beside the layers that only tests read.
     procedure AddFile(const Name, Content: string);
     function Bytes: string;
   end;

@@ -1,8 +1,8 @@
 unit HostFiles;
 {$mode delphi}{$H+}
-// The files of the host's Windows as this Linux program reaches them: drive letters and network
-// shares are mapped into the Wine prefix, text files are read and written in code page 1252, as the
-// host's script engine does, and a file that is held open cannot be deleted. An error while a file is
+// Accesses the files of the host's Windows from this Linux program: drive letters and network shares are mapped into
+// the Wine prefix, text files are read and written in code page 1252, as the host's script engine does, and a file
+// that is open cannot be deleted. An error while a file is
 // created stops the interpreter in hosts that are known to do so.
 
 interface
@@ -41,8 +41,8 @@ var
   OnDelete: procedure(const Path: string);
   OnFileError: procedure(const Where: string);   // a file cannot be created; may not return
   OpenFilesAreRead, OpenFilesAreWritten: Boolean;   // by others than the one that opened them to write
-  OverwritingFails: Boolean;   // a file of an existing name cannot be created
-  Forbidden: string;       // nothing whose path begins so can be created
+  OverwritingFails: Boolean;   // a file that exists cannot be created anew
+  Forbidden: string;       // no file whose path begins with this can be created
   Locked: string;          // the file that another program has open alone ...
   LockedReads: Integer;    // ... for so many attempts to read it
 
@@ -124,7 +124,7 @@ begin
     and Fits(Copy(Name, 2, Length(Name)), Copy(Pattern, 2, Length(Pattern)));
 end;
 
-// Hosts were seen to return names in capitals; this one keeps their case.
+// Some hosts return names in capitals; this one keeps their case.
 procedure FindFiles(const Folder, Pattern: string; Attributes: Integer; Recursive: Boolean;
   List: Classes.TStrings);
 var

@@ -8,13 +8,13 @@ interface
 uses Classes;
 
 type
-  // What a started program did: 'box' with icon and text, or 'ended' with its code.
+  // An event of a started program: 'box' with icon and text, or 'ended' with its code.
   TProgramEvent = procedure(const Id: string; const Event: Classes.TStrings);
 
 var
   OnProgramEvent: TProgramEvent;
 
-// Started in the project's folder, with the prefix of the tests in the environment.
+// Starts the server. Requires the project's folder as the current one, and the prefix of the tests in the environment.
 procedure StartServer;
 procedure StopServer;
 
@@ -24,7 +24,7 @@ procedure Tell(const Fields: array of string);
 // Sends a command, waits for the reply of this name, and returns its fields without the name.
 function Ask(const Fields: array of string; const Answer: string): Classes.TStringList;
 
-// Handles what started programs did. Waits for the first event, at most so many milliseconds.
+// Handles the events of started programs. Waits for the first one, at most so many milliseconds.
 procedure HandleProgramEvents(Milliseconds: Integer);
 
 implementation

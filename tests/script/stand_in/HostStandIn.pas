@@ -1,10 +1,10 @@
 unit HostStandIn;
 {$mode delphi}{$H+}
-// The host's scripting interface as far as the script uses it, with the host's names, parameters and
+// Simulates the host's scripting interface as far as the script uses it, with the host's names, parameters and
 // failures. Every call is added to Calls. A member that the host's version does not have, and every
 // question about unsaved changes that the script causes, is added to Complaints.
 //
-// Where hosts differ, a report of one decides (LoadHost). An error that the interpreter of a host cannot
+// Where hosts differ, the stand-in behaves as the host of a report (LoadHost). An error that the interpreter of a host cannot
 // catch ends the script's thread at once, without its Except and Finally (StopInterpreter).
 
 interface
@@ -62,7 +62,7 @@ type
     function ChildBoard: IPCB_Board;
   end;
 
-  // The result of an iterator: any object, which must have the type of the variable.
+  // The result of an iterator: an object of any type, which must be that of the variable.
   TAnyObject = record
     Item: IPCB_Primitive;
     class operator Implicit(const A: TAnyObject): IPCB_Primitive;
@@ -128,7 +128,7 @@ type
     Used: set of Byte;      // the flags of the layers; an object sets its layer's
     Dead: Boolean;          // its document was closed
     constructor Create(const Path: string);
-    // what tests say about a board
+    // set by tests
     procedure AddCopper(Id: Integer);
     procedure AddMechanical(I: Integer);
     procedure AddPad(HoleSize, Layer: Integer);
@@ -140,7 +140,7 @@ type
     procedure Die;
     function AddChild(const DocumentPath: string; Board: IPCB_Board): IPCB_Board;
     function AddMirroredChild(const DocumentPath: string; Board: IPCB_Board): IPCB_Board;
-    // what the script sees
+    // read by the script
     property FileName: string read GetFileName;
     property MasterLayerStack: IPCB_MasterLayerStack read GetStack;
     property LayerIsUsed[Layer: Integer]: Boolean read GetLayerIsUsed;
@@ -254,8 +254,8 @@ type
   TMoment = procedure;
 
   // How the host treats the output job.
-  // InPieces goes on for seconds after the process has returned. HalfThenWhole puts the whole archive in the
-  // place of a half one, as a program does that writes beside and renames.
+  // InPieces: the archive is written for seconds after the process has returned. HalfThenWhole: an incomplete archive
+  // is replaced by the complete one, as a program does that writes another file and renames it.
   TGeneration = (Writes, WritesNothing, WritesEmptyFile, WritesFolder, InPieces, HalfThenWhole);
 
 var
@@ -264,7 +264,7 @@ var
   Application: TApplication;
   LayerUtils: TLayerUtils;
 
-  // what tests set
+  // set by tests
   Version: Integer;
   Generation: TGeneration;
   GivenArchive: string;     // what the host writes instead of its own archive
@@ -283,13 +283,13 @@ var
   StopAtCall: Integer;          // the call of the host that stops the interpreter; 0: none
   StopAtMember: string;         // the member of which every call does so; '': none
 
-  // what a report of a host decides
+  // set by the report of a host
   FocusPumps, FocusMilliseconds: Integer;
   ModifiedIsSeen, LayerFlagsAreSeen, SavesAreWritten, NestedIteratorsWork, DocumentsStayLoaded,
     ReopenedAreStale, FileErrorsAreCaught, GlobalsAreKept: Boolean;
   MissingMembers: Classes.TStringList;
 
-  // what tests look at
+  // read by tests
   Calls, Boxes, Questions, Complaints: Classes.TStringList;
   Members: Classes.TStringList;  // of the host, as the script called them, one line for a call
   Stopped: string;               // what stopped the interpreter
@@ -336,7 +336,7 @@ function GetTickCount: Integer;
 implementation
 
 const
-  // Ten a second, so that the size never stays the same as long as Kestrune.exe wants it.
+  // Ten a second, so that the size is never unchanged for as long as Kestrune.exe requires.
   PiecesOfArchive = 25;
   PieceOfReplacement = 4;
 
@@ -360,7 +360,7 @@ var
   FormInFront: TForm;            // the one that was shown last
   ArchivePath: string;           // of an archive that is written in pieces
   WholeArchive: string;
-  Pieces: Integer;               // that are written already
+  Pieces: Integer;               // the number of written ones
 
 procedure Call(const Text: string);
 begin
@@ -410,7 +410,7 @@ begin
   if not InInterpreter then raise Exception.Create(Why);
   Stopped := Why;
   Call('STOPPED ' + Why);
-  // The interpreter frees all that the script held.
+  // The interpreter frees all objects of the script.
   OpenIterators := 0;
   OpenObjectLists := 0;
   OpenLists := 0;
@@ -419,7 +419,7 @@ begin
   EndThread(0);
 end;
 
-// Every call of the host by the script comes through here.
+// Records a call of the script. Every member of the host calls this.
 procedure Enter(const Member: string);
 begin
   if not InInterpreter then Exit;
@@ -736,7 +736,7 @@ begin
   for I := 1 to 1024 do Mechanical.Add(IPCB_MechanicalLayer.Create);
 end;
 
-// Any other class of layers would begin with something that is no copper.
+// Any other class of layers would begin with a layer that is not copper.
 function IPCB_MasterLayerStack.First(LayerClass: Integer): IPCB_LayerObject;
 begin
   Enter('IPCB_MasterLayerStack.First');
@@ -920,7 +920,7 @@ begin
   Iterator.Free;
 end;
 
-// The board of the document in front. Those that tests say nothing about are empty.
+// Returns the board of the document in front, an empty one unless a test has defined it.
 function TPcbServer.GetCurrentPCBBoard: IPCB_Board;
 begin
   Enter('IPCB_ServerInterface.GetCurrentPCBBoard');
@@ -966,7 +966,7 @@ begin
   Inc(ModifiedWrites);
 end;
 
-// Other kinds than '' save nothing: they are formats, of which the host knows others.
+// Saves only for the kind ''. Other kinds are formats, which this host does not know.
 function IServerDocument.DoFileSave(const AKind: string): Boolean;
 begin
   Use('IServerDocument.DoFileSave');
@@ -1147,7 +1147,7 @@ begin
   StopInterpreter('Undeclared identifier: KestruneHasNoSuchMember');
 end;
 
-// The board of a document that this host kept after closing.
+// Returns the board of a document that this host kept in memory after closing it.
 function StaleBoard(const Path: string): IPCB_Board;
 var
   I: Integer;
@@ -1157,7 +1157,7 @@ begin
     if SameText(IPCB_Board(Stale[I]).FFileName, Path) then Result := IPCB_Board(Stale[I]);
 end;
 
-// Opens what is not open yet, under the kinds that were seen.
+// Opens a document that is not open yet; accepts only the kinds that real scripts use.
 function Open(const Kind, Path: string): IServerDocument;
 begin
   Result := FindDocument(Path);
@@ -1288,7 +1288,7 @@ begin
   Result := FormHandle;
 end;
 
-// The host goes on writing beside the script.
+// Continues to write the archive while the script runs.
 procedure WriteNextPiece;
 begin
   if ArchivePath = '' then Exit;
@@ -1339,7 +1339,7 @@ begin
     if Pos(Key + '=', Job[I]) = 1 then Result := Copy(Job[I], Length(Key) + 2, Length(Job[I]));
 end;
 
-// What a member of the project holds: a document that is loaded is not read again.
+// Returns the content of a member of the project; a loaded document is not read again.
 function ContentOf(const Path: string): string;
 var
   Document: IServerDocument;
@@ -1350,7 +1350,7 @@ begin
   if Document <> nil then Result := Document.Loaded;
 end;
 
-// Adds a board and all that are embedded in it, and the objects of all of them.
+// Adds a board and all boards embedded in it, with their objects.
 procedure AddWithChildren(Board: IPCB_Board; Found, Objects: Contnrs.TObjectList);
 var
   I: Integer;
@@ -1422,7 +1422,7 @@ begin
   end;
 end;
 
-// The number in 'PlotMidLayer3Plot'; 0 for a key that does not begin so.
+// Returns the number in a key such as 'PlotMidLayer3Plot'; 0 for any other key.
 function NumberIn(const Key, Start: string): Integer;
 begin
   Result := 0;
@@ -1472,8 +1472,8 @@ begin
       Archive.AddLayer('DOCUMENT', 'mechanical_' + IntToStr(Mechanical), True);
 end;
 
-// What the fields that are switched on make of the boards. A file of the archive, which only tests look
-// at, lists these fields and the boards.
+// Returns the archive that the fields which are switched on produce of the boards. A file in it, for the tests,
+// lists these fields and the boards.
 function OdbArchive(Fields: Classes.TStringList; Project: IProject): string;
 var
   Archive: TArchive;
@@ -1508,7 +1508,7 @@ begin
   Objects.Free;
 end;
 
-// Begins to write the archive; what is missing comes while the host handles messages.
+// Begins to write the archive; the rest is written while the host handles messages.
 procedure BeginArchive(const Path, Bytes: string);
 begin
   Pieces := 1;
@@ -1548,7 +1548,7 @@ begin
       Result := IntToStr(I);
 end;
 
-// Like the host, this writes nothing and says nothing when something is missing.
+// Like the host, writes nothing and reports nothing when something is missing.
 procedure Generate;
 var
   Project: IProject;
@@ -1575,7 +1575,7 @@ begin
     if JobValue(Job, 'OutputPathOutputer' + Container) = '[Output Type]' then Base := Base + '\ODB';
     WriteArchive(Project, Job, Base);
   end;
-  // The host marks what it has worked on.
+  // The host marks the documents that it used as changed.
   Open('PCB', ExtractFilePath(Project.Path) + 'Bridge.PcbDoc').FModified := True;
   FrontDocument.FModified := True;
   Job.Free;
@@ -1591,7 +1591,7 @@ begin
         Close(IServerDocument(Documents[I]));
 end;
 
-// Exactly the kinds that were seen; any other does nothing.
+// Only the kinds that real scripts use; any other does nothing.
 procedure CloseObject;
 var
   Project: IProject;
@@ -1764,8 +1764,8 @@ begin
   Opened := False;
 end;
 
-// Real time passes only while a started program runs; otherwise nothing can change any more, and a
-// time-out of minutes needs no minutes.
+// Waits in real time only while a started program runs. Otherwise nothing can change, so that a time-out of minutes
+// takes no time.
 procedure Sleep(Milliseconds: Integer);
 begin
   Inc(Pauses);

@@ -1,27 +1,27 @@
 unit Programs;
 {$mode delphi}{$H+}
-// Starts Kestrune.exe: the real one under Wine, or one that is simulated here, for conditions that the
-// real one cannot be brought into on this machine (a full disk, a missing profile, no reply at all), and
-// for tests that run hundreds of exports.
+// Starts Kestrune.exe: the real one under Wine, or a simulated one, for conditions that cannot be produced with the
+// real one on this machine (a full disk, a missing profile, no status file) and for tests that run hundreds of
+// exports.
 
 interface
 
 uses Classes;
 
 type
-  // OnlyPrepare: the preparation is real, waiting succeeds at once, a delivery only says that it ended.
-  // Simulated: a preparation, a wait and a delivery that do what the real ones do, in this process.
+  // OnlyPrepare: the preparation is real, waiting succeeds at once, a delivery only logs its end.
+  // Simulated: preparation, wait and delivery are carried out in this process, with the results of the real ones.
   TAnswers = (Real, OnlyPrepare, Simulated, Silent, CannotStart, Failing);
   TBeforeStart = procedure(const Arguments: TStrings);
 
 var
   Answers: TAnswers;
-  LogLine: string;          // what a failing preparation leaves in the log; may be empty
+  LogLine: string;          // the log entry of a failing preparation; may be empty
   InspectAnswer: string;    // the list of layers instead of the real one
   WaitAnswer: string;       // the result of the wait for the archive instead of the real one
   BeforeStart: TBeforeStart;
   SlowPrepare: Boolean;     // a simulated preparation ends only with FinishPreparation
-  SlowDelivery: Boolean;    // a delivery says that it ended only with FinishDelivery
+  SlowDelivery: Boolean;    // a delivery logs its end only with FinishDelivery
   Deliveries: Classes.TStringList;   // of simulated ones: the name of the ZIP, '=' and its content
   // of real ones: the mode, ' ended with ' and the exit code, in the order of their ends
   Ends: Classes.TStringList;
@@ -64,7 +64,7 @@ begin
   OnProgramBox := nil;
 end;
 
-// No argument of ours holds a quote or ends in a backslash.
+// Requires an argument without quotes that does not end in a backslash.
 procedure SplitCommandLine(const CommandLine: string; Arguments: TStrings);
 var
   I: Integer;
@@ -83,7 +83,7 @@ begin
     else One := One + CommandLine[I];
 end;
 
-// The user closes a box when he has read it.
+// Closes the box, as the user does who has read it.
 procedure NoteProgram(const Id: string; const Event: Classes.TStrings);
 begin
   if Event[0] = 'box' then
@@ -131,7 +131,7 @@ begin
   if FileExists(Path) then Result.Text := AnsiToUtf8Text(ReadBytes(Path));
 end;
 
-// The naive form of the selection: a field is on when the manifest names it.
+// Selects layers in a naive way: a field is on when the manifest names it.
 function SelectLayers(const Job: string; Manifest: Classes.TStrings): string;
 var
   Lines, Fields: Classes.TStringList;
@@ -215,7 +215,7 @@ begin
   end;
 end;
 
-// Writes the list of an archive's layers, whichever program made it.
+// Writes the list of an archive's layers, of the real or the simulated program.
 procedure SimulateInspection(const Arguments: TStrings);
 var
   Problem: string;

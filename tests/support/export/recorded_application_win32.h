@@ -10,8 +10,8 @@
 
 namespace kestrune {
 
-/// Makes a program, viewer.exe in a folder with a blank in its name, which records its start, and
-/// waits for the record. Other values for it go into the environment by name.
+/// Creates a program, viewer.exe in a folder with a blank in its name, which records its start, and
+/// waits for the record. Sets its environment variables.
 class RecordedApplication {
  public:
   /// Uses this folder for the program and its record.

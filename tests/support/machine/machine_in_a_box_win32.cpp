@@ -109,7 +109,7 @@ std::string ToolbarDefinitions(HostToolbars toolbars) {
   return text;
 }
 
-/// Returns every name that looks like an entry of the box, in one view.
+/// Returns every name of an uninstall entry of a simulated host, in one view.
 std::vector<std::wstring> EntryNames(REGSAM view) {
   RegistryKey key;
   std::vector<std::wstring> names;
@@ -231,7 +231,7 @@ void AddFolder(const std::wstring& folder, Snapshot& snapshot) {
   } while (FindNextFileW(find.Get(), &entry));
 }
 
-// The host's eyes.
+// Reading an instance as its host does.
 
 std::map<unsigned long, std::wstring> ListedProjects(const MadeInstance& instance) {
   std::map<unsigned long, std::wstring> projects;

@@ -27,7 +27,7 @@ struct BoxInstance {
   bool has_rcs = true;
   /// The bytes of DXP.RCS.
   std::string rcs;
-  /// Script projects that the user's host loads already.
+  /// Script projects in the instance's list.
   std::vector<std::wstring> projects;
 };
 
@@ -81,9 +81,9 @@ void MakePackage(const std::wstring& directory, std::uint64_t time, const std::s
 /// Returns the file names of the runtime directory, in the order of deployment.
 const std::vector<std::wstring>& RuntimeFiles();
 
-/// The folders of user and machine and the registry keys that the host uses, one line for each
-/// file, folder, key and value, sorted; UTF-8. The line of a file has its size, times, attributes
-/// and digest.
+/// Returns the folders of user and machine and the registry keys that the host uses, one line for
+/// each file, folder, key and value, sorted; UTF-8. The line of a file has its size, times,
+/// attributes and digest.
 using Snapshot = std::vector<std::string>;
 Snapshot TakeSnapshot();
 

@@ -27,7 +27,7 @@ class TestProfile {
   void SetValue(const RegistryValue& value) const;
   void SetText(const wchar_t* name, std::wstring_view text) const;
 
-  /// Returns names of the entries of the profile folder except DXP.RCS and KestruneBackups.
+  /// Returns the names of the entries of the profile folder except DXP.RCS and KestruneBackups.
   [[nodiscard]] std::vector<std::wstring> Leftovers() const;
 
  private:
@@ -39,7 +39,7 @@ class TestProfile {
 std::string FileBytes(const std::wstring& path);
 void WriteFileBytes(const std::wstring& path, std::string_view bytes);
 
-/// Returns names of the entries of a folder, sorted; none when it does not exist.
+/// Returns the names of the entries of a folder, sorted; none when it does not exist.
 std::vector<std::wstring> FolderEntries(const std::wstring& directory);
 
 }  // namespace altium_registration

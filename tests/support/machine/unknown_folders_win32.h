@@ -10,7 +10,7 @@
 
 namespace kestrune {
 
-/// A machine whose profile list and shell know only what a test lets them know.
+/// Makes the calls of a machine on which the profile list and the shell report only given folders.
 class UnknownFolders final : public SystemCalls {
  public:
   LSTATUS OpenKey(HKEY parent, const std::wstring& path, DWORD access, HKEY* key) override {
@@ -43,10 +43,10 @@ class UnknownFolders final : public SystemCalls {
   }
 
   std::wstring listed_profile;
-  /// The one folder that the shell knows, at `shell_path`.
+  /// The only folder that the shell reports, at `shell_path`.
   const KNOWNFOLDERID* known = nullptr;
   std::wstring shell_path;
-  /// The flags of the last question to the shell.
+  /// The flags of the last call of the shell.
   DWORD asked_flags = 0;
 };
 

@@ -23,8 +23,8 @@ struct SeenBox {
   bool topmost = false;
 };
 
-/// Holds one start of a program, from its command line to its exit code. Nothing here waits for
-/// ever: every wait has a limit, and a program that still runs at the end of the scope is ended.
+/// Holds one start of a program, from its command line to its exit code. Every
+/// wait has a limit, and a program that still runs at the end of the scope is ended.
 class ProgramRun {
  public:
   /// Starts `program` with the command line `"<program>" <arguments>`, the arguments exactly as

@@ -22,7 +22,7 @@ constexpr Code kAccessDenied = 5;
 constexpr Code kFileExists = 80;
 constexpr Code kAlreadyExists = 183;
 
-/// How often a call is made that a lock refuses.
+/// The number of attempts of a call that fails with a sharing violation.
 constexpr int kTries = 10;
 
 constexpr std::wstring_view kSourceChanged = L"Source metadata/content changed.";
@@ -53,7 +53,7 @@ class ModelStore final : public Store {
     try {
       DeleteWorkingFiles();
     } catch (...) {
-      // What stays is cleared by the next run.
+      // The next run deletes the file that remains.
     }
   }
 
@@ -256,7 +256,7 @@ class ModelStore final : public Store {
   Code Ask(std::string_view call, std::string_view role) {
     return script_.Meet(call, role, false) == RunScript::Fate::Goes ? 0 : kFaultCode;
   }
-  /// Makes such a call, which needs the file.
+  /// Makes a call that changes nothing and needs the file.
   Code AskFile(std::string_view call, std::string_view role) {
     const Code code = Ask(call, role);
     return code == 0 && File(role) == nullptr ? kFileNotFound : code;
@@ -414,8 +414,8 @@ class ModelStore final : public Store {
     return {text == planned_ ? Content::Old : text == new_ ? Content::New : Content::Foreign};
   }
 
-  /// Makes a directory below two others that do not exist yet: tries each, then makes them from
-  /// above.
+  /// Creates a directory and its two parents: tries each from the innermost to the outermost, then
+  /// creates them in the opposite order.
   Code EnsureDirectory() {
     constexpr int kCalls = 5;
     for (int i = 0; i < kCalls && !has_directory_; ++i) {

@@ -11,15 +11,15 @@
 
 namespace altium_registration {
 
-/// A file of the model. The real store knows texts by their digests.
+/// A file of the model.
 struct ModelFile {
   std::string text;
-  /// A sum of SecurityMark.
+  /// The sum of the file's SecurityMark values.
   unsigned security = 0;
 };
 
-/// A world in memory. Its store makes the calls of the real one, in the same order and under the
-/// same names, and keeps the same contract: the same texts, the same refusals, the same remains.
+/// A world in memory. Its store makes the same calls as the real one, in the same order and with
+/// the same names, and has the same messages, refusals and end states.
 class ModelWorld final : public RegistrationWorld {
  public:
   void Begin(std::string_view rcs,
@@ -37,7 +37,7 @@ class ModelWorld final : public RegistrationWorld {
   std::optional<std::vector<RegistryValue>> values;
   std::vector<std::string> log;
   bool is_read_only = false;
-  /// Every write of the list in order: "+Item0" or "-Item0".
+  /// All writes of the list in order: "+Item0" or "-Item0".
   std::vector<std::string> list_writes;
 };
 

@@ -38,7 +38,7 @@ struct Node {
 using Nodes = std::vector<Node>;
 using Kinds = std::vector<std::string>;
 
-/// Holds the exception for an invalid text; bytes.
+/// The exception for an invalid text; its message is bytes.
 struct Refusal {
   std::string text;
 };
@@ -283,7 +283,7 @@ inline bool Owned(const Node& node, const References& references) {
   return Suppresses(node, references);
 }
 
-/// Collects the owned records, none inside another, in file order.
+/// Collects the button's records, none inside another, in file order.
 inline void CollectOwned(const Nodes& nodes, const References& references,
                          std::vector<Node>& owned) {
   for (const Node& node : nodes) {

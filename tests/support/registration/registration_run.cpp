@@ -17,7 +17,7 @@ constexpr std::string_view kManual = " MANUAL RECOVERY REQUIRED; backups retaine
 constexpr std::string_view kKeyBlocked = " Registry recovery blocked: ";
 constexpr std::string_view kFileBlocked = " File recovery blocked: ";
 
-/// The long sentences that a row shows as a word.
+/// Long sentences and the words that replace them in a row.
 constexpr std::pair<std::string_view, std::string_view> kShort[] = {
     {"Commit validated; file and registry updated.", "[done]"},
     {kComplete, " [complete]"},
@@ -63,7 +63,7 @@ constexpr NamedAct kActs[] = {
      }},
 };
 
-/// Takes the text up to a separator off the front, and the separator.
+/// Removes the text up to a separator, and the separator, from the front; returns the text.
 std::string_view Take(std::string_view& text, std::string_view separator) {
   const std::size_t end = text.find(separator);
   const std::string_view taken = text.substr(0, end);
@@ -71,7 +71,7 @@ std::string_view Take(std::string_view& text, std::string_view separator) {
   return taken;
 }
 
-/// Splits "Name#2" into the name and the number, which is 1 where there is none.
+/// Splits "Name#2" into the name and the number, which is 1 by default.
 std::string_view TakeNumbered(std::string_view text, int& number) {
   const std::string_view name = Take(text, "#");
   number = 1;
@@ -100,7 +100,7 @@ std::string SecurityText(unsigned marks) {
   return text;
 }
 
-/// Returns the text with the names of the working files made the same for every run.
+/// Returns the text with the run's names of the working files replaced by fixed ones.
 std::string WithoutRunNames(std::string text) {
   constexpr std::string_view kMark = ".odbpp-";
   for (std::size_t at = text.find(kMark); at != std::string::npos; at = text.find(kMark, at)) {

@@ -11,7 +11,7 @@ Scenario With(const Scenario& scenario, const Disturbance& disturbance) {
   return longer;
 }
 
-/// Each of the disturbances alone.
+/// Appends the scenario once for each disturbance, with only this one added.
 void AddEach(const Scenario& scenario, const std::vector<Disturbance>& disturbances,
              std::vector<Scenario>& scenarios) {
   for (const Disturbance& disturbance : disturbances) {
@@ -19,7 +19,7 @@ void AddEach(const Scenario& scenario, const std::vector<Disturbance>& disturban
   }
 }
 
-/// Returns the moments after the one at which the last disturbance strikes.
+/// Returns the moments after that of the scenario's last disturbance.
 std::vector<Moment> After(const std::vector<Moment>& moments, const Scenario& scenario) {
   if (scenario.disturbances.empty()) {
     return moments;
@@ -61,7 +61,7 @@ std::vector<Disturbance> DeathsAt(const std::vector<Moment>& moments) {
     if (moment.changes) {
       deaths.push_back({moment, "dies"});
     }
-    // What a creation leaves is what the next call finds.
+    // The state after a creation is the same as that before the next call.
     if (moment.changes && moment.call != "Create") {
       deaths.push_back({moment, "dies after"});
     }

@@ -8,9 +8,9 @@
 
 namespace altium_registration {
 
-/// Returns every single fault of these moments: each call fails, a changing one also after its
+/// Returns every single fault at these moments: each call fails, a changing one also after its
 /// effect; a replacement stops in its gap or deletes the file; a written access list comes out
-/// otherwise.
+/// otherwise than requested.
 std::vector<Disturbance> FaultsAt(const std::vector<Moment>& moments);
 
 /// Returns the end of the process before each changing call of these moments and after it.
@@ -19,10 +19,10 @@ std::vector<Disturbance> DeathsAt(const std::vector<Moment>& moments);
 /// Returns the moments of an undisturbed run, or of a disturbed one.
 std::vector<Moment> MomentsOf(RegistrationWorld& world, const Scenario& scenario);
 
-/// Those of them at which an operation begins.
+/// Returns those of the moments at which an operation begins.
 std::vector<Moment> OperationsOf(RegistrationWorld& world, const Scenario& scenario);
 
-/// The end state of a run that changes both is refused: all of it is to be undone.
+/// A run that changes file and list, and whose end state is rejected: both must be rolled back.
 inline constexpr std::string_view kLateFailure = "install; Validate#3 fails";
 
 /// Returns the scenarios that the file of rows must have: every single fault and death of an

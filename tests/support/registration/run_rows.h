@@ -7,12 +7,12 @@
 
 namespace altium_registration {
 
-/// A scenario and what it ends with, as run_rows.inc has them:
-/// "scenario -> file | list | working files | message". The file is followed by what is not
-/// original about its security; of the message, [done] is "Commit validated; file and registry
-/// updated.", [complete] " Rollback complete (or no owned writes).", [key] " Registry recovery
-/// blocked:", [file] " File recovery blocked:" and [manual] " MANUAL RECOVERY REQUIRED; backups
-/// retained.".
+/// A scenario with its end state and message, as in run_rows.inc:
+/// "scenario -> file | list | working files | message". The file is followed by the
+/// differences of its security from the original one; of the message, [done] is "Commit validated;
+/// file and registry updated.", [complete] " Rollback complete (or no owned writes).", [key] "
+/// Registry recovery blocked:", [file] " File recovery blocked:" and [manual] " MANUAL RECOVERY
+/// REQUIRED; backups retained.".
 struct RunRow {
   std::string_view text;
   Scenario scenario;

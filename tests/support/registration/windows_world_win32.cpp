@@ -20,7 +20,7 @@ using kestrune::ExtendedPath;
 using kestrune::JoinPath;
 using kestrune::SystemCall;
 
-/// The endings of the files of a run, the longer ones first.
+/// The endings of the working files, the longer ones first.
 constexpr std::pair<std::wstring_view, std::string_view> kRoles[] = {
     {L".undone.old.tmp", "undone"},
     {L".recovery.old.tmp", "spare"},
@@ -40,7 +40,7 @@ std::string_view RoleOf(std::wstring_view path) {
   return role == std::end(kRoles) ? std::string_view() : role->second;
 }
 
-/// Calls that are about no file; their path is a key or a value.
+/// Calls that act on no file; their path is that of a key or a value.
 constexpr std::string_view kOtherCalls[] = {
     "InitializeDescriptor", "GetOwner",   "GetGroup",  "SetOwner",     "SetGroup",
     "AcquireProvider",      "CreateHash", "HashData",  "GetHashValue", "OpenKey",
@@ -127,7 +127,7 @@ class WindowsWorld::Calls final : public kestrune::ScriptedCalls {
   bool is_read_only = false;
 
  private:
-  /// Returns whether the model makes this call, too.
+  /// Returns whether the model also makes this call.
   [[nodiscard]] bool IsModelled(const SystemCall& call) const {
     if (!script_->IsRunning()) {
       return false;
@@ -181,7 +181,7 @@ class WindowsWorld::Calls final : public kestrune::ScriptedCalls {
 
   RunScript* script_;
   std::optional<RunScript::Fate> met_;
-  /// By the file's number.
+  /// The marks of each file, by its number.
   std::map<std::uint64_t, unsigned> marks_;
 };
 

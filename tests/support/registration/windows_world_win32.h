@@ -14,8 +14,8 @@
 
 namespace altium_registration {
 
-/// A profile on this machine, and the real store over calls that meet a script. What cannot be done
-/// here on request, another owner or a file that cannot be replaced, is scripted.
+/// A profile on this machine, and the real store over scripted calls. Conditions that cannot be
+/// produced here, such as another owner or a file that cannot be replaced, are scripted.
 class WindowsWorld final : public RegistrationWorld {
  public:
   WindowsWorld();
@@ -42,7 +42,7 @@ class WindowsWorld final : public RegistrationWorld {
 
   [[nodiscard]] std::wstring PathOf(std::string_view role) const;
 
-  /// Held so that Windows does not load the provider anew for every digest.
+  /// Open, so that Windows does not load the provider anew for every digest.
   kestrune::CryptProvider provider_;
   std::unique_ptr<TestProfile> profile_;
   std::unique_ptr<Calls> calls_;

@@ -15,7 +15,7 @@ bool Is(const Command& command) {
   return std::holds_alternative<T>(command);
 }
 
-TEST(CommandLine, NothingIsNoCommand) {
+TEST(CommandLine, AnEmptyLineIsNoCommand) {
   EXPECT_TRUE(Is<UnknownCommand>(ParseCommandLine({})));
   EXPECT_TRUE(Is<UnknownCommand>(Parse({})));
   EXPECT_TRUE(Is<UnknownCommand>(Parse({L"board.PcbDoc"})));

@@ -1,5 +1,5 @@
-// Each mode many times in one process, which must hold no more of the system afterwards. A real run
-// ends with its process, so only this shows a handle that a mode leaves open.
+// Runs each mode many times in one process, which must not have more open handles afterwards. A
+// real run ends with its process, so only this shows a handle that a mode leaves open.
 #include <gmock/gmock.h>
 
 #include <windows.h>
@@ -35,8 +35,8 @@ Modes ModesUnderTest() {
   return modes;
 }
 
-/// Repeats `round` and compares what is held after the first rounds, in which the system's own
-/// libraries open what they keep, with what is held after the last.
+/// Repeats `round` and compares the open resources after the first rounds, in which the system's
+/// libraries open those that they keep, with the open resources after the last round.
 void ExpectNothingLeaks(const std::function<void()>& round, int rounds = RepeatedRounds(10)) {
   constexpr int kFirstRounds = 3;
   for (int i = 0; i < kFirstRounds && !::testing::Test::HasFailure(); ++i) {
@@ -91,7 +91,7 @@ class RepeatedModes : public ExportTest {
     SetEnvironmentVariableW(L"KESTRUNE_CHILD_RECORD", Scratch(L"record.txt").c_str());
   }
 
-  /// Waits until the program that was started has come to its end, as far as it matters here.
+  /// Waits until the started program has ended.
   void AwaitRecord() const {
     for (int i = 0; i < 1000 && !DeleteFileW(Scratch(L"record.txt").c_str()); ++i) {
       Sleep(5);
@@ -244,7 +244,7 @@ TEST_F(RepeatedInstaller, InstallingThatFails) {
   const std::string rcs = FileBytes(host.rcs);
   ExpectNothingLeaks([&] {
     {
-      // Readable, but not to be replaced: the transaction goes as far as it can and back.
+      // Readable, but not replaceable: the transaction fails late and rolls back.
       const FileHandle held = HoldOpen(host.rcs, GENERIC_READ, FILE_SHARE_READ);
       EXPECT_EQ(Run(InstallerCommand::Install), 40);
     }

@@ -1,5 +1,5 @@
-// The four installer commands over the profiles of a machine: codes, reports, log, and what a host
-// then reads.
+// The four installer commands with the profiles of a machine: exit codes, reports, log, and the
+// state that a host then reads.
 #include "install/installer_win32.h"
 
 #include <gtest/gtest.h>
@@ -120,7 +120,7 @@ TEST_F(InstallerTest, HostStartedMeanwhileStopsLaterInstances) {
   const MadeInstance second = MakeHost(UsedHost(2, 24));
   for (const InstallerCommand command : {Install, Uninstall}) {
     std::optional<RunningAs> running;
-    // Looked for at the beginning, and for each instance before its transaction.
+    // Processes are listed at the beginning, and for each instance before its transaction.
     calls_.before = [&, looks = 0](const SystemCall& call) mutable -> std::optional<DWORD> {
       if (call.name == "SnapshotProcesses" && ++looks == 3) {
         running.emplace(Scratch(L"dxp.exe"));
@@ -208,7 +208,7 @@ TEST_F(InstallerTest, OnlyRegistrationNeedsAPlace) {
   ExpectDone(Uninstall);
   Expect(Install, 40, Failed(first, kNoAnchor));
   EXPECT_FALSE(Exists(folders_.runtime));
-  // The deployment is left to the next instance.
+  // The next instance deploys the runtime.
   const MadeInstance second = MakeHost(UsedHost(2, 24));
   const InstallerResult result = Run(Update);
   EXPECT_EQ(result.code, 40);
@@ -316,7 +316,7 @@ TEST_F(InstallerTest, HalfARegistrationIsNotInstalled) {
   const std::string registered = FileBytes(host.rcs);
   SetProjects(host, used.projects);
   ExpectPureStatus(10, host);
-  // In the list, but with a number that a registration would change.
+  // The list has the project, but with a number that a registration would change.
   SetProjects(host, {L"C:\\Scripts\\It's.PrjScr", L"C:\\x", Runtime(L"Kestrune.PrjScr")});
   RegDeleteKeyValueW(HKEY_CURRENT_USER, host.ProjectsKey().c_str(), L"Item1");
   ExpectStatus(10, host);
@@ -332,7 +332,7 @@ TEST_F(InstallerTest, HalfARegistrationIsNotInstalled) {
   EXPECT_TRUE(HasWorkingButton(host));
 }
 
-TEST_F(InstallerTest, ExtraRecordsLetARefusedProfileThrough) {
+TEST_F(InstallerTest, ExtraRecordsMakeAProfileAcceptable) {
   BoxInstance instance = UsedHost(1, 24);
   instance.rcs += ShortcutRecords();
   const MadeInstance host = MakeHost(instance);
@@ -355,7 +355,7 @@ TEST_F(InstallerTest, SpecialBuildGetsItsImage) {
   const MadeInstance host = MakeHost(instance);
   ExpectDone(Install);
   EXPECT_EQ(WidenBytes(Button(host).image), Runtime(L"odbpp-toolbar-ad26-16.png"));
-  // Other editions share a registration; the next run gives it their image.
+  // After a change of the edition the next run sets its image.
   SetEntryText(host, L"DisplayName", L"Altium Designer");
   ExpectDone(Update);
   EXPECT_EQ(WidenBytes(Button(host).image), Runtime(L"odbpp-toolbar-activebar.png"));
@@ -370,7 +370,7 @@ TEST_F(InstallerTest, HintNamesTheUsersApplication) {
   for (const auto& [name, hint] : rows) {
     Settings(L"[Target]\nEnabled=1\nExecutablePath=" + Scratch(L"app.exe") + L"\nProgramName=" +
              name + L"\n");
-    // Another hint is installed too, but an update replaces it.
+    // A button with another hint counts as installed; an update changes the hint.
     EXPECT_EQ(Run(Status).code, hint == rows[0].second ? 10 : 0);
     ExpectDone(Update);
     EXPECT_EQ(Button(host).hint, hint);
@@ -566,7 +566,7 @@ TEST_F(InstallerInScarcity, ChangesAreReportedAndSuccessIsComplete) {
         partly += changed && result_.code == 40 ? 1 : 0;
         EXPECT_TRUE(!changed || result_.message.find(hosts_[i].guid) != std::wstring::npos)
             << Utf8FromWide(result_.message);
-        // Some memory can be done without, but success is no less for it.
+        // Some failed allocations do no harm, but a reported success must be complete.
         EXPECT_TRUE(result_.code == 40 || HasWorkingButton(hosts_[i]));
       }
     }

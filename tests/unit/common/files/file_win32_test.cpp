@@ -262,7 +262,7 @@ TEST_F(FileTest, RenameReplacesAnExistingFile) {
 TEST_F(FileTest, OnlyTheReadOnlyAttributeIsCleared) {
   ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
   const DWORD plain = GetFileAttributesW(In(L"file").c_str());
-  // One after the other: Wine cannot hide a file that it has just made read-only.
+  // In two steps: Wine cannot hide a file that it has just made read-only.
   ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(), plain | FILE_ATTRIBUTE_HIDDEN));
   ASSERT_TRUE(SetFileAttributesW(In(L"file").c_str(),
                                  plain | FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN));
@@ -332,7 +332,7 @@ TEST_F(FileTest, RemovingATreeNeverEntersALink) {
   PutFile(In(L"victim\\file"), "precious");
   PutFile(In(L"t\\sub\\file"), "x");
   KESTRUNE_NEEDS_LINK(MakeDirectoryLink(In(L"t\\link"), In(L"victim")));
-  // Whether the link itself could go depends on the system; its target must stay in any case.
+  // Some systems cannot delete the link itself; its target must remain in any case.
   const bool removed = RemoveTree(In(L"t"));
   EXPECT_EQ(FileBytes(In(L"victim\\file")), "precious");
   EXPECT_EQ(removed, !Exists(In(L"t\\link")));

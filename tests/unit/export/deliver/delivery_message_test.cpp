@@ -61,7 +61,7 @@ TEST(DeliveryMessage, WarnsWhenTheClipboardFailed) {
             L"\n\nWarning: Cannot open the Windows Clipboard.");
 }
 
-TEST(DeliveryMessage, SaysLastWhyApplicationWasNotStarted) {
+TEST(DeliveryMessage, EndsWithReasonOfUnstartedApplication) {
   Delivery delivery = Delivered();
   delivery.application_configured = true;
   delivery.application_error = L"The configured after-export executable does not exist: C:\\x.exe";

@@ -26,7 +26,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-/// Calls the delivery in this process; what the box would show is in the outcome.
+/// Calls the delivery in this process; the outcome has the text of the box.
 class FinalizeTest : public FinalizeFixture {
  protected:
   FinalizeOutcome Deliver(const std::wstring& source = L"C:\\boards\\Main.PcbDoc") {
@@ -326,7 +326,7 @@ class FinalizeInScarcity : public FinalizeTest {
   using Refused = ScarceMemory::Refused;
   static constexpr long kPoints = 80;
 
-  /// Returns the number of attempted allocations; `outcome_` is empty when the exception escaped.
+  /// Returns the number of attempted allocations; `outcome_` is empty when an exception was thrown.
   long DeliverWith(long allowed, Refused refused) {
     outcome_.reset();
     const ScarceMemory memory(allowed, refused);

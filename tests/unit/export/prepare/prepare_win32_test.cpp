@@ -254,7 +254,8 @@ TEST_F(PreparationTest, PendingRootIsCreatedAgain) {
   ExpectIncomplete(4, Failed(L"create_directories GetLastError=5", folders_.temporary));
 }
 
-/// Reports final paths that a test chose: of the folder Temp, and of all other files.
+/// Makes the real calls, but with the final paths that a test sets: of Temp, and of all other
+/// files.
 class AliasedPaths final : public SystemCalls {
  public:
   HANDLE Create(const ExtendedPath& path, const FileOpening& opening) override {

@@ -35,8 +35,8 @@ std::string OldContent() {
   return Content('o') + "older and longer";
 }
 
-/// Counts the calls and refuses one of them, or ends there as a process would: it carries out no
-/// further call, and handles close.
+/// Counts the calls and makes one of them fail, or ends there like a killed process: no further
+/// call is made, and all handles are closed.
 class StrikingCalls : public ScriptedCalls {
  public:
   enum class Strike { Never, Refuse, DieBefore, DieAfter };
@@ -104,7 +104,7 @@ class FileInstallation : public InstallTest {
   [[nodiscard]] std::string GoodValue() const { return "01DC8000:00000000|" + Digest(); }
 
   InstallVerdict Decide() { return DecideInstall(calls_, source_, target_); }
-  /// Returns false for a refusal, which is in message_ and code_.
+  /// Installs the file. Returns false for a failure, which is in message_ and code_.
   bool Install() { return InstallWith(calls_); }
   bool InstallWith(SystemCalls& calls, OriginProof proof = OriginProof::Source) {
     message_.clear();
@@ -174,7 +174,7 @@ TEST_F(FileInstallation, MissingTargetIsInstalled) {
 TEST_F(FileInstallation, OnlyOlderTargetIsReplaced) {
   for (const std::uint64_t time : {kLaterTime, kLaterTime + 1}) {
     Put(target_, "mine", time);
-    // It need not be opened.
+    // The target need not be opened.
     const FileHandle held = HoldOpen(target_, GENERIC_READ, FILE_SHARE_READ);
     EXPECT_EQ(Decide(), InstallVerdict::UpToDate);
     EXPECT_TRUE(Install());
@@ -218,7 +218,7 @@ TEST_F(FileInstallation, ManifestWithLongPathIsNeverIgnored) {
   source_ = Scratch(std::wstring(120, L'a') + L"\\" + std::wstring(120, L'b') + L"\\file.txt");
   Put(source_, "new", kPackageTime);
   EXPECT_EQ(Decide(), InstallVerdict::Install);
-  // Whether the system reads settings from there or not, the file's own time must not be used.
+  // Even if the system cannot read this path, the file's own time must not be used.
   PutManifest(GoodValue());
   if (Install()) {
     EXPECT_EQ(TimeOf(target_), kManifestTime);
@@ -458,8 +458,8 @@ TEST_F(FileInstallation, FullDiskLeavesOldFileOrNone) {
   EXPECT_EQ(NamesIn(disk.Folder()), std::vector<std::wstring>{});
 }
 
-/// Tries to open both files whenever one is written: others may read the source, and not even that
-/// with the target.
+/// Tries to open both files whenever one is written: others may read the source and not even read
+/// the target.
 TEST_F(FileInstallation, BothFilesStayLockedUntilTheEnd) {
   int tries = 0;
   std::wstring written = target_ + L".incoming";

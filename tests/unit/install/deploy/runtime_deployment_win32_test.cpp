@@ -132,7 +132,7 @@ class RuntimeScript : public RuntimeDeployment {
   }
 };
 
-TEST_F(RuntimeScript, IsFilledDatedAndLeavesNothingBehind) {
+TEST_F(RuntimeScript, IsFilledDatedAndLeavesNoLeftovers) {
   ASSERT_TRUE(Generate());
   EXPECT_EQ(NamesIn(folders_.runtime), std::vector<std::wstring>{L"Kestrune.pas"});
   EXPECT_EQ(TimeOf(Runtime(L"Kestrune.pas")), kPackageTime);

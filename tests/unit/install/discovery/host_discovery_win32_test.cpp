@@ -70,14 +70,14 @@ TEST_F(HostDiscovery, ThirtyTwoBitViewComesFirst) {
   EXPECT_TRUE(found[2].in_64_bit_view);
   EXPECT_EQ(found[0].version_text, L"23.0.1");
   EXPECT_EQ(found[1].version_text, L"17.1.2.44");
-  // A twin that the filter passes over has taken the GUID all the same.
+  // The second entry of a GUID is ignored even if the filter excludes the first one.
   HostFilter filter;
   filter.major = 24;
   filter.profile = found[0].guid;
   EXPECT_TRUE(Discover(filter).empty());
 }
 
-TEST_F(HostDiscovery, ForeignAndDamagedEntriesArePassedOver) {
+TEST_F(HostDiscovery, ForeignAndDamagedEntriesAreIgnored) {
   const MadeInstance made = MakeHost(UsedHost(1, 24));
   for (const wchar_t* name : {L"Altium Designer Viewer", L"altium designer 24..1", L"", L"Other"}) {
     SetEntryText(made, L"DisplayName", name);
@@ -181,18 +181,18 @@ TEST_F(HostDiscovery, UserWithoutProfilesHasNone) {
 
 TEST_F(HostDiscovery, UnreachableProfilesAreTheReason) {
   const MadeInstance made = MakeHost(UsedHost(1, 24));
-  // On a server that is gone: through a drive letter, and by its name.
+  // On a server that is not connected: through a drive letter, and by its name.
   for (const wchar_t* profile : {L"Q:\\users\\user", L"\\\\server.invalid\\profiles\\user"}) {
     const MovedProfile moved(profile);
     const std::wstring reason = Only().reason;
-    // Some systems distinguish a server that is gone from a folder that is absent.
+    // Some systems distinguish a missing server from a missing folder.
     EXPECT_TRUE(reason == L"Cannot read Altium profiles." ||
                 reason == L"Missing or ambiguous profile/registry instance for " + made.guid);
     EXPECT_EQ(Only().rcs_path, L"");
   }
 }
 
-/// Denies all users the reading of the user's branches until the end of the scope.
+/// Denies all users read access to the user's branches until the end of the scope.
 class UnreadableBranches {
  public:
   UnreadableBranches() {

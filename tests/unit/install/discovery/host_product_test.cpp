@@ -98,9 +98,9 @@ TEST(UninstallString, GivesTheGuidLowerCased) {
 
 TEST(UninstallString, OnlyTheFirstMatchCounts) {
   const std::wstring good = L"B-UniqueID:\"" + std::wstring(kGuid) + L"\"";
-  // A match of the pattern that is not a GUID hides a valid one after it.
+  // A match of the pattern that is not a GUID makes a valid one after it be ignored.
   EXPECT_EQ(GuidFromUninstallString(L"B-UniqueID:\"{12-34}\" " + good), L"");
-  // A text that does not match the pattern hides nothing.
+  // A text that does not match the pattern does not.
   EXPECT_EQ(GuidFromUninstallString(L"B-UniqueID:\"{}\" " + good), kGuid);
   EXPECT_EQ(GuidFromUninstallString(L"B-UniqueID:\"{xyz}\" " + good), kGuid);
   EXPECT_EQ(GuidFromUninstallString(L"B-UniqueID:\"{12-34 " + good), kGuid);

@@ -64,7 +64,7 @@ TEST(RcsHash, EqualTextsHashEqually) {
   }
 }
 
-TEST(RcsIndex, FindsWhatWasAddedWhateverCollides) {
+TEST(RcsIndex, FindsAddedTextsDespiteCollisions) {
   const std::vector<std::string> texts = kestrune_tests::CollidingIdentifiers(kKnownSeed, 500);
   const auto text_of = [&](std::uint32_t number) { return RcsText(texts[number], false); };
   RcsIndex added(kKnownSeed);

@@ -356,7 +356,7 @@ TEST(Rcs, RepetitionAmongManyNamesPrecedesLaterErrors) {
   EXPECT_EQ(Refused(repeated + " End '"), L"Unclosed RCS quote.");
 }
 
-TEST(Rcs, ExtraRecordsAreLetThroughWithoutChildren) {
+TEST(Rcs, ExtraRecordsAreAcceptedWithoutChildren) {
   const std::string raw =
       "Change _User241 TargetID='PLManRoute:PlaceLine' Field0='Shortcut1' Value0=4  End";
   EXPECT_EQ(Refused(raw), L"Unknown RCS record: Change");
@@ -423,7 +423,7 @@ TEST(Rcs, LargestRecordOfAttributesParses) {
   EXPECT_EQ(Refused(text + "0=1 End"), L"Invalid RCS attribute.");
 }
 
-TEST(RcsSamples, RealFilesParseWithChangeLetThrough) {
+TEST(RcsSamples, RealFilesParseWithChangeAccepted) {
   const auto samples = kestrune_tests::ReadSamples("rcs", ".RCS");
   if (samples.empty()) {
     GTEST_SKIP() << "The real customization files are not here.";

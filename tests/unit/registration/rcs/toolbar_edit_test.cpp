@@ -593,7 +593,7 @@ TEST(HasAnchor, UnparsableBlockHasNoAnchor) {
   EXPECT_FALSE(FindsAnchor(std::string("Tree T Link i End \0\nEnd", 23), "T", "i"));
 }
 
-TEST(HasAnchor, TheItemMustStandThereExactlyOnce) {
+TEST(HasAnchor, TheItemMustOccurExactlyOnce) {
   EXPECT_FALSE(FindsAnchor("Tree T Link i End Tree s Link i End End\nEnd", "T", "i"));
   EXPECT_TRUE(FindsAnchor("Tree T Link i End Link j End Link j End\nEnd", "T", "i"));
   EXPECT_TRUE(FindsAnchor("Tree T Tree T End\nEnd", "T", "T"));

@@ -1,5 +1,5 @@
 // Whole registrations over a store in memory, disturbed at every moment: exact rows, and laws where
-// rows would be too many. transaction_runs_win32_test.cpp plays the same rows with the real store.
+// rows would be too many. transaction_runs_win32_test.cpp runs the same rows with the real store.
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ std::string RowOf(RegistrationWorld& world, const Scenario& scenario) {
   return scenario.Text() + " -> " + outcome.Line();
 }
 
-/// Returns the rows as they would be now: those of the file and those that it must have.
+/// Returns the rows with their current results: those of the file and those that it must have.
 std::set<std::string> RowsNow(RegistrationWorld& world) {
   std::map<std::string, Scenario> scenarios;
   for (const RunRow& row : RunRows()) {
@@ -41,7 +41,7 @@ std::set<std::string> RowsNow(RegistrationWorld& world) {
   return rows;
 }
 
-// Where rows differ: print the file anew with DISABLED_PrintRows, and look at the difference.
+// If rows differ: print the file with DISABLED_PrintRows, and compare.
 TEST(TransactionRuns, EveryRowOfTheFileHolds) {
   ModelWorld world;
   std::set<std::string> rows;
@@ -56,7 +56,7 @@ TEST(TransactionRuns, EveryRowOfTheFileHolds) {
   EXPECT_TRUE(std::ranges::is_sorted(RunRows(), {}, &RunRow::text));
 }
 
-/// Prints what tests/support/registration/run_rows.inc would be.
+/// Prints tests/support/registration/run_rows.inc with the current results.
 TEST(TransactionRuns, DISABLED_PrintRows) {
   ModelWorld world;
   for (const std::string& row : RowsNow(world)) {
@@ -64,7 +64,7 @@ TEST(TransactionRuns, DISABLED_PrintRows) {
   }
 }
 
-/// Plays a scenario in which no other program acts, and compares the end with the laws.
+/// Runs a scenario without changes by other programs, and checks the laws.
 RunOutcome PlayLawfully(ModelWorld& world, const Scenario& scenario) {
   RunOutcome outcome = Play(world, scenario);
   EXPECT_TRUE(outcome.all_struck) << scenario.Text();
@@ -78,7 +78,7 @@ TEST(TransactionRuns, EveryFaultObeysTheLaws) {
   for (const RunKind& kind : RunKinds()) {
     for (const Disturbance& fault : FaultsAt(MomentsOf(world, {kind.name}))) {
       PlayLawfully(world, {kind.name, {fault}});
-      // Deleting is the only way of a temporary file to stay.
+      // A temporary file may remain only when deleting it failed.
       const Remains remains = world.Look();
       EXPECT_TRUE(remains.left.empty() || fault.moment.operation == "Close" ||
                   fault.moment.call == "Delete")
@@ -87,7 +87,7 @@ TEST(TransactionRuns, EveryFaultObeysTheLaws) {
   }
 }
 
-/// Registers or removes K anew, planned on what is found, and checks that everything is settled.
+/// Registers or removes K again, planned on the current state, and checks the end state.
 void CheckNextRun(ModelWorld& world, bool installs) {
   const std::vector<Disturbance> none;
   RunScript script(none, {});
@@ -113,18 +113,18 @@ void CheckNextRun(ModelWorld& world, bool installs) {
   }
 }
 
-/// Checks the laws where a process ended, does what the user does then, and runs again.
+/// Checks the laws for a killed process, acts as the user would, and runs again.
 void CheckAfterDeath(ModelWorld& world, const Scenario& scenario) {
   SCOPED_TRACE(scenario.Text());
   EXPECT_TRUE(PlayLawfully(world, scenario).died);
   if (!world.files.contains("rcs")) {
-    // The user renames the file that holds the old text whole.
+    // The user renames the file with the complete old text.
     const auto whole = std::ranges::find_if(
         world.files, [](const auto& file) { return file.second.text == "old"; });
     ASSERT_NE(whole, world.files.end());
     world.files["rcs"] = whole->second;
   }
-  // The next run clears what is left of a dead one; its own files have other names.
+  // The next run deletes the files of a dead one; its own files have other names.
   for (const char* working : {"temp", "displaced", "undone", "spare"}) {
     world.files.erase(working);
   }
@@ -147,8 +147,8 @@ TEST(TransactionRuns, EveryDeathObeysTheLaws) {
   }
 }
 
-/// Returns the faults that leave different things to undo: those of the replacement, and of every
-/// other operation but the readings of the list its last one.
+/// Returns the faults after which different changes must be rolled back: those of the replacement,
+/// and the last one of every other operation except reading the list.
 std::vector<Disturbance> FirstFaults(ModelWorld& world, std::string_view kind) {
   const std::vector<Disturbance> all = FaultsAt(MomentsOf(world, {kind}));
   std::vector<Disturbance> firsts;
@@ -195,7 +195,7 @@ TEST(TransactionRuns, PairOfFaultsNamesFirstAndBlocked) {
         }
         const Scenario pair = {kind, {first, second}};
         const RunOutcome outcome = PlayLawfully(world, pair);
-        // Of two in one operation the later one may be the reason that it gives.
+        // Of two faults in one operation the later one may be reported.
         const bool is_named =
             FailureOf(outcome.message) == FailureOf(single.message) ||
             (IsInSameOperation(first, second) &&
@@ -206,7 +206,7 @@ TEST(TransactionRuns, PairOfFaultsNamesFirstAndBlocked) {
   }
 }
 
-/// A change of another program, and what it leaves wherever it is not overwritten.
+/// A change by another program, and its result unless it is overwritten.
 struct ForeignAct {
   const char* what;
   bool (*stays)(const Remains& remains);
@@ -227,14 +227,14 @@ constexpr ForeignAct kForeignActs[] = {
     {"Item2 changes", [](const Remains& remains) { return HasEntry(remains, "2=F"); }},
 };
 
-/// Returns whether the change comes between a check and the write under its name; the registry has
-/// no write that happens only if a value is still the expected one.
+/// Returns whether the change is made between the check and the write of the same value; the
+/// registry has no write on condition that a value is unchanged.
 bool IsOverwritten(const Moment& moment, const ForeignAct& act) {
   return std::string_view(act.what).starts_with("Item") &&
          (moment.operation == "WriteValue" || moment.operation == "RemoveValue");
 }
 
-/// Returns whether there is no file that the act could change.
+/// Returns whether the file that the change needs is absent.
 bool IsIdle(const Scenario& scenario, const ForeignAct& act) {
   const std::string_view what = act.what;
   return !scenario.disturbances.empty() && scenario.disturbances[0].what == "loses the file" &&

@@ -1,5 +1,5 @@
-// The rows of transaction_runs_test.cpp, played with the real store: what the store in memory
-// shows, this machine shows as well.
+// The rows of transaction_runs_test.cpp with the real store, which must have the same results as
+// the store in memory.
 
 #include <gtest/gtest.h>
 

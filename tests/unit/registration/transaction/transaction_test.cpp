@@ -20,7 +20,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-/// A run over the model whose change and moments a test makes its own.
+/// A run over the model, whose change and moments a test can set.
 struct Fixture {
   ModelWorld world;
   std::vector<Disturbance> disturbances;
@@ -48,7 +48,7 @@ struct Fixture {
     return RunTransaction(*store, change, message);
   }
 
-  /// Runs until the end state is judged, which is refused.
+  /// Runs with an end state that is rejected.
   bool RunAndUndo() {
     const auto validate = change.validate;
     change.validate = [&, judged = 0](std::string_view text) mutable {
@@ -126,7 +126,7 @@ TEST(Transaction, LeadingZerosAreOrderedByNumber) {
                                           "+Item10", "+Item009", "-Item2", "-Item1", "-Item0"}));
 }
 
-/// Checks what holds after any run.
+/// Checks the laws of every run.
 void ExpectLawfulEnd(Fixture& run, bool success) {
   const Remains remains = run.world.Look();
   const bool is_old = remains.rcs == "old" && SameValues(*remains.values, run.change.values_before);
@@ -137,7 +137,7 @@ void ExpectLawfulEnd(Fixture& run, bool success) {
     EXPECT_TRUE(is_old);
   } else {
     EXPECT_TRUE(run.message.ends_with(L" MANUAL RECOVERY REQUIRED; backups retained."));
-    // Nothing is left half done without a try to put it back.
+    // A half-written state is never left without an attempt to roll back.
     EXPECT_TRUE(is_old || run.Called("RollBack") ||
                 run.message.find(L" recovery blocked: ") != std::wstring::npos ||
                 run.message.starts_with(L"Not enough memory."));
@@ -202,7 +202,7 @@ void ThrowAtEachOperation(const Exception& exception, const std::wstring& name) 
       }
     };
     const bool success = run.Run();
-    // Only the line that says that everything is done may be missing.
+    // Only the log's last line, which reports the success, may be missing.
     EXPECT_EQ(success, at.operation == "Log");
     ExpectLawfulEnd(run, success);
     if (!success) {
@@ -216,7 +216,7 @@ TEST(Transaction, UnexpectedExceptionIsRolledBackAndNamed) {
   ThrowAtEachOperation(std::bad_alloc(), L"Not enough memory.");
 }
 
-/// Returns how often a run reads a list to which it adds two entries, and undoes that.
+/// Returns how often a run reads a list to which it adds two entries, and removes them again.
 std::ptrdiff_t ReadingsOf(int foreign) {
   Fixture run;
   std::vector<RegistryValue> values;
@@ -235,7 +235,8 @@ std::ptrdiff_t ReadingsOf(int foreign) {
   });
 }
 
-// More than 256 values are not read before each step. An undo begins with two values more.
+// A list of more than 256 values is not read before each step. A rollback begins with two values
+// more.
 TEST(Transaction, LongListIsReadLessOften) {
   EXPECT_EQ(ReadingsOf(253), ReadingsOf(1));
   EXPECT_EQ(ReadingsOf(254), ReadingsOf(1) - 1);

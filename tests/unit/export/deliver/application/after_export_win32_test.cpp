@@ -21,7 +21,7 @@ namespace {
 
 constexpr wchar_t kZip[] = L"C:\\Out\\Main.zip";
 
-/// Returns the results that a test chose, and records the calls.
+/// Makes calls with the results that a test sets, and records them.
 class ScriptedDesktop : public Desktop {
  public:
   using Desktop::Desktop;

@@ -16,7 +16,7 @@ namespace {
 constexpr wchar_t kZip[] = L"C:\\Out\\Main.zip";
 constexpr wchar_t kBothTokens[] = L"-bridge:\"AltiumDesigner\" -bridge-version:\"0.2.3\"";
 
-TEST(ReplacePlaceholders, EachStandsForItsValue) {
+TEST(ReplacePlaceholders, EachIsReplacedByItsValue) {
   EXPECT_EQ(ReplacePlaceholders(L"%ODBPP%", kZip), kZip);
   EXPECT_EQ(ReplacePlaceholders(L"%ODBPP_ZIP%", kZip), kZip);
   EXPECT_EQ(ReplacePlaceholders(L"%ODBPP_DIR%", kZip), L"C:\\Out");
@@ -68,7 +68,7 @@ TEST(HasToken, CountsAtStartOrAfterBlank) {
   EXPECT_TRUE(HasToken(L"x-bridge: -bridge:", L"-bridge:"));
 }
 
-TEST(HasToken, DoesNotCountBehindAnythingElse) {
+TEST(HasToken, DoesNotCountAfterOtherCharacters) {
   EXPECT_FALSE(HasToken(L"", L"-bridge:"));
   EXPECT_FALSE(HasToken(L"x-bridge:y", L"-bridge:"));
   EXPECT_FALSE(HasToken(L"\"-bridge:y\"", L"-bridge:"));
@@ -109,7 +109,7 @@ TEST(WithSpaceToken, WritesTheDecimalsThatItNeeds) {
             L"-space:922337203685477.5807mil");
 }
 
-TEST(WithSpaceToken, ComesBehindTheLine) {
+TEST(WithSpaceToken, IsAppendedToTheLine) {
   EXPECT_EQ(WithSpaceToken(L"a b", 10000), L"a b -space:1mil");
 }
 

@@ -12,7 +12,7 @@ std::wstring Name(const std::wstring& number) {
   return std::wstring(kMailslotPrefix) + number;
 }
 
-TEST(ListenerProcessId, ReadsTheNumberBehindThePrefix) {
+TEST(ListenerProcessId, ReadsTheNumberAfterThePrefix) {
   EXPECT_EQ(ListenerProcessId(L"TAVORIN.Kestrune.1234"), 1234U);
   EXPECT_EQ(ListenerProcessId(Name(L"0001")), 1U);
   EXPECT_EQ(ListenerProcessId(Name(L"4294967294")), 4294967294U);

@@ -53,7 +53,7 @@ class ScriptedListener final : public SystemCalls {
   bool same_user = true;
 };
 
-/// Notes who may come to the foreground.
+/// Records the processes that may come to the foreground.
 class NotedForeground final : public Desktop {
  public:
   void AllowForeground(DWORD process_id) override { allowed.push_back(process_id); }
