@@ -36,8 +36,8 @@ struct Moment {
 
 /// What happens at a moment: the call "fails" before or "fails after" its effect; "all fail", this
 /// call and all later ones; the process "dies" before or "dies after" the effect; a replacement
-/// displaces the old file and then "stops in the gap", or "loses the file", so that neither exists;
-/// a written access list "comes out otherwise" than requested; or the name of a change by another
+/// "stops in the gap" after it displaced the old file, or "loses the file", that is, deletes it; a
+/// written access list "comes out otherwise" than requested; or the name of a change by another
 /// program.
 struct Disturbance {
   Moment moment;
