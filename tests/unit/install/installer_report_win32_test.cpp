@@ -39,7 +39,7 @@ TEST_F(InstallerReportTest, WritesUtf8WithWindowsLineEnds) {
   EXPECT_THAT(Log(), IsEmpty());
 }
 
-TEST_F(InstallerReportTest, WritesNothingUnasked) {
+TEST_F(InstallerReportTest, WritesNothingWithoutTheOption) {
   WriteInstallerReport(RealCalls(), {}, L"text");
   EXPECT_THAT(Log(), IsEmpty());
 }

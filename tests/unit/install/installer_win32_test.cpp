@@ -506,7 +506,7 @@ class InstallerWithStrangeCalls : public InstallerTest {
   }
 };
 
-TEST_F(InstallerWithStrangeCalls, AnyExceptionIsItsInstancesLine) {
+TEST_F(InstallerWithStrangeCalls, AnyExceptionIsReportedForItsInstance) {
   const MadeInstance first = MakeHost(UsedHost(1, 17));
   const MadeInstance second = MakeHost(UsedHost(2, 24));
   const InstallerResult strange = InstallThrowing(first, std::runtime_error("strange"));

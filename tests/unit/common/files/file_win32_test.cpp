@@ -62,7 +62,7 @@ TEST_F(FileTest, KindDistinguishesFilesAndDirectories) {
   EXPECT_EQ(QueryFileKindQuietly(RealCalls(), In(L"file")), FileKind::RegularFile);
 }
 
-TEST_F(FileTest, WhatCannotExistIsAbsent) {
+TEST_F(FileTest, ImpossiblePathsAreAbsent) {
   ASSERT_TRUE(TryWriteFile(In(L"file"), "x"));
   EXPECT_EQ(QueryFileKind(RealCalls(), In(L"file\\below")), FileKind::Absent);
   EXPECT_EQ(QueryFileKind(RealCalls(), In(L"missing")), FileKind::Absent);

@@ -133,7 +133,7 @@ TEST_F(TreeRemovalTest, FolderIsHeldWhileItsEntriesGo) {
   EXPECT_FALSE(Exists(root_));
 }
 
-TEST_F(TreeRemovalTest, WhatVanishedByItselfIsNoFailure) {
+TEST_F(TreeRemovalTest, FileThatVanishedIsNoFailure) {
   PutFile(JoinPath(root_, L"file"), "x");
   ScriptedCalls calls;
   calls.before = [&](const SystemCall& call) -> std::optional<DWORD> {

@@ -56,7 +56,7 @@ std::wstring UserProfile() {
   return profile;
 }
 
-TEST(KnownFolders, LieInTheUsersProfile) {
+TEST(KnownFolders, AreInTheUsersProfile) {
   EXPECT_EQ(Local(), JoinPath(UserProfile(), L"AppData\\Local"));
   EXPECT_EQ(Roaming(), JoinPath(UserProfile(), L"AppData\\Roaming"));
 }
@@ -97,7 +97,7 @@ TEST(KnownFolders, WithoutAnyFolderOnlyTextIsLeft) {
   EXPECT_EQ(error_text, L"Cannot locate the Public Documents directory.");
 }
 
-TEST(KnownFolders, TemporaryRootLiesInPublicDocuments) {
+TEST(KnownFolders, TemporaryRootIsInPublicDocuments) {
   std::wstring root;
   std::wstring error_text;
   ASSERT_TRUE(TemporaryRoot(RealCalls(), root, error_text));
@@ -120,7 +120,7 @@ TEST(KnownFolders, OnlyPublicDocumentsAreCreated) {
   EXPECT_EQ(folders.asked_flags, 0U);
 }
 
-TEST(KnownFolders, RuntimeRootLiesInLocalApplicationData) {
+TEST(KnownFolders, RuntimeRootIsInLocalApplicationData) {
   EXPECT_EQ(RuntimeRoot(L"C:\\Users\\x\\AppData\\Local"),
             L"C:\\Users\\x\\AppData\\Local\\Kestrune\\Runtime");
 }

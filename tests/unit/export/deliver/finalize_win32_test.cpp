@@ -235,7 +235,7 @@ TEST_F(FinalizeTest, EmptyArchiveOrFolderKeepsOldOne) {
   EXPECT_EQ(FileBytes(default_destination_), "old");
 }
 
-TEST_F(FinalizeTest, UnmakableDefaultDirectoryAlwaysFails) {
+TEST_F(FinalizeTest, DefaultDirectoryThatCannotBeCreatedFails) {
   ASSERT_TRUE(TryCreateDirectories(Scratch(L"out")));
   Settings(L"[Export]\nDirectory=" + Scratch(L"out") + L"\n");
   PutFile(folders_.default_export, "a file where the folder should be");

@@ -18,7 +18,7 @@ std::string WrittenName(const std::string& name) {
   return text.substr(begin.size(), text.size() - begin.size() - end.size());
 }
 
-TEST(LayerList, OneLineAFactAndAnEnd) {
+TEST(LayerList, HasOneLinePerFactAndEnd) {
   LayerList list{2, {Layer("SIGNAL", "TOP")}};
   list.layers.push_back({{"DRILL", "D", "TOP", "BOT"}, FeaturesSize::Known, 0, LayerContent::None});
   list.layers.push_back(

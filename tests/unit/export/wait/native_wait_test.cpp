@@ -66,7 +66,7 @@ struct Wait {
   }
 };
 
-TEST(NativeWait, FinalSizeTakesFourLooksThreeSleeps) {
+TEST(NativeWait, FinalSizeTakesFourChecksThreeSleeps) {
   Wait wait{{42}};
   EXPECT_EQ(wait.Run(), 42U);
   EXPECT_EQ(wait.looks, 4);

@@ -73,7 +73,7 @@ void ExpectLinear(const std::string& text, std::uint64_t ordinary) {
   EXPECT_LE(WorkOn(text) * 1000 / text.size(), 10 * ordinary);
 }
 
-TEST(RcsWork, OrdinaryFileTakesFewStepsByte) {
+TEST(RcsWork, OrdinaryFileTakesFewStepsPerByte) {
   const std::uint64_t small = WorkOn(kestrune_tests::RealisticFile(kSize));
   const std::uint64_t large = WorkOn(kestrune_tests::RealisticFile(4 * kSize));
   EXPECT_GT(small, kSize);

@@ -179,7 +179,7 @@ TEST(EditRcs, ChangedDescriptionOrImageRewritesTheButton) {
   EXPECT_NE(Install(rewritten, spec).find("PL MyCommand"), std::string::npos);
 }
 
-TEST(EditRcs, EachReinstallationGrowsFileBySame) {
+TEST(EditRcs, EachReinstallationAddsTheSameSize) {
   Spec other = PlainSpec();
   other.description = "old";
   std::string text = Install("Tree PCBCustom Link a End End\n");

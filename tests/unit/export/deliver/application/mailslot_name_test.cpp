@@ -46,7 +46,7 @@ TEST(IsMailslotName, RefusesEverythingElse) {
   }
 }
 
-TEST(IsMailslotName, DigitIsWhatLibraryTakesForOne) {
+TEST(IsMailslotName, AcceptsTheDigitsOfTheLibrary) {
   for (wchar_t c = 1; c < 0xFFFF; ++c) {
     ASSERT_EQ(IsMailslotName(Name(std::wstring(1, c))),
               std::iswdigit(static_cast<std::wint_t>(c)) != 0);
