@@ -270,6 +270,7 @@ TEST_F(FileInstallation, UnprovenOriginReplacesNothing) {
 TEST_F(FileInstallation, SourceAndTargetMustBeFiles) {
   ASSERT_TRUE(TryCreateDirectories(target_));
   ExpectRefused(kNoTargetTime);
+  EXPECT_EQ(code_, 0U);
   for (const wchar_t* source : {L"pkg", L"pkg\\missing"}) {
     source_ = Scratch(source);
     ExpectRefused(kNoSourceTime, source_);
@@ -294,6 +295,28 @@ TEST_F(FileInstallation, TargetWithoutReadableTimeIsPreserved) {
   } no_time;
   EXPECT_FALSE(InstallWith(no_time));
   EXPECT_EQ(message_, kChanged + target_);
+  ExpectOldTarget();
+}
+
+TEST_F(FileInstallation, FilesWithoutTimeAreRefused) {
+  PutOldTarget();
+  class NoTimeOfOne : public SystemCalls {
+   public:
+    std::wstring path;
+    BOOL GetAttributes(const ExtendedPath& asked, WIN32_FILE_ATTRIBUTE_DATA* data) override {
+      const BOOL found = SystemCalls::GetAttributes(asked, data);
+      if (asked.Text() == ExtendedPath(path).Text()) {
+        data->ftLastWriteTime = {};
+      }
+      return found;
+    }
+  } calls;
+  for (const auto& [path, text] : {std::pair(source_, kNoSourceTime), {target_, kNoTargetTime}}) {
+    calls.path = path;
+    EXPECT_FALSE(InstallWith(calls));
+    EXPECT_EQ(message_, text + path);
+    EXPECT_EQ(code_, 0U);
+  }
   ExpectOldTarget();
 }
 
