@@ -84,6 +84,15 @@ TEST_F(ArchiveSpaceTest, AShareIsTried) {
   EXPECT_FALSE(LacksSpace(100'000));
 }
 
+TEST_F(ArchiveSpaceTest, FolderWithTooLongPathIsTried) {
+  constexpr std::size_t kBuffer = 32768;
+  disk_.final_path = L"\\\\?\\C:\\";
+  disk_.final_path.resize(kBuffer - 1, L'x');
+  EXPECT_TRUE(LacksSpace(100'000));
+  disk_.final_path.resize(kBuffer, L'x');
+  EXPECT_FALSE(LacksSpace(100'000));
+}
+
 TEST_F(ArchiveSpaceTest, DiskOfUnknownSizeIsTried) {
   disk_.total = 0;
   EXPECT_FALSE(LacksSpace(100'000));
