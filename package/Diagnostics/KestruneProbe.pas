@@ -9,12 +9,12 @@
 // Ctrl+F2 and run it again. It continues after the check at which it stopped.
 
 Const
-    PrPause       = 100;    // milliseconds between two looks
-    PrLimit       = 100;    // looks until the host must have done something
-    PrLastPlain   = 20;     // questions up to this one change nothing
-    PrPrepares    = 21;     // makes the temporary project
-    PrLastOwn     = 29;     // up to this one need the temporary project
-    PrLast        = 38;     // the others may stop the interpreter
+    PrPause       = 100;    // milliseconds between two polls
+    PrLimit       = 100;    // polls until the host must have done something
+    PrLastPlain   = 20;     // checks up to this one change nothing
+    PrPrepares    = 21;     // the check that creates the temporary project
+    PrLastOwn     = 29;     // the last check that needs the temporary project
+    PrLast        = 38;     // the last check; those after PrLastOwn may stop the interpreter
     PrFirstKey    = 'Kestrune host report 1';
     PrJobMedium   = 'Kestrune ODB++';
     PrBreak       = #13#10;
@@ -30,7 +30,7 @@ Var
     PrStart    : Integer;
     PrAnswers  : TStringList;
     PrBoard    : IPCB_Board;
-    PrPath     : String;     // of the board in front
+    PrPath     : String;     // path of the board in front
     PrMayWrite : Boolean;
 
 {--- Answers -------------------------------------------------------------------}
@@ -48,7 +48,8 @@ Begin
     If FileExists(Path) Then DeleteFile(Path);
 End;
 
-// Only fresh names: an error while a file is created may stop the interpreter.
+// Writes a file, only with a new name: an error while a file is created may stop the
+// interpreter.
 Procedure PrSave(Path : String; Lines : TStringList);
 Begin
     PrDelete(Path);
@@ -75,7 +76,7 @@ Begin
     Result := Text;
 End;
 
-// Adds the results that follow from a stop at a question.
+// Adds the results that follow from a stop at a check.
 Procedure PrStopped(Number : Integer);
 Begin
     PrStart := GetTickCount;
@@ -181,7 +182,8 @@ Begin
     End;
 End;
 
-// Opens a missing file: the only error of a file call that is known to be caught.
+// Opens a missing file, whose error is the only one of a file call that is known to be
+// caught.
 Procedure PrAskMissingFile(Dummy : Integer);
 Var
     Lines : TStringList;
@@ -421,7 +423,7 @@ Begin
     PrAnswer('vias', IntToStr(PrCount(eViaObject)));
 End;
 
-// Reports each clearance rule's text up to the gap, which may begin otherwise in another
+// Reports each clearance rule's text up to the gap, which may differ in another
 // language.
 Procedure PrAskRules(Dummy : Integer);
 Var
@@ -446,7 +448,7 @@ Begin
     PrAnswer('rules.clearance', IntToStr(Count));
 End;
 
-// Returns the form of an embedded board's path, but not the path itself.
+// Returns the form of an embedded board's path, such as absolute, but not the path.
 Function PrForm(Path : String) : String;
 Var
     Form : String;
@@ -571,7 +573,8 @@ Begin
     Result := Answered;
 End;
 
-// Quotes and arguments of a program, and the copy of the board that the next ones use.
+// Checks quotes and arguments of a program, and makes the copy of the board that the
+// next checks use.
 Procedure PrAskProgram(Dummy : Integer);
 Begin
     PrYesNo('program.answer', PrPrepare(0), 'came', 'none');
@@ -738,8 +741,8 @@ Begin
     End;
 End;
 
-// Shows a document of the temporary project, handles at least so many messages, and returns whether
-// the project then has the focus.
+// Shows a document of the temporary project, processes messages at least so many times,
+// and returns whether the project then has the focus.
 Function PrFocusBridge(Document : IServerDocument; Least : Integer) : Boolean;
 Var
     Pumps   : Integer;
@@ -781,8 +784,8 @@ Begin
     PrCloseOwn('OutJob');
 End;
 
-// Three archives of the board: the drill fields as the job has them, the pairs of other
-// layers as well, and no field of a drill at all.
+// Exports three archives of the board: with the drill fields as in the job, with those
+// of other layer pairs too, and without any drill field.
 Procedure PrAskDrills(Dummy : Integer);
 Begin
     PrGenerate('as_the_job');
@@ -934,7 +937,7 @@ Begin
     PrDelete(PrFolder + '\share.probe');
 End;
 
-// Who can read, and delete, a text file while a script writes it.
+// Checks who can read and delete a text file while a script writes it.
 Procedure PrAskShareRead(Dummy : Integer);
 Var
     Handle : TextFile;

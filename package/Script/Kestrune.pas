@@ -1,36 +1,35 @@
 // Kestrune: exports the active board as one ODB++ archive.
 //
-// The installer fills in the two folders below. They are in comments, and the
-// script reads them from this very file: a folder may hold an apostrophe, which
-// would end a string constant.
+// The installer fills in the two folders below. They are in comments, which the script
+// reads from its own file, since an apostrophe in a path would end a string constant.
 // KESTRUNE-RUNTIME-ROOT=@RUNTIME_ROOT@
 // KESTRUNE-TEMP-ROOT=@TEMP_ROOT@
 //
 // Only RunKestrune has no parameter, so that the host offers nothing else to run.
 //
-// Some errors stop the interpreter where it is, without any Except or Finally.
-// Each run therefore has a mark, a small file that records its current action.
-// The mark is also the lock against a second export: see "The mark of a run".
+// Some errors stop the interpreter without running any Except or Finally. Each run
+// therefore has a mark, a small file that records its current action. The mark is also
+// the lock against a second export: see "The mark of a run".
 
 Const
     KsRuntimeMark    = '// KESTRUNE-RUNTIME-ROOT=';
     KsTempMark       = '// KESTRUNE-TEMP-ROOT=';
-    KsPause          = 100;     // milliseconds between two looks at a file
+    KsPause          = 100;     // milliseconds between two polls
     KsLooksPerSecond = 10;
     KsPrepareLimit   = 600;     // seconds for the copies of a large panel
     KsAnswerLimit    = 180;     // seconds; the program itself gives up after two minutes
     KsCancelLimit    = 10;      // seconds that a cancelled preparation gets to end
-    KsFocusLimit     = 5;       // seconds until the output job must be in front
+    KsFocusLimit     = 5;       // seconds until the output job must have the focus
     KsSilenceLimit   = 15;      // seconds until the host must have written something
     KsArchiveWaits   = 15;      // waits of two minutes for an archive that still grows
     KsDeliveryLimit  = 600;     // seconds until a delivery counts as ended
-    KsCallLimit      = 10;      // seconds that a mark counts during a call that returns at once
-    KsObjectsLimit   = 60;      // seconds during a look at all objects of a large board
-    KsFirstMarks     = 30;      // more marks than are needed before the installation is found
-    KsWaitLimit      = 600;     // seconds during what may take long or shows a window
+    KsCallLimit      = 10;      // seconds for a call that returns at once
+    KsObjectsLimit   = 60;      // seconds for reading all objects of a large board
+    KsFirstMarks     = 30;      // at most so many marks before the installation is found
+    KsWaitLimit      = 600;     // seconds for a call that may take long or shows a window
     KsGenerateLimit  = 7200;    // seconds while the host writes the archive
-    KsMarkLooks      = 50;      // looks until the mark is written anew
-    KsLiveLimit      = 12;      // seconds; a waiting run has written its mark since then
+    KsMarkLooks      = 50;      // polls until the mark is written anew
+    KsLiveLimit      = 12;      // seconds; the mark of a run that waits is younger
     KsCheckLimit     = 30;      // seconds for reading the archive's table of layers
     KsReadTries      = 5;       // attempts to read a file that is about to be replaced
     KsSteps          = 6;
@@ -42,14 +41,15 @@ Const
     KsFirstPlane     = 16842753;
     KsBoardNameWidth = 32;      // characters of a file name that fit into the window
     KsMedium         = 'Kestrune ODB++';    // the container of Bridge.OutJob
-    KsFirstStamp     = 'Kestrune-press';    // of marks in the folder for temporary files
+    KsFirstStamp     = 'Kestrune-press';    // names of marks in the folder for temporary files begin with it
     KsDrawings       = 'drawings';
     KsOtherTypes     = 'SIGNAL POWER_GROUND MIXED SOLDER_MASK SOLDER_PASTE SILK_SCREEN DRILL COMPONENT DIELECTRIC';
     KsMirrored       = 'a mirrored board';
     KsGapMark        = 'Clearance Constraint (Gap=';
     KsBreak          = #13#10;
 
-    // Stages and fragments of the log that decide here; export/log_interface.h has the same.
+    // Stages and fragments that the script searches for in the log;
+    // export/log_interface.h has the same ones.
     KsStageRejected    = 'Prepare rejected';
     KsStageFailed      = 'Prepare failed';
     KsStageLayers      = 'Prepare layer selection failed';
@@ -63,55 +63,55 @@ Const
     KsFragmentGone     = 'is missing';
 
 Var
-    // Of the run: where things lie, what it does, how it ends.
+    // The state of the run: its paths, its current action, its outcome.
     KsExportRuns  : Boolean;
     KsRuntimeRoot : String;
     KsTempRoot    : String;
     KsExchange    : String;     // folder of the files exchanged with Kestrune.exe
     KsStamp       : String;     // makes the exchange files of this run unique
-    KsMarkPath    : String;     // the mark as it was written last; empty while there is none
+    KsMarkPath    : String;     // path of the current mark; empty while there is none
     KsMarkNumber  : Integer;
     KsMarkState   : String;
-    KsMarkUntil   : String;     // a file that ends what the mark says; may be empty
-    KsMarkIsCall  : Boolean;    // the mark counts for a call only, not for a wait
+    KsMarkUntil   : String;     // the file that ends the recorded action; may be empty
+    KsMarkIsCall  : Boolean;    // the mark is that of a call, not of a wait
     KsMarkLost    : Boolean;    // the mark was removed: another run took over
-    KsMarkIsKept  : Boolean;    // something of this run goes on after its end
-    KsKeptState   : String;     // and what that is
-    KsMarkAge     : Integer;    // looks since the mark was written
+    KsMarkIsKept  : Boolean;    // the mark stays after the run, since an action goes on
+    KsKeptState   : String;     // the state that such a mark records
+    KsMarkAge     : Integer;    // polls since the mark was written
     KsNamed       : TStringList;    // calls of the host that this run made at least once
-    KsProblem     : String;     // why the export ends, in the user's words; empty while all is well
-    KsNotice      : String;     // what the user should know although the export goes on
+    KsProblem     : String;     // why the export ends, for the user; empty without a problem
+    KsNotice      : String;     // a warning that does not end the export
     KsStart       : TDateTime;
     KsStepText    : String;
     KsVersion     : String;     // version of the host
-    KsHost        : Integer;    // its major number
-    KsLogLines    : Integer;    // lines of the log before our program was started
+    KsHost        : Integer;    // its major version
+    KsLogLines    : Integer;    // lines of the log before Kestrune.exe was started
     KsBoardPath   : String;     // the board that the user exports
     KsReady       : String;     // ready.txt of the temporary folder, as the preparation left it
     KsReadyAge    : Integer;
 
-    // What step 1 finds out about the board. It stays until the end of the run.
-    KsBoard       : IPCB_Board;     // the board that is being looked at
-    KsChildren    : TObjectList;    // embedded boards, in the order in which they are looked at
+    // The results of step 1 about the board, valid until the end of the run.
+    KsBoard       : IPCB_Board;     // the board that is being read
+    KsChildren    : TObjectList;    // embedded boards, in the order in which they are read
     KsChildFolder : TStringList;    // for each of them the folder of the board that holds it
     KsVisited     : TStringList;
     KsSources     : TStringList;    // files of the embedded boards
     KsMissing     : TStringList;
     KsUnsaved     : TStringList;    // embedded boards that were changed and not saved
-    KsAway        : TStringList;    // stored paths that lead nowhere from the temporary folder
+    KsAway        : TStringList;    // stored paths that do not resolve from the temporary folder
     KsPlotKeys    : TStringList;
     KsLayerNames  : TStringList;
     KsTooHigh     : TStringList;
     KsFindings    : TStringList;    // copper, drills, layers with objects: what an archive must have
     KsHoles       : Integer;        // of the board and each embedded board
-    KsRows        : TStringList;    // what the archive has: the rows of its table of layers
-    KsGaps        : TStringList;    // what it lacks, in the user's words
-    KsRefused     : Boolean;        // the user does not want such an archive
+    KsRows        : TStringList;    // the rows of the archive's table of layers
+    KsGaps        : TStringList;    // what the archive lacks, for the user
+    KsRefused     : Boolean;        // the user rejected such an archive
     KsPads        : Boolean;
     KsTopPads     : Boolean;
     KsBottomPads  : Boolean;
     KsClearance   : Integer;        // ten-thousandths of a mil; 0 while there is none
-    KsClearanceOk : Boolean;        // every rule that counts was read
+    KsClearanceOk : Boolean;        // every enabled rule was read
 
 {--- Texts and paths -----------------------------------------------------------}
 
@@ -159,7 +159,7 @@ Begin
     Result := Text;
 End;
 
-// Returns the digits that follow a mark in a text, as a number; -1 when there are none.
+// Returns the number that follows a prefix in a text; -1 when there is none.
 Function KsNumberAfter(Mark : String; S : String) : Integer;
 Var
     I      : Integer;
@@ -261,7 +261,7 @@ Begin
     If FileExists(FileName) Then DeleteFile(FileName);
 End;
 
-// Writes a file of a name that nothing has: writing over an existing file can stop
+// Writes a file after deleting an existing one: writing over an existing file can stop
 // the interpreter.
 Function KsWriteFresh(FileName : String; List : TStringList) : Boolean;
 Var
@@ -405,8 +405,9 @@ End;
 
 {--- The log -------------------------------------------------------------------}
 
-// While another program writes into the log it may be unreadable: then the lines of
-// earlier exports would count as new.
+// Returns the number of lines of the log. Tries several times, since the log may be
+// unreadable while another program writes it: a number that is too low would make the
+// lines of earlier exports count as new.
 Function KsCountLog(Dummy : Integer) : Integer;
 Var
     Lines : TStringList;
@@ -559,13 +560,13 @@ End;
 
 {--- The mark of a run ---------------------------------------------------------}
 
-// While a run is active, its exchange folder has a file <stamp>-running-<n>.txt with the
-// current action and the seconds for which it is valid. It is never overwritten: a new
-// one is created, then the old one deleted. It is not kept open, so a run that was
-// stopped by force leaves its mark, in which the next press reads where it stopped.
+// While a run is active, its exchange folder has a file <stamp>-running-<n>.txt with
+// the current action and the seconds for which it is valid. It is never overwritten: a
+// new one is created, then the old one deleted. It is not kept open. A run that was
+// stopped by force leaves its mark, from which the next press reads where it stopped.
 
-// Seconds since Windows started, and seconds of the user's clock, which may be set: a mark
-// is too old only when both say so.
+// Return the seconds since Windows started, and those of the user's clock, which may be
+// set. A mark is too old only when both show it.
 Function KsTicks(Dummy : Integer) : Integer;
 Var
     Seconds : Integer;
@@ -625,15 +626,15 @@ Begin
     End;
 End;
 
-// Written before a call of the host that returns at once: an error in it that stops
-// the interpreter leaves its name in the mark.
+// Writes the mark before a call of the host that returns at once. If an error in the
+// call stops the interpreter, the mark has its name.
 Procedure KsBeforeCall(Call : String);
 Begin
     KsMark(KsMarkState, Call, KsCallLimit);
 End;
 
-// Does the same for calls that are made often: once a call has worked, its name is not
-// written again in this run.
+// Does the same for calls that are made often, but only before the first one in this
+// run.
 Procedure KsBeforeFirst(Call : String);
 Begin
     If KsNamed.IndexOf(Call) < 0 Then
@@ -643,7 +644,7 @@ Begin
     End;
 End;
 
-// Written before a call that may take long or shows a window of the host.
+// Writes the mark before a call that may take long or shows a window of the host.
 Procedure KsBeforeLongCall(Call : String);
 Begin
     KsMark(KsMarkState, Call, KsWaitLimit);
@@ -658,7 +659,8 @@ Begin
     Result := Young;
 End;
 
-// 'running', 'over' (it has ended, nothing to say) or 'stopped' (by force).
+// Returns the state of a mark's run: 'running', 'over' (it has ended) or 'stopped' (by
+// force).
 Function KsStateOfMark(Lines : TStringList) : String;
 Var
     Limit   : Integer;
@@ -701,7 +703,7 @@ Begin
     Result := Done;
 End;
 
-// Returns why a second export cannot start now.
+// Returns the text that a second export cannot start now.
 Function KsRunningText(Path : String; Lines : TStringList) : String;
 Var
     Text : String;
@@ -775,7 +777,7 @@ Begin
     Result := Own;
 End;
 
-// Looks at the marks of all other runs; False when one vanished meanwhile.
+// Reads the marks of all other runs. Returns False when one disappeared meanwhile.
 Function KsLookAtMarks(Dummy : Integer) : Boolean;
 Var
     Marks : TStringList;
@@ -799,7 +801,8 @@ Begin
     Result := There;
 End;
 
-// A mark that vanishes while it is read belongs to a run that writes the next one.
+// Reads the marks of other runs, again when one disappears: its run is writing the next
+// one.
 Procedure KsLookForOtherRuns(Dummy : Integer);
 Var
     Tries : Integer;
@@ -815,8 +818,8 @@ Begin
         KsProblem := 'Another export starts or ends at this moment. Press the button again.';
 End;
 
-// Removes the exchange files of this run, or those of all others. Only a run that found
-// no other one alive removes the latter.
+// Removes the exchange files of this run, or those of all others, which requires that
+// no other run is active.
 Procedure KsRemoveFiles(Own : Boolean);
 Var
     Files : TStringList;
@@ -863,7 +866,7 @@ Begin
     If Path <> '' Then KsDeleteIfThere(Path);
 End;
 
-// The run writes its own mark first and then looks for others, so that of two
+// Writes the mark of this run first and then reads those of others, so that of two
 // presses at the same moment at most one goes on.
 Procedure KsTakeMark(Dummy : Integer);
 Var
@@ -894,12 +897,12 @@ End;
 {--- The first mark -------------------------------------------------------------}
 
 // The exchange folder is found by calls of the host, and each of them may stop the
-// interpreter. So the first marks lie in the folder for temporary files. Before the call
-// that returns this folder nothing can be written: after a stop there the next press stops
-// there too, and the host shows the line.
+// interpreter. The first marks are therefore in the folder for temporary files. No mark
+// can be written before the call that returns this folder: if that call stops the
+// interpreter, it does so at each press, and the host shows the line.
 
-// Says where earlier presses were stopped before they had found the installation. Their
-// names are known, so that no search for files is needed.
+// Reports where earlier presses were stopped before they had found the installation.
+// The names of these marks are fixed, so no search for files is needed.
 Procedure KsLookAtFirstMarks(Dummy : Integer);
 Var
     I    : Integer;
@@ -911,7 +914,7 @@ Begin
         If FileExists(Path) Then
         Begin
             KsLookAtMark(Path);
-            // A young one may be of a press in another window at this moment.
+            // A young mark may be that of a press in another window at this moment.
             If KsProblem = '' Then KsDeleteIfThere(Path);
             KsProblem := '';
         End;
@@ -971,7 +974,7 @@ Begin
         If (Not Found) And (UpperCase(ExtractFileName(Path)) = 'KESTRUNE.PRJSCR') Then
             Found := KsReadRoots(ExtractFilePath(Path) + 'Kestrune.pas');
     End;
-    // A global script project may be missing in the list of open projects.
+    // The list of open projects may lack a global script project.
     If (Not Found) And (KsHost >= 19) Then
     Begin
         KsBeforeFirst('GetRunningScriptProjectName');
@@ -995,7 +998,7 @@ Begin
         'Running for ' + IntToStr(Trunc((Now - KsStart) * 86400)) + ' s.';
 End;
 
-// Lets the host handle its messages; the user may click anything meanwhile. Every wait
+// Lets the host process its messages; the user may click anything meanwhile. Every wait
 // of the script calls this.
 Procedure KsPump(Dummy : Integer);
 Begin
@@ -1004,7 +1007,7 @@ Begin
     Application.ProcessMessages;
 End;
 
-// The bar shows the steps that are done.
+// Shows the step that begins; the bar shows the steps that are done.
 Procedure KsShowStep(Step : Integer; Name : String; S : String);
 Begin
     KsStepText := 'Step ' + IntToStr(Step) + ' of ' + IntToStr(KsSteps) + ': ' + S;
@@ -1016,7 +1019,8 @@ Begin
     KsPump(0);
 End;
 
-// The button disables itself when it is pressed; closing the window counts too.
+// Returns whether the user has pressed the button, which then disables itself, or has
+// closed the window.
 Function KsCancelled(Dummy : Integer) : Boolean;
 Var
     Cancelled : Boolean;
@@ -1062,7 +1066,7 @@ Begin
     KestruneWaitForm.StepBar.Position := 0;
     KestruneWaitForm.CancelButton.Enabled := True;
     KestruneWaitForm.Show;
-    // Called once here, so that a host without this member stops before any change.
+    // A host that lacks this member stops the script here, before any change.
     KsBeforeCall('Client.IsQuitting');
     KsQuits(0);
 End;
@@ -1085,8 +1089,8 @@ Begin
     Result := Started;
 End;
 
-// Looks for the first line of a file until it is there, the time is over, or the
-// export must end; then it looks for some seconds more.
+// Polls a file until it has a first line, and returns that line. Returns an empty text
+// when the time is over; when the export must end, EndSeconds are left.
 Function KsAwait(FileName : String; Seconds : Integer; EndSeconds : Integer) : String;
 Var
     Looks    : Integer;
@@ -1109,9 +1113,10 @@ Begin
     Result := Line;
 End;
 
-// The form centres itself on the screen. The window of the host may be on another
-// one, but a host that does not know the handle stops the interpreter: only the
-// probe finds out, and leaves a file for the version that it saw.
+// Centres the window on the monitor of the host. Needs the handle of the form, and a
+// host that lacks it stops the interpreter: the probe checks this, and leaves a file
+// for the host version that has it. Without the file the form centres itself on the
+// screen.
 Procedure KsCentreWindow(Dummy : Integer);
 Var
     OwnWindow  : Integer;
@@ -1124,7 +1129,7 @@ Begin
         KsBeforeCall('KestruneWaitForm.Handle');
         OwnWindow := KestruneWaitForm.Handle;
         KsRun('--position-window ' + IntToStr(OwnWindow) + ' ' + IntToStr(HostWindow));
-        // Nothing depends on it.
+        // The export does not depend on it.
         KsProblem := '';
     End;
 End;
@@ -1152,9 +1157,9 @@ Begin
     KsNote(KsFindings, 'Copper=' + Name);
 End;
 
-// Every copper layer of the stack belongs to the board, also one without an
-// object: an empty plane is a full sheet of copper. The host numbers layers in two
-// ways. A number that fits neither lists all: a layer too many is harmless.
+// Notes a copper layer of the stack, also one without an object: an empty plane is a
+// full sheet of copper. The host numbers layers in two ways. For an unknown number all
+// copper layers are noted, since too many do no harm.
 Procedure KsNoteCopper(Id : Integer);
 Begin
     If (Id = eTopLayer) Or (Id = KsTopCopper) Then
@@ -1176,8 +1181,8 @@ Begin
     End;
 End;
 
-// Named by number, never by the name that the user gave: the output job holds
-// the host's fixed names.
+// Notes a mechanical layer by its number, not by the user's name for it: the output job
+// has the host's fixed names.
 Procedure KsNoteMechanical(Number : Integer);
 Begin
     KsNote(KsFindings, 'Mechanical=' + IntToStr(Number));
@@ -1231,7 +1236,8 @@ Begin
     Result := Has;
 End;
 
-// Any script can write the flag of a layer, so False proves nothing.
+// Notes a layer that is used. Checks its objects when its flag is False, since any
+// script can set the flag.
 Procedure KsNoteIfUsed(Layer : Integer; Name : String);
 Var
     Used : Boolean;
@@ -1306,7 +1312,7 @@ Begin
         End;
     End
     Else
-        // A filter by a mechanical layer is said not to work in hosts of that age.
+        // A filter by a mechanical layer may not work in these older hosts.
         For I := 1 To 32 Do KsNoteMechanical(I);
 End;
 
@@ -1400,7 +1406,7 @@ Begin
     End;
 End;
 
-// Copies the embedded boards of KsBoard into the list of boards to look at.
+// Adds the embedded boards of KsBoard to the list of boards to read.
 Procedure KsCollectChildren(Folder : String);
 Var
     Iterator : IPCB_BoardIterator;
@@ -1480,7 +1486,7 @@ Begin
         If Document.Modified Then KsNote(KsUnsaved, Path);
 End;
 
-// Collects the file and the layers of an embedded board that was not looked at yet.
+// Collects the file and the layers of an embedded board that was not read yet.
 Procedure KsLookInside(Path : String);
 Begin
     KsNote(KsFindings, 'Child=' + Path);
@@ -1494,9 +1500,9 @@ Begin
     End;
 End;
 
-// Looks at one embedded board. Some hosts do not take an embedded board as an
-// argument, so it is passed in KsBoard. The same board may be embedded several times,
-// each time by another path.
+// Reads one embedded board. Some hosts do not accept an embedded board as an argument,
+// so it is passed in KsBoard. The same board may be embedded several times, each time
+// by another path.
 Procedure KsLookAtChild(Child : IPCB_EmbeddedBoard; Folder : String);
 Var
     Stored : String;
@@ -1516,7 +1522,7 @@ Begin
     If KsVisited.IndexOf(UpperCase(Path)) < 0 Then KsLookInside(Path);
 End;
 
-// Looks at each embedded board; the list grows meanwhile.
+// Reads each embedded board; the list grows meanwhile.
 Procedure KsLookAtChildren(Dummy : Integer);
 Var
     Child : IPCB_EmbeddedBoard;
@@ -1531,8 +1537,8 @@ Begin
     End;
 End;
 
-// The drill fields look like layers to the layer selection: a manifest without
-// them would switch all holes off, so every manifest has them.
+// Notes the drill fields and those of the masks. The layer selection treats drill
+// fields as layers: a manifest without them would switch all holes off.
 Procedure KsNoteDrillsAndMasks(Dummy : Integer);
 Begin
     KsNote(KsPlotKeys, 'PlotPTHPair0_Plot');
@@ -1546,7 +1552,8 @@ Begin
     If KsBottomPads Then KsNote(KsPlotKeys, 'PlotBottomPastePlot');
 End;
 
-// Two boards of one name do not fit into the flat temporary folder.
+// Returns two boards with the same file name, which cannot both be copied into the
+// temporary folder; empty when there are none.
 Function KsSameNames(Dummy : Integer) : String;
 Var
     I    : Integer;
@@ -1655,8 +1662,8 @@ Begin
         End;
 End;
 
-// Finds the smallest gap of the rules that are switched on; none when one of them cannot
-// be read, since an archive without this value is better than no archive.
+// Finds the smallest gap of the enabled rules; none when one of them cannot be read,
+// since an archive without this value is better than no archive.
 Procedure KsCollectClearance(Dummy : Integer);
 Var
     Iterator : IPCB_BoardIterator;
@@ -1720,7 +1727,8 @@ Begin
     Result := Path;
 End;
 
-// Empty when the host names no document; then the project alone decides.
+// Returns the path of the document in front; empty when the host names none. The
+// project alone then decides.
 Function KsFocusedDocument(Dummy : Integer) : String;
 Var
     Document : IDocument;
@@ -1760,8 +1768,8 @@ Begin
     Result := Path;
 End;
 
-// Shows a document, and opens the output job first. The document is searched for each
-// time: it may have been closed meanwhile. False when there is none.
+// Shows a document, and opens the output job first. The document is searched each time,
+// since it may have been closed meanwhile. Returns False when there is none.
 Function KsShow(Path : String) : Boolean;
 Var
     Document : IServerDocument;
@@ -1791,10 +1799,10 @@ Begin
     Result := InFront;
 End;
 
-// Shows the output job or the user's board and looks whether it comes to the front: the
-// focus follows late. Several processes act on what has the focus and ignore their
-// parameters: this is the last thing before each of them, and after the last look the
-// user cannot act.
+// Shows the output job or the user's board, and waits until it has the focus. Several
+// processes of the host act on the focus and ignore their parameters: this is called
+// directly before each of them. After the last poll no message is processed, so the
+// user cannot change the focus.
 Function KsBringToFront(Path : String) : Boolean;
 Var
     Looks   : Integer;
@@ -1836,7 +1844,8 @@ Begin
     Result := Index;
 End;
 
-// Throw-away documents are marked unmodified, so that no question appears.
+// Marks a document of the temporary folder as unmodified, so that the host does not
+// offer to save it.
 Procedure KsForgetChanges(Path : String);
 Var
     Document : IServerDocument;
@@ -1890,7 +1899,7 @@ Begin
     End;
 End;
 
-// Tries each closing action by itself: when one fails, the others are done all the same.
+// Tries one closing action. If it fails, the others are still carried out.
 Procedure KsTryToClose(ObjectKind : String);
 Begin
     Try
@@ -1983,7 +1992,7 @@ End;
 
 {--- Step 1: a copy of the board -----------------------------------------------}
 
-// Returns a path that is not the same after it was written to a file and read back,
+// Returns the first path that changes when it is written to a file and read back,
 // because the host's code page lacks one of its characters.
 Function KsFirstLost(FileName : String; List : TStringList) : String;
 Var
@@ -2021,7 +2030,7 @@ Begin
     End;
 End;
 
-// Lines with other keys are only for diagnosis.
+// Writes the used-layer manifest.
 Procedure KsWriteManifest(Dummy : Integer);
 Var
     Manifest : TStringList;
@@ -2040,8 +2049,8 @@ Begin
     End;
 End;
 
-// A preparation that has not said that it ended may still write: the mark stays when
-// the run ends, and with it the lists that the preparation reads.
+// Keeps the mark after the end of the run, and with it the lists that a preparation
+// reads: one that has not reported its end may still write.
 Procedure KsKeepMark(State : String; EndFile : String);
 Begin
     KsMarkIsKept := True;
@@ -2154,7 +2163,8 @@ End;
 
 {--- Step 4: the archive is complete -------------------------------------------}
 
-// The host begins with a folder. When there is none after some seconds, it writes nothing.
+// Returns whether the host has begun to write: it creates a folder first, within some
+// seconds.
 Function KsSomethingIsWritten(Dummy : Integer) : Boolean;
 Var
     Looks   : Integer;
@@ -2169,7 +2179,7 @@ Begin
     Result := Written;
 End;
 
-// Changes whenever a file of the output comes or grows.
+// Returns a text that changes whenever an output file is created or grows.
 Function KsOutputState(Dummy : Integer) : String;
 Var
     Files : TStringList;
@@ -2190,7 +2200,8 @@ Begin
     Result := State;
 End;
 
-// Each wait has a result file of its own: an earlier one may end late.
+// Waits for the archive once. Each wait has its own result file, since an earlier wait
+// may end late.
 Function KsWaitOnce(Number : Integer) : String;
 Var
     ResultFile : String;
@@ -2204,7 +2215,8 @@ Begin
     Result := Answer;
 End;
 
-// Waits again as long as the host still writes.
+// Waits for the archive, again as long as the host still writes. Returns whether it is
+// complete.
 Function KsWaitForArchive(Dummy : Integer) : Boolean;
 Var
     Answer : String;
@@ -2329,8 +2341,8 @@ Begin
     Result := Says;
 End;
 
-// Returns the kind of the holes in a row of drills by its name; 'any' when the name does
-// not say it.
+// Returns the kind of the holes in a row of drills by its name; 'any' when the name has
+// no kind.
 Function KsKindOfDrill(Row : String) : String;
 Var
     Kind : String;
@@ -2434,7 +2446,7 @@ Begin
         KsGaps.Add('The ' + Words + ' on the ' + Side + ' side is empty in the archive, but not on the board.');
 End;
 
-// Both sides cannot share one row.
+// Checks a layer of both sides, which cannot share one row.
 Procedure KsCheckSides(RowType : String; Words : String; Name : String; Top : Boolean; Bottom : Boolean);
 Var
     Gaps   : Integer;
@@ -2481,7 +2493,7 @@ Begin
     Needed := KsCountFindings('Mechanical=') - KsTooHigh.Count;
     Found := KsCountRows(KsDrawings, 'other', False);
     Spare := Found - Needed;
-    // Older hosts do not say which mechanical layers are used: then any row may be spare.
+    // Older hosts do not report which mechanical layers are used: any row may be spare.
     If (KsHost < 17) Or (Not Known) Then Spare := KsLastMechanical
     Else If Spare < 0 Then
     Begin
@@ -2511,7 +2523,7 @@ Begin
     KsCheckDrawings(Known);
 End;
 
-// Reads the rows of a list; the reason why there are none, or an empty text.
+// Reads the rows of a list. Returns why there are none; empty when they were read.
 Function KsReadRows(FileName : String) : String;
 Var
     Lines  : TStringList;
@@ -2617,7 +2629,7 @@ Begin
     While (Not Ended) And (Looks <= KsDeliveryLimit * KsLooksPerSecond) And (Not KsMustEnd(0)) Do
     Begin
         KsRest(0);
-        // Not at each look: while the log is read, no program can write into it.
+        // Not at each poll: while the log is read, no program can write into it.
         If Looks Mod KsLooksPerSecond = 0 Then Ended := KsEndLine(KsLogLines, True) <> '';
         Looks := Looks + 1;
     End;
@@ -2743,7 +2755,7 @@ Begin
     If FileAge(KsBoardPath) = FileAge(KsMarkPath) Then Sleep(2100);
 End;
 
-// Saves, and says when no file was written: the host may have found nothing to save,
+// Saves, and reports when no file was written: the host may have found nothing to save,
 // may not know of a change, or may not be allowed to write.
 Function KsSave(Asked : Boolean) : Boolean;
 Var
@@ -2757,7 +2769,7 @@ Begin
     KsLetAgePass(0);
     Changed := False;
     Before := FileAge(KsBoardPath);
-    // Searched for again: a question was open meanwhile.
+    // Searched again, since a question was open meanwhile.
     Document := Client.GetDocumentByPath(KsBoardPath);
     If Document <> Nil Then
     Begin
@@ -2782,8 +2794,8 @@ Begin
     Result := GoesOn;
 End;
 
-// The board is exported from its file. The host does not always know that a board
-// was changed, so saving is offered each time, where the settings do not decide.
+// Saves the board, which is exported from its file. Unless the settings decide, saving
+// is offered each time, since the host does not always know that a board was changed.
 Function KsSaveBoard(Document : IServerDocument) : Boolean;
 Var
     Setting : String;
@@ -2849,7 +2861,7 @@ Begin
     Result := Text;
 End;
 
-// The mark is taken; what a stopped run left is said before anything else.
+// Exports under the mark. Reports first where an earlier run was stopped.
 Procedure KsExportBoard(Dummy : Integer);
 Var
     Document : IServerDocument;
@@ -2959,9 +2971,9 @@ Begin
     End;
 End;
 
-// The mark of the run in this interpreter is missing. The run may still be active, and a
-// second one would overwrite its variables: this press only requests its end. If it was
-// stopped by force, the next press starts.
+// Requests the end of the run in this interpreter, whose mark is missing. It may still
+// be active, and a second run would overwrite its variables. If it was stopped by
+// force, the next press starts.
 Function KsAskToEnd(Dummy : Integer) : Boolean;
 Var
     MayStart : Boolean;
@@ -2976,9 +2988,9 @@ Begin
     Result := MayStart;
 End;
 
-// The variables say that a run goes on in this interpreter: either it does, and this
-// press came while it waits, or it was stopped by force and left them so. Its mark
-// decides. Nothing of the run may be touched before.
+// Returns whether this press may start a run. If the variables are those of a run, its
+// mark decides whether it is active (this press came while it waits) or was stopped by
+// force. No variable may be changed before that.
 Function KsMayStart(Dummy : Integer) : Boolean;
 Var
     Lines    : TStringList;
@@ -2994,7 +3006,7 @@ Begin
         Try
             If KsReadMark(KsMarkPath, Lines) Then
                 If KsStateOfMark(Lines) = 'running' Then Text := KsRunningText(KsMarkPath, Lines);
-            // A run that waits shows it in its window; a box would keep it from going on.
+            // A run that waits shows this in its window; a box would block it.
             If (Text <> '') And KestruneWaitForm.Visible And (KsValue(Lines, 'Call=') = '')
                 And (KsClock(0) - StrToIntDef(KsValue(Lines, 'Clock='), 0) <= KsLiveLimit) Then
                 KestruneWaitForm.NoteLabel.Caption := 'An export is already running: this one.'

@@ -1,6 +1,7 @@
-// The window that an export shows. It decides nothing: the export looks at it.
+// The window that an export shows. The export polls its button; the window itself does
+// nothing else.
 
-// Esc presses the button too, so a question comes before a long export is thrown away.
+// Cancels the export after a question, since Esc presses the button too.
 Procedure TKestruneWaitForm.CancelButtonClick(Sender : TObject);
 Begin
     If KestruneWaitForm.CancelButton.Enabled Then
