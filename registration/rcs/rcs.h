@@ -63,7 +63,7 @@ inline constexpr std::uint16_t kManyAttributes = 0xFFFF;
 /// Holds one record of a customization file.
 struct Node {
   NodeKind kind = NodeKind::kTree;
-  /// The number of records around it; 0 at the top level.
+  /// The number of records that contain it; 0 at the top level.
   std::uint8_t depth = 0;
   /// The number of its attributes; kManyAttributes for that many or more.
   std::uint16_t attributes = 0;
@@ -80,8 +80,8 @@ struct Node {
   std::uint32_t EndKeyword() const { return end - 3; }
 };
 
-/// Holds a parsed customization file: its bytes and its records. Texts that it returns point into
-/// it and are invalid after it was moved.
+/// Holds a parsed customization file: its bytes and its records. An RcsText that it returns points
+/// into it and is invalid after a move.
 class Rcs {
  public:
   Rcs() = default;

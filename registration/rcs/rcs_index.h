@@ -14,7 +14,7 @@ namespace altium_registration {
 /// The number that means "none" for the items of a file.
 inline constexpr std::uint32_t kNoItem = 0xFFFFFFFF;
 
-/// Returns a random number, which the author of a file cannot predict.
+/// Returns a number that the author of a file cannot predict.
 inline std::uint64_t UnforeseeableSeed() {
   constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
   const auto now = std::chrono::steady_clock::now().time_since_epoch().count();

@@ -17,9 +17,9 @@ inline std::uint32_t LoadWord(const char* bytes) {
   return word;
 }
 
-/// Returns a seeded hash of the bytes, computed from two words at a time. The words enter a product
-/// of two numbers that depend on the seed: texts that collide for one seed collide for another one
-/// only by chance. An author who does not know the seed cannot craft a file with collisions.
+/// Returns a seeded hash of the bytes, computed from two words at a time. Both factors of the
+/// product depend on the seed, so texts that collide for one seed collide for another one only by
+/// chance: an author who does not know the seed cannot craft a file with collisions.
 inline std::uint32_t HashOfBytes(std::string_view bytes, std::uint64_t seed) {
   const std::size_t size = bytes.size();
   const char* const data = bytes.data();
@@ -41,7 +41,7 @@ inline std::uint32_t HashOfBytes(std::string_view bytes, std::uint64_t seed) {
     }
     add(word, 0);
   }
-  // The size is added here because a change of one word could compensate for it among the words.
+  // The size is added last: a change of a word could cancel a change of the size among the words.
   constexpr std::uint32_t kSizeFactor = 0x9E3779B1;
   return static_cast<std::uint32_t>(hash ^ (hash >> 32)) +
          static_cast<std::uint32_t>(size) * kSizeFactor;

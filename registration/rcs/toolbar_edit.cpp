@@ -13,10 +13,10 @@ namespace {
 constexpr std::string_view kCustomTree = "PCBCustom";
 
 /// Returns the number of our links among the descendants of a record.
-std::ptrdiff_t LinksBelow(const Rcs& rcs, const RcsReferences& references, std::uint32_t place) {
+std::ptrdiff_t LinksBelow(const Rcs& rcs, const RcsReferences& references, std::uint32_t index) {
   const auto& links = references.links;
-  return std::ranges::lower_bound(links, rcs.nodes()[place].subtree_end) -
-         std::ranges::upper_bound(links, place);
+  return std::ranges::lower_bound(links, rcs.nodes()[index].subtree_end) -
+         std::ranges::upper_bound(links, index);
 }
 
 std::ptrdiff_t CountCustomLinks(const Rcs& rcs, const RcsReferences& references) {
@@ -30,14 +30,14 @@ std::ptrdiff_t CountCustomLinks(const Rcs& rcs, const RcsReferences& references)
 std::ptrdiff_t CountToolbarLinks(const Rcs& rcs, const RcsReferences& references,
                                  const Spec& spec) {
   std::ptrdiff_t count = 0;
-  for (std::uint32_t place = 0; place < rcs.nodes().size();) {
-    const Node& node = rcs.nodes()[place];
-    const std::ptrdiff_t links = LinksBelow(rcs, references, place);
+  for (std::uint32_t index = 0; index < rcs.nodes().size();) {
+    const Node& node = rcs.nodes()[index];
+    const std::ptrdiff_t links = LinksBelow(rcs, references, index);
     const bool at_place = links != 0 && node.kind == NodeKind::kInsertion &&
                           rcs.Attribute(node, "TargetID") == spec.anchor_target &&
                           rcs.Attribute(node, "RefID0") == spec.anchor_reference;
     count += at_place ? links : 0;
-    place = at_place || links == 0 ? node.subtree_end : place + 1;
+    index = at_place || links == 0 ? node.subtree_end : index + 1;
   }
   return count;
 }
@@ -48,9 +48,9 @@ bool IsInstalled(const Rcs& rcs, const RcsReferences& references, const Spec& sp
 }
 
 bool CommandsLookAs(const Rcs& rcs, const RcsReferences& references, const Spec& spec) {
-  for (std::uint32_t place = 0; place < references.roles.size(); ++place) {
-    const Node& node = rcs.nodes()[place];
-    if (references.RoleOf(place) == RcsRole::kCommand &&
+  for (std::uint32_t index = 0; index < references.roles.size(); ++index) {
+    const Node& node = rcs.nodes()[index];
+    if (references.RoleOf(index) == RcsRole::kCommand &&
         !(rcs.Attribute(node, "Image") == spec.image_path &&
           rcs.Attribute(node, "Description") == spec.description)) {
       return false;
@@ -69,8 +69,8 @@ std::string CommandBase(const Rcs& rcs, const RcsReferences& references) {
   if (references.commands == 1) {
     const auto command =
         std::find(references.roles.begin(), references.roles.end(), RcsRole::kCommand);
-    const auto place = static_cast<std::size_t>(command - references.roles.begin());
-    return rcs.Identifier(rcs.nodes()[place]).ToString();
+    const auto index = static_cast<std::size_t>(command - references.roles.begin());
+    return rcs.Identifier(rcs.nodes()[index]).ToString();
   }
   return "PLKestrune";
 }
@@ -84,14 +84,14 @@ void ForEachForeignPiece(const Rcs& rcs, const RcsReferences& references, std::s
   const std::string_view text = rcs.text();
   const auto& nodes = rcs.nodes();
   std::size_t kept = begin;
-  for (std::uint32_t place = 0; place < nodes.size() && nodes[place].start < end;) {
-    if (nodes[place].start < begin || !references.IsOwned(place)) {
-      ++place;
+  for (std::uint32_t index = 0; index < nodes.size() && nodes[index].start < end;) {
+    if (nodes[index].start < begin || !references.IsOwned(index)) {
+      ++index;
       continue;
     }
-    action(text.substr(kept, nodes[place].start - kept));
-    kept = nodes[place].end;
-    place = nodes[place].subtree_end;
+    action(text.substr(kept, nodes[index].start - kept));
+    kept = nodes[index].end;
+    index = nodes[index].subtree_end;
   }
   action(text.substr(kept, end - kept));
 }
@@ -125,8 +125,8 @@ class UniqueNames {
 
  private:
   bool IsUsed(const std::string& name) const {
-    const std::uint32_t place = rcs_.FindIdentifier(name);
-    return (place != kNoItem && !references_.IsOwned(place)) ||
+    const std::uint32_t index = rcs_.FindIdentifier(name);
+    return (index != kNoItem && !references_.IsOwned(index)) ||
            std::find(taken_.begin(), taken_.end(), name) != taken_.end();
   }
 
@@ -153,9 +153,9 @@ std::string LineSeparator(const Rcs& rcs, const RcsReferences& references) {
 
 /// Returns the top-level custom tree's closing "End", or the text's end when there is no such tree.
 std::size_t CustomTreeEnd(const Rcs& rcs) {
-  const std::uint32_t place = rcs.FindIdentifier(kCustomTree);
-  if (place != kNoItem) {
-    const Node& node = rcs.nodes()[place];
+  const std::uint32_t index = rcs.FindIdentifier(kCustomTree);
+  if (index != kNoItem) {
+    const Node& node = rcs.nodes()[index];
     if (node.kind == NodeKind::kTree && node.depth == 0) {
       return node.EndKeyword();
     }

@@ -48,9 +48,9 @@ inline constexpr std::array kToolbarAnchors = std::to_array<ToolbarAnchor>({
 
 /// Computes the text of a customization file with the button installed or removed.
 ///
-/// `rcs` must be parsed strictly. The bytes of all other records are preserved. Installing a button
-/// that exists as `spec` describes it returns the text unchanged, and so does removing one that is
-/// absent. Every new text has been parsed by the rules of `rcs` and validated.
+/// `rcs` must be parsed strictly. The bytes of all other records are preserved. The text is
+/// unchanged when a button to install exists as `spec` describes it, or a button to remove is
+/// absent. A changed text has been parsed by the rules of `rcs` and validated.
 ///
 /// Errors: "Unsafe script project path.", "No validated toolbar anchor; manual registration
 /// required.", and for the new text the messages of Rcs::Parse and of ValidateRcs. After a failure
@@ -58,8 +58,8 @@ inline constexpr std::array kToolbarAnchors = std::to_array<ToolbarAnchor>({
 bool EditRcs(const Rcs& rcs, const Spec& spec, bool install, std::string& new_text,
              std::wstring& error);
 
-/// Returns whether a strictly parsed file has exactly the button that `spec` describes, once and
-/// visible (`expect_installed`), or else no command of ours at all.
+/// Returns whether a strictly parsed file has one visible button at the place that `spec` describes
+/// and no other of ours (`expect_installed`), or has none at all. Does not compare image and hint.
 ///
 /// Errors: "Expected one unsuppressed Bridge command, custom link and toolbar placement." and
 /// "Bridge command remains.".

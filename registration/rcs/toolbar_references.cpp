@@ -31,14 +31,14 @@ class ReferenceFinder {
   }
 
   RcsReferences Run() {
-    ForEach(NodeKind::kPl, [this](std::uint32_t place) { FindCommand(place); });
+    ForEach(NodeKind::kPl, [this](std::uint32_t index) { FindCommand(index); });
     if (found_.commands == 0) {
       return std::move(found_);
     }
-    ForEach(NodeKind::kLink, [this](std::uint32_t place) { FindLink(place); });
+    ForEach(NodeKind::kLink, [this](std::uint32_t index) { FindLink(index); });
     FindPlacements();
     found_.placed_links = static_cast<std::uint32_t>(placed_.size());
-    ForEach(NodeKind::kDeletion, [this](std::uint32_t place) { FindSuppression(place); });
+    ForEach(NodeKind::kDeletion, [this](std::uint32_t index) { FindSuppression(index); });
     return std::move(found_);
   }
 
@@ -49,25 +49,25 @@ class ReferenceFinder {
     RcsText target;
   };
 
-  /// Calls `action` for each record of a kind. Prefetches their texts, since the processor cannot
-  /// predict their distances: without it an installation into a file of 8 MiB takes 30 % longer.
+  /// Calls `action` for each record of a kind. Prefetches their texts: without it an installation
+  /// into a file of 8 MiB takes 30 % longer, since the processor cannot predict their distances.
   template <typename Action>
   void ForEach(NodeKind kind, const Action& action) {
     constexpr std::size_t kAhead = 16;
     const auto& nodes = rcs_.nodes();
-    for (std::uint32_t place = 0; place < nodes.size(); ++place) {
-      if (place + kAhead < nodes.size() && nodes[place + kAhead].kind == kind) {
-        rcs_.PrefetchText(nodes[place + kAhead]);
+    for (std::uint32_t index = 0; index < nodes.size(); ++index) {
+      if (index + kAhead < nodes.size() && nodes[index + kAhead].kind == kind) {
+        rcs_.PrefetchText(nodes[index + kAhead]);
       }
-      if (nodes[place].kind == kind) {
-        action(place);
+      if (nodes[index].kind == kind) {
+        action(index);
       }
     }
   }
 
-  RcsText Identifier(std::uint32_t place) const { return rcs_.Identifier(rcs_.nodes()[place]); }
-  RcsText Attribute(std::uint32_t place, std::string_view name) const {
-    return rcs_.Attribute(rcs_.nodes()[place], name);
+  RcsText Identifier(std::uint32_t index) const { return rcs_.Identifier(rcs_.nodes()[index]); }
+  RcsText Attribute(std::uint32_t index, std::string_view name) const {
+    return rcs_.Attribute(rcs_.nodes()[index], name);
   }
 
   /// Returns the function with which the indexes get the text of a command.
@@ -78,22 +78,22 @@ class ReferenceFinder {
     return [this](std::uint32_t number) { return placed_[number].identifier; };
   }
 
-  void FindCommand(std::uint32_t place) {
+  void FindCommand(std::uint32_t index) {
     const auto lowered = [](char byte) { return kestrune::LowerAscii(byte); };
-    if (!Attribute(place, "Command").Becomes(kRunScript, lowered) ||
-        !Attribute(place, "Params").Becomes(parameters_, Normalised)) {
+    if (!Attribute(index, "Command").Becomes(kRunScript, lowered) ||
+        !Attribute(index, "Params").Becomes(parameters_, Normalised)) {
       return;
     }
-    found_.roles[place] = RcsRole::kCommand;
+    found_.roles[index] = RcsRole::kCommand;
     ++found_.commands;
-    commands_.push_back(Identifier(place));
+    commands_.push_back(Identifier(index));
     command_index_.Add(commands_.back(), CommandOf());
   }
 
-  void FindLink(std::uint32_t place) {
-    if (command_index_.Find(Attribute(place, "PLID"), CommandOf()) != kNoItem) {
-      found_.roles[place] = RcsRole::kLink;
-      found_.links.push_back(place);
+  void FindLink(std::uint32_t index) {
+    if (command_index_.Find(Attribute(index, "PLID"), CommandOf()) != kNoItem) {
+      found_.roles[index] = RcsRole::kLink;
+      found_.links.push_back(index);
     }
   }
 
@@ -101,52 +101,52 @@ class ReferenceFinder {
   void FindPlacements() {
     const auto& nodes = rcs_.nodes();
     auto link = found_.links.begin();
-    for (std::uint32_t place = 0; link != found_.links.end();) {
-      if (*link <= place) {
+    for (std::uint32_t index = 0; link != found_.links.end();) {
+      if (*link <= index) {
         ++link;
-      } else if (*link >= nodes[place].subtree_end) {
-        place = nodes[place].subtree_end;
+      } else if (*link >= nodes[index].subtree_end) {
+        index = nodes[index].subtree_end;
       } else {
-        if (nodes[place].kind == NodeKind::kInsertion) {
-          FindPlacement(place);
+        if (nodes[index].kind == NodeKind::kInsertion) {
+          FindPlacement(index);
         }
-        ++place;
+        ++index;
       }
     }
   }
 
-  /// Checks the direct children of an Insertion. Looks its target up only once for all links that
-  /// it places, since it may have very many attributes.
-  void FindPlacement(std::uint32_t place) {
+  /// Checks the direct children of an Insertion. Reads its target only once for all links, since it
+  /// may have very many attributes.
+  void FindPlacement(std::uint32_t index) {
     const auto& nodes = rcs_.nodes();
     std::optional<RcsText> target;
     bool has_others = false;
-    for (std::uint32_t child = place + 1; child < nodes[place].subtree_end;
+    for (std::uint32_t child = index + 1; child < nodes[index].subtree_end;
          child = nodes[child].subtree_end) {
       if (!found_.IsLink(child)) {
         has_others = true;
         continue;
       }
       if (!target) {
-        target = Attribute(place, "TargetID");
+        target = Attribute(index, "TargetID");
       }
       AddPlacedLink(child, *target);
     }
     if (target && !has_others) {
-      found_.roles[place] = RcsRole::kPlacement;
+      found_.roles[index] = RcsRole::kPlacement;
     }
   }
 
-  void AddPlacedLink(std::uint32_t place, const RcsText& target) {
-    found_.roles[place] = RcsRole::kPlacedLink;
-    placed_.push_back({Identifier(place), target});
+  void AddPlacedLink(std::uint32_t index, const RcsText& target) {
+    found_.roles[index] = RcsRole::kPlacedLink;
+    placed_.push_back({Identifier(index), target});
     placed_index_.Add(placed_.back().identifier, PlacedOf());
   }
 
-  void FindSuppression(std::uint32_t place) {
-    const std::uint32_t link = placed_index_.Find(Attribute(place, "DeleteID"), PlacedOf());
-    if (link != kNoItem && Attribute(place, "TargetID") == placed_[link].target) {
-      found_.roles[place] = RcsRole::kSuppression;
+  void FindSuppression(std::uint32_t index) {
+    const std::uint32_t link = placed_index_.Find(Attribute(index, "DeleteID"), PlacedOf());
+    if (link != kNoItem && Attribute(index, "TargetID") == placed_[link].target) {
+      found_.roles[index] = RcsRole::kSuppression;
       ++found_.suppressions;
     }
   }

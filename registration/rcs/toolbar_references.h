@@ -16,28 +16,28 @@ enum class RcsRole : std::uint8_t {
   kCommand,
   /// A Link to such a command that is not a direct child of an Insertion.
   kLink,
-  /// A Link to such a command that an Insertion places.
+  /// A Link to such a command that is a direct child of an Insertion.
   kPlacedLink,
-  /// A Deletion that hides a placed link.
+  /// A Deletion that hides such a placed link.
   kSuppression,
-  /// An Insertion that places only links to such a command.
+  /// An Insertion with such placed links and no other children.
   kPlacement
 };
 
-/// Holds the role of each record of a file, by index, and the number of records for some of the
-/// roles.
+/// Holds the role of each record of a file, by its index in Rcs::nodes(), and the numbers of
+/// records of some roles.
 struct RcsReferences {
   std::vector<RcsRole> roles;
-  /// The places of the links, placed or not, in file order.
+  /// The indexes of the links, placed or not, in file order.
   std::vector<std::uint32_t> links;
   std::uint32_t commands = 0;
   std::uint32_t placed_links = 0;
   std::uint32_t suppressions = 0;
 
-  RcsRole RoleOf(std::uint32_t place) const { return roles[place]; }
-  bool IsOwned(std::uint32_t place) const { return roles[place] != RcsRole::kForeign; }
-  bool IsLink(std::uint32_t place) const {
-    return roles[place] == RcsRole::kLink || roles[place] == RcsRole::kPlacedLink;
+  RcsRole RoleOf(std::uint32_t index) const { return roles[index]; }
+  bool IsOwned(std::uint32_t index) const { return roles[index] != RcsRole::kForeign; }
+  bool IsLink(std::uint32_t index) const {
+    return roles[index] == RcsRole::kLink || roles[index] == RcsRole::kPlacedLink;
   }
 };
 

@@ -95,12 +95,12 @@ FileSecurity ReadFileSecurity(kestrune::SystemCalls& calls, const kestrune::Exte
                               std::wstring_view size_step, std::wstring_view read_step) {
   DWORD size = 0;
   DWORD code =
-      TryPatiently(calls, [&] { return calls.GetSecurity(path, kParts, nullptr, 0, &size); });
+      TryWithRetries(calls, [&] { return calls.GetSecurity(path, kParts, nullptr, 0, &size); });
   if (code != ERROR_SUCCESS && code != ERROR_INSUFFICIENT_BUFFER) {
     throw FileStepFailure(size_step, code);
   }
   std::vector<std::byte> descriptor(size);
-  code = TryPatiently(
+  code = TryWithRetries(
       calls, [&] { return calls.GetSecurity(path, kParts, descriptor.data(), size, &size); });
   if (code != ERROR_SUCCESS) {
     throw FileStepFailure(read_step, code);
@@ -126,7 +126,7 @@ void WriteDacl(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                                     SE_DACL_AUTO_INHERIT_REQ)) {
     throw FileStepFailure(kStep, GetLastError());
   }
-  const DWORD code = TryPatiently(calls, [&] {
+  const DWORD code = TryWithRetries(calls, [&] {
     return calls.SetSecurity(path, DACL_SECURITY_INFORMATION, written.Descriptor());
   });
   if (code != ERROR_SUCCESS) {

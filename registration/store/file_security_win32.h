@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <cstddef>
-#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -29,7 +28,7 @@ class FileSecurity {
 
   /// Returns whether both have the same access control entries in the same order and the same
   /// protection from inheritance. Ignores SE_DACL_AUTO_INHERITED, which does not affect access and
-  /// does not survive writing.
+  /// which Windows may clear when the DACL is written.
   [[nodiscard]] bool SameDacl(const FileSecurity& other) const;
 
   [[nodiscard]] bool operator==(const FileSecurity& other) const {
@@ -40,11 +39,12 @@ class FileSecurity {
   std::vector<std::byte> descriptor_;
 };
 
-/// Reads a file's security. Throws Failure of the step `size_step` or `read_step`.
+/// Reads a file's security with retries. Throws Failure of the step `size_step` or `read_step`.
 FileSecurity ReadFileSecurity(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                               std::wstring_view size_step, std::wstring_view read_step);
 
-/// Writes the DACL of `security` to the file. Throws Failure of the step "Restore exact RCS DACL".
+/// Writes the DACL of `security` to the file with retries. Throws Failure of the step "Restore
+/// exact RCS DACL".
 void WriteDacl(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                const FileSecurity& security);
 

@@ -17,11 +17,11 @@ std::wstring GlobalProjectsPath(const std::wstring& registry_branch);
 std::vector<RegistryValue> ReadRegistryValues(kestrune::SystemCalls& calls,
                                               const std::wstring& key_path);
 
-/// Sets a value; creates the key if it is absent.
+/// Sets a value; creates the key if it is absent. Throws Failure of the step that failed.
 void WriteRegistryValue(kestrune::SystemCalls& calls, const std::wstring& key_path,
                         const RegistryValue& value);
 
-/// Removes a value from an existing key.
+/// Removes a value from an existing key. Throws Failure of the step that failed.
 void RemoveRegistryValue(kestrune::SystemCalls& calls, const std::wstring& key_path,
                          const std::wstring& name);
 

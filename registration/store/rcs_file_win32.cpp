@@ -21,7 +21,6 @@
 #include "registration/store/rcs_file_win32.h"
 
 #include <algorithm>
-#include <new>
 
 #include "common/failure/failure.h"
 #include "common/files/file_time_win32.h"
@@ -104,7 +103,7 @@ void RcsFile::DeleteWorkingFiles() const {
     calls_.Delete(*recovery_);
   }
   for (const ExtendedPath& displaced : {files_.displaced, files_.undone}) {
-    // Any text but the two known ones may belong to the user and is kept.
+    // Any other text than the two known ones may be the user's and is kept.
     const Content content = FindContent(displaced).content;
     const bool is_kept =
         state_ == State::Superseded ||
@@ -127,11 +126,10 @@ std::string RcsFile::ReadReplacement() const {
 
 void RcsFile::Prepare(std::string_view new_text, std::string digest) {
   new_digest_ = std::move(digest);
-  // Only this run uses the name, so an existing file may be overwritten.
   bool created = false;
   CreateWithIdentity(files_.replacement, new_text,
                      L"Cannot preserve replacement owner/group; original RCS unchanged.", created);
-  // A server may change the DACL; that is detected here, before DXP.RCS is changed.
+  // A server may change the DACL. This is checked before DXP.RCS is replaced.
   WriteDacl(calls_, files_.replacement, security_);
   if (!ReadSecurityOf(calls_, files_.replacement).SameDacl(security_)) {
     throw Refusal(kSecurityMismatch);
@@ -163,15 +161,15 @@ void RcsFile::CreateWithIdentity(const ExtendedPath& path, std::string_view byte
 
 void RcsFile::Commit() {
   const DWORD code =
-      ReplacePatiently(files_.replacement, files_.displaced, [&] { RequireUnchanged(); });
+      ReplaceWithRetries(files_.replacement, files_.displaced, [&] { RequireUnchanged(); });
   if (code == ERROR_SUCCESS) {
     ConfirmReplacement();
     RestoreSecurity();
     return;
   }
-  state_ = JudgeFailedReplacement();
+  state_ = StateAfterFailure();
   if (state_ == State::Lost) {
-    TakeBackHalfReplacement();
+    UndoHalfReplacement();
   } else if (state_ == State::Replaced) {
     ConfirmReplacement();
   }
@@ -195,8 +193,8 @@ void RcsFile::RequireUnchanged() const {
 /// again before each try. Returns the code of the last try; the state is Replaced when it
 /// succeeded, else Unknown.
 template <class Requirement>
-DWORD RcsFile::ReplacePatiently(const ExtendedPath& replacement, const ExtendedPath& displaced,
-                                Requirement require) {
+DWORD RcsFile::ReplaceWithRetries(const ExtendedPath& replacement, const ExtendedPath& displaced,
+                                  Requirement require) {
   const State before = state_;
   for (int tries = 1;; ++tries) {
     require();
@@ -208,7 +206,7 @@ DWORD RcsFile::ReplacePatiently(const ExtendedPath& replacement, const ExtendedP
     const DWORD code = GetLastError();
     const bool changed_nothing =
         Exists(calls_, path_) && Exists(calls_, replacement) && IsMissing(calls_, displaced);
-    if (tries == kTries || !MayBeALockOfAMoment(code) || !changed_nothing) {
+    if (tries == kTries || !MayBeTransient(code) || !changed_nothing) {
       return code;
     }
     state_ = before;
@@ -217,7 +215,7 @@ DWORD RcsFile::ReplacePatiently(const ExtendedPath& replacement, const ExtendedP
 }
 
 /// Returns the state after a replacement whose call failed. Changes nothing.
-RcsFile::State RcsFile::JudgeFailedReplacement() const {
+RcsFile::State RcsFile::StateAfterFailure() const {
   switch (FindContent(path_).content) {
     case Content::Missing:
       return State::Lost;
@@ -233,16 +231,15 @@ RcsFile::State RcsFile::JudgeFailedReplacement() const {
     case Content::Foreign:
       break;
   }
-  // Another program's text, possibly the same text from another run. If the old file was moved away
-  // for it, that must be kept.
+  // The file is another program's, possibly another run's with the same text. A displaced file may
+  // be the user's only copy of the old one.
   return Exists(calls_, files_.displaced) ? State::Superseded : State::Untouched;
 }
 
-/// Moves the old file back after a replacement that stopped between its two renames, which leaves
-/// no DXP.RCS and the old file as displaced file.
-void RcsFile::TakeBackHalfReplacement() {
-  if (!MoveIntoGap(files_.displaced)) {
-    state_ = JudgeFailedReplacement();
+/// Moves the displaced file back after a replacement that stopped between its two renames.
+void RcsFile::UndoHalfReplacement() {
+  if (!MoveUnlessExists(files_.displaced)) {
+    state_ = StateAfterFailure();
     return;
   }
   state_ = State::Untouched;
@@ -252,51 +249,51 @@ void RcsFile::TakeBackHalfReplacement() {
   }
 }
 
-/// Deletes the displaced file when it is the file that was planned on. Any other one is moved back,
-/// also an unreadable one, since it was DXP.RCS.
+/// Deletes the displaced file when it has the text and security on which the plan is based. Moves
+/// any other one back, even if it cannot be read, since it was DXP.RCS.
 void RcsFile::ConfirmReplacement() {
   state_ = State::Unconfirmed;
-  const Judgement judgement = JudgeDisplaced(files_.displaced, Content::Old);
-  if (judgement.verdict == Verdict::Expected) {
+  const Comparison comparison = CompareDisplaced(files_.displaced, Content::Old);
+  if (comparison.match == Match::Expected) {
     state_ = State::Replaced;
-    DropDisplaced(files_.displaced);
+    DeleteDisplaced(files_.displaced);
     own_securities_.push_back(ReadSecurity());
     return;
   }
-  if (PutDisplacedBack(files_.displaced, Content::New)) {
+  if (MoveDisplacedBack(files_.displaced, Content::New)) {
     state_ = State::Untouched;
   }
-  if (judgement.verdict == Verdict::Unreadable) {
-    throw FileStepFailure(kReadDisplaced, judgement.code);
+  if (comparison.match == Match::Unreadable) {
+    throw FileStepFailure(kReadDisplaced, comparison.code);
   }
-  throw Refusal(judgement.verdict == Verdict::ForeignSecurity ? kSecurityChanged : kSourceChanged);
+  throw Refusal(comparison.match == Match::ForeignSecurity ? kSecurityChanged : kSourceChanged);
 }
 
-/// Compares a displaced file with the one that should have been displaced: `expected`, with a
-/// security of ours.
-RcsFile::Judgement RcsFile::JudgeDisplaced(const ExtendedPath& displaced, Content expected) const {
+/// Compares a displaced file with the content and the security that it should have.
+RcsFile::Comparison RcsFile::CompareDisplaced(const ExtendedPath& displaced,
+                                              Content expected) const {
   const Finding found = FindContent(displaced);
   if (found.content == Content::Unreadable || found.content == Content::Missing) {
-    return {Verdict::Unreadable, found.code};
+    return {Match::Unreadable, found.code};
   }
   if (found.content != expected) {
-    return {Verdict::ForeignContent};
+    return {Match::ForeignContent};
   }
   try {
     const bool is_own = IsOwn(ReadSecurityOf(calls_, displaced));
-    return {is_own ? Verdict::Expected : Verdict::ForeignSecurity};
+    return {is_own ? Match::Expected : Match::ForeignSecurity};
   } catch (const Failure& failure) {
-    return {Verdict::Unreadable, failure.code};
+    return {Match::Unreadable, failure.code};
   }
 }
 
-void RcsFile::DropDisplaced(const ExtendedPath& displaced) const {
-  static_cast<void>(TryPatiently(calls_, [&] { return calls_.Delete(displaced); }));
+void RcsFile::DeleteDisplaced(const ExtendedPath& displaced) const {
+  static_cast<void>(TryWithRetries(calls_, [&] { return calls_.Delete(displaced); }));
 }
 
 /// Moves a displaced file back over DXP.RCS if that still has the text and the security that this
 /// run gave it.
-bool RcsFile::PutDisplacedBack(const ExtendedPath& displaced, Content ours) const {
+bool RcsFile::MoveDisplacedBack(const ExtendedPath& displaced, Content ours) const {
   for (int tries = 1;; ++tries) {
     if (FindContent(path_).content != ours || !(HasOwnSecurity() || HasSecurityOf(displaced))) {
       return false;
@@ -304,15 +301,15 @@ bool RcsFile::PutDisplacedBack(const ExtendedPath& displaced, Content ours) cons
     if (calls_.Move(displaced, path_, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
       return true;
     }
-    if (const DWORD code = GetLastError(); tries == kTries || !MayBeALockOfAMoment(code)) {
+    if (const DWORD code = GetLastError(); tries == kTries || !MayBeTransient(code)) {
       return false;
     }
     calls_.Wait(kPauseBetweenTries);
   }
 }
 
-bool RcsFile::MoveIntoGap(const ExtendedPath& source) const {
-  return MovePatiently(calls_, source, path_, MOVEFILE_WRITE_THROUGH) == ERROR_SUCCESS;
+bool RcsFile::MoveUnlessExists(const ExtendedPath& source) const {
+  return MoveWithRetries(calls_, source, path_, MOVEFILE_WRITE_THROUGH) == ERROR_SUCCESS;
 }
 
 // Security
@@ -369,16 +366,16 @@ bool RcsFile::HasSecurityOf(const ExtendedPath& displaced) const {
 
 void RcsFile::RollBack(const ExtendedPath& saved_path) {
   if (state_ == State::Unknown) {
-    state_ = JudgeFailedReplacement();
+    state_ = StateAfterFailure();
   }
-  if (state_ == State::Untouched || (state_ == State::Unconfirmed && SettleUnconfirmed())) {
+  if (state_ == State::Untouched || (state_ == State::Unconfirmed && RestoreUnconfirmed())) {
     return;
   }
   if (state_ == State::Superseded) {
     throw Refusal(kForeignContent);
   }
   if (state_ == State::Lost) {
-    FillGap(saved_path);
+    RestoreMissing(saved_path);
   } else {
     RestoreOver(saved_path);
   }
@@ -389,23 +386,23 @@ void RcsFile::RollBack(const ExtendedPath& saved_path) {
   RequireNothingKept();
 }
 
-/// Moves the displaced file back, whether or not it could be read. Returns whether that succeeded;
-/// if not, DXP.RCS must be restored from its backup.
-bool RcsFile::SettleUnconfirmed() {
-  if (PutDisplacedBack(files_.displaced, Content::New)) {
+/// Moves the displaced file back, even if it cannot be read. Returns false when that failed and
+/// DXP.RCS must be restored from its backup; throws when it must not be restored.
+bool RcsFile::RestoreUnconfirmed() {
+  if (MoveDisplacedBack(files_.displaced, Content::New)) {
     state_ = State::Untouched;
     return true;
   }
-  const Judgement judgement = JudgeDisplaced(files_.displaced, Content::Old);
-  switch (judgement.verdict) {
-    case Verdict::ForeignContent:
+  const Comparison comparison = CompareDisplaced(files_.displaced, Content::Old);
+  switch (comparison.match) {
+    case Match::ForeignContent:
       throw Refusal(kForeignContent);
-    case Verdict::ForeignSecurity:
+    case Match::ForeignSecurity:
       throw Refusal(kForeignSecurity);
-    case Verdict::Unreadable:
-      kept_.push_back({files_.displaced, judgement.code});
+    case Match::Unreadable:
+      kept_.push_back({files_.displaced, comparison.code});
       break;
-    case Verdict::Expected:
+    case Match::Expected:
       break;
   }
   return false;
@@ -415,15 +412,15 @@ bool RcsFile::SettleUnconfirmed() {
 void RcsFile::RestoreOver(const ExtendedPath& saved_path) {
   RequireOwn(kForeignSecurity, kForeignContent);
   WriteRecovery(saved_path);
-  const DWORD code = ReplacePatiently(*recovery_, files_.undone, [&] {
+  const DWORD code = ReplaceWithRetries(*recovery_, files_.undone, [&] {
     RequireOwn(kChangedDuringRollback, kChangedDuringRollback);
   });
   if (code != ERROR_SUCCESS) {
     FinishRestoration(code);
   }
-  // It is DXP.RCS now; a file of that name is another run's.
+  // The recovery file has become DXP.RCS; a file with its name is another run's.
   recovery_.reset();
-  SettleUndone();
+  CheckUndone();
   RestoreSecurity();
 }
 
@@ -437,29 +434,29 @@ void RcsFile::FinishRestoration(DWORD code) {
   if (now == Content::Missing) {
     const Content undone = FindContent(files_.undone).content;
     const bool is_foreign = undone == Content::Foreign || undone == Content::Old;
-    if (!is_foreign && MoveIntoGap(*recovery_)) {
+    if (!is_foreign && MoveUnlessExists(*recovery_)) {
       return;
     }
-    // Even the text that was to be removed is better than no file.
-    state_ = MoveIntoGap(files_.undone) ? State::Replaced : State::Lost;
+    // The text that was to be removed is better than no file.
+    state_ = MoveUnlessExists(files_.undone) ? State::Replaced : State::Lost;
   } else {
     state_ = State::Replaced;
   }
   throw FileStepFailure(L"Restore RCS", code);
 }
 
-/// Deletes the file that the restoration displaced if it was ours. One that another program changed
-/// at the last moment is moved back; an unreadable one is kept under its name.
-void RcsFile::SettleUndone() {
-  const Judgement judgement = JudgeDisplaced(files_.undone, Content::New);
-  if (judgement.verdict == Verdict::Expected) {
-    DropDisplaced(files_.undone);
-  } else if (judgement.verdict == Verdict::Unreadable) {
+/// Deletes the file that the restoration displaced if it is ours. Moves back one that another
+/// program has changed, and keeps one that cannot be read.
+void RcsFile::CheckUndone() {
+  const Comparison comparison = CompareDisplaced(files_.undone, Content::New);
+  if (comparison.match == Match::Expected) {
+    DeleteDisplaced(files_.undone);
+  } else if (comparison.match == Match::Unreadable) {
     if (!IsMissing(calls_, files_.undone)) {
-      kept_.push_back({files_.undone, judgement.code});
+      kept_.push_back({files_.undone, comparison.code});
     }
   } else {
-    if (!PutDisplacedBack(files_.undone, Content::Old)) {
+    if (!MoveDisplacedBack(files_.undone, Content::Old)) {
       kept_.push_back({files_.undone, 0});
     }
     state_ = State::Superseded;
@@ -467,15 +464,15 @@ void RcsFile::SettleUndone() {
   }
 }
 
-/// Restores a DXP.RCS that our replacement left missing. Prefers the displaced file to any copy,
-/// since it has the user's content and security.
-void RcsFile::FillGap(const ExtendedPath& saved_path) {
+/// Restores a DXP.RCS that our replacement left missing: from the displaced file, which has the
+/// user's content and security, or else from the saved text.
+void RcsFile::RestoreMissing(const ExtendedPath& saved_path) {
   if (!IsMissing(calls_, path_)) {
     // Another program has created the file, possibly another run with the same text.
     state_ = State::Superseded;
     throw Refusal(kForeignContent);
   }
-  if (MoveIntoGap(files_.displaced)) {
+  if (MoveUnlessExists(files_.displaced)) {
     state_ = State::Untouched;
     const Content back = FindContent(path_).content;
     if (back == Content::Foreign || back == Content::New) {
@@ -494,15 +491,15 @@ void RcsFile::FillGap(const ExtendedPath& saved_path) {
     kept_.push_back({files_.displaced, displaced.code});
   }
   WriteRecovery(saved_path);
-  if (const DWORD code = MovePatiently(calls_, *recovery_, path_, MOVEFILE_WRITE_THROUGH)) {
+  if (const DWORD code = MoveWithRetries(calls_, *recovery_, path_, MOVEFILE_WRITE_THROUGH)) {
     throw FileStepFailure(L"Restore RCS", code);
   }
   recovery_.reset();
   RestoreSecurity();
 }
 
-/// Writes the recovery file: the saved text beside DXP.RCS. Deletes a stale one; if that fails,
-/// uses a name of this run's own.
+/// Writes the recovery file: the saved text beside DXP.RCS. Deletes an existing one; if that fails,
+/// uses the spare name.
 void RcsFile::WriteRecovery(const ExtendedPath& saved_path) {
   const std::string saved = ReadRcsBytes(calls_, saved_path);
   if (Digest(calls_, saved) != planned_digest_) {
@@ -529,7 +526,7 @@ void RcsFile::WriteRecovery(const ExtendedPath& saved_path) {
   }
 }
 
-/// Throws a failure that names the unreadable displaced files that are kept although DXP.RCS is
+/// Throws a failure that names the displaced files that were kept, if any, although DXP.RCS is
 /// restored.
 void RcsFile::RequireNothingKept() const {
   std::wstring names;
@@ -541,7 +538,7 @@ void RcsFile::RequireNothingKept() const {
   }
 }
 
-/// Throws unless DXP.RCS is as the commit left it.
+/// Throws unless DXP.RCS has the text and security that the commit gave it.
 void RcsFile::RequireOwn(std::wstring_view security_refusal,
                          std::wstring_view content_refusal) const {
   if (IsMissing(calls_, path_)) {
@@ -562,7 +559,7 @@ void RcsFile::RequireOwn(std::wstring_view security_refusal,
 /// Returns the content of a file, opened with retries and full sharing.
 RcsFile::Finding RcsFile::FindContent(const ExtendedPath& path) const {
   DWORD code = 0;
-  const FileHandle file = OpenPatiently(
+  const FileHandle file = OpenWithRetries(
       calls_, path,
       {.access = GENERIC_READ, .sharing = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE},
       code);

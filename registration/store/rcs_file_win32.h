@@ -25,9 +25,9 @@ struct FileFacts {
 ///
 /// Call SetPlannedText, Prepare, ReadReplacement and Commit in this order, and RollBack after a
 /// failed commit for which Replaced() is true. At every instant DXP.RCS is the complete old or the
-/// complete new file, or missing if Windows stops half way; then a working file has its content,
-/// and no working file is deleted. Failures are thrown as kestrune::Failure with their complete
-/// text. A sharing violation is retried for half a second.
+/// complete new file, unless Windows stops half way and leaves it missing. In that case its content
+/// is in a working file, and none is deleted. Failures are thrown as kestrune::Failure with their
+/// complete text. A sharing violation is retried for half a second.
 class RcsFile {
  public:
   /// Reads the file's stat. Throws for one that is read-only, a directory or a link. Changes
@@ -35,7 +35,7 @@ class RcsFile {
   RcsFile(const std::wstring& path, kestrune::SystemCalls& calls);
   RcsFile(const RcsFile&) = delete;
   RcsFile& operator=(const RcsFile&) = delete;
-  /// Deletes the working files that it created and that are no longer needed.
+  /// Deletes the working files that this object created and that are no longer needed.
   ~RcsFile();
 
   [[nodiscard]] const kestrune::ExtendedPath& Path() const { return path_; }
@@ -53,8 +53,8 @@ class RcsFile {
   /// security of DXP.RCS. Throws when owner, group or DACL cannot be kept.
   void Prepare(std::string_view new_text, std::string digest);
   /// Replaces DXP.RCS with the replacement file if both are unchanged since this object read them,
-  /// then restores the exact security. If the displaced file turns out to have been changed at the
-  /// last moment, moves it back if possible.
+  /// then restores the exact security. If another program has changed the displaced file since that
+  /// check, moves it back if possible.
   void Commit();
   /// Returns whether this object has replaced the file; true when that cannot be determined.
   [[nodiscard]] bool Replaced() const noexcept { return state_ != State::Untouched; }
@@ -67,7 +67,7 @@ class RcsFile {
   /// Lists the states of DXP.RCS; the head of rcs_file_win32.cpp has the diagram of their
   /// transitions.
   enum class State { Untouched, Unknown, Replaced, Unconfirmed, Superseded, Lost };
-  /// Lists the texts that this run distinguishes.
+  /// Lists the contents of a file that this run distinguishes.
   enum class Content { Old, New, Foreign, Unreadable, Missing };
   struct Finding {
     Content content = Content::Missing;
@@ -75,9 +75,9 @@ class RcsFile {
     DWORD code = 0;
   };
   /// Lists the results of comparing a displaced file with the expected one.
-  enum class Verdict { Expected, ForeignContent, ForeignSecurity, Unreadable };
-  struct Judgement {
-    Verdict verdict = Verdict::Expected;
+  enum class Match { Expected, ForeignContent, ForeignSecurity, Unreadable };
+  struct Comparison {
+    Match match = Match::Expected;
     DWORD code = 0;
   };
 
@@ -85,25 +85,25 @@ class RcsFile {
                           std::wstring_view refusal, bool& created) const;
   void RequireUnchanged() const;
   template <class Requirement>
-  DWORD ReplacePatiently(const kestrune::ExtendedPath& replacement,
-                         const kestrune::ExtendedPath& displaced, Requirement require);
-  [[nodiscard]] State JudgeFailedReplacement() const;
-  void TakeBackHalfReplacement();
+  DWORD ReplaceWithRetries(const kestrune::ExtendedPath& replacement,
+                           const kestrune::ExtendedPath& displaced, Requirement require);
+  [[nodiscard]] State StateAfterFailure() const;
+  void UndoHalfReplacement();
   void ConfirmReplacement();
-  [[nodiscard]] Judgement JudgeDisplaced(const kestrune::ExtendedPath& displaced,
-                                         Content expected) const;
-  void DropDisplaced(const kestrune::ExtendedPath& displaced) const;
-  [[nodiscard]] bool PutDisplacedBack(const kestrune::ExtendedPath& displaced, Content ours) const;
-  [[nodiscard]] bool MoveIntoGap(const kestrune::ExtendedPath& source) const;
+  [[nodiscard]] Comparison CompareDisplaced(const kestrune::ExtendedPath& displaced,
+                                            Content expected) const;
+  void DeleteDisplaced(const kestrune::ExtendedPath& displaced) const;
+  [[nodiscard]] bool MoveDisplacedBack(const kestrune::ExtendedPath& displaced, Content ours) const;
+  [[nodiscard]] bool MoveUnlessExists(const kestrune::ExtendedPath& source) const;
 
   /// Writes the original DACL and reads the security back. Throws when owner, group or DACL then
   /// differ.
   void RestoreSecurity();
-  [[nodiscard]] bool SettleUnconfirmed();
+  [[nodiscard]] bool RestoreUnconfirmed();
   void RestoreOver(const kestrune::ExtendedPath& saved_path);
   void FinishRestoration(DWORD code);
-  void SettleUndone();
-  void FillGap(const kestrune::ExtendedPath& saved_path);
+  void CheckUndone();
+  void RestoreMissing(const kestrune::ExtendedPath& saved_path);
   void WriteRecovery(const kestrune::ExtendedPath& saved_path);
   void RequireNothingKept() const;
 

@@ -37,26 +37,26 @@ DWORD TryToWrite(SystemCalls& calls, HANDLE file, std::string_view bytes) {
 
 }  // namespace
 
-bool MayBeALockOfAMoment(DWORD code) {
+bool MayBeTransient(DWORD code) {
   constexpr DWORD kLocks[] = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION,
                               ERROR_UNABLE_TO_REMOVE_REPLACED, ERROR_UNABLE_TO_MOVE_REPLACEMENT};
   return std::ranges::find(kLocks, code) != std::ranges::end(kLocks);
 }
 
-FileHandle OpenPatiently(SystemCalls& calls, const ExtendedPath& path,
-                         const kestrune::FileOpening& opening, DWORD& code) {
+FileHandle OpenWithRetries(SystemCalls& calls, const ExtendedPath& path,
+                           const kestrune::FileOpening& opening, DWORD& code) {
   FileHandle file;
-  code = TryPatiently(calls, [&] {
+  code = TryWithRetries(calls, [&] {
     file.Reset(calls.Create(path, opening));
     return static_cast<bool>(file);
   });
   return file;
 }
 
-DWORD MovePatiently(SystemCalls& calls, const ExtendedPath& source, const ExtendedPath& target,
-                    DWORD flags) {
+DWORD MoveWithRetries(SystemCalls& calls, const ExtendedPath& source, const ExtendedPath& target,
+                      DWORD flags) {
   bool is_first = true;
-  return TryPatiently(calls, [&] {
+  return TryWithRetries(calls, [&] {
     const bool took_effect =
         !std::exchange(is_first, false) && IsMissing(calls, source) && !IsMissing(calls, target);
     return took_effect || calls.Move(source, target, flags) != FALSE;
@@ -74,7 +74,7 @@ bool IsMissing(SystemCalls& calls, const ExtendedPath& path) {
 
 std::string ReadRcsBytes(SystemCalls& calls, const ExtendedPath& path) {
   DWORD code = 0;
-  const FileHandle file = OpenPatiently(
+  const FileHandle file = OpenWithRetries(
       calls, path, {.access = GENERIC_READ, .sharing = FILE_SHARE_READ | FILE_SHARE_DELETE}, code);
   if (!file) {
     throw FileStepFailure(L"Open RCS", code);

@@ -15,41 +15,43 @@ namespace altium_registration {
 inline constexpr int kTries = 10;
 inline constexpr DWORD kPauseBetweenTries = 50;
 
-/// Returns whether the code may come from a handle that a virus scanner, indexer or synchronisation
-/// keeps open only for a moment, such as a sharing violation.
-bool MayBeALockOfAMoment(DWORD code);
+/// Returns whether the code, such as that of a sharing violation, may come from a handle that a
+/// virus scanner, indexer or synchronisation keeps open only for a moment.
+bool MayBeTransient(DWORD code);
 
 /// Makes a call (which returns true, or false with the thread's last error) until it succeeds or
 /// fails with a code that is not transient, at most kTries times. Returns ERROR_SUCCESS or the code
 /// of the last try.
 template <class Call>
-DWORD TryPatiently(kestrune::SystemCalls& calls, Call call) {
+DWORD TryWithRetries(kestrune::SystemCalls& calls, Call call) {
   for (int tries = 1;; ++tries) {
     if (call()) {
       return ERROR_SUCCESS;
     }
     const DWORD code = GetLastError();
-    if (tries == kTries || !MayBeALockOfAMoment(code)) {
+    if (tries == kTries || !MayBeTransient(code)) {
       return code;
     }
     calls.Wait(kPauseBetweenTries);
   }
 }
 
-/// Opens an existing file with retries. Returns an empty handle when `code` is not ERROR_SUCCESS.
-kestrune::FileHandle OpenPatiently(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
-                                   const kestrune::FileOpening& opening, DWORD& code);
+/// Opens a file with retries. Sets `code` to ERROR_SUCCESS, or returns an empty handle and sets it
+/// to the code of the last try.
+kestrune::FileHandle OpenWithRetries(kestrune::SystemCalls& calls,
+                                     const kestrune::ExtendedPath& path,
+                                     const kestrune::FileOpening& opening, DWORD& code);
 
-/// Moves a file with retries. Returns ERROR_SUCCESS also for a move that took effect although its
-/// call failed.
-DWORD MovePatiently(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& source,
-                    const kestrune::ExtendedPath& target, DWORD flags);
+/// Moves a file with retries. Returns ERROR_SUCCESS, also when a failed call has moved the file, or
+/// the code of the last try.
+DWORD MoveWithRetries(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& source,
+                      const kestrune::ExtendedPath& target, DWORD flags);
 
 /// Returns whether a path is known to be absent; false also when its stat fails for another reason.
 bool IsMissing(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path);
 
-/// Reads a file of at most kMaxRcsBytes, opened for shared reading and deletion. Throws Failure of
-/// the step "Open RCS", "Read RCS size" or "Read RCS", or "RCS exceeds limit.".
+/// Reads a file of at most kMaxRcsBytes. Opens it with retries, shared for reading and deletion.
+/// Throws Failure of the step "Open RCS", "Read RCS size" or "Read RCS", or "RCS exceeds limit.".
 std::string ReadRcsBytes(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path);
 
 /// Holds the names of the steps for failures.
@@ -69,7 +71,8 @@ void FillNewFile(kestrune::SystemCalls& calls, kestrune::FileHandle file,
                  const kestrune::ExtendedPath& path, std::string_view bytes,
                  const NewFileSteps& steps);
 
-/// Creates and fills a file with both; it inherits the security of its folder.
+/// Creates a file with CreateNewFile, with the security that it inherits, and fills it with
+/// FillNewFile.
 void WriteNewFile(kestrune::SystemCalls& calls, const kestrune::ExtendedPath& path,
                   std::string_view bytes, const NewFileSteps& steps);
 

@@ -65,16 +65,16 @@ void WindowsStore::CreateBackups(std::string_view rcs, const std::vector<Registr
   AppendLog("Before SHA256=" + digest);
 }
 
-/// Compares the copy with the text that was planned on, not with the present file.
+/// Copies DXP.RCS and compares the copy with the text on which the plan is based.
 void WindowsStore::BackUpRcs(std::string_view rcs) {
   const ExtendedPath saved = BackupPath(kSavedRcs);
-  DWORD code = TryPatiently(calls_, [&] { return calls_.Copy(file_.Path(), saved, TRUE); });
+  DWORD code = TryWithRetries(calls_, [&] { return calls_.Copy(file_.Path(), saved, TRUE); });
   if (code != ERROR_SUCCESS) {
     throw FileStepFailure(L"Backup RCS", code);
   }
   // The copy may be only in the cache; it is flushed to disk before the original is replaced.
   FileHandle copy =
-      OpenPatiently(calls_, saved, {.access = GENERIC_WRITE, .sharing = FILE_SHARE_READ}, code);
+      OpenWithRetries(calls_, saved, {.access = GENERIC_WRITE, .sharing = FILE_SHARE_READ}, code);
   if (copy && !calls_.Flush(copy.Get())) {
     code = GetLastError();
   }
@@ -132,15 +132,15 @@ void WindowsStore::AppendLog(std::string_view line) {
     throw kestrune::Failure{kUnwritable, code};
   }
   DWORD code = 0;
-  const FileHandle log = OpenPatiently(
+  const FileHandle log = OpenWithRetries(
       calls_, BackupPath(L"operation.log"),
       {.access = FILE_APPEND_DATA, .sharing = FILE_SHARE_READ, .disposition = OPEN_ALWAYS}, code);
   if (!log) {
     throw kestrune::Failure{kUnwritable, code};
   }
-  const std::string text = (has_torn_line_ ? "\r\n" : "") + std::string(line) + "\r\n";
+  const std::string text = (has_partial_line_ ? "\r\n" : "") + std::string(line) + "\r\n";
   DWORD written = 0;
-  has_torn_line_ = true;
+  has_partial_line_ = true;
   if (!calls_.Write(log.Get(), text.data(), static_cast<DWORD>(text.size()), &written)) {
     kestrune::ThrowLastError(kUnwritable);
   }
@@ -148,7 +148,7 @@ void WindowsStore::AppendLog(std::string_view line) {
   if (written != text.size()) {
     throw kestrune::Failure{kUnwritable, ERROR_WRITE_FAULT};
   }
-  has_torn_line_ = false;
+  has_partial_line_ = false;
   if (!calls_.Flush(log.Get())) {
     kestrune::ThrowLastError(L"Cannot flush operation log.");
   }
@@ -158,8 +158,8 @@ ExtendedPath WindowsStore::BackupPath(std::wstring_view name) const {
   return ExtendedPath(backup_directory_).Entry(name);
 }
 
-/// Creates the backup directory and clears leftovers. Every run calls this before its first change;
-/// a run without changes never does. Returns the code of the failed call.
+/// Creates the backup directory and clears leftovers, before the first change of a run. Returns
+/// ERROR_SUCCESS or the code of the failed call.
 DWORD WindowsStore::EnsureBackupDirectory() {
   if (has_backup_directory_) {
     return ERROR_SUCCESS;

@@ -60,7 +60,7 @@ class WindowsStore final : public Store {
   std::wstring backup_directory_;
   bool has_backup_directory_ = false;
   /// Whether the last line of the log may be incomplete.
-  bool has_torn_line_ = false;
+  bool has_partial_line_ = false;
 };
 
 }  // namespace altium_registration

@@ -1,7 +1,6 @@
 #include "registration/store/working_files_win32.h"
 
 #include <cstdint>
-#include <cwchar>
 #include <limits>
 #include <string_view>
 
@@ -15,7 +14,7 @@ namespace {
 using kestrune::ExtendedPath;
 using kestrune::SystemCalls;
 
-constexpr std::wstring_view kMark = L".odbpp-";
+constexpr std::wstring_view kRunPrefix = L".odbpp-";
 constexpr std::wstring_view kWorkingEnd = L".tmp";
 constexpr std::wstring_view kDisplacedEnd = L".old.tmp";
 
@@ -70,8 +69,8 @@ bool Exists(SystemCalls& calls, const ExtendedPath& path) {
 }
 
 WorkingFiles NameWorkingFiles(SystemCalls& calls, const ExtendedPath& rcs_path) {
-  const std::wstring run = std::wstring(kMark) + std::to_wstring(GetCurrentProcessId()) + L"_" +
-                           std::to_wstring(StartTime(calls, GetCurrentProcess())) + L"_" +
+  const std::wstring run = std::wstring(kRunPrefix) + std::to_wstring(GetCurrentProcessId()) +
+                           L"_" + std::to_wstring(StartTime(calls, GetCurrentProcess())) + L"_" +
                            std::to_wstring(calls.GetCounter());
   return {rcs_path.WithEnding(run + std::wstring(kWorkingEnd)),
           rcs_path.WithEnding(run + std::wstring(kDisplacedEnd)),
@@ -82,7 +81,7 @@ WorkingFiles NameWorkingFiles(SystemCalls& calls, const ExtendedPath& rcs_path) 
 
 void ClearLeftovers(SystemCalls& calls, const ExtendedPath& rcs_path,
                     const ExtendedPath& directory) {
-  const std::wstring prefix = std::wstring(rcs_path.Name()) + std::wstring(kMark);
+  const std::wstring prefix = std::wstring(rcs_path.Name()) + std::wstring(kRunPrefix);
   WIN32_FIND_DATAW entry{};
   const ExtendedPath pattern = rcs_path.Parent().Entry(prefix + L"*" + std::wstring(kWorkingEnd));
   const kestrune::FindHandle find(calls.FindFirst(pattern, &entry));

@@ -16,8 +16,8 @@ std::exception_ptr Attempt(Action action) noexcept {
   }
 }
 
-/// Returns the text of an exception: a Failure's own, else a sentence. Throws std::bad_alloc when
-/// there is no memory for it.
+/// Returns the text of an exception: that of a Failure, or a general sentence. Throws
+/// std::bad_alloc.
 std::wstring TextOf(const std::exception_ptr& thrown);
 
 }  // namespace altium_registration

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <numeric>
-#include <utility>
 
 #include "common/failure/failure.h"
 #include "common/text/ordinal.h"
@@ -44,6 +42,7 @@ wchar_t UnitAt(const std::vector<std::byte>& data, std::size_t offset) {
                               std::to_integer<unsigned>(data[offset + 1]) << 8);
 }
 
+/// Returns the text of an ItemN value without the terminating null. Throws Failure.
 std::wstring TextOf(const RegistryValue& value) {
   const std::vector<std::byte>& data = value.data;
   if (value.type != kRegistryText || data.size() < 2 || data.size() % 2 != 0 ||
@@ -144,16 +143,6 @@ bool ParseItemName(std::wstring_view name, std::optional<std::uint32_t>& index,
                    std::wstring& error) {
   try {
     index = ItemIndex(name);
-    return true;
-  } catch (const Failure& failure) {
-    error = failure.text;
-    return false;
-  }
-}
-
-bool ItemText(const RegistryValue& value, std::wstring& text, std::wstring& error) {
-  try {
-    text = TextOf(value);
     return true;
   } catch (const Failure& failure) {
     error = failure.text;

@@ -19,15 +19,9 @@ inline constexpr std::size_t kMaxRegistryValueBytes = 1'048'576;
 /// leading zeros allowed).
 ///
 /// `index` is empty for every other name, which is not an error. Returns false with "ItemN index
-/// too large." as soon as a digit follows a number above 100000; so 1000009 is still accepted.
+/// too large." for a number above 1000009: a digit after a number above 100000 is refused.
 bool ParseItemName(std::wstring_view name, std::optional<std::uint32_t>& index,
                    std::wstring& error);
-
-/// Reads the text of an ItemN value: UTF-16 units without the terminating null.
-///
-/// Returns false with "ItemN must be terminated REG_SZ." for another type, an odd or too short
-/// length or a missing null, and with "Embedded NUL in ItemN." for a null inside.
-bool ItemText(const RegistryValue& value, std::wstring& text, std::wstring& error);
 
 /// Returns the data bytes of a registry text: UTF-16LE with a terminating null.
 std::vector<std::byte> TextData(std::wstring_view text);
@@ -41,7 +35,9 @@ std::vector<std::byte> TextData(std::wstring_view text);
 /// installing keeps the first match with its text. `plan` is set only on success.
 ///
 /// Errors: "Duplicate registry value name.", "ItemN index too large.", "Ambiguous numeric ItemN.",
-/// and those of ItemText in the order of the numbers. Takes n log n comparisons for n values.
+/// and for the entries in the order of their numbers "ItemN must be terminated REG_SZ." (another
+/// type, an odd or too short length, or no terminating null) and "Embedded NUL in ItemN.". Takes n
+/// log n comparisons for n values.
 bool PlanGlobalProjects(const std::vector<RegistryValue>& values, std::wstring_view project_path,
                         bool install, std::vector<RegistryValue>& plan, std::wstring& error);
 

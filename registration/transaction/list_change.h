@@ -12,7 +12,7 @@ namespace altium_registration {
 /// Throws "Registry changed concurrently." unless the Global Projects key has exactly these values.
 void RequireValues(Store& store, const std::vector<RegistryValue>& expected);
 
-/// Changes the Global Projects key step by step, and records how far it got.
+/// Changes the Global Projects key step by step, and records which steps were begun and done.
 class ListChange {
  public:
   /// `from` is the content of the key before the first step.
@@ -26,8 +26,8 @@ class ListChange {
   [[nodiscard]] bool HasBegun() const { return begun_ > 0; }
 
   /// Returns the content that these steps left in the key. A failed step may or may not have taken
-  /// effect. Throws "Registry changed concurrently." for any other content, which comes from
-  /// another program.
+  /// effect. Throws "Registry changed concurrently." for any other content, which is another
+  /// program's.
   [[nodiscard]] std::vector<RegistryValue> OwnContent() const;
 
  private:

@@ -12,8 +12,8 @@ namespace altium_registration {
 /// customization file DXP.RCS, the instance's Global Projects key, and the backups of both.
 ///
 /// An operation that fails throws kestrune::Failure with a complete text, which has the step's name
-/// and code if a call failed. Callers determine what a failed operation did: for the file with
-/// HasReplacedRcs, for the key by reading it again.
+/// and code if a call failed. A failed operation may have taken effect: for the file HasReplacedRcs
+/// reports it, for the key reading it again.
 class Store {
  public:
   Store() = default;
@@ -29,8 +29,8 @@ class Store {
   /// Returns the key's values in enumeration order; an absent key has none.
   [[nodiscard]] virtual std::vector<RegistryValue> ReadGlobalProjects() = 0;
 
-  /// Saves file, values and security, and verifies that the saved file equals `rcs`, the text that
-  /// was planned on.
+  /// Saves file, values and security, and verifies that the saved file equals `rcs`, on which the
+  /// plan is based.
   virtual void CreateBackups(std::string_view rcs, const std::vector<RegistryValue>& values) = 0;
 
   /// Writes the new text to the replacement file beside DXP.RCS, with the owner and group of

@@ -48,8 +48,8 @@ class Transaction {
     static_cast<void>(Attempt([&] { Log(kCommitted); }));
   }
 
-  /// Undoes what the commit has done, the key first, and composes the message. Tries both before it
-  /// composes any text, since text needs memory, which may have run out.
+  /// Undoes what the commit has done, the key first, and composes the message. Undoes both before
+  /// it composes any text, since memory may have run out.
   void RollBack(const std::exception_ptr& failure, std::wstring& message) {
     const std::exception_ptr list_failure = Attempt([&] { RollBackList(); });
     const std::exception_ptr file_failure = Attempt([&] { RollBackFile(); });
@@ -140,7 +140,7 @@ class Transaction {
 }  // namespace
 
 bool RunTransaction(Store& store, const RegistrationChange& change, std::wstring& message) {
-  // Room for each message without the text of a failure.
+  // The size of the longest message without the text of a failure, rounded up.
   constexpr std::size_t kReservedMessage = 128;
   message.reserve(kReservedMessage);
   Transaction transaction(store, change);

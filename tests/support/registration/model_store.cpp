@@ -114,15 +114,15 @@ class ModelStore final : public Store {
   std::string ReadReplacement() override { return Read("temp"); }
 
   void CommitReplacement() override {
-    const Code code = ReplacePatiently("temp", "displaced", [&] { RequireUnchanged(); });
+    const Code code = ReplaceWithRetries("temp", "displaced", [&] { RequireUnchanged(); });
     if (code == 0) {
       ConfirmReplacement();
       RestoreRcsSecurity();
       return;
     }
-    state_ = JudgeFailedReplacement();
+    state_ = StateAfterFailure();
     if (state_ == State::Lost) {
-      TakeBackHalfReplacement();
+      UndoHalfReplacement();
     } else if (state_ == State::Replaced) {
       ConfirmReplacement();
     }
@@ -177,16 +177,16 @@ class ModelStore final : public Store {
 
   void RollBackRcs() override {
     if (state_ == State::Unknown) {
-      state_ = JudgeFailedReplacement();
+      state_ = StateAfterFailure();
     }
-    if (state_ == State::Untouched || (state_ == State::Unconfirmed && SettleUnconfirmed())) {
+    if (state_ == State::Untouched || (state_ == State::Unconfirmed && RestoreUnconfirmed())) {
       return;
     }
     if (state_ == State::Superseded) {
       throw Refusal(kForeignContent);
     }
     if (state_ == State::Lost) {
-      FillGap();
+      RestoreMissing();
     } else {
       RestoreOver();
     }
@@ -224,9 +224,9 @@ class ModelStore final : public Store {
     Content content = Content::Missing;
     Code code = 0;
   };
-  enum class Verdict { Expected, ForeignContent, ForeignSecurity, Unreadable };
-  struct Judgement {
-    Verdict verdict = Verdict::Expected;
+  enum class Match { Expected, ForeignContent, ForeignSecurity, Unreadable };
+  struct Comparison {
+    Match match = Match::Expected;
     Code code = 0;
   };
 
@@ -477,8 +477,8 @@ class ModelStore final : public Store {
 
   // Committing
   template <class Requirement>
-  Code ReplacePatiently(std::string_view replacement, std::string_view displaced,
-                        Requirement require) {
+  Code ReplaceWithRetries(std::string_view replacement, std::string_view displaced,
+                          Requirement require) {
     const State before = state_;
     for (int tries = 1;; ++tries) {
       require();
@@ -508,7 +508,7 @@ class ModelStore final : public Store {
     CheckSourceSecurity();
   }
 
-  State JudgeFailedReplacement() {
+  State StateAfterFailure() {
     switch (FindContent("rcs").content) {
       case Content::Missing:
         return State::Lost;
@@ -527,9 +527,9 @@ class ModelStore final : public Store {
     return Exists("displaced") ? State::Superseded : State::Untouched;
   }
 
-  void TakeBackHalfReplacement() {
+  void UndoHalfReplacement() {
     if (MoveOntoRcs("displaced", false) != 0) {
-      state_ = JudgeFailedReplacement();
+      state_ = StateAfterFailure();
       return;
     }
     state_ = State::Untouched;
@@ -541,40 +541,39 @@ class ModelStore final : public Store {
 
   void ConfirmReplacement() {
     state_ = State::Unconfirmed;
-    const Judgement judgement = JudgeDisplaced("displaced", Content::Old);
-    if (judgement.verdict == Verdict::Expected) {
+    const Comparison comparison = CompareDisplaced("displaced", Content::Old);
+    if (comparison.match == Match::Expected) {
       state_ = State::Replaced;
       Delete("displaced");
       own_securities_.insert(ReadSecurity("rcs"));
       return;
     }
-    if (PutDisplacedBack("displaced", Content::New)) {
+    if (MoveDisplacedBack("displaced", Content::New)) {
       state_ = State::Untouched;
     }
-    if (judgement.verdict == Verdict::Unreadable) {
-      throw FileStepFailure(L"Read displaced RCS", judgement.code);
+    if (comparison.match == Match::Unreadable) {
+      throw FileStepFailure(L"Read displaced RCS", comparison.code);
     }
-    throw Refusal(judgement.verdict == Verdict::ForeignSecurity ? kSecurityChanged
-                                                                : kSourceChanged);
+    throw Refusal(comparison.match == Match::ForeignSecurity ? kSecurityChanged : kSourceChanged);
   }
 
-  Judgement JudgeDisplaced(std::string_view role, Content expected) {
+  Comparison CompareDisplaced(std::string_view role, Content expected) {
     const Finding found = FindContent(role);
     if (found.content == Content::Unreadable || found.content == Content::Missing) {
-      return {Verdict::Unreadable, found.code};
+      return {Match::Unreadable, found.code};
     }
     if (found.content != expected) {
-      return {Verdict::ForeignContent};
+      return {Match::ForeignContent};
     }
     try {
       const bool is_own = own_securities_.contains(ReadSecurity(role));
-      return {is_own ? Verdict::Expected : Verdict::ForeignSecurity};
+      return {is_own ? Match::Expected : Match::ForeignSecurity};
     } catch (const Failure& failure) {
-      return {Verdict::Unreadable, failure.code};
+      return {Match::Unreadable, failure.code};
     }
   }
 
-  bool PutDisplacedBack(std::string_view role, Content ours) {
+  bool MoveDisplacedBack(std::string_view role, Content ours) {
     for (int tries = 1;; ++tries) {
       if (FindContent("rcs").content != ours || !(HasOwnSecurity() || HasSecurityOf(role))) {
         return false;
@@ -587,21 +586,21 @@ class ModelStore final : public Store {
   }
 
   // Rolling back
-  bool SettleUnconfirmed() {
-    if (PutDisplacedBack("displaced", Content::New)) {
+  bool RestoreUnconfirmed() {
+    if (MoveDisplacedBack("displaced", Content::New)) {
       state_ = State::Untouched;
       return true;
     }
-    const Judgement judgement = JudgeDisplaced("displaced", Content::Old);
-    switch (judgement.verdict) {
-      case Verdict::ForeignContent:
+    const Comparison comparison = CompareDisplaced("displaced", Content::Old);
+    switch (comparison.match) {
+      case Match::ForeignContent:
         throw Refusal(kForeignContent);
-      case Verdict::ForeignSecurity:
+      case Match::ForeignSecurity:
         throw Refusal(kForeignSecurity);
-      case Verdict::Unreadable:
-        kept_.push_back({"displaced", judgement.code});
+      case Match::Unreadable:
+        kept_.push_back({"displaced", comparison.code});
         break;
-      case Verdict::Expected:
+      case Match::Expected:
         break;
     }
     return false;
@@ -625,13 +624,13 @@ class ModelStore final : public Store {
   void RestoreOver() {
     RequireOwn(kForeignSecurity, kForeignContent);
     WriteRecovery();
-    const Code code = ReplacePatiently(
+    const Code code = ReplaceWithRetries(
         *recovery_, "undone", [&] { RequireOwn(kChangedDuringRollback, kChangedDuringRollback); });
     if (code != 0) {
       FinishRestoration(code);
     }
     recovery_.reset();
-    SettleUndone();
+    CheckUndone();
     RestoreRcsSecurity();
   }
 
@@ -653,16 +652,16 @@ class ModelStore final : public Store {
     throw FileStepFailure(L"Restore RCS", code);
   }
 
-  void SettleUndone() {
-    const Judgement judgement = JudgeDisplaced("undone", Content::New);
-    if (judgement.verdict == Verdict::Expected) {
+  void CheckUndone() {
+    const Comparison comparison = CompareDisplaced("undone", Content::New);
+    if (comparison.match == Match::Expected) {
       Delete("undone");
-    } else if (judgement.verdict == Verdict::Unreadable) {
+    } else if (comparison.match == Match::Unreadable) {
       if (!IsMissing("undone")) {
-        kept_.push_back({"undone", judgement.code});
+        kept_.push_back({"undone", comparison.code});
       }
     } else {
-      if (!PutDisplacedBack("undone", Content::Old)) {
+      if (!MoveDisplacedBack("undone", Content::Old)) {
         kept_.push_back({"undone", 0});
       }
       state_ = State::Superseded;
@@ -670,7 +669,7 @@ class ModelStore final : public Store {
     }
   }
 
-  void FillGap() {
+  void RestoreMissing() {
     if (!IsMissing("rcs")) {
       state_ = State::Superseded;
       throw Refusal(kForeignContent);

@@ -31,6 +31,18 @@ inline Values PlanOf(const Values& values, std::wstring_view project, bool insta
   return plan;
 }
 
+/// Returns the text of a list entry; nothing for data that is not one terminated text.
+inline std::optional<std::wstring> EntryText(const RegistryValue& value) {
+  std::wstring text;
+  for (std::size_t i = 0; i + 3 < value.data.size(); i += 2) {
+    text.push_back(static_cast<wchar_t>(std::to_integer<unsigned>(value.data[i]) |
+                                        std::to_integer<unsigned>(value.data[i + 1]) << 8));
+  }
+  const bool is_text = value.type == kRegistryText && TextData(text) == value.data &&
+                       text.find(L'\0') == std::wstring::npos;
+  return is_text ? std::optional(text) : std::nullopt;
+}
+
 /// Returns the number of entries for the project in a list, ignoring case and the direction of
 /// slashes.
 inline std::size_t ProjectEntries(const std::vector<RegistryValue>& values, std::wstring project) {
@@ -38,13 +50,13 @@ inline std::size_t ProjectEntries(const std::vector<RegistryValue>& values, std:
   return static_cast<std::size_t>(
       std::ranges::count_if(values, [&project](const RegistryValue& value) {
         std::optional<std::uint32_t> index;
-        std::wstring text;
         std::wstring error;
-        if (!ParseItemName(value.name, index, error) || !index || !ItemText(value, text, error)) {
+        std::optional<std::wstring> text = EntryText(value);
+        if (!ParseItemName(value.name, index, error) || !index || !text) {
           return false;
         }
-        std::ranges::replace(text, L'/', L'\\');
-        return kestrune::EqualIgnoringCase(text, project);
+        std::ranges::replace(*text, L'/', L'\\');
+        return kestrune::EqualIgnoringCase(*text, project);
       }));
 }
 

@@ -7,6 +7,7 @@
 
 #include "common/text/text.h"
 #include "registration/transaction/global_projects.h"
+#include "tests/support/registration/plan_laws.h"
 
 namespace altium_registration {
 namespace {
@@ -295,12 +296,8 @@ std::string ListText(const std::optional<std::vector<RegistryValue>>& values) {
   }
   std::map<std::string, std::string> sorted;
   for (const RegistryValue& value : *values) {
-    std::wstring text;
-    std::wstring error;
-    if (!ItemText(value, text, error)) {
-      text = error;
-    }
-    sorted[kestrune::Utf8FromWide(value.name).substr(4)] = kestrune::Utf8FromWide(text);
+    sorted[kestrune::Utf8FromWide(value.name).substr(4)] =
+        kestrune::Utf8FromWide(EntryText(value).value_or(L"no text"));
   }
   std::string joined;
   for (const auto& [index, text] : sorted) {

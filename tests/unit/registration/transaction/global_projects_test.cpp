@@ -87,44 +87,37 @@ TEST(ParseItemName, DigitAfter100000IsTooMuch) {
   }
 }
 
-std::wstring TextRefused(const RegistryValue& value) {
-  std::wstring text;
-  std::wstring error;
-  return ItemText(value, text, error) ? L"" : error;
+TEST(PlanGlobalProjects, KeepsEveryUnitOfAText) {
+  for (const RegistryValue& value :
+       {Text(L"Item0", L"C:\\\x0416\xD83D\xDE00"), Raw(L"Item0", kRegistryText, {0, 0}),
+        Raw(L"Item0", kRegistryText, {0x34, 0x12, 0, 0})}) {
+    const Values plan = Planned({value}, false);
+    ASSERT_EQ(plan.size(), 1U);
+    EXPECT_EQ(plan[0].data, value.data);
+  }
 }
 
-TEST(ItemText, IsEveryUnitBeforeTheTerminator) {
-  std::wstring text;
-  std::wstring error;
-  EXPECT_TRUE(ItemText(Text(L"Item0", L"C:\\\x0416\xD83D\xDE00"), text, error));
-  EXPECT_EQ(text, L"C:\\\x0416\xD83D\xDE00");
-  EXPECT_TRUE(ItemText(Raw(L"Item0", kRegistryText, {0, 0}), text, error));
-  EXPECT_EQ(text, L"");
-  EXPECT_TRUE(ItemText(Raw(L"Item0", kRegistryText, {0x34, 0x12, 0, 0}), text, error));
-  EXPECT_EQ(text, L"\x1234");
-}
-
-TEST(ItemText, WantsATerminatedTextOfWholeUnits) {
+TEST(PlanGlobalProjects, WantsATerminatedTextOfWholeUnits) {
   constexpr std::wstring_view kMessage = L"ItemN must be terminated REG_SZ.";
   for (const std::uint32_t type :
        {0U, kExpandText, kBinary, kNumber, kTextList, 11U, 0xFFFFFFFFU}) {
     RegistryValue value = Text(L"Item0", L"x");
     value.type = type;
-    EXPECT_EQ(TextRefused(value), kMessage);
+    EXPECT_EQ(Refused({value}), kMessage);
   }
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {})), kMessage);
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {0})), kMessage);
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {65, 0, 0})), kMessage);
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {65, 0, 0, 0, 0})), kMessage);
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {65, 0})), kMessage);
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {65, 0, 0, 1})), kMessage);
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {65, 0, 1, 0})), kMessage);
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {})}), kMessage);
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {0})}), kMessage);
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {65, 0, 0})}), kMessage);
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {65, 0, 0, 0, 0})}), kMessage);
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {65, 0})}), kMessage);
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {65, 0, 0, 1})}), kMessage);
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {65, 0, 1, 0})}), kMessage);
 }
 
-TEST(ItemText, RefusesANulInside) {
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {65, 0, 0, 0, 0, 0})),
+TEST(PlanGlobalProjects, RefusesANulInside) {
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {65, 0, 0, 0, 0, 0})}),
             L"Embedded NUL in ItemN.");
-  EXPECT_EQ(TextRefused(Raw(L"Item0", kRegistryText, {0, 0, 0, 0})), L"Embedded NUL in ItemN.");
+  EXPECT_EQ(Refused({Raw(L"Item0", kRegistryText, {0, 0, 0, 0})}), L"Embedded NUL in ItemN.");
 }
 
 TEST(TextData, IsLittleEndianWithOneNul) {
