@@ -23,7 +23,7 @@ std::optional<InstallerCommand> InstallerKeyword(const std::wstring& text) {
   return std::nullopt;
 }
 
-/// Returns the number of a sign and the leading digits, clamped to 32 bits; 0 without digits.
+/// Returns the number at the beginning of the text, clamped to 32 bits; 0 when there is none.
 std::int32_t ReadMajor(const std::wstring& text) {
   constexpr long long least = std::numeric_limits<std::int32_t>::min();
   constexpr long long most = std::numeric_limits<std::int32_t>::max();
@@ -69,7 +69,7 @@ Command ParseInstaller(InstallerCommand command, const std::vector<std::wstring>
   return options;
 }
 
-Command ParseRuntime(const std::vector<std::wstring>& arguments) {
+Command ParseOtherMode(const std::vector<std::wstring>& arguments) {
   const std::size_t count = arguments.size();
   const std::wstring& keyword = arguments[1];
   if (count == 4 && keyword == L"--position-window") {
@@ -108,7 +108,7 @@ Command ParseCommandLine(const std::vector<std::wstring>& arguments) {
   if (const auto command = InstallerKeyword(arguments[1])) {
     return ParseInstaller(*command, arguments);
   }
-  return ParseRuntime(arguments);
+  return ParseOtherMode(arguments);
 }
 
 }  // namespace kestrune

@@ -13,10 +13,10 @@
 
 namespace kestrune {
 
-/// Denotes an installer keyword with invalid options.
+/// Describes an installer keyword with invalid options.
 struct InvalidInstallerCommand {};
 
-/// Denotes a command line that is no command of the program.
+/// Describes a command line without a known keyword.
 struct UnknownCommand {};
 
 using Command =
@@ -25,7 +25,8 @@ using Command =
 
 /// Parses the arguments as Windows splits them (the first is the program's own path) into the
 /// command of this run. Keywords are case-sensitive. An installer keyword counts only as the first
-/// argument after the path, a runtime keyword only with its exact number of arguments.
+/// argument after the path, the keyword of any other mode also only with its exact number of
+/// arguments.
 Command ParseCommandLine(const std::vector<std::wstring>& arguments);
 
 }  // namespace kestrune

@@ -16,7 +16,7 @@
 namespace kestrune {
 namespace {
 
-/// Returns a description of the current exception for the log. May throw when memory is short.
+/// Returns a description of the current exception for the log. Throws std::bad_alloc.
 std::wstring DescribeException() {
   try {
     throw;

@@ -10,9 +10,9 @@ namespace kestrune {
 /// cannot split it or memory runs out.
 std::optional<Command> ReadCommandLine(const wchar_t* command_line) noexcept;
 
-/// Runs one command with its mode and returns the exit code. An unexpected exception, such as
-/// running out of memory, is logged and reported by the mode's `report_failure` if possible, and
-/// the mode's failure code is returned. The process never ends in a crash box.
+/// Runs one command in its mode and returns the exit code. An unexpected exception, such as running
+/// out of memory, is logged and passed to the mode's `report_failure`. Without that function, or if
+/// it throws, the mode's failure code is returned.
 int RunCommand(const Command& command, const Modes& modes, const Doors& doors) noexcept;
 
 }  // namespace kestrune

@@ -4,8 +4,7 @@
 #include "entry/dispatch_win32.h"
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
-  // The program runs from folders that its user may write to; a DLL planted there must never be
-  // loaded.
+  // Loads no DLL from the program's own folder, to which the user may write.
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   const kestrune::ErrorMode error_mode(kestrune::kNoSystemBoxes);
   const auto command = kestrune::ReadCommandLine(GetCommandLineW());
@@ -13,6 +12,6 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t*, int) {
     return kestrune::kNotACommand;
   }
   kestrune::SystemCalls system;
-  kestrune::Desktop desktop(error_mode.Found());
+  kestrune::Desktop desktop(error_mode.Previous());
   return kestrune::RunCommand(*command, kestrune::kModes, {system, desktop});
 }

@@ -1,6 +1,5 @@
 #include "entry/modes_win32.h"
 
-#include "common/log/log_win32.h"
 #include "common/places/program_path_win32.h"
 #include "export/deliver/finalize_win32.h"
 #include "export/inspect/inspect_win32.h"
@@ -38,8 +37,7 @@ int ShowResult(const InstallerOptions& options, const InstallerResult& result, c
 }
 
 int RunInstaller(const InstallerOptions& options, const Doors& doors) {
-  // ProgramPath() is empty when the path exceeds the buffer; deployment then fails with its own
-  // text.
+  // ProgramPath() is empty when the path exceeds the buffer; the deployment then reports this.
   return ShowResult(options, RunInstallerCommand(doors.system, options, ProgramPath(doors.system)),
                     doors);
 }

@@ -17,12 +17,12 @@ enum CommandLineCode : int {
 /// Describes how the program carries out one kind of command.
 template <class C>
 struct Mode {
-  /// Runs the command and returns the exit code. An exception from it is unexpected; it is logged
-  /// and ends the program with `failure_code`.
+  /// Runs the command and returns the exit code. Throws only for unexpected reasons.
   int (*run)(const C& command, const Doors& doors) = nullptr;
+  /// The exit code after an exception that `report_failure` does not report.
   int failure_code = 0;
-  /// Reports such a failure to the script or user and returns the exit code. If it throws,
-  /// `failure_code` is returned. Null for a mode whose failure is reported only by the exit code.
+  /// Reports an exception of `run` to the script or the user, and returns the exit code. Null for a
+  /// mode that reports it only by the exit code.
   int (*report_failure)(const C& command, const Doors& doors) = nullptr;
 };
 

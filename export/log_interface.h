@@ -6,9 +6,8 @@
 
 namespace kestrune {
 
-// The stages and text fragments that the script searches for in the log. The log is written from
-// this list. The script has the same list under names that begin with Ks;
-// tests/checks/log_interface compares the two lists.
+// The stages and text fragments that the script searches for in the log. The script has the same
+// constants, with names that begin with Ks; tests/checks/log_interface compares them.
 
 inline constexpr std::wstring_view kStageRejected = L"Prepare rejected";
 inline constexpr std::wstring_view kStageFailed = L"Prepare failed";

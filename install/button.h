@@ -12,10 +12,10 @@ namespace kestrune {
 
 /// Chooses the button's place on the toolbars that the host defines.
 ///
-/// `resource` is the content of the installation's AdvPcb.rcs. A single place that is found is used
-/// for every version of the host; of several, the last one of the kind for the major version is
-/// used. Returns none when the version is unknown (0 or less) or there is no place of that kind.
-/// `extra_record_kinds` are accepted as in RcsOptions.
+/// `resource` is the content of the installation's AdvPcb.rcs. If only one of `places` exists
+/// there, it is chosen for every version of the host. Of several, the last one of the kind for the
+/// major version is chosen. Returns none when the version is unknown (0 or less) or there is no
+/// place of that kind. `extra_record_kinds` are accepted as in RcsOptions.
 std::optional<altium_registration::ToolbarAnchor> ChooseAnchor(
     std::string_view resource, std::int32_t major,
     const std::vector<std::string>& extra_record_kinds,

@@ -8,7 +8,7 @@
 namespace kestrune {
 namespace {
 
-bool CanStandInKeyword(wchar_t c) {
+bool IsKeywordCharacter(wchar_t c) {
   return c > L' ' && c < L'\x7F' && c != L'\'' && c != L'"' && c != L'=';
 }
 
@@ -16,7 +16,7 @@ bool CanStandInKeyword(wchar_t c) {
 std::string KeywordBytes(std::wstring_view name) {
   std::string bytes;
   for (const wchar_t c : name) {
-    if (!CanStandInKeyword(c)) {
+    if (!IsKeywordCharacter(c)) {
       return {};
     }
     bytes.push_back(static_cast<char>(c));

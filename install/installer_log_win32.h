@@ -8,9 +8,9 @@
 
 namespace kestrune {
 
-/// Writes an installer command's entries to the diagnostic log, from which an administrator learns
-/// what a quiet run did. Nothing is logged for `--status`. An entry for which memory is missing is
-/// dropped.
+/// Writes an installer command's entries to the diagnostic log, in which an administrator finds
+/// what a quiet run did. Logs nothing for `--status`. Functions without noexcept throw
+/// std::bad_alloc.
 class InstallerLog {
  public:
   InstallerLog(SystemCalls& calls, InstallerCommand command) : calls_(calls), command_(command) {}
@@ -21,8 +21,8 @@ class InstallerLog {
   void Skipped(std::wstring_view reason, std::wstring_view guid) const;
   /// Logs the failure of the deployment: a sentence completed by the failure's subject.
   void DeploymentRefused(const Failure& refusal, std::wstring_view package) const;
-  /// Logs that the program runs from the runtime directory, so that the deployment cannot replace
-  /// it.
+  /// Logs that the running program is the deployed one, which the deployment therefore did not
+  /// replace.
   void ProgramKept(std::wstring_view package) const;
 
  private:

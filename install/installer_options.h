@@ -20,7 +20,7 @@ struct InstallerOptions {
   std::wstring package;
   /// The file that receives the report; absent when none is wanted.
   std::optional<std::wstring> report;
-  /// Whether no box shows the result.
+  /// Whether the result is shown in no message box.
   bool quiet = false;
 };
 

@@ -47,7 +47,7 @@ void InstallerReport::AppendWithoutMemory(std::wstring_view text) noexcept {
   try {
     text_ += text;
   } catch (...) {
-    // The code reports the failure, the text what was done before it.
+    // The exit code reports the failure; the text so far is kept.
     return;
   }
 }

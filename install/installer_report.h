@@ -23,10 +23,10 @@ class InstallerReport {
   /// Adds "FAILED: Not enough memory." if memory for it is reserved, and sets the failure code.
   void FailWithoutMemory() noexcept;
 
-  /// Sets the exit code of a command with a skipped or failed instance.
+  /// Sets the exit code for a skipped or failed instance.
   void SetFailureCode() noexcept;
 
-  /// Ends the whole command with this code.
+  /// Sets the exit code of the whole command and adds a text.
   void End(std::int32_t code, std::wstring_view text);
   void EndWithoutMemory() noexcept;
 

@@ -46,8 +46,8 @@ void ReportFailure(InstallerReport& report, const InstallerLog& log,
   }
 }
 
-/// Handles one instance. An exception becomes its line in the report, so that the other instances
-/// are still handled.
+/// Handles one instance. Reports an exception as the failure of the instance, so that the other
+/// instances are still handled.
 void HandleOrReport(InstallerRun& run, const HostInstance& instance) noexcept {
   try {
     run.report.Append(InstanceHeader(instance));

@@ -89,8 +89,8 @@ class InstanceRegistration {
     if (!Rcs::Parse(std::move(text), options, state.rcs, error)) {
       throw Failure{ShownError(error) + L" Manual registration required; no profile change."};
     }
-    // The place is searched in the host's own definitions; the user's file holds only the user's
-    // changes.
+    // The anchor is searched in the host's own definitions, since the user's file has only the
+    // user's changes.
     const std::string resource =
         ReadFileIfPossible(run_.calls, instance_.resource_path, kLargestResource)
             .value_or(std::string());
@@ -141,7 +141,7 @@ class InstanceRegistration {
     const Spec spec = DescribeButton(state.anchor);
     RegistrationChange change = PlanChange(std::move(state), spec);
     change.validate = [&](std::string_view text) {
-      // The planned text was validated when it was made; only another one needs parsing.
+      // EditRcs has validated the planned text already.
       return text == change.rcs_after || IsValid(text, spec);
     };
     if (Registering()) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <optional>
-#include <string>
 
 #include "common/system/system_calls_win32.h"
 #include "install/discovery/host_instance.h"
@@ -13,7 +12,7 @@
 
 namespace kestrune {
 
-/// Holds what the instances of one installer command share.
+/// Holds the data that one installer command uses for all instances.
 struct InstallerRun {
   InstallerCommand command;
   SystemCalls& calls;
@@ -25,9 +24,9 @@ struct InstallerRun {
   std::optional<RegistrationSettings> settings = {};
 };
 
-/// Carries out the command for one instance and adds its lines to the report after its header.
-/// Throws Failure, std::bad_alloc or another exception; the instance is then unchanged, unless the
-/// report says otherwise.
+/// Carries out the command for one instance, whose header is already in the report, and adds the
+/// result. Throws Failure, std::bad_alloc or another exception; the instance is then unchanged,
+/// unless the report says otherwise.
 void HandleInstance(InstallerRun& run, const HostInstance& instance);
 
 }  // namespace kestrune

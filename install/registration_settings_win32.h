@@ -16,8 +16,8 @@ struct RegistrationSettings {
 };
 
 /// Reads the hint from settings.ini, and the record kinds from the key `ExtraRecords` in the
-/// section `Registration` of `<local_app_data>\\Kestrune\\registration.ini`. A setting that is
-/// absent or unreadable keeps its default. Throws Failure "status" as LoadUserSettings does.
+/// section `Registration` of `<local_app_data>\Kestrune\registration.ini`. A setting that is absent
+/// or unreadable keeps its default. Throws Failure "status" as LoadUserSettings does.
 ///
 /// `local_app_data` is that of LocalAppDataDirectory. A registration.ini for all users is ignored:
 /// any local user could create one, and must not extend what is accepted in another user's profile.

@@ -42,8 +42,8 @@ bool Desktop::ReadMonitor(HMONITOR monitor, MONITORINFO& information) {
   return GetMonitorInfoW(monitor, &information) != FALSE;
 }
 
-bool Desktop::ReadPlace(HWND window, RECT& place) {
-  return GetWindowRect(window, &place) != FALSE;
+bool Desktop::ReadRectangle(HWND window, RECT& rectangle) {
+  return GetWindowRect(window, &rectangle) != FALSE;
 }
 
 bool Desktop::Move(HWND window, HWND insert_after, int x, int y, int width, int height,
@@ -67,20 +67,20 @@ void Desktop::Unlock(HGLOBAL block) {
   GlobalUnlock(block);
 }
 
-bool Desktop::OpenBoard() {
-  return OpenClipboard(nullptr) != FALSE;
+bool Desktop::OpenClipboard() {
+  return ::OpenClipboard(nullptr) != FALSE;
 }
 
-void Desktop::EmptyBoard() {
-  EmptyClipboard();
+void Desktop::EmptyClipboard() {
+  ::EmptyClipboard();
 }
 
-HANDLE Desktop::Place(UINT format, HGLOBAL block) {
+HANDLE Desktop::SetClipboard(UINT format, HGLOBAL block) {
   return SetClipboardData(format, block);
 }
 
-void Desktop::CloseBoard() {
-  CloseClipboard();
+void Desktop::CloseClipboard() {
+  ::CloseClipboard();
 }
 
 BOOL Desktop::CreateSuspended(const wchar_t* application, wchar_t* command_line,
@@ -99,7 +99,7 @@ DWORD Desktop::Resume(HANDLE thread) {
   return ResumeThread(thread);
 }
 
-void Desktop::End(HANDLE process, DWORD code) {
+void Desktop::Terminate(HANDLE process, DWORD code) {
   TerminateProcess(process, code);
 }
 

@@ -9,7 +9,7 @@
 
 namespace kestrune {
 
-/// Lists the icons of a message box by the bits of its style.
+/// Lists the icons of a message box. The values are the MB_ICON bits of its style.
 enum class MessageIcon : unsigned { Error = 16, Warning = 48, Information = 64 };
 
 /// Makes all calls to Windows that involve the user's desktop: windows, message boxes, the
@@ -26,7 +26,7 @@ class Desktop {
   Desktop& operator=(const Desktop&) = delete;
   virtual ~Desktop() = default;
 
-  // Windows
+  // Windows on the screen
 
   /// IsWindow.
   virtual bool HasWindow(HWND window);
@@ -37,7 +37,7 @@ class Desktop {
   /// GetMonitorInfoW.
   virtual bool ReadMonitor(HMONITOR monitor, MONITORINFO& information);
   /// GetWindowRect.
-  virtual bool ReadPlace(HWND window, RECT& place);
+  virtual bool ReadRectangle(HWND window, RECT& rectangle);
   /// SetWindowPos.
   virtual bool Move(HWND window, HWND insert_after, int x, int y, int width, int height,
                     UINT flags);
@@ -53,19 +53,20 @@ class Desktop {
   /// GlobalUnlock.
   virtual void Unlock(HGLOBAL block);
   /// OpenClipboard without an owner window.
-  virtual bool OpenBoard();
+  virtual bool OpenClipboard();
   /// EmptyClipboard.
-  virtual void EmptyBoard();
+  virtual void EmptyClipboard();
   /// SetClipboardData; null when the block was not accepted, so that the caller still owns it.
-  virtual HANDLE Place(UINT format, HGLOBAL block);
+  virtual HANDLE SetClipboard(UINT format, HGLOBAL block);
   /// CloseClipboard.
-  virtual void CloseBoard();
+  virtual void CloseClipboard();
 
   // Starting an application
 
   [[nodiscard]] UINT InheritedErrorMode() const { return inherited_error_mode_; }
 
-  /// CreateProcessW with a suspended main thread, inheriting the environment but no handles.
+  /// CreateProcessW with a suspended main thread. The process inherits the environment and no
+  /// handles.
   virtual BOOL CreateSuspended(const wchar_t* application, wchar_t* command_line,
                                const wchar_t* directory, PROCESS_INFORMATION& process);
   /// AllowSetForegroundWindow.
@@ -73,7 +74,7 @@ class Desktop {
   /// ResumeThread.
   virtual DWORD Resume(HANDLE thread);
   /// TerminateProcess.
-  virtual void End(HANDLE process, DWORD code);
+  virtual void Terminate(HANDLE process, DWORD code);
   /// ShellExecuteExW with COM initialised.
   virtual BOOL Execute(SHELLEXECUTEINFOW& execution);
 

@@ -9,7 +9,7 @@ namespace kestrune {
 /// Describes a failed step. It is thrown within a layer, and the layer's public functions convert
 /// it to their error text. Deliberately not a std::exception, whose text has an unknown encoding.
 struct Failure {
-  /// The step or sentence for logs and messages, in UTF-16.
+  /// The failed step, or a whole sentence, for logs and messages.
   std::wstring text;
   /// The Windows error code of the failed call; 0 when no call failed.
   std::uint32_t code = 0;
@@ -20,7 +20,7 @@ struct Failure {
 /// Precedes the Windows error code in a log entry.
 inline constexpr std::wstring_view kErrorCodeField = L"GetLastError=";
 
-/// Returns " GetLastError=<code>", the last but one field of a log entry.
+/// Returns " GetLastError=<code>", a field of a log entry.
 std::wstring CodeField(const Failure& failure);
 
 /// Returns "Error=<text> GetLastError=<code>", the fields of a log entry.

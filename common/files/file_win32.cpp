@@ -27,12 +27,12 @@ bool IsSymbolicLink(const WIN32_FIND_DATAW& listed) {
   return IsLink(listed.dwFileAttributes) && listed.dwReserved0 == IO_REPARSE_TAG_SYMLINK;
 }
 
-/// The stat of a path, or the code of the call that failed.
-using Status = std::variant<FileEntry, DWORD>;
+/// Holds the stat of a path, or the Windows code of the call that failed.
+using Stat = std::variant<FileEntry, DWORD>;
 
 /// Returns the stat of a symbolic link's target. Opens it without any access right, so that it
 /// cannot fail with a sharing violation.
-Status StatusOfTarget(SystemCalls& calls, const ExtendedPath& link) {
+Stat StatOfTarget(SystemCalls& calls, const ExtendedPath& link) {
   const FileHandle target(
       calls.Create(link, {0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING,
                           FILE_FLAG_BACKUP_SEMANTICS}));
@@ -46,14 +46,14 @@ Status StatusOfTarget(SystemCalls& calls, const ExtendedPath& link) {
 
 /// Returns the stat from the directory listing, which distinguishes the kinds of links and needs no
 /// access to the file.
-Status StatusByListing(SystemCalls& calls, const ExtendedPath& path) {
+Stat StatFromListing(SystemCalls& calls, const ExtendedPath& path) {
   WIN32_FIND_DATAW listed{};
   const FindHandle find(calls.FindFirst(path, &listed));
   if (!find) {
     return GetLastError();
   }
   if (IsSymbolicLink(listed)) {
-    return StatusOfTarget(calls, path);
+    return StatOfTarget(calls, path);
   }
   return FileEntry{KindOf(listed.dwFileAttributes),
                    JoinWords(listed.nFileSizeHigh, listed.nFileSizeLow)};
@@ -69,14 +69,14 @@ bool IsListedAsSymbolicLink(SystemCalls& calls, const ExtendedPath& path) {
 
 /// Returns the stat of a path, from the file itself; from the directory listing only on a sharing
 /// violation.
-Status StatusOf(SystemCalls& calls, const ExtendedPath& path) {
+Stat StatOf(SystemCalls& calls, const ExtendedPath& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (!calls.GetAttributes(path, &data)) {
     const DWORD code = GetLastError();
-    return code == ERROR_SHARING_VIOLATION ? StatusByListing(calls, path) : Status(code);
+    return code == ERROR_SHARING_VIOLATION ? StatFromListing(calls, path) : Stat(code);
   }
   if (IsLink(data.dwFileAttributes) && IsListedAsSymbolicLink(calls, path)) {
-    return StatusOfTarget(calls, path);
+    return StatOfTarget(calls, path);
   }
   return FileEntry{KindOf(data.dwFileAttributes), JoinWords(data.nFileSizeHigh, data.nFileSizeLow)};
 }
@@ -110,25 +110,25 @@ DWORD MakeDirectories(SystemCalls& calls, const std::wstring& path) {
 }  // namespace
 
 FileEntry QueryEntry(SystemCalls& calls, const std::wstring& path, const wchar_t* step) {
-  const Status status = StatusOf(calls, ExtendedPath(path));
-  if (const DWORD* code = std::get_if<DWORD>(&status)) {
+  const Stat stat = StatOf(calls, ExtendedPath(path));
+  if (const DWORD* code = std::get_if<DWORD>(&stat)) {
     throw Failure{step, *code, path};
   }
-  return std::get<FileEntry>(status);
+  return std::get<FileEntry>(stat);
 }
 
 std::optional<FileEntry> QueryEntryQuietly(SystemCalls& calls, const std::wstring& path) {
-  const Status status = StatusOf(calls, ExtendedPath(path));
-  const FileEntry* entry = std::get_if<FileEntry>(&status);
+  const Stat stat = StatOf(calls, ExtendedPath(path));
+  const FileEntry* entry = std::get_if<FileEntry>(&stat);
   return entry != nullptr ? std::optional(*entry) : std::nullopt;
 }
 
 FileKind QueryFileKind(SystemCalls& calls, const std::wstring& path) {
-  const Status status = StatusOf(calls, ExtendedPath(path));
-  if (const FileEntry* entry = std::get_if<FileEntry>(&status)) {
+  const Stat stat = StatOf(calls, ExtendedPath(path));
+  if (const FileEntry* entry = std::get_if<FileEntry>(&stat)) {
     return entry->kind;
   }
-  const DWORD code = std::get<DWORD>(status);
+  const DWORD code = std::get<DWORD>(stat);
   if (path.empty() || MeansAbsent(code)) {
     return FileKind::Absent;
   }
@@ -254,11 +254,11 @@ void RenameFile(SystemCalls& calls, const std::wstring& source, const std::wstri
 }
 
 void ClearReadOnly(SystemCalls& calls, const std::wstring& path) {
-  constexpr DWORD kMark = FILE_ATTRIBUTE_READONLY;
+  constexpr DWORD kReadOnly = FILE_ATTRIBUTE_READONLY;
   const ExtendedPath extended(path);
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (calls.GetAttributes(extended, &data) && (data.dwFileAttributes & kMark) != 0) {
-    calls.SetAttributes(extended, data.dwFileAttributes & ~kMark);
+  if (calls.GetAttributes(extended, &data) && (data.dwFileAttributes & kReadOnly) != 0) {
+    calls.SetAttributes(extended, data.dwFileAttributes & ~kReadOnly);
   }
 }
 
@@ -271,7 +271,7 @@ void CreateDirectories(SystemCalls& calls, const std::wstring& path) {
 
 std::wstring ReadProfileText(SystemCalls& calls, const std::wstring& path, const wchar_t* section,
                              const wchar_t* key) {
-  constexpr DWORD kSize = 32768;  // characters, the terminating zero included
+  constexpr DWORD kSize = 32768;  // UTF-16 units, including the terminating null
   std::wstring text(kSize, L'\0');
   text.resize(calls.ReadProfileText(section, key, L"", text.data(), kSize, path));
   return text;

@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "common/system/extended_path_win32.h"
 #include "common/system/owners_win32.h"
 #include "common/system/system_calls_win32.h"
 
@@ -16,7 +15,7 @@ namespace kestrune {
 /// Lists what can exist at a path.
 enum class FileKind { Absent, RegularFile, Directory };
 
-/// Holds the stat of a file or directory, with symbolic links followed.
+/// Holds the kind and size of a file or directory, with symbolic links followed.
 struct FileEntry {
   FileKind kind = FileKind::Absent;
   /// In bytes; undefined for a directory.
@@ -64,6 +63,7 @@ class FileWriter {
   /// Creates or truncates the file.
   FileWriter(SystemCalls& calls, const std::wstring& path, DWORD sharing = FILE_SHARE_READ);
 
+  /// Writes at the end of what was written so far.
   void Write(std::string_view bytes);
 
   /// Records a failure of the caller, unless one is recorded already.
@@ -97,8 +97,8 @@ void ClearReadOnly(SystemCalls& calls, const std::wstring& path);
 void CreateDirectories(SystemCalls& calls, const std::wstring& path);
 
 /// Reads a text of a profile file ("INI"), at most 32,767 characters of it. Returns an empty text
-/// when the file, the section or the key is absent or unreadable. `path` must be a full path: for a
-/// bare name Windows would look in its own folder.
+/// when the file, the section or the key is absent or unreadable. `path` must be a full path:
+/// Windows searches for a file name without a folder in its own directory.
 std::wstring ReadProfileText(SystemCalls& calls, const std::wstring& path, const wchar_t* section,
                              const wchar_t* key);
 

@@ -1,10 +1,9 @@
 #include "common/files/sha256_win32.h"
 
-#include <algorithm>
 #include <array>
-#include <cstdint>
 #include <vector>
 
+#include "common/failure/failure.h"
 #include "common/failure/failure_win32.h"
 #include "common/system/owners_win32.h"
 

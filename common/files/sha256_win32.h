@@ -5,17 +5,17 @@
 #include <string>
 #include <string_view>
 
-#include "common/failure/failure.h"
 #include "common/system/system_calls_win32.h"
 
 namespace kestrune {
 
-/// Computes SHA-256 digests with the system's cryptographic provider of type PROV_RSA_AES. A digest
-/// is 64 upper-case hexadecimal digits.
-///
-/// All throw Failure: "SHA provider" with the Windows code when the provider cannot be acquired,
-/// "SHA256 unavailable." without a code when it lacks SHA-256 or fails.
+// Computes SHA-256 digests with the system's cryptographic provider of type PROV_RSA_AES. A digest
+// is 64 upper-case hexadecimal digits.
+//
+// All functions throw Failure: "SHA provider" with the Windows code when the provider cannot be
+// acquired, "SHA256 unavailable." without a code when it lacks SHA-256 or fails.
 
+/// Returns the digest of the bytes.
 std::string Sha256(SystemCalls& calls, std::string_view bytes);
 
 /// Returns the digest of the rest of an open file, from the handle's position to its end. Throws

@@ -30,7 +30,7 @@ bool IsLink(DWORD attributes, DWORD tag) {
          (tag == 0 || IsReparseTagNameSurrogate(tag));
 }
 
-bool IsDots(const wchar_t* name) {
+bool IsDotEntry(const wchar_t* name) {
   return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
 }
 
@@ -42,38 +42,38 @@ std::optional<WIN32_FIND_DATAW> ReadListing(SystemCalls& calls, const ExtendedPa
 }
 
 /// Holds the stat of a path, links not followed, or the code of the call that failed.
-struct Look {
+struct Stat {
   DWORD code = ERROR_SUCCESS;
   DWORD attributes = 0;
   bool is_link = false;
 };
 
-Look LookAt(SystemCalls& calls, const ExtendedPath& path) {
+Stat StatOfPath(SystemCalls& calls, const ExtendedPath& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (!calls.GetAttributes(path, &data)) {
     return {GetLastError()};
   }
-  Look look{ERROR_SUCCESS, data.dwFileAttributes};
-  if ((look.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+  Stat stat{ERROR_SUCCESS, data.dwFileAttributes};
+  if ((stat.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
     const auto listed = ReadListing(calls, path);
-    look.is_link = IsLink(look.attributes, listed ? listed->dwReserved0 : 0);
+    stat.is_link = IsLink(stat.attributes, listed ? listed->dwReserved0 : 0);
   }
-  return look;
+  return stat;
 }
 
 /// Returns the stat of an open handle, since its path may denote another entry by now.
-Look LookThrough(SystemCalls& calls, const FileHandle& handle) {
+Stat StatOfHandle(SystemCalls& calls, const FileHandle& handle) {
   BY_HANDLE_FILE_INFORMATION information{};
   if (!calls.GetInformation(handle.Get(), &information)) {
     return {GetLastError()};
   }
-  Look look{ERROR_SUCCESS, information.dwFileAttributes};
-  if ((look.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+  Stat stat{ERROR_SUCCESS, information.dwFileAttributes};
+  if ((stat.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
     FILE_ATTRIBUTE_TAG_INFO tag{};
     const bool known = calls.GetTag(handle.Get(), &tag) != FALSE;
-    look.is_link = IsLink(look.attributes, known ? tag.ReparseTag : 0);
+    stat.is_link = IsLink(stat.attributes, known ? tag.ReparseTag : 0);
   }
-  return look;
+  return stat;
 }
 
 FileHandle OpenDirectory(SystemCalls& calls, const ExtendedPath& path) {
@@ -89,7 +89,8 @@ class Removal {
  public:
   explicit Removal(SystemCalls& calls) : calls_(calls) {}
 
-  void RemoveDirectoryFirst(const ExtendedPath& root) {
+  /// Removes the root directory. Removes its content only if Windows reports that there is some.
+  void RemoveRoot(const ExtendedPath& root) {
     while (!calls_.DeleteDirectory(root)) {
       const DWORD code = GetLastError();
       if (MeansAbsent(code)) {
@@ -97,7 +98,7 @@ class Removal {
       }
       if (code == ERROR_DIR_NOT_EMPTY) {
         RemoveContent(root);
-      } else if (!began_) {
+      } else if (!tried_content_) {
         Fail(root, code);
       } else {
         WaitOrFail(root, code);
@@ -123,7 +124,7 @@ class Removal {
   }
 
  private:
-  struct Held {
+  struct OpenFolder {
     ExtendedPath path;
     FileHandle handle;
     DWORD attributes = 0;
@@ -133,8 +134,8 @@ class Removal {
     throw Failure{kRemove, code, path.Shown()};
   }
 
-  /// Waits when the code is one of the two of a pending deletion, which ends when the last handle
-  /// is closed; throws Failure for any other code.
+  /// Waits when the code is one of the two that a pending deletion causes; throws Failure for any
+  /// other code, and when no wait is left.
   void WaitOrFail(const ExtendedPath& path, DWORD code) {
     if ((code != ERROR_ACCESS_DENIED && code != ERROR_DIR_NOT_EMPTY) || waits_ == 0) {
       Fail(path, code);
@@ -143,23 +144,24 @@ class Removal {
     calls_.Wait(kWaitMilliseconds);
   }
 
-  /// Descends to the first directory without subdirectories, removes it, and continues in its
-  /// parent. Avoids recursion, since a tree can be as deep as the longest path.
+  /// Removes the content of the root: descends to the first directory without subdirectories,
+  /// removes it, and continues in its parent. Avoids recursion, since a tree can be as deep as the
+  /// longest path. A second call waits first: the content of the first is then pending deletion.
   void RemoveContent(const ExtendedPath& root) {
-    if (began_) {
+    if (tried_content_) {
       WaitOrFail(root, ERROR_DIR_NOT_EMPTY);
     }
-    began_ = true;
+    tried_content_ = true;
     Enter(root);
-    while (!held_.empty()) {
-      if (const auto subdirectory = RemoveUpToSubdirectory(held_.back().path)) {
-        Enter(held_.back().path.Entry(*subdirectory));
+    while (!open_.empty()) {
+      if (const auto subdirectory = RemoveUpToSubdirectory(open_.back().path)) {
+        Enter(open_.back().path.Entry(*subdirectory));
         continue;
       }
-      const ExtendedPath path = held_.back().path;
-      const DWORD attributes = held_.back().attributes;
-      held_.pop_back();
-      if (!held_.empty()) {
+      const ExtendedPath path = open_.back().path;
+      const DWORD attributes = open_.back().attributes;
+      open_.pop_back();
+      if (!open_.empty()) {
         RemoveEntry(path, attributes);
       }
     }
@@ -176,19 +178,19 @@ class Removal {
       }
       return;
     }
-    const Look look = LookThrough(calls_, handle);
-    if (look.code != ERROR_SUCCESS) {
-      Fail(path, look.code);
+    const Stat stat = StatOfHandle(calls_, handle);
+    if (stat.code != ERROR_SUCCESS) {
+      Fail(path, stat.code);
     }
-    if (!IsDirectory(look.attributes) || look.is_link) {
+    if (!IsDirectory(stat.attributes) || stat.is_link) {
       handle.Reset();
-      RemoveEntry(path, look.attributes);
+      RemoveEntry(path, stat.attributes);
       return;
     }
-    held_.push_back({path, std::move(handle), look.attributes});
+    open_.push_back({path, std::move(handle), stat.attributes});
   }
 
-  /// Removes files and links up to the first real subdirectory, and returns that.
+  /// Removes files and links up to the first subdirectory that is not a link, and returns its name.
   std::optional<std::wstring> RemoveUpToSubdirectory(const ExtendedPath& directory) {
     WIN32_FIND_DATAW entry{};
     const ExtendedPath pattern = directory.Entry(L"*");
@@ -201,7 +203,7 @@ class Removal {
       return std::nullopt;
     }
     do {
-      if (IsDots(entry.cFileName)) {
+      if (IsDotEntry(entry.cFileName)) {
         continue;
       }
       if (IsDirectory(entry.dwFileAttributes) &&
@@ -219,9 +221,9 @@ class Removal {
 
   SystemCalls& calls_;
   /// The open directories, from the root down.
-  std::vector<Held> held_;
+  std::vector<OpenFolder> open_;
   int waits_ = kWaits;
-  bool began_ = false;
+  bool tried_content_ = false;
 };
 
 }  // namespace
@@ -234,7 +236,7 @@ FileHandle HoldRealDirectory(SystemCalls& calls, const std::wstring& path) {
     throw Failure{L"open", code, path};
   }
   // The path is checked too, since some systems follow the link despite the flag.
-  if (LookThrough(calls, handle).is_link || LookAt(calls, extended).is_link) {
+  if (StatOfHandle(calls, handle).is_link || StatOfPath(calls, extended).is_link) {
     throw Failure{L"The folder is a link", kReparsePointEncountered, path};
   }
   return handle;
@@ -242,23 +244,23 @@ FileHandle HoldRealDirectory(SystemCalls& calls, const std::wstring& path) {
 
 void RemoveTree(SystemCalls& calls, const std::wstring& path) {
   const ExtendedPath root(path);
-  const Look look = LookAt(calls, root);
-  if (look.code != ERROR_SUCCESS) {
-    if (MeansAbsent(look.code)) {
+  const Stat stat = StatOfPath(calls, root);
+  if (stat.code != ERROR_SUCCESS) {
+    if (MeansAbsent(stat.code)) {
       return;
     }
-    throw Failure{kRemove, look.code, root.Shown()};
+    throw Failure{kRemove, stat.code, root.Shown()};
   }
   Removal removal(calls);
-  if (!IsDirectory(look.attributes) || look.is_link) {
-    while (!removal.RemoveEntry(root, look.attributes)) {
+  if (!IsDirectory(stat.attributes) || stat.is_link) {
+    while (!removal.RemoveEntry(root, stat.attributes)) {
     }
     return;
   }
-  if ((look.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
-    calls.SetAttributes(root, look.attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+  if ((stat.attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+    calls.SetAttributes(root, stat.attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
   }
-  removal.RemoveDirectoryFirst(root);
+  removal.RemoveRoot(root);
 }
 
 }  // namespace kestrune

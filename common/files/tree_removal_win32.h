@@ -8,8 +8,8 @@
 namespace kestrune {
 
 /// Opens a directory so that it cannot be replaced or renamed while the handle is open. Throws
-/// Failure with the path as subject: "The folder is a link" when the path is a link
-/// to another place, "open" with the code when it cannot be opened.
+/// Failure with the path: "The folder is a link" when it is a link to another place, "open" with
+/// the Windows code when it cannot be opened.
 FileHandle HoldRealDirectory(SystemCalls& calls, const std::wstring& path);
 
 /// Removes the file, link or directory tree at `path`; an absent path is success. Each directory is

@@ -19,6 +19,7 @@ inline ClockTime LocalTimeNow(SystemCalls& calls) {
   return ClockTimeFrom(now);
 }
 
+/// Returns the current time in UTC.
 inline ClockTime UtcTimeNow(SystemCalls& calls) {
   SYSTEMTIME now{};
   calls.GetUtcClock(&now);

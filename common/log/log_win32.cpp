@@ -16,7 +16,7 @@ namespace {
 constexpr LONGLONG kLargestLog = 0x100000;
 
 void AppendLine(SystemCalls& calls, const std::wstring& path, std::string_view line) {
-  // Write sharing is denied: a second writer drops its entry instead of interleaving it with this
+  // Not shared for writing: a second writer drops its entry instead of interleaving it with this
   // one.
   const FileHandle file(
       calls.Create(ExtendedPath(path), {GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS}));

@@ -9,9 +9,9 @@ namespace kestrune {
 /// Finds `<profile>\AppData\Local` of the process's user: from the system's profile list, which
 /// ignores folder redirection, or else from the shell. Does not check or create the folder.
 ///
-/// Returns true when a path was found: check this result, not the text. When neither source has the
-/// profile folder, the error text is "Cannot determine the current Windows user profile
-/// directory.", although the shell may still return the folder itself.
+/// Returns true when a path was found. The error text is "Cannot determine the current Windows user
+/// profile directory." when neither source has the profile folder, even if the shell then returns
+/// the path itself.
 [[nodiscard]] bool LocalAppDataDirectory(SystemCalls& calls, std::wstring& path,
                                          std::wstring& error_text);
 

@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// Holds the user of a process in a TOKEN_USER record, whose SID points into the same buffer.
+/// Holds the user of a process.
 class ProcessUser {
  public:
   /// Reads the user of `process` (a handle with query rights). Returns false when the token cannot
@@ -19,6 +19,7 @@ class ProcessUser {
   [[nodiscard]] PSID Sid() const;
 
  private:
+  /// A TOKEN_USER record, whose SID is in the same buffer.
   std::vector<BYTE> buffer_;
 };
 

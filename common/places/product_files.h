@@ -4,7 +4,7 @@
 
 namespace kestrune {
 
-/// Names every folder and file of the product.
+// Names every folder and file of the product.
 
 /// The product's folder, below local application data and below Public Documents.
 inline constexpr std::wstring_view kProductFolder = L"Kestrune";

@@ -31,7 +31,7 @@ class Owned {
   [[nodiscard]] Raw Get() const noexcept { return raw_; }
   explicit operator bool() const noexcept { return raw_ != Policy::None(); }
 
-  /// Returns where a call stores a new resource, after closing the one owned before.
+  /// Closes the owned resource and returns the address at which a call stores a new one.
   [[nodiscard]] Raw* Put() noexcept {
     Reset();
     return &raw_;

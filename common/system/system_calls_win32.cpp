@@ -61,9 +61,9 @@ BOOL SystemCalls::GetClusterSize(const ExtendedPath& folder, DWORD* bytes) {
   DWORD sector_bytes = 0;
   DWORD free = 0;
   DWORD all = 0;
-  const BOOL answered = GetDiskFreeSpaceW(folder.Get(), &sectors, &sector_bytes, &free, &all);
+  const BOOL succeeded = GetDiskFreeSpaceW(folder.Get(), &sectors, &sector_bytes, &free, &all);
   *bytes = sectors * sector_bytes;
-  return answered;
+  return succeeded;
 }
 
 UINT SystemCalls::GetDriveKind(const std::wstring& root) {

@@ -21,13 +21,13 @@ struct FileOpening {
 };
 
 /// Makes all calls to Windows for files, the registry, known folders, digests, processes and time;
-/// tests/checks/doors refuses them anywhere else. Each function makes exactly the call that its
-/// comment names.
+/// tests/checks/doors reports them anywhere else. The comment of a function names the one call that
+/// it makes.
 ///
-/// A call on files, security, digests or processes that fails leaves its code in the thread's last
-/// error, which the caller reads in the very next statement. A registry call returns its code, the
-/// shell's calls an HRESULT. One object is created at the start and passed down. Tests derive from
-/// it to simulate conditions that a test machine cannot produce: another owner, a failing write, a
+/// A failed call on files, security, digests or processes leaves its code in the thread's last
+/// error, which the caller reads in the next statement. Registry calls return their code, calls of
+/// the shell an HRESULT. One object is created at the start and passed down. Tests derive from it
+/// to simulate conditions that a test machine cannot produce: another owner, a failing write, a
 /// replacement that stops half way, the end of the process at any call.
 class SystemCalls {
  public:
@@ -76,7 +76,7 @@ class SystemCalls {
 
   // Open files
 
-  /// CloseHandle, for a caller that must know of a failure. The handle is gone in any case.
+  /// CloseHandle, for a caller that checks for a failure. The handle is invalid in any case.
   virtual BOOL Close(HANDLE file);
   /// GetFileSizeEx.
   virtual BOOL GetSize(HANDLE file, LARGE_INTEGER* size);

@@ -7,8 +7,7 @@ namespace kestrune {
 /// Compares two UTF-16 texts unit by unit, ignoring case as Windows does for the names of files and
 /// registry keys (not linguistically). Returns a value below, equal to or above 0.
 ///
-/// The product calls Windows (ordinal_win32.cpp); native test builds link a stand-in, so the core
-/// needs no Windows header.
+/// The product calls Windows (ordinal_win32.cpp); native test builds link a stand-in.
 int CompareOrdinalIgnoringCase(std::wstring_view left, std::wstring_view right);
 
 /// Returns whether Windows considers the two texts the same name or path.

@@ -6,8 +6,8 @@
 
 namespace kestrune {
 
-/// Handles Windows paths as text, without access to the file system. Both "\" and "/" are
-/// separators.
+// Handles Windows paths as text, without access to the file system. Both "\" and "/" are
+// separators.
 
 constexpr bool IsPathSeparator(wchar_t c) {
   return c == L'\\' || c == L'/';

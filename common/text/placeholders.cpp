@@ -5,7 +5,7 @@
 namespace kestrune {
 namespace {
 
-/// Holds a part of the line: written by the user, or inserted for a placeholder and not searched
+/// Holds a part of the text: written by the user, or inserted for a placeholder and not searched
 /// again.
 struct Segment {
   std::wstring_view text;

@@ -65,14 +65,14 @@ void AppendUtf16(std::wstring& out, char32_t point) {
   out.push_back(static_cast<wchar_t>(0xDC00 + ((point - 0x10000) & 0x3FF)));
 }
 
+/// Holds the meaning of a character's first byte: the length in bytes, 0 for a byte that cannot
+/// begin a character; the data bits; the smallest code point of that length.
 struct Utf8Lead {
   std::size_t length;
   char32_t bits;
   char32_t least;
 };
 
-/// Returns the length and the data bits of a character's first byte; length 0 for a byte that
-/// cannot begin a character.
 Utf8Lead ReadLead(unsigned char byte) {
   if (byte < 0x80) {
     return {1, byte, 0};

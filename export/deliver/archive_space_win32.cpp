@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "common/files/file_time_win32.h"
-#include "common/files/file_win32.h"
 #include "common/system/owners_win32.h"
 #include "common/text/path.h"
 

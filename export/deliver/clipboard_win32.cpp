@@ -13,12 +13,12 @@ namespace {
 /// Keeps the clipboard open for its lifetime.
 class ClipboardSession {
  public:
-  explicit ClipboardSession(Desktop& desktop) : desktop_(desktop), open_(desktop.OpenBoard()) {}
+  explicit ClipboardSession(Desktop& desktop) : desktop_(desktop), open_(desktop.OpenClipboard()) {}
   ClipboardSession(const ClipboardSession&) = delete;
   ClipboardSession& operator=(const ClipboardSession&) = delete;
   ~ClipboardSession() {
     if (open_) {
-      desktop_.CloseBoard();
+      desktop_.CloseClipboard();
     }
   }
   explicit operator bool() const { return open_; }
@@ -41,7 +41,7 @@ bool CopyInto(Desktop& desktop, const GlobalMemory& block, std::size_t offset, c
 
 /// Passes the block to the open clipboard. The caller keeps a block that is not accepted.
 bool Place(UINT format, GlobalMemory& block, Desktop& desktop) {
-  if (desktop.Place(format, block.Get()) == nullptr) {
+  if (desktop.SetClipboard(format, block.Get()) == nullptr) {
     return false;
   }
   static_cast<void>(block.Release());
@@ -71,7 +71,7 @@ bool PlaceZipOnClipboard(const std::wstring& path, Desktop& desktop, std::wstrin
     error_text = L"Cannot open the Windows Clipboard.";
     return false;
   }
-  desktop.EmptyBoard();
+  desktop.EmptyClipboard();
   const bool drop_placed = Place(CF_HDROP, drop, desktop);
   const bool text_placed = Place(CF_UNICODETEXT, text, desktop);
   if (!drop_placed || !text_placed) {

@@ -28,7 +28,7 @@ std::wstring DeliveryMessage(const Delivery& delivery);
 /// system's text.
 std::wstring OverwriteFailureMessage(const std::wstring& destination, const std::wstring& error);
 
-/// Returns the message for any other failure, naming the log.
+/// Returns the message for any other failure. It names the log.
 std::wstring FinalizeFailureMessage(const std::wstring& log_path);
 
 }  // namespace kestrune

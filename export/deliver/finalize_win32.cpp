@@ -192,8 +192,8 @@ FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wst
   SystemCalls& calls = doors.system;
   std::wstring user_message;
   try {
-    // Kept open, if it can be opened, so that a preparation that starts meanwhile fails instead of
-    // replacing the archive with that of another board.
+    // Keeps the archive open, if possible: a preparation that another run starts meanwhile then
+    // fails, instead of replacing the archive with that of another board.
     FileHandle held(calls.Create(ExtendedPath(native_zip), {GENERIC_READ, FILE_SHARE_READ}));
     Target target = ChooseTarget(calls, local_app_data, source_pcb);
     WriteLogEntry(calls, L"Finalize begin",

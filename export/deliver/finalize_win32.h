@@ -30,7 +30,7 @@ FinalizeOutcome DeliverExport(const std::wstring& local_app_data, const std::wst
                               const std::wstring& source_pcb, std::optional<std::int64_t> space,
                               const Doors& doors);
 
-/// Returns the message for a failed delivery that has no text of its own: it names the log.
+/// Returns the message for a failed delivery without a more specific one. It names the log.
 std::wstring FinalizeFailureMessage(SystemCalls& calls);
 
 }  // namespace kestrune

@@ -4,13 +4,11 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "common/failure/failure.h"
 #include "common/failure/failure_win32.h"
 #include "common/files/file_win32.h"
 #include "common/log/log_win32.h"
-#include "common/text/text.h"
 #include "common/failure/windows_error_win32.h"
 #include "export/inspect/inspection.h"
 

@@ -17,7 +17,7 @@
 namespace kestrune {
 namespace {
 
-/// Larger files contain more than headings and are not read.
+/// A larger file `features` certainly has an object and is not read.
 constexpr std::size_t kMostHeadings = 4096;
 /// Limits the time that an archive with many small files takes.
 constexpr std::size_t kMostFilesRead = 1024;
@@ -90,7 +90,7 @@ bool HoldsObject(std::string_view features) {
   return false;
 }
 
-/// Collects what the entries of an archive hold of each layer of its matrix.
+/// Collects the size and content of each layer of the matrix from the entries of the archive.
 class LayerCollector {
  public:
   LayerCollector(const ByteSource& archive, const ZipDirectory& directory,
@@ -140,8 +140,8 @@ class LayerCollector {
     }
   }
 
-  /// Content in one step makes the layer's content Some; otherwise one unknown step makes it
-  /// Unknown.
+  /// Adds the content in one step: the layer has Some if any step has, else Unknown if any step
+  /// has.
   static void AddContent(InspectedLayer& layer, LayerContent content) {
     if (layer.content == LayerContent::None || content == LayerContent::Some) {
       layer.content = content;

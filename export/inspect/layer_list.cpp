@@ -85,7 +85,7 @@ std::string LayerLine(const InspectedLayer& layer) {
   return line;
 }
 
-/// Returns the type under which a row is counted.
+/// Returns the type in lower case; empty for a type that is not one of ODB++.
 std::string CountedType(const std::string& type) {
   constexpr std::array<std::string_view, 12> kTypes = {
       "signal", "power_ground", "mixed",     "solder_mask", "solder_paste", "silk_screen",

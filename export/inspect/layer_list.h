@@ -38,16 +38,17 @@ struct LayerList {
   std::vector<InspectedLayer> layers;
 };
 
-/// Returns the list as the script reads it: UTF-8, one fact a line, with a last line "END". In
-/// names, "%", "|", control characters and bytes that are not UTF-8 are written as "%" and two
-/// hexadecimal digits.
+/// Returns the list for the script: UTF-8 lines ended by CR LF, which are "VERSION=1", the number
+/// of steps, one for each layer, and "END". In names, "%", "|", control characters and bytes that
+/// are not UTF-8 are written as "%" and two hexadecimal digits.
 std::string WriteLayerList(const LayerList& list);
 
-/// Returns the text that the script reads when there is no list.
+/// Returns the text for the script when there is no list, with the reason. The form is that of
+/// WriteLayerList.
 std::string WriteInspectionFailure(std::wstring_view reason);
 
-/// Returns the counts for the log: "Steps=1 Layers=16 SIGNAL=2 ...", each type of the format in the
-/// order of its first row, all others last as OTHER.
+/// Returns the counts for the log: "Steps=1 Layers=16 SIGNAL=2 ...". The layer types of ODB++ are
+/// in the order of their first rows; rows of all other types are counted last, as OTHER.
 std::wstring SummarizeLayers(const LayerList& list);
 
 }  // namespace kestrune

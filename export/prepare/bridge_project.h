@@ -13,19 +13,19 @@ namespace kestrune {
 /// The number of the first dependency's section; the board itself is number 1.
 inline constexpr std::size_t kFirstDependency = 2;
 
-/// Return the pieces of the project file, in the order in which they are written: the head, one
-/// section for each dependency, the output job with the next free number. Lines end with a line
-/// feed.
+/// Return the pieces of the project file in their order: the head, a section for each dependency, a
+/// section with the next number for the output job. Lines end with a line feed.
 std::wstring BridgeProjectHead();
 std::wstring DependencySection(std::size_t number, std::wstring_view file_name);
 std::wstring OutJobSection(std::size_t number);
 
-/// Tracks the file names in use in the flat temporary folder. Two embedded boards of one name
-/// cannot both be copied there, and none may overwrite a file of the project itself.
+/// Records the file names in use in the temporary root, which has no subfolders for boards. Two
+/// embedded boards of one name cannot both be copied there, and none may overwrite a file of the
+/// project.
 class BridgeFileNames {
  public:
-  /// Reserves a name. Returns false when it is taken already; names are compared as Windows
-  /// compares file names. The name of a stream ("Bridge.PcbDoc::$DATA") counts as that of its file.
+  /// Reserves a name, compared as Windows compares file names. Returns false when it is in use. The
+  /// name of a stream ("Bridge.PcbDoc::$DATA") counts as that of its file.
   [[nodiscard]] bool Take(std::wstring_view file_name);
 
  private:

@@ -20,7 +20,7 @@ std::vector<std::wstring> ParseDependencyList(std::string_view bytes,
                                               const AnsiDecoder& decode_ansi);
 
 /// Returns the paths without repetitions, in their order; paths are compared as Windows compares
-/// file names. The paths must be full ones.
+/// file names. Requires full paths.
 std::vector<std::wstring> WithoutRepeatedPaths(const std::vector<std::wstring>& paths);
 
 }  // namespace kestrune

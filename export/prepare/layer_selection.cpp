@@ -13,7 +13,8 @@ constexpr std::string_view kAddToAllPlots = "AddToAllPlots_";
 constexpr std::string_view kPlot = "Plot";
 constexpr std::string_view kPlotV7 = "Plot_V7_";
 constexpr std::string_view kName = "_name";
-/// The prefix of every key of a LayerMap; the "_" of kPlotV7 may be that of kName.
+/// The prefix of every key of a LayerMap. It lacks the "_" of kPlotV7, since the field
+/// "Plot_V7_name" has the key "Plot_V7".
 constexpr std::string_view kMappedKey = "Plot_V7";
 
 struct Field {
@@ -73,7 +74,8 @@ bool KeyIsLess(const LayerField& left, const LayerField& right) {
 /// ended.
 class LayerMap {
  public:
-  /// Takes `fields` in the order of the line; the last field of a key counts.
+  /// Sorts the fields, given in the order of the line. Of several with one key the last one is
+  /// kept.
   explicit LayerMap(std::vector<LayerField> fields) : fields_(std::move(fields)) {
     const auto not_ascending = [](const LayerField& left, const LayerField& right) {
       return !KeyIsLess(left, right);

@@ -11,7 +11,7 @@ namespace kestrune {
 
 /// Holds the layers that a board uses, from its used-layer manifest.
 struct UsedLayers {
-  /// Names of plot fields that must be switched on, ASCII letters in lower case.
+  /// The names of plot fields that must be switched on, with ASCII letters in lower case.
   std::unordered_set<std::string> plot_keys;
   /// Display names of layers that must be switched on, normalised (NormalisedLayerName).
   std::unordered_set<std::string> layer_names;
@@ -45,8 +45,8 @@ struct LayerSelection {
   std::vector<PlotFieldChange> changes;
 };
 
-/// Switches the plot fields of the job's first "Configuration1_Item1=" line so that exactly the
-/// used layers are on. Returns nothing when the job has no such line.
+/// Returns the change of the job's first "Configuration1_Item1=" line after which exactly the plot
+/// fields of the used layers are on. Returns nothing when the job has no such line.
 ///
 /// When two `Plot_V7_..._name` fields name the same plot field, the last one counts.
 std::optional<LayerSelection> SelectLayers(std::string_view out_job, const UsedLayers& used);

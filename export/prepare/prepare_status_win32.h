@@ -9,8 +9,8 @@ namespace kestrune {
 /// end. Writes a temporary file beside the status path and renames it, so that the script never
 /// reads an incomplete file. Returns the exit code: `prepare_code`, or kPrepareStatusNotPublished.
 ///
-/// Never replaces an existing status file, since that belongs to another run. This counts as a
-/// failure, like any other failing step; the temporary file is then left.
+/// Never replaces an existing status file, which belongs to another run; this is a failure. After a
+/// failure the temporary file is left.
 [[nodiscard]] int PublishPrepareStatus(SystemCalls& calls, const PrepareCommand& command,
                                        int prepare_code);
 

@@ -26,8 +26,8 @@
 namespace kestrune {
 namespace {
 
-/// Attempts to create a directory whose deletion is still pending: a virus scanner closes its
-/// handle within a fraction of a second.
+/// The number of attempts to create a directory whose deletion is pending: a virus scanner closes
+/// its handle within a fraction of a second.
 constexpr int kCreateAttempts = 20;
 constexpr DWORD kCreatePauseMilliseconds = 50;
 
@@ -41,8 +41,8 @@ struct Preparation {
   std::vector<std::wstring> dependencies;
 };
 
-/// Returns the embedded boards in the list. A missing list is no error, since most boards have no
-/// embedded boards. Running out of memory is one, since the export would lack boards.
+/// Returns the embedded boards in the list. A list that cannot be read counts as empty, since most
+/// boards have no embedded boards. Throws std::bad_alloc.
 std::vector<std::wstring> ReadDependencies(SystemCalls& calls, const std::wstring& list_path) {
   const std::optional<std::string> bytes =
       ReadFileIfPossible(calls, list_path, std::numeric_limits<std::uint64_t>::max());
@@ -80,8 +80,8 @@ std::wstring FinalPath(SystemCalls& calls, const std::wstring& path, DWORD link_
   return {};
 }
 
-/// Returns whether emptying the temporary root would destroy the file. A root that is itself a link
-/// is not followed: emptying removes the link and leaves its target.
+/// Returns whether emptying the temporary root would delete the file. A root that is a link is not
+/// followed, since emptying removes only the link.
 bool LiesInTemporaryRoot(SystemCalls& calls, const std::wstring& path, const std::wstring& root) {
   const std::wstring full_path = FullPath(path);
   const std::wstring full_root = FullPath(root);
@@ -123,8 +123,8 @@ std::wstring FirstRejection(SystemCalls& calls, const Preparation& run) {
   }
 }
 
-/// Creates the root, again if necessary: a directory that was deleted while another process had it
-/// open keeps its name until that handle is closed.
+/// Creates the root. Tries several times: the deletion of its predecessor is pending until the last
+/// handle is closed.
 void CreateRoot(SystemCalls& calls, const std::wstring& root) {
   for (int attempt = 1;; ++attempt) {
     try {
@@ -185,14 +185,14 @@ bool SelectLayersAndLog(SystemCalls& calls, const std::wstring& out_job,
   return true;
 }
 
-/// Writes the project file. Reports a failure only when it is finished, since errors of copying the
-/// dependencies have precedence.
+/// Writes the project file. Finish throws the first failure of any function, since errors of
+/// copying the dependencies have precedence.
 class ProjectFile {
  public:
   ProjectFile(SystemCalls& calls, const std::wstring& path) : file_(calls, path) {}
 
-  /// Writes text in the system's ANSI code page, which is what the host reads. Throws Failure for a
-  /// character outside it, since the host would search for a document of another name.
+  /// Writes text in the system's ANSI code page, which the host reads. A character outside it is a
+  /// failure, since the host would search for a document of another name.
   void Append(std::wstring_view text) {
     std::string bytes;
     if (AnsiFromWide(WithWindowsLineEnds(text), bytes)) {
@@ -245,7 +245,8 @@ int AddDependency(SystemCalls& calls, const std::wstring& path, std::size_t numb
   const ExtendedPath to(copy);
   if (!calls.Copy(from, to, TRUE)) {
     const DWORD code = GetLastError();
-    // For example, a short name may denote a file of the project.
+    // The name is free but the file exists: a short name, for example, may denote a file of the
+    // project.
     if (code == ERROR_FILE_EXISTS || code == ERROR_ALREADY_EXISTS) {
       return RejectName(calls, path);
     }

@@ -6,8 +6,8 @@
 namespace kestrune {
 
 /// Holds the values of the user's settings.ini. Every text is UTF-16 as written in the file, empty
-/// where the file does not set it. Each field names its section and key; the keys of Target are
-/// also looked for under AfterExport (see user_settings_win32.cpp).
+/// where the file does not set it. Each field's comment names its section and key. A key that the
+/// section Target lacks is read from the older section AfterExport.
 struct UserSettings {
   /// Target/Enabled: whether an application is to receive a finished export.
   bool enabled = false;

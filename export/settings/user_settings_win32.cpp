@@ -75,7 +75,7 @@ std::wstring ResolveSettingsPath(SystemCalls& calls, std::wstring_view folder_na
   if (!ShellFolder(calls, CSIDL_LOCAL_APPDATA, folder) || folder.empty()) {
     return {};
   }
-  // Not JoinPath: a drive's root gets a second separator here.
+  // Unlike JoinPath, this adds a separator even to a drive's root.
   const std::wstring below = L"\\" + JoinPath(folder_name, kSettingsFile);
   std::wstring local = folder + below;
   WIN32_FILE_ATTRIBUTE_DATA data{};

@@ -8,7 +8,7 @@
 
 namespace kestrune {
 
-/// Returns where the settings are read from: `<local application data>\<folder_name>\settings.ini`
+/// Returns the path of the settings file: `<local application data>\<folder_name>\settings.ini`
 /// when that exists, else the same path below the all-users application data. When the all-users
 /// folder is unknown, returns the local path whether or not the file exists; when the local folder
 /// is unknown, an empty path. The two files are never merged.

@@ -3,23 +3,23 @@
 namespace kestrune {
 namespace {
 
-constexpr int kEqualLooks = 3;
+constexpr int kEqualPolls = 3;
 
 }  // namespace
 
-bool SizeWatch::Look(std::optional<std::uint64_t> size) {
+bool SizeWatch::Record(std::optional<std::uint64_t> size) {
   const std::uint64_t seen = size.value_or(0);
-  equal_looks_ = seen != 0 && seen == previous_ ? equal_looks_ + 1 : 0;
+  equal_polls_ = seen != 0 && seen == previous_ ? equal_polls_ + 1 : 0;
   previous_ = seen;
-  return equal_looks_ == kEqualLooks;
+  return equal_polls_ == kEqualPolls;
 }
 
 std::optional<std::uint64_t> WaitForStableSize(
-    const std::function<std::optional<std::uint64_t>()>& look, const std::function<void()>& sleep) {
+    const std::function<std::optional<std::uint64_t>()>& poll, const std::function<void()>& sleep) {
   SizeWatch watch;
   for (int round = 0; round < kWaitRounds; ++round) {
-    const std::optional<std::uint64_t> size = look();
-    if (watch.Look(size)) {
+    const std::optional<std::uint64_t> size = poll();
+    if (watch.Record(size)) {
       return size;
     }
     sleep();

@@ -10,22 +10,22 @@ namespace kestrune {
 inline constexpr int kWaitRounds = 240;
 inline constexpr unsigned kWaitSleepMilliseconds = 500;
 
-/// Decides when a growing file is complete: the host writes its archive in one go, so a size that
-/// is unchanged over three sleeps means that writing has ended.
+/// Decides when a growing file is complete: the host writes its archive without pauses, so writing
+/// has ended when the size is unchanged over three sleeps.
 class SizeWatch {
  public:
   /// Records one polled size in bytes, or nothing when the file is absent or its size cannot be
   /// read. Returns true when the same size, not 0, was recorded four times in a row.
-  bool Look(std::optional<std::uint64_t> size);
+  bool Record(std::optional<std::uint64_t> size);
 
  private:
   std::uint64_t previous_ = 0;
-  int equal_looks_ = 0;
+  int equal_polls_ = 0;
 };
 
-/// Calls `look` and `sleep` in turn until the size is stable. Returns the size, or nothing after
-/// kWaitRounds rounds; the last round sleeps too.
+/// Calls `poll`, which returns the size in bytes, and `sleep` in turn until the size is stable.
+/// Returns the size, or nothing after kWaitRounds rounds; the last round sleeps too.
 std::optional<std::uint64_t> WaitForStableSize(
-    const std::function<std::optional<std::uint64_t>()>& look, const std::function<void()>& sleep);
+    const std::function<std::optional<std::uint64_t>()>& poll, const std::function<void()>& sleep);
 
 }  // namespace kestrune

@@ -1,7 +1,5 @@
 #include "export/wait/native_wait_win32.h"
 
-#include <windows.h>
-
 #include "common/failure/failure.h"
 #include "common/files/file_win32.h"
 #include "common/log/log_win32.h"
@@ -16,8 +14,8 @@ std::optional<std::uint64_t> SizeOfRegularFile(SystemCalls& calls, const std::ws
   return entry && entry->kind == FileKind::RegularFile ? std::optional(entry->size) : std::nullopt;
 }
 
-/// Writes the result file. Ignores failures: the script polls for the file and gives up by itself
-/// after its time limit.
+/// Writes the result file. Ignores failures, since the script stops polling for the file after its
+/// time limit.
 void WriteResult(SystemCalls& calls, const std::wstring& path, const std::string& text) {
   try {
     WriteWholeFile(calls, path, text);

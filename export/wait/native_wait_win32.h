@@ -10,8 +10,8 @@ namespace kestrune {
 /// polls, half a second apart.
 int WaitForNativeOutput(SystemCalls& calls, const WaitNativeCommand& command);
 
-/// Writes the outcome of a wait that ended without an archive to the result file, since the script
-/// polls that file and would otherwise wait for its full time limit.
+/// Writes to the result file that the wait ended without an archive. Without it the script would
+/// poll for the file until its time limit.
 void ReportNativeWaitFailure(SystemCalls& calls, const WaitNativeCommand& command);
 
 }  // namespace kestrune

@@ -19,9 +19,9 @@ struct ScreenPoint {
   friend bool operator==(const ScreenPoint&, const ScreenPoint&) = default;
 };
 
-/// Returns the top-left corner that centres the window in the work area. Along an axis where the
-/// window is not smaller than the work area, that is the work area's edge, so that the window does
-/// not begin off the screen.
+/// Returns the top-left corner that centres the window in the work area. Along an axis in which the
+/// window is not smaller than the work area, the corner is at the work area's left or top edge, so
+/// that it is visible.
 ScreenPoint CentredIn(const ScreenRectangle& work_area, const ScreenRectangle& window);
 
 }  // namespace kestrune

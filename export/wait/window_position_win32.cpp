@@ -33,7 +33,7 @@ int PositionWindow(const PositionWindowCommand& command, Desktop& desktop) {
   information.cbSize = sizeof(information);
   RECT window{};
   if (monitor == nullptr || !desktop.ReadMonitor(monitor, information) ||
-      !desktop.ReadPlace(target, window)) {
+      !desktop.ReadRectangle(target, window)) {
     return kPositionUnreadable;
   }
   const ScreenPoint corner = CentredIn(ToScreen(information.rcWork), ToScreen(window));

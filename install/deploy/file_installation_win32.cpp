@@ -1,7 +1,6 @@
 #include "install/deploy/file_installation_win32.h"
 
 #include <optional>
-#include <utility>
 
 #include "common/failure/failure_win32.h"
 #include "common/files/file_time_win32.h"
@@ -21,8 +20,8 @@ void Require(BOOL done) {
   }
 }
 
-/// Sets the target's time to kUnfinishedTime. Ignores a failure: the copy works without it, and
-/// only an update after a kill needs it.
+/// Sets the target's time to kUnfinishedTime. Ignores a failure: only an update after a killed run
+/// needs that time.
 void MarkUnfinished(SystemCalls& calls, HANDLE target) {
   calls.SetWriteTime(target, SplitFileTime(kUnfinishedTime));
 }
@@ -34,18 +33,18 @@ class ContentCopy {
       : calls_(calls), source_(source), target_(target) {}
 
   /// Overwrites a runtime file. The target's time is kUnfinishedTime while its content is
-  /// incomplete, so that a later run sees an old file. It is set again after each write, since a
-  /// write may change it.
-  void OverRuntimeFile() {
+  /// incomplete, so that a later run replaces an incomplete file. The time is set again after each
+  /// write, which may change it.
+  void CopyOverRuntimeFile() {
     is_marked_ = true;
-    Bytes();
+    CopyBytes();
   }
 
-  void Bytes() {
+  void CopyBytes() {
     Require(calls_.SetPointer(source_, {}, nullptr, FILE_BEGIN));
     Require(calls_.SetPointer(target_, {}, nullptr, FILE_BEGIN));
     Mark();
-    while (Chunk()) {
+    while (CopyChunk()) {
       Mark();
     }
     Require(calls_.SetEnd(target_));
@@ -53,15 +52,15 @@ class ContentCopy {
     Require(calls_.Flush(target_));
   }
 
-  void Time() {
+  void CopyTime() {
     FILETIME time{};
     Require(calls_.GetWriteTime(source_, &time));
     Require(calls_.SetWriteTime(target_, time));
   }
 
  private:
-  /// Returns false at the end of the source.
-  bool Chunk() {
+  /// Copies at most kChunk bytes. Returns false at the end of the source.
+  bool CopyChunk() {
     char chunk[kChunk];
     DWORD read = 0;
     Require(calls_.Read(source_, chunk, kChunk, &read));
@@ -115,7 +114,7 @@ std::wstring CreateBackup(SystemCalls& calls, const std::wstring& target) {
     refuse(GetLastError());
   }
   if (length >= MAX_PATH) {
-    // A folder that is only too long sets no error.
+    // For a path that is too long Windows sets no error code.
     refuse(ERROR_FILENAME_EXCED_RANGE);
   }
   wchar_t name[MAX_PATH + 1] = {};
@@ -157,8 +156,8 @@ class Target {
     }
   }
 
-  /// Opens the file to write: the target itself, or for a new target an empty temporary file beside
-  /// it, which a killed process may have left. Returns the Windows error.
+  /// Opens the file to write: an existing target itself, or the temporary file of a new one, which
+  /// is emptied if a killed process has left it. Returns ERROR_SUCCESS or the Windows code.
   [[nodiscard]] DWORD Open(bool is_new) {
     file_.Reset(
         calls_.Create(is_new ? incoming_ : path_,
@@ -171,8 +170,8 @@ class Target {
     return ERROR_SUCCESS;
   }
 
-  /// Closes a new file and renames it to the target, unless that exists by now. Returns the Windows
-  /// error.
+  /// Closes a new file and renames it to the target, unless the target exists by now. Returns
+  /// ERROR_SUCCESS or the Windows code.
   [[nodiscard]] DWORD Finish() {
     file_.Reset();
     if (!calls_.Move(incoming_, path_, 0)) {
@@ -212,7 +211,7 @@ class Installation {
     if (is_new) {
       return FillNewTarget();
     }
-    const std::uint64_t target_time = LookAgain();
+    const std::uint64_t target_time = ReadTimesAgain();
     if (!timestamp_.origin_proven || target_time == 0) {
       Refuse(kChanged, ERROR_SUCCESS);
     }
@@ -239,7 +238,7 @@ class Installation {
 
   /// Reads both times again, since either file may have been changed between the decision and
   /// opening them. Returns the target's time.
-  std::uint64_t LookAgain() {
+  std::uint64_t ReadTimesAgain() {
     const std::optional<PackageTimestamp> timestamp = ReadTimestamp(calls_, source_, proof_);
     if (!timestamp) {
       Refuse(kChanged, ERROR_SUCCESS);
@@ -253,7 +252,7 @@ class Installation {
   }
 
   void FillNewTarget() {
-    LookAgain();
+    ReadTimesAgain();
     try {
       CopyToTarget();
     } catch (const Failure& failure) {
@@ -282,18 +281,18 @@ class Installation {
   void Restore(HANDLE backup) {
     try {
       ContentCopy copy(calls_, backup, target_file_.Get());
-      copy.OverRuntimeFile();
-      copy.Time();
+      copy.CopyOverRuntimeFile();
+      copy.CopyTime();
     } catch (const Failure& failure) {
       Refuse(L"Update and rollback failed: ", failure.code);
     }
   }
 
-  /// Copies the content and sets the package's time. The target never has the source's own time,
-  /// which may be later: a process killed at that moment would leave a file that no later package
+  /// Copies the content and sets the package's time. Never sets the source's own time first, since
+  /// it may be later: a process killed at that moment would leave a file that no later package
   /// replaces.
   void CopyToTarget() {
-    ContentCopy(calls_, source_file_.Get(), target_file_.Get()).OverRuntimeFile();
+    ContentCopy(calls_, source_file_.Get(), target_file_.Get()).CopyOverRuntimeFile();
     Require(calls_.SetWriteTime(target_file_.Get(), SplitFileTime(timestamp_.time)));
   }
 
@@ -349,8 +348,8 @@ void InstallFile(SystemCalls& calls, const std::wstring& source, const std::wstr
 
 void CopyFileContent(SystemCalls& calls, HANDLE source, HANDLE target) {
   ContentCopy copy(calls, source, target);
-  copy.Bytes();
-  copy.Time();
+  copy.CopyBytes();
+  copy.CopyTime();
 }
 
 }  // namespace kestrune

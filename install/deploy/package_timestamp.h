@@ -16,7 +16,7 @@ struct PackageTimestamp {
 /// Holds a manifest's entry for one file.
 struct ManifestEntry {
   std::uint64_t time = 0;
-  /// The SHA-256 of the content: 64 characters of the parsed value.
+  /// The SHA-256 of the content: 64 characters within the parsed value, which must outlive it.
   std::wstring_view digest;
 };
 
@@ -29,8 +29,9 @@ struct ManifestEntry {
 /// search by Windows also matches short names, so its results must be checked.
 bool IsManifestName(std::wstring_view name);
 
-/// Returns whether the file times of a package without a manifest are trusted. They are not inside
-/// the product family's own folder, where copies may have any time.
+/// Returns whether the own time of a file without a manifest is trusted. Returns false for a path
+/// that contains "kestrunes" in any case, the name of the product family's folder: copies in it may
+/// have any time.
 bool IsTrustedWithoutManifest(std::wstring_view source_path);
 
 }  // namespace kestrune

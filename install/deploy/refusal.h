@@ -4,9 +4,9 @@
 
 namespace kestrune {
 
-/// Describes why the deployment must not or cannot install a file: a sentence, the path that
-/// completes it, and the Windows code when a call failed. DeployRuntime returns it, and passes any
-/// other Failure on to its caller.
+/// Describes why a file must not or cannot be installed: a sentence, the path that completes it,
+/// and the Windows code when a call failed. DeployRuntime returns a Refusal, and throws any other
+/// Failure.
 struct Refusal : Failure {};
 
 }  // namespace kestrune

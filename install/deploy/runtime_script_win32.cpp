@@ -40,8 +40,9 @@ std::string FillForThisMachine(SystemCalls& calls, const std::string& script,
 }
 
 /// Gives the temporary file the template's time, which the installed script then gets. Returns what
-/// proves the script's origin; its own folder may not, since a user name in the path can look like
-/// the product family's folder.
+/// proves the script's origin: OriginProof::Template if the template's origin is proven. The path
+/// of the temporary file cannot prove it, since a user name in it may contain the name of the
+/// product family's folder.
 OriginProof TakePackageTime(SystemCalls& calls, const std::wstring& script,
                             const std::wstring& incoming) {
   const std::optional<PackageTimestamp> timestamp = GetPackageTimestamp(calls, script);

@@ -19,9 +19,8 @@ namespace {
 
 constexpr wchar_t kUninstallKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 
-/// Holds the folder and the registry key with the user's profiles of all instances, and their
-/// content.
-struct UserSide {
+/// Holds the user's profile folders and registry branches of all instances.
+struct UserProfiles {
   std::wstring profiles_root;
   NameListing profiles;
   NameListing branches;
@@ -68,18 +67,18 @@ NameListing ListBranches(SystemCalls& calls) {
   return listing;
 }
 
-UserSide ReadUserSide(SystemCalls& calls) {
-  UserSide side;
+UserProfiles ListUserProfiles(SystemCalls& calls) {
+  UserProfiles user;
   std::wstring app_data;
   std::wstring error_text;
   if (!RoamingAppDataDirectory(calls, app_data, error_text)) {
-    side.profiles.outcome = NameListing::Outcome::CannotRead;
-    return side;
+    user.profiles.outcome = NameListing::Outcome::CannotRead;
+    return user;
   }
-  side.profiles_root = JoinPath(app_data, L"Altium");
-  side.profiles = ListProfiles(calls, side.profiles_root);
-  side.branches = ListBranches(calls);
-  return side;
+  user.profiles_root = JoinPath(app_data, L"Altium");
+  user.profiles = ListProfiles(calls, user.profiles_root);
+  user.branches = ListBranches(calls);
+  return user;
 }
 
 /// Returns the value's text as stored, unexpanded; empty when it is absent or has another type.
@@ -121,13 +120,13 @@ bool PassesFilters(const HostInstance& instance, const HostFilter& filter) {
          (filter.profile.empty() || EqualIgnoringCase(filter.profile, instance.guid));
 }
 
-void JoinUserSide(const UserSide& side, HostInstance& instance) {
+void AddUserProfile(const UserProfiles& user, HostInstance& instance) {
   std::wstring name;
-  if (!MatchInstanceName(instance.guid, side.profiles, side.branches, name, instance.reason)) {
+  if (!MatchInstanceName(instance.guid, user.profiles, user.branches, name, instance.reason)) {
     instance.needs_verification = true;
     return;
   }
-  instance.profile_directory = JoinPath(side.profiles_root, name);
+  instance.profile_directory = JoinPath(user.profiles_root, name);
   instance.registry_branch = L"Software\\Altium\\" + name;
   instance.rcs_path = JoinPath(instance.profile_directory, L"DXP.RCS");
 }
@@ -136,7 +135,7 @@ void JoinUserSide(const UserSide& side, HostInstance& instance) {
 class Discovery {
  public:
   Discovery(SystemCalls& calls, const HostFilter& filter)
-      : calls_(calls), filter_(filter), side_(ReadUserSide(calls)) {}
+      : calls_(calls), filter_(filter), profiles_(ListUserProfiles(calls)) {}
 
   void ReadView(REGSAM view) {
     RegistryKey uninstall;
@@ -145,7 +144,7 @@ class Discovery {
       return;
     }
     std::vector<std::wstring> names;
-    // Names that were listed before an error still count.
+    // When the enumeration fails, the names before the failure are used.
     static_cast<void>(ListSubkeys(calls_, uninstall.Get(), names));
     for (const std::wstring& name : names) {
       RegistryKey entry;
@@ -183,13 +182,13 @@ class Discovery {
     if (!instance.executable.empty()) {
       instance.resource_path = JoinPath(ParentPath(instance.executable), L"System\\AdvPcb.rcs");
     }
-    JoinUserSide(side_, instance);
+    AddUserProfile(profiles_, instance);
     instances_.push_back(std::move(instance));
   }
 
   SystemCalls& calls_;
   const HostFilter& filter_;
-  UserSide side_;
+  UserProfiles profiles_;
   std::set<std::wstring> taken_;
   std::vector<HostInstance> instances_;
 };

@@ -33,7 +33,7 @@ struct HostInstance {
   std::wstring registry_branch;
   /// The path of the instance's DXP.RCS; empty when the profile could not be determined.
   std::wstring rcs_path;
-  /// Whether profile and branch do not match, so that a person must check them; `reason` then says
+  /// Whether the user must check profile and branch, because they do not match; `reason` then says
   /// why.
   bool needs_verification = false;
   std::wstring reason;

@@ -44,7 +44,7 @@ bool TakeNumber(std::wstring_view& text, std::int32_t& number) {
     ++at;
   }
   std::wstring_view rest = text.substr(at);
-  // One more than the largest magnitude suffices for the clamping below.
+  // The limit is the largest magnitude of a negative number; the result is clamped below.
   const std::optional<std::uint64_t> magnitude = TakeDecimal(rest, std::uint64_t{1} << 31);
   if (!magnitude) {
     return false;

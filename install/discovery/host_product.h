@@ -40,9 +40,9 @@ struct NameListing {
   Outcome outcome = Outcome::Complete;
 };
 
-/// Finds the single profile folder and the single registry key whose names end in the GUID (in
-/// lower case), and requires the names to be equal. On success `name` is that name; otherwise
-/// `reason` says what is wrong.
+/// Returns whether exactly one profile folder and one registry key have names that end in the GUID
+/// (in lower case), and these names are equal. If so, `name` is that name; otherwise `reason` says
+/// why not.
 bool MatchInstanceName(std::wstring_view guid, const NameListing& profiles,
                        const NameListing& branches, std::wstring& name, std::wstring& reason);
 

@@ -23,8 +23,8 @@ std::wstring ExpandedExecutable(SystemCalls& calls, const UserSettings& settings
                                                                       : settings.executable_path;
 }
 
-/// Starts the process. Returns false with the Windows error. It is created suspended so that it has
-/// the right to take the foreground before its first window.
+/// Starts the process. Creates it suspended, so that it gets the right to take the foreground
+/// before it opens a window. Returns false with the Windows code.
 bool StartProcess(const std::wstring& executable, const std::wstring& argument_line,
                   const std::wstring& directory, Desktop& desktop, DWORD& code) {
   std::wstring command_line = QuoteCommandLineArgument(executable);
@@ -44,12 +44,12 @@ bool StartProcess(const std::wstring& executable, const std::wstring& argument_l
     return true;
   }
   code = GetLastError();
-  desktop.End(process.Get(), code);
+  desktop.Terminate(process.Get(), code);
   return false;
 }
 
 /// Starts the program through the shell, which may show the consent prompt. Returns false with the
-/// Windows error.
+/// Windows code.
 bool StartThroughShell(const std::wstring& executable, const std::wstring& argument_line,
                        const std::wstring& directory, Desktop& desktop, DWORD& code) {
   SHELLEXECUTEINFOW execution{};
@@ -73,7 +73,7 @@ bool StartThroughShell(const std::wstring& executable, const std::wstring& argum
 bool StartApplication(const std::wstring& executable, const std::wstring& argument_line,
                       Desktop& desktop, std::wstring& error_text) {
   const std::wstring directory(ParentPath(FullPath(executable)));
-  const ErrorMode as_found(desktop.InheritedErrorMode());
+  const ErrorMode inherited(desktop.InheritedErrorMode());
   DWORD code = 0;
   if (StartProcess(executable, argument_line, directory, desktop, code)) {
     return true;

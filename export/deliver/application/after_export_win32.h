@@ -13,7 +13,7 @@ namespace kestrune {
 struct AfterExportResult {
   /// Whether the settings enable an application.
   bool configured = false;
-  /// Whether a running copy accepted the export or a new process was started.
+  /// Whether a running process of the application accepted the export or a new one was started.
   bool delivered = false;
   std::wstring program_name;
   /// The caption of the export command under these settings.
@@ -23,11 +23,11 @@ struct AfterExportResult {
 };
 
 /// Hands the archive at `zip_path` to the application of the user's settings: builds its argument
-/// line, sends it to a running copy, or starts a new one. Never waits for the application. `space`
-/// is the board's spacing in ten-thousandths of a mil.
+/// line, sends it to a running process of the application, or starts a new one. Never waits for the
+/// application. `space` is the board's spacing in ten-thousandths of a mil.
 ///
-/// Settings that cannot be read count as none, with the reason as error text. Throws Failure
-/// "status" when Windows cannot report whether the executable exists.
+/// When the settings cannot be read, no application is configured and the error text has the
+/// reason. Throws Failure "status" when Windows cannot report whether the executable exists.
 AfterExportResult RunAfterExport(const Doors& doors, const std::wstring& zip_path,
                                  std::optional<std::int64_t> space);
 
@@ -36,10 +36,10 @@ AfterExportResult HandToApplication(const Doors& doors, const UserSettings& sett
                                     const std::wstring& zip_path,
                                     std::optional<std::int64_t> space);
 
-/// Starts `executable` in its own folder with its quoted path and the argument line as command
+/// Starts `executable` in its own folder. The command line is its quoted path and the argument
 /// line. A program that demands elevation is started through the shell, which shows the user the
-/// consent prompt. Returns true when it runs; otherwise the error text gives the reason and the
-/// Windows code.
+/// consent prompt. Returns true when it was started; otherwise the error text has the reason and
+/// the Windows code.
 [[nodiscard]] bool StartApplication(const std::wstring& executable,
                                     const std::wstring& argument_line, Desktop& desktop,
                                     std::wstring& error_text);

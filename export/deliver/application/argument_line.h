@@ -7,8 +7,8 @@
 
 namespace kestrune {
 
-/// Builds the argument line of the application that receives an export: the user's template with
-/// its placeholders replaced, plus this program's identity and the board's spacing.
+// Builds the argument line of the application that receives an export: the user's template with
+// its placeholders replaced, plus this program's identity and the board's spacing.
 
 /// Returns `text` with the placeholders of the archive at `zip_path` replaced: "%ODBPP%" and
 /// "%ODBPP_ZIP%" its full path, "%ODBPP_DIR%" its folder (without a trailing separator except at a
@@ -16,12 +16,11 @@ namespace kestrune {
 /// identity.
 ///
 /// The placeholders are replaced one kind after the other in this order; matching is
-/// case-sensitive. Only placeholders that the user wrote are replaced: a path that happens to
-/// contain one is inserted unchanged. No quotes are added.
+/// case-sensitive. A placeholder in an inserted path is not replaced. No quotes are added.
 std::wstring ReplacePlaceholders(std::wstring_view text, std::wstring_view zip_path);
 
-/// Returns whether `token` (ASCII) occurs at the start of the line or after white space (space,
-/// tab, line feed, vertical tab, form feed, carriage return), ignoring case.
+/// Returns whether `token` (ASCII, in lower case) occurs at the start of the line or after white
+/// space (space, tab, line feed, vertical tab, form feed, carriage return), ignoring case.
 bool HasToken(std::wstring_view line, std::wstring_view token);
 
 /// Returns the line with the tokens -bridge:"AltiumDesigner" and -bridge-version:"0.2.3" prepended,

@@ -13,9 +13,9 @@ inline constexpr std::wstring_view kMailslotPrefix = L"TAVORIN.Kestrune.";
 /// prefix, no digits, anything but '0' to '9', a number above 32 bits, or 4294967295.
 std::uint32_t ListenerProcessId(std::wstring_view name);
 
-/// Returns whether a message may be sent to this name: the prefix followed by one or more digits. A
-/// digit is one for `iswdigit`, and the number may have any size: a message can be
-/// sent even when the listener's process cannot be verified.
+/// Returns whether a message may be sent to this name: the prefix followed by one or more digits.
+/// Accepts every digit of `iswdigit` and a number of any size, since a message is sent even to a
+/// listener whose process cannot be verified.
 bool IsMailslotName(std::wstring_view name);
 
 }  // namespace kestrune

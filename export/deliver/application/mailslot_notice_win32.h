@@ -9,13 +9,12 @@
 
 namespace kestrune {
 
-/// Sends an argument line to a running copy of the application through the mailslot `mailslot_name`
-/// that it listens on. Returns whether the whole message was written; no failure is reported in any
-/// other way.
+/// Sends an argument line to a running process of the application through the mailslot
+/// `mailslot_name` on which it listens. Returns whether the whole message was written.
 ///
-/// A listener that is verified as the configured application (`executable_path`, expanded) of this
-/// user and session may bring itself to the foreground. Any other listener receives the message
-/// too.
+/// Gives the listener the right to take the foreground only if VerifyListenerProcess accepts it as
+/// the configured application (`executable_path`, expanded). Any other listener receives the
+/// message too.
 [[nodiscard]] bool SendToRunningInstance(const Doors& doors, const std::wstring& mailslot_name,
                                          const std::wstring& argument_line,
                                          const std::wstring& executable_path);

@@ -31,7 +31,7 @@ class HuffmanCode {
   unsigned Decode(BitReader& bits) const;
 
  private:
-  /// Codes of at most this many bits are decoded with one table lookup.
+  /// The length in bits of the longest code that is decoded with one table lookup.
   static constexpr unsigned kTableBits = 9;
 
   struct Entry {

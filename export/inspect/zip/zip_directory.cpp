@@ -79,9 +79,8 @@ bool IsSaturated(const EndFields& fields) {
          fields.directory.size == kSaturated32 || fields.directory.offset == kSaturated32;
 }
 
-/// Replaces the fields by those of the 64-bit record, and moves `end` to the beginning of that
-/// record. Keeps the fields when there is no such record, since a field may hold its largest value
-/// by chance.
+/// Replaces the fields by those of the 64-bit end record, and sets `end` to its offset. Keeps the
+/// fields when there is no such record, since a field may have its largest value without one.
 void ReadLargeEndFields(const ByteSource& archive, EndFields& fields, std::uint64_t& end) {
   if (end < kLocatorSize + kLargeEndSize) {
     return;
@@ -103,10 +102,10 @@ void ReadLargeEndFields(const ByteSource& archive, EndFields& fields, std::uint6
   end = offset;
 }
 
-/// Reads the directory through a window that is kept in memory.
-class DirectoryWindow {
+/// Reads the directory in pieces of about 64 KiB, one at a time.
+class DirectoryReader {
  public:
-  DirectoryWindow(const ByteSource& archive, const ZipDirectory& directory)
+  DirectoryReader(const ByteSource& archive, const ZipDirectory& directory)
       : archive_(archive), offset_(directory.offset), left_(directory.size) {}
 
   /// Returns the next `count` bytes without consuming them; the view is valid until the next call.
@@ -162,7 +161,7 @@ std::string_view LargeField(std::string_view extra) {
   return {};
 }
 
-/// Replaces a number that did not fit into 32 bits by the next one of the extra field.
+/// Replaces a number that did not fit into 32 bits by the next number of the extra field.
 void ReadLargeNumber(std::uint64_t& number, std::string_view& field) {
   if (number != kSaturated32) {
     return;
@@ -175,8 +174,8 @@ void ReadLargeNumber(std::uint64_t& number, std::string_view& field) {
 }
 
 /// Consumes and returns the next entry of the directory.
-ZipEntry ReadEntry(DirectoryWindow& window) {
-  const std::string_view header = window.View(kEntrySize);
+ZipEntry ReadEntry(DirectoryReader& reader) {
+  const std::string_view header = reader.View(kEntrySize);
   if (!header.starts_with(kEntrySignature)) {
     Refuse(L"The central directory is damaged.");
   }
@@ -184,7 +183,7 @@ ZipEntry ReadEntry(DirectoryWindow& window) {
   const auto extra_size = static_cast<std::size_t>(LittleEndian(header, 30, 2));
   const auto comment_size = static_cast<std::size_t>(LittleEndian(header, 32, 2));
   const std::size_t whole_size = kEntrySize + name_size + extra_size + comment_size;
-  const std::string_view record = window.View(whole_size);
+  const std::string_view record = reader.View(whole_size);
   ZipEntry entry{std::string(record.substr(kEntrySize, name_size)),
                  static_cast<std::uint16_t>(LittleEndian(record, 8, 2)),
                  static_cast<std::uint16_t>(LittleEndian(record, 10, 2)),
@@ -196,7 +195,7 @@ ZipEntry ReadEntry(DirectoryWindow& window) {
   ReadLargeNumber(entry.size, field);
   ReadLargeNumber(entry.packed_size, field);
   ReadLargeNumber(entry.offset, field);
-  window.Advance(whole_size);
+  reader.Advance(whole_size);
   return entry;
 }
 
@@ -269,14 +268,14 @@ ZipDirectory FindZipDirectory(const ByteSource& archive) {
 
 void ForEachZipEntry(const ByteSource& archive, const ZipDirectory& directory,
                      const std::function<void(const ZipEntry&)>& visit) {
-  DirectoryWindow window(archive, directory);
+  DirectoryReader reader(archive, directory);
   std::vector<EntryTrace> traces;
   for (std::uint64_t i = 0; i < directory.entries; ++i) {
-    const ZipEntry entry = ReadEntry(window);
+    const ZipEntry entry = ReadEntry(reader);
     traces.push_back(TraceOf(entry, directory));
     visit(entry);
   }
-  if (!window.AtEnd()) {
+  if (!reader.AtEnd()) {
     Refuse(L"The central directory is damaged.");
   }
   RefuseClashes(traces);

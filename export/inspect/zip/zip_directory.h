@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -20,8 +19,8 @@ struct ZipDirectory {
   std::uint64_t entries = 0;
 };
 
-/// Holds one entry as the directory describes it. Only one thing about it has been checked: its
-/// data lies before the directory.
+/// Holds one entry as the directory describes it. It is not checked, except that its data ends
+/// before the directory.
 struct ZipEntry {
   /// The path as recorded, in an unknown encoding.
   std::string name;

@@ -98,12 +98,12 @@ class RefusingClipboard final : public Desktop {
     blocks.push_back(Desktop::Allocate(size));
     return blocks.back();
   }
-  HANDLE Place(UINT format, HGLOBAL block) override {
+  HANDLE SetClipboard(UINT format, HGLOBAL block) override {
     if (format == refused_format) {
       refused_block = block;
       return nullptr;
     }
-    return Desktop::Place(format, block);
+    return Desktop::SetClipboard(format, block);
   }
 
   int allocations = 0;

@@ -14,7 +14,7 @@ using Sizes = std::vector<std::optional<std::uint64_t>>;
 std::size_t LooksUntilStable(const Sizes& sizes) {
   SizeWatch watch;
   for (std::size_t i = 0; i < sizes.size(); ++i) {
-    if (watch.Look(sizes[i])) {
+    if (watch.Record(sizes[i])) {
       return i + 1;
     }
   }

@@ -104,7 +104,7 @@ class ScriptedWindows final : public Desktop {
     information.rcWork = {left + 100, 40, left + 1000, 1000};
     return monitor_reads;
   }
-  bool ReadPlace(HWND window, RECT& place) override {
+  bool ReadRectangle(HWND window, RECT& place) override {
     EXPECT_EQ(window, Window(1));
     place = {7, 9, 7 + 300, 9 + 160};
     return window_reads;
