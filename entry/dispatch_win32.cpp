@@ -53,6 +53,8 @@ std::optional<Command> ReadCommandLine(const wchar_t* command_line) noexcept {
   }
 }
 
+// std::visit throws only for a variant without a value, which a Command always has.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int RunCommand(const Command& command, const Modes& modes, const Doors& doors) noexcept {
   const auto carry_out = [&](const auto& chosen) noexcept {
     const auto& mode = std::get<Mode<std::decay_t<decltype(chosen)>>>(modes);

@@ -137,8 +137,9 @@ void CopyArchive(SystemCalls& calls, const std::wstring& native_zip, Target& tar
       user_message = OverwriteFailureMessage(destination, error);
       throw Failure{L"copy", code, destination};
     }
-    WriteLogEntry(calls, L"Configured export copy failed",
-                  L"Path=" + destination + L" Error=" + error);
+    std::wstring details = L"Path=" + destination;
+    details.append(L" Error=").append(error);
+    WriteLogEntry(calls, L"Configured export copy failed", details);
     target.directory = target.default_directory;
     target.is_configured = false;
   }

@@ -274,7 +274,7 @@ int BuildProject(SystemCalls& calls, const Preparation& run) {
   const std::wstring& root = run.temporary_root;
   const std::wstring out_job_path = JoinPath(root, kBridgeOutJob);
   const std::wstring project_path = JoinPath(root, kBridgeProject);
-  const TemporaryFolder held(calls, root);
+  [[maybe_unused]] const TemporaryFolder held(calls, root);
   CopyWritable(calls, run.command.source_pcb, JoinPath(root, kBridgeBoard));
   CopyWritable(calls, JoinPath(run.runtime_root, kBridgeOutJob), out_job_path);
   if (!SelectLayersAndLog(calls, out_job_path, run.command.used_layer_manifest)) {

@@ -518,6 +518,7 @@ void RcsFile::WriteRecovery(const ExtendedPath& saved_path) {
   try {
     CreateWithIdentity(path, saved, kRefusal, created);
   } catch (...) {
+    // cppcheck-suppress knownConditionTrueFalse; set through the reference
     if (!created) {
       // A file of that name belongs to another run.
       recovery_.reset();

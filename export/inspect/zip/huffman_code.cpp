@@ -50,9 +50,11 @@ void HuffmanCode::CheckCounts(UnusedCodes unused) const {
 }
 
 void HuffmanCode::SortSymbols(std::span<const std::uint8_t> lengths) {
-  std::array<std::size_t, kLongest + 1> next{};
-  for (unsigned length = 1; length < kLongest; ++length) {
-    next[length + 1] = next[length] + counts_[length];
+  decltype(counts_) next{};
+  std::uint16_t shorter = 0;
+  for (unsigned length = 1; length <= kLongest; ++length) {
+    next[length] = shorter;
+    shorter += counts_[length];
   }
   for (std::size_t symbol = 0; symbol < lengths.size(); ++symbol) {
     if (lengths[symbol] != 0) {

@@ -55,7 +55,7 @@ void Conversation::Read() {
       }
     }
   }
-  const std::scoped_lock lock(mutex_);
+  const std::scoped_lock<std::mutex> lock(mutex_);
   ended_ = true;
   SetEvent(event_.Get());
 }
@@ -68,13 +68,13 @@ void Conversation::Add(const std::string& line) {
     tab = text.find(L'\t', begin);
     fields.push_back(Plain(text.substr(begin, tab == std::wstring::npos ? tab : tab - begin)));
   }
-  const std::scoped_lock lock(mutex_);
+  const std::scoped_lock<std::mutex> lock(mutex_);
   lines_.push_back(fields);
   SetEvent(event_.Get());
 }
 
 std::vector<Fields> Conversation::Take() {
-  const std::scoped_lock lock(mutex_);
+  const std::scoped_lock<std::mutex> lock(mutex_);
   if (!ended_) {
     ResetEvent(event_.Get());
   }
@@ -82,7 +82,7 @@ std::vector<Fields> Conversation::Take() {
 }
 
 bool Conversation::Ended() {
-  const std::scoped_lock lock(mutex_);
+  const std::scoped_lock<std::mutex> lock(mutex_);
   return ended_ && lines_.empty();
 }
 

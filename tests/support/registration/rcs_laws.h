@@ -26,6 +26,7 @@ inline std::string_view KindName(altium_registration::NodeKind kind) {
   constexpr std::array<std::string_view, 6> kNames = {"Tree",      "PL",       "Link",
                                                       "Insertion", "Deletion", "Separator"};
   const auto index = static_cast<std::size_t>(kind);
+  // cppcheck-suppress returnDanglingLifetime; the views are of literals
   return index < kNames.size() ? kNames[index] : "Change";
 }
 

@@ -24,18 +24,16 @@ Modes Replaced(int (*run)(const C& command, const Doors& doors)) {
   return modes;
 }
 
+template <class Thrown, class Options>
+void MakeThrow(Mode<Options>& mode) {
+  mode.run = [](const Options&, const Doors&) -> int { throw Thrown(); };
+}
+
 /// Returns modes that all throw.
 template <class Thrown>
 Modes ThrowingModes() {
   Modes modes = kModes;
-  std::apply(
-      [](auto&... mode) {
-        const auto replace = []<class C>(Mode<C>& one) {
-          one.run = [](const C&, const Doors&) -> int { throw Thrown(); };
-        };
-        (replace(mode), ...);
-      },
-      modes);
+  std::apply([](auto&... mode) { (MakeThrow<Thrown>(mode), ...); }, modes);
   return modes;
 }
 

@@ -71,6 +71,13 @@ TEST_F(ArchiveSpaceTest, FormerArchiveFreesItsClusters) {
   }
 }
 
+TEST_F(ArchiveSpaceTest, FullClustersFreeNoMore) {
+  PutFile(Scratch(L"out\\Main.zip"), std::string(53'248, 'f'));
+  disk_.available = 0;
+  EXPECT_FALSE(LacksSpace(53'248));
+  EXPECT_TRUE(LacksSpace(53'249));
+}
+
 TEST_F(ArchiveSpaceTest, WithoutFormerArchiveCopyIsTried) {
   ASSERT_TRUE(DeleteFileW(Scratch(L"out\\Main.zip").c_str()));
   EXPECT_FALSE(LacksSpace(100'000));

@@ -250,9 +250,10 @@ TEST_F(FinalizeTest, ArchiveIsOpenUntilItIsCopied) {
     looked = true;
     EXPECT_FALSE(DeleteFileW(native_.c_str()));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
-    EXPECT_EQ(CreateFileW(native_.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                          nullptr, OPEN_EXISTING, 0, nullptr),
-              INVALID_HANDLE_VALUE);
+    const FileHandle writer(CreateFileW(native_.c_str(), GENERIC_WRITE,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                        0, nullptr));
+    EXPECT_FALSE(writer);
     return std::nullopt;
   });
   EXPECT_EQ(Deliver().code, 0);

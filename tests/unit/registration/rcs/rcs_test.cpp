@@ -376,6 +376,7 @@ TEST(Rcs, FailedParseLeavesFileAndTextAlone) {
   std::wstring error;
   std::string text = "PL p A='x'";
   EXPECT_FALSE(Rcs::Parse(std::move(text), {}, rcs, error));
+  // cppcheck-suppress accessMoved; only a parsed text is moved
   EXPECT_EQ(text, "PL p A='x'");
   EXPECT_EQ(rcs.text(), "PL p End");
   EXPECT_EQ(rcs.nodes().size(), 1U);

@@ -52,14 +52,6 @@ class WindowsStoreReplaceTest : public StoreTest {
   std::wstring RollBack() {
     return FailureText([&] { store->RollBackRcs(); });
   }
-  [[nodiscard]] std::wstring Left(std::wstring_view ending) const {
-    for (const std::wstring& name : profile.Leftovers()) {
-      if (name.ends_with(ending)) {
-        return profile.Directory() + L"\\" + name;
-      }
-    }
-    return {};
-  }
   void CloseAndExpectNothingLeft() {
     store.reset();
     EXPECT_EQ(profile.Leftovers(), Names{});

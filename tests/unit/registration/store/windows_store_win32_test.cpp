@@ -386,6 +386,20 @@ TEST_F(WindowsStoreTest, OnlyLeftoversOfDeadRunsAreCleared) {
   EXPECT_EQ(FileBytes(Saved(L"DXP.RCS.odbpp-4294967292_1_1.old.tmp")), "displaced");
 }
 
+TEST_F(WindowsStoreTest, LeftoverOfEndedProcessIsCleared) {
+  class EndedProcess : public kestrune::SystemCalls {
+   public:
+    BOOL GetExitCode(HANDLE, DWORD* code) override {
+      *code = 0;
+      return TRUE;
+    }
+  } ended;
+  const kestrune::ExtendedPath rcs(profile.Rcs());
+  WriteFileBytes(NameWorkingFiles(*calls, rcs).replacement.Text(), "dead");
+  ClearLeftovers(ended, rcs, kestrune::ExtendedPath(profile.Directory()));
+  EXPECT_EQ(profile.Leftovers(), Names{});
+}
+
 TEST_F(WindowsStoreTest, DisplacedFileStaysWhileRcsIsMissing) {
   WriteFileBytes(profile.Rcs() + L".odbpp-4294967292_1_1.old.tmp", "displaced");
   DeleteFileW(profile.Rcs().c_str());

@@ -5,6 +5,8 @@
 #include <cwctype>
 #include <string>
 
+#include "common/text/text.h"
+
 namespace kestrune {
 namespace {
 
@@ -22,7 +24,7 @@ TEST(ListenerProcessId, ThereIsNoneInAnyOtherName) {
   for (const wchar_t* number :
        {L"", L"1234abc", L"abc", L" 1", L"1 ", L"-1", L"+1", L"1.0", L"\u0661", L"4294967295",
         L"4294967296", L"42949672950", L"99999999999999999999999999", L"0"}) {
-    EXPECT_EQ(ListenerProcessId(Name(number)), 0U) << std::string(number, number + wcslen(number));
+    EXPECT_EQ(ListenerProcessId(Name(number)), 0U) << Utf8FromWide(number);
   }
   EXPECT_EQ(ListenerProcessId(L""), 0U);
   EXPECT_EQ(ListenerProcessId(L"1234"), 0U);
