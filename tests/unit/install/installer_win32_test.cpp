@@ -506,6 +506,20 @@ class InstallerWithStrangeCalls : public InstallerTest {
   }
 };
 
+TEST_F(InstallerWithStrangeCalls, LossOfButtonFailsFinalValidation) {
+  const MadeInstance host = MakeHost(UsedHost(1, 17));
+  calls_.before = [&](const SystemCall& call) -> std::optional<DWORD> {
+    if (call.name == "SetValue") {
+      PutFile(host.rcs, "Tree PCBCustom Caption='[Custom]' TopLevel='True' End\r\n");
+    }
+    return std::nullopt;
+  };
+  const std::wstring message = Run(Install).message;
+  EXPECT_NE(message.find(L"FAILED: Final state validation failed. File recovery blocked: "),
+            std::wstring::npos)
+      << Utf8FromWide(message);
+}
+
 TEST_F(InstallerWithStrangeCalls, AnyExceptionIsReportedForItsInstance) {
   const MadeInstance first = MakeHost(UsedHost(1, 17));
   const MadeInstance second = MakeHost(UsedHost(2, 24));
