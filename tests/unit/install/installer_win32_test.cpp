@@ -560,6 +560,13 @@ class InstallerInScarcity : public InstallTest {
   InstallerResult result_;
 };
 
+TEST_F(InstallerInScarcity, RunWithoutMemoryIsLogged) {
+  Begin();
+  Install(0, Refused::One);
+  EXPECT_EQ(result_.code, 40);
+  ExpectLogged(1, {L"Installer failed | Error=Not enough memory. GetLastError=8"});
+}
+
 TEST_F(InstallerInScarcity, ChangesAreReportedAndSuccessIsComplete) {
   constexpr long kPoints = 12;
   Begin();
