@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "registration/transaction/global_projects.h"
 #include "tests/support/registration/plan_laws.h"

@@ -1,7 +1,6 @@
 // Command lines through the executable: the box and the exit code.
 #include <gtest/gtest.h>
 
-#include <string>
 #include <vector>
 
 #include "tests/support/export/export_fixture_win32.h"

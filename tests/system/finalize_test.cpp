@@ -2,8 +2,6 @@
 // codes.
 #include <gmock/gmock.h>
 
-#include <string>
-
 #include "tests/support/export/finalize_fixture_win32.h"
 
 namespace kestrune {

@@ -1,7 +1,5 @@
 #include "tests/support/export/zip_builder.h"
 
-#include <algorithm>
-
 #include "export/inspect/zip/crc32.h"
 
 namespace kestrune {

@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include <string>
 #include <string_view>
 #include <vector>
 

@@ -1,7 +1,6 @@
 #include "tests/support/machine/open_resources_win32.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cwchar>
 #include <stdexcept>
 #include <vector>

@@ -1,8 +1,6 @@
 #include "tests/support/process/program_run_win32.h"
 
 #include <array>
-#include <cstdlib>
-#include <utility>
 
 #include "common/places/program_path_win32.h"
 #include "common/text/path.h"

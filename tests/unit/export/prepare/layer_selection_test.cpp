@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <random>
 
 #include "tests/support/export/layer_edit.h"

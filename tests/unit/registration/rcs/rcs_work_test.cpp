@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "tests/support/registration/rcs_edit.h"
 #include "tests/support/registration/rcs_shapes.h"

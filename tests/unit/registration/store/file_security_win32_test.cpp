@@ -4,8 +4,6 @@
 
 #include <sddl.h>
 
-#include <string>
-
 #include "common/system/owners_win32.h"
 
 namespace altium_registration {
