@@ -18,10 +18,10 @@
 /// records. Nothing is copied. An edit is a splice into the file's text, so that all other bytes
 /// are preserved.
 ///
-/// A Node stores only the kind, the depth and four offsets of a record, 20 bytes. Identifiers and
-/// attributes are read from the text again when they are needed, which is rare: storing them would
-/// cost more time, because memory that is written for the first time is slow, above all in the
-/// 32-bit program.
+/// A Node stores only the kind, the depth, the number of attributes and four offsets of a record,
+/// 20 bytes. Identifiers and attributes are read from the text again when they are needed, which is
+/// rare: storing them would cost more time, because memory that is written for the first time is
+/// slow, above all in the 32-bit program.
 ///
 /// Nodes are in one list in file order, each before its children. The descendants of a node
 /// therefore follow it up to its `subtree_end` and can be visited in one pass.
